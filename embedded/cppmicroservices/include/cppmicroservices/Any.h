@@ -1,0 +1,65 @@
+// A value of any copyable type, as service properties hold it.
+//
+// Threads: like a standard value; one thread may change an Any while no other uses it.
+#pragma once
+
+#include <any>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+
+#include "cppmicroservices/GlobalConfig.h"
+
+namespace cppmicroservices {
+
+class Any {
+public:
+    /// An empty value.
+    Any() = default;
+
+    /// A copy of `value`. A text is a std::string here: a string literal does not compile.
+    template <class T, class = std::enable_if_t<!std::is_same_v<Any, std::decay_t<T>>>>
+    Any(T&& value) : value_(std::forward<T>(value)) {
+        static_assert(!std::is_array_v<std::remove_reference_t<T>>, "write std::string(\"...\")");
+    }
+
+    bool Empty() const { return !value_.has_value(); }
+
+    /// The type of the value, typeid(void) when empty.
+    const std::type_info& Type() const { return value_.type(); }
+
+private:
+    template <class T>
+    friend const T* any_cast(const Any* operand);
+
+    std::any value_;
+};
+
+/// Thrown by any_cast for a value of another type.
+class BadAnyCastException : public std::bad_cast {
+public:
+    const char* what() const noexcept override { return "any_cast: the value is of another type"; }
+};
+
+/// The value inside, null when it is of another type than T.
+template <class T>
+const T* any_cast(const Any* operand) {
+    return operand ? std::any_cast<T>(&operand->value_) : nullptr;
+}
+
+/// The value inside, by reference. Throws BadAnyCastException when it is of another type than T.
+template <class T>
+const T& ref_any_cast(const Any& operand) {
+    if (const auto* value = any_cast<T>(&operand)) {
+        return *value;
+    }
+    throw BadAnyCastException();
+}
+
+/// The same, as a copy.
+template <class T>
+T any_cast(const Any& operand) {
+    return ref_any_cast<T>(operand);
+}
+
+}  // namespace cppmicroservices

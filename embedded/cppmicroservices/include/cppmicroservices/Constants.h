@@ -1,0 +1,18 @@
+// Names that the framework gives a meaning: the system bundle and the service properties.
+#pragma once
+
+#include <string>
+
+namespace cppmicroservices::Constants {
+
+inline const std::string SYSTEM_BUNDLE_LOCATION = "System Bundle";
+inline const std::string SYSTEM_BUNDLE_SYMBOLICNAME = "system_bundle";
+
+/// std::vector<std::string>, set by the framework: the interface ids that a service is registered under.
+inline const std::string OBJECTCLASS = "objectclass";
+/// long, set by the framework: grows with every registration and is never used again.
+inline const std::string SERVICE_ID = "service.id";
+/// int, 0 when absent: references are listed by falling ranking, then by rising service id.
+inline const std::string SERVICE_RANKING = "service.ranking";
+
+}  // namespace cppmicroservices::Constants

@@ -1,0 +1,30 @@
+// What Framework::WaitForStop reports.
+#pragma once
+
+#include <cstdint>
+
+#include "cppmicroservices/Bundle.h"
+#include "cppmicroservices/GlobalConfig.h"
+
+namespace cppmicroservices {
+
+class FrameworkEvent {
+public:
+    enum Type : std::uint32_t {
+        /// WaitForStop was called on a framework that was never initialised.
+        FRAMEWORK_ERROR = 0x00000002,
+        FRAMEWORK_STOPPED = 0x00000040,
+        FRAMEWORK_WAIT_TIMEDOUT = 0x00000200
+    };
+
+    FrameworkEvent(Type type, const Bundle& framework) : type_(type), framework_(framework) {}
+
+    Type GetType() const { return type_; }
+    Bundle GetBundle() const { return framework_; }
+
+private:
+    Type type_;
+    Bundle framework_;
+};
+
+}  // namespace cppmicroservices

@@ -1,0 +1,15 @@
+// Makes frameworks. A process may have several; they know nothing of each other.
+#pragma once
+
+#include "cppmicroservices/Framework.h"
+#include "cppmicroservices/GlobalConfig.h"
+
+namespace cppmicroservices {
+
+class US_Framework_EXPORT FrameworkFactory {
+public:
+    /// A new framework, neither initialised nor started.
+    Framework NewFramework();
+};
+
+}  // namespace cppmicroservices

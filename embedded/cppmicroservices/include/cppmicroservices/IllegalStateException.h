@@ -1,0 +1,15 @@
+// The error for a bundle context that is used after its bundle or its framework has stopped.
+#pragma once
+
+#include <stdexcept>
+
+#include "cppmicroservices/GlobalConfig.h"
+
+namespace cppmicroservices {
+
+class US_Framework_EXPORT IllegalStateException final : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace cppmicroservices

@@ -1,0 +1,15 @@
+// The error for problems with a service itself.
+#pragma once
+
+#include <stdexcept>
+
+#include "cppmicroservices/GlobalConfig.h"
+
+namespace cppmicroservices {
+
+class US_Framework_EXPORT ServiceException : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace cppmicroservices

@@ -1,0 +1,44 @@
+// Loading bundles with the dynamic linker.
+#include "embedded/cppmicroservices/src/SharedObject.hpp"
+
+#include <dlfcn.h>
+#include <link.h>
+
+#include <stdexcept>
+
+namespace cppmicroservices::detail {
+namespace {
+
+// dlsym also searches what the object is linked to, which may be a bundle itself; only what the object defines counts.
+void* findOwnSymbol(void* object, const char* name) {
+    void* const symbol = dlsym(object, name);
+    link_map* map = nullptr;
+    Dl_info definition = {};
+    if (!symbol || dlinfo(object, RTLD_DI_LINKMAP, &map) != 0 || dladdr(symbol, &definition) == 0) {
+        return nullptr;
+    }
+    return reinterpret_cast<ElfW(Addr)>(definition.dli_fbase) == map->l_addr ? symbol : nullptr;
+}
+
+template <class Function>
+Function findOwnFunction(void* object, const char* name) {
+    return reinterpret_cast<Function>(findOwnSymbol(object, name));
+}
+
+}  // namespace
+
+SharedObject loadBundle(const std::string& path) {
+    const std::string file = path.find('/') == std::string::npos ? "./" + path : path;
+    void* const object = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!object) {
+        throw std::runtime_error(dlerror());
+    }
+    const auto descriptor = findOwnFunction<decltype(&us_bundle_descriptor)>(object, "us_bundle_descriptor");
+    if (!descriptor) {
+        dlclose(object);  // nobody has seen anything of it yet
+        throw std::runtime_error("the shared object is no bundle (it lacks CPPMICROSERVICES_INITIALIZE_BUNDLE)");
+    }
+    return {descriptor(), findOwnFunction<decltype(&us_bundle_create_activator)>(object, "us_bundle_create_activator")};
+}
+
+}  // namespace cppmicroservices::detail
