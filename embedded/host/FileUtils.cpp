@@ -1,0 +1,85 @@
+#include "host/FileUtils.hpp"
+
+#include "embedded/host/NativePath.hpp"
+#include "host/FileSystem.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+bool FileUtils::existNoExcept(const Path& path) noexcept {
+    try {
+        return FileSystem::exists(path);
+    } catch (...) {
+        return false;
+    }
+}
+
+bool FileUtils::isReadOnly(const Path& path) {
+    if (faccessat(AT_FDCWD, toNative(path).c_str(), W_OK, AT_EACCESS) == 0)
+        return false;
+    const int error = errno;
+    if (error == EACCES || error == EPERM || error == EROFS)
+        return true;
+    throwSystemError(path, error);
+}
+
+bool FileUtils::isReadOnlyNoExcept(const Path& path) noexcept {
+    try {
+        return isReadOnly(path);
+    } catch (...) {
+        return false;
+    }
+}
+
+void FileUtils::makeWritable(const Path& path) {
+    std::error_code code;
+    fs::permissions(toNative(path), fs::perms::owner_write, fs::perm_options::add, code);
+    if (code)
+        throwFileSystemError(path, code);
+}
+
+Path FileUtils::makeAbsolute(const Path& path) {
+    if (!path.empty() && path.text().front() == u'/')
+        return path;
+    std::error_code code;
+    const Path current = Path::fromAccessName(fs::current_path(code).native());
+    if (code)
+        throwFileSystemError(u".", code);
+    return path.empty() ? current : current / path;
+}
+
+Path FileUtils::normalize(const Path& path) {
+    std::string normal = fs::path(path.accessName()).lexically_normal().native();
+    // The standard library keeps separators at the end, and where there is nothing but separators.
+    while (normal.size() > 1 && normal.back() == '/')
+        normal.pop_back();
+    return Path::fromAccessName(normal);
+}
+
+bool FileUtils::isAncestor(const Path& ancestor, const Path& descendant) {
+    // Without the empty element that a separator at the end stands for.
+    const auto elements = [](const Path& path) {
+        std::vector<std::string> names;
+        for (const fs::path& element : fs::path(path.accessName())) {
+            if (!element.empty())
+                names.push_back(element.native());
+        }
+        return names;
+    };
+    const auto above = elements(ancestor);
+    const auto below = elements(descendant);
+    return !above.empty() && above.size() < below.size() && std::equal(above.begin(), above.end(), below.begin());
+}
+
+}  // namespace host

@@ -1,0 +1,115 @@
+#include "embedded/host/Utf.hpp"
+
+#include "host/Text.hpp"
+
+#include <boost/locale/utf.hpp>
+
+#include <iterator>
+
+namespace host {
+
+namespace {
+
+namespace utf = boost::locale::utf;
+
+constexpr utf::code_point replacement = 0xFFFD;
+
+/// A byte of ill-formed UTF-8 is at least 0x80, so the units that stand for one are U+DC80..U+DCFF.
+constexpr char16_t firstKeptByte = 0xDC80;
+constexpr char16_t lastKeptByte = 0xDCFF;
+
+bool isKeptByte(char16_t unit) {
+    return unit >= firstKeptByte && unit <= lastKeptByte;
+}
+
+/// Calls `wellFormed` with each code point of `text`, and `illFormed` with each unit that is part of none.
+template <class Unit, class WellFormed, class IllFormed>
+void decode(std::basic_string_view<Unit> text, const WellFormed& wellFormed, const IllFormed& illFormed) {
+    for (auto position = text.begin(); position != text.end();) {
+        const auto start = position;
+        const utf::code_point codePoint = utf::utf_traits<Unit>::decode(position, text.end());
+        if (utf::is_valid_codepoint(codePoint)) {
+            wellFormed(codePoint);
+        } else {
+            illFormed(*start);
+            position = start + 1;
+        }
+    }
+}
+
+template <class Unit>
+void append(std::basic_string<Unit>& text, utf::code_point codePoint) {
+    utf::utf_traits<Unit>::encode(codePoint, std::back_inserter(text));
+}
+
+/// Appends "\\", `kind` and the last `digits` hexadecimal digits of `value`.
+void appendEscape(std::u16string& text, char16_t kind, unsigned digits, utf::code_point value) {
+    text += u'\\';
+    text += kind;
+    while (digits-- > 0)
+        text += u"0123456789ABCDEF"[(value >> (4 * digits)) & 0xF];
+}
+
+bool canBeShown(utf::code_point codePoint) {
+    const bool control = codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
+    const bool noCharacter = codePoint == 0xFFFE || codePoint == 0xFFFF;
+    return !control && !noCharacter;
+}
+
+}  // namespace
+
+std::u16string decodeUtf8(std::string_view bytes, IllFormed policy) {
+    std::u16string text;
+    text.reserve(bytes.size());
+    decode(
+        bytes, [&](utf::code_point codePoint) { append(text, codePoint); },
+        [&](char byte) {
+            const bool keep = policy == IllFormed::keepBytes;
+            text += static_cast<char16_t>(keep ? 0xDC00 + static_cast<unsigned char>(byte) : replacement);
+        });
+    return text;
+}
+
+std::string encodeUtf8(std::u16string_view text, IllFormed policy) {
+    std::string bytes;
+    bytes.reserve(text.size());
+    decode(
+        text, [&](utf::code_point codePoint) { append(bytes, codePoint); },
+        [&](char16_t unit) {
+            if (policy == IllFormed::keepBytes && isKeptByte(unit))
+                bytes += static_cast<char>(unit - 0xDC00);
+            else
+                append(bytes, replacement);
+        });
+    return bytes;
+}
+
+std::u16string toReadable(std::u16string_view text) {
+    std::u16string result;
+    result.reserve(text.size());
+    decode(
+        text,
+        [&](utf::code_point codePoint) {
+            if (canBeShown(codePoint))
+                append(result, codePoint);
+            else
+                appendEscape(result, u'u', 4, codePoint);
+        },
+        [&](char16_t unit) {
+            if (isKeptByte(unit))
+                appendEscape(result, u'x', 2, unit);
+            else
+                appendEscape(result, u'u', 4, unit);
+        });
+    return result;
+}
+
+std::string toUtf8(std::u16string_view text) {
+    return encodeUtf8(text, IllFormed::replace);
+}
+
+std::u16string fromUtf8(std::string_view bytes) {
+    return decodeUtf8(bytes, IllFormed::replace);
+}
+
+}  // namespace host

@@ -1,0 +1,32 @@
+/// A log channel for diagnostic records. Every operation may be called from any thread.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "host/Export.hpp"
+
+namespace host {
+
+/// How serious a record is: the higher, the more. The values are part of the interface.
+enum class Severity : int { trace = 2, debug = 4, info = 6, warning = 8, error = 10, fatal = 12 };
+
+class HOST_EXPORT DiagnosticLogger {
+public:
+    /// A logger whose records bear the name `channel`.
+    explicit DiagnosticLogger(const std::string& channel);
+    ~DiagnosticLogger();
+
+    DiagnosticLogger(const DiagnosticLogger&) = delete;
+    DiagnosticLogger& operator=(const DiagnosticLogger&) = delete;
+
+    /// Writes one record, if logging is enabled and the filters admit this channel and severity.
+    void log(Severity severity, std::string_view text);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace host
