@@ -1,0 +1,40 @@
+#include "project/metadata/CoreMetadataHandler.hpp"
+
+#include <memory>
+
+#include "host/FileSystem.hpp"
+#include "project/metadata/CoreFile.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
+#include "project/metadata/MetadataXml.hpp"
+
+namespace project::metadata {
+
+CoreMetadataHandler::CoreMetadataHandler(const host::Path& folder, const std::u16string& metadataType,
+                                         const std::u16string& rootNodeName)
+    : coreFile_(folder / coreFileName()), metadataType_(metadataType), rootNodeName_(rootNodeName) {}
+
+host::Path CoreMetadataHandler::getRootMetadataFile() const {
+    return coreFile_;
+}
+
+bool CoreMetadataHandler::isCoreMetadataDefined() const {
+    if (!host::FileSystem::exists(coreFile_))
+        return false;
+    const std::unique_ptr<MetadataNode> node = readFromFile(coreFile_);
+    const std::u16string& type = node->get(metadataTypeKey());
+    return !type.empty() && type == metadataType_;
+}
+
+void CoreMetadataHandler::createCoreMetadata() const {
+    MetadataNodeSpecification node(rootNodeName_);
+    node.put(metadataTypeKey(), metadataType_);
+    const bool compactEnding = true;
+    writeToFile(node, coreFile_, compactEnding);
+}
+
+void CoreMetadataHandler::ensureCoreMetadataFileExists() const {
+    if (!isCoreMetadataDefined())
+        createCoreMetadata();
+}
+
+}  // namespace project::metadata

@@ -1,0 +1,55 @@
+/// Helpers for files and folders of metadata, with one attempt to make writable what is read-only.
+///
+/// None keeps any state; all may be called from any thread.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/DiagnosticLogger.hpp"
+#include "host/Path.hpp"
+#include "project/Export.hpp"
+
+namespace project::metadata {
+
+/// Removes the paths that do not exist; the others keep their order.
+/// @throws host::FileSystemException if existence cannot be found out; `paths` is then partly compacted
+PROJECT_METADATA_EXPORT void purgeNonExistentFiles(std::vector<host::Path>& paths);
+
+/// The folder above `path`, in native form; empty if `path` has no such part. Does not touch the disk.
+PROJECT_METADATA_EXPORT host::Path getParentFolder(const host::Path& path);
+
+/// Whether `parent` lies above `child`, both made absolute and normalised first. A path is not its own parent.
+PROJECT_METADATA_EXPORT bool isParent(const host::Path& parent, const host::Path& child);
+
+/// Whether `text` ends with `suffix` and is longer than it: false for equal texts.
+PROJECT_METADATA_EXPORT bool ends_with(const std::u16string& text, const std::u16string& suffix);
+
+/// `text` without `extension` at its end; `text` itself unless `ends_with(text, extension)`.
+PROJECT_METADATA_EXPORT std::u16string stripExtension(const std::u16string& text, const std::u16string& extension);
+
+/// Makes `path` writable if the user's setting "MakeReadOnlyMetadataWritable" in "korvex.project.metadata" is exactly
+/// "yes"; otherwise does nothing. Does not test whether it is read-only. Without settings it logs that and returns.
+/// @throws FailedToMakeMetadataWritable; errors of the settings
+PROJECT_METADATA_EXPORT void handleReadOnlyFile(const host::Path& path);
+
+/// Makes the folder `path` and all missing ones above it. If that is denied, the parent folder goes through
+/// `handleReadOnlyFile` and it is tried once more.
+/// @throws ReadOnlyMetadataFailure if it is still denied, MetadataWriteFailure for any other reason,
+///         FailedToMakeMetadataWritable
+PROJECT_METADATA_EXPORT void makeFolder(const host::Path& path);
+
+/// The full names of everything that lies directly in `folder`, in no particular order; none for the empty path.
+/// @throws ListChildFilesFailure
+PROJECT_METADATA_EXPORT std::vector<host::Path> listChildFiles(const host::Path& folder);
+
+/// Deletes files, and folders with everything below them, in ascending order; those that do not exist are skipped.
+/// Where that is denied, the parent folder, if read-only, and the path itself go through `handleReadOnlyFile` and it
+/// is tried once more. The first error ends it.
+/// @throws ReadOnlyMetadataFailure, MetadataWriteFailure, FailedToMakeMetadataWritable
+PROJECT_METADATA_EXPORT void deleteFiles(const std::vector<host::Path>& paths);
+
+/// The library's one logger, channel "project::metadata".
+PROJECT_METADATA_EXPORT host::DiagnosticLogger& logger();
+
+}  // namespace project::metadata

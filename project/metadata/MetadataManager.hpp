@@ -1,0 +1,67 @@
+/// The interface of a metadata store: a tree of paths, each with or without a node.
+///
+/// Every path but the root is the child of one path; siblings have an order. A path may exist as a branch, without a
+/// node. The root path always exists. Paths are told apart by their steps (`operator==`), not by their texts.
+///
+/// One thread at a time may use a store. A change that fails leaves the old content.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "project/Export.hpp"
+#include "project/metadata/MetadataNode.hpp"
+#include "project/metadata/MetadataPath.hpp"
+
+namespace project::metadata {
+
+/// The order of the virtual operations is part of the binary interface: never reorder or insert, only append.
+class PROJECT_METADATA_EXPORT MetadataManager {
+public:
+    virtual ~MetadataManager() = default;
+
+    /// Stores a copy of `node` at `path`, in place of a node that is there. The path and its missing ancestors are
+    /// added first, as by `addPath`.
+    virtual void setNode(const MetadataPath& path, const MetadataNode& node) = 0;
+
+    /// Removes the node at `path`, if there is one. The path and what is below it stay.
+    virtual void removeNode(const MetadataPath& path) = 0;
+
+    /// Adds `path` and its missing ancestors, each as the last child of its parent and without a node. A path that
+    /// exists stays as it is.
+    virtual void addPath(const MetadataPath& path) = 0;
+
+    /// Removes `path` with everything below it, if it exists. The root path only loses its node and everything below.
+    virtual void removePath(const MetadataPath& path) = 0;
+
+    /// @return a copy of the node at `path`, null if there is none
+    virtual std::unique_ptr<MetadataNode> getNode(const MetadataPath& path) const = 0;
+
+    /// `setNode` for every entry, in the order of the map, as one batch: all of them or none.
+    virtual void setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) = 0;
+
+    /// `removePath` for every entry, as one batch.
+    virtual void removePaths(const std::vector<MetadataPath>& paths) = 0;
+
+    /// @return whether a node is stored at `path`
+    virtual bool hasNode(const MetadataPath& path) const = 0;
+
+    /// @return the full paths of the direct children of `path`, in their order; none if `path` does not exist
+    virtual std::vector<MetadataPath> getChildren(const MetadataPath& path) const = 0;
+
+    /// @return whether `path` exists, with a node or as a branch
+    virtual bool hasPath(const MetadataPath& path) const = 0;
+
+    /// Makes `paths` the whole content, as one batch: missing paths are added, the others removed with their nodes
+    /// (the root path loses its node if it is not listed), and siblings take the order in which they are listed.
+    /// Ancestors of listed paths count as listed where they are first needed. Nodes at listed paths stay.
+    virtual void setPaths(const std::vector<MetadataPath>& paths) = 0;
+
+protected:
+    MetadataManager() = default;
+    MetadataManager(const MetadataManager&) = default;
+    MetadataManager& operator=(const MetadataManager&) = default;
+};
+
+}  // namespace project::metadata

@@ -1,0 +1,53 @@
+/// The metadata node in memory.
+///
+/// A tree is not synchronised: one thread at a time may use it.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "project/Export.hpp"
+#include "project/metadata/MetadataNode.hpp"
+
+namespace project::metadata {
+
+/// The name of a node that was given none: "Info". May be called from any thread.
+PROJECT_METADATA_EXPORT const std::u16string& getDefaultMetadataNodeName();
+
+/// Every key it holds passed `isValidKey` and every value `isValidAttribute`. Names are not checked: whoever writes a
+/// tree to a file sees to it that they are XML names.
+class PROJECT_METADATA_EXPORT MetadataNodeSpecification : public MetadataNode {
+public:
+    /// A node with the default name.
+    MetadataNodeSpecification();
+
+    /// A node named `name`.
+    explicit MetadataNodeSpecification(std::u16string name);
+
+    /// A deep copy, independent of `other`.
+    /// @throws PutMetadataKeyFailure, PutMetadataValueFailure if `other` holds what `put` refuses
+    explicit MetadataNodeSpecification(const MetadataNode& other);
+    MetadataNodeSpecification(const MetadataNodeSpecification& other);
+
+    MetadataNodeSpecification& operator=(const MetadataNodeSpecification&) = delete;
+    ~MetadataNodeSpecification() override;
+
+    const std::u16string& get(std::u16string key) const override;
+    void put(std::u16string key, std::u16string value) override;
+    std::vector<std::u16string> getAttributeKeys() const override;
+    const std::u16string& getName() const override;
+    const std::vector<std::shared_ptr<MetadataNode>>& getChildNodes() const override;
+    MetadataNode& createChildNode(std::u16string name) override;
+    MetadataNode& createChildNode() override;
+    void remove(const MetadataNode& node) override;
+    void copy(const MetadataNode& source) override;
+
+private:
+    std::map<std::u16string, std::u16string> attributes_;
+    std::vector<std::shared_ptr<MetadataNode>> children_;
+    std::u16string name_;
+};
+
+}  // namespace project::metadata

@@ -1,0 +1,33 @@
+/// Metadata trees as XML files. The file format is written down at the top of MetadataXml.cpp.
+///
+/// Calls for different files may run on different threads; two calls for one file must not overlap.
+#pragma once
+
+#include <memory>
+
+#include "host/Path.hpp"
+#include "project/Export.hpp"
+#include "project/metadata/MetadataNode.hpp"
+
+namespace project::metadata {
+
+/// Writes the tree below `node` to `file`, replacing it, and makes the folder above if it is missing. With
+/// `compactEnding` no line break follows the root's end tag, otherwise exactly one does.
+///
+/// When the file cannot be written because it, or for a new file its folder, is read-only, that is made writable if
+/// the user's settings allow it, and writing is tried once more. A write that fails part-way leaves what was written.
+/// The names of the nodes must be XML names; that is not checked.
+///
+/// @throws ReadOnlyMetadataFailure naming what stayed read-only, the file or its folder
+/// @throws MetadataWriteFailure naming the file
+/// @throws FailedToMakeMetadataWritable
+PROJECT_METADATA_EXPORT void writeToFile(const MetadataNode& node, const host::Path& file, bool compactEnding);
+
+/// Reads the tree in `file`. What is not an element or an attribute is ignored.
+///
+/// @return the root, a `MetadataNodeSpecification`; never null
+/// @throws MetadataReadFailure if the file cannot be read or is not well-formed
+/// @throws PutMetadataKeyFailure, PutMetadataValueFailure if it holds an attribute that a node refuses
+PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readFromFile(const host::Path& file);
+
+}  // namespace project::metadata

@@ -1,0 +1,21 @@
+/// Exporting a project's metadata, in whatever store it is kept, into one file.
+#pragma once
+
+#include "host/Path.hpp"
+#include "project/Export.hpp"
+
+namespace project::metadata {
+
+/// Writes all metadata of the project with the root folder `from`, which is only read, to the new file `to`.
+///
+/// The work is done in a scratch folder by the store "monolithic" and the finished file then copied, so an error before
+/// the copying leaves `to` alone; an existing `to` is not replaced where the host's `copy_file` refuses to. The scratch
+/// folder is removed on every way out. May be called from any thread, as far as the stores allow.
+///
+/// @throws MetadataWriteFailure if there is no store "monolithic"
+/// @throws MetadataReadFailure if no store can read `from`
+/// @throws host::FileSystemException if the scratch folder cannot be made or the file not copied
+/// @throws whatever the stores throw
+PROJECT_METADATA_EXPORT void writeMetadataToSingleFile(const host::Path& from, const host::Path& to);
+
+}  // namespace project::metadata

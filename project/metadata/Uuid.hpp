@@ -1,0 +1,23 @@
+/// UUIDs of projects. May be called from any thread.
+#pragma once
+
+#include <string>
+
+#include "host/Path.hpp"
+#include "project/Export.hpp"
+
+namespace project::metadata {
+
+/// A new random UUID (RFC 4122, version 4) in its text form of 36 characters, in lower case.
+/// @throws boost::uuids::entropy_error if the operating system gives no random bytes
+PROJECT_METADATA_EXPORT std::u16string generateUUID();
+
+/// Records a UUID for the project with the root folder `root`: writes the marker file "uuid-" + UUID + ".xml" into its
+/// metadata folder. Other marker files stay.
+///
+/// @param uuid what to record, its form unchecked; empty for a new UUID
+/// @return the marker file
+/// @throws MetadataWriteFailure, ReadOnlyMetadataFailure and others as `writeToFile` and `getDirectory`
+PROJECT_METADATA_EXPORT host::Path assignUuid(const host::Path& root, const std::u16string& uuid);
+
+}  // namespace project::metadata

@@ -1,0 +1,76 @@
+/// What the tests of the embedded host share.
+#pragma once
+
+#include "host/FileSystem.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace test {
+
+/// An environment variable has a value, or none, for as long as this object lives.
+class ScopedVariable {
+public:
+    ScopedVariable(std::string name, const std::optional<std::string>& value) : name_(std::move(name)) {
+        if (const char* before = std::getenv(name_.c_str()))
+            before_ = before;
+        set(value);
+    }
+
+    ~ScopedVariable() { set(before_); }
+
+    ScopedVariable(const ScopedVariable&) = delete;
+    ScopedVariable& operator=(const ScopedVariable&) = delete;
+
+private:
+    void set(const std::optional<std::string>& value) {
+        if (value)
+            setenv(name_.c_str(), value->c_str(), 1);
+        else
+            unsetenv(name_.c_str());
+    }
+
+    std::string name_;
+    std::optional<std::string> before_;
+};
+
+/// What the shell command `command` writes to standard output. Its failure is one of the test.
+inline std::string runCommand(const std::string& command) {
+    FILE* const pipe = popen(command.c_str(), "r");
+    if (!pipe)
+        throw std::runtime_error("cannot run " + command);
+    std::string output;
+    for (int byte = std::fgetc(pipe); byte != EOF; byte = std::fgetc(pipe))
+        output += static_cast<char>(byte);
+    EXPECT_EQ(pclose(pipe), 0) << command;
+    return output;
+}
+
+/// The error of type `Error` that `action` throws.
+template <class Error, class Action>
+Error catchError(const Action& action) {
+    try {
+        action();
+    } catch (const Error& error) {
+        return error;
+    }
+    throw std::runtime_error("the expected error was not thrown");
+}
+
+/// The text of the error of type `Error` that `action` throws.
+template <class Error, class Action>
+std::string catchText(const Action& action) {
+    try {
+        action();
+    } catch (const Error& error) {
+        return error.what();
+    }
+    throw std::runtime_error("the expected error was not thrown");
+}
+
+}  // namespace test
