@@ -1,0 +1,26 @@
+#include "stores/common/FileVersion.hpp"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace stores {
+
+namespace {
+
+std::int64_t toNanoseconds(const timespec& time) {
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+}  // namespace
+
+std::optional<FileVersion> getFileVersion(const host::Path& file) {
+    struct stat status {};
+    if (stat(file.accessName().c_str(), &status) != 0) {
+        const bool isMissing = errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG;
+        return isMissing ? std::nullopt : std::optional(FileVersion{});
+    }
+    return FileVersion{status.st_ino, status.st_size, toNanoseconds(status.st_mtim), toNanoseconds(status.st_ctim)};
+}
+
+}  // namespace stores

@@ -1,0 +1,28 @@
+/// Noticing that a file has changed since it was read.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "host/Path.hpp"
+
+namespace stores {
+
+/// Tells one content of a file from the next: stores replace files, so each content has an inode and times of its own,
+/// and editors change at least the times.
+struct FileVersion {
+    std::uint64_t inode;
+    std::int64_t size;
+    std::int64_t modified;  ///< in nanoseconds
+    std::int64_t changed;   ///< in nanoseconds
+};
+
+inline bool operator==(const FileVersion& a, const FileVersion& b) {
+    return a.inode == b.inode && a.size == b.size && a.modified == b.modified && a.changed == b.changed;
+}
+
+/// The version of `file` on disk, no value if it does not exist. One that exists and cannot be examined has a version
+/// too; reading it will tell what is wrong. May be called from any thread.
+std::optional<FileVersion> getFileVersion(const host::Path& file);
+
+}  // namespace stores

@@ -1,0 +1,129 @@
+#include "stores/common/PathXml.hpp"
+
+#include <charconv>
+#include <optional>
+
+#include "host/Text.hpp"
+#include "project/metadata/AttributeRules.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+
+namespace stores {
+
+using project::metadata::MetadataNode;
+using project::metadata::MetadataReadFailure;
+using project::metadata::PathElement;
+using project::metadata::raise;
+
+const std::u16string projectElementName = u"Project";
+const std::u16string pathElementName = u"Path";
+const std::u16string nodeElementName = u"Node";
+
+namespace {
+
+const std::u16string typeKey = u"Type";
+const std::u16string locationKey = u"Location";
+const std::u16string escapedPrefix = u"Escaped";
+
+/// Whether XML keeps `text` as it is.
+bool survivesXml(const std::u16string& text) {
+    return project::metadata::isValidAttribute(text) && host::fromUtf8(host::toUtf8(text)) == text;
+}
+
+void appendEscaped(std::u16string& text, char16_t unit) {
+    constexpr char16_t digits[] = u"0123456789ABCDEF";
+    text += u"\\u";
+    for (int shift = 12; shift >= 0; shift -= 4)
+        text += digits[(unit >> shift) & 0xF];
+}
+
+/// Everything but printable ASCII is escaped: such texts are rare, and this way there is nothing to get wrong.
+std::u16string escape(const std::u16string& text) {
+    std::u16string escaped;
+    for (const char16_t unit : text) {
+        if (unit == u'\\')
+            escaped += u"\\\\";
+        else if (unit >= 0x20 && unit < 0x7F)
+            escaped += unit;
+        else
+            appendEscaped(escaped, unit);
+    }
+    return escaped;
+}
+
+/// No value if `escaped` is not what `escape` makes.
+std::optional<std::u16string> unescape(const std::u16string& escaped) {
+    std::u16string text;
+    for (std::size_t i = 0; i < escaped.size(); ++i) {
+        if (escaped[i] != u'\\') {
+            text += escaped[i];
+        } else if (escaped.compare(i, 2, u"\\\\") == 0) {
+            text += u'\\';
+            ++i;
+        } else {
+            const std::string digits = host::toUtf8(escaped.substr(i + 1, 5));
+            unsigned unit = 0;
+            const char* const end = digits.data() + digits.size();
+            if (digits.size() != 5 || digits[0] != 'u' || std::from_chars(digits.data() + 1, end, unit, 16).ptr != end)
+                return std::nullopt;
+            text += static_cast<char16_t>(unit);
+            i += 5;
+        }
+    }
+    return text;
+}
+
+void putText(MetadataNode& xml, const std::u16string& key, const std::u16string& text) {
+    if (survivesXml(text))
+        xml.put(key, text);
+    else
+        xml.put(escapedPrefix + key, escape(text));
+}
+
+/// An absent attribute is the empty text.
+std::u16string getText(const MetadataNode& xml, const std::u16string& key, const host::Path& file) {
+    const std::u16string& escaped = xml.get(escapedPrefix + key);
+    if (escaped.empty())
+        return xml.get(key);
+    const auto text = unescape(escaped);
+    if (!text)
+        raise<MetadataReadFailure>(file.text(), u"the value of " + escapedPrefix + key + u" is malformed: " + escaped);
+    return *text;
+}
+
+}  // namespace
+
+void putPathElement(MetadataNode& xml, const PathElement& element) {
+    putText(xml, typeKey, element.getType());
+    putText(xml, locationKey, element.getLocation());
+}
+
+PathElement getPathElement(const MetadataNode& xml, const host::Path& file) {
+    if (xml.getName() != pathElementName) {
+        raise<MetadataReadFailure>(file.text(),
+                                   u"it holds <" + xml.getName() + u"> where <" + pathElementName + u"> is expected");
+    }
+    return {getText(xml, typeKey, file), getText(xml, locationKey, file)};
+}
+
+void putNode(MetadataNode& xml, const MetadataNode* node) {
+    if (!node)
+        return;
+    xml.createChildNode(nodeElementName).createChildNode(node->getName()).copy(*node);
+}
+
+std::shared_ptr<MetadataNode> getNode(const MetadataNode& xml, const host::Path& file) {
+    std::shared_ptr<MetadataNode> node;
+    for (const auto& child : xml.getChildNodes()) {
+        if (child->getName() != nodeElementName)
+            continue;
+        if (node || child->getChildNodes().size() != 1) {
+            raise<MetadataReadFailure>(file.text(), u"a <" + nodeElementName +
+                                                        u"> in it does not hold the one node of "
+                                                        u"its path");
+        }
+        node = child->getChildNodes().front();
+    }
+    return node;
+}
+
+}  // namespace stores

@@ -1,0 +1,47 @@
+/// The XML form of a path that both kinds of store use: an element named "Path" with the type and the location of the
+/// path's last step, and with the path's node, if it has one, in an element named "Node".
+///
+///     <Path Location="main.c" Type="File">
+///         <Node>
+///             <Info Size="12"/>
+///         </Node>
+///     </Path>
+///
+/// A text that XML cannot hold as it is stands in "EscapedType" or "EscapedLocation" instead, where each UTF-16 unit
+/// that XML would not keep is written as a backslash, "u" and four hexadecimal digits, and a backslash as two.
+///
+/// No function keeps state; all may be called from any thread.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataNode.hpp"
+#include "project/metadata/MetadataPath.hpp"
+
+namespace stores {
+
+/// The name of a core file's root node.
+extern const std::u16string projectElementName;
+
+/// The name of the element of a path.
+extern const std::u16string pathElementName;
+
+/// The name of the element that holds the node of a path.
+extern const std::u16string nodeElementName;
+
+void putPathElement(project::metadata::MetadataNode& xml, const project::metadata::PathElement& element);
+
+/// @throws project::metadata::MetadataReadFailure naming `file`, if `xml` does not name a path element
+project::metadata::PathElement getPathElement(const project::metadata::MetadataNode& xml, const host::Path& file);
+
+/// Adds a copy of `node`, unless it is null.
+void putNode(project::metadata::MetadataNode& xml, const project::metadata::MetadataNode* node);
+
+/// The node in `xml`, which it shares; null if it holds none.
+/// @throws project::metadata::MetadataReadFailure naming `file`, if `xml` holds an empty "Node" or several
+std::shared_ptr<project::metadata::MetadataNode> getNode(const project::metadata::MetadataNode& xml,
+                                                         const host::Path& file);
+
+}  // namespace stores

@@ -1,0 +1,45 @@
+/// The factory service of a store plug-in, the same for each kind of store but for what it opens.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <cppmicroservices/BundleContext.h>
+
+#include "host/Path.hpp"
+#include "project/metadata/FileJob.hpp"
+#include "project/metadata/MetadataManagerFactory.hpp"
+
+namespace stores {
+
+/// Runs one job through the `FileJobManager` that is registered as a service at that moment, otherwise through one of
+/// its own. May be called from any thread.
+using JobRunner = std::function<void(project::metadata::FileJob job)>;
+
+/// A kind of store.
+struct StoreKind {
+    std::u16string name;         ///< also the "MetadataType" in its core files
+    std::u16string description;  ///< one line for people
+
+    /// Makes the store that keeps its files in the metadata folder `folder` and changes them through `runJob`.
+    std::function<std::unique_ptr<project::metadata::MetadataManager>(const host::Path& folder, JobRunner runJob)> open;
+};
+
+/// May be used by several threads at once.
+class StoreFactory : public project::metadata::MetadataManagerFactory {
+public:
+    /// @param context where to look for a `FileJobManager`
+    StoreFactory(StoreKind kind, const cppmicroservices::BundleContext& context);
+
+    std::unique_ptr<project::metadata::MetadataManager> createManager(const host::Path& root) override;
+    bool canManage(const host::Path& root) override;
+    std::u16string getName() override;
+    std::u16string getDescription() override;
+
+private:
+    StoreKind kind_;
+    cppmicroservices::BundleContext context_;
+};
+
+}  // namespace stores

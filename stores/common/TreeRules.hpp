@@ -1,0 +1,35 @@
+/// Which metadata trees a store can keep in an XML file: those that read back as they were written.
+///
+/// No function keeps state; all may be called from any thread.
+#pragma once
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataNode.hpp"
+
+namespace stores {
+
+/// The deepest nesting of elements that the XML reader takes.
+constexpr int maximumXmlDepth = 256;
+
+/// Checks `node` and all nodes below it: names must be XML names, attribute keys XML names without blanks around them
+/// (a reader drops those), and nothing nested too deep.
+///
+/// @param depth how many elements will lie above `node` in its file
+/// @param file the file it is to be written to, for the error
+/// @throws project::metadata::MetadataWriteFailure naming the file and what is wrong
+void requireReadable(const project::metadata::MetadataNode& node, int depth, const host::Path& file);
+
+/// Whether writing and reading `node` needs proof beyond the rules of `requireReadable`: names with colons, which an
+/// XML reader may take for namespaces, and texts of a size near the reader's limits.
+bool needsProof(const project::metadata::MetadataNode& node);
+
+/// Reads `writtenFile` and compares it with `node`, which was written to it.
+/// @param file the file to name in the error
+/// @throws project::metadata::MetadataWriteFailure if they differ or it cannot be read
+void requireReadsBack(const project::metadata::MetadataNode& node, const host::Path& writtenFile,
+                      const host::Path& file);
+
+/// Whether both trees have the same names, attributes and children.
+bool equalTrees(const project::metadata::MetadataNode& a, const project::metadata::MetadataNode& b);
+
+}  // namespace stores

@@ -1,0 +1,124 @@
+#include "stores/fixed_path/NodeFileName.hpp"
+
+#include <string_view>
+
+#include <boost/uuid/name_generator_sha1.hpp>
+#include <boost/uuid/uuid_io.hpp>
+
+#include "host/Text.hpp"
+#include "project/metadata/FileUtilities.hpp"
+
+namespace stores::fixed_path {
+
+namespace {
+
+const std::u16string extension = u".xml";
+constexpr char16_t separator = u'=';
+constexpr char16_t cutMark = u'~';
+
+/// In bytes; file systems allow 255. Shorter names leave room for deeper paths.
+constexpr std::size_t maximumNameLength = 180;
+constexpr std::size_t cutNameLength = 120;
+
+/// The namespace of the hashes: a random UUID made for this purpose.
+const boost::uuids::uuid hashNamespace = {
+    {0x6d, 0x1e, 0x3b, 0x52, 0x90, 0x0c, 0x4f, 0x77, 0x8a, 0x35, 0xc4, 0x19, 0x2e, 0xd8, 0x61, 0xfb}};
+
+bool isHighSurrogate(char16_t unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool isLowSurrogate(char16_t unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+
+/// Control characters, the separators and marks of this scheme, what other systems forbid in file names, and invisible
+/// characters that change the direction of text or break lines.
+bool isUnsafe(char16_t unit) {
+    constexpr std::u16string_view forbidden = u"\"%*/:<=>?\\|~\u061C\u200E\u200F\u2028\u2029\uFEFF";
+    return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F) || (unit >= 0x202A && unit <= 0x202E) ||
+           (unit >= 0x2066 && unit <= 0x2069) || forbidden.find(unit) != std::u16string_view::npos;
+}
+
+std::u16string escape(char16_t unit) {
+    constexpr std::u16string_view digits = u"0123456789ABCDEF";
+    const bool isShort = unit < 0x100;
+    std::u16string text = isShort ? u"%" : u"%u";
+    for (int shift = isShort ? 4 : 12; shift >= 0; shift -= 4)
+        text += digits[(unit >> shift) & 0xFU];
+    return text;
+}
+
+/// The encoded form of the character at `text[i]`; `i` moves to its last unit.
+std::u16string encodeCharacter(const std::u16string& text, std::size_t& i) {
+    const char16_t unit = text[i];
+    if (isHighSurrogate(unit) && i + 1 < text.size() && isLowSurrogate(text[i + 1]))
+        return text.substr(i++, 2);
+    if (isHighSurrogate(unit) || isLowSurrogate(unit) || isUnsafe(unit))
+        return escape(unit);
+    return std::u16string(1, unit);
+}
+
+std::u16string encode(const std::u16string& text) {
+    std::u16string name;
+    for (std::size_t i = 0; i < text.size(); ++i)
+        name += encodeCharacter(text, i);
+    return name;
+}
+
+/// A name must not begin or end with what hides a file or gets lost on other systems; nor must a folder's name end like
+/// a file's, or the folder of "a.xml" would stand where the file of "a" belongs.
+void escapeEdges(std::u16string& name) {
+    const auto isEdgy = [](char16_t unit) { return unit == u'.' || unit == u' '; };
+    if (isEdgy(name.back()))
+        name.replace(name.size() - 1, 1, escape(name.back()));
+    if (project::metadata::ends_with(name, extension))
+        name.replace(name.size() - extension.size(), 1, escape(u'.'));
+    if (isEdgy(name.front()))
+        name.replace(0, 1, escape(name.front()));
+}
+
+/// How many units the encoded character at `name[i]` has.
+std::size_t encodedLength(const std::u16string& name, std::size_t i) {
+    if (name[i] == u'%')
+        return name[i + 1] == u'u' ? 6 : 3;
+    return isHighSurrogate(name[i]) ? 2 : 1;
+}
+
+/// As much of the beginning as fits, whole characters only, and a hash of all of it.
+std::u16string cut(const std::u16string& name) {
+    std::size_t kept = 0;
+    for (std::size_t bytes = 0; bytes <= cutNameLength;) {
+        const std::size_t length = encodedLength(name, kept);
+        bytes += host::toUtf8(name.substr(kept, length)).size();
+        if (bytes <= cutNameLength)
+            kept += length;
+    }
+    const auto hash = boost::uuids::name_generator_sha1(hashNamespace)(host::toUtf8(name));
+    return name.substr(0, kept) + separator + cutMark + host::fromUtf8(boost::uuids::to_string(hash));
+}
+
+bool hasSeparator(const host::Path& path) {
+    return path.fileName().text().find(separator) != std::u16string::npos;
+}
+
+}  // namespace
+
+std::u16string nodeFolderName(const project::metadata::PathElement& element) {
+    std::u16string name = encode(element.getType()) + separator + encode(element.getLocation());
+    escapeEdges(name);
+    return host::toUtf8(name).size() <= maximumNameLength ? name : cut(name);
+}
+
+std::u16string nodeFileName(const project::metadata::PathElement& element) {
+    return nodeFolderName(element) + extension;
+}
+
+bool isNodeFile(const host::Path& path) {
+    return hasSeparator(path) && project::metadata::ends_with(path.fileName().text(), extension);
+}
+
+bool isNodeFolder(const host::Path& path) {
+    return hasSeparator(path) && !isNodeFile(path);
+}
+
+}  // namespace stores::fixed_path

@@ -1,0 +1,30 @@
+/// The names of a "fixedPath" store's files; they are made here and nowhere else.
+///
+/// The name of a path element is its type, "=" and its location, so "Folder=src". In both texts a character that some
+/// file system or shell takes amiss is written as "%" and two hexadecimal digits, or "%u" and four; a name that would
+/// be too long is cut and ended with "=~" and a hash of the whole. So different elements have different names, every
+/// name holds a "=", which sets it apart from "Project.xml" and other files, and none leaves its folder.
+///
+/// No function keeps state; all may be called from any thread.
+#pragma once
+
+#include <string>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataPath.hpp"
+
+namespace stores::fixed_path {
+
+/// The name of the folder that holds the files of the children of `element`.
+std::u16string nodeFolderName(const project::metadata::PathElement& element);
+
+/// The name of the file of `element`.
+std::u16string nodeFileName(const project::metadata::PathElement& element);
+
+/// Whether `path` could be the file of a path element, by its name.
+bool isNodeFile(const host::Path& path);
+
+/// Whether `path` could be the folder of a path element's children, by its name.
+bool isNodeFolder(const host::Path& path);
+
+}  // namespace stores::fixed_path

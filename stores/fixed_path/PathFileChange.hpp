@@ -1,0 +1,71 @@
+/// A change to a "fixedPath" store: collected first, then carried out as one batch.
+///
+/// One thread at a time may use an object.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "project/metadata/MetadataNode.hpp"
+#include "project/metadata/MetadataPath.hpp"
+#include "stores/common/StoreFactory.hpp"
+#include "stores/fixed_path/PathFiles.hpp"
+
+namespace stores::fixed_path {
+
+class PathFileChange {
+public:
+    /// @param files what is there; must outlive the change
+    explicit PathFileChange(const PathFiles& files);
+
+    /// Adds `path` and its missing ancestors, each as the last child of its parent.
+    void add(const project::metadata::MetadataPath& path);
+
+    /// Gives the existing or added `path` a copy of `node`, or takes its node away if that is null.
+    /// @throws project::metadata::MetadataWriteFailure if the node could not be read back
+    void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode* node);
+
+    /// Removes `path` with everything below it, if it exists. Not together with other changes.
+    void remove(const project::metadata::MetadataPath& path);
+
+    /// Makes `paths` and their ancestors the whole content, in that order. Not together with other changes.
+    void arrange(const std::vector<project::metadata::MetadataPath>& paths);
+
+    /// Carries out what really changes something.
+    void commit(const JobRunner& runJob);
+
+private:
+    struct Write {
+        host::Path file;
+        PathFile content;
+        bool isRoot;
+    };
+
+    /// What `file` says now, or will say after this change; null if it does not exist.
+    const PathFile* find(const host::Path& file);
+
+    void write(const host::Path& file, PathFile content);
+
+    /// Makes the core file if it is missing: with that, a project has metadata.
+    void addCoreFile();
+
+    /// Makes `children` the order in `folder`; those that do not exist are added.
+    void arrangeFolder(const host::Path& folder, const std::vector<project::metadata::PathElement>& children);
+
+    /// The rank after all children in `childFolder`.
+    Rank makeLastRank(const host::Path& childFolder);
+
+    void writeStaged(const Write& write, const host::Path& staged) const;
+
+    const PathFiles& files_;
+    std::vector<Write> writes_;
+    std::unordered_map<std::u16string, std::size_t> writeIndex_;  // by the text of the file's path
+    std::unordered_map<std::u16string, PathFilePtr> existing_;    // likewise; what was read, null where nothing is
+    std::unordered_map<std::u16string, Rank> lastRanks_;          // by the text of the folder's path
+    std::vector<host::Path> removals_;
+};
+
+}  // namespace stores::fixed_path

@@ -1,0 +1,146 @@
+#include "stores/fixed_path/Rank.hpp"
+
+#include <algorithm>
+#include <string_view>
+
+namespace stores::fixed_path {
+
+namespace {
+
+constexpr std::u16string_view digits = u"0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+
+/// The whole part before the first one: never a rank by itself, so there is room for fractions before all others.
+const Rank beginning = u"a0";
+
+std::size_t digitValue(char16_t digit) {
+    return digits.find(digit);
+}
+
+std::size_t wholeLength(const Rank& rank) {
+    return 2 + static_cast<std::size_t>(rank[0] - u'a');
+}
+
+Rank wholePart(const Rank& rank) {
+    return rank.empty() ? beginning : rank.substr(0, wholeLength(rank));
+}
+
+std::u16string fraction(const Rank& rank) {
+    return rank.empty() ? rank : rank.substr(wholeLength(rank));
+}
+
+/// The whole part after `whole`.
+Rank increment(Rank whole) {
+    for (std::size_t i = whole.size() - 1; i > 0; --i) {
+        if (whole[i] != digits.back()) {
+            whole[i] = digits[digitValue(whole[i]) + 1];
+            return whole;
+        }
+        whole[i] = digits.front();
+    }
+    ++whole[0];
+    whole += digits.front();
+    return whole;
+}
+
+/// A fraction between `a` and `b`, as short as possible; an empty `a` is zero, an empty `b` one.
+std::u16string middle(const std::u16string& a, const std::u16string& b) {
+    std::u16string result;
+    for (std::size_t i = 0;; ++i) {
+        const std::size_t low = i < a.size() ? digitValue(a[i]) : 0;
+        const std::size_t high = i < b.size() ? digitValue(b[i]) : digits.size();
+        if (high - low > 1)
+            return result + digits[(low + high) / 2];
+        result += digits[low];
+        if (high == low)
+            continue;
+        // The digits are neighbours: `b` cut here lies between unless it ends here; otherwise stay above `a`.
+        if (i + 1 < b.size())
+            return result.substr(0, i) + b[i];
+        return result + middle(i + 1 < a.size() ? a.substr(i + 1) : std::u16string(), {});
+    }
+}
+
+Rank makeRank(const Rank& after, const Rank& before) {
+    const Rank whole = wholePart(after);
+    if (!before.empty() && whole == wholePart(before))
+        return whole + middle(fraction(after), fraction(before));
+    const Rank next = increment(whole);
+    return before.empty() || next < before ? next : whole + middle(fraction(after), {});
+}
+
+void makeRanks(const Rank& after, const Rank& before, std::size_t count, std::vector<Rank>& ranks) {
+    if (count == 0)
+        return;
+    if (before.empty()) {
+        ranks.push_back(makeRank(after, before));
+        while (--count > 0)
+            ranks.push_back(increment(wholePart(ranks.back())));
+        return;
+    }
+    // By halves: the ranks stay short.
+    const Rank centre = makeRank(after, before);
+    const std::size_t left = (count - 1) / 2;
+    makeRanks(after, centre, left, ranks);
+    ranks.push_back(centre);
+    makeRanks(centre, before, count - 1 - left, ranks);
+}
+
+/// Which of `current` form a longest strictly ascending subsequence.
+std::vector<bool> findLongestAscent(const std::vector<std::optional<Rank>>& current) {
+    constexpr std::size_t none = static_cast<std::size_t>(-1);
+    std::vector<std::size_t> tails;  // the index of the least last rank of an ascent, by its length less one
+    std::vector<std::size_t> previous(current.size(), none);
+    for (std::size_t i = 0; i < current.size(); ++i) {
+        if (!current[i])
+            continue;
+        const auto place = std::lower_bound(tails.begin(), tails.end(), i,
+                                            [&](std::size_t a, std::size_t b) { return *current[a] < *current[b]; });
+        if (place != tails.begin())
+            previous[i] = *(place - 1);
+        if (place == tails.end())
+            tails.push_back(i);
+        else
+            *place = i;
+    }
+    std::vector<bool> kept(current.size());
+    for (std::size_t i = tails.empty() ? none : tails.back(); i != none; i = previous[i])
+        kept[i] = true;
+    return kept;
+}
+
+}  // namespace
+
+bool isRank(const std::u16string& text) {
+    const auto isDigit = [](char16_t unit) { return digits.find(unit) != std::u16string_view::npos; };
+    if (text.empty() || text[0] < u'a' || text[0] > u'z' || text.size() < wholeLength(text))
+        return false;
+    const bool hasFraction = text.size() > wholeLength(text);
+    return std::all_of(text.begin() + 1, text.end(), isDigit) && !(hasFraction && text.back() == digits.front()) &&
+           text != beginning;
+}
+
+std::vector<Rank> makeRanks(const Rank& after, const Rank& before, std::size_t count) {
+    std::vector<Rank> ranks;
+    ranks.reserve(count);
+    makeRanks(after, before, count, ranks);
+    return ranks;
+}
+
+std::vector<Rank> arrangeRanks(const std::vector<std::optional<Rank>>& current) {
+    const std::vector<bool> kept = findLongestAscent(current);
+    std::vector<Rank> ranks;
+    ranks.reserve(current.size());
+    for (std::size_t i = 0; i < current.size();) {
+        std::size_t gapEnd = i;
+        while (gapEnd < current.size() && !kept[gapEnd])
+            ++gapEnd;
+        const Rank before = gapEnd < current.size() ? *current[gapEnd] : Rank();
+        makeRanks(ranks.empty() ? Rank() : ranks.back(), before, gapEnd - i, ranks);
+        if (gapEnd < current.size())
+            ranks.push_back(before);
+        i = gapEnd + 1;
+    }
+    return ranks;
+}
+
+}  // namespace stores::fixed_path

@@ -1,0 +1,64 @@
+/// The store "monolithic".
+///
+/// The whole content is kept in memory and read again when the file has changed on disk, so two stores on one project
+/// see each other's changes. Every change writes the file; it is complete when the operation returns.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataManager.hpp"
+#include "stores/common/FileVersion.hpp"
+#include "stores/common/StoreFactory.hpp"
+#include "stores/monolithic/PathTree.hpp"
+
+namespace stores::monolithic {
+
+extern const std::u16string monolithicName;
+
+/// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw
+/// `MetadataReadFailure` for a damaged file; changing ones throw that too, and what `FileBatch` and `TreeRules` throw.
+class MonolithicManager : public project::metadata::MetadataManager {
+public:
+    /// @param folder the metadata folder, which need not exist
+    MonolithicManager(const host::Path& folder, JobRunner runJob);
+
+    void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode& node) override;
+    void removeNode(const project::metadata::MetadataPath& path) override;
+    void addPath(const project::metadata::MetadataPath& path) override;
+    void removePath(const project::metadata::MetadataPath& path) override;
+    std::unique_ptr<project::metadata::MetadataNode> getNode(
+        const project::metadata::MetadataPath& path) const override;
+    void setNodes(const std::map<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>&
+                      nodes) override;
+    void removePaths(const std::vector<project::metadata::MetadataPath>& paths) override;
+    bool hasNode(const project::metadata::MetadataPath& path) const override;
+    std::vector<project::metadata::MetadataPath> getChildren(
+        const project::metadata::MetadataPath& path) const override;
+    bool hasPath(const project::metadata::MetadataPath& path) const override;
+    void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
+
+private:
+    /// Replaces the content by what `edit` makes of it, and returns whether that is a change.
+    using Edit = std::function<bool(std::unique_ptr<PathTree>& tree)>;
+
+    /// Carries out `edit`, and writes the file if that changed something or there is none yet.
+    void change(const Edit& edit);
+
+    /// The content as it is on disk.
+    const PathTree& load() const;
+
+    void save(const PathTree& tree) const;
+    void writeStaged(const project::metadata::MetadataNode& xml, bool isEmpty, const host::Path& staged) const;
+
+    host::Path folder_;
+    host::Path file_;
+    JobRunner runJob_;
+    mutable std::optional<FileVersion> version_;  // of the file that `tree_` was read from or written to
+    mutable std::unique_ptr<PathTree> tree_;      // null while nothing is known
+};
+
+}  // namespace stores::monolithic

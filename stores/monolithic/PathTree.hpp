@@ -1,0 +1,64 @@
+/// The content of a "monolithic" store in memory.
+///
+/// One thread at a time may use a tree.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataNode.hpp"
+#include "project/metadata/MetadataPath.hpp"
+
+namespace stores::monolithic {
+
+/// A path with or without a node, and its children in order.
+class PathTree {
+public:
+    std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch
+
+    /// The child `element`, null if there is none.
+    PathTree* find(const project::metadata::PathElement& element) const;
+
+    /// The descendant at `path`, null if there is none.
+    const PathTree* find(const project::metadata::MetadataPath& path) const;
+
+    /// The child `element`, added as the last one if there is none.
+    PathTree& add(const project::metadata::PathElement& element);
+
+    /// Removes the child `element` with everything below it, if it exists.
+    void remove(const project::metadata::PathElement& element);
+
+    /// A child, valid until it is removed.
+    struct Child {
+        const project::metadata::PathElement& element;
+        PathTree& tree;
+    };
+
+    /// The children in order.
+    std::vector<Child> getChildren() const;
+
+private:
+    struct Entry {
+        std::size_t position;
+        std::unique_ptr<PathTree> tree;
+    };
+    using Entries = std::map<project::metadata::PathElement, Entry>;
+
+    Entries entries_;
+    std::map<std::size_t, Entries::const_iterator> order_;  // by position
+};
+
+/// The tree of the file `file`, whose root node is `xml`.
+/// @throws project::metadata::MetadataReadFailure naming the file, if it holds a path twice or what is no path
+std::unique_ptr<PathTree> fromXml(const project::metadata::MetadataNode& xml, const host::Path& file);
+
+/// The root node of a file that holds `tree`.
+std::unique_ptr<project::metadata::MetadataNode> toXml(const PathTree& tree);
+
+/// Whether both have the same paths in the same order, and share the same nodes.
+bool isSameTree(const PathTree& a, const PathTree& b);
+
+}  // namespace stores::monolithic

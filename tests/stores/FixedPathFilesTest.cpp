@@ -1,0 +1,139 @@
+// The disk form of the store "fixedPath".
+
+#include <gtest/gtest.h>
+
+#include "project/metadata/MetadataErrors.hpp"
+#include "tests/stores/StoreHelpers.hpp"
+
+using namespace test;
+using project::metadata::MetadataReadFailure;
+
+namespace {
+
+class FixedPathFilesTest : public testing::Test {
+protected:
+    std::filesystem::path file(const std::string& name) const { return folder_ / ("resources/project/" + name); }
+
+    TempFolder folder_;
+    std::unique_ptr<MetadataManager> store_ = openStore(u"fixedPath", folder_.path());
+};
+
+TEST_F(FixedPathFilesTest, OneFileForEachPath) {
+    store_->setNode(path({u"src", u"main.c"}), *node(u"12"));
+    EXPECT_EQ(readBytes(file("Project.xml")),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Project MetadataType=\"fixedPath\"/>");
+    EXPECT_EQ(readBytes(file("t=src.xml")),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Path Location=\"src\" Rank=\"a1\" Type=\"t\"/>\n");
+    EXPECT_EQ(readBytes(file("t=src/t=main.c.xml")),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+              "<Path Location=\"main.c\" Rank=\"a1\" Type=\"t\">\n"
+              "    <Node>\n"
+              "        <Info Value=\"12\"/>\n"
+              "    </Node>\n"
+              "</Path>\n");
+}
+
+TEST_F(FixedPathFilesTest, AChangeTouchesOnlyItsOwnFile) {
+    for (const char16_t* name : {u"a", u"b", u"c", u"d"})
+        store_->setNode(path({name, u"x"}), *node(u"1"));
+    const auto snapshot = [&] {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder_.std())) {
+            if (entry.is_regular_file())
+                files[entry.path().filename().string() + entry.path().parent_path().filename().string()] =
+                    readBytes(entry.path());
+        }
+        return files;
+    };
+    const auto countChanges = [&](const auto& change) {
+        const auto before = snapshot();
+        change();
+        const auto after = snapshot();
+        std::size_t changes = 0;
+        for (const auto& [name, content] : after)
+            changes += before.count(name) == 0 || before.at(name) != content ? 1U : 0U;
+        for (const auto& [name, content] : before)
+            changes += after.count(name) == 0 ? 1U : 0U;
+        return changes;
+    };
+    EXPECT_EQ(countChanges([&] { store_->setNode(path({u"b"}), *node(u"2")); }), 1U);
+    EXPECT_EQ(countChanges([&] { store_->removeNode(path({u"b"})); }), 1U);
+    EXPECT_EQ(countChanges([&] { store_->removePath(path({u"c", u"x"})); }), 1U);
+    EXPECT_EQ(countChanges([&] {
+                  store_->setPaths({MetadataPath(), path({u"d", u"x"}), path({u"a", u"x"}), path({u"new"}),
+                                    path({u"b", u"x"}), path({u"c"})});
+              }),
+              2U);
+    EXPECT_EQ(outline(*store_), "d d/x(1) a a/x(1) new b b/x(1) c");
+}
+
+TEST_F(FixedPathFilesTest, OtherFilesAreLeftAlone) {
+    store_->setNode(path({u"a", u"b"}), *node(u"1"));
+    for (const char* name : {"notes.txt", "uuid-1.xml", "t=a/readme", "t=a/x=y.txt"})
+        writeBytes(file(name), "mine");
+    EXPECT_EQ(outline(*store_), "a a/b(1)");
+    store_->setPaths({});
+    for (const char* name : {"notes.txt", "uuid-1.xml", "t=a/readme", "t=a/x=y.txt"})
+        EXPECT_EQ(readBytes(file(name)), "mine") << name;
+    EXPECT_FALSE(std::filesystem::exists(file("t=a.xml")));
+}
+
+TEST_F(FixedPathFilesTest, RemovedFoldersDisappear) {
+    store_->setNode(path({u"a", u"b", u"c"}), *node(u"1"));
+    store_->removePath(path({u"a"}));
+    EXPECT_FALSE(std::filesystem::exists(file("t=a")));
+    EXPECT_TRUE(std::filesystem::exists(file("Project.xml")));
+}
+
+TEST_F(FixedPathFilesTest, SymbolicLinksOutOfTheFolderAreNotFollowed) {
+    const TempFolder other;
+    writeBytes(other / "t=x.xml", "mine");
+    store_->addPath(path({u"a"}));
+    std::filesystem::create_directory_symlink(other.std(), file("t=link"));
+    store_->setPaths({});
+    EXPECT_EQ(readBytes(other / "t=x.xml"), "mine");
+}
+
+TEST_F(FixedPathFilesTest, SiblingsOfEqualRankAreOrderedByTheirElements) {
+    store_->addPath(path({u"a"}));
+    // As after a merge: both sides appended a path of their own.
+    for (const std::string name : {"y", "x"}) {
+        writeBytes(file("t=" + name + ".xml"), "<Path Location='" + name + "' Rank='a2' Type='t'/>");
+    }
+    EXPECT_EQ(outline(*store_), "a x y");
+    store_->setPaths({MetadataPath(), path({u"a"}), path({u"x"}), path({u"between"}), path({u"y"})});
+    EXPECT_EQ(outline(*store_), "a x between y");
+}
+
+TEST_F(FixedPathFilesTest, DamagedFilesAreNamedAndSurvive) {
+    store_->setNode(path({u"a"}), *node(u"1"));
+    store_->setNode(path({u"b"}), *node(u"1"));
+    for (const char* content :
+         {"", "<Path", "<Other/>", "<Path Location='other' Rank='a1' Type='t'/>", "<Path Location='a' Type='t'/>",
+          "<Path Location='a' Rank='zz' Type='t'/>", "<Path EscapedLocation='\\q' Rank='a1' Type='t'/>",
+          "<Path Location='a' Rank='a1' Type='t'><Node/></Path>"}) {
+        writeBytes(file("t=a.xml"), content);
+        for (const auto& use : std::vector<std::function<void()>>{
+                 [&] { store_->getNode(path({u"a"})); }, [&] { store_->getChildren(MetadataPath()); },
+                 [&] { store_->setNode(path({u"a"}), *node(u"2")); }}) {
+            try {
+                use();
+                ADD_FAILURE() << "accepted: " << content;
+            } catch (const MetadataReadFailure& error) {
+                EXPECT_NE(std::string(error.what()).find(file("t=a.xml").string()), std::string::npos) << error.what();
+            }
+        }
+        EXPECT_EQ(readBytes(file("t=a.xml")), content);
+        EXPECT_EQ(store_->getNode(path({u"b"}))->get(u"Value"), u"1");
+    }
+}
+
+TEST_F(FixedPathFilesTest, PathsTooLongForTheFileSystemAreRefused) {
+    store_->addPath(path({u"a"}));
+    const auto deep = path(std::vector<std::u16string>(40, std::u16string(150, u'x')));
+    EXPECT_THROW(store_->addPath(deep), project::metadata::MetadataWriteFailure);
+    EXPECT_FALSE(store_->hasPath(deep));
+    EXPECT_EQ(outline(*store_), "a");
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+// What a store refuses, and what it leaves alone when something goes wrong.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+
+#include "project/metadata/MetadataErrors.hpp"
+#include "tests/stores/StoreHelpers.hpp"
+#include "tests/support/Settings.hpp"
+#include "tests/support/UnprivilegedUser.hpp"
+
+using namespace test;
+using project::metadata::MetadataReadFailure;
+using project::metadata::MetadataWriteFailure;
+using project::metadata::ReadOnlyMetadataFailure;
+
+namespace {
+
+/// Every file in `folder` with its content.
+std::map<std::string, std::string> readFiles(const std::filesystem::path& folder) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+        if (entry.is_regular_file())
+            files[entry.path().string()] = readBytes(entry.path());
+    }
+    return files;
+}
+
+/// The message of the `Error` that `action` throws.
+template <class Error, class Action>
+std::string messageOf(const Action& action) {
+    try {
+        action();
+    } catch (const Error& error) {
+        return error.what();
+    }
+    ADD_FAILURE() << "nothing was thrown";
+    return {};
+}
+
+class StoreDamageTest : public testing::TestWithParam<const char16_t*> {
+protected:
+    std::unique_ptr<MetadataManager> open() const { return openStore(GetParam(), folder_.path()); }
+
+    std::filesystem::path metadata() const { return folder_ / "resources/project"; }
+
+    static MetadataNodeSpecification nested(int levels) {
+        MetadataNodeSpecification root;
+        MetadataNode* node = &root;
+        for (int level = 1; level < levels; ++level)
+            node = &node->createChildNode();
+        return root;
+    }
+
+    TempFolder folder_;
+};
+
+TEST_P(StoreDamageTest, RefusesWhatCouldNotBeReadBack) {
+    const auto store = open();
+    store->setNode(path({u"a"}), *node(u"1"));
+    const auto before = readFiles(folder_.std());
+    const auto refused = [&](const MetadataNode& node, const std::string& reason) {
+        const std::string message = messageOf<MetadataWriteFailure>([&] { store->setNode(path({u"a"}), node); });
+        EXPECT_NE(message.find(reason), std::string::npos) << message;
+        EXPECT_EQ(message.find(".pending"), std::string::npos) << message;
+        EXPECT_EQ(readFiles(folder_.std()), before);
+        EXPECT_EQ(outline(*store), "a(1)");
+    };
+    refused(MetadataNodeSpecification(u"no name"), "\"no name\" is no XML name");
+    refused(MetadataNodeSpecification(u""), "\"\" is no XML name");
+    refused(nested(300), "levels deep");
+
+    MetadataNodeSpecification node;
+    node.put(u" key ", u"");
+    refused(node, "blanks around it");
+
+    // Not allowed by the namespace rules of XML, and dropped by readers.
+    MetadataNodeSpecification undeclared;
+    undeclared.put(u"xmlns:a", u"");
+    refused(undeclared, "read back");
+    MetadataNodeSpecification huge;
+    huge.put(u"Key", std::u16string(10'000'001, u'x'));
+    refused(huge, "read back");
+}
+
+TEST_P(StoreDamageTest, KeepsTheDeepestTreeThatCanBeReadBack) {
+    const auto store = open();
+    int levels = 200;
+    const auto fits = [&](int count) {
+        try {
+            store->setNode(path({u"a"}), nested(count));
+            return true;
+        } catch (const MetadataWriteFailure&) {
+            return false;
+        }
+    };
+    while (fits(levels + 1))
+        ++levels;
+    EXPECT_GT(levels, 250);
+    EXPECT_EQ(describe(*open()->getNode(path({u"a"}))), describe(nested(levels)));
+    // Names with colons and long texts are fine as long as they read back.
+    MetadataNodeSpecification node(u"ns:name");
+    node.put(u"ns:key", std::u16string(2'000'000, u'\u00E4'));
+    store->setNode(path({u"b"}), node);
+    EXPECT_EQ(describe(*open()->getNode(path({u"b"}))), describe(node));
+}
+
+TEST_P(StoreDamageTest, DamagedCoreFileIsNamedAndLeftAlone) {
+    open()->setNode(path({u"a"}), *node(u"1"));
+    const auto core = metadata() / "Project.xml";
+    for (const char* content :
+         {"", "no xml", "<Project MetadataType=", "<Project/>", "<Project MetadataType='other'/>"}) {
+        writeBytes(core, content);
+        const std::string message = messageOf<MetadataReadFailure>([&] { open(); });
+        EXPECT_NE(message.find(core.string()), std::string::npos) << message;
+        EXPECT_EQ(readBytes(core), content);
+    }
+}
+
+TEST_P(StoreDamageTest, FailedWriteLeavesTheOldContent) {
+    const auto store = open();
+    std::map<MetadataPath, std::shared_ptr<MetadataNode>> nodes;
+    for (char16_t name = u'a'; name <= u'z'; ++name)
+        nodes[path({std::u16string(1, name)})] = node(u"1");
+    store->setNodes(nodes);
+    const auto before = readFiles(folder_.std());
+    nodes[path({u"y"})] = node(std::u16string(20000, u'x'));
+
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small{16384, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    const std::string message = messageOf<MetadataWriteFailure>([&] { store->setNodes(nodes); });
+    setrlimit(RLIMIT_FSIZE, &limit);
+
+    EXPECT_NE(message.find("File too large"), std::string::npos) << message;
+    EXPECT_NE(message.find(metadata().string()), std::string::npos) << message;
+    EXPECT_EQ(message.find(".pending"), std::string::npos) << message;
+    EXPECT_EQ(readFiles(folder_.std()), before);
+    EXPECT_EQ(store->getNode(path({u"y"}))->get(u"Value"), u"1");
+    store->setNodes(nodes);
+    EXPECT_EQ(open()->getNode(path({u"y"}))->get(u"Value").size(), 20000U);
+}
+
+TEST_P(StoreDamageTest, ReadOnlyFilesFollowTheUsersSetting) {
+    const SettingsOverride noSettings(std::shared_ptr<const host::SettingsGroup>{});
+    const UnprivilegedUser user;
+    const auto store = open();
+    const MetadataPath root;
+    store->setNode(root, *node(u"1"));
+    const auto before = readFiles(folder_.std());
+    const auto set = [&](const char16_t* value) {
+        return SettingsOverride({{{"korvex.project.metadata", "MakeReadOnlyMetadataWritable"}, value}});
+    };
+    const auto protect = [&](const std::filesystem::path& path) {
+        std::filesystem::permissions(path, std::filesystem::perms(0222), std::filesystem::perm_options::remove);
+    };
+    for (const auto& target : {metadata() / "Project.xml", metadata()}) {
+        protect(target);
+        {
+            const auto settings = set(u"no");
+            const std::string message = messageOf<ReadOnlyMetadataFailure>([&] { store->setNode(root, *node(u"2")); });
+            EXPECT_NE(message.find(target.string()), std::string::npos) << message;
+            EXPECT_EQ(readFiles(folder_.std()), before);
+        }
+        const auto settings = set(u"yes");
+        store->setNode(root, *node(u"2"));
+        EXPECT_EQ(open()->getNode(root)->get(u"Value"), u"2");
+        store->setNode(root, *node(u"1"));
+    }
+    // The group's and others' permissions stay as they were.
+    EXPECT_EQ(std::filesystem::status(metadata() / "Project.xml").permissions(), std::filesystem::perms(0644));
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, StoreDamageTest, testing::Values(u"fixedPath", u"monolithic"),
+                         [](const auto& store) { return host::toUtf8(store.param); });
+
+}  // namespace
