@@ -1,0 +1,44 @@
+#include "cli/Command.hpp"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+namespace cli {
+
+namespace {
+
+/// In a function, so that it is there before the first static `Command`, in whatever order the files are linked.
+std::vector<const Command*>& registry() {
+    static std::vector<const Command*> commands;
+    return commands;
+}
+
+}  // namespace
+
+Command::Command(Group group, const char* name, const char* summary, Configure configure)
+    : group_(group), name_(name), summary_(summary), configure_(configure) {
+    registry().push_back(this);
+}
+
+const char* Command::groupTitle() const {
+    switch (group_) {
+        case Group::look:
+            return "Look";
+        case Group::change:
+            return "Change";
+        case Group::move:
+            return "Move";
+    }
+    return "";
+}
+
+std::vector<const Command*> Command::all() {
+    std::vector<const Command*> commands = registry();
+    std::sort(commands.begin(), commands.end(), [](const Command* a, const Command* b) {
+        return std::pair(a->group_, std::string_view(a->name_)) < std::pair(b->group_, std::string_view(b->name_));
+    });
+    return commands;
+}
+
+}  // namespace cli

@@ -1,0 +1,53 @@
+/// What a command of project-metadata consists of. Each command lies in a file of its own in commands/, where one
+/// static `Command` makes it known; nothing else changes when a file is added.
+///
+/// Commands are made before `main` starts and never change; everything here belongs to the main thread.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace cli {
+
+/// The exit statuses, on which scripts rely.
+enum class Status { done = 0, foundProblems = 1, usage = 2, failure = 3, notAProject = 4 };
+
+/// Where the overview of all commands shows a command.
+enum class Group { look, change, move };
+
+class Command {
+public:
+    /// Does what the command line asked for. Errors are exceptions.
+    using Action = std::function<Status()>;
+
+    /// Declares the command's arguments to `app` and returns the action that uses them once they are parsed.
+    using Configure = Action (*)(CLI::App& app);
+
+    /// Makes the command known. All texts are literals.
+    Command(Group group, const char* name, const char* summary, Configure configure);
+
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+
+    /// The heading of the command's group in the overview.
+    const char* groupTitle() const;
+
+    const char* name() const { return name_; }
+    const char* summary() const { return summary_; }
+    Action makeAction(CLI::App& app) const { return configure_(app); }
+
+    /// All commands, by group and name.
+    static std::vector<const Command*> all();
+
+private:
+    Group group_;
+    const char* name_;
+    const char* summary_;
+    Configure configure_;
+};
+
+}  // namespace cli

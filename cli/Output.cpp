@@ -1,0 +1,29 @@
+#include "cli/Output.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+namespace cli {
+
+namespace {
+
+[[noreturn]] void raiseWriteError(int error) {
+    if (error == EPIPE)
+        throw OutputClosed();
+    throw std::system_error(error, std::generic_category(), "The standard output cannot be written");
+}
+
+}  // namespace
+
+void print(std::string_view text) {
+    if (std::fwrite(text.data(), 1, text.size(), stdout) < text.size())
+        raiseWriteError(errno);
+}
+
+void flushOutput() {
+    if (std::fflush(stdout) != 0)
+        raiseWriteError(errno);
+}
+
+}  // namespace cli

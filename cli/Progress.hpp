@@ -1,0 +1,39 @@
+/// What a person at a terminal sees of long work.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace cli {
+
+/// While it lives, and if the standard error is a terminal, one line there says what goes on, how much is done and for
+/// how long; it appears after half a second and is erased at the end. A thread of its own draws it and touches nothing
+/// else. The main thread makes, advances and destroys it.
+class Progress {
+public:
+    /// @param work what is done, such as "Scanning"
+    explicit Progress(std::string work);
+    ~Progress();
+
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    /// Counts one more thing as done.
+    void advance() noexcept { ++count_; }
+
+private:
+    void draw();
+
+    std::string work_;
+    std::atomic<std::uint64_t> count_{0};
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool finished_ = false;
+    std::thread thread_;
+};
+
+}  // namespace cli

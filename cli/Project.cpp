@@ -1,0 +1,62 @@
+#include "cli/Project.hpp"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <optional>
+#include <system_error>
+
+#include "cli/Errors.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+
+namespace cli {
+
+namespace pm = project::metadata;
+
+std::string quoted(const host::Path& path) {
+    return '"' + path.accessName() + '"';
+}
+
+void requireRoot(const host::Path& root) {
+    struct stat status {};
+    if (stat(root.accessName().c_str(), &status) != 0) {
+        const std::string reason = std::generic_category().message(errno);
+        throw CommandError(Status::notAProject, "The project folder " + quoted(root) + " cannot be used: " + reason);
+    }
+    if (!S_ISDIR(status.st_mode))
+        throw CommandError(Status::notAProject, quoted(root) + " is no folder, so it cannot be a project");
+}
+
+host::Path requireCoreFile(const host::Path& root) {
+    requireRoot(root);
+    const std::optional<host::Path> coreFile = pm::ProjectMetadataLocation(root).locateCoreFile();
+    if (!coreFile) {
+        throw CommandError(Status::notAProject, "The folder " + quoted(root) +
+                                                    " holds no project metadata; \"project-metadata init\" creates it");
+    }
+    return *coreFile;
+}
+
+std::unique_ptr<pm::MetadataManager> openProject(const host::Path& root) {
+    const host::Path coreFile = requireCoreFile(root);
+    if (auto store = pm::getMetadataManagerFor(root))
+        return store;
+    const std::optional<std::u16string> type = pm::ProjectMetadataLocation(root).getMetadataType();
+    if (!type)
+        throw CommandError(Status::failure, "The core file " + quoted(coreFile) + " names no type of metadata");
+    throw CommandError(Status::failure, "There is no store for metadata of type \"" + host::toUtf8(*type) +
+                                            "\", which " + quoted(coreFile) + " names; there are: " + listStoreNames());
+}
+
+std::string listStoreNames() {
+    std::string names;
+    for (const auto& factory : pm::getRegisteredFactories()) {
+        if (!factory->isHidden())
+            names += (names.empty() ? "" : ", ") + host::toUtf8(factory->getName());
+    }
+    return names.empty() ? "none" : names;
+}
+
+}  // namespace cli

@@ -1,0 +1,32 @@
+/// Projects as the command line names them.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataManager.hpp"
+
+namespace cli {
+
+/// A path for an error sentence: its bytes, in quotes.
+std::string quoted(const host::Path& path);
+
+/// @throws CommandError with `Status::notAProject` unless `root` is a folder
+void requireRoot(const host::Path& root);
+
+/// The core file of the project with the root folder `root`.
+/// @throws CommandError with `Status::notAProject` if there is no such folder or no metadata in it
+/// @throws MetadataReadFailure if that cannot be found out
+host::Path requireCoreFile(const host::Path& root);
+
+/// The store that holds the metadata of the project with the root folder `root`; never null.
+/// @throws as `requireCoreFile`
+/// @throws CommandError if there is no store for the type of metadata that the core file names
+/// @throws whatever the plug-ins throw
+std::unique_ptr<project::metadata::MetadataManager> openProject(const host::Path& root);
+
+/// The names of all stores that users may choose, for an error sentence.
+std::string listStoreNames();
+
+}  // namespace cli

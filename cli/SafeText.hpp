@@ -1,0 +1,20 @@
+/// Texts from the disk made safe to show: a file name may hold escape sequences that act on the terminal, or marks that
+/// make it look like another name.
+///
+/// Both functions may be called from any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace cli {
+
+/// `text` in UTF-8, with these replaced by escapes: control characters, marks that change the direction of text,
+/// other characters that cannot be seen, and what is no Unicode. The escapes are `\t`, `\n`, `\r`, `\xNN` for a byte
+/// that is not part of valid UTF-8 (see `host::Path`), and `\uNNNN` or `\UNNNNNNNN` for a character.
+std::string escapeText(std::u16string_view text);
+
+/// As `escapeText`, with `\\` for a backslash, so that different names look different.
+std::string escapeName(std::u16string_view name);
+
+}  // namespace cli

@@ -1,0 +1,21 @@
+/// Putting what a scan found into a store.
+///
+/// A folder becomes a path element of type "Folder", everything else one of type "File", with the name as location,
+/// and each path has a node with the attributes "Kind" ("file", "folder", "symlink" or "other"), "ModificationTime" (as
+/// `formatTime`) and, for files, "Size" in bytes.
+#pragma once
+
+#include <vector>
+
+#include "cli/FolderScan.hpp"
+#include "project/metadata/MetadataManager.hpp"
+
+namespace cli {
+
+/// Makes `store` hold what `scan` found, siblings in its order. "Folder" and "File" paths of files that are gone are
+/// removed with everything below them. The rest belongs to somebody else and stays: paths of other types and what is
+/// below them, other attributes, child nodes. What is up to date already is not written again. Main thread only.
+/// @throws whatever the store throws
+void updateStore(project::metadata::MetadataManager& store, const std::vector<ScannedFile>& scan);
+
+}  // namespace cli

@@ -1,0 +1,47 @@
+/// project-metadata export: all metadata of a project in one file.
+
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/Errors.hpp"
+#include "cli/Output.hpp"
+#include "cli/Progress.hpp"
+#include "cli/Project.hpp"
+#include "cli/SafeText.hpp"
+#include "host/FileSystem.hpp"
+#include "project/metadata/SingleFileExport.hpp"
+
+namespace cli {
+
+namespace {
+
+Status exportTo(const host::Path& root, const host::Path& file) {
+    openProject(root);
+    // Exporting refuses it too, but only after the work.
+    if (host::FileSystem::exists(file))
+        throw CommandError(Status::failure, "The file " + quoted(file) + " exists already and is left as it is");
+    {
+        const Progress progress("Exporting");
+        project::metadata::writeMetadataToSingleFile(root, file);
+    }
+    print(escapeName(file.text()) + '\n');
+    return Status::done;
+}
+
+const Command command(Group::move, "export", "Write a project's metadata into one new file",
+                      [](CLI::App& app) -> Command::Action {
+                          const auto root = std::make_shared<std::string>();
+                          const auto file = std::make_shared<std::string>();
+                          app.add_option("ROOT", *root, "The project's root folder")->required();
+                          app.add_option("FILE", *file, "The file to make; one that exists is left alone")->required();
+                          return [root, file] {
+                              return exportTo(host::Path::fromAccessName(*root), host::Path::fromAccessName(*file));
+                          };
+                      });
+
+}  // namespace
+
+}  // namespace cli

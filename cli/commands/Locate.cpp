@@ -1,0 +1,50 @@
+/// project-metadata locate: where a project's metadata is and of which type.
+
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/Output.hpp"
+#include "cli/Project.hpp"
+#include "cli/SafeText.hpp"
+#include "host/FileSystem.hpp"
+#include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+
+namespace cli {
+
+namespace {
+
+namespace pm = project::metadata;
+
+void printField(const std::string& label, const std::u16string& value) {
+    print(label + std::string(12 - label.size(), ' ') + escapeName(value) + '\n');
+}
+
+Status locate(const host::Path& root) {
+    const host::Path coreFile = requireCoreFile(root);
+    const auto type = pm::ProjectMetadataLocation(root).getMetadataType();
+    printField("Folder", pm::getParentFolder(coreFile).text());
+    printField("Core file", coreFile.text());
+    printField("Type", type.value_or(u"(none)"));
+    for (const std::u16string& name : pm::getSupportedRoots()) {
+        const host::Path other = root / name / coreFile.fileName();
+        if (other != coreFile && host::FileSystem::exists(other))
+            printField("Not used", other.text());
+    }
+    return Status::done;
+}
+
+const Command command(Group::look, "locate", "Show where a project's metadata is, and of which type",
+                      [](CLI::App& app) -> Command::Action {
+                          const auto root = std::make_shared<std::string>();
+                          app.add_option("ROOT", *root, "The project's root folder")->required();
+                          return [root] { return locate(host::Path::fromAccessName(*root)); };
+                      });
+
+}  // namespace
+
+}  // namespace cli

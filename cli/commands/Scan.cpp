@@ -1,0 +1,73 @@
+/// project-metadata scan: metadata for every file and folder below a folder.
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/Errors.hpp"
+#include "cli/FolderScan.hpp"
+#include "cli/Output.hpp"
+#include "cli/Progress.hpp"
+#include "cli/Project.hpp"
+#include "cli/ScanUpdate.hpp"
+#include "host/FileSystem.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+
+namespace cli {
+
+namespace {
+
+namespace pm = project::metadata;
+
+/// Everything below `folder` but the metadata of the project itself.
+std::vector<ScannedFile> readFolder(const host::Path& root, const host::Path& folder) {
+    const auto identity = FileIdentity::of(folder);
+    if (!identity)
+        throw host::FileSystemException(folder, std::make_error_code(std::errc::no_such_file_or_directory));
+    const auto metadataFolder = FileIdentity::of(pm::ProjectMetadataLocation(root).getDirectory());
+    if (identity == metadataFolder)
+        throw CommandError(Status::usage, quoted(folder) + " is the metadata folder of the project itself");
+    Progress progress("Scanning");
+    return scanFolder(folder, metadataFolder, progress);
+}
+
+std::string count(std::size_t number, const std::string& thing) {
+    return std::to_string(number) + ' ' + thing + (number == 1 ? "" : "s");
+}
+
+Status scan(const host::Path& root, const host::Path& folder) {
+    const auto store = openProject(root);
+    const std::vector<ScannedFile> files = readFolder(root, folder);
+    {
+        const Progress progress("Storing");
+        updateStore(*store, files);
+    }
+    const auto isFolder = [](const ScannedFile& file) { return file.kind == FileKind::folder; };
+    const auto folders = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isFolder));
+    // The first element is the scanned folder itself, which has no node.
+    print(count(files.size() - folders, "file") + ", " + count(folders - 1, "folder") + '\n');
+    return Status::done;
+}
+
+const Command command(Group::change, "scan", "Describe every file and folder of a folder in a project's metadata",
+                      [](CLI::App& app) -> Command::Action {
+                          const auto root = std::make_shared<std::string>();
+                          const auto folder = std::make_shared<std::optional<std::string>>();
+                          app.add_option("ROOT", *root, "The project's root folder")->required();
+                          app.add_option("FOLDER", *folder, "The folder to describe; without, ROOT");
+                          return [root, folder] {
+                              return scan(host::Path::fromAccessName(*root),
+                                          host::Path::fromAccessName(folder->value_or(*root)));
+                          };
+                      });
+
+}  // namespace
+
+}  // namespace cli

@@ -1,0 +1,57 @@
+/// project-metadata uuid: gives a project a UUID.
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/Errors.hpp"
+#include "cli/Output.hpp"
+#include "cli/Project.hpp"
+#include "cli/SafeText.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/Uuid.hpp"
+
+namespace cli {
+
+namespace {
+
+namespace pm = project::metadata;
+
+/// Whether `text` has the text form of RFC 4122, in digits of either case.
+bool isUuid(std::string_view text) {
+    constexpr std::string_view form = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
+    constexpr std::string_view digits = "0123456789abcdefABCDEF";
+    return std::equal(text.begin(), text.end(), form.begin(), form.end(), [digits](char given, char expected) {
+        return expected == '-' ? given == '-' : digits.find(given) != std::string_view::npos;
+    });
+}
+
+/// @param given the UUID in text form; empty for a new one
+Status assign(const host::Path& root, const std::string& given) {
+    if (!given.empty() && !isUuid(given)) {
+        throw CommandError(Status::usage, "\"" + given +
+                                              "\" is no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 "
+                                              "and 12, joined by \"-\"");
+    }
+    requireCoreFile(root);
+    const std::u16string uuid = given.empty() ? pm::generateUUID() : host::fromUtf8(given);
+    const host::Path marker = pm::assignUuid(root, uuid);
+    print(host::toUtf8(uuid) + "  " + escapeName(marker.text()) + '\n');
+    return Status::done;
+}
+
+const Command command(Group::change, "uuid", "Give a project a UUID", [](CLI::App& app) -> Command::Action {
+    const auto root = std::make_shared<std::string>();
+    const auto uuid = std::make_shared<std::string>();
+    app.add_option("ROOT", *root, "The project's root folder")->required();
+    app.add_option("UUID", *uuid, "The UUID; without, a new random one");
+    return [root, uuid] { return assign(host::Path::fromAccessName(*root), *uuid); };
+});
+
+}  // namespace
+
+}  // namespace cli

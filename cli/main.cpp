@@ -1,0 +1,90 @@
+/// The command project-metadata: reads the command line and lets one command do its work.
+
+#include <csignal>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/Errors.hpp"
+#include "cli/Output.hpp"
+
+namespace {
+
+const char* const versionText =
+    "project-metadata " PROJECT_METADATA_VERSION " (service framework: " PROJECT_METADATA_SERVICES_NAME ")";
+
+const char* const statusText =
+    "Exit status: 0 done, 1 found differences or problems, 2 wrong usage, 3 an error, "
+    "4 not a project.";
+
+std::shared_ptr<CLI::Formatter> makeFormatter() {
+    auto formatter = std::make_shared<CLI::Formatter>();
+    formatter->column_width(22);
+    formatter->label("Positionals", "Arguments");
+    formatter->label("SUBCOMMAND", "COMMAND");
+    // The usage line shows what may be left out.
+    formatter->label("TEXT", "");
+    formatter->label("REQUIRED", "");
+    return formatter;
+}
+
+/// The sentence of `error`, or a better one.
+std::string explain(const CLI::App& app, const CLI::ParseError& error) {
+    if (!app.get_subcommands().empty())
+        return error.what();
+    return app.remaining_size() == 0 ? "A command is missing"
+                                     : "There is no command \"" + app.remaining().front() + '"';
+}
+
+cli::Status run(int argc, const char* const* argv) {
+    CLI::App app("Manages the metadata of engineering projects", "project-metadata");
+    app.formatter(makeFormatter());
+    app.set_help_flag("-h,--help", "Print this help");
+    app.set_version_flag("--version", versionText, "Print the version and the service framework in use");
+    app.footer(statusText);
+    app.require_subcommand(1);
+
+    std::map<const CLI::App*, cli::Command::Action> actions;
+    for (const cli::Command* command : cli::Command::all()) {
+        CLI::App* const subcommand = app.add_subcommand(command->name(), command->summary());
+        subcommand->group(command->groupTitle());
+        actions[subcommand] = command->makeAction(*subcommand);
+    }
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& request) {
+        std::ostringstream text;
+        app.exit(request, text);
+        cli::print(text.str());
+        return cli::Status::done;
+    } catch (const CLI::ParseError& error) {
+        cli::reportError(explain(app, error) + "; see --help");
+        return cli::Status::usage;
+    }
+    return actions.at(app.get_subcommands().front())();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Writing to a closed pipe or beyond the limit for files is an error like others, not the end of the process.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    cli::Status status = cli::Status::done;
+    try {
+        status = run(argc, argv);
+        cli::flushOutput();
+    } catch (const cli::OutputClosed&) {
+        status = cli::Status::done;
+    } catch (...) {
+        std::fflush(stdout);  // what was printed before the error is shown before it
+        status = cli::reportCurrentException();
+    }
+    return static_cast<int>(status);
+}

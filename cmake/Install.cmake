@@ -1,0 +1,23 @@
+# The installed package: find_package(project_metadata) gives project_metadata::project_metadata, project_metadata::host
+# and project_metadata_add_bundle().
+
+include(CMakePackageConfigHelpers)
+
+set(packageFolder ${CMAKE_INSTALL_LIBDIR}/cmake/project_metadata)
+
+install(TARGETS project_metadata EXPORT project_metadataTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(TARGET project_host)
+    install(TARGETS project_host EXPORT project_metadataTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
+install(DIRECTORY host project DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.hpp")
+install(EXPORT project_metadataTargets NAMESPACE project_metadata:: DESTINATION ${packageFolder})
+
+configure_package_config_file(cmake/project_metadataConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/project_metadataConfig.cmake INSTALL_DESTINATION ${packageFolder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/project_metadataConfigVersion.cmake
+    COMPATIBILITY SameMinorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/project_metadataConfig.cmake
+    ${PROJECT_BINARY_DIR}/project_metadataConfigVersion.cmake
+    cmake/ProjectMetadataBundle.cmake
+    DESTINATION ${packageFolder})

@@ -1,0 +1,128 @@
+/// Damaged projects and disks that refuse: each ends with an error that names the path and the cause, and what was
+/// there stays as it was.
+#include "tests/cli/ProjectFixture.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::expectFailure;
+using test::readTree;
+using test::run;
+using test::Surroundings;
+
+const std::string sample = CLI_TEST_SAMPLE;
+
+using DamagedProjectTest = test::ProjectFixture;
+using FullDiskTest = test::ProjectFixture;
+
+TEST_F(DamagedProjectTest, isRefusedByEveryCommandThatReadsIt) {
+    init();
+    const std::string whole = test::readBytes(coreFile);
+    const std::map<std::string, std::string> damages{{"", "XML"},
+                                                     {whole.substr(0, whole.size() - 1), "XML"},
+                                                     {"\x7f"
+                                                      "ELF\x02\x01",
+                                                      "XML"},
+                                                     {"<Project MetadataType=\"fixedPath\"><Info></Project>", "XML"},
+                                                     {"<Project MetadataType=\"cloud\"/>", "\"cloud\""},
+                                                     {"<Project/>", "no type"},
+                                                     {"<Project MetadataType=\"\"/>", "no type"}};
+    for (const auto& [content, cause] : damages) {
+        test::writeBytes(coreFile, content);
+        const auto before = readTree(root);
+        for (const std::string command : {"tree", "scan"})
+            expectFailure(run({command, root}), 3, {coreFile, cause});
+        expectFailure(run({"export", root, folder / "out.xml"}), 3, {coreFile, cause});
+        EXPECT_EQ(readTree(root), before);
+        EXPECT_FALSE(fs::exists(folder / "out.xml"));
+    }
+}
+
+TEST_F(DamagedProjectTest, namesTheNodeFileThatCannotBeRead) {
+    init();
+    ASSERT_EQ(run({"scan", root, sample}).status, 0);
+    const fs::path nodeFile = coreFile.parent_path() / "File=README.md.xml";
+    test::writeBytes(nodeFile, "<Path");
+    const auto before = readTree(root);
+    expectFailure(run({"export", root, folder / "out.xml"}), 3, {nodeFile});
+    expectFailure(run({"scan", root, sample}), 3, {nodeFile});
+    EXPECT_EQ(readTree(root), before);
+}
+
+TEST_F(FullDiskTest, keepsTheOldContent) {
+    for (const std::string store : {"fixedPath", "monolithic"}) {
+        fs::remove_all(root);
+        fs::create_directory(root);
+        init(store);
+        fs::create_directory(folder / "source");
+        test::writeBytes(folder / "source/" / std::string(200, 'a'), "");
+        ASSERT_EQ(run({"scan", root, folder / "source"}).status, 0);
+        const auto before = readTree(root);
+
+        for (int i = 0; i < 9; ++i)
+            test::writeBytes(folder / "source" / (std::to_string(i) + std::string(200, 'a')), "");
+        Surroundings full;
+        full.prepare = test::limitFileSize(250);
+        expectFailure(run({"scan", root, folder / "source"}, full), 3, {coreFile.parent_path(), "File too large"});
+        EXPECT_EQ(readTree(root), before);
+        fs::remove_all(folder / "source");
+    }
+}
+
+/// Projects whose metadata folder is read-only for the user, and settings that allow to change that, or not.
+class ReadOnlyProjectTest : public test::ProjectFixture, public testing::WithParamInterface<const char*> {
+protected:
+    ReadOnlyProjectTest() {
+        fs::permissions(root, fs::perms::all);
+        test::writeBytes(folder / "source/a", "");
+        fs::create_directory(folder / "source/folder");
+        test::writeBytes(folder / "settings.ini", "[korvex.project.metadata]\nMakeReadOnlyMetadataWritable = no\n");
+        nobody.prefix = test::movedInstallation();
+        nobody.prepare = test::becomeUnprivileged;
+        nobody.variables["PROJECT_METADATA_SETTINGS"] = folder / "settings.ini";
+        EXPECT_EQ(run({"init", root, "--store", GetParam()}, nobody).status, 0);
+        EXPECT_EQ(run({"scan", root, folder / "source"}, nobody).status, 0);
+        test::writeBytes(folder / "source/added", "");
+        setWritable(false);
+    }
+
+    ~ReadOnlyProjectTest() override { setWritable(true); }
+
+    void setWritable(bool writable) const {
+        const auto change = writable ? fs::perm_options::add : fs::perm_options::remove;
+        fs::permissions(coreFile.parent_path(), fs::perms::owner_write, change);
+        for (const auto& entry : fs::recursive_directory_iterator(coreFile.parent_path()))
+            fs::permissions(entry.path(), fs::perms::owner_write, change);
+    }
+
+    Surroundings nobody;
+};
+
+INSTANTIATE_TEST_SUITE_P(Stores, ReadOnlyProjectTest, testing::Values("fixedPath", "monolithic"), test::nameOfStore);
+
+TEST_P(ReadOnlyProjectTest, staysAsItIsUnlessTheSettingsAllowMore) {
+    const auto before = readTree(root);
+    expectFailure(run({"scan", root, folder / "source"}, nobody), 3, {coreFile.parent_path(), "read-only"});
+    expectFailure(run({"uuid", root}, nobody), 3, {coreFile.parent_path(), "read-only"});
+    EXPECT_EQ(readTree(root), before);
+    EXPECT_EQ(run({"tree", root}, nobody).status, 0);
+}
+
+TEST_P(ReadOnlyProjectTest, isMadeWritableIfTheSettingsAllow) {
+    test::writeBytes(folder / "settings.ini", "[korvex.project.metadata]\nMakeReadOnlyMetadataWritable = yes\n");
+    const auto outcome = run({"scan", root, folder / "source"}, nobody);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(run({"tree", root}, nobody).out, root.native() + "\n├── File:a\n├── File:added\n└── Folder:folder\n");
+}
+
+TEST(ReadOnlyRootTest, getsNoMetadata) {
+    const test::TempFolder folder;
+    fs::create_directory(folder / "project");
+    Surroundings nobody;
+    nobody.prefix = test::movedInstallation();
+    nobody.prepare = test::becomeUnprivileged;
+    expectFailure(run({"init", folder / "project"}, nobody), 3, {folder / "project/resources", "read-only"});
+    EXPECT_EQ(readTree(folder / "project").size(), 0U);
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+/// What belongs to no single command: help, usage, output, settings and plug-ins.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "tests/cli/ProjectFixture.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::expectFailure;
+using test::expectSuccess;
+using test::Outcome;
+using test::run;
+using test::Surroundings;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+using CommandLineTest = test::ProjectFixture;
+using CommandPluginsTest = test::ProjectFixture;
+
+TEST_F(CommandLineTest, helpDescribesEveryCommandAndItsArguments) {
+    const Outcome overview = run({"--help"});
+    EXPECT_EQ(overview.status, 0);
+    const std::map<std::string, std::string> usage{
+        {"export", " [OPTIONS] ROOT FILE"},   {"init", " [OPTIONS] [ROOT]"}, {"locate", " [OPTIONS] ROOT"},
+        {"scan", " [OPTIONS] ROOT [FOLDER]"}, {"stores", " [OPTIONS]"},      {"tree", " [OPTIONS] ROOT"},
+        {"uuid", " [OPTIONS] ROOT [UUID]"}};
+    for (const auto& [command, arguments] : usage) {
+        EXPECT_THAT(overview.out, HasSubstr("\n  " + command));
+        std::string line = "Usage: project-metadata ";
+        line.append(command).append(arguments).append("\n");
+        const Outcome help = run({command, "--help"});
+        EXPECT_EQ(help.status, 0);
+        EXPECT_THAT(help.out, HasSubstr(line));
+    }
+}
+
+TEST_F(CommandLineTest, versionSaysWhichServiceFrameworkIsUsed) {
+    EXPECT_THAT(run({"--version"}).out, MatchesRegex("project-metadata [0-9.]+ \\(service framework: .*"
+                                                     "CppMicroServices.*\\)\n"));
+}
+
+TEST_F(CommandLineTest, wrongUsageIsExplainedInOneSentence) {
+    const std::vector<std::vector<std::string>> lines{
+        {}, {"grow"}, {"--grow"}, {"tree"}, {"tree", root, "more"}, {"export", root}, {"init", root, "--store"}};
+    for (const auto& line : lines)
+        expectFailure(run(line), 2, {"--help"});
+    expectFailure(run({"gr\x1b[31mow\xff\n"}), 2, {"gr\\u001B[31mow\\xFF\\n"});
+}
+
+TEST_F(CommandLineTest, storesNamesTheDefault) {
+    const Outcome stores = run({"stores"});
+    EXPECT_EQ(stores.status, 0);
+    EXPECT_THAT(stores.out, MatchesRegex("fixedPath \\(default\\)  [^\n]+\nmonolithic           [^\n]+\n"));
+
+    Surroundings surroundings;
+    surroundings.variables["PROJECT_METADATA_SETTINGS"] = folder / "settings.ini";
+    test::writeBytes(folder / "settings.ini", "[korvex.project.creation]\nDefaultMetadataManager = monolithic\n");
+    EXPECT_THAT(run({"stores"}, surroundings).out, HasSubstr("monolithic (default)"));
+}
+
+TEST_F(CommandLineTest, settingsThatCannotBeReadAreNamedWithTheLine) {
+    Surroundings surroundings;
+    surroundings.variables["PROJECT_METADATA_SETTINGS"] = folder / "settings.ini";
+    test::writeBytes(folder / "settings.ini", "[korvex.project.creation]\nnonsense\n");
+    expectFailure(run({"init", root}, surroundings), 3, {folder / "settings.ini", "line 2"});
+    EXPECT_EQ(test::readTree(root).size(), 0U);
+}
+
+/// Replaces the standard output of the command.
+Surroundings withOutputTo(const std::string& file) {
+    Surroundings surroundings;
+    surroundings.prepare = [file] { dup2(open(file.c_str(), O_WRONLY), STDOUT_FILENO); };
+    return surroundings;
+}
+
+TEST_F(CommandLineTest, outputThatCannotBeWrittenIsAnError) {
+    init();
+    for (const char* command : {"tree", "locate"})
+        expectFailure(run({command, root}, withOutputTo("/dev/full")), 3, {"standard output", "No space left"});
+    expectFailure(run({"--help"}, withOutputTo("/dev/full")), 3, {"standard output"});
+}
+
+TEST_F(CommandLineTest, outputThatNobodyReadsEndsTheCommandQuietly) {
+    init();
+    Surroundings surroundings;
+    surroundings.prepare = [] {
+        std::array<int, 2> ends{};
+        if (pipe(ends.data()) == 0 && dup2(ends[1], STDOUT_FILENO) >= 0)
+            close(ends[0]), close(ends[1]);
+    };
+    expectSuccess(run({"tree", root}, surroundings), "");
+}
+
+TEST_F(CommandPluginsTest, areFoundWhereverTheInstallationIsMoved) {
+    Surroundings moved;
+    moved.prefix = test::movedInstallation();
+    EXPECT_EQ(run({"stores"}, moved).out, run({"stores"}).out);
+    EXPECT_EQ(run({"init", root}, moved).status, 0);
+}
+
+TEST_F(CommandPluginsTest, noneIsAnErrorThatSaysSo) {
+    Surroundings surroundings;
+    surroundings.variables["PROJECT_METADATA_PREFIX"] = folder / "empty";
+    expectFailure(run({"stores"}, surroundings), 3, {"There are no metadata stores"});
+    expectFailure(run({"init", root}, surroundings), 3, {"no default store"});
+
+    init();
+    expectFailure(run({"tree", root}, surroundings), 3, {"\"fixedPath\"", coreFile});
+}
+
+TEST_F(CommandPluginsTest, oneThatCannotBeLoadedOrStartedIsNamed) {
+    Surroundings surroundings;
+    surroundings.variables["PROJECT_METADATA_PREFIX"] = folder / "prefix";
+    const fs::path plugins = folder / "prefix/bin/tuxa64/ProjectMetadataProvider";
+    fs::create_directories(plugins);
+
+    test::writeBytes(plugins / "text.so", "This is no shared object.\n");
+    expectFailure(run({"stores"}, surroundings), 3, {plugins / "text.so"});
+    fs::remove(plugins / "text.so");
+
+    fs::copy(CLI_TEST_PLUGIN, plugins / "throwing.so");
+    surroundings.variables["METADATA_TEST_PLUGIN"] = "failing";
+    expectFailure(run({"init", root}, surroundings), 3, {"throwing.so", "failing on purpose"});
+    EXPECT_EQ(test::readTree(root).size(), 0U);
+}
+
+}  // namespace

@@ -1,0 +1,34 @@
+# cmake -D TOP=<source folder> -P CheckLayers.cmake
+#
+# Fails when a file includes what its layer must not know, and names all such files and lines.
+
+# Nothing in `folder` may include a path that starts with one of the others.
+function(forbid folder)
+    list(JOIN ARGN "|" forbidden)
+    file(GLOB_RECURSE files ${TOP}/${folder}/*.hpp ${TOP}/${folder}/*.cpp ${TOP}/${folder}/*.h)
+    if(NOT files)
+        message(SEND_ERROR "There are no sources in ${folder}/")
+    endif()
+    foreach(file IN LISTS files)
+        file(STRINGS "${file}" lines REGEX "^[ \t]*#[ \t]*include[ \t]*[<\"](${forbidden})/")
+        foreach(line IN LISTS lines)
+            message(SEND_ERROR "${file} must not have: ${line}")
+        endforeach()
+    endforeach()
+endfunction()
+
+forbid(host project embedded stores cli tests)
+forbid(project embedded stores cli tests)
+forbid(embedded project stores cli tests)
+forbid(cli embedded stores tests)
+forbid(examples embedded stores cli tests)
+
+# A store may share stores/common with the others, and knows none of them.
+file(GLOB stores RELATIVE ${TOP}/stores ${TOP}/stores/*/CMakeLists.txt)
+list(TRANSFORM stores REPLACE "/.*" "")
+foreach(store IN LISTS stores)
+    set(others ${stores})
+    list(REMOVE_ITEM others ${store} common)
+    list(TRANSFORM others PREPEND stores/)
+    forbid(stores/${store} embedded cli tests ${others})
+endforeach()
