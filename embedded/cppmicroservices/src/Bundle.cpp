@@ -14,9 +14,8 @@ namespace cppmicroservices {
 using detail::Access;
 
 detail::FrameworkCore& Bundle::core() const {
-    if (!record_) {
+    if (!record_)
         throw std::invalid_argument("invalid bundle");
-    }
     return *core_;
 }
 
@@ -44,19 +43,17 @@ std::string Bundle::GetSymbolicName() const {
 }
 
 void Bundle::Start() {
-    if (record_ == core().systemBundle()) {
+    if (record_ == core().systemBundle())
         core_->startFramework();
-    } else {
+    else
         core_->start(record_);
-    }
 }
 
 void Bundle::Stop() {
-    if (record_ == core().systemBundle()) {
+    if (record_ == core().systemBundle())
         core_->stopFramework();
-    } else {
+    else
         core_->stop(record_);
-    }
 }
 
 void Bundle::Uninstall() {
@@ -64,9 +61,8 @@ void Bundle::Uninstall() {
 }
 
 Framework::Framework(Bundle bundle) : Bundle(std::move(bundle)) {
-    if (GetBundleId() != 0) {
+    if (GetBundleId() != 0)
         throw std::logic_error("Not a framework bundle");
-    }
 }
 
 void Framework::Init() {

@@ -26,25 +26,22 @@ struct Owner {
 Owner requireValid(const BundleContext& context) {
     if (context) {
         const auto& record = Access::record(context);
-        if (Owner owner{record->core.lock(), record->bundle.lock()}; owner.core && owner.bundle) {
+        if (Owner owner{record->core.lock(), record->bundle.lock()}; owner.core && owner.bundle)
             return owner;
-        }
     }
     throw IllegalStateException("The bundle context is no longer valid");
 }
 
 InterfaceMapConstPtr requireService(const BundleContext& context, const ServiceReferenceBase& reference) {
-    if (!reference) {
+    if (!reference)
         throw std::invalid_argument("Default constructed ServiceReference is not a valid input to GetService()");
-    }
     requireValid(context);
     return Access::record(reference)->service();
 }
 
 std::shared_ptr<void> objectOf(const InterfaceMapConstPtr& service, const std::string& interfaceId) {
-    if (!service) {
+    if (!service)
         return nullptr;
-    }
     const auto found = interfaceId.empty() ? service->begin() : service->find(interfaceId);
     return found == service->end() ? nullptr : found->second;
 }
@@ -81,9 +78,8 @@ std::vector<Bundle> BundleContext::GetBundles(const std::string& location) const
 std::vector<Bundle> BundleContext::GetBundles() const {
     const auto owner = requireValid(*this);
     std::vector<Bundle> all;
-    for (const auto& record : owner.core->bundles()) {
+    for (const auto& record : owner.core->bundles())
         all.push_back(Access::bundle(record, owner.core));
-    }
     return all;
 }
 
@@ -108,9 +104,8 @@ std::vector<ServiceReferenceU> BundleContext::GetServiceReferences(const std::st
     for (const auto& record : owner.core->services().list(*record_)) {
         auto reference = Access::reference(record, interfaceId);
         if (reference && (interfaceId.empty() || reference.IsConvertibleTo(interfaceId)) &&
-            (!condition || condition.Match(reference))) {
+            (!condition || condition.Match(reference)))
             references.push_back(std::move(reference));
-        }
     }
     return references;
 }
@@ -130,15 +125,13 @@ InterfaceMapConstPtr BundleContext::GetService(const ServiceReferenceU& referenc
 
 ServiceObjectsBase::ServiceObjectsBase(const BundleContext& context, const ServiceReferenceBase& reference)
     : context_(context), reference_(reference) {
-    if (!reference) {
+    if (!reference)
         throw std::invalid_argument("The service reference is invalid");
-    }
 }
 
 std::shared_ptr<void> ServiceObjectsBase::GetService() const {
-    if (!reference_) {
+    if (!reference_)
         return nullptr;
-    }
     requireValid(context_);
     return objectOf(Access::record(reference_)->service(), reference_.GetInterfaceId());
 }

@@ -27,21 +27,19 @@ std::string messageInFlight() {
     }
 }
 
-// Inside a catch block: what was caught, nested in an error that says which bundle failed at what.
+/// Inside a catch block: what was caught, nested in an error that says which bundle failed at what.
 [[noreturn]] void throwNested(const std::string& what) {
     std::throw_with_nested(std::runtime_error(what + ": " + messageInFlight()));
 }
 
 void requireInstalled(const BundleRecord& bundle) {
-    if (bundle.state == Bundle::STATE_UNINSTALLED) {
+    if (bundle.state == Bundle::STATE_UNINSTALLED)
         throw std::logic_error(describe(bundle) + " is uninstalled");
-    }
 }
 
 std::unique_ptr<BundleActivator> createActivator(const BundleRecord& bundle) {
-    if (!bundle.object.createActivator) {
+    if (!bundle.object.createActivator)
         throw std::runtime_error("activator constructor not found");
-    }
     return std::unique_ptr<BundleActivator>(bundle.object.createActivator());
 }
 
@@ -52,24 +50,21 @@ FrameworkCore::FrameworkCore()
                                              Constants::SYSTEM_BUNDLE_SYMBOLICNAME, SharedObject())) {}
 
 FrameworkCore::~FrameworkCore() {
-    if (stopper_.get_id() == std::this_thread::get_id()) {
+    if (stopper_.get_id() == std::this_thread::get_id())
         stopper_.detach();  // it held the last reference, and has nothing left to do
-    } else if (stopper_.joinable()) {
+    else if (stopper_.joinable())
         stopper_.join();
-    }
     for (const auto& bundle : bundles_) {
         bundle->activator.reset();
-        if (bundle->context) {
+        if (bundle->context)
             services_.retire(*bundle->context);
-        }
     }
 }
 
-// Waits until no other thread starts or stops the bundle. False: it is this thread, further up the stack.
+/// Waits until no other thread starts or stops the bundle. False: it is this thread, further up the stack.
 bool FrameworkCore::awaitTurn(Lock& lock, const BundleRecord& bundle) {
-    if (bundle.worker == std::this_thread::get_id()) {
+    if (bundle.worker == std::this_thread::get_id())
         return false;
-    }
     changed_.wait(lock, [&] { return bundle.worker == std::thread::id(); });
     return true;
 }
@@ -77,27 +72,23 @@ bool FrameworkCore::awaitTurn(Lock& lock, const BundleRecord& bundle) {
 void FrameworkCore::endTurn(BundleRecord& bundle, Bundle::State state) {
     bundle.state = state;
     bundle.worker = {};
-    if (state != Bundle::STATE_ACTIVE) {
+    if (state != Bundle::STATE_ACTIVE)
         bundle.context = nullptr;
-    }
     changed_.notify_all();
 }
 
 void FrameworkCore::start(const BundlePtr& bundle) {
     Lock lock(mutex_);
     if (!awaitTurn(lock, *bundle)) {
-        if (bundle->state == Bundle::STATE_STOPPING) {
+        if (bundle->state == Bundle::STATE_STOPPING)
             throw std::runtime_error(describe(*bundle) + ", start called from BundleActivator::Stop");
-        }
         return;
     }
     requireInstalled(*bundle);
-    if (!isRunning() || std::find(bundles_.begin(), bundles_.end(), bundle) == bundles_.end()) {
+    if (!isRunning() || std::find(bundles_.begin(), bundles_.end(), bundle) == bundles_.end())
         throw std::runtime_error(describe(*bundle) + " belongs to a stopped framework");
-    }
-    if (bundle->state == Bundle::STATE_ACTIVE) {
+    if (bundle->state == Bundle::STATE_ACTIVE)
         return;
-    }
     const auto context = std::make_shared<ContextRecord>(weak_from_this(), bundle);
     bundle->context = context;
     bundle->state = Bundle::STATE_STARTING;
@@ -121,7 +112,7 @@ void FrameworkCore::start(const BundlePtr& bundle) {
     endTurn(*bundle, Bundle::STATE_ACTIVE);
 }
 
-// Returns the failure of the activator. The caller ends the turn.
+/// Returns the failure of the activator. The caller ends the turn.
 std::exception_ptr FrameworkCore::deactivate(Lock& lock, BundleRecord& bundle) {
     const auto context = bundle.context;
     auto activator = std::move(bundle.activator);
@@ -148,35 +139,29 @@ std::exception_ptr FrameworkCore::deactivate(Lock& lock, BundleRecord& bundle) {
 void FrameworkCore::stop(const BundlePtr& bundle) {
     Lock lock(mutex_);
     if (!awaitTurn(lock, *bundle)) {
-        if (bundle->state == Bundle::STATE_STARTING) {
+        if (bundle->state == Bundle::STATE_STARTING)
             throw std::runtime_error(describe(*bundle) + ", stop called from BundleActivator::Start");
-        }
         return;
     }
     requireInstalled(*bundle);
-    if (bundle->state != Bundle::STATE_ACTIVE) {
+    if (bundle->state != Bundle::STATE_ACTIVE)
         return;
-    }
     const auto failure = deactivate(lock, *bundle);
     endTurn(*bundle, Bundle::STATE_RESOLVED);
     lock.unlock();
-    if (failure) {
+    if (failure)
         std::rethrow_exception(failure);
-    }
 }
 
 void FrameworkCore::uninstall(const BundlePtr& bundle) {
-    if (bundle == system_) {
+    if (bundle == system_)
         throw std::runtime_error("Cannot uninstall a system bundle.");
-    }
     Lock lock(mutex_);
-    if (!awaitTurn(lock, *bundle)) {
+    if (!awaitTurn(lock, *bundle))
         throw std::runtime_error(describe(*bundle) + ", uninstall called from its own activator");
-    }
     requireInstalled(*bundle);
-    if (bundle->state == Bundle::STATE_ACTIVE) {
+    if (bundle->state == Bundle::STATE_ACTIVE)
         deactivate(lock, *bundle);
-    }
     bundles_.erase(std::remove(bundles_.begin(), bundles_.end(), bundle), bundles_.end());
     endTurn(*bundle, Bundle::STATE_UNINSTALLED);
 }
@@ -186,9 +171,8 @@ FrameworkCore::BundlePtr FrameworkCore::install(const ContextRecord& context, co
         return std::runtime_error("Failed to install bundle library at " + location + ": " + cause);
     };
     Lock lock(mutex_);
-    if (auto known = findByLocation(location)) {
+    if (auto known = findByLocation(location))
         return known;
-    }
     lock.unlock();
 
     SharedObject object;
@@ -199,16 +183,13 @@ FrameworkCore::BundlePtr FrameworkCore::install(const ContextRecord& context, co
     }
 
     lock.lock();
-    if (auto known = findByLocation(location)) {
+    if (auto known = findByLocation(location))
         return known;
-    }
-    if (!context.valid || !isRunning()) {
+    if (!context.valid || !isRunning())
         throw IllegalStateException("The bundle context is no longer valid");
-    }
     for (const auto& other : bundles_) {
-        if (other->symbolicName == object.descriptor->symbolicName) {
+        if (other->symbolicName == object.descriptor->symbolicName)
             throw failure("a bundle with same symbolic name is already installed, " + describe(*other));
-        }
     }
     bundles_.push_back(
         std::make_shared<BundleRecord>(++lastBundleId_, location, object.descriptor->symbolicName, object));
@@ -253,9 +234,8 @@ void FrameworkCore::startFramework() {
 }
 
 void FrameworkCore::initLocked() {
-    if (system_->state == Bundle::STATE_STOPPING) {
+    if (system_->state == Bundle::STATE_STOPPING)
         throw std::logic_error("The framework is stopping");
-    }
     if (!isRunning()) {
         system_->context = std::make_shared<ContextRecord>(weak_from_this(), system_);
         system_->state = Bundle::STATE_STARTING;
@@ -265,23 +245,20 @@ void FrameworkCore::initLocked() {
 
 void FrameworkCore::stopFramework() {
     const Lock lock(mutex_);
-    if (!isRunning()) {
+    if (!isRunning())
         return;
-    }
-    if (stopper_.joinable()) {
+    if (stopper_.joinable())
         stopper_.join();  // of an earlier stop that nobody waited for; it has ended but for its last instructions
-    }
     stopper_ = std::thread([self = shared_from_this()] { self->shutDown(); });
     system_->state = Bundle::STATE_STOPPING;
 }
 
-// Runs in a thread of its own. From here on no bundle starts and none is installed, so one look at them is enough.
+/// Runs in a thread of its own. From here on no bundle starts and none is installed, so one look at them is enough.
 void FrameworkCore::shutDown() {
     auto stopping = bundles();
     for (auto bundle = stopping.rbegin(); bundle != stopping.rend(); ++bundle) {
-        if (*bundle == system_) {
+        if (*bundle == system_)
             continue;
-        }
         try {
             stop(*bundle);
         } catch (const std::exception&) {  // a bundle whose activator fails is stopped all the same
@@ -290,9 +267,8 @@ void FrameworkCore::shutDown() {
     services_.retire(*system_->context);
 
     const Lock lock(mutex_);
-    for (const auto& bundle : bundles_) {
+    for (const auto& bundle : bundles_)
         bundle->state = Bundle::STATE_INSTALLED;
-    }
     bundles_.clear();
     ++completedStops_;
     endTurn(*system_, Bundle::STATE_RESOLVED);
@@ -303,11 +279,10 @@ FrameworkEvent::Type FrameworkCore::waitForStop(std::chrono::milliseconds timeou
     const auto before = completedStops_;
     const auto hasStopped = [&] { return completedStops_ != before; };
     if (isRunning() || system_->state == Bundle::STATE_STOPPING) {
-        if (timeout == std::chrono::milliseconds::zero()) {
+        if (timeout == std::chrono::milliseconds::zero())
             changed_.wait(lock, hasStopped);
-        } else if (!changed_.wait_for(lock, timeout, hasStopped)) {
+        else if (!changed_.wait_for(lock, timeout, hasStopped))
             return FrameworkEvent::FRAMEWORK_WAIT_TIMEDOUT;
-        }
     } else if (before == 0) {
         return FrameworkEvent::FRAMEWORK_ERROR;
     }

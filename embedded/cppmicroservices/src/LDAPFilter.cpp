@@ -28,7 +28,7 @@ namespace {
 using detail::LdapExpression;
 using detail::PropertyMap;
 
-// Deeper than anybody nests, and far from what the stack holds.
+/// Deeper than anybody nests, and far from what the stack holds.
 constexpr int maximalDepth = 200;
 
 struct Comparison {
@@ -44,20 +44,19 @@ bool isSpace(char c) {
 std::string withoutCaseAndSpace(std::string_view text) {
     std::string result;
     for (const char c : text) {
-        if (!isSpace(c)) {
+        if (!isSpace(c))
             result += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        }
     }
     return result;
 }
 
-// Whether `text` is the pieces with any text between them. Taking each at its first place leaves the most for the rest.
+/// Whether `text` is the pieces with any text between them. Each is taken at its first place: that leaves the others
+/// the most.
 bool matchesPattern(std::string_view text, const std::vector<std::string>& pieces) {
     const auto& first = pieces.front();
     const auto& last = pieces.back();
-    if (pieces.size() == 1) {
+    if (pieces.size() == 1)
         return text == first;
-    }
     if (text.size() < first.size() + last.size() || text.substr(0, first.size()) != first ||
         text.substr(text.size() - last.size()) != last) {
         return false;
@@ -65,9 +64,8 @@ bool matchesPattern(std::string_view text, const std::vector<std::string>& piece
     text = text.substr(first.size(), text.size() - first.size() - last.size());
     for (auto piece = pieces.begin() + 1; piece != pieces.end() - 1; ++piece) {
         const auto place = text.find(*piece);
-        if (place == std::string_view::npos) {
+        if (place == std::string_view::npos)
             return false;
-        }
         text.remove_prefix(place + piece->size());
     }
     return true;
@@ -91,15 +89,14 @@ bool matchesFlag(bool flag, const Comparison& comparison) {
     return !isOrder && withoutCaseAndSpace(comparison.value) == (flag ? "true" : "false");
 }
 
-// Whether `value` is a T, and the comparison holds.
+/// Whether `value` is a T, and the comparison holds.
 template <class T>
 bool matchesNumber(const Any& value, const Comparison& comparison) {
     const auto* number = any_cast<T>(&value);
     const std::string text = withoutCaseAndSpace(comparison.value);
     T limit{};
-    if (!number || std::from_chars(text.data(), text.data() + text.size(), limit).ec != std::errc()) {
+    if (!number || std::from_chars(text.data(), text.data() + text.size(), limit).ec != std::errc())
         return false;
-    }
     return (comparison.operation == '>' || *number <= limit) && (comparison.operation == '<' || *number >= limit);
 }
 
@@ -110,18 +107,14 @@ bool matchesAnyNumber(const Any& value, const Comparison& comparison) {
 
 bool matchesValue(const Any& value, const Comparison& comparison) {
     const auto matchesItem = [&](const std::string& text) { return matchesText(text, comparison); };
-    if (comparison.operation == '=' && comparison.pieces == std::vector<std::string>(2)) {
+    if (comparison.operation == '=' && comparison.pieces == std::vector<std::string>(2))
         return !value.Empty();  // "(key=*)"
-    }
-    if (const auto* text = any_cast<std::string>(&value)) {
+    if (const auto* text = any_cast<std::string>(&value))
         return matchesItem(*text);
-    }
-    if (const auto* list = any_cast<std::vector<std::string>>(&value)) {
+    if (const auto* list = any_cast<std::vector<std::string>>(&value))
         return std::any_of(list->begin(), list->end(), matchesItem);
-    }
-    if (const auto* flag = any_cast<bool>(&value)) {
+    if (const auto* flag = any_cast<bool>(&value))
         return matchesFlag(*flag, comparison);
-    }
     return matchesAnyNumber<int, long, long long, unsigned, unsigned long, unsigned long long, double>(value,
                                                                                                        comparison);
 }
@@ -131,14 +124,12 @@ public:
     explicit Parser(std::string_view text) : rest_(text) {}
 
     LdapExpression parse() {
-        if (rest_.empty()) {
+        if (rest_.empty())
             fail("Null query");
-        }
         auto expression = parseExpression(1);
         skipSpace();
-        if (!rest_.empty()) {
+        if (!rest_.empty())
             fail("Trailing garbage");
-        }
         return expression;
     }
 
@@ -148,9 +139,8 @@ private:
     }
 
     char peek() const {
-        if (rest_.empty()) {
+        if (rest_.empty())
             fail("Unexpected end of query");
-        }
         return rest_.front();
     }
 
@@ -161,22 +151,19 @@ private:
     }
 
     void expect(char c, const char* otherwise = "Malformed query") {
-        if (peek() != c) {
+        if (peek() != c)
             fail(otherwise);
-        }
         take();
     }
 
     void skipSpace() {
-        while (!rest_.empty() && isSpace(rest_.front())) {
+        while (!rest_.empty() && isSpace(rest_.front()))
             take();
-        }
     }
 
     LdapExpression parseExpression(int depth) {
-        if (depth > maximalDepth) {
+        if (depth > maximalDepth)
             fail("Malformed query, nested too deeply");
-        }
         skipSpace();
         expect('(');
         skipSpace();
@@ -204,21 +191,17 @@ private:
 
     LdapExpression parseComparison() {
         std::string key;
-        while (std::string_view("()<>=~").find(peek()) == std::string_view::npos) {
+        while (std::string_view("()<>=~").find(peek()) == std::string_view::npos)
             key += take();
-        }
-        while (!key.empty() && isSpace(key.back())) {
+        while (!key.empty() && isSpace(key.back()))
             key.pop_back();
-        }
-        if (key.empty() || peek() == '(' || peek() == ')') {
+        if (key.empty() || peek() == '(' || peek() == ')')
             fail(key.empty() ? "Malformed query" : "Undefined operator");
-        }
         const std::string_view start = rest_;
         Comparison comparison;
         comparison.operation = take();
-        if (comparison.operation != '=') {
+        if (comparison.operation != '=')
             expect('=', "Undefined operator");
-        }
         parseValue(comparison);
         const auto text = "(" + key + std::string(start.substr(0, start.size() - rest_.size())) + ")";
         return {text, [key, comparison](const PropertyMap& properties) {
@@ -227,18 +210,17 @@ private:
                 }};
     }
 
-    // Up to the parenthesis that ends the comparison.
+    /// Up to the parenthesis that ends the comparison.
     void parseValue(Comparison& comparison) {
         comparison.pieces.emplace_back();
         for (int open = 0; open > 0 || peek() != ')';) {
             const char c = take();
             const char literal = c == '\\' ? take() : c;
             comparison.value += literal;
-            if (c == '*') {
+            if (c == '*')
                 comparison.pieces.emplace_back();
-            } else {
+            else
                 comparison.pieces.back() += literal;
-            }
             open += c == '(' ? 1 : c == ')' ? -1 : 0;
         }
     }

@@ -29,25 +29,22 @@ ServiceReferenceBase& ServiceReferenceBase::operator=(std::nullptr_t) {
 }
 
 void ServiceReferenceBase::bindTo(const std::string& interfaceId) {
-    if (IsConvertibleTo(interfaceId)) {
+    if (IsConvertibleTo(interfaceId))
         interfaceId_ = interfaceId;
-    } else {
+    else
         *this = nullptr;
-    }
 }
 
 Any ServiceReferenceBase::GetProperty(const std::string& key) const {
-    if (!record_) {
+    if (!record_)
         return {};
-    }
     const auto found = record_->properties.find(key);
     return found == record_->properties.end() ? Any() : found->second;
 }
 
 Bundle ServiceReferenceBase::GetBundle() const {
-    if (!*this) {
+    if (!*this)
         return {};
-    }
     auto core = record_->owner->core.lock();
     auto bundle = record_->owner->bundle.lock();
     return core && bundle ? Access::bundle(std::move(bundle), std::move(core)) : Bundle();
@@ -59,34 +56,28 @@ bool ServiceReferenceBase::IsConvertibleTo(const std::string& interfaceId) const
 }
 
 bool ServiceReferenceBase::operator<(const ServiceReferenceBase& other) const {
-    if (!record_ || !other.record_) {
+    if (!record_ || !other.record_)
         return !record_ && other.record_;
-    }
     return detail::comesFirst(*other.record_, *record_);
 }
 
 ServiceReferenceBase ServiceRegistrationBase::GetReference(const std::string& interfaceId) const {
-    if (!record_) {
+    if (!record_)
         throw std::logic_error("ServiceRegistrationBase object invalid");
-    }
     auto reference = Access::reference(record_, interfaceId);
-    if (!reference) {
+    if (!reference)
         throw std::logic_error("Service is unregistered");
-    }
     return reference;
 }
 
 void ServiceRegistrationBase::Unregister() {
-    if (!record_) {
+    if (!record_)
         throw std::logic_error("ServiceRegistrationBase object invalid");
-    }
     const auto object = record_->release();
-    if (!object) {
+    if (!object)
         throw std::logic_error("Service is unregistered");
-    }
-    if (const auto core = record_->owner->core.lock()) {
+    if (const auto core = record_->owner->core.lock())
         core->services().remove(record_);
-    }
 }
 
 }  // namespace cppmicroservices

@@ -13,9 +13,8 @@ namespace cppmicroservices::detail {
 namespace {
 
 void requireValid(const ContextRecord& context) {
-    if (!context.valid) {
+    if (!context.valid)
         throw IllegalStateException("The bundle context is no longer valid");
-    }
 }
 
 long nextServiceId() {
@@ -24,14 +23,12 @@ long nextServiceId() {
 }
 
 std::vector<std::string> interfaceIdsOf(const InterfaceMapConstPtr& service) {
-    if (!service || service->empty()) {
+    if (!service || service->empty())
         throw std::invalid_argument("Can't register empty InterfaceMap as a service");
-    }
     std::vector<std::string> ids;
     for (const auto& [id, object] : *service) {
-        if (id.empty() || !object) {
+        if (id.empty() || !object)
             throw std::invalid_argument("Can't register as null class");
-        }
         ids.push_back(id);
     }
     return ids;
@@ -40,21 +37,18 @@ std::vector<std::string> interfaceIdsOf(const InterfaceMapConstPtr& service) {
 PropertyMap checkedProperties(const ServiceProperties& given) {
     PropertyMap properties;
     for (const auto& [key, value] : given) {
-        if (!properties.emplace(key, value).second) {
+        if (!properties.emplace(key, value).second)
             throw std::runtime_error("Properties contain case variants of the key: " + key);
-        }
     }
     return properties;
 }
 
 int rankingOf(const PropertyMap& properties) {
     const auto found = properties.find(Constants::SERVICE_RANKING);
-    if (found == properties.end()) {
+    if (found == properties.end())
         return 0;
-    }
-    if (const auto* ranking = any_cast<int>(&found->second)) {
+    if (const auto* ranking = any_cast<int>(&found->second))
         return *ranking;
-    }
     throw std::invalid_argument("SERVICE_RANKING property has unexpected value type, it must be int");
 }
 
@@ -113,9 +107,8 @@ void ServiceRegistry::retire(ContextRecord& context) {
         retired.assign(first, services_.end());
         services_.erase(first, services_.end());
     }
-    for (const auto& service : retired) {
+    for (const auto& service : retired)
         service->release();
-    }
 }
 
 ServiceRegistry::Services ServiceRegistry::list(const ContextRecord& context) const {

@@ -9,14 +9,14 @@
 namespace cppmicroservices::detail {
 namespace {
 
-// dlsym also searches what the object is linked to, which may be a bundle itself; only what the object defines counts.
+/// The symbol if the object itself defines it, else null. dlsym also searches what the object is linked to, which may
+/// be a bundle.
 void* findOwnSymbol(void* object, const char* name) {
     void* const symbol = dlsym(object, name);
     link_map* map = nullptr;
     Dl_info definition = {};
-    if (!symbol || dlinfo(object, RTLD_DI_LINKMAP, &map) != 0 || dladdr(symbol, &definition) == 0) {
+    if (!symbol || dlinfo(object, RTLD_DI_LINKMAP, &map) != 0 || dladdr(symbol, &definition) == 0)
         return nullptr;
-    }
     return reinterpret_cast<ElfW(Addr)>(definition.dli_fbase) == map->l_addr ? symbol : nullptr;
 }
 
@@ -30,9 +30,8 @@ Function findOwnFunction(void* object, const char* name) {
 SharedObject loadBundle(const std::string& path) {
     const std::string file = path.find('/') == std::string::npos ? "./" + path : path;
     void* const object = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!object) {
+    if (!object)
         throw std::runtime_error(dlerror());
-    }
     const auto descriptor = findOwnFunction<decltype(&us_bundle_descriptor)>(object, "us_bundle_descriptor");
     if (!descriptor) {
         dlclose(object);  // nobody has seen anything of it yet

@@ -50,9 +50,8 @@ const T* any_cast(const Any* operand) {
 /// The value inside, by reference. Throws BadAnyCastException when it is of another type than T.
 template <class T>
 const T& ref_any_cast(const Any& operand) {
-    if (const auto* value = any_cast<T>(&operand)) {
+    if (const auto* value = any_cast<T>(&operand))
         return *value;
-    }
     throw BadAnyCastException();
 }
 

@@ -107,9 +107,8 @@ public:
     /// ServiceObjects.h.
     template <class S>
     ServiceObjects<S> GetServiceObjects(const ServiceReference<S>& reference) {
-        if (!record_) {
+        if (!record_)
             throw IllegalStateException("The bundle context is no longer valid");
-        }
         return ServiceObjects<S>(*this, reference);
     }
 
@@ -119,10 +118,9 @@ private:
     template <class S>
     static const std::string& namedInterface() {
         const auto& interfaceId = us_service_interface_iid<S>();
-        if (interfaceId.empty()) {
+        if (interfaceId.empty())
             throw ServiceException(
                 "The service interface class has no CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE macro");
-        }
         return interfaceId;
     }
 

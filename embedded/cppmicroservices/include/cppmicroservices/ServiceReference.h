@@ -16,9 +16,8 @@ public:
 
     /// Refers to the same service as `base`; to nothing when that does not implement S.
     ServiceReference(const ServiceReferenceBase& base) : ServiceReferenceBase(base) {
-        if constexpr (!std::is_void_v<S>) {
+        if constexpr (!std::is_void_v<S>)
             bindTo(us_service_interface_iid<S>());
-        }
     }
 
     using ServiceReferenceBase::operator=;
