@@ -1,4 +1,4 @@
-/// Prints what lies at the top of the metadata of the project in the current folder, with the attributes of each node.
+/// Prints what lies at the top of the metadata of the project in the current folder.
 
 #include <iostream>
 
@@ -9,10 +9,6 @@ int main() {
     const auto store = project::metadata::getMetadataManagerFor(u".");
     if (!store)
         return 1;
-    for (const auto& path : store->getChildren({})) {
+    for (const auto& path : store->getChildren({}))
         std::cout << host::toUtf8(path.string()) << '\n';
-        if (const auto node = store->getNode(path))
-            for (const auto& key : node->getAttributeKeys())
-                std::cout << "    " << host::toUtf8(key) << " = " << host::toUtf8(node->get(key)) << '\n';
-    }
 }

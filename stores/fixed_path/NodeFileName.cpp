@@ -44,7 +44,7 @@ std::u16string escape(char16_t unit) {
     const bool isShort = unit < 0x100;
     std::u16string text = isShort ? u"%" : u"%u";
     for (int shift = isShort ? 4 : 12; shift >= 0; shift -= 4)
-        text += digits[(unit >> shift) & 0xFU];
+        text += digits[(static_cast<unsigned>(unit) >> shift) & 0xFU];
     return text;
 }
 

@@ -13,7 +13,6 @@ using test::expectSuccess;
 using test::readTree;
 using test::run;
 using test::Surroundings;
-using testing::MatchesRegex;
 
 const std::string sample = CLI_TEST_SAMPLE;
 
@@ -126,8 +125,7 @@ TEST_F(ExampleTest, isBuiltAgainstTheInstalledPackageAndReadsAProject) {
     surroundings.folder = root;
     const auto outcome = test::runProgram(CLI_TEST_EXAMPLE, {}, surroundings);
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_THAT(outcome.out, MatchesRegex("File:notes\\.txt\n    Kind = file\n"
-                                          "    ModificationTime = [0-9-]+T[0-9:.]+Z\n    Size = 5\n"));
+    EXPECT_EQ(outcome.out, "File:notes.txt\n");
 }
 
 }  // namespace
