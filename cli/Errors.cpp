@@ -53,7 +53,8 @@ void addCurrentException(Report& report) {
         report.add(escapeText(error.ToUstring()));
         addCauses(report, error);
     } catch (const CommandError& error) {
-        report.status = error.status();
+        if (report.sentences.empty())
+            report.status = error.status();
         report.add(escapeBytes(error.what()));
         addCauses(report, error);
     } catch (const std::bad_alloc&) {

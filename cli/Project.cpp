@@ -6,6 +6,8 @@
 #include <optional>
 #include <system_error>
 
+#include <CLI/CLI.hpp>
+
 #include "cli/Errors.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
@@ -14,6 +16,13 @@
 namespace cli {
 
 namespace pm = project::metadata;
+
+std::shared_ptr<const host::Path> addRoot(CLI::App& app) {
+    auto root = std::make_shared<host::Path>();
+    const auto keep = [root](const std::string& name) { *root = host::Path::fromAccessName(name); };
+    app.add_option_function<std::string>("ROOT", keep, "The project's root folder")->required();
+    return root;
+}
 
 std::string quoted(const host::Path& path) {
     return '"' + path.accessName() + '"';

@@ -7,7 +7,14 @@
 #include "host/Path.hpp"
 #include "project/metadata/MetadataManager.hpp"
 
+namespace CLI {
+class App;
+}
+
 namespace cli {
+
+/// Declares the required argument ROOT to `app`. @return the path that it names, once the command line is parsed
+std::shared_ptr<const host::Path> addRoot(CLI::App& app);
 
 /// A path for an error sentence: its bytes, in quotes.
 std::string quoted(const host::Path& path);

@@ -5,10 +5,14 @@ include(CMakePackageConfigHelpers)
 
 set(packageFolder ${CMAKE_INSTALL_LIBDIR}/cmake/project_metadata)
 
-install(TARGETS project_metadata EXPORT project_metadataTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-if(TARGET project_host)
-    install(TARGETS project_host EXPORT project_metadataTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# A host that brings its own facilities installs them itself, and the package with them.
+if(NOT TARGET project_host)
+    install(TARGETS project_metadata LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    return()
 endif()
+
+install(TARGETS project_metadata project_host EXPORT project_metadataTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY host project DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.hpp")
 install(EXPORT project_metadataTargets NAMESPACE project_metadata:: DESTINATION ${packageFolder})
 

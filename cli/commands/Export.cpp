@@ -19,8 +19,8 @@ namespace cli {
 namespace {
 
 Status exportTo(const host::Path& root, const host::Path& file) {
+    // Exporting would find both of these out, the second one only after the work, but could not say it as well.
     openProject(root);
-    // Exporting refuses it too, but only after the work.
     if (host::FileSystem::exists(file))
         throw CommandError(Status::failure, "The file " + quoted(file) + " exists already and is left as it is");
     {
@@ -31,16 +31,14 @@ Status exportTo(const host::Path& root, const host::Path& file) {
     return Status::done;
 }
 
-const Command command(Group::move, "export", "Write a project's metadata into one new file",
-                      [](CLI::App& app) -> Command::Action {
-                          const auto root = std::make_shared<std::string>();
-                          const auto file = std::make_shared<std::string>();
-                          app.add_option("ROOT", *root, "The project's root folder")->required();
-                          app.add_option("FILE", *file, "The file to make; one that exists is left alone")->required();
-                          return [root, file] {
-                              return exportTo(host::Path::fromAccessName(*root), host::Path::fromAccessName(*file));
-                          };
-                      });
+Command::Action configure(CLI::App& app) {
+    const auto root = addRoot(app);
+    const auto file = std::make_shared<std::string>();
+    app.add_option("FILE", *file, "The file to make; one that exists is left alone")->required();
+    return [root, file] { return exportTo(*root, host::Path::fromAccessName(*file)); };
+}
+
+const Command command(Group::move, "export", "Write a project's metadata into one new file", configure);
 
 }  // namespace
 

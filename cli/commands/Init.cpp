@@ -1,6 +1,7 @@
 /// project-metadata init: creates the metadata of a project.
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,14 +39,13 @@ void requireNoMetadata(const host::Path& root) {
     if (!coreFile)
         return;
     const std::string sentence = "The project " + quoted(root) + " has metadata already: " + quoted(*coreFile);
+    std::optional<std::u16string> type;
     try {
-        const std::optional<std::u16string> type = location.getMetadataType();
-        throw CommandError(Status::failure, sentence + (type ? ", of type \"" + host::toUtf8(*type) + '"' : ""));
-    } catch (const CommandError&) {
-        throw;
+        type = location.getMetadataType();
     } catch (...) {
         std::throw_with_nested(CommandError(Status::failure, sentence + ", which cannot be read"));
     }
+    throw CommandError(Status::failure, sentence + (type ? ", of type \"" + host::toUtf8(*type) + '"' : ""));
 }
 
 /// In any other folder a project could be made, but not found again.
@@ -90,7 +90,7 @@ Status init(const Arguments& arguments) {
     return Status::done;
 }
 
-const Command command(Group::change, "init", "Create the metadata of a project", [](CLI::App& app) -> Command::Action {
+Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
     app.add_option("ROOT", arguments->root, "The project's root folder; without, the current folder");
     app.add_option("--store", arguments->store, "The kind of store; \"project-metadata stores\" lists them")
@@ -98,7 +98,9 @@ const Command command(Group::change, "init", "Create the metadata of a project",
     app.add_option("--folder", arguments->folder, "The name of the metadata folder, relative to ROOT")
         ->type_name("NAME");
     return [arguments] { return init(*arguments); };
-});
+}
+
+const Command command(Group::change, "init", "Create the metadata of a project", configure);
 
 }  // namespace
 

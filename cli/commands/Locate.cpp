@@ -1,9 +1,6 @@
 /// project-metadata locate: where a project's metadata is and of which type.
 
-#include <memory>
 #include <string>
-
-#include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
 #include "cli/Output.hpp"
@@ -38,12 +35,11 @@ Status locate(const host::Path& root) {
     return Status::done;
 }
 
-const Command command(Group::look, "locate", "Show where a project's metadata is, and of which type",
-                      [](CLI::App& app) -> Command::Action {
-                          const auto root = std::make_shared<std::string>();
-                          app.add_option("ROOT", *root, "The project's root folder")->required();
-                          return [root] { return locate(host::Path::fromAccessName(*root)); };
-                      });
+Command::Action configure(CLI::App& app) {
+    return [root = addRoot(app)] { return locate(*root); };
+}
+
+const Command command(Group::look, "locate", "Show where a project's metadata is, and of which type", configure);
 
 }  // namespace
 

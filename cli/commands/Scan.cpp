@@ -56,17 +56,15 @@ Status scan(const host::Path& root, const host::Path& folder) {
     return Status::done;
 }
 
+Command::Action configure(CLI::App& app) {
+    const auto root = addRoot(app);
+    const auto folder = std::make_shared<std::optional<std::string>>();
+    app.add_option("FOLDER", *folder, "The folder to describe; without, ROOT");
+    return [root, folder] { return scan(*root, *folder ? host::Path::fromAccessName(**folder) : *root); };
+}
+
 const Command command(Group::change, "scan", "Describe every file and folder of a folder in a project's metadata",
-                      [](CLI::App& app) -> Command::Action {
-                          const auto root = std::make_shared<std::string>();
-                          const auto folder = std::make_shared<std::optional<std::string>>();
-                          app.add_option("ROOT", *root, "The project's root folder")->required();
-                          app.add_option("FOLDER", *folder, "The folder to describe; without, ROOT");
-                          return [root, folder] {
-                              return scan(host::Path::fromAccessName(*root),
-                                          host::Path::fromAccessName(folder->value_or(*root)));
-                          };
-                      });
+                      configure);
 
 }  // namespace
 

@@ -5,8 +5,6 @@
 #include <utility>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "cli/Command.hpp"
 #include "cli/Errors.hpp"
 #include "cli/Output.hpp"
@@ -39,8 +37,11 @@ Status listStores() {
     return Status::done;
 }
 
-const Command stores(Group::look, "stores", "List the kinds of metadata stores",
-                     [](CLI::App&) -> Command::Action { return listStores; });
+Command::Action configure(CLI::App& /*app*/) {
+    return listStores;
+}
+
+const Command command(Group::look, "stores", "List the kinds of metadata stores", configure);
 
 }  // namespace
 

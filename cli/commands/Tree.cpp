@@ -1,11 +1,9 @@
 /// project-metadata tree: a project's metadata paths as a tree.
 
 #include <cstddef>
-#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
-
-#include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
 #include "cli/Output.hpp"
@@ -59,12 +57,11 @@ Status tree(const host::Path& root) {
     return Status::done;
 }
 
-const Command command(Group::look, "tree", "Print a project's metadata paths as a tree",
-                      [](CLI::App& app) -> Command::Action {
-                          const auto root = std::make_shared<std::string>();
-                          app.add_option("ROOT", *root, "The project's root folder")->required();
-                          return [root] { return tree(host::Path::fromAccessName(*root)); };
-                      });
+Command::Action configure(CLI::App& app) {
+    return [root = addRoot(app)] { return tree(*root); };
+}
+
+const Command command(Group::look, "tree", "Print a project's metadata paths as a tree", configure);
 
 }  // namespace
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -30,27 +31,28 @@ bool isUuid(std::string_view text) {
     });
 }
 
-/// @param given the UUID in text form; empty for a new one
-Status assign(const host::Path& root, const std::string& given) {
-    if (!given.empty() && !isUuid(given)) {
-        throw CommandError(Status::usage, "\"" + given +
+/// @param given the UUID in text form; without a value, a new one
+Status assign(const host::Path& root, const std::optional<std::string>& given) {
+    if (given && !isUuid(*given)) {
+        throw CommandError(Status::usage, '"' + *given +
                                               "\" is no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 "
                                               "and 12, joined by \"-\"");
     }
     requireCoreFile(root);
-    const std::u16string uuid = given.empty() ? pm::generateUUID() : host::fromUtf8(given);
+    const std::u16string uuid = given ? host::fromUtf8(*given) : pm::generateUUID();
     const host::Path marker = pm::assignUuid(root, uuid);
     print(host::toUtf8(uuid) + "  " + escapeName(marker.text()) + '\n');
     return Status::done;
 }
 
-const Command command(Group::change, "uuid", "Give a project a UUID", [](CLI::App& app) -> Command::Action {
-    const auto root = std::make_shared<std::string>();
-    const auto uuid = std::make_shared<std::string>();
-    app.add_option("ROOT", *root, "The project's root folder")->required();
+Command::Action configure(CLI::App& app) {
+    const auto root = addRoot(app);
+    const auto uuid = std::make_shared<std::optional<std::string>>();
     app.add_option("UUID", *uuid, "The UUID; without, a new random one");
-    return [root, uuid] { return assign(host::Path::fromAccessName(*root), *uuid); };
-});
+    return [root, uuid] { return assign(*root, *uuid); };
+}
+
+const Command command(Group::change, "uuid", "Give a project a UUID", configure);
 
 }  // namespace
 

@@ -54,7 +54,7 @@ int readLeastSeverity() {
             if (level.name == name)
                 return level.severity;
         }
-        std::clog << "warning: host: PROJECT_METADATA_LOG is \"" << name
+        std::cerr << "warning: host: PROJECT_METADATA_LOG is \"" << name
                   << "\", and not one of trace, debug, info, warning, error, fatal and off\n";
     }
     return static_cast<int>(Severity::warning);
@@ -70,8 +70,7 @@ void writeLine(const logging::record_view& record, logging::formatting_ostream& 
 class StandardErrorSink {
 public:
     StandardErrorSink() : sink_(boost::make_shared<Sink>()) {
-        sink_->locked_backend()->add_stream(boost::shared_ptr<std::ostream>(&std::clog, boost::null_deleter()));
-        sink_->locked_backend()->auto_flush(true);
+        sink_->locked_backend()->add_stream(boost::shared_ptr<std::ostream>(&std::cerr, boost::null_deleter()));
         sink_->set_formatter(&writeLine);
         sink_->set_filter([least = readLeastSeverity()](const logging::attribute_value_set& values) {
             return logging::extract_or_default<int>("Severity", values, 0) >= least;
@@ -90,7 +89,7 @@ private:
 };
 
 void useStandardErrorUnlessConfigured() {
-    static const auto sink = isLinkedByOthers("libboost_log") ? nullptr : std::make_unique<StandardErrorSink>();
+    static const auto sink = isLinkedByOthers("libboost_log.so") ? nullptr : std::make_unique<StandardErrorSink>();
 }
 
 }  // namespace

@@ -10,14 +10,10 @@ namespace host {
 namespace {
 
 struct Search {
-    std::string_view family;
+    std::string_view library;
     std::uintptr_t thisLibrary;
     bool found;
 };
-
-bool startsWith(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
-}
 
 /// The section that names the libraries which `object` was linked with; null without one.
 const ElfW(Dyn) * getDynamicSection(const dl_phdr_info& object) {
@@ -29,7 +25,7 @@ const ElfW(Dyn) * getDynamicSection(const dl_phdr_info& object) {
     return nullptr;
 }
 
-bool isLinkedWith(const dl_phdr_info& object, std::string_view family) {
+bool isLinkedWith(const dl_phdr_info& object, std::string_view library) {
     const ElfW(Dyn)* const section = getDynamicSection(object);
     std::uintptr_t names = 0;
     for (auto entry = section; entry && entry->d_tag != DT_NULL; ++entry) {
@@ -40,9 +36,9 @@ bool isLinkedWith(const dl_phdr_info& object, std::string_view family) {
     if (names < object.dlpi_addr)
         return false;
     for (auto entry = section; entry && entry->d_tag != DT_NULL; ++entry) {
-        const auto name = names + entry->d_un.d_val;
-        if (entry->d_tag == DT_NEEDED &&
-            startsWith(reinterpret_cast<const char*>(name), family))  // NOLINT(performance-no-int-to-ptr)
+        const auto name =
+            reinterpret_cast<const char*>(names + entry->d_un.d_val);  // NOLINT(performance-no-int-to-ptr)
+        if (entry->d_tag == DT_NEEDED && std::string_view(name).substr(0, library.size()) == library)
             return true;
     }
     return false;
@@ -50,19 +46,17 @@ bool isLinkedWith(const dl_phdr_info& object, std::string_view family) {
 
 int examine(dl_phdr_info* object, std::size_t /*size*/, void* argument) {
     auto& search = *static_cast<Search*>(argument);
-    const std::string_view file = object->dlpi_name;
-    const bool ofFamily = startsWith(file.substr(file.rfind('/') + 1), search.family);
     const bool isThisLibrary = object->dlpi_addr == search.thisLibrary;
-    search.found = !ofFamily && !isThisLibrary && isLinkedWith(*object, search.family);
+    search.found = !isThisLibrary && isLinkedWith(*object, search.library);
     return search.found ? 1 : 0;
 }
 
 }  // namespace
 
-bool isLinkedByOthers(std::string_view family) {
+bool isLinkedByOthers(std::string_view library) {
     Dl_info self{};
     dladdr(reinterpret_cast<const void*>(&isLinkedByOthers), &self);
-    Search search{family, reinterpret_cast<std::uintptr_t>(self.dli_fbase), false};
+    Search search{library, reinterpret_cast<std::uintptr_t>(self.dli_fbase), false};
     dl_iterate_phdr(examine, &search);
     return search.found;
 }

@@ -5,8 +5,8 @@
 
 namespace host {
 
-/// Whether the program or a shared object loaded into it, other than this library and those whose file names start with
-/// `family`, was linked with a library whose file name starts with `family`.
-bool isLinkedByOthers(std::string_view family);
+/// Whether the program or a shared object loaded into it, other than this library, was linked with a shared object
+/// whose file name starts with `library`.
+bool isLinkedByOthers(std::string_view library);
 
 }  // namespace host

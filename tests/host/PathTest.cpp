@@ -67,6 +67,7 @@ TEST(PathName, TextThatNoNameOnDiskGives) {
     EXPECT_EQ(Path(loneSurrogates).text(), loneSurrogates);
 
     const Path spelled(u"\xDCC3\xDCA4");
+    EXPECT_NE(Path(std::u16string(u"a\0b", 3)), u"a/b");
     EXPECT_EQ(spelled.accessName(), "\xC3\xA4");
     EXPECT_NE(spelled, Path::fromAccessName(spelled.accessName()));
 }

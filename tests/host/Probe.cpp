@@ -6,6 +6,7 @@
 #include "host/DiagnosticLogger.hpp"
 #include "host/ServiceFramework.hpp"
 
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <set>
@@ -24,6 +25,8 @@ void log() {
 }
 
 void printBundles(const std::string& folder) {
+    // Where the libraries were found may have been relative to the folder that the process leaves.
+    std::filesystem::current_path("/");
     try {
         for (const auto& bundle : host::ServiceFramework::installBundles(host::Path::fromAccessName(folder)))
             std::cout << bundle.GetSymbolicName() << '\n';

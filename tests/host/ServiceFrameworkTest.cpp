@@ -53,8 +53,8 @@ TEST(ServiceFramework, CanBeReplacedAndTakenAway) {
     {
         const FrameworkOverride changed(mine);
         EXPECT_EQ(ServiceFramework::getFramework(), mine);
-        ASSERT_EQ(ServiceFramework::installBundles(u".").size(), 2U);
-        EXPECT_EQ(mine->GetBundleContext().GetBundles().size(), 3U);
+        ASSERT_EQ(ServiceFramework::installBundles(u".").size(), 4U);
+        EXPECT_EQ(mine->GetBundleContext().GetBundles().size(), 5U);
         const FrameworkOverride none(nullptr);
         EXPECT_EQ(ServiceFramework::getFramework(), nullptr);
         EXPECT_TRUE(ServiceFramework::installBundles(u".").empty());
@@ -68,16 +68,21 @@ TEST(ServiceFramework, BundlesAreInstalledOnceInTheOrderOfTheirNames) {
     const TempFolder folder;
     const fs::path bundles = folder / "some/\xC3\xA4";
     fs::create_directories(bundles / "folder.so");
-    fs::copy(bundleFolder / "host_test_first.so", bundles / "b.so");
-    fs::copy(bundleFolder / "host_test_second.so", bundles / "a.so");
+    const std::string names[] = {"host_test_4", "host_test_2", "host_test_3", "host_test_1"};
+    char file[] = "a.so";
+    for (const std::string& name : names) {
+        fs::copy(bundleFolder / (name + ".so"), bundles / file);
+        ++file[0];
+    }
     test::writeBytes(bundles / "c.so.bak", "no bundle");
     const test::ScopedVariable prefix("PROJECT_METADATA_PREFIX", folder.std());
     for (int round = 0; round < 2; ++round) {
         const auto installed = ServiceFramework::installBundles(u"some/\u00E4");
-        ASSERT_EQ(installed.size(), 2U);
-        EXPECT_EQ(installed[0].GetSymbolicName(), "host_test_second");
-        EXPECT_EQ(installed[1].GetSymbolicName(), "host_test_first");
-        EXPECT_NE(installed[0].GetState(), cppmicroservices::Bundle::STATE_ACTIVE);
+        ASSERT_EQ(installed.size(), std::size(names));
+        for (std::size_t i = 0; i < installed.size(); ++i) {
+            EXPECT_EQ(installed[i].GetSymbolicName(), names[i]);
+            EXPECT_NE(installed[i].GetState(), cppmicroservices::Bundle::STATE_ACTIVE);
+        }
     }
     EXPECT_TRUE(ServiceFramework::installBundles(u"nothing").empty());
 
@@ -111,32 +116,32 @@ protected:
 
     const TempFolder folder;
     const fs::path tree = folder / "tree";
-    const std::string both = "host_test_first\nhost_test_second\n";
+    const std::string all = "host_test_1\nhost_test_2\nhost_test_3\nhost_test_4\n";
 };
 
 TEST_F(Installation, CanBeMoved) {
-    EXPECT_EQ(listBundles(tree / libraryFolder), both);
+    EXPECT_EQ(listBundles(tree / libraryFolder), all);
     fs::rename(tree, folder / "moved");
-    EXPECT_EQ(listBundles(folder / "moved" / libraryFolder), both);
-    EXPECT_EQ(listBundles(fs::path("moved") / libraryFolder, folder.std()), both);
+    EXPECT_EQ(listBundles(folder / "moved" / libraryFolder), all);
+    EXPECT_EQ(listBundles(fs::path("moved") / libraryFolder, folder.std()), all);
     fs::remove_all(folder / "moved/bin");
     EXPECT_EQ(listBundles(folder / "moved" / libraryFolder), "");
 }
 
 TEST_F(Installation, CanBeReachedThroughLinks) {
     fs::create_directory_symlink("tree", folder / "link");
-    EXPECT_EQ(listBundles(folder / "link" / libraryFolder), both);
+    EXPECT_EQ(listBundles(folder / "link" / libraryFolder), all);
 
     // Links to the single files lead to the tree that these are in.
     const fs::path farm = makeFolder(folder / "farm" / libraryFolder);
     for (const fs::directory_entry& file : fs::directory_iterator(tree / libraryFolder))
         fs::create_symlink(file.path(), farm / file.path().filename());
-    EXPECT_EQ(listBundles(farm), both);
+    EXPECT_EQ(listBundles(farm), all);
 
     // The libraries may be elsewhere, when a link in the tree leads to them.
     fs::rename(tree / libraryFolder, folder / "elsewhere");
     fs::create_directory_symlink(folder / "elsewhere", tree / libraryFolder);
-    EXPECT_EQ(listBundles(tree / libraryFolder), both);
+    EXPECT_EQ(listBundles(tree / libraryFolder), all);
 }
 
 }  // namespace

@@ -149,11 +149,15 @@ TEST(Settings, TheFileIsFoundInTheConfigurationFolder) {
     const std::string relative = "/project-metadata/settings.ini";
     writeBytes(folder / ("xdg" + relative), contentFor("xdg"));
     writeBytes(folder / ("home/.config" + relative), contentFor("home"));
-    const ScopedVariable none("PROJECT_METADATA_SETTINGS", std::nullopt);
+    const ScopedVariable none("PROJECT_METADATA_SETTINGS", "");
     const ScopedVariable home("HOME", folder / "home");
     {
         const ScopedVariable xdg("XDG_CONFIG_HOME", folder / "xdg");
         EXPECT_EQ(readRoot(), u"xdg");
+    }
+    {
+        const ScopedVariable noFolder("XDG_CONFIG_HOME", folder / ("xdg" + relative));
+        EXPECT_EQ(readRoot(), u"resources/project");
     }
     for (const char* ignored : {"", "relative"}) {
         const ScopedVariable xdg("XDG_CONFIG_HOME", ignored);

@@ -71,8 +71,8 @@ TEST_F(CopyTest, theNodeOfTheRootIsNotHandedOn) {
 TEST_F(CopyTest, pathsOfOneTextAreAllVisitedAndShareTheFirstNode) {
     const MetadataPath first(std::vector<PathElement>{{u"x", u"a:b"}});
     const MetadataPath second(std::vector<PathElement>{{u"x:a", u"b"}});
-    copy({{root, u"", {first, second, first}}, {first, u"First", {}}, {second, u"Second", {z}}, {z, u"NodeZ", {}}});
-    EXPECT_EQ(destination->paths, (std::vector<MetadataPath>{root, first, second, first, z}));
+    copy({{root, u"", {first, first, second}}, {first, u"First", {}}, {second, u"Second", {z}}, {z, u"NodeZ", {}}});
+    EXPECT_EQ(destination->paths, (std::vector<MetadataPath>{root, first, first, second, z}));
     EXPECT_EQ(source->given.size(), 4u) << "every node is read, each time";
     EXPECT_EQ(pathsOfNodes(), (Texts{u"t:Z", u"x:a:b"}));
     EXPECT_EQ(destination->nodes.at(second)->getName(), u"First");

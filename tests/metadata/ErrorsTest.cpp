@@ -1,9 +1,9 @@
 /// How errors are raised: what they carry, as what they are caught, and what is nested in them.
+#include "project/metadata/MetadataErrors.hpp"
+
 #include <system_error>
 #include <typeinfo>
 
-#include "host/FileSystem.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "tests/metadata/Helpers.hpp"
 
 using namespace project::metadata;
@@ -21,26 +21,34 @@ struct HostMessage {
     static constexpr int argumentCount = 1;
 };
 
-struct DiskError : host::FileSystemException {
-    DiskError() : FileSystemException(diskError) {}
+struct UserError : host::MessageException<HostMessage, std::exception> {
+    UserError() : MessageException(u"argument") {}
 };
 
-/// What `action` throws; while `cause` is being handled, if there is one.
+struct UserDiskError : host::FileSystemException, UserError {
+    UserDiskError() : FileSystemException(diskError) {}
+};
+
+/// What `action` throws.
 template <class Action>
-std::exception_ptr thrownBy(Action&& action, const std::exception_ptr& cause = nullptr) {
+std::exception_ptr thrownBy(Action&& action) {
     try {
-        try {
-            if (cause)
-                std::rethrow_exception(cause);
-        } catch (...) {
-            action();
-        }
         action();
     } catch (...) {
         return std::current_exception();
     }
     ADD_FAILURE() << "nothing was thrown";
     return nullptr;
+}
+
+/// What `action` throws while `cause` is being handled.
+template <class Action>
+std::exception_ptr thrownWhileHandling(const std::exception_ptr& cause, Action&& action) {
+    try {
+        std::rethrow_exception(cause);
+    } catch (...) {
+        return thrownBy(action);
+    }
 }
 
 /// Whether a handler for `Handler` catches `thrown`; calls `check` in it.
@@ -70,10 +78,11 @@ void checkError(const std::string& key, const Arguments&... arguments) {
     SCOPED_TRACE(key);
     for (const std::exception_ptr& cause :
          {std::exception_ptr(), std::make_exception_ptr(std::runtime_error("cause"))}) {
-        const std::exception_ptr raised = thrownBy([&] { raise<Error>(arguments...); }, cause);
+        const auto action = [&] { raise<Error>(arguments...); };
+        const std::exception_ptr thrown = cause ? thrownWhileHandling(cause, action) : thrownBy(action);
         const std::type_info* type = nullptr;
         std::exception_ptr copy;
-        EXPECT_TRUE(isCaughtAs<Error>(raised, [&](const Error& error) {
+        EXPECT_TRUE(isCaughtAs<Error>(thrown, [&](const Error& error) {
             type = &typeid(error);
             EXPECT_EQ(*type == typeid(Error), !cause);
             EXPECT_GT(error.getStackTrace().size(), 1u);
@@ -94,7 +103,7 @@ void checkError(const std::string& key, const Arguments&... arguments) {
             EXPECT_EQ(message.GetBaseMsgIDObj().key, key);
             EXPECT_EQ(argumentsOf(message), (Texts{arguments...}));
         };
-        for (const std::exception_ptr& error : {raised, copy}) {
+        for (const std::exception_ptr& error : {thrown, copy}) {
             EXPECT_TRUE(isCaughtAs<Error>(error, check));
             EXPECT_TRUE(isCaughtAs<ProjectException>(error, check));
             EXPECT_TRUE(isCaughtAs<std::exception>(error, check));
@@ -116,8 +125,7 @@ TEST(ErrorsTest, everyErrorAndItsCopiesAreCaughtByEachBaseWithMessageAndCause) {
 }
 
 TEST(ErrorsTest, theCauseIsTheMessageOfTheExceptionBeingHandled) {
-    const host::MessageException<HostMessage, std::exception> userError(u"argument");
-    const host::MessageException<HostMessage, DiskError> both(u"argument");
+    const UserError userError;
     const auto causeInHandlerOf = [](const auto& cause) {
         try {
             throw cause;
@@ -131,7 +139,8 @@ TEST(ErrorsTest, theCauseIsTheMessageOfTheExceptionBeingHandled) {
     EXPECT_NE(causeInHandlerOf(diskError), u"");
     EXPECT_EQ(causeInHandlerOf(userError), userError.ToUstring());
     EXPECT_NE(causeInHandlerOf(userError), u"");
-    EXPECT_EQ(causeInHandlerOf(both), host::FileSystem::getExceptionMessage(both)) << "the file system comes first";
+    EXPECT_EQ(causeInHandlerOf(UserDiskError()), host::FileSystem::getExceptionMessage(diskError))
+        << "the file system comes first";
     EXPECT_EQ(causeInHandlerOf(std::runtime_error("text")), u"");
     EXPECT_EQ(causeInHandlerOf(1), u"");
     EXPECT_EQ(getCauseMessage(), u"") << "no exception is being handled any more";

@@ -84,8 +84,13 @@ TEST_F(FactoryRegistryTest, aFactoryIsListedAsLongAsItIsRegistered) {
 TEST_F(FactoryRegistryTest, factoriesThatComeAndGoAreListedOrNot) {
     add(u"stays");
     const std::future<void> changing = std::async(std::launch::async, [&] {
-        for (int i = 0; i < 5000; ++i)
-            framework.add(std::make_shared<MemoryFactory>(u"comes and goes")).Unregister();
+        for (int i = 0; i < 500; ++i) {
+            std::vector<RunningFramework::Registration> registrations;
+            for (int j = 0; j < 20; ++j)
+                registrations.push_back(framework.add(std::make_shared<MemoryFactory>(u"comes and goes")));
+            for (RunningFramework::Registration& registration : registrations)
+                registration.Unregister();
+        }
     });
     while (changing.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
         Texts names = namesOf(getRegisteredFactories());

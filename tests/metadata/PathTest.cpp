@@ -39,22 +39,23 @@ std::vector<MetadataPath> somePaths(std::size_t count) {
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined, or the compiler takes malloc and free for a mismatched pair with the operators of others.
+__attribute__((noinline)) void* operator new(std::size_t size) {
     ++allocations;
     if (void* memory = std::malloc(size))
         return memory;
     throw std::bad_alloc();
 }
 
-void operator delete(void* memory) noexcept {
+__attribute__((noinline)) void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
+__attribute__((noinline)) void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
 
-TEST(PathTest, elementsAreOrderedByTypeAndThenByLocation) {
+TEST(MetadataPathTest, elementsAreOrderedByTypeAndThenByLocation) {
     const PathElement ascending[] = {{u"", u"z"},  {u"s", u"z"}, {u"t", u""}, {u"t", u"a"},
                                      {u"t", u"b"}, {u"ta", u""}, {u"ä", u""}, {u"\uFFFD", u""}};
     for (const PathElement& a : ascending) {
@@ -68,7 +69,7 @@ TEST(PathTest, elementsAreOrderedByTypeAndThenByLocation) {
     EXPECT_EQ(ascending[3].getLocation(), u"a");
 }
 
-TEST(PathTest, theTextJoinsTheStepsWithoutEscaping) {
+TEST(MetadataPathTest, theTextJoinsTheStepsWithoutEscaping) {
     EXPECT_EQ(MetadataPath().string(), u"");
     EXPECT_EQ(path({{u"t", u"a"}}).string(), u"t:a");
     EXPECT_EQ(path({{u"t", u"a"}, {u"u", u"b"}}).string(), u"t:a|u:b");
@@ -77,7 +78,7 @@ TEST(PathTest, theTextJoinsTheStepsWithoutEscaping) {
     EXPECT_EQ(path({{u"a", u"b|"}}).string(), u"a:b|");
 }
 
-TEST(PathTest, equalityIsThatOfTheSteps) {
+TEST(MetadataPathTest, equalityIsThatOfTheSteps) {
     const std::vector<MetadataPath> different{{},
                                               path({{u"t", u"a"}}),
                                               path({{u"t", u"a"}, {u"u", u"b"}}),
@@ -95,7 +96,7 @@ TEST(PathTest, equalityIsThatOfTheSteps) {
     }
 }
 
-TEST(PathTest, theOrderIsThatOfTheTextsAndAllocatesNothing) {
+TEST(MetadataPathTest, theOrderIsThatOfTheTextsAndAllocatesNothing) {
     const std::vector<MetadataPath> paths = somePaths(1500);
     std::vector<std::u16string> texts;
     for (const MetadataPath& path : paths)
@@ -118,7 +119,7 @@ TEST(PathTest, theOrderIsThatOfTheTextsAndAllocatesNothing) {
     EXPECT_GT(allocations, before) << "allocations are not counted";
 }
 
-TEST(PathTest, theParentIsTheOneStepAboveByItsText) {
+TEST(MetadataPathTest, theParentIsTheOneStepAboveByItsText) {
     const MetadataPath root;
     const MetadataPath q = path({{u"f", u"a"}});
     const MetadataPath p = path({{u"f", u"a"}, {u"g", u"b"}});
@@ -141,7 +142,7 @@ TEST(PathTest, theParentIsTheOneStepAboveByItsText) {
     }
 }
 
-TEST(PathTest, theBuilderKeepsItsSteps) {
+TEST(MetadataPathTest, theBuilderKeepsItsSteps) {
     MetadataPathBuilder builder;
     EXPECT_EQ(builder.build(), MetadataPath());
     EXPECT_EQ(&builder.add(u"t", u"a"), &builder);
