@@ -118,6 +118,7 @@ TEST_P(ReadOnlyProjectTest, isMadeWritableIfTheSettingsAllow) {
 TEST(ReadOnlyRootTest, getsNoMetadata) {
     const test::TempFolder folder;
     fs::create_directory(folder / "project");
+    fs::permissions(folder / "project", fs::perms::owner_write, fs::perm_options::remove);
     Surroundings nobody;
     nobody.prefix = test::movedInstallation();
     nobody.prepare = test::becomeUnprivileged;
