@@ -1,5 +1,6 @@
 /// project-metadata export: all metadata of a project in one file.
 
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -23,9 +24,13 @@ Status exportTo(const host::Path& root, const host::Path& file) {
     openProject(root);
     if (host::FileSystem::exists(file))
         throw CommandError(Status::failure, "The file " + quoted(file) + " exists already and is left as it is");
-    {
+    try {
         const Progress progress("Exporting");
         project::metadata::writeMetadataToSingleFile(root, file);
+    } catch (...) {
+        // The cause may name a file in the scratch folder of the export, which tells nobody what failed.
+        std::throw_with_nested(CommandError(
+            Status::failure, "The metadata of " + quoted(root) + " cannot be exported to " + quoted(file)));
     }
     print(escapeName(file.text()) + '\n');
     return Status::done;

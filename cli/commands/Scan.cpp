@@ -5,7 +5,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -17,7 +16,6 @@
 #include "cli/Progress.hpp"
 #include "cli/Project.hpp"
 #include "cli/ScanUpdate.hpp"
-#include "host/FileSystem.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
@@ -30,7 +28,7 @@ namespace pm = project::metadata;
 std::vector<ScannedFile> readFolder(const host::Path& root, const host::Path& folder) {
     const auto identity = FileIdentity::of(folder);
     if (!identity)
-        throw host::FileSystemException(folder, std::make_error_code(std::errc::no_such_file_or_directory));
+        throw CommandError(Status::failure, "The folder " + quoted(folder) + " does not exist");
     const auto metadataFolder = FileIdentity::of(pm::ProjectMetadataLocation(root).getDirectory());
     if (identity == metadataFolder)
         throw CommandError(Status::usage, quoted(folder) + " is the metadata folder of the project itself");

@@ -84,6 +84,11 @@ struct ReaderDeleter {
 using Writer = std::unique_ptr<xmlTextWriter, WriterDeleter>;
 using Reader = std::unique_ptr<xmlTextReader, ReaderDeleter>;
 
+/// Whether the system calls would take the name of `file` to end too early, and so mean another file.
+bool isCutOff(const host::Path& file) {
+    return file.text().find(u'\0') != std::u16string::npos;
+}
+
 /// Null if there is not enough memory.
 Writer makeWriter(host::OutputFileStream& stream) {
     xmlOutputBuffer* buffer =
@@ -107,6 +112,8 @@ void writeElement(xmlTextWriter* writer, const MetadataNode& node, bool compactE
 }
 
 bool tryToWrite(const MetadataNode& node, const host::Path& file, bool compactEnding) {
+    if (isCutOff(file))
+        return false;
     const SilentXmlErrors silent;
     host::OutputFileStream stream;
     // Unbuffered: libxml2 hands over whole blocks, and a full disk must show in the call that writes them.
@@ -188,6 +195,8 @@ void writeToFile(const MetadataNode& node, const host::Path& file, bool compactE
 
 std::unique_ptr<MetadataNode> readFromFile(const host::Path& file) {
     initialiseXml();
+    if (isCutOff(file))
+        raise<MetadataReadFailure>(file.text(), getCauseMessage());
     const SilentXmlErrors silent;
     host::InputFileStream stream(file.accessName(), std::ios::in | std::ios::binary);
     const Reader reader(xmlReaderForIO(readFromStream, closeStream<host::InputFileStream>, &stream, nullptr, nullptr,

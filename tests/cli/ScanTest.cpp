@@ -219,7 +219,7 @@ TEST_F(ScanRefusalTest, whatIsNoFolderAndTheMetadataItself) {
     test::writeBytes(folder / "file", "");
     const auto before = readTree(root);
     for (const std::string& path : {(folder / "absent").native(), std::string()})
-        expectFailure(run({"scan", root, path}), 3, {'"' + path + '"', "No such file"});
+        expectFailure(run({"scan", root, path}), 3, {'"' + path + '"', "does not exist"});
     expectFailure(run({"scan", root, folder / "file"}), 3, {folder / "file", "Not a directory"});
     expectFailure(run({"scan", root, coreFile.parent_path()}), 2, {coreFile.parent_path()});
     EXPECT_EQ(readTree(root), before);
