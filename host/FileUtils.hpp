@@ -13,14 +13,15 @@ struct HOST_EXPORT FileUtils {
     static bool existNoExcept(const Path& path) noexcept;
 
     /// Whether this process may not write to `path`: permissions of the effective user, attributes of the file and
-    /// read-only mounts all count.
+    /// read-only mounts all count. An empty path is the current folder.
     /// @throws FileSystemException if `path` does not exist or cannot be tested
     static bool isReadOnly(const Path& path);
 
     /// As `isReadOnly`; what cannot be found out counts as not read-only.
     static bool isReadOnlyNoExcept(const Path& path) noexcept;
 
-    /// Adds the owner's write permission to `path` and keeps all others as they are.
+    /// Adds the owner's write permission to `path` and keeps all others as they are. An empty path is the current
+    /// folder.
     /// @throws AccessDeniedException, FileSystemException
     static void makeWritable(const Path& path);
 

@@ -17,6 +17,15 @@ namespace host {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+/// The parent of a path with one element is empty, and is the current folder.
+fs::path toFolderName(const Path& path) {
+    return toNative(path.empty() ? Path(u".") : path);
+}
+
+}  // namespace
+
 bool FileUtils::existNoExcept(const Path& path) noexcept {
     try {
         return FileSystem::exists(path);
@@ -26,7 +35,7 @@ bool FileUtils::existNoExcept(const Path& path) noexcept {
 }
 
 bool FileUtils::isReadOnly(const Path& path) {
-    if (faccessat(AT_FDCWD, toNative(path).c_str(), W_OK, AT_EACCESS) == 0)
+    if (faccessat(AT_FDCWD, toFolderName(path).c_str(), W_OK, AT_EACCESS) == 0)
         return false;
     const int error = errno;
     if (error == EACCES || error == EPERM || error == EROFS)
@@ -44,7 +53,7 @@ bool FileUtils::isReadOnlyNoExcept(const Path& path) noexcept {
 
 void FileUtils::makeWritable(const Path& path) {
     std::error_code code;
-    fs::permissions(toNative(path), fs::perms::owner_write, fs::perm_options::add, code);
+    fs::permissions(toFolderName(path), fs::perms::owner_write, fs::perm_options::add, code);
     if (code)
         throwFileSystemError(path, code);
 }

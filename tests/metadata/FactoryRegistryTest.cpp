@@ -1,12 +1,10 @@
-/// Finding factories of stores. What happens once in a process makes each of these tests a process of its own.
+/// Finding factories of stores.
 #include "project/metadata/FactoryRegistry.hpp"
 
-#include <algorithm>
-#include <future>
+#include <stdexcept>
 #include <thread>
 
-#include "tests/metadata/Helpers.hpp"
-#include "tests/metadata/Stores.hpp"
+#include "tests/metadata/Plugins.hpp"
 
 using namespace project::metadata;
 using namespace test;
@@ -14,190 +12,97 @@ using Factories = std::vector<std::shared_ptr<MetadataManagerFactory>>;
 
 namespace {
 
-Texts namesOf(const Factories& factories) {
-    Texts names;
-    for (const auto& factory : factories)
-        names.push_back(factory ? factory->getName() : u"null");
-    return names;
+/// A factory without stores.
+struct EmptyFactory : MetadataManagerFactory {
+    explicit EmptyFactory(std::u16string factoryName) : name(std::move(factoryName)) {}
+
+    std::unique_ptr<MetadataManager> createManager(const host::Path& /*root*/) override {
+        ++stores;
+        return nullptr;
+    }
+    bool canManage(const host::Path& root) override { return root.text() == name; }
+    std::u16string getName() override { return name; }
+    std::u16string getDescription() override { return u"for tests"; }
+    bool isHidden() const override { return true; }
+
+    std::u16string name;
+    int stores = 0;
+};
+
+void expectOnlyThePlugin() {
+    const Factories factories = getRegisteredFactories();
+    ASSERT_EQ(factories.size(), 1u);
+    EXPECT_EQ(factories.front()->getName(), u"plugin");
 }
 
-std::u16string nameOf(const std::shared_ptr<MetadataManagerFactory>& factory) {
-    return factory ? factory->getName() : u"none";
-}
-
-/// An installation of the host whose plug-ins are those that a test puts there.
-class FactoryRegistryTest : public testing::Test {
+class FactoryRegistryTest : public InstallationTest {
 protected:
-    FactoryRegistryTest() { std::filesystem::create_directories(plugins); }
-
-    void install() { std::filesystem::create_symlink(METADATA_TEST_PLUGIN, plugins / "plugin.so"); }
-
-    std::shared_ptr<MemoryFactory> add(const std::u16string& name, bool isHidden = false) {
-        auto factory = std::make_shared<MemoryFactory>(name, isHidden);
-        framework.add(factory);
+    auto add(const std::u16string& name) {
+        auto factory = std::make_shared<EmptyFactory>(name);
+        framework->GetBundleContext().RegisterService<MetadataManagerFactory>(factory);
         return factory;
     }
-
-    const TempFolder folder;
-    const std::filesystem::path plugins = folder / "bin/tuxa64/ProjectMetadataProvider";
-    const EnvironmentVariable prefix{"PROJECT_METADATA_PREFIX", folder.std().native()};
-    const SettingsOverride noSettings{nullptr};
-    RunningFramework framework;
 };
 
 }  // namespace
 
-TEST_F(FactoryRegistryTest, listsAllFactoriesInTheOrderOfTheFramework) {
-    const Factories added{add(u"A"), add(u"B", true), add(u"A"), add(u"C")};
-    cppmicroservices::BundleContext context = framework.context();
-    Factories expected;
-    for (const auto& reference : context.GetServiceReferences<MetadataManagerFactory>())
-        expected.push_back(context.GetService(reference));
-    ASSERT_TRUE(std::is_permutation(expected.begin(), expected.end(), added.begin(), added.end()));
-
-    EXPECT_EQ(getRegisteredFactories(), expected);
-    EXPECT_EQ(getNamedFactory(u"A"), *std::find_if(expected.begin(), expected.end(),
-                                                   [](const auto& factory) { return factory->getName() == u"A"; }));
-    EXPECT_EQ(getNamedFactory(u"B"), added[1]) << "hidden ones are found by name";
-    EXPECT_TRUE(getNamedFactory(u"B")->isHidden());
-    for (const char16_t* name : {u"a", u"", u"AA", u" A"})
-        EXPECT_EQ(getNamedFactory(name), nullptr);
+TEST_F(FactoryRegistryTest, listsAllFactoriesAndFindsThemByName) {
+    const Factories added{add(u"A"), add(u"B"), add(u"C")};
+    EXPECT_THAT(getRegisteredFactories(), testing::UnorderedElementsAreArray(added));
+    EXPECT_EQ(getNamedFactory(u"B"), added[1]) << "hidden ones too";
 }
 
-TEST_F(FactoryRegistryTest, aFactoryIsListedAsLongAsItIsRegistered) {
-    auto registration = framework.add(std::make_shared<MemoryFactory>(u"A"));
-    add(u"B");
-    const std::shared_ptr<MetadataManagerFactory> held = getNamedFactory(u"A");
-    registration.Unregister();
-    EXPECT_EQ(namesOf(getRegisteredFactories()), Texts{u"B"});
-    EXPECT_EQ(nameOf(held), u"A") << "whoever holds a factory keeps it";
-
-    framework.stop();
-    try {
-        getRegisteredFactories();
-        ADD_FAILURE() << "the framework has stopped";
-    } catch (const std::runtime_error& error) {
-        EXPECT_STREQ(error.what(), "The bundle context is no longer valid");
-    }
+TEST_F(FactoryRegistryTest, theFirstThatCanManageAProjectIsAskedForItsStore) {
+    const auto other = add(u"B");
+    const auto first = add(u"A");
+    const auto second = add(u"A");
+    EXPECT_EQ(getMetadataManagerFor(u"A"), nullptr) << "what it makes is returned as it is";
+    EXPECT_EQ(first->stores, 1);
+    EXPECT_EQ(other->stores + second->stores, 0);
+    EXPECT_EQ(getMetadataManagerFor(u"C"), nullptr);
+    EXPECT_EQ(getNamedFactory(u"C"), nullptr);
 }
 
-TEST_F(FactoryRegistryTest, factoriesThatComeAndGoAreListedOrNot) {
-    add(u"stays");
-    const std::future<void> changing = std::async(std::launch::async, [&] {
-        for (int i = 0; i < 500; ++i) {
-            std::vector<RunningFramework::Registration> registrations;
-            for (int j = 0; j < 20; ++j)
-                registrations.push_back(framework.add(std::make_shared<MemoryFactory>(u"comes and goes")));
-            for (RunningFramework::Registration& registration : registrations)
-                registration.Unregister();
-        }
-    });
-    while (changing.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
-        Texts names = namesOf(getRegisteredFactories());
-        names.erase(std::remove(names.begin(), names.end(), u"comes and goes"), names.end());
-        ASSERT_EQ(names, Texts{u"stays"});
-    }
+TEST_F(FactoryRegistryTest, aFrameworkMayComeLate) {
+    install(METADATA_TEST_PLUGIN);
+    host::ServiceFramework::setFramework(nullptr);
+    EXPECT_EQ(getRegisteredFactories(), Factories());
+    EXPECT_EQ(getDefaultFactory(), nullptr);
+    EXPECT_EQ(getMetadataManagerFor(folder.path()), nullptr);
+    host::ServiceFramework::setFramework(framework);
+    expectOnlyThePlugin();
 }
 
 TEST_F(FactoryRegistryTest, theDefaultIsTheOneInTheSettingsOrFixedPath) {
-    const auto defaultWith = [](const std::u16string& setting) {
-        const SettingsOverride settings(
-            MemorySettings::Values{{{"korvex.project.creation", "DefaultMetadataManager"}, setting}});
-        return nameOf(getDefaultFactory());
-    };
-
-    add(u"A");
-    EXPECT_EQ(defaultWith(u"A"), u"A");
-    EXPECT_EQ(defaultWith(u"B"), u"none");
-    EXPECT_EQ(nameOf(getDefaultFactory()), u"none");
-
-    add(u"fixedPath");
-    EXPECT_EQ(defaultWith(u"A"), u"A");
-    EXPECT_EQ(defaultWith(u"B"), u"fixedPath");
-    EXPECT_EQ(defaultWith(u"a"), u"fixedPath");
-    EXPECT_EQ(defaultWith(u""), u"fixedPath");
-    EXPECT_EQ(nameOf(getDefaultFactory()), u"fixedPath");
-
-    const SettingsOverride noSuchKey{MemorySettings::Values{}};
-    EXPECT_THROW(getDefaultFactory(), std::out_of_range);
-}
-
-TEST_F(FactoryRegistryTest, theFirstFactoryThatCanManageAProjectMakesItsStore) {
-    const host::Path root(u"/some/project");
-    Texts asked;
-    for (const char16_t* name : {u"A", u"B", u"C"}) {
-        const auto factory = add(name);
-        factory->manages = [&asked, &root, name](const host::Path& path) {
-            asked.push_back(name);
-            return path == root && name != asked.front();
-        };
-        factory->create = [&asked, &root, name](const host::Path& path) {
-            asked.push_back(std::u16string(u"create ") + name);
-            EXPECT_EQ(path, root);
-            return std::make_unique<MemoryStore>([](const std::u16string& /*call*/) {});
-        };
+    const Factories added{add(u"fixedPath"), add(u"B")};
+    EXPECT_EQ(getDefaultFactory(), added[0]) << "without settings";
+    for (const auto& [setting, expected] : {std::pair(u"B", added[1]), std::pair(u"C", added[0])}) {
+        const SettingsOverride settings({{{"korvex.project.creation", "DefaultMetadataManager"}, setting},
+                                         {{"korvex.project.metadata", "MakeReadOnlyMetadataWritable"}, u"no"}});
+        EXPECT_EQ(getDefaultFactory(), expected);
     }
-    const Texts order = namesOf(getRegisteredFactories());
-    EXPECT_NE(getMetadataManagerFor(root), nullptr);
-    EXPECT_EQ(asked, (Texts{order[0], order[1], u"create " + order[1]}));
-
-    asked.clear();
-    EXPECT_EQ(getMetadataManagerFor(u"/other"), nullptr);
-    EXPECT_EQ(asked, order);
-
-    const auto failing = std::static_pointer_cast<MemoryFactory>(getNamedFactory(order[1]));
-    failing->manages = [](const host::Path& /*path*/) -> bool { throw std::out_of_range("failing on purpose"); };
-    asked.clear();
-    EXPECT_THROW(getMetadataManagerFor(root), std::out_of_range);
-    EXPECT_EQ(asked, Texts{order[0]});
 }
 
 TEST_F(FactoryRegistryTest, pluginsAreLoadedOnceForAllThreadsAtOnce) {
-    install();
-    const EnvironmentVariable slow("METADATA_TEST_PLUGIN", "slow");
+    install(METADATA_TEST_PLUGIN);
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i)
-        threads.emplace_back([] { EXPECT_EQ(namesOf(getRegisteredFactories()), Texts{u"plugin"}); });
+        threads.emplace_back(expectOnlyThePlugin);
     for (std::thread& thread : threads)
         thread.join();
-
     writeBytes(plugins / "text.so", "installed later, and no plug-in");
-    EXPECT_EQ(namesOf(getRegisteredFactories()), Texts{u"plugin"}) << "loaded once";
+    expectOnlyThePlugin();
 }
 
 TEST_F(FactoryRegistryTest, aLoadingThatFailedIsTriedAgain) {
-    install();
-    writeBytes(plugins / "text.so", "no plug-in");
-    try {
-        getRegisteredFactories();
-        ADD_FAILURE() << "a plug-in cannot be loaded";
-    } catch (const std::exception& error) {
-        EXPECT_THAT(error.what(), testing::HasSubstr((plugins / "text.so").native()));
-    }
-    std::filesystem::remove(plugins / "text.so");
-    {
-        const EnvironmentVariable failing("METADATA_TEST_PLUGIN", "failing");
-        EXPECT_THROW(getNamedFactory(u"plugin"), std::exception);
-        EXPECT_THROW(getDefaultFactory(), std::exception);
-    }
-    EXPECT_EQ(namesOf(getRegisteredFactories()), Texts{u"plugin"});
-}
-
-TEST_F(FactoryRegistryTest, withoutAFrameworkThereIsNothingUntilOneComes) {
-    install();
-    host::ServiceFramework::setFramework(nullptr);
-    EXPECT_EQ(getRegisteredFactories(), Factories{});
-    EXPECT_EQ(getNamedFactory(u"plugin"), nullptr);
-    EXPECT_EQ(getDefaultFactory(), nullptr);
-    EXPECT_EQ(getMetadataManagerFor(folder.path()), nullptr);
-
-    const RunningFramework late;
-    EXPECT_EQ(namesOf(getRegisteredFactories()), Texts{u"plugin"});
-}
-
-TEST(InstalledPluginsTest, areFoundInTheInstallationOfTheLibrary) {
-    const RunningFramework framework;
-    const SettingsOverride noSettings(nullptr);
-    EXPECT_EQ(sorted(namesOf(getRegisteredFactories())), (Texts{u"fixedPath", u"monolithic"}));
-    EXPECT_EQ(nameOf(getDefaultFactory()), u"fixedPath");
+    install(METADATA_TEST_PLUGIN);
+    const std::filesystem::path noPlugin = plugins / "text.so";
+    writeBytes(noPlugin, "no plug-in");
+    EXPECT_THAT([] { getRegisteredFactories(); },
+                testing::ThrowsMessage<std::exception>(testing::HasSubstr(noPlugin.native())));
+    std::filesystem::remove(noPlugin);
+    setenv("METADATA_TEST_PLUGIN", "failing", 1);
+    EXPECT_THROW(getNamedFactory(u"plugin"), std::runtime_error);
+    unsetenv("METADATA_TEST_PLUGIN");
+    expectOnlyThePlugin();
 }

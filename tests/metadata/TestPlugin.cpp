@@ -1,9 +1,8 @@
-/// A plug-in that starts as METADATA_TEST_PLUGIN says: at once, "slow", or "failing".
+/// A plug-in that takes a while to start, and fails if METADATA_TEST_PLUGIN is set.
 #include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
 
 #include <cppmicroservices/BundleActivator.h>
@@ -25,12 +24,9 @@ public:
 class Activator : public cppmicroservices::BundleActivator {
 public:
     void Start(cppmicroservices::BundleContext context) override {
-        const char* value = std::getenv("METADATA_TEST_PLUGIN");
-        const std::string behaviour = value ? value : "";
-        if (behaviour == "failing")
+        if (std::getenv("METADATA_TEST_PLUGIN"))
             throw std::runtime_error("failing on purpose");
-        if (behaviour == "slow")
-            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
         context.RegisterService<project::metadata::MetadataManagerFactory>(std::make_shared<Factory>());
     }
 

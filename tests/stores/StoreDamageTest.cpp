@@ -1,12 +1,10 @@
 // What a store refuses, and what it leaves alone when something goes wrong.
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-
-#include <csignal>
 
 #include "project/metadata/MetadataErrors.hpp"
 #include "tests/stores/StoreHelpers.hpp"
+#include "tests/support/FileSizeLimit.hpp"
 #include "tests/support/Settings.hpp"
 #include "tests/support/UnprivilegedUser.hpp"
 
@@ -127,14 +125,10 @@ TEST_P(StoreDamageTest, FailedWriteLeavesTheOldContent) {
     const auto before = readFiles(folder_.std());
     nodes[path({u"y"})] = node(std::u16string(20000, u'x'));
 
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    getrlimit(RLIMIT_FSIZE, &limit);
-    const rlimit small{16384, limit.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &small);
-    const std::string message = messageOf<MetadataWriteFailure>([&] { store->setNodes(nodes); });
-    setrlimit(RLIMIT_FSIZE, &limit);
-
+    const std::string message = [&] {
+        const FileSizeLimit limit(16384);
+        return messageOf<MetadataWriteFailure>([&] { store->setNodes(nodes); });
+    }();
     EXPECT_NE(message.find("File too large"), std::string::npos) << message;
     EXPECT_NE(message.find(metadata().string()), std::string::npos) << message;
     EXPECT_EQ(message.find(".pending"), std::string::npos) << message;

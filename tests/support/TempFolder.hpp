@@ -50,6 +50,11 @@ public:
 
     ~TempFolder() {
         std::error_code ignored;
+        using Entries = std::filesystem::recursive_directory_iterator;
+        for (Entries entry(folder_, ignored); entry != Entries(); entry.increment(ignored)) {
+            if (entry->symlink_status(ignored).type() == std::filesystem::file_type::directory)
+                std::filesystem::permissions(entry->path(), std::filesystem::perms::owner_all, ignored);
+        }
         std::filesystem::remove_all(folder_, ignored);
     }
 

@@ -1,10 +1,9 @@
-/// Failures of the operating system, made on purpose.
+/// A full disk, made on purpose.
 #pragma once
 
 #include <sys/resource.h>
 
 #include <csignal>
-#include <string>
 
 namespace test {
 
@@ -28,27 +27,6 @@ public:
 private:
     rlimit before_{};
     void (*handler_)(int);
-};
-
-/// While it lives, reading `file` fails once with an input/output error, after `goodReads` reads that succeed. One at
-/// a time; for files that are read on one thread.
-class ReadFault {
-public:
-    ReadFault(std::string file, int goodReads);
-    ~ReadFault();
-
-    ReadFault(const ReadFault&) = delete;
-    ReadFault& operator=(const ReadFault&) = delete;
-
-    /// Whether reading has failed.
-    bool hasStruck() const { return goodReads_ < 0; }
-
-    /// Whether this read of `descriptor` is the one that fails.
-    bool strikes(int descriptor);
-
-private:
-    std::string file_;
-    int goodReads_;
 };
 
 }  // namespace test
