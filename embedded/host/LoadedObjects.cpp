@@ -10,7 +10,7 @@ namespace host {
 namespace {
 
 struct Search {
-    std::string_view library;
+    std::string_view name;
     std::uintptr_t thisLibrary;
     bool found;
 };
@@ -47,7 +47,7 @@ bool isLinkedWith(const dl_phdr_info& object, std::string_view library) {
 int examine(dl_phdr_info* object, std::size_t /*size*/, void* argument) {
     auto& search = *static_cast<Search*>(argument);
     const bool isThisLibrary = object->dlpi_addr == search.thisLibrary;
-    search.found = !isThisLibrary && isLinkedWith(*object, search.library);
+    search.found = !isThisLibrary && isLinkedWith(*object, search.name);
     return search.found ? 1 : 0;
 }
 

@@ -1,14 +1,10 @@
 /// What the tests of the embedded host share.
 #pragma once
 
-#include "host/FileSystem.hpp"
-
-#include <gtest/gtest.h>
+#include "tests/support/TempFolder.hpp"
 
 #include <cstdio>
-#include <cstdlib>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 namespace test {
@@ -41,36 +37,23 @@ private:
 
 /// What the shell command `command` writes to standard output. Its failure is one of the test.
 inline std::string runCommand(const std::string& command) {
-    FILE* const pipe = popen(command.c_str(), "r");
-    if (!pipe)
-        throw std::runtime_error("cannot run " + command);
     std::string output;
+    FILE* const pipe = popen(command.c_str(), "r");
     for (int byte = std::fgetc(pipe); byte != EOF; byte = std::fgetc(pipe))
         output += static_cast<char>(byte);
     EXPECT_EQ(pclose(pipe), 0) << command;
     return output;
 }
 
-/// The error of type `Error` that `action` throws.
-template <class Error, class Action>
-Error catchError(const Action& action) {
-    try {
-        action();
-    } catch (const Error& error) {
-        return error;
-    }
-    throw std::runtime_error("the expected error was not thrown");
-}
-
 /// The text of the error of type `Error` that `action` throws.
 template <class Error, class Action>
-std::string catchText(const Action& action) {
+std::string messageOf(const Action& action) {
     try {
         action();
     } catch (const Error& error) {
         return error.what();
     }
-    throw std::runtime_error("the expected error was not thrown");
+    return "nothing was thrown";
 }
 
 }  // namespace test
