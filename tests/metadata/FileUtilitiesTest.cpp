@@ -92,10 +92,12 @@ TEST_F(FileUtilitiesTest, pathsAndTextsAreComparedStrictly) {
 
 TEST_F(FileUtilitiesTest, theParentOfAnElementAloneIsTheCurrentFolder) {
     makeFile(u"locked/file");
-    const UnprivilegedUser user;
     const SettingsOverride settings(makeWritable(u"no"));
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(folder / "locked");
-    EXPECT_EQ(raised<ReadOnlyMetadataFailure>([] { deleteFiles({u"file"}); }).front(), u"file");
+    {
+        const UnprivilegedUser user;
+        EXPECT_EQ(raised<ReadOnlyMetadataFailure>([] { deleteFiles({u"file"}); }).front(), u"file");
+    }
     std::filesystem::current_path(before);
 }

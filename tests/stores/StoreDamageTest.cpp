@@ -140,8 +140,9 @@ TEST_P(StoreDamageTest, FailedWriteLeavesTheOldContent) {
 
 TEST_P(StoreDamageTest, ReadOnlyFilesFollowTheUsersSetting) {
     const SettingsOverride noSettings(std::shared_ptr<const host::SettingsGroup>{});
-    const UnprivilegedUser user;
+    // The plug-ins may lie where only the superuser gets.
     const auto store = open();
+    const UnprivilegedUser user;
     const MetadataPath root;
     store->setNode(root, *node(u"1"));
     const auto before = readFiles(folder_.std());
