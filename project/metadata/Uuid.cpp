@@ -20,7 +20,7 @@ std::u16string generateUUID() {
 
 host::Path assignUuid(const host::Path& root, const std::u16string& uuid) {
     const std::u16string fileName = u"uuid-" + (uuid.empty() ? generateUUID() : uuid) + u".xml";
-    const host::Path marker = ProjectMetadataLocation(root).getDirectory() / fileName;
+    host::Path marker = ProjectMetadataLocation(root).getDirectory() / fileName;
     const bool compactEnding = false;
     writeToFile(MetadataNodeSpecification(u"uuid"), marker, compactEnding);
     return marker;
