@@ -22,7 +22,7 @@ struct FileBatch {
 /// Carries out `batch`: writes all new files into a scratch folder inside the metadata folder, flushes them to disk
 /// together, renames them into place, removes what is to be removed with the folders that it leaves empty, and flushes
 /// again. Each file has its old or its new content at every moment, also after a crash; and if anything fails, all of
-/// them have the old one again.
+/// them have the old one again (on a file system without hard links, those that had been replaced by then do not).
 ///
 /// What is read-only is made writable first if the user's settings allow it. A file that replaces another keeps its
 /// permissions. One thread at a time may change a metadata folder.

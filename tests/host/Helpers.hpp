@@ -1,6 +1,7 @@
 /// What the tests of the embedded host share.
 #pragma once
 
+#include "tests/support/MessageOf.hpp"
 #include "tests/support/TempFolder.hpp"
 
 #include <cstdio>
@@ -43,17 +44,6 @@ inline std::string runCommand(const std::string& command) {
         output += static_cast<char>(byte);
     EXPECT_EQ(pclose(pipe), 0) << command;
     return output;
-}
-
-/// The text of the error of type `Error` that `action` throws.
-template <class Error, class Action>
-std::string messageOf(const Action& action) {
-    try {
-        action();
-    } catch (const Error& error) {
-        return error.what();
-    }
-    return "nothing was thrown";
 }
 
 }  // namespace test

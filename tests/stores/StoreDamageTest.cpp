@@ -5,6 +5,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/FileSizeLimit.hpp"
+#include "tests/support/MessageOf.hpp"
 #include "tests/support/Settings.hpp"
 #include "tests/support/UnprivilegedUser.hpp"
 
@@ -23,18 +24,6 @@ std::map<std::string, std::string> readFiles(const std::filesystem::path& folder
             files[entry.path().string()] = readBytes(entry.path());
     }
     return files;
-}
-
-/// The message of the `Error` that `action` throws.
-template <class Error, class Action>
-std::string messageOf(const Action& action) {
-    try {
-        action();
-    } catch (const Error& error) {
-        return error.what();
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return {};
 }
 
 class StoreDamageTest : public testing::TestWithParam<const char16_t*> {
