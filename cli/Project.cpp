@@ -49,14 +49,21 @@ host::Path requireCoreFile(const host::Path& root) {
 }
 
 std::unique_ptr<pm::MetadataManager> openProject(const host::Path& root) {
-    const host::Path coreFile = requireCoreFile(root);
+    requireRoot(root);
+    // First of all: a store may have to complete a change that was interrupted before there is a core file.
     if (auto store = pm::getMetadataManagerFor(root))
         return store;
+    const host::Path coreFile = requireCoreFile(root);
     const std::optional<std::u16string> type = pm::ProjectMetadataLocation(root).getMetadataType();
     if (!type)
         throw CommandError(Status::failure, "The core file " + quoted(coreFile) + " names no type of metadata");
     throw CommandError(Status::failure, "There is no store for metadata of type \"" + host::toUtf8(*type) +
                                             "\", which " + quoted(coreFile) + " names; there are: " + listStoreNames());
+}
+
+std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store) {
+    const auto* const reporter = dynamic_cast<const pm::DamageReporter*>(&store);
+    return reporter ? reporter->findDamage() : std::vector<pm::MetadataDamage>();
 }
 
 std::string listStoreNames() {

@@ -3,8 +3,10 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "host/Path.hpp"
+#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataManager.hpp"
 
 namespace CLI {
@@ -32,6 +34,10 @@ host::Path requireCoreFile(const host::Path& root);
 /// @throws CommandError if there is no store for the type of metadata that the core file names
 /// @throws whatever the plug-ins throw
 std::unique_ptr<project::metadata::MetadataManager> openProject(const host::Path& root);
+
+/// What is damaged in `store`; nothing for a store that cannot tell.
+/// @throws whatever the store throws
+std::vector<project::metadata::MetadataDamage> findDamage(const project::metadata::MetadataManager& store);
 
 /// The names of all stores that users may choose, for an error sentence.
 std::string listStoreNames();

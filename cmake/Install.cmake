@@ -1,5 +1,5 @@
-# The installed package: find_package(project_metadata) gives project_metadata::project_metadata, project_metadata::host
-# and project_metadata_add_bundle().
+# The installed package: find_package(project_metadata) gives project_metadata::project_metadata, project_metadata::host,
+# project_metadata::store_testing and project_metadata_add_bundle().
 
 include(CMakePackageConfigHelpers)
 
@@ -11,9 +11,12 @@ if(NOT TARGET project_host)
     return()
 endif()
 
-install(TARGETS project_metadata project_host EXPORT project_metadataTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS project_metadata project_host store_testing EXPORT project_metadataTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY host project DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.hpp")
+install(FILES store_testing/StoreContract.hpp store_testing/StoreContractTest.hpp
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/store_testing)
 install(EXPORT project_metadataTargets NAMESPACE project_metadata:: DESTINATION ${packageFolder})
 
 configure_package_config_file(cmake/project_metadataConfig.cmake.in

@@ -1,5 +1,6 @@
 /// project-metadata export: all metadata of a project in one file.
 
+#include <cstddef>
 #include <exception>
 #include <memory>
 #include <string>
@@ -21,7 +22,7 @@ namespace {
 
 Status exportTo(const host::Path& root, const host::Path& file) {
     // Exporting would find both of these out, the second one only after the work, but could not say it as well.
-    openProject(root);
+    const auto store = openProject(root);
     if (host::FileSystem::exists(file))
         throw CommandError(Status::failure, "The file " + quoted(file) + " exists already and is left as it is");
     try {
@@ -33,7 +34,13 @@ Status exportTo(const host::Path& root, const host::Path& file) {
             Status::failure, "The metadata of " + quoted(root) + " cannot be exported to " + quoted(file)));
     }
     print(escapeName(file.text()) + '\n');
-    return Status::done;
+    flushOutput();
+    const std::size_t damages = findDamage(*store).size();
+    if (damages == 0)
+        return Status::done;
+    reportError("The export lacks what is damaged in the metadata of " + quoted(root) + ": " + std::to_string(damages) +
+                (damages == 1 ? " file" : " files"));
+    return Status::foundProblems;
 }
 
 Command::Action configure(CLI::App& app) {

@@ -3,7 +3,25 @@
 /// Every path but the root is the child of one path; siblings have an order. A path may exist as a branch, without a
 /// node. The root path always exists. Paths are told apart by their steps (`operator==`), not by their texts.
 ///
-/// One thread at a time may use a store. A change that fails leaves the old content.
+/// One thread at a time may use a store.
+///
+/// What a change promises:
+///
+/// - It is a batch, all or nothing, whether it ends well, with an error, or with the process or the machine. Once it
+///   has returned, it is on disk.
+/// - What it does not change it does not write.
+/// - It happens as a `FileJob`, run by the `FileJobManager` that is registered as a service, if there is one.
+/// - What could not be read back is refused before anything is touched.
+///
+/// Several stores, in one process or in many, may be open on one project. Each sees what the others wrote, and a
+/// reading operation sees all of a batch or nothing of it. One of them changes the project at a time; another waits,
+/// and after some seconds gives up with an error that names the lock. A store does not overwrite unseen: if the node
+/// that it is to replace, or anything that it is to remove, was changed on disk by somebody else since the store was
+/// opened or last read (`getNode`, `hasNode`) or wrote it, the whole change is refused with a `MetadataWriteFailure`.
+/// Reading the node again settles that.
+///
+/// Damage is reported, not spread: what is readable is read, what is damaged is named (MetadataDamage.hpp) and never
+/// overwritten or removed by a change.
 #pragma once
 
 #include <map>
@@ -56,6 +74,7 @@ public:
     /// Makes `paths` the whole content, as one batch: missing paths are added, the others removed with their nodes
     /// (the root path loses its node if it is not listed), and siblings take the order in which they are listed.
     /// Ancestors of listed paths count as listed where they are first needed. Nodes at listed paths stay.
+    /// Where there is no project yet, this makes it, even if only the root path is listed.
     virtual void setPaths(const std::vector<MetadataPath>& paths) = 0;
 
 protected:

@@ -6,29 +6,32 @@
 #include <vector>
 
 #include "host/Path.hpp"
+#include "stores/common/FolderLock.hpp"
 
 namespace stores {
 
 /// A change to files below `folder`.
 struct FileBatch {
-    host::Path folder;                      ///< the metadata folder; made if it is missing
+    host::Path folder;                      ///< the metadata folder
     std::vector<host::Path> filesToWrite;   ///< below `folder`, each once
     std::vector<host::Path> filesToRemove;  ///< below `folder`, existing files, none of them written too
 
-    /// Writes the new content of `filesToWrite[index]` to the file `staged`, which has the same name in another folder.
+    /// Writes the new content of `filesToWrite[index]` to the file `staged`.
     std::function<void(std::size_t index, const host::Path& staged)> write;
 };
 
-/// Carries out `batch`: writes all new files into a scratch folder inside the metadata folder, flushes them to disk
-/// together, renames them into place, removes what is to be removed with the folders that it leaves empty, and flushes
-/// again. Each file has its old or its new content at every moment, also after a crash; and if anything fails, all of
-/// them have the old one again (on a file system without hard links, those that had been replaced by then do not).
+/// Carries out `batch`: writes all new files into a scratch folder inside the metadata folder, flushes them to disk,
+/// and then renames them into place and removes what is to be removed with the folders that it leaves empty, under the
+/// protection of a journal (BatchJournal.hpp) if that is more than one step. When it returns, the change is on disk; if
+/// it fails, or the process or the machine dies on the way, each file has its old content, or after `recover` all have
+/// their new one.
 ///
 /// What is read-only is made writable first if the user's settings allow it. A file that replaces another keeps its
-/// permissions. One thread at a time may change a metadata folder.
+/// permissions. Nothing is written through a symbolic link.
 ///
+/// @param lock the lock of the folder
 /// @throws project::metadata::MetadataWriteFailure, ReadOnlyMetadataFailure naming the file or folder and the cause;
 ///         FailedToMakeMetadataWritable
-void commit(const FileBatch& batch);
+void commit(const FileBatch& batch, const FolderLock& lock);
 
 }  // namespace stores

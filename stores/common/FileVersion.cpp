@@ -6,13 +6,9 @@
 
 namespace stores {
 
-namespace {
-
 std::int64_t toNanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
-
-}  // namespace
 
 std::optional<FileVersion> getFileVersion(const host::Path& file) {
     struct stat status {};

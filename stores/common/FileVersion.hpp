@@ -1,7 +1,11 @@
 /// Noticing that a file has changed since it was read.
 #pragma once
 
+#include <time.h>
+
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 #include "host/Path.hpp"
@@ -14,12 +18,24 @@ struct FileVersion {
     std::uint64_t inode;
     std::int64_t size;
     std::int64_t modified;  ///< in nanoseconds
-    std::int64_t changed;   ///< in nanoseconds
+    std::int64_t changed;   ///< in nanoseconds, by the clock of the file system
 };
 
 inline bool operator==(const FileVersion& a, const FileVersion& b) {
     return a.inode == b.inode && a.size == b.size && a.modified == b.modified && a.changed == b.changed;
 }
+
+inline bool operator!=(const FileVersion& a, const FileVersion& b) {
+    return !(a == b);
+}
+
+struct FileVersionHash {
+    std::size_t operator()(const FileVersion& version) const noexcept {
+        return std::hash<std::uint64_t>()(version.inode ^ static_cast<std::uint64_t>(version.modified));
+    }
+};
+
+std::int64_t toNanoseconds(const timespec& time);
 
 /// The version of `file` on disk, no value if it does not exist. One that exists and cannot be examined has a version
 /// too; reading it will tell what is wrong. May be called from any thread.

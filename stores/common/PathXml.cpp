@@ -86,7 +86,7 @@ std::u16string getText(const MetadataNode& xml, const std::u16string& key, const
         return xml.get(key);
     const auto text = unescape(escaped);
     if (!text)
-        raise<MetadataReadFailure>(file.text(), u"the value of " + escapedPrefix + key + u" is malformed: " + escaped);
+        raise<MetadataReadFailure>(file.text(), u"the value of " + escapedPrefix + key + u" is malformed");
     return *text;
 }
 

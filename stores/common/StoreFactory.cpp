@@ -1,13 +1,17 @@
 #include "stores/common/StoreFactory.hpp"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
 #include <cppmicroservices/ServiceReference.h>
 
+#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileJobManager.hpp"
+#include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "stores/common/BatchJournal.hpp"
 
 namespace stores {
 
@@ -31,20 +35,29 @@ std::shared_ptr<FileJobManager> findJobManager(cppmicroservices::BundleContext& 
     return std::make_shared<FileJobManager>();
 }
 
+/// Whether there is nothing in the metadata folder `folder` but the core file, markers and hidden files. Then nobody
+/// can open the project if the core file is damaged; otherwise another kind of store may be able to.
+bool hasOnlyCoreFile(const host::Path& folder) {
+    const auto files = project::metadata::listChildFiles(folder);
+    return std::all_of(files.begin(), files.end(), [](const host::Path& file) {
+        const std::u16string name = file.fileName().text();
+        return name == project::metadata::coreFileName() || name.rfind(u".", 0) == 0 || name.rfind(u"uuid-", 0) == 0;
+    });
+}
+
 }  // namespace
 
 StoreFactory::StoreFactory(StoreKind kind, const cppmicroservices::BundleContext& context)
     : kind_(std::move(kind)), context_(context) {}
 
 std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& root) {
+    const bool isOurs = canManage(root);
     const ProjectMetadataLocation location(root);
     const auto coreFile = location.locateCoreFile();
-    if (coreFile) {
+    if (coreFile && !isOurs) {
         const std::u16string type = location.getMetadataType().value_or(u"");
-        if (type != kind_.name) {
-            project::metadata::raise<MetadataReadFailure>(
-                coreFile->text(), u"its metadata is of the type \"" + type + u"\", not \"" + kind_.name + u"\"");
-        }
+        project::metadata::raise<MetadataReadFailure>(
+            coreFile->text(), u"its metadata is of the type \"" + type + u"\", not \"" + kind_.name + u"\"");
     }
     return kind_.open(location.getDirectory(), [context = context_](FileJob job) mutable {
         std::vector<FileJob> jobs;
@@ -54,7 +67,19 @@ std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& r
 }
 
 bool StoreFactory::canManage(const host::Path& root) {
-    return ProjectMetadataLocation(root).getMetadataType() == kind_.name;
+    const ProjectMetadataLocation location(root);
+    // The core file itself may be part of a change that was interrupted.
+    settle(location.getDirectory());
+    try {
+        return location.getMetadataType() == kind_.name;
+    } catch (const MetadataReadFailure&) {
+        const host::Path folder = location.getDirectory();
+        if (kind_.hasContentIn && kind_.hasContentIn(folder))
+            return true;
+        if (hasOnlyCoreFile(folder))
+            throw;
+        return false;
+    }
 }
 
 std::u16string StoreFactory::getName() {

@@ -24,6 +24,10 @@ struct StoreKind {
 
     /// Makes the store that keeps its files in the metadata folder `folder` and changes them through `runJob`.
     std::function<std::unique_ptr<project::metadata::MetadataManager>(const host::Path& folder, JobRunner runJob)> open;
+
+    /// Whether the metadata folder `folder` holds content of this kind beside the core file: then it can be opened even
+    /// though the core file is damaged. Null for a kind that has no such content.
+    std::function<bool(const host::Path& folder)> hasContentIn = nullptr;
 };
 
 /// May be used by several threads at once.

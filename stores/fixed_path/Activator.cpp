@@ -1,12 +1,15 @@
 // The plug-in "fixedPath": a folder of small files, one for each path.
 
+#include <algorithm>
 #include <memory>
 
 #include <cppmicroservices/BundleActivator.h>
 #include <cppmicroservices/BundleContext.h>
 
+#include "project/metadata/FileUtilities.hpp"
 #include "stores/common/StoreFactory.hpp"
 #include "stores/fixed_path/FixedPathManager.hpp"
+#include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
 
@@ -18,6 +21,10 @@ public:
         const StoreKind kind{fixedPathName, u"a folder of small files, one for each path, made for version control",
                              [](const host::Path& folder, JobRunner runJob) {
                                  return std::make_unique<FixedPathManager>(folder, std::move(runJob));
+                             },
+                             [](const host::Path& folder) {
+                                 const auto files = project::metadata::listChildFiles(folder);
+                                 return std::any_of(files.begin(), files.end(), isNodeFile);
                              }};
         context.RegisterService<project::metadata::MetadataManagerFactory>(
             std::make_shared<StoreFactory>(kind, context));

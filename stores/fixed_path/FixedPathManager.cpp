@@ -2,11 +2,14 @@
 
 #include <utility>
 
+#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
-#include "stores/fixed_path/PathFileChange.hpp"
+#include "stores/common/BatchJournal.hpp"
+#include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
 
+using host::Path;
 using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
@@ -15,24 +18,18 @@ FixedPathManager::FixedPathManager(const host::Path& folder, JobRunner runJob)
     : files_(folder), runJob_(std::move(runJob)) {}
 
 void FixedPathManager::setNode(const MetadataPath& path, const MetadataNode& node) {
-    PathFileChange change(files_);
-    change.add(path);
-    change.setNode(path, &node);
-    change.commit(runJob_);
+    change([&](PathFileChange& change) {
+        change.add(path);
+        change.setNode(path, &node);
+    });
 }
 
 void FixedPathManager::removeNode(const MetadataPath& path) {
-    if (!hasNode(path))
-        return;
-    PathFileChange change(files_);
-    change.setNode(path, nullptr);
-    change.commit(runJob_);
+    change([&](PathFileChange& change) { change.setNode(path, nullptr); });
 }
 
 void FixedPathManager::addPath(const MetadataPath& path) {
-    PathFileChange change(files_);
-    change.add(path);
-    change.commit(runJob_);
+    change([&](PathFileChange& change) { change.add(path); });
 }
 
 void FixedPathManager::removePath(const MetadataPath& path) {
@@ -40,34 +37,41 @@ void FixedPathManager::removePath(const MetadataPath& path) {
 }
 
 std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path) const {
-    const PathFilePtr file = files_.read(files_.getFile(path));
-    return file && file->node ? std::make_unique<MetadataNodeSpecification>(*file->node) : nullptr;
+    const Path file = files_.getFile(path);
+    const PathFilePtr content = read(file);
+    if (!content || (!content->node && content->damage.empty()))
+        return nullptr;
+    if (!content->node)
+        project::metadata::raise<project::metadata::MetadataReadFailure>(file.text(), content->damage);
+    return std::make_unique<MetadataNodeSpecification>(*content->node);
 }
 
 void FixedPathManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
-    PathFileChange change(files_);
-    for (const auto& [path, node] : nodes) {
-        change.add(path);
-        change.setNode(path, node.get());
-    }
-    change.commit(runJob_);
+    change([&](PathFileChange& change) {
+        for (const auto& [path, node] : nodes) {
+            change.add(path);
+            change.setNode(path, node.get());
+        }
+    });
 }
 
 void FixedPathManager::removePaths(const std::vector<MetadataPath>& paths) {
-    PathFileChange change(files_);
-    for (const MetadataPath& path : paths)
-        change.remove(path);
-    change.commit(runJob_);
+    change([&](PathFileChange& change) {
+        for (const MetadataPath& path : paths)
+            change.remove(path);
+    });
 }
 
 bool FixedPathManager::hasNode(const MetadataPath& path) const {
-    const PathFilePtr file = files_.read(files_.getFile(path));
-    return file && file->node;
+    const PathFilePtr content = read(files_.getFile(path));
+    return content && content->node;
 }
 
 std::vector<MetadataPath> FixedPathManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
-    for (const PathFilePtr& child : files_.readChildren(files_.getChildFolder(path))) {
+    const Path folder = files_.getChildFolder(path);
+    for (const PathFilePtr& child : readChildren(folder)) {
+        markExistenceSeen(folder / nodeFileName(child->element), child.get());
         std::vector<project::metadata::PathElement> elements = path.getPath();
         elements.push_back(child->element);
         children.emplace_back(std::move(elements));
@@ -76,13 +80,69 @@ std::vector<MetadataPath> FixedPathManager::getChildren(const MetadataPath& path
 }
 
 bool FixedPathManager::hasPath(const MetadataPath& path) const {
-    return path.getPath().empty() || files_.read(files_.getFile(path));
+    if (path.getPath().empty())
+        return true;
+    settle(files_.getFolder());
+    const Path file = files_.getFile(path);
+    const PathFilePtr content = files_.read(file);
+    markExistenceSeen(file, content.get());
+    return content || files_.hasChildren(files_.getChildFolder(path));
 }
 
 void FixedPathManager::setPaths(const std::vector<MetadataPath>& paths) {
+    change([&](PathFileChange& change) { change.arrange(paths); });
+}
+
+std::vector<project::metadata::MetadataDamage> FixedPathManager::findDamage() const {
+    settle(files_.getFolder());
+    return files_.findDamage();
+}
+
+void FixedPathManager::markExistenceSeen(const Path& file, const PathFile* content) const {
+    if (content && !content->node)
+        files_.markSeen(file);
+}
+
+PathFilePtr FixedPathManager::read(const Path& file) const {
+    settle(files_.getFolder());
+    PathFilePtr content = files_.read(file);
+    files_.markSeen(file);
+    return content;
+}
+
+std::vector<PathFilePtr> FixedPathManager::readChildren(const Path& childFolder) const {
+    const Path& folder = files_.getFolder();
+    constexpr int patience = 3;
+    for (int attempt = 0; attempt < patience; ++attempt) {
+        settle(folder);
+        const auto version = getFileVersion(childFolder);
+        const auto isUndisturbed = [&] { return !isInterrupted(folder) && getFileVersion(childFolder) == version; };
+        try {
+            auto children = files_.readChildren(childFolder);
+            if (isUndisturbed())
+                return children;
+        } catch (const project::metadata::ListChildFilesFailure&) {
+            if (isUndisturbed())
+                throw;
+        }
+    }
+    // Somebody changes this folder again and again.
+    const FolderLock lock(folder);
+    return files_.readChildren(childFolder);
+}
+
+void FixedPathManager::change(const std::function<void(PathFileChange&)>& collect) {
+    settle(files_.getFolder());
+    PathFileChange expected(files_);
+    collect(expected);
+    if (expected.isEmpty())
+        return;
+    FolderLock lock(files_.getFolder());
+    // Somebody else may have been faster.
     PathFileChange change(files_);
-    change.arrange(paths);
-    change.commit(runJob_);
+    collect(change);
+    if (!change.isEmpty())
+        change.commit(runJob_, lock);
 }
 
 }  // namespace stores::fixed_path

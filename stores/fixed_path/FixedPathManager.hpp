@@ -4,17 +4,23 @@
 /// stores on one project see each other's changes.
 #pragma once
 
+#include <functional>
+
 #include "host/Path.hpp"
+#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "stores/common/StoreFactory.hpp"
+#include "stores/fixed_path/PathFileChange.hpp"
 #include "stores/fixed_path/PathFiles.hpp"
 
 namespace stores::fixed_path {
 
-/// One thread at a time may use a store. What each operation does is said at `MetadataManager`. Reading operations
-/// throw `MetadataReadFailure` for a damaged file; changing ones throw that too, and what `FileBatch` and `TreeRules`
-/// throw.
-class FixedPathManager : public project::metadata::MetadataManager {
+/// One thread at a time may use a store. What each operation does is said at `MetadataManager`. A path with a damaged
+/// file exists without a node; `getNode` throws `MetadataReadFailure` naming the file. Changing operations throw what
+/// `PathFileChange`, `FileBatch` and `TreeRules` throw; all operations what `settle` throws.
+///
+/// Whether somebody else has changed a node is told by its file, so a new rank in it counts as a change too.
+class FixedPathManager : public project::metadata::MetadataManager, public project::metadata::DamageReporter {
 public:
     /// @param folder the metadata folder, which need not exist
     FixedPathManager(const host::Path& folder, JobRunner runJob);
@@ -33,8 +39,22 @@ public:
         const project::metadata::MetadataPath& path) const override;
     bool hasPath(const project::metadata::MetadataPath& path) const override;
     void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
+    std::vector<project::metadata::MetadataDamage> findDamage() const override;
 
 private:
+    /// What `file` says for the user of this store; null if it does not exist.
+    PathFilePtr read(const host::Path& file) const;
+
+    /// Notes that the user of this store knows that the path of `file` exists. Of a branch there is no more to know.
+    void markExistenceSeen(const host::Path& file, const PathFile* content) const;
+
+    /// What the files in `childFolder` say, without a change in between.
+    std::vector<PathFilePtr> readChildren(const host::Path& childFolder) const;
+
+    /// Carries out what `collect` asks for, if that changes anything. It is called twice: once without the lock, to see
+    /// whether there is anything to do.
+    void change(const std::function<void(PathFileChange&)>& collect);
+
     PathFiles files_;
     JobRunner runJob_;
 };

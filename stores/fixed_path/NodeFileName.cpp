@@ -1,5 +1,6 @@
 #include "stores/fixed_path/NodeFileName.hpp"
 
+#include <charconv>
 #include <string_view>
 
 #include <boost/uuid/name_generator_sha1.hpp>
@@ -97,6 +98,29 @@ std::u16string cut(const std::u16string& name) {
     return name.substr(0, kept) + separator + cutMark + host::fromUtf8(boost::uuids::to_string(hash));
 }
 
+/// The character that is escaped at `name[i]`; `i` moves to its last unit. No value if there is none.
+std::optional<char16_t> unescape(const std::u16string& name, std::size_t& i) {
+    const bool isShort = name.compare(i, 2, u"%u") != 0;
+    const std::string digits = host::toUtf8(name.substr(i + (isShort ? 1 : 2), isShort ? 2 : 4));
+    unsigned unit = 0;
+    const char* const end = digits.data() + digits.size();
+    if (std::from_chars(digits.data(), end, unit, 16).ptr != end)
+        return std::nullopt;
+    i += encodedLength(name, i) - 1;
+    return static_cast<char16_t>(unit);
+}
+
+std::optional<std::u16string> decode(const std::u16string& name) {
+    std::u16string text;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const auto unit = name[i] == u'%' ? unescape(name, i) : std::optional(name[i]);
+        if (!unit)
+            return std::nullopt;
+        text += *unit;
+    }
+    return text;
+}
+
 bool hasSeparator(const host::Path& path) {
     return path.fileName().text().find(separator) != std::u16string::npos;
 }
@@ -111,6 +135,19 @@ std::u16string nodeFolderName(const project::metadata::PathElement& element) {
 
 std::u16string nodeFileName(const project::metadata::PathElement& element) {
     return nodeFolderName(element) + extension;
+}
+
+std::optional<project::metadata::PathElement> parseNodeFolderName(const std::u16string& name) {
+    const std::size_t split = name.find(separator);
+    if (split == std::u16string::npos)
+        return std::nullopt;
+    const auto type = decode(name.substr(0, split));
+    const auto location = decode(name.substr(split + 1));
+    if (!type || !location)
+        return std::nullopt;
+    const project::metadata::PathElement element(*type, *location);
+    // What decodes could still be spelled otherwise than it would be encoded.
+    return nodeFolderName(element) == name ? std::optional(element) : std::nullopt;
 }
 
 bool isNodeFile(const host::Path& path) {

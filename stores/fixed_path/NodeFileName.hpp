@@ -8,6 +8,7 @@
 /// No function keeps state; all may be called from any thread.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "host/Path.hpp"
@@ -20,6 +21,9 @@ std::u16string nodeFolderName(const project::metadata::PathElement& element);
 
 /// The name of the file of `element`.
 std::u16string nodeFileName(const project::metadata::PathElement& element);
+
+/// The element whose folder is named `name`; no value if `name` was cut, or is none that `nodeFolderName` makes.
+std::optional<project::metadata::PathElement> parseNodeFolderName(const std::u16string& name);
 
 /// Whether `path` could be the file of a path element, by its name.
 bool isNodeFile(const host::Path& path);

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <optional>
-#include <set>
 #include <unordered_set>
 #include <utility>
 
-#include "project/metadata/CoreMetadataHandler.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
@@ -22,7 +20,9 @@ using host::Path;
 using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
+using project::metadata::MetadataWriteFailure;
 using project::metadata::PathElement;
+using project::metadata::raise;
 
 namespace {
 
@@ -33,11 +33,24 @@ bool equalNodes(const MetadataNode* a, const MetadataNode* b) {
     return a && b ? equalTrees(*a, *b) : a == b;
 }
 
+void requireSound(const Path& file, const PathFile& content) {
+    if (!content.damage.empty()) {
+        raise<MetadataWriteFailure>(
+            file.text(),
+            u"it is damaged, and neither overwritten nor removed before it is repaired: " + content.damage);
+    }
+}
+
 /// The children that a folder is to have, in order, each once.
 struct WantedFolder {
     Path folder;
     std::vector<PathElement> children;
 };
+
+/// Whether the file tells which path it belongs to.
+bool isNamed(const Path& file, const PathFile* content) {
+    return content && file.fileName().text() == nodeFileName(content->element);
+}
 
 /// What `paths` and their ancestors amount to, by folder; a folder comes before those below it.
 struct WantedTree {
@@ -76,20 +89,29 @@ const PathFile* PathFileChange::find(const Path& file) {
     return existing->second.get();
 }
 
-void PathFileChange::write(const Path& file, PathFile content) {
+void PathFileChange::write(const Path& file, PathFile content, bool replacesNode) {
+    requireSound(file, content);
     const auto [place, isNew] = writeIndex_.emplace(file.text(), writes_.size());
-    if (isNew)
-        writes_.push_back({file, std::move(content), file == files_.getFile(MetadataPath())});
-    else
-        writes_[place->second].content = std::move(content);
+    if (isNew) {
+        writes_.push_back({file, std::move(content), file == files_.getFile(MetadataPath()), replacesNode});
+        return;
+    }
+    Write& write = writes_[place->second];
+    write.content = std::move(content);
+    write.replacesNode = write.replacesNode || replacesNode;
+}
+
+void PathFileChange::removeFile(const Path& file) {
+    if (const PathFile* const now = find(file)) {
+        requireSound(file, *now);
+        removals_.insert(file);
+    }
 }
 
 Rank PathFileChange::makeLastRank(const Path& childFolder) {
     auto last = lastRanks_.find(childFolder.text());
-    if (last == lastRanks_.end()) {
-        const auto children = files_.readChildren(childFolder);
-        last = lastRanks_.emplace(childFolder.text(), children.empty() ? Rank() : children.back()->rank).first;
-    }
+    if (last == lastRanks_.end())
+        last = lastRanks_.emplace(childFolder.text(), files_.findLastRank(childFolder)).first;
     last->second = makeRanks(last->second, {}, 1).front();
     return last->second;
 }
@@ -97,7 +119,7 @@ Rank PathFileChange::makeLastRank(const Path& childFolder) {
 void PathFileChange::addCoreFile() {
     const Path coreFile = files_.getFile(MetadataPath());
     if (!find(coreFile))
-        write(coreFile, {{u"", u""}, {}, nullptr});
+        write(coreFile, {{u"", u""}, {}, nullptr, {}});
 }
 
 void PathFileChange::add(const MetadataPath& path) {
@@ -106,7 +128,7 @@ void PathFileChange::add(const MetadataPath& path) {
     for (const PathElement& element : path.getPath()) {
         const Path file = folder / nodeFileName(element);
         if (!find(file))
-            write(file, {element, makeLastRank(folder), nullptr});
+            write(file, {element, makeLastRank(folder), nullptr, {}});
         folder /= nodeFolderName(element);
     }
 }
@@ -120,16 +142,16 @@ void PathFileChange::setNode(const MetadataPath& path, const MetadataNode* node)
         requireReadable(*node, nodeDepth, file);
     PathFile content = *now;
     content.node = node ? std::make_shared<MetadataNodeSpecification>(*node) : nullptr;
-    write(file, std::move(content));
+    write(file, std::move(content), now->node != nullptr);
 }
 
 void PathFileChange::remove(const MetadataPath& path) {
-    const std::vector<Path> below = files_.list(files_.getChildFolder(path));
-    removals_.insert(removals_.end(), below.begin(), below.end());
+    for (const Path& file : files_.list(files_.getChildFolder(path)))
+        removeFile(file);
     if (path.getPath().empty())
         setNode(path, nullptr);
-    else if (const Path file = files_.getFile(path); find(file))
-        removals_.push_back(file);
+    else
+        removeFile(files_.getFile(path));
 }
 
 void PathFileChange::arrange(const std::vector<MetadataPath>& paths) {
@@ -137,42 +159,45 @@ void PathFileChange::arrange(const std::vector<MetadataPath>& paths) {
     const WantedTree wanted = makeWantedTree(files_, paths);
     for (const WantedFolder& folder : wanted.folders)
         arrangeFolder(folder.folder, folder.children);
-    for (Path& file : files_.list(files_.getFolder())) {
-        if (wanted.files.count(file.text()) == 0)
-            removals_.push_back(std::move(file));
+    for (const Path& file : files_.list(files_.getFolder())) {
+        if (wanted.files.count(file.text()) == 0 && isNamed(file, find(file)))
+            removeFile(file);
     }
     if (std::find(paths.begin(), paths.end(), MetadataPath()) == paths.end())
         setNode(MetadataPath(), nullptr);
 }
 
 void PathFileChange::arrangeFolder(const Path& folder, const std::vector<PathElement>& children) {
+    std::vector<const PathElement*> elements;
     std::vector<std::optional<Rank>> ranks;
     bool inOrder = true;
-    for (std::size_t i = 0; i < children.size(); ++i) {
-        const PathFile* const now = find(folder / nodeFileName(children[i]));
-        ranks.push_back(now ? std::optional(now->rank) : std::nullopt);
+    for (const PathElement& child : children) {
+        const PathFile* const now = find(folder / nodeFileName(child));
+        // The place of a damaged one is the last.
+        if (now && !now->damage.empty())
+            continue;
         // Siblings that share a rank are in order by their elements.
         inOrder =
             inOrder && now &&
-            (i == 0 || *ranks[i - 1] < now->rank || (*ranks[i - 1] == now->rank && children[i - 1] < children[i]));
+            (elements.empty() || *ranks.back() < now->rank || (*ranks.back() == now->rank && *elements.back() < child));
+        elements.push_back(&child);
+        ranks.push_back(now ? std::optional(now->rank) : std::nullopt);
     }
     if (inOrder)
         return;
     const std::vector<Rank> arranged = arrangeRanks(ranks);
-    for (std::size_t i = 0; i < children.size(); ++i) {
+    for (std::size_t i = 0; i < elements.size(); ++i) {
         if (ranks[i] == arranged[i])
             continue;
-        const Path file = folder / nodeFileName(children[i]);
+        const Path file = folder / nodeFileName(*elements[i]);
         const PathFile* const now = find(file);
-        write(file, {children[i], arranged[i], now ? now->node : nullptr});
+        write(file, {*elements[i], arranged[i], now ? now->node : nullptr, {}});
     }
 }
 
 void PathFileChange::writeStaged(const Write& write, const Path& staged) const {
     if (write.isRoot && !write.content.node) {
-        project::metadata::CoreMetadataHandler(project::metadata::getParentFolder(staged), fixedPathName,
-                                               projectElementName)
-            .createCoreMetadata();
+        project::metadata::writeToFile(*toXml(write.content, true), staged, true);
         return;
     }
     const auto xml = toXml(write.content, write.isRoot);
@@ -181,17 +206,48 @@ void PathFileChange::writeStaged(const Write& write, const Path& staged) const {
         requireReadsBack(*xml, staged, write.file);
 }
 
-void PathFileChange::commit(const JobRunner& runJob) {
+void PathFileChange::requireSeen() const {
+    const auto require = [&](const Path& file) {
+        if (!files_.isSeen(file)) {
+            raise<MetadataWriteFailure>(file.text(),
+                                        u"somebody else has changed it since it was read; read it again first");
+        }
+    };
+    for (const Write& write : writes_) {
+        if (write.replacesNode)
+            require(write.file);
+    }
+    for (const Path& file : removals_)
+        require(file);
+}
+
+void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
+    requireSeen();
     FileBatch batch;
     batch.folder = files_.getFolder();
     for (const Write& write : writes_)
         batch.filesToWrite.push_back(write.file);
-    const std::set<Path> removals(removals_.begin(), removals_.end());
-    batch.filesToRemove.assign(removals.begin(), removals.end());
+    batch.filesToRemove.assign(removals_.begin(), removals_.end());
     batch.write = [this](std::size_t index, const Path& staged) { writeStaged(writes_[index], staged); };
-    if (batch.filesToWrite.empty() && batch.filesToRemove.empty())
-        return;
-    runJob(project::metadata::FileJob(batch.filesToWrite, batch.filesToRemove, [&batch] { stores::commit(batch); }));
+    const auto forEachFile = [&](auto note) {
+        for (const auto* files : {&batch.filesToWrite, &batch.filesToRemove})
+            std::for_each(files->begin(), files->end(), note);
+    };
+    runJob(project::metadata::FileJob(batch.filesToWrite, batch.filesToRemove, [&] {
+        forEachFile([&](const Path& file) { files_.forget(file); });
+        // Also if it fails: then the old files are back.
+        const auto markSeen = [&] { forEachFile([&](const Path& file) { files_.markSeen(file); }); };
+        try {
+            stores::commit(batch, lock);
+        } catch (...) {
+            markSeen();
+            throw;
+        }
+        markSeen();
+        for (const auto& [folder, rank] : lastRanks_)
+            files_.noteLastRank(Path(folder), rank);
+        lock.release();
+    }));
 }
 
 }  // namespace stores::fixed_path

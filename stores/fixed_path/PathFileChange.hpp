@@ -5,17 +5,20 @@
 
 #include <cstddef>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
+#include "stores/common/FolderLock.hpp"
 #include "stores/common/StoreFactory.hpp"
 #include "stores/fixed_path/PathFiles.hpp"
 
 namespace stores::fixed_path {
 
+/// Damaged files are left as they are: an operation that would overwrite or remove one throws `MetadataWriteFailure`.
 class PathFileChange {
 public:
     /// @param files what is there; must outlive the change
@@ -31,23 +34,36 @@ public:
     /// Removes `path` with everything below it, if it exists. Not together with other changes.
     void remove(const project::metadata::MetadataPath& path);
 
-    /// Makes `paths` and their ancestors the whole content, in that order. Not together with other changes.
+    /// Makes `paths` and their ancestors the whole content, in that order. Damaged files that do not tell which path
+    /// they belong to stay. Not together with other changes.
     void arrange(const std::vector<project::metadata::MetadataPath>& paths);
 
-    /// Carries out what really changes something.
-    void commit(const JobRunner& runJob);
+    /// Whether there is nothing to change.
+    bool isEmpty() const noexcept { return writes_.empty() && removals_.empty(); }
+
+    /// Carries it out and lets go of the lock.
+    /// @param lock the lock of the metadata folder, held since before the first operation
+    /// @throws project::metadata::MetadataWriteFailure if somebody else has changed a node that would be replaced or a
+    ///         path that would be removed, and the user of this store does not know it
+    void commit(const JobRunner& runJob, FolderLock& lock);
 
 private:
     struct Write {
         host::Path file;
         PathFile content;
         bool isRoot;
+        bool replacesNode;
     };
 
     /// What `file` says now, or will say after this change; null if it does not exist.
     const PathFile* find(const host::Path& file);
 
-    void write(const host::Path& file, PathFile content);
+    void write(const host::Path& file, PathFile content, bool replacesNode = false);
+
+    /// Notes that the path of `file` goes.
+    void removeFile(const host::Path& file);
+
+    void requireSeen() const;
 
     /// Makes the core file if it is missing: with that, a project has metadata.
     void addCoreFile();
@@ -65,7 +81,7 @@ private:
     std::unordered_map<std::u16string, std::size_t> writeIndex_;  // by the text of the file's path
     std::unordered_map<std::u16string, PathFilePtr> existing_;    // likewise; what was read, null where nothing is
     std::unordered_map<std::u16string, Rank> lastRanks_;          // by the text of the folder's path
-    std::vector<host::Path> removals_;
+    std::set<host::Path> removals_;
 };
 
 }  // namespace stores::fixed_path

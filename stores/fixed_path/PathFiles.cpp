@@ -7,13 +7,21 @@
 // NodeFileName.hpp says how names are made, PathXml.hpp what an element "Path" holds. Here it has one attribute more,
 // the rank among its siblings (Rank.hpp); siblings of equal rank, which come about when changes of two people are
 // merged, are ordered by their elements. The content is the truth: a file whose name is not the one of its element is
-// damaged. Every existing path has a file. Other files in the folder are none of the store's business.
+// damaged. Every existing path has a file; where it is missing, because one side of a merge removed a path below which
+// the other added one, the folder's name still tells the path. Other files in the folder are none of the store's
+// business. While a change is under way there is a file ".lock" (FolderLock.hpp) and a folder ".pending"
+// (BatchJournal.cpp).
 
 #include "stores/fixed_path/PathFiles.hpp"
 
 #include <sys/stat.h>
+#include <time.h>
 
 #include <algorithm>
+#include <chrono>
+#include <map>
+#include <optional>
+#include <thread>
 #include <utility>
 
 #include "host/FileUtils.hpp"
@@ -23,11 +31,13 @@
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "stores/common/PathXml.hpp"
+#include "stores/common/StoreErrors.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
 
 using host::Path;
+using project::metadata::MetadataDamage;
 using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
@@ -40,6 +50,8 @@ const std::u16string fixedPathName = u"fixedPath";
 namespace {
 
 const std::u16string rankKey = u"Rank";
+const std::u16string extension = u".xml";
+const std::u16string missing = u"it is missing, while there are paths below it";
 
 /// A symbolic link to a folder does not count: nothing outside the metadata folder is touched.
 bool isFolder(const Path& path) {
@@ -48,13 +60,56 @@ bool isFolder(const Path& path) {
 }
 
 bool isBefore(const PathFilePtr& a, const PathFilePtr& b) {
-    return a->rank != b->rank ? a->rank < b->rank : a->element < b->element;
+    if (a->rank == b->rank)
+        return a->element < b->element;
+    return !a->rank.empty() && (b->rank.empty() || a->rank < b->rank);
+}
+
+/// The path element that the name of `file` tells, if it does.
+std::optional<PathElement> parseFileName(const Path& file) {
+    return parseNodeFolderName(project::metadata::stripExtension(file.fileName().text(), extension));
+}
+
+/// A moment by the clock of the file system, such that all that has changed in `folder` so far is older. That clock
+/// ticks every few milliseconds only, so right after a change it is worth waiting for the next one.
+std::int64_t findBeginning(const Path& folder) {
+    constexpr int longestTick = 20;  // milliseconds
+    for (int wait = 0;; ++wait) {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME_COARSE, &now);
+        const std::int64_t beginning = toNanoseconds(now);
+        const auto version = getFileVersion(folder);
+        if (!version || version->changed < beginning || wait == longestTick)
+            return beginning;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+/// New permissions, or a second name, make no new content.
+FileVersion getContentVersion(FileVersion version) {
+    version.changed = 0;
+    return version;
+}
+
+void requireName(const Path& file, const std::u16string& name) {
+    if (file.fileName().text() != name) {
+        raise<MetadataReadFailure>(
+            file.text(), u"its name does not fit its content, which belongs into a file named \"" + name + u"\"");
+    }
+}
+
+/// Empty if there is none.
+Rank getRank(const MetadataNode& xml) {
+    const std::u16string& rank = xml.get(rankKey);
+    return isRank(rank) ? rank : Rank();
 }
 
 }  // namespace
 
 PathFiles::PathFiles(Path folder)
-    : folder_(std::move(folder)), coreFile_(folder_ / project::metadata::coreFileName()) {}
+    : folder_(std::move(folder)),
+      coreFile_(folder_ / project::metadata::coreFileName()),
+      beginning_(findBeginning(folder_)) {}
 
 Path PathFiles::getFile(const MetadataPath& path) const {
     if (path.getPath().empty())
@@ -83,42 +138,83 @@ PathFilePtr PathFiles::read(const Path& file) const {
     const auto cached = cache_.find(file.text());
     if (cached != cache_.end() && cached->second.version == *version)
         return cached->second.content;
-    PathFilePtr content = parse(file);
+    auto content = std::make_shared<const PathFile>(parse(file));
+    if (!content->damage.empty())
+        logDamage({file, content->damage});
     cache_.insert_or_assign(file.text(), CacheEntry{*version, content});
     return content;
 }
 
-PathFilePtr PathFiles::parse(const Path& file) const {
-    const auto xml = project::metadata::readFromFile(file);
-    if (file == coreFile_)
-        return std::make_shared<PathFile>(PathFile{{u"", u""}, {}, getNode(*xml, file)});
-
-    const PathElement element = getPathElement(*xml, file);
-    const std::u16string expectedName = nodeFileName(element);
-    if (file.fileName().text() != expectedName) {
-        raise<MetadataReadFailure>(
-            file.text(),
-            u"its name does not fit its content, which belongs into a file named \"" + expectedName + u"\"");
+PathFile PathFiles::parse(const Path& file) const {
+    std::optional<PathElement> element;
+    PathFile content{{u"", u""}, {}, nullptr, {}};
+    try {
+        const auto xml = project::metadata::readFromFile(file);
+        if (file != coreFile_) {
+            element = getPathElement(*xml, file);
+            requireName(file, nodeFileName(*element));
+            content.rank = getRank(*xml);
+            content.damage = content.rank.empty() ? u"its " + rankKey + u" is missing or invalid" : u"";
+        }
+        content.node = getNode(*xml, file);
+    } catch (const MetadataReadFailure& error) {
+        content.damage = getReadProblem(file, error);
     }
-    const std::u16string& rank = xml->get(rankKey);
-    if (!isRank(rank))
-        raise<MetadataReadFailure>(file.text(), u"\"" + rank + u"\" is no valid " + rankKey);
-    return std::make_shared<PathFile>(PathFile{element, rank, getNode(*xml, file)});
+    if (!content.damage.empty() && file != coreFile_) {
+        content.rank.clear();
+        element = parseFileName(file);
+    }
+    content.element = element.value_or(content.element);
+    return content;
 }
 
 std::vector<PathFilePtr> PathFiles::readChildren(const Path& childFolder) const {
     std::vector<PathFilePtr> children;
     if (!host::FileUtils::existNoExcept(childFolder))
         return children;
-    for (const Path& file : project::metadata::listChildFiles(childFolder)) {
-        if (!isNodeFile(file))
+    std::unordered_set<std::u16string> filesHere;
+    std::vector<Path> foldersHere;
+    for (Path& entry : project::metadata::listChildFiles(childFolder)) {
+        if (isNodeFolder(entry))
+            foldersHere.push_back(std::move(entry));
+        if (!isNodeFile(entry))
             continue;
-        // Another process may have removed it since.
-        if (PathFilePtr child = read(file))
-            children.push_back(std::move(child));
+        filesHere.insert(entry.text());
+        // Another process may have removed it since. A damaged one may not even tell which path it was.
+        const PathFilePtr child = read(entry);
+        if (child && entry.fileName().text() == nodeFileName(child->element))
+            children.push_back(child);
+    }
+    for (const Path& folder : foldersHere) {
+        const auto element = parseNodeFolderName(folder.fileName().text());
+        if (element && filesHere.count(folder.text() + extension) == 0 && hasChildren(folder))
+            children.push_back(std::make_shared<PathFile>(PathFile{*element, {}, nullptr, missing}));
     }
     std::sort(children.begin(), children.end(), isBefore);
     return children;
+}
+
+Rank PathFiles::findLastRank(const Path& childFolder) const {
+    const auto version = getFileVersion(childFolder);
+    if (!version)
+        return {};
+    const auto known = lastRanks_.find(childFolder.text());
+    if (known != lastRanks_.end() && known->second.version == *version)
+        return known->second.rank;
+    Rank last;
+    for (const PathFilePtr& child : readChildren(childFolder))
+        last = std::max(last, child->rank);
+    lastRanks_.insert_or_assign(childFolder.text(), LastRank{*version, last});
+    return last;
+}
+
+void PathFiles::noteLastRank(const Path& childFolder, const Rank& rank) const {
+    if (const auto version = getFileVersion(childFolder))
+        lastRanks_.insert_or_assign(childFolder.text(), LastRank{*version, rank});
+}
+
+bool PathFiles::hasChildren(const Path& childFolder) const {
+    return isFolder(childFolder) && !list(childFolder).empty();
 }
 
 std::vector<Path> PathFiles::list(const Path& childFolder) const {
@@ -137,6 +233,47 @@ std::vector<Path> PathFiles::list(const Path& childFolder) const {
         }
     }
     return files;
+}
+
+std::vector<MetadataDamage> PathFiles::findDamage() const {
+    std::map<Path, std::u16string> damage;
+    std::vector<Path> files = list(folder_);
+    if (!files.empty() && !getFileVersion(coreFile_))
+        damage[coreFile_] = missing;
+    for (const Path& file : files) {
+        // Every folder on the way must have its file.
+        for (Path folder = project::metadata::getParentFolder(file); folder != folder_;
+             folder = project::metadata::getParentFolder(folder)) {
+            const Path parent(folder.text() + extension);
+            if (!getFileVersion(parent) && !damage.emplace(parent, missing).second)
+                break;
+        }
+    }
+    files.push_back(coreFile_);
+    for (const Path& file : files) {
+        const PathFilePtr content = read(file);
+        if (content && !content->damage.empty())
+            damage[file] = content->damage;
+    }
+    std::vector<MetadataDamage> result;
+    for (auto& [file, problem] : damage)
+        result.push_back({file, problem});
+    return result;
+}
+
+void PathFiles::markSeen(const Path& file) const {
+    if (const auto version = getFileVersion(file))
+        seen_.insert(getContentVersion(*version));
+}
+
+void PathFiles::forget(const Path& file) const {
+    if (const auto version = getFileVersion(file))
+        seen_.erase(getContentVersion(*version));
+}
+
+bool PathFiles::isSeen(const Path& file) const {
+    const auto version = getFileVersion(file);
+    return !version || version->changed < beginning_ || seen_.count(getContentVersion(*version)) != 0;
 }
 
 std::unique_ptr<MetadataNode> toXml(const PathFile& content, bool isRoot) {

@@ -3,12 +3,14 @@
 /// One thread at a time may use an object.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "host/Path.hpp"
+#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
 #include "stores/common/FileVersion.hpp"
@@ -18,16 +20,18 @@ namespace stores::fixed_path {
 
 extern const std::u16string fixedPathName;
 
-/// What the file of a path says. The root path has neither element nor rank, and its file is the core file.
+/// What the file of a path says. The root path has neither element nor rank, and its file is the core file. A damaged
+/// file has the element that its name tells, if it does, and what else could be read.
 struct PathFile {
     project::metadata::PathElement element;
-    Rank rank;
+    Rank rank;                                                    ///< empty if it is unknown
     std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch
+    std::u16string damage;                                        ///< what is wrong with the file, in words
 };
 
 using PathFilePtr = std::shared_ptr<const PathFile>;
 
-/// What is read is kept; a file that has changed on disk since is read again.
+/// What is read is kept; a file that has changed on disk since is read again. Damage is logged when it is read.
 class PathFiles {
 public:
     /// @param folder the metadata folder
@@ -42,16 +46,40 @@ public:
     host::Path getChildFolder(const project::metadata::MetadataPath& path) const;
 
     /// What the file `file` of a path says; null if it does not exist.
-    /// @throws project::metadata::MetadataReadFailure naming the file, if it is damaged or bears another path's name
     PathFilePtr read(const host::Path& file) const;
 
-    /// What the files of all paths directly in `childFolder` say, in the order of the paths.
-    /// @throws as `read`; project::metadata::ListChildFilesFailure
+    /// What the files of all paths directly in `childFolder` say, in the order of the paths; those of which no rank is
+    /// known come last. A path whose file is missing while there are paths below it counts as damaged.
+    /// @throws project::metadata::ListChildFilesFailure
     std::vector<PathFilePtr> readChildren(const host::Path& childFolder) const;
+
+    /// The last rank in `childFolder`; empty if there is none.
+    /// @throws project::metadata::ListChildFilesFailure
+    Rank findLastRank(const host::Path& childFolder) const;
+
+    /// Notes that `rank` is the last one in `childFolder` now.
+    void noteLastRank(const host::Path& childFolder, const Rank& rank) const;
+
+    /// Whether there are paths below the one with the folder `childFolder`.
+    /// @throws project::metadata::ListChildFilesFailure
+    bool hasChildren(const host::Path& childFolder) const;
 
     /// All files of paths in `childFolder` and below, in no particular order; none if it does not exist.
     /// @throws project::metadata::ListChildFilesFailure
     std::vector<host::Path> list(const host::Path& childFolder) const;
+
+    /// Reads all files. @return what is damaged, in the order of the files
+    /// @throws project::metadata::ListChildFilesFailure
+    std::vector<project::metadata::MetadataDamage> findDamage() const;
+
+    /// Notes that the user of this store knows what `file` says now.
+    void markSeen(const host::Path& file) const;
+
+    /// Takes back `markSeen`, for a file that is about to be replaced.
+    void forget(const host::Path& file) const;
+
+    /// Whether `file` says what it said when this object was made or `markSeen` was called last.
+    bool isSeen(const host::Path& file) const;
 
 private:
     struct CacheEntry {
@@ -59,11 +87,19 @@ private:
         PathFilePtr content;
     };
 
-    PathFilePtr parse(const host::Path& file) const;
+    struct LastRank {
+        FileVersion version;  // of the folder
+        Rank rank;
+    };
+
+    PathFile parse(const host::Path& file) const;
 
     host::Path folder_;
     host::Path coreFile_;
-    mutable std::map<std::u16string, CacheEntry> cache_;  // by the text of the file's path
+    std::int64_t beginning_;  // what has changed earlier by the clock of the file system was there when this was made
+    mutable std::unordered_map<std::u16string, CacheEntry> cache_;    // by the text of the file's path
+    mutable std::unordered_map<std::u16string, LastRank> lastRanks_;  // by the text of the folder's path
+    mutable std::unordered_set<FileVersion, FileVersionHash> seen_;   // the user knows these
 };
 
 /// The XML of a file that says `content`, `isRoot` for the core file.

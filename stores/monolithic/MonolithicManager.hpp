@@ -10,8 +10,10 @@
 #include <string>
 
 #include "host/Path.hpp"
+#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "stores/common/FileVersion.hpp"
+#include "stores/common/FolderLock.hpp"
 #include "stores/common/StoreFactory.hpp"
 #include "stores/monolithic/PathTree.hpp"
 
@@ -20,10 +22,12 @@ namespace stores::monolithic {
 extern const std::u16string monolithicName;
 
 /// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw
-/// `MetadataReadFailure` for a damaged file; changing ones throw that too, and what `FileBatch` and `TreeRules` throw.
-class MonolithicManager : public project::metadata::MetadataManager {
+/// `MetadataReadFailure` if the file cannot be read as XML; of what is damaged inside, the rest is read. Changing ones
+/// throw `MetadataWriteFailure` for a file that is damaged in any way, and what `FileBatch` and `TreeRules` throw.
+class MonolithicManager : public project::metadata::MetadataManager, public project::metadata::DamageReporter {
 public:
     /// @param folder the metadata folder, which need not exist
+    /// @throws project::metadata::MetadataReadFailure if the file cannot be read as XML
     MonolithicManager(const host::Path& folder, JobRunner runJob);
 
     void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode& node) override;
@@ -40,10 +44,11 @@ public:
         const project::metadata::MetadataPath& path) const override;
     bool hasPath(const project::metadata::MetadataPath& path) const override;
     void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
+    std::vector<project::metadata::MetadataDamage> findDamage() const override;
 
 private:
-    /// Replaces the content by what `edit` makes of it, and returns whether that is a change.
-    using Edit = std::function<bool(std::unique_ptr<PathTree>& tree)>;
+    /// Changes a tree, and returns whether that is a change.
+    using Edit = std::function<bool(PathTree& tree)>;
 
     /// Carries out `edit`, and writes the file if that changed something or there is none yet.
     void change(const Edit& edit);
@@ -51,14 +56,15 @@ private:
     /// The content as it is on disk.
     const PathTree& load() const;
 
-    void save(const PathTree& tree) const;
-    void writeStaged(const project::metadata::MetadataNode& xml, bool isEmpty, const host::Path& staged) const;
+    void requireSound() const;
+    void save(PathTree tree, FolderLock& lock);
 
     host::Path folder_;
     host::Path file_;
     JobRunner runJob_;
     mutable std::optional<FileVersion> version_;  // of the file that `tree_` was read from or written to
-    mutable std::unique_ptr<PathTree> tree_;      // null while nothing is known
+    mutable std::optional<PathTree> tree_;        // none only while it is being read first
+    mutable std::vector<project::metadata::MetadataDamage> damage_;  // of that file
 };
 
 }  // namespace stores::monolithic

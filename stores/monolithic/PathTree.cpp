@@ -20,10 +20,13 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "stores/common/PathXml.hpp"
+#include "stores/common/StoreErrors.hpp"
+#include "stores/common/TreeRules.hpp"
 #include "stores/monolithic/MonolithicManager.hpp"
 
 namespace stores::monolithic {
 
+using project::metadata::MetadataDamage;
 using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
@@ -33,19 +36,39 @@ using project::metadata::raise;
 
 namespace {
 
-void fill(PathTree& tree, const MetadataNode& xml, const host::Path& file) {
-    tree.node = getNode(xml, file);
-    for (const auto& child : xml.getChildNodes()) {
-        if (child->getName() == nodeElementName)
-            continue;
-        const PathElement element = getPathElement(*child, file);
-        if (tree.find(element)) {
-            raise<MetadataReadFailure>(file.text(), u"the path element \"" + element.getType() + u":" +
-                                                        element.getLocation() + u"\" stands twice under one parent");
+/// Adds what `xml` holds below its own path.
+class Reader {
+public:
+    Reader(const host::Path& file, std::vector<MetadataDamage>& damage) : file_(file), damage_(damage) {}
+
+    void fill(PathTree& tree, const MetadataNode& xml) {
+        attempt([&] { tree.node = getNode(xml, file_); });
+        for (const auto& child : xml.getChildNodes()) {
+            if (child->getName() != nodeElementName)
+                attempt([&] { add(tree, *child); });
         }
-        fill(tree.add(element), *child, file);
     }
-}
+
+private:
+    void add(PathTree& tree, const MetadataNode& xml) {
+        const PathElement element = getPathElement(xml, file_);
+        if (tree.find(element))
+            raise<MetadataReadFailure>(file_.text(), u"a path element stands twice under one parent in it");
+        fill(tree.add(element), xml);
+    }
+
+    template <class Step>
+    void attempt(const Step& step) {
+        try {
+            step();
+        } catch (const MetadataReadFailure& error) {
+            damage_.push_back({file_, getReadProblem(file_, error)});
+        }
+    }
+
+    const host::Path& file_;
+    std::vector<MetadataDamage>& damage_;
+};
 
 void fill(MetadataNode& xml, const PathTree& tree) {
     putNode(xml, tree.node.get());
@@ -57,6 +80,15 @@ void fill(MetadataNode& xml, const PathTree& tree) {
 }
 
 }  // namespace
+
+PathTree PathTree::clone() const {
+    PathTree copy;
+    copy.node = node;
+    copy.isUnseen = isUnseen;
+    for (const Child& child : getChildren())
+        copy.add(child.element) = child.tree.clone();
+    return copy;
+}
 
 PathTree* PathTree::find(const PathElement& element) const {
     const auto entry = entries_.find(element);
@@ -99,10 +131,24 @@ std::vector<PathTree::Child> PathTree::getChildren() const {
     return children;
 }
 
-std::unique_ptr<PathTree> fromXml(const MetadataNode& xml, const host::Path& file) {
-    auto tree = std::make_unique<PathTree>();
-    fill(*tree, xml, file);
+PathTree fromXml(const MetadataNode& xml, const host::Path& file, std::vector<MetadataDamage>& damage) {
+    PathTree tree;
+    Reader(file, damage).fill(tree, xml);
     return tree;
+}
+
+void markUnseen(const PathTree& now, const PathTree* before) {
+    const bool isSame =
+        before && (now.node && before->node ? equalTrees(*now.node, *before->node) : now.node == before->node);
+    now.isUnseen = !isSame || before->isUnseen;
+    for (const PathTree::Child& child : now.getChildren())
+        markUnseen(child.tree, before ? before->find(child.element) : nullptr);
+}
+
+bool isAllSeen(const PathTree& tree) {
+    const auto children = tree.getChildren();
+    return !tree.isUnseen && std::all_of(children.begin(), children.end(),
+                                         [](const PathTree::Child& child) { return isAllSeen(child.tree); });
 }
 
 std::unique_ptr<MetadataNode> toXml(const PathTree& tree) {

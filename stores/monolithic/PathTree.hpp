@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/Path.hpp"
+#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
 
@@ -18,6 +19,16 @@ namespace stores::monolithic {
 class PathTree {
 public:
     std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch
+
+    /// Whether somebody else has put the node, or the whole path, there, and nobody has looked at it since.
+    mutable bool isUnseen = false;
+
+    PathTree() = default;
+    PathTree(PathTree&&) = default;
+    PathTree& operator=(PathTree&&) = default;
+
+    /// A copy that shares the nodes.
+    PathTree clone() const;
 
     /// The child `element`, null if there is none.
     PathTree* find(const project::metadata::PathElement& element) const;
@@ -52,8 +63,15 @@ private:
 };
 
 /// The tree of the file `file`, whose root node is `xml`.
-/// @throws project::metadata::MetadataReadFailure naming the file, if it holds a path twice or what is no path
-std::unique_ptr<PathTree> fromXml(const project::metadata::MetadataNode& xml, const host::Path& file);
+/// @param damage what is in the file and cannot be read is added to this
+PathTree fromXml(const project::metadata::MetadataNode& xml, const host::Path& file,
+                 std::vector<project::metadata::MetadataDamage>& damage);
+
+/// Marks as unseen what is in `now`, and was unseen or not the same in `before`.
+void markUnseen(const PathTree& now, const PathTree* before);
+
+/// Whether nothing in `tree` is unseen.
+bool isAllSeen(const PathTree& tree);
 
 /// The root node of a file that holds `tree`.
 std::unique_ptr<project::metadata::MetadataNode> toXml(const PathTree& tree);

@@ -22,9 +22,9 @@ TEST_F(CommandLineTest, helpDescribesEveryCommandAndItsArguments) {
     const Outcome overview = run({"--help"});
     EXPECT_EQ(overview.status, 0);
     const std::map<std::string, std::string> usage{
-        {"export", " [OPTIONS] ROOT FILE"},   {"init", " [OPTIONS] [ROOT]"}, {"locate", " [OPTIONS] ROOT"},
-        {"scan", " [OPTIONS] ROOT [FOLDER]"}, {"stores", " [OPTIONS]"},      {"tree", " [OPTIONS] ROOT"},
-        {"uuid", " [OPTIONS] ROOT [UUID]"}};
+        {"conform", " [OPTIONS] BUNDLE"}, {"export", " [OPTIONS] ROOT FILE"},   {"init", " [OPTIONS] [ROOT]"},
+        {"locate", " [OPTIONS] ROOT"},    {"scan", " [OPTIONS] ROOT [FOLDER]"}, {"stores", " [OPTIONS]"},
+        {"tree", " [OPTIONS] ROOT"},      {"uuid", " [OPTIONS] ROOT [UUID]"}};
     for (const auto& [command, arguments] : usage) {
         EXPECT_THAT(overview.out, HasSubstr("\n  " + command));
         std::string line = "Usage: project-metadata ";
@@ -51,7 +51,9 @@ TEST_F(CommandLineTest, wrongUsageIsExplainedInOneSentence) {
 TEST_F(CommandLineTest, storesNamesTheDefault) {
     const Outcome stores = run({"stores"});
     EXPECT_EQ(stores.status, 0);
-    EXPECT_THAT(stores.out, MatchesRegex("fixedPath \\(default\\)  [^\n]+\nmonolithic           [^\n]+\n"));
+    EXPECT_THAT(
+        stores.out,
+        MatchesRegex("fixedPath \\(default\\)  [^\n]+\nmonolithic           [^\n]+\n(sqlite               [^\n]+\n)?"));
 
     Surroundings surroundings;
     surroundings.variables["PROJECT_METADATA_SETTINGS"] = folder / "settings.ini";

@@ -2,17 +2,37 @@
 
 #include <gtest/gtest.h>
 
+#include "project/metadata/MetadataCopy.hpp"
+#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "tests/stores/StoreHelpers.hpp"
+#include "tests/support/MessageOf.hpp"
 
 using namespace test;
 using project::metadata::MetadataReadFailure;
+using project::metadata::MetadataWriteFailure;
 
 namespace {
 
 class FixedPathFilesTest : public testing::Test {
 protected:
     std::filesystem::path file(const std::string& name) const { return folder_ / ("resources/project/" + name); }
+
+    std::vector<std::string> damagedFiles() const {
+        const auto& reporter = dynamic_cast<const project::metadata::DamageReporter&>(*store_);
+        std::vector<std::string> names;
+        for (const auto& damage : reporter.findDamage())
+            names.push_back(toStd(damage.file).lexically_relative(file("")).string());
+        return names;
+    }
+
+    /// As a copy would find it.
+    std::string outlineOfReadable() const {
+        const TempFolder other;
+        const auto copy = openStore(u"monolithic", other.path());
+        project::metadata::copyMetadata(*store_, *copy);
+        return outline(*copy);
+    }
 
     TempFolder folder_;
     std::unique_ptr<MetadataManager> store_ = openStore(u"fixedPath", folder_.path());
@@ -106,26 +126,57 @@ TEST_F(FixedPathFilesTest, SiblingsOfEqualRankAreOrderedByTheirElements) {
 }
 
 TEST_F(FixedPathFilesTest, DamagedFilesAreNamedAndSurvive) {
-    store_->setNode(path({u"a"}), *node(u"1"));
+    store_->setNode(path({u"a", u"x"}), *node(u"1"));
     store_->setNode(path({u"b"}), *node(u"1"));
     for (const char* content :
          {"", "<Path", "<Other/>", "<Path Location='other' Rank='a1' Type='t'/>", "<Path Location='a' Type='t'/>",
           "<Path Location='a' Rank='zz' Type='t'/>", "<Path EscapedLocation='\\q' Rank='a1' Type='t'/>",
           "<Path Location='a' Rank='a1' Type='t'><Node/></Path>"}) {
         writeBytes(file("t=a.xml"), content);
-        for (const auto& use : std::vector<std::function<void()>>{
-                 [&] { store_->getNode(path({u"a"})); }, [&] { store_->getChildren(MetadataPath()); },
-                 [&] { store_->setNode(path({u"a"}), *node(u"2")); }}) {
-            try {
-                use();
-                ADD_FAILURE() << "accepted: " << content;
-            } catch (const MetadataReadFailure& error) {
-                EXPECT_NE(std::string(error.what()).find(file("t=a.xml").string()), std::string::npos) << error.what();
-            }
+        // A damaged file has no place among the others, but what is below it has.
+        EXPECT_EQ(outlineOfReadable(), "b(1) a a/x(1)") << content;
+        EXPECT_EQ(damagedFiles(), std::vector<std::string>{"t=a.xml"}) << content;
+        for (const auto& change : std::vector<std::function<void()>>{
+                 [&] { store_->setNode(path({u"a"}), *node(u"2")); }, [&] { store_->removePath(path({u"a"})); },
+                 [&] { store_->setPaths({path({u"b"})}); }}) {
+            const std::string message = messageOf<MetadataWriteFailure>(change);
+            EXPECT_NE(message.find(file("t=a.xml").string()), std::string::npos) << message;
         }
+        store_->setPaths({path({u"b"}), path({u"a", u"x"})});
         EXPECT_EQ(readBytes(file("t=a.xml")), content);
-        EXPECT_EQ(store_->getNode(path({u"b"}))->get(u"Value"), u"1");
     }
+    EXPECT_THROW(store_->getNode(path({u"a"})), MetadataReadFailure);
+    // Not even the name of this one tells a path.
+    writeBytes(file("t=%zz.xml"), "");
+    std::filesystem::remove(file("t=a.xml"));
+    store_->setPaths({path({u"a", u"x"})});
+    EXPECT_EQ(outline(*store_), "a a/x(1)");
+    EXPECT_EQ(damagedFiles(), std::vector<std::string>{"t=%zz.xml"});
+}
+
+TEST_F(FixedPathFilesTest, MissingFilesAreNamedAndWhatIsBelowIsRead) {
+    store_->setNode(path({u"a", u"b", u"c"}), *node(u"1"));
+    store_->addPath(path({u"z"}));
+    std::filesystem::remove(file("t=a.xml"));
+    std::filesystem::remove(file("t=a/t=b.xml"));
+    EXPECT_EQ(outline(*store_), "z a a/b a/b/c(1)");
+    EXPECT_TRUE(store_->hasPath(path({u"a"})));
+    EXPECT_EQ(damagedFiles(), (std::vector<std::string>{"t=a/t=b.xml", "t=a.xml"}));
+    store_->addPath(path({u"a", u"b"}));
+    EXPECT_EQ(damagedFiles(), std::vector<std::string>());
+    EXPECT_EQ(outline(*store_), "z a a/b a/b/c(1)");
+}
+
+TEST_F(FixedPathFilesTest, ADamagedCoreFileHidesNothingElse) {
+    store_->setNode(path({u"a"}), *node(u"1"));
+    writeBytes(file("Project.xml"), "<<<<<<< ours");
+    const auto store = project::metadata::getMetadataManagerFor(folder_.path());
+    ASSERT_NE(store, nullptr);
+    EXPECT_EQ(outline(*store), "a(1)");
+    EXPECT_EQ(damagedFiles(), std::vector<std::string>{"Project.xml"});
+    EXPECT_THROW(store->setNode(MetadataPath(), *node(u"1")), MetadataWriteFailure);
+    store->setNode(path({u"b"}), *node(u"2"));
+    EXPECT_EQ(readBytes(file("Project.xml")), "<<<<<<< ours");
 }
 
 TEST_F(FixedPathFilesTest, PathsTooLongForTheFileSystemAreRefused) {

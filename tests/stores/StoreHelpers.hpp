@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -21,6 +22,20 @@ using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
 using project::metadata::PathElement;
 
+/// The names of the stores that are built.
+inline std::vector<std::u16string> builtStores() {
+    std::vector<std::u16string> names;
+    std::istringstream list(BUILT_STORES);
+    for (std::string name; list >> name;)
+        names.push_back(host::fromUtf8(name));
+    return names;
+}
+
+/// The end of the name of a test for one store.
+inline std::string nameOfStore(const testing::TestParamInfo<std::u16string>& store) {
+    return host::toUtf8(store.param);
+}
+
 inline std::unique_ptr<MetadataManager> openStore(const std::u16string& name, const host::Path& root) {
     const auto factory = project::metadata::getNamedFactory(name);
     if (!factory)
@@ -34,6 +49,10 @@ inline MetadataPath path(const std::vector<std::u16string>& locations) {
     for (const std::u16string& location : locations)
         elements.emplace_back(u"t", location);
     return MetadataPath(elements);
+}
+
+inline std::u16string number(int value) {
+    return host::fromUtf8(std::to_string(value));
 }
 
 inline std::shared_ptr<MetadataNode> node(const std::u16string& value, const std::u16string& name = u"Info") {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -37,11 +38,18 @@ inline std::string readBytes(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+/// A folder in memory where there is one, otherwise the usual folder for scratch files: for tests of many small
+/// changes, which on a disk would spend their time waiting for it.
+inline std::filesystem::path memoryFolder() {
+    const std::filesystem::path memory = "/dev/shm";
+    return access(memory.c_str(), W_OK) == 0 ? memory : std::filesystem::temp_directory_path();
+}
+
 /// Open to every user, so that a test may become another one and still work in it.
 class TempFolder {
 public:
-    TempFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "project_metadata_test_XXXXXX").string();
+    explicit TempFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+        std::string name = (parent / "project_metadata_test_XXXXXX").string();
         if (!mkdtemp(name.data()))
             throw std::runtime_error("cannot make " + name);
         folder_ = name;

@@ -1,0 +1,103 @@
+/// project-metadata conform: whether the stores of a bundle keep the contract of a store.
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <cppmicroservices/Bundle.h>
+#include <cppmicroservices/BundleContext.h>
+#include <cppmicroservices/Framework.h>
+#include <cppmicroservices/ServiceReference.h>
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/Errors.hpp"
+#include "cli/Output.hpp"
+#include "cli/Project.hpp"
+#include "cli/SafeText.hpp"
+#include "cli/SettingsOverride.hpp"
+#include "host/FileSystem.hpp"
+#include "host/FileUtils.hpp"
+#include "host/ServiceFramework.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+#include "store_testing/StoreContract.hpp"
+
+namespace cli {
+
+namespace {
+
+namespace pm = project::metadata;
+namespace testing = project::store_testing;
+using Factories = std::vector<std::shared_ptr<pm::MetadataManagerFactory>>;
+
+/// Starts the bundle in `file`. @return what it registers then
+Factories loadFactories(const host::Path& file) {
+    const auto framework = host::ServiceFramework::getFramework();
+    if (!framework)
+        throw CommandError(Status::failure, "There is no service framework to start " + quoted(file) + " in");
+    cppmicroservices::BundleContext context = framework->GetBundleContext();
+    std::vector<cppmicroservices::Bundle> bundles;
+    try {
+        bundles = context.InstallBundles(host::FileUtils::makeAbsolute(file).accessName());
+        for (cppmicroservices::Bundle& bundle : bundles)
+            bundle.Start();
+    } catch (...) {
+        std::throw_with_nested(CommandError(Status::failure, quoted(file) + " cannot be started as a bundle"));
+    }
+    Factories factories;
+    for (const auto& reference : context.GetServiceReferences<pm::MetadataManagerFactory>()) {
+        if (std::find(bundles.begin(), bundles.end(), reference.GetBundle()) != bundles.end())
+            factories.push_back(context.GetService(reference));
+    }
+    return factories;
+}
+
+/// How many rules a store keeps and breaks.
+struct Count {
+    int passed = 0;
+    int failed = 0;
+};
+
+void checkRules(const std::shared_ptr<pm::MetadataManagerFactory>& factory, Count& count) {
+    for (const testing::Rule& rule : testing::getRules()) {
+        const auto breach = testing::findBreach(rule, [&] { return factory; });
+        const std::string name = rule.name;
+        print(breach ? "FAILED  " + name + ": " + escapeText(host::fromUtf8(*breach)) + '\n'
+                     : "passed  " + name + '\n');
+        flushOutput();
+        ++(breach ? count.failed : count.passed);
+    }
+}
+
+Status conform(const host::Path& file) {
+    if (!host::FileSystem::exists(file))
+        throw CommandError(Status::failure, "There is no file " + quoted(file));
+    const Factories factories = loadFactories(file);
+    if (factories.empty())
+        throw CommandError(Status::failure, "The bundle " + quoted(file) + " registers no metadata store");
+    // The user's choice of a folder has no say in what a store does.
+    overrideSetting("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
+    Count count;
+    for (const auto& factory : factories) {
+        if (factories.size() > 1)
+            print("The store \"" + escapeName(factory->getName()) + "\":\n");
+        checkRules(factory, count);
+    }
+    print(std::to_string(count.passed) + " passed, " + std::to_string(count.failed) + " failed\n");
+    return count.failed == 0 ? Status::done : Status::foundProblems;
+}
+
+Command::Action configure(CLI::App& app) {
+    const auto file = std::make_shared<std::string>();
+    app.add_option("BUNDLE", *file, "The bundle's file, a shared object")->required();
+    return [file] { return conform(host::Path::fromAccessName(*file)); };
+}
+
+const Command command(Group::look, "conform", "Check whether the stores of a plug-in keep the contract", configure);
+
+}  // namespace
+
+}  // namespace cli

@@ -1,0 +1,139 @@
+// A project on disk: when it is made, whose it is, and what is written.
+
+#include "host/Text.hpp"
+#include "project/metadata/CoreMetadataHandler.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+#include "store_testing/RuleGroups.hpp"
+#include "store_testing/ScratchProject.hpp"
+
+namespace project::store_testing {
+
+namespace {
+
+void factoryNamesItself(const ScratchProject& project) {
+    const auto isOneLine = [](const std::u16string& text) {
+        return !text.empty() && text.find_first_of(u"\n\r") == std::u16string::npos;
+    };
+    const auto factory = project.factory();
+    for (const std::u16string& text : {factory->getName(), factory->getDescription()})
+        require(isOneLine(text), "expected one line of text, found \"" + host::toUtf8(text) + '"');
+}
+
+void readingWritesNothing(const ScratchProject& project) {
+    const auto readAll = [&] {
+        const auto store = project.open();
+        read(*store);
+        store->getChildren(path("none"));
+        project.factory()->canManage(project.root());
+    };
+    readAll();
+    project.open()->removePaths(paths("none /"));
+    project.open()->removeNode(path("none"));
+    requireSameFiles("in a new folder", {}, readFiles(project.root()));
+
+    project.open()->setNodes({{path("a"), node("1")}, {path("a/b"), node("2")}});
+    const auto before = readFiles(project.root());
+    readAll();
+    requireSameFiles("in a project", before, readFiles(project.root()));
+}
+
+void firstChangeMakesTheProject(const ScratchProject& project) {
+    const std::map<std::string, void (*)(MetadataManager&)> changes{
+        {"setNode", [](MetadataManager& store) { store.setNode(path("a"), *node("1")); }},
+        {"addPath", [](MetadataManager& store) { store.addPath(path("a")); }},
+        {"setPaths", [](MetadataManager& store) { store.setPaths({MetadataPath()}); }}};
+    const std::u16string name = project.factory()->getName();
+    for (const auto& [change, make] : changes) {
+        make(*project.open(change));
+        const host::Path root = project.root(change);
+        const auto type = metadata::ProjectMetadataLocation(root).getMetadataType();
+        requireEqual("the type in the core file after " + change, host::toUtf8(name),
+                     type ? host::toUtf8(*type) : "(none)");
+        require(project.factory()->canManage(root), "canManage after " + change + ": expected true, found false");
+    }
+}
+
+void leavesOtherProjectsAlone(const ScratchProject& project) {
+    require(!project.factory()->canManage(project.root()), "canManage of a new folder: expected false, found true");
+    metadata::CoreMetadataHandler(project.metadataFolder(), project.factory()->getName() + u" of another kind", u"P")
+        .createCoreMetadata();
+    const auto before = readFiles(project.root());
+    require(!project.factory()->canManage(project.root()),
+            "canManage of a project of another kind: expected false, found true");
+    requireThrows<metadata::MetadataReadFailure>("opening a project of another kind", "MetadataReadFailure",
+                                                 [&] { project.open(); });
+    requireSameFiles("in a project of another kind", before, readFiles(project.root()));
+}
+
+/// A node with everything that a node may have.
+std::shared_ptr<MetadataNode> richNode() {
+    auto rich = std::make_shared<MetadataNodeSpecification>(u"Rich");
+    rich->put(u"empty", u"");
+    rich->put(u"markup", u"<a b=\"c\">&amp;]]>'");
+    rich->put(u"space", u" \t\r\n  x \n");
+    rich->put(u"beyond", u"\u00E4\u4E2D\U0001F600");
+    MetadataNode& list = rich->createChildNode(u"List");
+    for (const char16_t* value : {u"z", u"a", u"z"})
+        list.createChildNode(u"Entry").put(u"Value", value);
+    list.createChildNode(u"Node").createChildNode(u"Path").createChildNode().createChildNode();
+    return rich;
+}
+
+void reopenedStoreHasEverything(const ScratchProject& project) {
+    {
+        const auto store = project.open();
+        for (const char* name : {"z", "a", "m", "a/z", "a/a"})
+            store->addPath(path(name));
+        store->setNode(path("m/rich"), *richNode());
+        store->setNode(path("a/a"), *node("1"));
+    }
+    const auto reopened = project.open();
+    requireEqual("the node", describe(richNode().get()), describe(reopened->getNode(path("m/rich")).get()));
+    requireContent("after opening anew", *reopened, "z a a/z a/a(1) m m/rich()");
+}
+
+void writesOnlyWhatChanges(const ScratchProject& project) {
+    const Nodes nodes{{path("a"), node("1")}, {path("a/b"), richNode()}};
+    const std::vector<MetadataPath> all = paths("/ a a/b c");
+    project.open()->setNodes(nodes);
+    project.open()->setPaths(all);
+    const auto before = readFiles(project.root());
+    {
+        const auto store = project.open();
+        store->setNodes(nodes);
+        store->setNode(path("a"), *node("1"));
+        store->addPath(path("c"));
+        store->setPaths(all);
+        store->removePaths(paths("none a/none"));
+        store->removeNode(path("c"));
+    }
+    requireSameFiles("after changes to the same", before, readFiles(project.root()));
+}
+
+}  // namespace
+
+std::vector<Rule> getProjectRules() {
+    return {
+        {"FactoryNamesItself", "A factory has a name and a description, each a text of one line.", factoryNamesItself},
+        {"ReadingWritesNothing",
+         "Opening a store, reading it and removing what is not there writes nothing, in a new folder or in a project.",
+         readingWritesNothing},
+        {"FirstChangeMakesTheProject",
+         "The first change, even a `setPaths` with only the root path, makes the core file, which names the factory as "
+         "its type, and from then on `canManage` is true.",
+         firstChangeMakesTheProject},
+        {"LeavesOtherProjectsAlone",
+         "`canManage` is false for a folder without metadata and for a project of another kind, and opening the latter "
+         "is a `MetadataReadFailure` that leaves it as it is.",
+         leavesOtherProjectsAlone},
+        {"ReopenedStoreHasEverything",
+         "A store that is opened anew has every path in its order and every node with its attributes, its children and "
+         "every character of its values.",
+         reopenedStoreHasEverything},
+        {"WritesOnlyWhatChanges", "A change that changes nothing writes no file and touches no modification time.",
+         writesOnlyWhatChanges},
+    };
+}
+
+}  // namespace project::store_testing

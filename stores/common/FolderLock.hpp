@@ -1,0 +1,41 @@
+/// One writer at a time in a metadata folder.
+#pragma once
+
+#include <chrono>
+
+#include "host/Path.hpp"
+
+namespace stores {
+
+/// How long somebody waits for somebody else.
+constexpr std::chrono::milliseconds lockLimit = std::chrono::seconds(10);
+
+/// Holds the file ".lock" in a metadata folder, locked with flock(2), and removes it again; a lock file that a killed
+/// process left behind holds nobody up. The lock keeps apart processes, and stores within one process.
+///
+/// One thread at a time may use an object.
+class FolderLock {
+public:
+    /// Waits for the lock, then cleans up after a writer that was interrupted: its change is completed if it had been
+    /// decided, otherwise forgotten.
+    ///
+    /// @param folder the metadata folder; made if it is missing, and made writable if the user's settings allow it
+    /// @param limit how long to wait
+    /// @throws project::metadata::MetadataWriteFailure naming the lock file, if somebody else holds it for longer than
+    ///         `limit` or it cannot be made; ReadOnlyMetadataFailure, FailedToMakeMetadataWritable; as `recover`
+    explicit FolderLock(const host::Path& folder, std::chrono::milliseconds limit = lockLimit);
+
+    ~FolderLock() { release(); }
+
+    FolderLock(const FolderLock&) = delete;
+    FolderLock& operator=(const FolderLock&) = delete;
+
+    /// Lets others in before the end of the object.
+    void release() noexcept;
+
+private:
+    host::Path file_;
+    int descriptor_ = -1;
+};
+
+}  // namespace stores

@@ -1,0 +1,27 @@
+/// How stores tell what is wrong. No function keeps state; all may be called from any thread.
+#pragma once
+
+#include <string>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataDamage.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+
+namespace stores {
+
+/// @param code an error number of the operating system
+/// @throws project::metadata::MetadataWriteFailure naming `path` and the meaning of `code`
+[[noreturn]] void raiseSystemError(const host::Path& path, int code);
+
+/// Makes the existing `path` writable if it is not and the user's settings allow it.
+/// @throws project::metadata::ReadOnlyMetadataFailure naming `path`, if it is still not writable then;
+///         FailedToMakeMetadataWritable
+void requireWritable(const host::Path& path);
+
+/// What is wrong with `file`, for the `error` that came of reading it.
+std::u16string getReadProblem(const host::Path& file, const project::metadata::MetadataReadFailure& error);
+
+/// Writes a warning to the library's log.
+void logDamage(const project::metadata::MetadataDamage& damage);
+
+}  // namespace stores
