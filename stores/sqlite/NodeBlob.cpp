@@ -1,0 +1,128 @@
+// The form of a node:
+//
+//     node   = text                      its name
+//              count { text text }       its attributes: keys, in ascending order, and values
+//              count { node }            its child nodes, in their order
+//     text   = count bytes               in UTF-8; the count is that of the bytes
+//     count  = 7 bits a byte, the lowest first; the highest bit is set in each byte but the last
+
+#include "stores/sqlite/NodeBlob.hpp"
+
+#include <cstdint>
+
+#include "host/Text.hpp"
+#include "project/exception/ProjectException.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
+#include "stores/common/TreeRules.hpp"
+
+namespace stores::sqlite {
+
+using project::metadata::MetadataNode;
+using project::metadata::MetadataNodeSpecification;
+
+namespace {
+
+void appendCount(std::string& bytes, std::size_t count) {
+    for (; count > 0x7F; count >>= 7)
+        bytes += static_cast<char>((count & 0x7F) | 0x80);
+    bytes += static_cast<char>(count);
+}
+
+void appendText(std::string& bytes, const std::u16string& text) {
+    const std::string utf8 = host::toUtf8(text);
+    appendCount(bytes, utf8.size());
+    bytes += utf8;
+}
+
+void appendNode(std::string& bytes, const MetadataNode& node) {
+    appendText(bytes, node.getName());
+    const auto keys = node.getAttributeKeys();
+    appendCount(bytes, keys.size());
+    for (const std::u16string& key : keys) {
+        appendText(bytes, key);
+        appendText(bytes, node.get(key));
+    }
+    appendCount(bytes, node.getChildNodes().size());
+    for (const auto& child : node.getChildNodes())
+        appendNode(bytes, *child);
+}
+
+/// Reads the form from its beginning. Once something was wrong, all counts are zero and all texts empty.
+class Reader {
+public:
+    explicit Reader(std::string_view bytes) : bytes_(bytes) {}
+
+    bool hasFailed() const { return failed_; }
+    bool isAtEnd() const { return bytes_.empty(); }
+
+    std::size_t readCount() {
+        std::uint64_t count = 0;
+        for (int shift = 0; shift < 63 && !bytes_.empty(); shift += 7) {
+            const auto byte = static_cast<unsigned char>(bytes_.front());
+            bytes_.remove_prefix(1);
+            count |= std::uint64_t{byte & 0x7FU} << shift;
+            if ((byte & 0x80) == 0)
+                return count;
+        }
+        fail();
+        return 0;
+    }
+
+    std::u16string readText() {
+        const std::size_t size = readCount();
+        if (size > bytes_.size())
+            fail();
+        const std::string_view utf8 = bytes_.substr(0, size);
+        std::u16string text = host::fromUtf8(utf8);
+        if (host::toUtf8(text) != utf8)
+            fail();
+        bytes_.remove_prefix(utf8.size());
+        return text;
+    }
+
+    void fail() {
+        failed_ = true;
+        bytes_ = {};
+    }
+
+private:
+    std::string_view bytes_;
+    bool failed_ = false;
+};
+
+/// Reads what follows the name of `node`.
+void fillNode(Reader& reader, MetadataNode& node, int depth) {
+    if (depth >= maximumXmlDepth)
+        return reader.fail();
+    for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count) {
+        std::u16string key = reader.readText();
+        std::u16string value = reader.readText();
+        if (!reader.hasFailed())
+            node.put(std::move(key), std::move(value));
+    }
+    for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count)
+        fillNode(reader, node.createChildNode(reader.readText()), depth + 1);
+}
+
+}  // namespace
+
+std::string encodeNode(const MetadataNode& node) {
+    std::string bytes;
+    appendNode(bytes, node);
+    return bytes;
+}
+
+std::unique_ptr<MetadataNode> decodeNode(std::string_view bytes) {
+    Reader reader(bytes);
+    auto node = std::make_unique<MetadataNodeSpecification>(reader.readText());
+    try {
+        fillNode(reader, *node, 0);
+    } catch (const project::exception::ProjectException&) {
+        return nullptr;  // a key or a value that no node can have
+    }
+    if (reader.hasFailed() || !reader.isAtEnd())
+        return nullptr;
+    return node;
+}
+
+}  // namespace stores::sqlite

@@ -1,0 +1,21 @@
+/// A metadata node, with all nodes below it, as a sequence of bytes. The form is written down at the top of
+/// NodeBlob.cpp.
+///
+/// No function keeps state; all may be called from any thread.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "project/metadata/MetadataNode.hpp"
+
+namespace stores::sqlite {
+
+/// Equal trees give equal bytes. As in XML files, a surrogate without a partner becomes U+FFFD.
+std::string encodeNode(const project::metadata::MetadataNode& node);
+
+/// Null if `bytes` are not what `encodeNode` makes.
+std::unique_ptr<project::metadata::MetadataNode> decodeNode(std::string_view bytes);
+
+}  // namespace stores::sqlite

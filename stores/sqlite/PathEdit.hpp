@@ -1,0 +1,51 @@
+/// A change to the tables, or the question whether there would be one.
+///
+/// One thread at a time may use an object.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "project/metadata/MetadataPath.hpp"
+#include "stores/sqlite/PathTable.hpp"
+#include "stores/sqlite/SeenChanges.hpp"
+
+namespace stores::sqlite {
+
+/// Each operation returns whether it changes something. One that only looks stops at the first sign of that.
+///
+/// @throws project::metadata::MetadataWriteFailure naming the file and the path, if a node would be replaced or a path
+///         removed that somebody else has changed unseen, or that is damaged; as `PathTable`
+class PathEdit {
+public:
+    enum class Mode { look, write };
+
+    /// @param batch the number that the rows changed by it get
+    PathEdit(PathTable& table, const SeenChanges& seen, Mode mode, std::int64_t batch)
+        : table_(table), seen_(seen), mode_(mode), batch_(batch) {}
+
+    bool isLooking() const noexcept { return mode_ == Mode::look; }
+
+    bool add(const project::metadata::MetadataPath& path);
+    bool setNode(const project::metadata::MetadataPath& path, const NodeValue& node);
+    bool removeNode(const project::metadata::MetadataPath& path);
+    bool remove(const project::metadata::MetadataPath& path);
+
+    /// Makes `paths` and their ancestors the whole content, in that order.
+    bool arrange(const std::vector<project::metadata::MetadataPath>& paths);
+
+private:
+    bool replaceNode(RowId id, const NodeValue& node);
+
+    /// Removes what is below the row, and the row itself unless it is the root path's.
+    void removeBelow(RowId id);
+
+    void requireReplaceable(RowId id, const Row& row) const;
+
+    PathTable& table_;
+    const SeenChanges& seen_;
+    Mode mode_;
+    std::int64_t batch_;
+};
+
+}  // namespace stores::sqlite

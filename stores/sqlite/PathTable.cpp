@@ -1,0 +1,233 @@
+// The schema. The database says in its header what it is: the application_id is 0x504D4442, the user_version, which is
+// the version of the schema, 1. Another version is refused, whether older or newer.
+//
+//     path       a row for each path that exists, the root path among them
+//         id         0 for the root path
+//         parent     the row of the path without its last step; NULL for the root path
+//         type       of the last step: TEXT, or a BLOB of UTF-16 units with the low byte first where UTF-8 does not
+//         location   keep the text or where it holds zeros; the root path's are empty
+//         position   siblings are in ascending order of it; gaps let a path in between without moving others
+//         node       the node (NodeBlob.cpp); NULL if there is none
+//         changed    the number of the batch that added the path or changed its node last
+//     state      one row
+//         batch      the number of the last batch
+//
+// Nobody's changes are overwritten unseen with the help of "changed": SeenChanges.hpp.
+
+#include "stores/sqlite/PathTable.hpp"
+
+#include <algorithm>
+
+#include "host/Text.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+
+namespace stores::sqlite {
+
+using project::metadata::MetadataPath;
+using project::metadata::MetadataReadFailure;
+using project::metadata::PathElement;
+using project::metadata::raise;
+
+namespace {
+
+constexpr std::int64_t applicationId = 0x504D4442;
+constexpr std::int64_t schemaVersion = 1;
+
+// The bounds of positions leave room for what is computed with them.
+constexpr const char* schema = R"(
+CREATE TABLE path (
+    id INTEGER PRIMARY KEY,
+    parent INTEGER REFERENCES path (id),
+    type ANY NOT NULL CHECK (typeof(type) IN ('text', 'blob')),
+    location ANY NOT NULL CHECK (typeof(location) IN ('text', 'blob')),
+    position INTEGER NOT NULL CHECK (position BETWEEN -2305843009213693952 AND 2305843009213693952),
+    node BLOB,
+    changed INTEGER NOT NULL,
+    UNIQUE (parent, type, location)
+) STRICT;
+CREATE INDEX path_order ON path (parent, position);
+CREATE TABLE state (batch INTEGER NOT NULL) STRICT;
+INSERT INTO path (id, parent, type, location, position, node, changed) VALUES (0, NULL, '', '', 0, NULL, 0);
+INSERT INTO state (batch) VALUES (0);
+)";
+
+// UNION, not UNION ALL: a damaged table may hold a ring.
+constexpr const char* selectBelow =
+    "WITH RECURSIVE below (id) AS (SELECT ?1 UNION SELECT path.id FROM below JOIN path ON path.parent = below.id)"
+    " SELECT id, node, changed, type, location FROM path WHERE id IN below";
+constexpr const char* deleteBelow =
+    "WITH RECURSIVE below (id) AS (SELECT ?1 UNION SELECT path.id FROM below JOIN path ON path.parent = below.id)"
+    " DELETE FROM path WHERE id IN below AND parent IS NOT NULL";
+
+std::int64_t getNumber(sqlite3& connection, const char* sql) {
+    const Statement statement = prepare(connection, sql);
+    Query query(statement);
+    return query.next() ? query.integer(0) : 0;
+}
+
+std::u16string toText(std::int64_t number) {
+    return host::fromUtf8(std::to_string(number));
+}
+
+}  // namespace
+
+void createTables(sqlite3& connection) {
+    execute(connection, ("PRAGMA application_id = " + std::to_string(applicationId)).c_str());
+    execute(connection, ("PRAGMA user_version = " + std::to_string(schemaVersion)).c_str());
+    execute(connection, schema);
+}
+
+void requireTables(sqlite3& connection, const host::Path& file) {
+    const std::int64_t id = getNumber(connection, "PRAGMA application_id");
+    if (id != applicationId) {
+        raise<MetadataReadFailure>(file.text(), u"it is a database of another application, with the application_id " +
+                                                    toText(id) + u" instead of " + toText(applicationId));
+    }
+    const std::int64_t version = getNumber(connection, "PRAGMA user_version");
+    if (version != schemaVersion) {
+        raise<MetadataReadFailure>(file.text(), u"its schema has the version " + toText(version) + u"; only version " +
+                                                    toText(schemaVersion) + u" is known");
+    }
+}
+
+PathTable::PathTable(sqlite3& connection, host::Path file)
+    : connection_(connection),
+      file_(std::move(file)),
+      getBatch_(prepare(connection, "SELECT batch FROM state")),
+      setBatch_(prepare(connection, "UPDATE state SET batch = ?")),
+      findChild_(prepare(connection, "SELECT id FROM path WHERE parent = ? AND type = ? AND location = ?")),
+      getLastPosition_(prepare(connection, "SELECT max(position) FROM path WHERE parent = ?")),
+      insert_(prepare(connection,
+                      "INSERT INTO path (parent, type, location, position, node, changed)"
+                      " VALUES (?, ?, ?, ?, ?, ?)")),
+      getRow_(prepare(connection, "SELECT node, changed FROM path WHERE id = ?")),
+      setNode_(prepare(connection, "UPDATE path SET node = ?, changed = ? WHERE id = ?")),
+      setPosition_(prepare(connection, "UPDATE path SET position = ? WHERE id = ?")),
+      getChildren_(prepare(connection,
+                           "SELECT id, type, location, position, node IS NOT NULL, changed FROM path WHERE parent = ?"
+                           " ORDER BY position, id")),
+      getBelow_(prepare(connection, selectBelow)),
+      removeBelow_(prepare(connection, deleteBelow)),
+      getStep_(prepare(connection, "SELECT parent, type, location FROM path WHERE id = ?")) {}
+
+std::int64_t PathTable::getBatch() const {
+    Query query(getBatch_);
+    if (!query.next())
+        raise<MetadataReadFailure>(file_.text(), u"the table \"state\" is empty");
+    return query.integer(0);
+}
+
+void PathTable::setBatch(std::int64_t batch) {
+    Query(setBatch_, batch).next();
+}
+
+std::optional<RowId> PathTable::find(const MetadataPath& path) {
+    const auto& elements = path.getPath();
+    std::size_t known = 0;
+    while (known < walk_.size() && known < elements.size() && walk_[known].first == elements[known])
+        ++known;
+    walk_.erase(walk_.begin() + static_cast<std::ptrdiff_t>(known), walk_.end());
+    while (walk_.size() < elements.size()) {
+        const PathElement& element = elements[walk_.size()];
+        const auto child = findChild(walk_.empty() ? rootRow : walk_.back().second, element);
+        if (!child)
+            return std::nullopt;
+        walk_.emplace_back(element, *child);
+    }
+    return walk_.empty() ? rootRow : walk_.back().second;
+}
+
+void PathTable::add(const MetadataPath& path, const NodeValue& node, std::int64_t batch) {
+    find(path);
+    const auto& elements = path.getPath();
+    while (walk_.size() < elements.size()) {
+        const RowId parent = walk_.empty() ? rootRow : walk_.back().second;
+        const bool isLeaf = walk_.size() + 1 == elements.size();
+        const PathElement& element = elements[walk_.size()];
+        const RowId id =
+            insert(parent, element, getLastPosition(parent) + positionGap, isLeaf ? node : std::nullopt, batch);
+        walk_.emplace_back(element, id);
+    }
+}
+
+RowId PathTable::insert(RowId parent, const PathElement& element, std::int64_t position, const NodeValue& node,
+                        std::int64_t batch) {
+    Query(insert_, parent, encodeText(element.getType()), encodeText(element.getLocation()), position, node, batch)
+        .next();
+    return sqlite3_last_insert_rowid(&connection_);
+}
+
+std::int64_t PathTable::getLastPosition(RowId parent) const {
+    Query query(getLastPosition_, parent);
+    return query.next() ? query.integer(0) : 0;
+}
+
+Row PathTable::getRow(RowId id) const {
+    Query query(getRow_, id);
+    if (!query.next())
+        raise<MetadataReadFailure>(file_.text(), u"the row " + toText(id) + u" of a path is missing");
+    return {query.node(0), query.integer(1)};
+}
+
+void PathTable::setNode(RowId id, const NodeValue& node, std::int64_t batch) {
+    Query(setNode_, node, batch, id).next();
+}
+
+void PathTable::setPosition(RowId id, std::int64_t position) {
+    Query(setPosition_, position, id).next();
+}
+
+bool PathTable::hasChildren(RowId parent) const {
+    return Query(getChildren_, parent).next();
+}
+
+std::vector<ChildRow> PathTable::getChildren(RowId parent) const {
+    std::vector<ChildRow> children;
+    for (Query query(getChildren_, parent); query.next();) {
+        const auto type = query.text(1);
+        const auto location = query.text(2);
+        if (type && location) {
+            children.push_back(
+                {query.integer(0), {*type, *location}, query.integer(3), query.integer(4) != 0, query.integer(5)});
+        }
+    }
+    return children;
+}
+
+void PathTable::visitBelow(RowId id, const std::function<void(RowId id, const Row& row)>& visit) const {
+    for (Query query(getBelow_, id); query.next();) {
+        const RowId below = query.integer(0);
+        if (!query.text(3) || !query.text(4)) {
+            raise<MetadataReadFailure>(file_.text(), u"the path \"" + getPath(below).string() + u"\" in it (row " +
+                                                         toText(below) + u") has a type or a location that is no text");
+        }
+        visit(below, {query.node(1), query.integer(2)});
+    }
+}
+
+void PathTable::removeBelow(RowId id) {
+    Query(removeBelow_, id).next();
+    forgetRows();
+}
+
+MetadataPath PathTable::getPath(RowId id) const {
+    // A ring of rows, which only damage makes, ends when it is as long as no path is.
+    constexpr std::size_t longest = 1'000'000;
+    std::vector<PathElement> elements;
+    while (id != rootRow && elements.size() < longest) {
+        Query query(getStep_, id);
+        if (!query.next())
+            break;
+        elements.emplace_back(query.text(1).value_or(u"?"), query.text(2).value_or(u"?"));
+        id = query.integer(0);
+    }
+    std::reverse(elements.begin(), elements.end());
+    return MetadataPath(std::move(elements));
+}
+
+std::optional<RowId> PathTable::findChild(RowId parent, const PathElement& element) const {
+    Query query(findChild_, parent, encodeText(element.getType()), encodeText(element.getLocation()));
+    return query.next() ? std::optional(query.integer(0)) : std::nullopt;
+}
+
+}  // namespace stores::sqlite

@@ -1,0 +1,116 @@
+/// The tables of the database, with the statements that read and write them. The schema is written down at the top of
+/// PathTable.cpp.
+///
+/// No operation opens a transaction or looks at who else has changed a row. All throw `SqliteError`, and
+/// `MetadataReadFailure` naming the file for rows that no store writes. One thread at a time may use an object.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataPath.hpp"
+#include "stores/sqlite/Sqlite.hpp"
+
+namespace stores::sqlite {
+
+using RowId = std::int64_t;
+
+/// The row of the root path.
+constexpr RowId rootRow = 0;
+
+/// What the row of a path says of it.
+struct Row {
+    NodeValue node;
+    std::int64_t changed;  ///< the batch that has added the path or changed its node last
+};
+
+struct ChildRow {
+    RowId id;
+    project::metadata::PathElement element;
+    std::int64_t position;
+    bool hasNode;
+    std::int64_t changed;  ///< as in `Row`
+};
+
+/// The distance of siblings that are added one after the other: others find room between them.
+constexpr std::int64_t positionGap = std::int64_t{1} << 20;
+
+/// Makes the tables in an empty database, with the root path.
+void createTables(sqlite3& connection);
+
+/// @throws project::metadata::MetadataReadFailure naming `file`, if the database is not one with these tables
+void requireTables(sqlite3& connection, const host::Path& file);
+
+class PathTable {
+public:
+    /// @param connection must outlive the object; its tables have been checked
+    /// @param file the file of the database, for errors
+    PathTable(sqlite3& connection, host::Path file);
+
+    const host::Path& getFile() const noexcept { return file_; }
+    sqlite3& getConnection() const noexcept { return connection_; }
+
+    /// Forgets the rows of paths that were found. To be called whenever somebody else may have written since.
+    void forgetRows() { walk_.clear(); }
+
+    /// The number of the last batch.
+    std::int64_t getBatch() const;
+    void setBatch(std::int64_t batch);
+
+    /// No value if the path does not exist.
+    std::optional<RowId> find(const project::metadata::MetadataPath& path);
+
+    /// Adds `path`, which does not exist, with `node`, and its missing ancestors without, each as the last child of its
+    /// parent.
+    void add(const project::metadata::MetadataPath& path, const NodeValue& node, std::int64_t batch);
+
+    RowId insert(RowId parent, const project::metadata::PathElement& element, std::int64_t position,
+                 const NodeValue& node, std::int64_t batch);
+
+    Row getRow(RowId id) const;
+    void setNode(RowId id, const NodeValue& node, std::int64_t batch);
+    void setPosition(RowId id, std::int64_t position);
+
+    bool hasChildren(RowId parent) const;
+
+    /// In their order. Those whose type or location is no text, which is damage, are left out.
+    std::vector<ChildRow> getChildren(RowId parent) const;
+
+    /// Calls `visit` for the row `id` and all rows below it, in no particular order.
+    /// @throws project::metadata::MetadataReadFailure for those that `getChildren` leaves out
+    void visitBelow(RowId id, const std::function<void(RowId id, const Row& row)>& visit) const;
+
+    /// Removes all rows below `id`, and that row itself unless it is the root path's.
+    void removeBelow(RowId id);
+
+    /// The path of an existing row; what cannot be read of it stands as "?".
+    project::metadata::MetadataPath getPath(RowId id) const;
+
+private:
+    /// 0 if there are no children.
+    std::int64_t getLastPosition(RowId parent) const;
+
+    std::optional<RowId> findChild(RowId parent, const project::metadata::PathElement& element) const;
+
+    sqlite3& connection_;
+    host::Path file_;
+    Statement getBatch_;
+    Statement setBatch_;
+    Statement findChild_;
+    Statement getLastPosition_;
+    Statement insert_;
+    Statement getRow_;
+    Statement setNode_;
+    Statement setPosition_;
+    Statement getChildren_;
+    Statement getBelow_;
+    Statement removeBelow_;
+    Statement getStep_;
+    std::vector<std::pair<project::metadata::PathElement, RowId>> walk_;  // the last path, as far as it exists
+};
+
+}  // namespace stores::sqlite

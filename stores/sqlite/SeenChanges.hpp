@@ -1,0 +1,61 @@
+/// What a store knows of the changes that others have made, so that it overwrites none unseen.
+///
+/// One thread at a time may use an object.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace stores::sqlite {
+
+/// Batches are numbered through, whoever made them, and each row says which one changed it last. Everything up to a
+/// certain batch is known; of later ones, those that are the store's own, and single rows that it has read since.
+/// As long as nobody else writes, nothing is kept but one number.
+class SeenChanges {
+public:
+    /// @param batch the last one of which everything is known; 0 if nothing is
+    explicit SeenChanges(std::int64_t batch = 0) : known_(batch) {}
+
+    /// The last batch of which everything is known.
+    std::int64_t getKnown() const noexcept { return known_; }
+
+    /// Whether the row `id` as the batch `changed` left it is known.
+    bool isKnown(std::int64_t id, std::int64_t changed) const {
+        if (changed <= known_ || isOwn(changed))
+            return true;
+        const auto row = rows_.find(id);
+        return row != rows_.end() && row->second == changed;
+    }
+
+    /// The store has read the row `id` as the batch `changed` left it.
+    void addRow(std::int64_t id, std::int64_t changed) {
+        if (!isKnown(id, changed))
+            rows_.insert_or_assign(id, changed);
+    }
+
+    /// The store has written the batch `batch`.
+    void addOwn(std::int64_t batch) {
+        if (batch == known_ + 1)
+            known_ = batch;
+        else if (!own_.empty() && batch == own_.back().second + 1)
+            own_.back().second = batch;
+        else
+            own_.emplace_back(batch, batch);
+    }
+
+private:
+    bool isOwn(std::int64_t batch) const {
+        const auto after = std::upper_bound(own_.begin(), own_.end(), batch,
+                                            [](std::int64_t value, const auto& range) { return value < range.first; });
+        return after != own_.begin() && batch <= std::prev(after)->second;
+    }
+
+    std::int64_t known_;
+    std::vector<std::pair<std::int64_t, std::int64_t>> own_;  // first and last of a run of batches, ascending
+    std::unordered_map<std::int64_t, std::int64_t> rows_;     // the batch, by the row's id
+};
+
+}  // namespace stores::sqlite

@@ -1,0 +1,154 @@
+#include "stores/sqlite/SqliteManager.hpp"
+
+#include <utility>
+
+#include "host/FileSystem.hpp"
+#include "host/TempDirGuard.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataXml.hpp"
+#include "stores/common/TreeRules.hpp"
+#include "stores/sqlite/Damage.hpp"
+#include "stores/sqlite/NodeBlob.hpp"
+
+namespace stores::sqlite {
+
+using host::Path;
+using project::metadata::MetadataNode;
+using project::metadata::MetadataPath;
+using project::metadata::MetadataReadFailure;
+using project::metadata::PathElement;
+using project::metadata::raise;
+
+namespace {
+
+/// How many elements lie above a node where stores keep it in XML. What one store takes, all take.
+constexpr int nodeDepth = 2;
+
+/// @throws project::metadata::MetadataWriteFailure naming `file`, if `node` is none that all stores can keep
+void requireStorable(const MetadataNode& node, const Path& file) {
+    requireReadable(node, nodeDepth, file);
+    if (!needsProof(node))
+        return;
+    const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"metadata-", u"");
+    const Path proof = Path(scratch.getDirectoryName()) / u"node.xml";
+    project::metadata::writeToFile(node, proof, false);
+    requireReadsBack(node, proof, file);
+}
+
+}  // namespace
+
+SqliteManager::SqliteManager(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
+    : database_(folder, std::move(runJob), limit) {}
+
+void SqliteManager::setNode(const MetadataPath& path, const MetadataNode& node) {
+    requireStorable(node, database_.getFile());
+    const NodeValue value = encodeNode(node);
+    database_.change([&](PathEdit& edit) { return edit.setNode(path, value); });
+}
+
+void SqliteManager::removeNode(const MetadataPath& path) {
+    if (database_.open())
+        database_.change([&](PathEdit& edit) { return edit.removeNode(path); });
+}
+
+void SqliteManager::addPath(const MetadataPath& path) {
+    database_.change([&](PathEdit& edit) { return edit.add(path); });
+}
+
+void SqliteManager::removePath(const MetadataPath& path) {
+    removePaths({path});
+}
+
+std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) const {
+    const NodeValue value = readNode(path);
+    if (!value)
+        return nullptr;
+    auto node = decodeNode(*value);
+    if (!node) {
+        raise<MetadataReadFailure>(database_.getFile().text(),
+                                   u"the node of the path \"" + path.string() + u"\" in it is damaged");
+    }
+    return node;
+}
+
+void SqliteManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
+    for (const auto& [path, node] : nodes) {
+        if (node)
+            requireStorable(*node, database_.getFile());
+    }
+    database_.change([&](PathEdit& edit) {
+        bool changed = false;
+        for (const auto& [path, node] : nodes) {
+            changed = edit.setNode(path, node ? NodeValue(encodeNode(*node)) : std::nullopt) || changed;
+            if (changed && edit.isLooking())
+                break;
+        }
+        return changed;
+    });
+}
+
+void SqliteManager::removePaths(const std::vector<MetadataPath>& paths) {
+    if (!database_.open())
+        return;
+    database_.change([&](PathEdit& edit) {
+        bool changed = false;
+        for (const MetadataPath& path : paths)
+            changed = edit.remove(path) || changed;
+        return changed;
+    });
+}
+
+bool SqliteManager::hasNode(const MetadataPath& path) const {
+    return readNode(path).has_value();
+}
+
+std::vector<MetadataPath> SqliteManager::getChildren(const MetadataPath& path) const {
+    std::vector<MetadataPath> children;
+    database_.read([&](PathTable& table, SeenChanges& seen) {
+        const auto parent = table.find(path);
+        if (!parent)
+            return;
+        for (ChildRow& row : table.getChildren(*parent)) {
+            // Of a branch there is no more to know than that it exists.
+            if (!row.hasNode)
+                seen.addRow(row.id, row.changed);
+            std::vector<PathElement> elements = path.getPath();
+            elements.push_back(std::move(row.element));
+            children.emplace_back(std::move(elements));
+        }
+    });
+    return children;
+}
+
+bool SqliteManager::hasPath(const MetadataPath& path) const {
+    bool exists = path.getPath().empty();
+    database_.read([&](PathTable& table, SeenChanges& /*seen*/) { exists = table.find(path).has_value(); });
+    return exists;
+}
+
+void SqliteManager::setPaths(const std::vector<MetadataPath>& paths) {
+    database_.change([&](PathEdit& edit) { return edit.arrange(paths); });
+}
+
+std::vector<project::metadata::MetadataDamage> SqliteManager::findDamage() const {
+    std::vector<project::metadata::MetadataDamage> damage;
+    database_.read([&](PathTable& table, SeenChanges& /*seen*/) {
+        for (std::u16string& problem : sqlite::findDamage(table))
+            damage.push_back({database_.getFile(), std::move(problem)});
+    });
+    return damage;
+}
+
+NodeValue SqliteManager::readNode(const MetadataPath& path) const {
+    NodeValue value;
+    database_.read([&](PathTable& table, SeenChanges& seen) {
+        if (const auto id = table.find(path)) {
+            Row row = table.getRow(*id);
+            seen.addRow(*id, row.changed);
+            value = std::move(row.node);
+        }
+    });
+    return value;
+}
+
+}  // namespace stores::sqlite

@@ -1,0 +1,54 @@
+/// The store "sqlite".
+///
+/// Everything but the core file is in one database, of which only what is asked for is read. So the time to open
+/// a project, to read a node and to change one does not grow with the project.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataDamage.hpp"
+#include "project/metadata/MetadataManager.hpp"
+#include "stores/common/FolderLock.hpp"
+#include "stores/common/StoreFactory.hpp"
+#include "stores/sqlite/Database.hpp"
+
+namespace stores::sqlite {
+
+/// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw
+/// `MetadataReadFailure` for a damaged database; changing ones throw that too, and what `Database::change` and
+/// `TreeRules` throw.
+class SqliteManager : public project::metadata::MetadataManager, public project::metadata::DamageReporter {
+public:
+    /// @param folder the metadata folder, which need not exist
+    /// @param limit how long to wait for another program
+    /// @throws project::metadata::MetadataReadFailure naming the database, if it is none or of another version
+    SqliteManager(const host::Path& folder, JobRunner runJob, std::chrono::milliseconds limit = lockLimit);
+
+    void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode& node) override;
+    void removeNode(const project::metadata::MetadataPath& path) override;
+    void addPath(const project::metadata::MetadataPath& path) override;
+    void removePath(const project::metadata::MetadataPath& path) override;
+    std::unique_ptr<project::metadata::MetadataNode> getNode(
+        const project::metadata::MetadataPath& path) const override;
+    void setNodes(const std::map<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>&
+                      nodes) override;
+    void removePaths(const std::vector<project::metadata::MetadataPath>& paths) override;
+    bool hasNode(const project::metadata::MetadataPath& path) const override;
+    std::vector<project::metadata::MetadataPath> getChildren(
+        const project::metadata::MetadataPath& path) const override;
+    bool hasPath(const project::metadata::MetadataPath& path) const override;
+    void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
+    std::vector<project::metadata::MetadataDamage> findDamage() const override;
+
+private:
+    /// The node value at `path`, which counts as read then.
+    NodeValue readNode(const project::metadata::MetadataPath& path) const;
+
+    mutable Database database_;
+};
+
+}  // namespace stores::sqlite

@@ -1,0 +1,52 @@
+/// What a list of paths amounts to as a tree.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include "project/metadata/MetadataPath.hpp"
+
+namespace stores::sqlite {
+
+/// The paths of a list with their ancestors, each once, numbered so that a parent comes before its children; 0 is the
+/// root path. Does not change, and may be used by several threads.
+class WantedTree {
+public:
+    using Index = std::size_t;
+
+    /// @param paths must outlive the object
+    explicit WantedTree(const std::vector<project::metadata::MetadataPath>& paths);
+
+    Index getSize() const noexcept { return children_.size(); }
+
+    /// The children of the path `parent`, in the order in which they are first needed.
+    const std::vector<Index>& getChildren(Index parent) const { return children_[parent]; }
+
+    /// The last step of a path that is not the root path.
+    const project::metadata::PathElement& getElement(Index index) const { return *elements_[index]; }
+
+    /// No value if the path is not wanted.
+    std::optional<Index> find(Index parent, const project::metadata::PathElement& element) const;
+
+private:
+    struct Step {
+        Index parent;
+        const project::metadata::PathElement* element;
+    };
+    struct StepHash {
+        std::size_t operator()(const Step& step) const noexcept;
+    };
+    struct StepEqual {
+        bool operator()(const Step& a, const Step& b) const noexcept {
+            return a.parent == b.parent && *a.element == *b.element;
+        }
+    };
+
+    std::vector<const project::metadata::PathElement*> elements_;  // null for the root path
+    std::vector<std::vector<Index>> children_;
+    std::unordered_map<Step, Index, StepHash, StepEqual> indices_;
+};
+
+}  // namespace stores::sqlite
