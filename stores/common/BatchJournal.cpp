@@ -149,10 +149,12 @@ void doStep(const Path& folder, const JournalEntry& entry, std::size_t index) {
     } else if (exists(staged)) {
         if (entry.step == FileStep::replace)
             keepOld(file, old);
-        else
-            project::metadata::makeFolder(project::metadata::getParentFolder(file));
         reason = tryToRename(staged, file);
-        if (reason == ENOENT)  // a folder has been removed since
+        if (reason == ENOENT && entry.step == FileStep::create) {
+            project::metadata::makeFolder(project::metadata::getParentFolder(file));
+            reason = tryToRename(staged, file);
+        }
+        if (reason == ENOENT)  // its folder has been removed since
             raiseSystemError(file, reason);
     }
     if (reason != 0 && reason != ENOENT)

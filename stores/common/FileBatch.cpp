@@ -83,24 +83,19 @@ std::optional<std::u16string> tryToStage(const FileBatch& batch, std::size_t ind
     }
 }
 
-/// Writes the new files. An error names the file itself, not the staged one.
-void stage(const FileBatch& batch) {
+/// Writes the new files. An error names the file itself, not the staged one. @return the steps that are to follow
+Journal stage(const FileBatch& batch) {
+    const std::size_t prefixLength = (batch.folder / u"-").accessName().size() - 1;
+    Journal journal;
     for (std::size_t i = 0; i < batch.filesToWrite.size(); ++i) {
         const Path& file = batch.filesToWrite[i];
         const Path staged = getStagedFile(batch.folder, i);
         if (const auto cause = tryToStage(batch, i, staged))
             raise<MetadataWriteFailure>(file.text(), *cause);
-        if (const auto mode = findMode(file); mode && S_ISREG(*mode))
+        const auto mode = findMode(file);
+        if (mode && S_ISREG(*mode))
             chmod(staged.accessName().c_str(), *mode & 07777);
-    }
-}
-
-Journal makeJournal(const FileBatch& batch) {
-    const std::size_t prefixLength = (batch.folder / u"-").accessName().size() - 1;
-    Journal journal;
-    for (const Path& file : batch.filesToWrite) {
-        const FileStep step = findMode(file) ? FileStep::replace : FileStep::create;
-        journal.push_back({step, file.accessName().substr(prefixLength)});
+        journal.push_back({mode ? FileStep::replace : FileStep::create, file.accessName().substr(prefixLength)});
     }
     for (const Path& file : batch.filesToRemove)
         journal.push_back({FileStep::remove, file.accessName().substr(prefixLength)});
@@ -139,11 +134,11 @@ void commit(const FileBatch& batch, const FolderLock& /*lock*/) {
     requireFeasible(batch);
     try {
         project::metadata::makeFolder(getScratchFolder(batch.folder) / u"new");
-        stage(batch);
+        const Journal journal = stage(batch);
         if (isOneStep(batch))
             carryOutOneStep(batch);
         else
-            carryOut(batch.folder, makeJournal(batch));
+            carryOut(batch.folder, journal);
     } catch (...) {
         removeScratchFolder(batch);
         throw;

@@ -51,10 +51,10 @@ StoreFactory::StoreFactory(StoreKind kind, const cppmicroservices::BundleContext
     : kind_(std::move(kind)), context_(context) {}
 
 std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& root) {
-    const bool isOurs = canManage(root);
     const ProjectMetadataLocation location(root);
+    settle(location.getDirectory());
     const auto coreFile = location.locateCoreFile();
-    if (coreFile && !isOurs) {
+    if (coreFile && !canManage(root)) {
         const std::u16string type = location.getMetadataType().value_or(u"");
         project::metadata::raise<MetadataReadFailure>(
             coreFile->text(), u"its metadata is of the type \"" + type + u"\", not \"" + kind_.name + u"\"");

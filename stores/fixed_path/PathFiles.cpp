@@ -70,19 +70,22 @@ std::optional<PathElement> parseFileName(const Path& file) {
     return parseNodeFolderName(project::metadata::stripExtension(file.fileName().text(), extension));
 }
 
-/// A moment by the clock of the file system, such that all that has changed in `folder` so far is older. That clock
-/// ticks every few milliseconds only, so right after a change it is worth waiting for the next one.
+std::int64_t readFileClock() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return toNanoseconds(now);
+}
+
+/// A moment by the clock that gives files their times, such that all that has changed in `folder` so far is older. That
+/// clock ticks every few milliseconds only, so this waits for the next tick.
 std::int64_t findBeginning(const Path& folder) {
-    constexpr int longestTick = 20;  // milliseconds
-    for (int wait = 0;; ++wait) {
-        timespec now{};
-        clock_gettime(CLOCK_REALTIME_COARSE, &now);
-        const std::int64_t beginning = toNanoseconds(now);
-        const auto version = getFileVersion(folder);
-        if (!version || version->changed < beginning || wait == longestTick)
-            return beginning;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const std::int64_t start = readFileClock();
+    std::int64_t now = start;
+    while (now <= start && host::FileUtils::existNoExcept(folder)) {
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        now = readFileClock();
     }
+    return now;
 }
 
 /// New permissions, or a second name, make no new content.

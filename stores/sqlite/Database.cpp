@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <thread>
 #include <utility>
 
 #include "host/FileUtils.hpp"
@@ -80,6 +81,8 @@ Path getLogFile(const Path& file) {
     return Path(file.text() + u"-wal");
 }
 
+using Clock = std::chrono::steady_clock;
+
 /// Turns the log of a database off that nobody else has open, without the help of shared memory.
 void turnLogOffAlone(const Path& file) {
     const Connection connection = openConnection(getOpenName(file), SQLITE_OPEN_READWRITE);
@@ -108,7 +111,7 @@ bool Database::open() {
     if (!host::FileUtils::existNoExcept(coreFile_))
         return false;
     try {
-        connect();
+        waitWhileLocked([this] { connect(); });
     } catch (const SqliteError& error) {
         raiseReadFailure(error);
     }
@@ -169,6 +172,8 @@ void Database::readOpened(const Read& action) {
     try {
         Transaction transaction(*connection_, "BEGIN");
         table_->forgetRows();
+        // The first look takes the lock; nothing after it has to wait.
+        waitWhileLocked([this] { table_->getBatch(); });
         action(*table_, seen_);
         transaction.commit();
     } catch (const SqliteError& error) {
@@ -200,7 +205,7 @@ void Database::write(const Edit& edit) {
     requireWritable(file_);
     requireWritable(folder_);
     try {
-        tryToWrite(edit);
+        waitWhileLocked([&] { tryToWrite(edit); });
     } catch (const SqliteError& error) {
         raise<MetadataWriteFailure>(file_.text(), getCause(error));
     }
@@ -293,6 +298,19 @@ void Database::createFile(const Path& staged, const Edit& edit) const {
         transaction.commit();
     } catch (const SqliteError& error) {
         raise<MetadataWriteFailure>(file_.text(), getCause(error));
+    }
+}
+
+void Database::waitWhileLocked(const std::function<void()>& action) const {
+    const auto end = Clock::now() + lockLimit_;
+    while (true) {
+        try {
+            return action();
+        } catch (const SqliteError& error) {
+            if (!error.isLock() || Clock::now() >= end)
+                throw;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
 }
 

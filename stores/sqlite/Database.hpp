@@ -68,6 +68,10 @@ private:
     bool create(const Edit& edit);
     void createFile(const host::Path& staged, const Edit& edit) const;
 
+    /// Does `action`, again and again while somebody else holds a lock, until the limit is reached. SQLite itself waits
+    /// for most locks, but not where two that wait could wait for each other.
+    void waitWhileLocked(const std::function<void()>& action) const;
+
     [[noreturn]] void raiseReadFailure(const SqliteError& error) const;
     std::u16string getCause(const SqliteError& error) const;
 

@@ -1,0 +1,244 @@
+// What the stores cost, in time, memory and disk space, at three sizes of project. docs/performance.md says what each
+// figure means. Runs the stores as the library finds them, one thread, in the folder for scratch files.
+
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/Text.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
+
+namespace {
+
+using project::metadata::MetadataManager;
+using project::metadata::MetadataNode;
+using project::metadata::MetadataNodeSpecification;
+using project::metadata::MetadataPath;
+using project::metadata::PathElement;
+
+std::u16string number(std::uint64_t value) {
+    return host::fromUtf8(std::to_string(value));
+}
+
+/// `count` paths: 10 folders, in each of them others, in each of those at most 100 files.
+std::vector<MetadataPath> makePaths(std::size_t count) {
+    constexpr std::size_t topFolders = 10;
+    const std::size_t filesInFolder = std::min<std::size_t>(100, count / 100);
+    std::vector<MetadataPath> paths;
+    for (std::size_t i = 0; paths.size() < count; ++i) {
+        const PathElement top(u"Folder", u"component " + number(i % topFolders));
+        const PathElement folder(u"Folder", u"module " + number(i / topFolders));
+        if (i < topFolders)
+            paths.push_back(MetadataPath({top}));
+        paths.push_back(MetadataPath({top, folder}));
+        for (std::size_t j = 0; j < filesInFolder; ++j)
+            paths.push_back(MetadataPath({top, folder, PathElement(u"File", u"source " + number(j) + u".c")}));
+    }
+    paths.erase(paths.begin() + static_cast<std::ptrdiff_t>(count), paths.end());
+    return paths;
+}
+
+/// Four attributes and a child with two.
+std::shared_ptr<MetadataNode> makeNode(std::uint64_t revision) {
+    auto node = std::make_shared<MetadataNodeSpecification>(u"Info");
+    node->put(u"Name", u"a name of some length");
+    node->put(u"Uuid", u"01234567-89ab-cdef-0123-456789abcdef");
+    node->put(u"Revision", number(revision));
+    node->put(u"Comment", u"caf\u00E9 \U0001F600");
+    MetadataNode& child = node->createChildNode(u"Settings");
+    child.put(u"Optimise", u"true");
+    child.put(u"Level", u"2");
+    return node;
+}
+
+std::unique_ptr<MetadataManager> openStore(const std::u16string& store, const std::filesystem::path& root) {
+    return project::metadata::getNamedFactory(store)->createManager(host::Path::fromAccessName(root.native()));
+}
+
+/// A project full of metadata, in a scratch folder.
+class Project {
+public:
+    Project(std::u16string store, std::size_t count) : store_(std::move(store)), paths_(makePaths(count)) {
+        std::string name = (std::filesystem::temp_directory_path() / "store_benchmark_XXXXXX").string();
+        if (!mkdtemp(name.data()))
+            throw std::runtime_error("cannot make " + name);
+        folder_ = name;
+    }
+
+    ~Project() {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder_, ignored);
+    }
+
+    Project(const Project&) = delete;
+    Project& operator=(const Project&) = delete;
+
+    std::unique_ptr<MetadataManager> open() const { return openStore(store_, folder_); }
+
+    const std::vector<MetadataPath>& paths() const { return paths_; }
+
+    std::map<MetadataPath, std::shared_ptr<MetadataNode>> makeNodes() {
+        std::map<MetadataPath, std::shared_ptr<MetadataNode>> nodes;
+        ++revision_;
+        for (const MetadataPath& path : paths_)
+            nodes[path] = makeNode(revision_);
+        return nodes;
+    }
+
+    /// The space that the file system gives to its files and folders.
+    std::uint64_t bytesOnDisk() const {
+        std::uint64_t blocks = 0;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder_)) {
+            struct stat status {};
+            if (lstat(entry.path().c_str(), &status) == 0)
+                blocks += static_cast<std::uint64_t>(status.st_blocks);
+        }
+        return blocks * 512;
+    }
+
+private:
+    std::u16string store_;
+    std::vector<MetadataPath> paths_;
+    std::filesystem::path folder_;
+    std::uint64_t revision_ = 0;
+};
+
+/// Writes every node and path as they have never been before, and takes the time of that.
+void writeAll(benchmark::State& state, Project& project) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto nodes = project.makeNodes();
+        auto store = project.open();
+        state.ResumeTiming();
+        store->setNodes(nodes);
+        store->setPaths(project.paths());
+        state.PauseTiming();
+        nodes.clear();
+        store.reset();
+        state.ResumeTiming();
+    }
+    state.counters["disk"] = static_cast<double>(project.bytesOnDisk()) / static_cast<double>(project.paths().size());
+}
+
+void open(benchmark::State& state, Project& project) {
+    for (auto _ : state) {
+        const auto store = project.open();
+        benchmark::DoNotOptimize(store->getChildren(MetadataPath()));
+    }
+}
+
+/// Paths of the project in a random order that is the same in each run.
+std::vector<MetadataPath> shuffledPaths(const Project& project) {
+    auto paths = project.paths();
+    std::shuffle(paths.begin(), paths.end(), std::mt19937(1));  // NOLINT: the same order in each run
+    return paths;
+}
+
+void getNode(benchmark::State& state, Project& project) {
+    const auto store = project.open();
+    store->getChildren(MetadataPath());
+    const auto paths = shuffledPaths(project);
+    std::size_t next = 0;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(store->getNode(paths[next++]));
+}
+
+void setNode(benchmark::State& state, Project& project) {
+    const auto store = project.open();
+    store->getChildren(MetadataPath());
+    const auto paths = shuffledPaths(project);
+    std::size_t next = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        const auto node = makeNode(1000 + next);
+        state.ResumeTiming();
+        store->setNode(paths[next++], *node);
+    }
+}
+
+void readAll(const MetadataManager& store, const MetadataPath& path) {
+    benchmark::DoNotOptimize(store.getNode(path));
+    for (const MetadataPath& child : store.getChildren(path))
+        readAll(store, child);
+}
+
+std::size_t heapInUse() {
+    const auto info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+void fullRead(benchmark::State& state, Project& project) {
+    std::size_t memory = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        const std::size_t before = heapInUse();
+        state.ResumeTiming();
+        auto store = project.open();
+        readAll(*store, MetadataPath());
+        state.PauseTiming();
+        memory = heapInUse() - before;
+        store.reset();
+        state.ResumeTiming();
+    }
+    state.counters["memory"] = static_cast<double>(memory) / static_cast<double>(project.paths().size());
+}
+
+struct Measure {
+    const char* name;
+    void (*run)(benchmark::State& state, Project& project);
+    benchmark::IterationCount iterations;       ///< for up to 10,000 nodes
+    benchmark::IterationCount iterationsLarge;  ///< for more
+};
+
+void registerMeasures(const std::u16string& store, std::size_t count) {
+    const auto project = std::make_shared<std::unique_ptr<Project>>();
+    for (const Measure& measure : {Measure{"first_write", writeAll, 1, 1}, Measure{"open", open, 5, 3},
+                                   Measure{"get_node", getNode, 500, 500}, Measure{"set_node", setNode, 20, 5},
+                                   Measure{"full_read", fullRead, 3, 1}, Measure{"full_rewrite", writeAll, 1, 1}}) {
+        // The first one makes the project that the others use. None is removed before the end: some file systems are
+        // slow in making files when many have just been removed.
+        const bool isFirst = measure.name == std::string("first_write");
+        const auto run = [=](benchmark::State& state) {
+            if (isFirst)
+                *project = std::make_unique<Project>(store, count);
+            if (!*project)
+                return state.SkipWithError("needs first_write in the same run");
+            sync();  // what was left unwritten so far shall not be written in the time that is taken now
+            measure.run(state, **project);
+        };
+        const std::string name = host::toUtf8(store) + "/" + measure.name + "/" + std::to_string(count);
+        benchmark::RegisterBenchmark(name.c_str(), run)
+            ->Iterations(count > 10000 ? measure.iterationsLarge : measure.iterations)
+            ->UseRealTime()
+            ->Unit(benchmark::kMicrosecond);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    for (const std::size_t count : {std::size_t{1000}, std::size_t{10000}, std::size_t{100000}}) {
+        for (const auto& factory : project::metadata::getRegisteredFactories())
+            registerMeasures(factory->getName(), count);
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::ClearRegisteredBenchmarks();
+}
