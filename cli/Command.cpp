@@ -29,6 +29,12 @@ const char* Command::groupTitle() const {
             return "Change";
         case Group::move:
             return "Move";
+        case Group::compare:
+            return "Compare";
+        case Group::trust:
+            return "Trust";
+        case Group::show:
+            return "Show";
     }
     return "";
 }

@@ -14,10 +14,10 @@ class App;
 namespace cli {
 
 /// The exit statuses, on which scripts rely.
-enum class Status { done = 0, foundProblems = 1, usage = 2, failure = 3, notAProject = 4 };
+enum class Status { done = 0, foundProblems = 1, usage = 2, failure = 3, notAProject = 4, interrupted = 130 };
 
 /// Where the overview of all commands shows a command.
-enum class Group { look, change, move };
+enum class Group { look, change, move, compare, trust, show };
 
 class Command {
 public:

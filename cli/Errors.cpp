@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cli/SafeText.hpp"
+#include "host/Interruption.hpp"
 #include "host/MessageException.hpp"
 #include "host/Path.hpp"
 
@@ -57,6 +58,9 @@ void addCurrentException(Report& report) {
             report.status = error.status();
         report.add(escapeBytes(error.what()));
         addCauses(report, error);
+    } catch (const host::InterruptedException&) {
+        report.status = Status::interrupted;
+        report.add("Interrupted; everything is as it was");
     } catch (const std::bad_alloc&) {
         report.add("There is not enough memory");
     } catch (const std::exception& error) {

@@ -4,6 +4,9 @@
 #include <cstdio>
 #include <system_error>
 
+#include "cli/Options.hpp"
+#include "host/Interruption.hpp"
+
 namespace cli {
 
 namespace {
@@ -17,8 +20,14 @@ namespace {
 }  // namespace
 
 void print(std::string_view text) {
+    host::Interruption::throwIfRequested();
     if (std::fwrite(text.data(), 1, text.size(), stdout) < text.size())
         raiseWriteError(errno);
+}
+
+void printNote(std::string_view text) {
+    if (!options().quiet)
+        print(text);
 }
 
 void flushOutput() {

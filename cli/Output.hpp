@@ -13,8 +13,12 @@ public:
 };
 
 /// Writes `text` to the standard output, which is buffered unless it is a terminal.
-/// @throws OutputClosed if nobody reads it; std::system_error if it cannot be written for another reason
+/// @throws OutputClosed if nobody reads it; std::system_error if it cannot be written for another reason;
+///         host::InterruptedException
 void print(std::string_view text);
+
+/// As `print`, unless the user wants data only: a note on what was done.
+void printNote(std::string_view text);
 
 /// Writes what is still in the buffer.
 /// @throws as `print`

@@ -8,6 +8,8 @@
 #include <string>
 #include <thread>
 
+#include "host/Interruption.hpp"
+
 namespace cli {
 
 /// While it lives, and if the standard error is a terminal, one line there says what goes on, how much is done and for
@@ -23,7 +25,11 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     /// Counts one more thing as done.
-    void advance() noexcept { ++count_; }
+    /// @throws host::InterruptedException if the user wishes so
+    void advance() {
+        ++count_;
+        host::Interruption::throwIfRequested();
+    }
 
 private:
     void draw();

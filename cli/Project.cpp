@@ -6,9 +6,8 @@
 #include <optional>
 #include <system_error>
 
-#include <CLI/CLI.hpp>
-
 #include "cli/Errors.hpp"
+#include "host/FileUtils.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
@@ -17,11 +16,18 @@ namespace cli {
 
 namespace pm = project::metadata;
 
-std::shared_ptr<const host::Path> addRoot(CLI::App& app) {
-    auto root = std::make_shared<host::Path>();
-    const auto keep = [root](const std::string& name) { *root = host::Path::fromAccessName(name); };
-    app.add_option_function<std::string>("ROOT", keep, "The project's root folder")->required();
-    return root;
+host::Path findRoot() {
+    host::Path folder = host::FileUtils::makeAbsolute({});
+    while (!pm::ProjectMetadataLocation(folder).hasCoreFile()) {
+        const host::Path parent = folder.parentPath();
+        if (parent == folder) {
+            throw CommandError(Status::notAProject,
+                               "Neither the current folder nor one above it is a project; name one, or create it with "
+                               "\"project-metadata init\"");
+        }
+        folder = parent;
+    }
+    return folder;
 }
 
 std::string quoted(const host::Path& path) {

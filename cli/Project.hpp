@@ -9,14 +9,12 @@
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataManager.hpp"
 
-namespace CLI {
-class App;
-}
-
 namespace cli {
 
-/// Declares the required argument ROOT to `app`. @return the path that it names, once the command line is parsed
-std::shared_ptr<const host::Path> addRoot(CLI::App& app);
+/// The root folder of the project that the current folder lies in: the nearest folder, from that one upwards, that has
+/// metadata.
+/// @throws CommandError with `Status::notAProject` if there is none
+host::Path findRoot();
 
 /// A path for an error sentence: its bytes, in quotes.
 std::string quoted(const host::Path& path);

@@ -10,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataPath.hpp"
@@ -158,8 +159,11 @@ void updateStore(pm::MetadataManager& store, const Scan& scan) {
         if (const auto node = describe(scan[i], before ? *before : noNode))
             addNode(batches, paths[i], node);
     }
-    for (const Nodes& nodes : batches)
+    for (const Nodes& nodes : batches) {
         store.setNodes(nodes);
+        // What follows belongs to it.
+        host::Interruption::ignore();
+    }
 
     const bool isSorted = std::is_sorted(stored.known.begin(), stored.known.end());
     if (stored.known.size() + 1 < scan.size() || stored.hasVanished || !isSorted) {

@@ -11,7 +11,9 @@
 
 #include "cli/Command.hpp"
 #include "cli/Errors.hpp"
+#include "cli/Options.hpp"
 #include "cli/Output.hpp"
+#include "host/Interruption.hpp"
 
 namespace {
 
@@ -41,6 +43,35 @@ std::string explain(const CLI::App& app, const CLI::ParseError& error) {
                                      : "There is no command \"" + app.remaining().front() + '"';
 }
 
+/// Declares what may stand before or after every command.
+void addOptions(CLI::App& app) {
+    using cli::ColorUse;
+    cli::Options& options = cli::options();
+    const std::map<std::string, ColorUse> colorUses{
+        {"auto", ColorUse::automatic}, {"always", ColorUse::always}, {"never", ColorUse::never}};
+    app.add_flag("-q,--quiet", options.quiet, "Print data only, no notes on what was done");
+    app.add_flag("-v,--verbose", options.verbose, "Print details too");
+    app.add_option("--color", options.color, "Colour the output: auto (on terminals), always or never")
+        ->type_name("WHEN")
+        ->transform(CLI::CheckedTransformer(colorUses).description(""));
+    app.add_option("-C,--root", options.root, "The project's root folder, in place of ROOT")->type_name("ROOT");
+}
+
+void requestInterruption(int /*signal*/) {
+    host::Interruption::request();
+}
+
+/// Lets the signals that ask a program to end stop what goes on where it can leave everything as it was.
+void handleSignals() {
+    struct sigaction action {};
+    action.sa_handler = requestInterruption;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(signal, &action, nullptr);
+    // Writing to a closed pipe or beyond the limit for files is an error like others, not the end of the process.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
 cli::Status run(int argc, const char* const* argv) {
     CLI::App app("Manages the metadata of engineering projects", "project-metadata");
     app.formatter(makeFormatter());
@@ -48,11 +79,13 @@ cli::Status run(int argc, const char* const* argv) {
     app.set_version_flag("--version", versionText, "Print the version and the service framework in use");
     app.footer(statusText);
     app.require_subcommand(1);
+    addOptions(app);
 
     std::map<const CLI::App*, cli::Command::Action> actions;
     for (const cli::Command* command : cli::Command::all()) {
         CLI::App* const subcommand = app.add_subcommand(command->name(), command->summary());
         subcommand->group(command->groupTitle());
+        subcommand->fallthrough();
         actions[subcommand] = command->makeAction(*subcommand);
     }
 
@@ -73,9 +106,7 @@ cli::Status run(int argc, const char* const* argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Writing to a closed pipe or beyond the limit for files is an error like others, not the end of the process.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    handleSignals();
     cli::Status status = cli::Status::done;
     try {
         status = run(argc, argv);

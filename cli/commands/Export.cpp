@@ -2,14 +2,12 @@
 
 #include <cstddef>
 #include <exception>
-#include <memory>
 #include <string>
-
-#include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
 #include "cli/Errors.hpp"
 #include "cli/Output.hpp"
+#include "cli/Positionals.hpp"
 #include "cli/Progress.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
@@ -44,10 +42,11 @@ Status exportTo(const host::Path& root, const host::Path& file) {
 }
 
 Command::Action configure(CLI::App& app) {
-    const auto root = addRoot(app);
-    const auto file = std::make_shared<std::string>();
-    app.add_option("FILE", *file, "The file to make; one that exists is left alone")->required();
-    return [root, file] { return exportTo(*root, host::Path::fromAccessName(*file)); };
+    const Positionals positionals(app, {{"FILE", "The file to make; one that exists is left alone"}});
+    return [positionals] {
+        const auto [root, texts] = positionals.get();
+        return exportTo(root, host::Path::fromAccessName(texts[0]));
+    };
 }
 
 const Command command(Group::move, "export", "Write a project's metadata into one new file", configure);

@@ -4,6 +4,7 @@
 
 #include "cli/Command.hpp"
 #include "cli/Output.hpp"
+#include "cli/Positionals.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
 #include "host/FileSystem.hpp"
@@ -36,7 +37,7 @@ Status locate(const host::Path& root) {
 }
 
 Command::Action configure(CLI::App& app) {
-    return [root = addRoot(app)] { return locate(*root); };
+    return [positionals = Positionals(app)] { return locate(positionals.get().root); };
 }
 
 const Command command(Group::look, "locate", "Show where a project's metadata is, and of which type", configure);

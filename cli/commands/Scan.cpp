@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
 #include "cli/Errors.hpp"
 #include "cli/FolderScan.hpp"
 #include "cli/Output.hpp"
+#include "cli/Positionals.hpp"
 #include "cli/Progress.hpp"
 #include "cli/Project.hpp"
 #include "cli/ScanUpdate.hpp"
@@ -55,10 +53,12 @@ Status scan(const host::Path& root, const host::Path& folder) {
 }
 
 Command::Action configure(CLI::App& app) {
-    const auto root = addRoot(app);
-    const auto folder = std::make_shared<std::optional<std::string>>();
-    app.add_option("FOLDER", *folder, "The folder to describe; without, ROOT");
-    return [root, folder] { return scan(*root, *folder ? host::Path::fromAccessName(**folder) : *root); };
+    const Positionals positionals(app,
+                                  {{"FOLDER", "The folder to describe; without, ROOT", Positional::Kind::optional}});
+    return [positionals] {
+        const auto [root, texts] = positionals.get();
+        return scan(root, texts.empty() ? root : host::Path::fromAccessName(texts[0]));
+    };
 }
 
 const Command command(Group::change, "scan", "Describe every file and folder of a folder in a project's metadata",

@@ -7,6 +7,7 @@
 
 #include "cli/Command.hpp"
 #include "cli/Output.hpp"
+#include "cli/Positionals.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
 #include "project/metadata/MetadataManager.hpp"
@@ -58,7 +59,7 @@ Status tree(const host::Path& root) {
 }
 
 Command::Action configure(CLI::App& app) {
-    return [root = addRoot(app)] { return tree(*root); };
+    return [positionals = Positionals(app)] { return tree(positionals.get().root); };
 }
 
 const Command command(Group::look, "tree", "Print a project's metadata paths as a tree", configure);

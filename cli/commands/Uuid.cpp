@@ -1,16 +1,14 @@
 /// project-metadata uuid: gives a project a UUID.
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include <CLI/CLI.hpp>
-
 #include "cli/Command.hpp"
 #include "cli/Errors.hpp"
 #include "cli/Output.hpp"
+#include "cli/Positionals.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
 #include "host/Text.hpp"
@@ -46,10 +44,11 @@ Status assign(const host::Path& root, const std::optional<std::string>& given) {
 }
 
 Command::Action configure(CLI::App& app) {
-    const auto root = addRoot(app);
-    const auto uuid = std::make_shared<std::optional<std::string>>();
-    app.add_option("UUID", *uuid, "The UUID; without, a new random one");
-    return [root, uuid] { return assign(*root, *uuid); };
+    const Positionals positionals(app, {{"UUID", "The UUID; without, a new random one", Positional::Kind::optional}});
+    return [positionals] {
+        const auto [root, texts] = positionals.get();
+        return assign(root, texts.empty() ? std::nullopt : std::optional(texts[0]));
+    };
 }
 
 const Command command(Group::change, "uuid", "Give a project a UUID", configure);

@@ -13,6 +13,7 @@
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
+#include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -88,6 +89,7 @@ Journal stage(const FileBatch& batch) {
     const std::size_t prefixLength = (batch.folder / u"-").accessName().size() - 1;
     Journal journal;
     for (std::size_t i = 0; i < batch.filesToWrite.size(); ++i) {
+        host::Interruption::throwIfRequested();
         const Path& file = batch.filesToWrite[i];
         const Path staged = getStagedFile(batch.folder, i);
         if (const auto cause = tryToStage(batch, i, staged))

@@ -31,7 +31,7 @@ struct FileBatch {
 ///
 /// @param lock the lock of the folder
 /// @throws project::metadata::MetadataWriteFailure, ReadOnlyMetadataFailure naming the file or folder and the cause;
-///         FailedToMakeMetadataWritable
+///         FailedToMakeMetadataWritable; host::InterruptedException while nothing has been touched
 void commit(const FileBatch& batch, const FolderLock& lock);
 
 }  // namespace stores

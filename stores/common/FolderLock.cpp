@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -61,6 +62,7 @@ int waitForLock(const Path& file, std::chrono::milliseconds limit) {
                 file.text(), u"another program has held this lock for more than " +
                                  host::fromUtf8(std::to_string(limit.count())) + u" ms");
         }
+        host::Interruption::throwIfRequested();
         std::this_thread::sleep_for(pause);
     }
 }

@@ -25,6 +25,7 @@
 #include <utility>
 
 #include "host/FileUtils.hpp"
+#include "host/Interruption.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -133,6 +134,7 @@ Path PathFiles::getChildFolder(const MetadataPath& path) const {
 }
 
 PathFilePtr PathFiles::read(const Path& file) const {
+    host::Interruption::throwIfRequested();
     const auto version = getFileVersion(file);
     if (!version) {
         cache_.erase(file.text());

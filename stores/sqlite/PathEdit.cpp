@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "host/Interruption.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "stores/sqlite/NodeBlob.hpp"
 #include "stores/sqlite/Positions.hpp"
@@ -62,6 +63,7 @@ bool PathEdit::add(const MetadataPath& path) {
 }
 
 bool PathEdit::setNode(const MetadataPath& path, const NodeValue& node) {
+    host::Interruption::throwIfRequested();
     if (const auto id = table_.find(path))
         return replaceNode(*id, node);
     if (!isLooking())
@@ -96,6 +98,7 @@ bool PathEdit::arrange(const std::vector<MetadataPath>& paths) {
     std::vector<std::size_t> place(wanted.getSize());
     bool changed = false;
     for (WantedTree::Index parent = 0; parent < wanted.getSize(); ++parent) {
+        host::Interruption::throwIfRequested();
         const auto existing = isNew[parent] ? std::vector<ChildRow>() : table_.getChildren(rows[parent]);
         const Siblings siblings = match(wanted, parent, existing, place);
         const bool areInOrder = siblings.areInOrder();

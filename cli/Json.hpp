@@ -1,0 +1,58 @@
+/// Metadata as JSON, for --json. docs/command.md describes what each command prints.
+///
+/// Texts that are no Unicode have U+FFFD where something is wrong; the member "path" of an object names its path
+/// exactly. All functions but those that print may be called from any thread.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataNode.hpp"
+#include "project/metadata/MetadataPath.hpp"
+
+namespace CLI {
+class App;
+}
+
+namespace cli {
+
+/// Members keep the order in which they are put.
+using Json = nlohmann::ordered_json;
+
+/// Declares the option --json to `app`. @return whether it was given, once the command line is parsed
+std::shared_ptr<const bool> addJson(CLI::App& app);
+
+Json toJson(const std::u16string& text);
+
+/// A file's name: its text, with U+FFFD for bytes that are no UTF-8.
+Json toJson(const host::Path& file);
+
+/// The members "path" (as `formatPath`), "type" and "location" (null for the root path).
+Json toJson(const project::metadata::MetadataPath& path);
+
+/// The members "name", "attributes" (an object) and "children" (a list of the same).
+Json toJson(const project::metadata::MetadataNode& node);
+
+/// The path that `json`, a list of pairs of texts, names; no value if it is none.
+std::optional<project::metadata::MetadataPath> pathFromJson(const std::string& json);
+
+/// Prints `json` over several lines.
+void printJson(const Json& json);
+
+/// Prints a list one element a line, each as soon as it is there.
+class JsonList {
+public:
+    void add(const Json& element);
+
+    /// To be called at the end, also for an empty list.
+    void end();
+
+private:
+    bool isEmpty_ = true;
+};
+
+}  // namespace cli

@@ -1,0 +1,92 @@
+#include "cli/Positionals.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Errors.hpp"
+#include "cli/Options.hpp"
+#include "cli/Project.hpp"
+
+namespace cli {
+
+/// What the parser has put into which place; where ROOT was left out, everything is one place too far to the front.
+struct Positionals::Given {
+    std::vector<std::optional<std::string>> places;
+    std::vector<std::string> list;
+};
+
+namespace {
+
+const Positional rootArgument{"ROOT", "The project's root folder; without, found from the current folder upwards",
+                              Positional::Kind::optional};
+
+bool isFolder(const std::string& name) {
+    struct stat status {};
+    return stat(name.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::size_t countRequired(const std::vector<Positional>& arguments) {
+    return static_cast<std::size_t>(std::count_if(arguments.begin(), arguments.end(), [](const Positional& argument) {
+        return argument.kind != Positional::Kind::optional;
+    }));
+}
+
+}  // namespace
+
+Positionals::Positionals(CLI::App& app, std::vector<Positional> arguments, RootPlace place)
+    : arguments_(std::move(arguments)), place_(place), given_(std::make_shared<Given>()) {
+    std::vector<Positional> all = arguments_;
+    all.insert(place == RootPlace::first ? all.begin() : all.end(), rootArgument);
+    given_->places.resize(all.size());
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (all[i].kind == Positional::Kind::list)
+            app.add_option(all[i].name, given_->list, all[i].description);
+        else
+            app.add_option(all[i].name, given_->places[i], all[i].description);
+    }
+}
+
+bool Positionals::hasRoot(const std::vector<std::string>& given) const {
+    const bool hasList = !arguments_.empty() && arguments_.back().kind == Positional::Kind::list;
+    if (options().root || given.empty())
+        return false;
+    if (!hasList && given.size() > arguments_.size())
+        return true;
+    const bool isEnough = given.size() > countRequired(arguments_);
+    return isEnough && isFolder(place_ == RootPlace::first ? given.front() : given.back());
+}
+
+Positionals::Values Positionals::get() const {
+    std::vector<std::string> given;
+    for (const auto& place : given_->places) {
+        if (place)
+            given.push_back(*place);
+    }
+    given.insert(given.end(), given_->list.begin(), given_->list.end());
+
+    Values values;
+    if (hasRoot(given)) {
+        const auto root = place_ == RootPlace::first ? given.begin() : std::prev(given.end());
+        values.root = host::Path::fromAccessName(*root);
+        given.erase(root);
+    } else {
+        values.root = options().root ? host::Path::fromAccessName(*options().root) : findRoot();
+    }
+    if (given.size() < countRequired(arguments_)) {
+        throw CommandError(Status::usage,
+                           std::string(arguments_[given.size()].name) + " is missing; see --help of the command");
+    }
+    const bool hasList = !arguments_.empty() && arguments_.back().kind == Positional::Kind::list;
+    if (!hasList && given.size() > arguments_.size())
+        throw CommandError(Status::usage, "There is one argument too many: \"" + given.back() + '"');
+    values.texts = std::move(given);
+    return values;
+}
+
+}  // namespace cli

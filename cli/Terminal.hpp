@@ -1,0 +1,17 @@
+/// Colours on the standard output. Main thread only.
+#pragma once
+
+#include <string>
+
+namespace cli {
+
+enum class Style { bold, dim, red, green, yellow, blue, cyan };
+
+/// Whether the standard output is coloured: as --color says; by default if it is a terminal that can, and the
+/// environment does not ask for NO_COLOR (https://no-color.org).
+bool isColored();
+
+/// `text`, which is safe to show, in `style` if the output is coloured.
+std::string paint(Style style, const std::string& text);
+
+}  // namespace cli
