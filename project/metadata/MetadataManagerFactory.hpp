@@ -27,7 +27,7 @@ public:
     /// @throws MetadataReadFailure if the project's core file cannot be read
     virtual bool canManage(const host::Path& root) = 0;
 
-    /// The name of this kind of store, told apart by case.
+    /// The name of this kind of store, a text of one line, told apart by case.
     virtual std::u16string getName() = 0;
 
     /// What this kind of store is good for, in one line for people.
