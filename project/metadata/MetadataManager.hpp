@@ -10,7 +10,8 @@
 /// - It is a batch, all or nothing, whether it ends well, with an error, or with the process or the machine. Once it
 ///   has returned, it is on disk.
 /// - What it does not change it does not write.
-/// - It happens as one `FileJob`, run by the `FileJobManager` that is registered as a service, if there is one. The error
+/// - It happens as one `FileJob`, run by the `FileJobManager` that is registered as a service, if there is one. The
+/// error
 ///   of a subscriber ends the operation and leaves the old content. A subscriber must not change the same project
 ///   before the batch is over.
 /// - What could not be read back is refused before anything is touched.
