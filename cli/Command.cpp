@@ -35,6 +35,8 @@ const char* Command::groupTitle() const {
             return "Trust";
         case Group::show:
             return "Show";
+        case Group::hidden:
+            return "";
     }
     return "";
 }

@@ -16,8 +16,8 @@ namespace cli {
 /// The exit statuses, on which scripts rely.
 enum class Status { done = 0, foundProblems = 1, usage = 2, failure = 3, notAProject = 4, interrupted = 130 };
 
-/// Where the overview of all commands shows a command.
-enum class Group { look, change, move, compare, trust, show };
+/// Where the overview of all commands shows a command; hidden ones are for the build, not for users.
+enum class Group { look, change, move, compare, trust, show, hidden };
 
 class Command {
 public:
@@ -33,7 +33,7 @@ public:
     Command(const Command&) = delete;
     Command& operator=(const Command&) = delete;
 
-    /// The heading of the command's group in the overview.
+    /// The heading of the command's group in the overview; empty for hidden commands.
     const char* groupTitle() const;
 
     const char* name() const { return name_; }

@@ -43,6 +43,12 @@ Json toJson(const pm::MetadataNode& node) {
     return {{"name", toJson(node.getName())}, {"attributes", std::move(attributes)}, {"children", std::move(children)}};
 }
 
+Json toJson(const pm::MetadataPath& path, const pm::MetadataNode* node) {
+    Json json = toJson(path);
+    json["node"] = node ? toJson(*node) : Json(nullptr);
+    return json;
+}
+
 std::optional<pm::MetadataPath> pathFromJson(const std::string& json) {
     const Json list = Json::parse(json, nullptr, false);
     if (!list.is_array())

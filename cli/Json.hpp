@@ -37,6 +37,9 @@ Json toJson(const project::metadata::MetadataPath& path);
 /// The members "name", "attributes" (an object) and "children" (a list of the same).
 Json toJson(const project::metadata::MetadataNode& node);
 
+/// As `toJson(path)`, and the member "node": `node`, or null.
+Json toJson(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode* node);
+
 /// The path that `json`, a list of pairs of texts, names; no value if it is none.
 std::optional<project::metadata::MetadataPath> pathFromJson(const std::string& json);
 

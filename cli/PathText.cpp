@@ -71,7 +71,8 @@ private:
             case u'\\':
             case u'|':
             case u':':
-                return {1, mark};
+            case u'[':
+                return std::u16string(1, mark);
             case u't':
                 return u"\t";
             case u'n':
@@ -79,13 +80,13 @@ private:
             case u'r':
                 return u"\r";
             case u'x':
-                return {1, static_cast<char16_t>(0xDC00 + readNumber(2))};
+                return std::u16string(1, static_cast<char16_t>(0xDC00 + readNumber(2)));
             case u'u':
-                return {1, static_cast<char16_t>(readNumber(4))};
+                return std::u16string(1, static_cast<char16_t>(readNumber(4)));
             case u'U':
                 return toUtf16(readNumber(8));
             default:
-                refuse(text_, "after a backslash comes one of \\ | : t n r x u U");
+                refuse(text_, "after a backslash comes one of \\ | : [ t n r x u U");
         }
     }
 
@@ -106,7 +107,7 @@ private:
         if (character > 0x10FFFF)
             refuse(text_, "an escape names no character");
         if (character < 0x10000)
-            return {1, static_cast<char16_t>(character)};
+            return std::u16string(1, static_cast<char16_t>(character));
         const char32_t rest = character - 0x10000;
         return {static_cast<char16_t>(0xD800 + (rest >> 10)), static_cast<char16_t>(0xDC00 + (rest & 0x3FF))};
     }
@@ -119,7 +120,9 @@ private:
 }  // namespace
 
 std::string formatElement(const pm::PathElement& element) {
-    return escapePart(element.getType(), ":|") + ':' + escapePart(element.getLocation(), "|");
+    const std::string type = escapePart(element.getType(), ":|");
+    // A path that begins with "[" is JSON.
+    return (type.rfind('[', 0) == 0 ? "\\" : "") + type + ':' + escapePart(element.getLocation(), "|");
 }
 
 std::string formatPath(const pm::MetadataPath& path) {

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <exception>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -37,6 +38,15 @@ std::size_t countRequired(const std::vector<Positional>& arguments) {
     }));
 }
 
+/// As `findRoot`, for a command line with `argument`, which could have been ROOT if it named a folder.
+host::Path findRootInsteadOf(const std::string& argument) {
+    try {
+        return findRoot();
+    } catch (const CommandError& error) {
+        std::throw_with_nested(CommandError(error.status(), "No project is named: \"" + argument + "\" is no folder"));
+    }
+}
+
 }  // namespace
 
 Positionals::Positionals(CLI::App& app, std::vector<Positional> arguments, RootPlace place)
@@ -59,7 +69,9 @@ bool Positionals::hasRoot(const std::vector<std::string>& given) const {
     if (!hasList && given.size() > arguments_.size())
         return true;
     const bool isEnough = given.size() > countRequired(arguments_);
-    return isEnough && isFolder(place_ == RootPlace::first ? given.front() : given.back());
+    const std::string& candidate = place_ == RootPlace::first ? given.front() : given.back();
+    // "/" is how the root path is written.
+    return isEnough && candidate != "/" && isFolder(candidate);
 }
 
 Positionals::Values Positionals::get() const {
@@ -70,13 +82,11 @@ Positionals::Values Positionals::get() const {
     }
     given.insert(given.end(), given_->list.begin(), given_->list.end());
 
-    Values values;
+    std::optional<std::string> named = options().root;
     if (hasRoot(given)) {
-        const auto root = place_ == RootPlace::first ? given.begin() : std::prev(given.end());
-        values.root = host::Path::fromAccessName(*root);
-        given.erase(root);
-    } else {
-        values.root = options().root ? host::Path::fromAccessName(*options().root) : findRoot();
+        const auto place = place_ == RootPlace::first ? given.begin() : std::prev(given.end());
+        named = *place;
+        given.erase(place);
     }
     if (given.size() < countRequired(arguments_)) {
         throw CommandError(Status::usage,
@@ -85,6 +95,14 @@ Positionals::Values Positionals::get() const {
     const bool hasList = !arguments_.empty() && arguments_.back().kind == Positional::Kind::list;
     if (!hasList && given.size() > arguments_.size())
         throw CommandError(Status::usage, "There is one argument too many: \"" + given.back() + '"');
+
+    Values values;
+    if (named)
+        values.root = host::Path::fromAccessName(*named);
+    else if (given.size() > countRequired(arguments_))
+        values.root = findRootInsteadOf(place_ == RootPlace::first ? given.front() : given.back());
+    else
+        values.root = findRoot();
     values.texts = std::move(given);
     return values;
 }

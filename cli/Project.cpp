@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "cli/Errors.hpp"
+#include "cli/PathText.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
@@ -65,6 +66,16 @@ std::unique_ptr<pm::MetadataManager> openProject(const host::Path& root) {
         throw CommandError(Status::failure, "The core file " + quoted(coreFile) + " names no type of metadata");
     throw CommandError(Status::failure, "There is no store for metadata of type \"" + host::toUtf8(*type) +
                                             "\", which " + quoted(coreFile) + " names; there are: " + listStoreNames());
+}
+
+void requirePath(const pm::MetadataManager& store, const pm::MetadataPath& path) {
+    if (store.hasPath(path))
+        return;
+    pm::MetadataPath ancestor = path.getParent();
+    while (!ancestor.getPath().empty() && !store.hasPath(ancestor))
+        ancestor = ancestor.getParent();
+    throw CommandError(Status::failure, "There is no path \"" + formatPath(path) +
+                                            "\"; the nearest one above it is \"" + formatPath(ancestor) + '"');
 }
 
 std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store) {

@@ -33,6 +33,10 @@ host::Path requireCoreFile(const host::Path& root);
 /// @throws whatever the plug-ins throw
 std::unique_ptr<project::metadata::MetadataManager> openProject(const host::Path& root);
 
+/// @throws CommandError naming the nearest ancestor that exists, unless `path` is in `store`
+/// @throws whatever the store throws
+void requirePath(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& path);
+
 /// What is damaged in `store`; nothing for a store that cannot tell.
 /// @throws whatever the store throws
 std::vector<project::metadata::MetadataDamage> findDamage(const project::metadata::MetadataManager& store);

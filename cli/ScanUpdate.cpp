@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "host/Interruption.hpp"
+#include "cli/NodeEdit.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataPath.hpp"
@@ -22,7 +22,6 @@ namespace {
 namespace pm = project::metadata;
 
 using Scan = std::vector<ScannedFile>;
-using Nodes = std::map<pm::MetadataPath, std::shared_ptr<pm::MetadataNode>>;
 
 const char16_t* const folderType = u"Folder";
 const char16_t* const fileType = u"File";
@@ -61,13 +60,13 @@ std::optional<std::size_t> findChild(const Scan& scan, std::size_t folder, const
 
 /// What a store holds, seen from a scan.
 struct Comparison {
-    std::vector<std::size_t> known;        // the elements of the scan that have a path, in the order of the store
-    bool hasVanished = false;              // whether the store has paths of files that are gone
-    std::vector<pm::MetadataPath> others;  // the paths that do not belong to the scan and stay, parents first
+    std::vector<std::size_t> known;          // the elements of the scan that have a path, in the order of the store
+    std::vector<pm::MetadataPath> vanished;  // the paths of files that are gone, and all below them
+    std::vector<pm::MetadataPath> others;    // the paths that do not belong to the scan and stay, parents first
 };
 
 /// Walks the store level by level, as the scan went through the folders, so that equal trees come in equal order.
-Comparison compare(const pm::MetadataManager& store, const Scan& scan) {
+Comparison compare(const pm::MetadataManager& store, const Scan& scan, Progress& progress) {
     struct Branch {
         pm::MetadataPath path;
         std::optional<std::size_t> scanned;  // the element of the scan that it stands for
@@ -85,9 +84,11 @@ Comparison compare(const pm::MetadataManager& store, const Scan& scan) {
             } else if ((scanned = findChild(scan, *branch.scanned, leaf))) {
                 result.known.push_back(*scanned);
             } else {
-                result.hasVanished = true;
+                const auto gone = listPaths(store, child, progress);
+                result.vanished.insert(result.vanished.end(), gone.begin(), gone.end());
                 continue;
             }
+            progress.advance();
             queue.push_back({std::move(child), scanned});
         }
     }
@@ -117,59 +118,39 @@ std::shared_ptr<pm::MetadataNode> describe(const ScannedFile& file, const pm::Me
                     [&](const Attribute& attribute) { return before.get(attribute.key) == attribute.value; }))
         return nullptr;
 
-    // A node cannot drop an attribute, so a new one takes over what is to stay.
-    auto node = std::make_shared<pm::MetadataNodeSpecification>(before.getName());
-    for (const std::u16string& key : before.getAttributeKeys()) {
-        if (std::none_of(attributes.begin(), attributes.end(),
-                         [&](const Attribute& attribute) { return attribute.key == key; }))
-            node->put(key, before.get(key));
-    }
-    for (const Attribute& attribute : attributes) {
-        if (!attribute.value.empty())
-            node->put(attribute.key, attribute.value);
-    }
-    for (const auto& child : before.getChildNodes())
-        node->createChildNode(child->getName()).copy(*child);
-    return node;
-}
-
-/// Puts `node` into the first of `batches` that has room for it: a map holds only one of several paths with one text,
-/// and names with separators in them can make such paths.
-void addNode(std::vector<Nodes>& batches, const pm::MetadataPath& path, const std::shared_ptr<pm::MetadataNode>& node) {
-    for (Nodes& batch : batches) {
-        if (batch.try_emplace(path, node).second)
-            return;
-    }
-    batches.emplace_back().emplace(path, node);
+    AttributeChanges changes;
+    for (const Attribute& attribute : attributes)
+        changes[attribute.key] = attribute.value.empty() ? std::nullopt : std::optional(attribute.value);
+    return changeAttributes(before, changes);
 }
 
 }  // namespace
 
-void updateStore(pm::MetadataManager& store, const Scan& scan) {
+StoreChange findScanChange(const pm::MetadataManager& store, const Scan& scan, Progress& progress) {
     std::vector<pm::MetadataPath> paths = makePaths(scan);
-    Comparison stored = compare(store, scan);
+    Comparison stored = compare(store, scan, progress);
     std::vector<bool> isKnown(scan.size());
     for (const std::size_t index : stored.known)
         isKnown[index] = true;
 
+    StoreChange change;
     const pm::MetadataNodeSpecification noNode;
-    std::vector<Nodes> batches;
     for (std::size_t i = 1; i < scan.size(); ++i) {
+        progress.advance();
         const std::unique_ptr<const pm::MetadataNode> before = isKnown[i] ? store.getNode(paths[i]) : nullptr;
-        if (const auto node = describe(scan[i], before ? *before : noNode))
-            addNode(batches, paths[i], node);
-    }
-    for (const Nodes& nodes : batches) {
-        store.setNodes(nodes);
-        // What follows belongs to it.
-        host::Interruption::ignore();
+        if (auto node = describe(scan[i], before ? *before : noNode)) {
+            (isKnown[i] ? change.updated : change.added).push_back(paths[i]);
+            change.nodes.emplace_back(paths[i], std::move(node));
+        }
     }
 
+    change.removed = std::move(stored.vanished);
     const bool isSorted = std::is_sorted(stored.known.begin(), stored.known.end());
-    if (stored.known.size() + 1 < scan.size() || stored.hasVanished || !isSorted) {
+    if (!change.added.empty() || !change.removed.empty() || !isSorted) {
         paths.insert(paths.end(), stored.others.begin(), stored.others.end());
-        store.setPaths(paths);
+        change.paths = std::move(paths);
     }
+    return change;
 }
 
 }  // namespace cli

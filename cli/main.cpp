@@ -24,8 +24,21 @@ const char* const statusText =
     "Exit status: 0 done, 1 found differences or problems, 2 wrong usage, 3 an error, "
     "4 not a project.";
 
+/// Help that says of a command also which options it shares with all others.
+class HelpFormatter : public CLI::Formatter {
+public:
+    std::string make_subcommands(const CLI::App* app, CLI::AppFormatMode mode) const override {
+        const CLI::App* const parent = app->get_parent();
+        if (!parent)
+            return Formatter::make_subcommands(app, mode);
+        return make_group("Options of all commands", false, parent->get_options([parent](const CLI::Option* option) {
+            return option != parent->get_help_ptr() && option != parent->get_version_ptr();
+        }));
+    }
+};
+
 std::shared_ptr<CLI::Formatter> makeFormatter() {
-    auto formatter = std::make_shared<CLI::Formatter>();
+    auto formatter = std::make_shared<HelpFormatter>();
     formatter->column_width(22);
     formatter->label("Positionals", "Arguments");
     formatter->label("SUBCOMMAND", "COMMAND");
@@ -51,8 +64,8 @@ void addOptions(CLI::App& app) {
         {"auto", ColorUse::automatic}, {"always", ColorUse::always}, {"never", ColorUse::never}};
     app.add_flag("-q,--quiet", options.quiet, "Print data only, no notes on what was done");
     app.add_flag("-v,--verbose", options.verbose, "Print details too");
-    app.add_option("--color", options.color, "Colour the output: auto (on terminals), always or never")
-        ->type_name("WHEN")
+    app.add_option("--color", options.color, "When to colour the output; auto: on terminals")
+        ->type_name("auto|always|never")
         ->transform(CLI::CheckedTransformer(colorUses).description(""));
     app.add_option("-C,--root", options.root, "The project's root folder, in place of ROOT")->type_name("ROOT");
 }

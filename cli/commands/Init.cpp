@@ -1,23 +1,21 @@
 /// project-metadata init: creates the metadata of a project.
 
-#include <algorithm>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
+#include "cli/DryRun.hpp"
 #include "cli/Errors.hpp"
+#include "cli/NewMetadata.hpp"
 #include "cli/Output.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
-#include "cli/SettingsOverride.hpp"
+#include "host/Interruption.hpp"
 #include "host/Text.hpp"
-#include "project/metadata/FactoryRegistry.hpp"
-#include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
@@ -30,6 +28,7 @@ struct Arguments {
     std::string root = ".";
     std::optional<std::string> store;
     std::optional<std::string> folder;
+    std::shared_ptr<const bool> dryRun;
 };
 
 /// @throws CommandError if the project has a core file already
@@ -48,45 +47,20 @@ void requireNoMetadata(const host::Path& root) {
     throw CommandError(Status::failure, sentence + (type ? ", of type \"" + host::toUtf8(*type) + '"' : ""));
 }
 
-/// In any other folder a project could be made, but not found again.
-/// @param origin where the name comes from, for the error sentence
-void requireFolderIn(const std::vector<std::u16string>& allowed, const std::u16string& name, Status status,
-                     const std::string& origin) {
-    if (std::find(allowed.begin(), allowed.end(), name) != allowed.end())
-        return;
-    std::string choices;
-    for (const std::u16string& choice : allowed)
-        choices += (choices.empty() ? "" : ", ") + host::toUtf8(choice);
-    throw CommandError(status, "Metadata cannot be kept in the folder \"" + host::toUtf8(name) + "\" that " + origin +
-                                   " names; it can be in: " + choices);
-}
-
-std::shared_ptr<pm::MetadataManagerFactory> chooseStore(const std::optional<std::string>& name) {
-    if (auto factory = name ? pm::getNamedFactory(host::fromUtf8(*name)) : pm::getDefaultFactory())
-        return factory;
-    if (name)
-        throw CommandError(Status::usage, "There is no store \"" + *name + "\"; there are: " + listStoreNames());
-    throw CommandError(Status::failure, "There is no default store; there are: " + listStoreNames());
-}
-
 Status init(const Arguments& arguments) {
     const host::Path root = host::Path::fromAccessName(arguments.root);
     requireRoot(root);
     requireNoMetadata(root);
-    if (arguments.folder) {
-        const std::u16string folder = host::fromUtf8(*arguments.folder);
-        requireFolderIn(pm::getSelectableRoots(), folder, Status::usage, "--folder");
-        overrideSetting("korvex.project.creation", "DefaultMetadataRoot", folder);
-    } else {
-        requireFolderIn(pm::getSupportedRoots(), pm::getRootFromSettings(), Status::failure,
-                        "the setting DefaultMetadataRoot");
-    }
-
+    chooseFolder(arguments.folder);
     const auto factory = chooseStore(arguments.store);
     // A store writes nothing before its first change.
-    factory->createManager(root)->setPaths({pm::MetadataPath()});
-    print("Metadata of type \"" + escapeName(factory->getName()) + "\" created in " +
-          escapeName(pm::ProjectMetadataLocation(root).getDirectory().text()) + '\n');
+    const auto store = factory->createManager(root);
+    if (!*arguments.dryRun) {
+        store->setPaths({pm::MetadataPath()});
+        host::Interruption::ignore();
+    }
+    printNote("Metadata of type \"" + escapeName(factory->getName()) + '"' + (*arguments.dryRun ? " would be" : "") +
+              " created in " + escapeName(pm::ProjectMetadataLocation(root).getDirectory().text()) + '\n');
     return Status::done;
 }
 
@@ -97,6 +71,7 @@ Command::Action configure(CLI::App& app) {
         ->type_name("NAME");
     app.add_option("--folder", arguments->folder, "The name of the metadata folder, relative to ROOT")
         ->type_name("NAME");
+    arguments->dryRun = addDryRun(app);
     return [arguments] { return init(*arguments); };
 }
 

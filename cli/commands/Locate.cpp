@@ -1,8 +1,11 @@
 /// project-metadata locate: where a project's metadata is and of which type.
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/Command.hpp"
+#include "cli/Json.hpp"
 #include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/Project.hpp"
@@ -18,26 +21,57 @@ namespace {
 
 namespace pm = project::metadata;
 
+struct Place {
+    host::Path folder;
+    host::Path coreFile;
+    std::optional<std::u16string> type;
+    std::vector<host::Path> notUsed;  // core files that another one goes before
+};
+
+Place locate(const host::Path& root) {
+    Place place;
+    place.coreFile = requireCoreFile(root);
+    place.folder = pm::getParentFolder(place.coreFile);
+    place.type = pm::ProjectMetadataLocation(root).getMetadataType();
+    for (const std::u16string& name : pm::getSupportedRoots()) {
+        const host::Path other = root / name / place.coreFile.fileName();
+        if (other != place.coreFile && host::FileSystem::exists(other))
+            place.notUsed.push_back(other);
+    }
+    return place;
+}
+
 void printField(const std::string& label, const std::u16string& value) {
     print(label + std::string(12 - label.size(), ' ') + escapeName(value) + '\n');
 }
 
-Status locate(const host::Path& root) {
-    const host::Path coreFile = requireCoreFile(root);
-    const auto type = pm::ProjectMetadataLocation(root).getMetadataType();
-    printField("Folder", pm::getParentFolder(coreFile).text());
-    printField("Core file", coreFile.text());
-    printField("Type", type.value_or(u"(none)"));
-    for (const std::u16string& name : pm::getSupportedRoots()) {
-        const host::Path other = root / name / coreFile.fileName();
-        if (other != coreFile && host::FileSystem::exists(other))
-            printField("Not used", other.text());
-    }
-    return Status::done;
+void printText(const Place& place) {
+    printField("Folder", place.folder.text());
+    printField("Core file", place.coreFile.text());
+    printField("Type", place.type.value_or(u"(none)"));
+    for (const host::Path& other : place.notUsed)
+        printField("Not used", other.text());
+}
+
+Json describe(const Place& place) {
+    Json json{{"folder", toJson(place.folder)}, {"coreFile", toJson(place.coreFile)}, {"type", nullptr}};
+    if (place.type)
+        json["type"] = toJson(*place.type);
+    json["notUsed"] = Json::array();
+    for (const host::Path& other : place.notUsed)
+        json["notUsed"].push_back(toJson(other));
+    return json;
 }
 
 Command::Action configure(CLI::App& app) {
-    return [positionals = Positionals(app)] { return locate(positionals.get().root); };
+    return [positionals = Positionals(app), json = addJson(app)] {
+        const Place place = locate(positionals.get().root);
+        if (*json)
+            printJson(describe(place));
+        else
+            printText(place);
+        return Status::done;
+    };
 }
 
 const Command command(Group::look, "locate", "Show where a project's metadata is, and of which type", configure);

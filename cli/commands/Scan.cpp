@@ -2,18 +2,21 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "cli/Command.hpp"
+#include "cli/DryRun.hpp"
 #include "cli/Errors.hpp"
 #include "cli/FolderScan.hpp"
+#include "cli/Json.hpp"
 #include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/Progress.hpp"
 #include "cli/Project.hpp"
 #include "cli/ScanUpdate.hpp"
+#include "cli/StoreChange.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
@@ -34,30 +37,50 @@ std::vector<ScannedFile> readFolder(const host::Path& root, const host::Path& fo
     return scanFolder(folder, metadataFolder, progress);
 }
 
-std::string count(std::size_t number, const std::string& thing) {
-    return std::to_string(number) + ' ' + thing + (number == 1 ? "" : "s");
+struct Flags {
+    std::shared_ptr<const bool> json;
+    std::shared_ptr<const bool> dryRun;
+};
+
+/// @param files the first of them is the scanned folder itself, which has no node
+void printCounts(const StoreChange& change, const std::vector<ScannedFile>& files, const Flags& flags) {
+    const auto isFolder = [](const ScannedFile& file) { return file.kind == FileKind::folder; };
+    const auto folders = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isFolder)) - 1;
+    const std::size_t others = files.size() - 1 - folders;
+    if (*flags.json) {
+        Json json = toJson(change);
+        json["files"] = others;
+        json["folders"] = folders;
+        printJson(json);
+        return;
+    }
+    printPaths(change);
+    printNote((*flags.dryRun ? "Not done: " : "") + countChanges(change) + "; " + formatCount(others, "file") + ", " +
+              formatCount(folders, "folder") + '\n');
 }
 
-Status scan(const host::Path& root, const host::Path& folder) {
+Status scan(const host::Path& root, const host::Path& folder, const Flags& flags) {
     const auto store = openProject(root);
     const std::vector<ScannedFile> files = readFolder(root, folder);
+    StoreChange change;
     {
-        const Progress progress("Storing");
-        updateStore(*store, files);
+        Progress progress("Comparing");
+        change = findScanChange(*store, files, progress);
     }
-    const auto isFolder = [](const ScannedFile& file) { return file.kind == FileKind::folder; };
-    const auto folders = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isFolder));
-    // The first element is the scanned folder itself, which has no node.
-    print(count(files.size() - folders, "file") + ", " + count(folders - 1, "folder") + '\n');
+    if (!*flags.dryRun) {
+        const Progress progress("Storing");
+        applyChange(*store, change);
+    }
+    printCounts(change, files, flags);
     return Status::done;
 }
 
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app,
                                   {{"FOLDER", "The folder to describe; without, ROOT", Positional::Kind::optional}});
-    return [positionals] {
+    return [positionals, flags = Flags{addJson(app), addDryRun(app)}] {
         const auto [root, texts] = positionals.get();
-        return scan(root, texts.empty() ? root : host::Path::fromAccessName(texts[0]));
+        return scan(root, texts.empty() ? root : host::Path::fromAccessName(texts[0]), flags);
     };
 }
 

@@ -1,12 +1,13 @@
 /// project-metadata stores: which kinds of metadata stores there are.
 
 #include <algorithm>
+#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "cli/Command.hpp"
 #include "cli/Errors.hpp"
+#include "cli/Json.hpp"
 #include "cli/Output.hpp"
 #include "cli/SafeText.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
@@ -17,28 +18,57 @@ namespace {
 
 namespace pm = project::metadata;
 
-Status listStores() {
+struct Store {
+    std::u16string name;
+    std::u16string description;
+    bool isDefault;
+};
+
+/// All that users may choose.
+std::vector<Store> listStores() {
     const auto defaultFactory = pm::getDefaultFactory();
-    std::vector<std::pair<std::string, std::string>> lines;
-    std::size_t width = 0;
+    std::vector<Store> stores;
     for (const auto& factory : pm::getRegisteredFactories()) {
-        if (factory->isHidden())
-            continue;
-        const std::string mark = defaultFactory && factory->getName() == defaultFactory->getName() ? " (default)" : "";
-        lines.emplace_back(escapeName(factory->getName()) + mark, escapeText(factory->getDescription()));
-        width = std::max(width, lines.back().first.size());
+        const std::u16string name = factory->getName();
+        if (!factory->isHidden())
+            stores.push_back({name, factory->getDescription(), defaultFactory && name == defaultFactory->getName()});
     }
-    if (lines.empty())
+    if (stores.empty())
         throw CommandError(Status::failure, "There are no metadata stores; is the installation complete?");
-    for (auto& [name, description] : lines) {
-        name.resize(width + 2, ' ');
-        print(name.append(description).append("\n"));
-    }
-    return Status::done;
+    return stores;
 }
 
-Command::Action configure(CLI::App& /*app*/) {
-    return listStores;
+void printText(const std::vector<Store>& stores) {
+    const auto label = [](const Store& store) {
+        return escapeName(store.name) + (store.isDefault ? " (default)" : "");
+    };
+    std::size_t width = 0;
+    for (const Store& store : stores)
+        width = std::max(width, label(store).size());
+    for (const Store& store : stores) {
+        const std::string gap(width + 2 - label(store).size(), ' ');
+        print(label(store) + gap + escapeText(store.description) + '\n');
+    }
+}
+
+Json describe(const std::vector<Store>& stores) {
+    Json json = Json::array();
+    for (const Store& store : stores) {
+        json.push_back(
+            {{"name", toJson(store.name)}, {"description", toJson(store.description)}, {"default", store.isDefault}});
+    }
+    return json;
+}
+
+Command::Action configure(CLI::App& app) {
+    return [json = addJson(app)] {
+        const std::vector<Store> stores = listStores();
+        if (*json)
+            printJson(describe(stores));
+        else
+            printText(stores);
+        return Status::done;
+    };
 }
 
 const Command command(Group::look, "stores", "List the kinds of metadata stores", configure);

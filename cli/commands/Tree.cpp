@@ -1,17 +1,23 @@
 /// project-metadata tree: a project's metadata paths as a tree.
 
 #include <cstddef>
+#include <memory>
+#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 #include "cli/Command.hpp"
+#include "cli/Json.hpp"
 #include "cli/Output.hpp"
+#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Progress.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
-#include "project/metadata/MetadataManager.hpp"
-#include "project/metadata/MetadataPath.hpp"
+#include "cli/Terminal.hpp"
+#include "cli/TreeWalk.hpp"
 
 namespace cli {
 
@@ -19,47 +25,86 @@ namespace {
 
 namespace pm = project::metadata;
 
-/// The children of one path, and how far they are printed.
-struct Level {
-    std::vector<pm::MetadataPath> children;
-    std::size_t next;
-    std::size_t indentLength;  // in bytes, of the lines before these children
+struct Arguments {
+    std::size_t depth = TreeWalk::anyDepth;
+    bool attributes = false;
 };
 
-/// Prints every path below the root path, each as soon as the store has given it.
-void printTree(const pm::MetadataManager& store) {
-    std::string indent;
-    std::vector<Level> levels;
-    levels.push_back({store.getChildren(pm::MetadataPath()), 0, 0});
-    while (!levels.empty()) {
-        Level& level = levels.back();
-        indent.resize(level.indentLength);
-        if (level.next == level.children.size()) {
-            levels.pop_back();
-            continue;
-        }
-        const pm::MetadataPath path = level.children[level.next++];
-        const bool isLast = level.next == level.children.size();
-        const pm::PathElement& leaf = path.getPath().back();
-        print(indent + (isLast ? "└── " : "├── ") + escapeName(leaf.getType() + u':' + leaf.getLocation()) + '\n');
+/// The path's last step; what stands above others is bold, and the type recedes.
+std::string describeElement(const TreeWalk& walk) {
+    const pm::PathElement& element = walk.path().getPath().back();
+    const std::string type = formatElement({element.getType(), u""});
+    const std::string location = formatElement(element).substr(type.size());
+    return paint(Style::dim, type) + (walk.descends() ? paint(Style::bold, location) : location);
+}
 
-        std::vector<pm::MetadataPath> children = store.getChildren(path);
-        if (!children.empty()) {
-            indent += isLast ? "    " : "│   ";
-            levels.push_back({std::move(children), 0, indent.size()});
+/// A value, in quotes where it would not be clear where it ends.
+std::string describeValue(const std::u16string& value) {
+    const std::string text = escapeText(value);
+    return text.empty() || text.find_first_of(" \"") != std::string::npos ? '"' + text + '"' : text;
+}
+
+/// The name and the attributes of the path's node, to stand behind the path; empty without a node.
+std::string describeNode(TreeWalk& walk) {
+    const auto node = walk.readNode();
+    if (!node)
+        return walk.isUnreadable() ? paint(Style::red, "  (unreadable)") : "";
+    std::string text = "  " + escapeName(node->getName());
+    for (const std::u16string& key : node->getAttributeKeys())
+        text += ' ' + escapeName(key) + '=' + describeValue(node->get(key));
+    return paint(Style::dim, text);
+}
+
+void printTree(TreeWalk& walk, const host::Path& root, bool attributes) {
+    std::vector<std::string> indent;
+    while (walk.next()) {
+        std::string line;
+        if (walk.depth() == 0) {
+            line = walk.path().getPath().empty() ? escapeName(root.text()) : formatPath(walk.path());
+        } else {
+            indent.resize(walk.depth() - 1);
+            for (const std::string& part : indent)
+                line += part;
+            line += (walk.isLast() ? "└── " : "├── ") + describeElement(walk);
+            indent.emplace_back(walk.isLast() ? "    " : "│   ");
         }
+        print(line + (attributes ? describeNode(walk) : "") + '\n');
     }
 }
 
-Status tree(const host::Path& root) {
-    const auto store = openProject(root);
-    print(escapeName(root.text()) + '\n');
-    printTree(*store);
-    return Status::done;
+void printList(TreeWalk& walk, bool attributes) {
+    JsonList list;
+    while (walk.next()) {
+        const auto node = attributes ? walk.readNode() : nullptr;
+        Json json = attributes ? toJson(walk.path(), node.get()) : toJson(walk.path());
+        json["depth"] = walk.depth();
+        if (walk.isUnreadable())
+            json["unreadable"] = true;
+        list.add(json);
+    }
+    list.end();
 }
 
 Command::Action configure(CLI::App& app) {
-    return [positionals = Positionals(app)] { return tree(positionals.get().root); };
+    const Positionals positionals(app, {{"PATH", "Where to start; without, at the top", Positional::Kind::optional}});
+    const auto arguments = std::make_shared<Arguments>();
+    app.add_option("--depth", arguments->depth, "How many levels to go down")
+        ->type_name("N")
+        ->check(CLI::Validator(CLI::NonNegativeNumber).description(""));
+    app.add_flag("--attributes", arguments->attributes, "Print each node's name and attributes");
+    return [positionals, arguments, json = addJson(app)] {
+        const auto [root, texts] = positionals.get();
+        const pm::MetadataPath start = texts.empty() ? pm::MetadataPath() : parsePath(texts[0]);
+        std::optional<Progress> progress("Reading");
+        const auto store = openProject(root);
+        TreeWalk walk(*store, start, arguments->depth);
+        progress.reset();  // what is printed shows how far it is
+        if (*json)
+            printList(walk, arguments->attributes);
+        else
+            printTree(walk, root, arguments->attributes);
+        return walk.finish();
+    };
 }
 
 const Command command(Group::look, "tree", "Print a project's metadata paths as a tree", configure);

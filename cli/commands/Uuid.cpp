@@ -1,17 +1,25 @@
-/// project-metadata uuid: gives a project a UUID.
+/// project-metadata uuid: the UUIDs of a project, each of which a marker file stands for.
 
 #include <algorithm>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
+#include "cli/DryRun.hpp"
 #include "cli/Errors.hpp"
+#include "cli/Json.hpp"
 #include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
+#include "cli/UuidText.hpp"
 #include "host/Text.hpp"
+#include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/Uuid.hpp"
 
 namespace cli {
@@ -20,38 +28,108 @@ namespace {
 
 namespace pm = project::metadata;
 
-/// Whether `text` has the text form of RFC 4122, in digits of either case.
-bool isUuid(std::string_view text) {
-    constexpr std::string_view form = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
-    constexpr std::string_view digits = "0123456789abcdefABCDEF";
-    return std::equal(text.begin(), text.end(), form.begin(), form.end(), [digits](char given, char expected) {
-        return expected == '-' ? given == '-' : digits.find(given) != std::string_view::npos;
-    });
+const std::u16string markerStart = u"uuid-";
+const std::u16string markerEnd = u".xml";
+
+struct Marker {
+    std::string uuid;
+    host::Path file;
+};
+
+/// The marker files in a metadata folder, by their names.
+struct Markers {
+    std::vector<Marker> good;
+    std::vector<host::Path> malformed;
+};
+
+char toLower(char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+/// Whether `a` and `b` are one UUID, or one text otherwise: the case of the digits does not count.
+bool isSame(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return toLower(x) == toLower(y); });
+}
+
+Markers findMarkers(const host::Path& folder) {
+    std::vector<host::Path> files = pm::listChildFiles(folder);
+    std::sort(files.begin(), files.end());
+    Markers markers;
+    for (const host::Path& file : files) {
+        const std::u16string name = file.fileName().text();
+        if (name.compare(0, markerStart.size(), markerStart) != 0 || !pm::ends_with(name, markerEnd))
+            continue;
+        const std::string uuid = host::toUtf8(pm::stripExtension(name, markerEnd).substr(markerStart.size()));
+        if (isUuid(uuid))
+            markers.good.push_back({uuid, file});
+        else
+            markers.malformed.push_back(file);
+    }
+    return markers;
+}
+
+void printMarkers(const std::vector<Marker>& markers, bool json) {
+    JsonList list;
+    for (const Marker& marker : markers) {
+        if (json)
+            list.add({{"uuid", marker.uuid}, {"file", toJson(marker.file)}});
+        else
+            print(marker.uuid + "  " + escapeName(marker.file.text()) + '\n');
+    }
+    if (json)
+        list.end();
+}
+
+Status list(const host::Path& root, bool json) {
+    const Markers markers = findMarkers(pm::getParentFolder(requireCoreFile(root)));
+    printMarkers(markers.good, json);
+    flushOutput();
+    for (const host::Path& file : markers.malformed)
+        reportError("The name of the marker file " + quoted(file) + " holds no UUID; remove it, or give it one");
+    if (markers.good.empty())
+        reportError("The project " + quoted(root) + " has no UUID; \"project-metadata uuid --new\" gives it one");
+    return markers.good.empty() || !markers.malformed.empty() ? Status::foundProblems : Status::done;
 }
 
 /// @param given the UUID in text form; without a value, a new one
-Status assign(const host::Path& root, const std::optional<std::string>& given) {
+Status assign(const host::Path& root, const std::optional<std::string>& given, bool dryRun, bool json) {
     if (given && !isUuid(*given)) {
         throw CommandError(Status::usage, '"' + *given +
                                               "\" is no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 "
                                               "and 12, joined by \"-\"");
     }
-    requireCoreFile(root);
+    const host::Path folder = pm::getParentFolder(requireCoreFile(root));
     const std::u16string uuid = given ? host::fromUtf8(*given) : pm::generateUUID();
-    const host::Path marker = pm::assignUuid(root, uuid);
-    print(host::toUtf8(uuid) + "  " + escapeName(marker.text()) + '\n');
+    Marker marker{host::toUtf8(uuid), folder / (markerStart + uuid + markerEnd)};
+    const std::vector<Marker> present = findMarkers(folder).good;
+    const auto same = std::find_if(present.begin(), present.end(),
+                                   [&](const Marker& other) { return isSame(other.uuid, marker.uuid); });
+    if (same != present.end())
+        marker = *same;
+    else if (!dryRun)
+        marker.file = pm::assignUuid(root, uuid);
+    else if (!json)
+        printNote("Would write ");
+    printMarkers({marker}, json);
     return Status::done;
 }
 
 Command::Action configure(CLI::App& app) {
-    const Positionals positionals(app, {{"UUID", "The UUID; without, a new random one", Positional::Kind::optional}});
-    return [positionals] {
+    const Positionals positionals(
+        app, {{"UUID", "The UUID to give the project; without, its UUIDs are listed", Positional::Kind::optional}});
+    const auto isNew = std::make_shared<bool>(false);
+    app.add_flag("--new", *isNew, "Give the project a new random UUID");
+    return [positionals, isNew, dryRun = addDryRun(app), json = addJson(app)] {
         const auto [root, texts] = positionals.get();
-        return assign(root, texts.empty() ? std::nullopt : std::optional(texts[0]));
+        if (*isNew && !texts.empty())
+            throw CommandError(Status::usage, "Either --new or a UUID can be given, not both");
+        if (!*isNew && texts.empty())
+            return list(root, *json);
+        return assign(root, texts.empty() ? std::nullopt : std::optional(texts[0]), *dryRun, *json);
     };
 }
 
-const Command command(Group::change, "uuid", "Give a project a UUID", configure);
+const Command command(Group::change, "uuid", "List a project's UUIDs, or give it one", configure);
 
 }  // namespace
 

@@ -111,7 +111,7 @@ INSTANTIATE_TEST_SUITE_P(Stores, ReadOnlyProjectTest, testing::Values("fixedPath
 TEST_P(ReadOnlyProjectTest, staysAsItIsUnlessTheSettingsAllowMore) {
     const auto before = readTree(root);
     expectFailure(run({"scan", root, folder / "source"}, nobody), 3, {coreFile.parent_path(), "read-only"});
-    expectFailure(run({"uuid", root}, nobody), 3, {coreFile.parent_path(), "read-only"});
+    expectFailure(run({"uuid", root, "--new"}, nobody), 3, {coreFile.parent_path(), "read-only"});
     EXPECT_EQ(readTree(root), before);
     EXPECT_EQ(run({"tree", root}, nobody).status, 0);
 }

@@ -2,6 +2,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
 #include "tests/cli/ProjectFixture.hpp"
 
 namespace {
@@ -22,9 +24,8 @@ TEST_F(CommandLineTest, helpDescribesEveryCommandAndItsArguments) {
     const Outcome overview = run({"--help"});
     EXPECT_EQ(overview.status, 0);
     const std::map<std::string, std::string> usage{
-        {"conform", " [OPTIONS] BUNDLE"}, {"export", " [OPTIONS] ROOT FILE"},   {"init", " [OPTIONS] [ROOT]"},
-        {"locate", " [OPTIONS] ROOT"},    {"scan", " [OPTIONS] ROOT [FOLDER]"}, {"stores", " [OPTIONS]"},
-        {"tree", " [OPTIONS] ROOT"},      {"uuid", " [OPTIONS] ROOT [UUID]"}};
+        {"conform", " [OPTIONS] BUNDLE"}, {"init", " [OPTIONS] [ROOT]"},          {"locate", " [OPTIONS] [ROOT]"},
+        {"stores", " [OPTIONS]"},         {"scan", " [OPTIONS] [ROOT] [FOLDER]"}, {"tree", " [OPTIONS] [ROOT] [PATH]"}};
     for (const auto& [command, arguments] : usage) {
         EXPECT_THAT(overview.out, HasSubstr("\n  " + command));
         std::string line = "Usage: project-metadata ";
@@ -42,10 +43,23 @@ TEST_F(CommandLineTest, versionSaysWhichServiceFrameworkIsUsed) {
 
 TEST_F(CommandLineTest, wrongUsageIsExplainedInOneSentence) {
     const std::vector<std::vector<std::string>> lines{
-        {}, {"grow"}, {"--grow"}, {"tree"}, {"tree", root, "more"}, {"export", root}, {"init", root, "--store"}};
+        {}, {"grow"}, {"--grow"}, {"get", root}, {"conform"}, {"locate", root, "more"}, {"init", root, "--store"}};
     for (const auto& line : lines)
         expectFailure(run(line), 2, {"--help"});
     expectFailure(run({"gr\x1b[31mow\xff\n"}), 2, {"gr\\u001B[31mow\\xFF\\n"});
+}
+
+TEST_F(CommandLineTest, rootIsFoundFromTheCurrentFolderUpwards) {
+    init();
+    Surroundings below;
+    below.folder = root / "src/deep";
+    fs::create_directories(below.folder);
+    expectSuccess(run({"tree"}, below), root.native() + "\n");
+    fs::create_directory(folder / "other");
+    ASSERT_EQ(run({"init", folder / "other"}).status, 0);
+    expectSuccess(run({"tree", folder / "other"}, below), (folder / "other").native() + "\n");
+    expectSuccess(run({"tree", "-C", folder / "other"}, below), (folder / "other").native() + "\n");
+    expectFailure(run({"tree", "deep"}, below), 2, {"\"deep\" is no path"});
 }
 
 TEST_F(CommandLineTest, storesNamesTheDefault) {
@@ -59,6 +73,10 @@ TEST_F(CommandLineTest, storesNamesTheDefault) {
     surroundings.variables["PROJECT_METADATA_SETTINGS"] = folder / "settings.ini";
     test::writeBytes(folder / "settings.ini", "[korvex.project.creation]\nDefaultMetadataManager = monolithic\n");
     EXPECT_THAT(run({"stores"}, surroundings).out, HasSubstr("monolithic (default)"));
+    const auto list = nlohmann::json::parse(run({"stores", "--json"}, surroundings).out);
+    EXPECT_EQ(list[0]["name"], "fixedPath");
+    EXPECT_EQ(list[0]["default"], false);
+    EXPECT_EQ(list[1]["default"], true);
 }
 
 TEST_F(CommandLineTest, settingsThatCannotBeReadAreNamedWithTheLine) {

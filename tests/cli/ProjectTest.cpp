@@ -1,4 +1,6 @@
 /// init, locate and uuid: where a project's metadata is.
+#include <nlohmann/json.hpp>
+
 #include "tests/cli/ProjectFixture.hpp"
 
 namespace {
@@ -10,6 +12,7 @@ using test::Outcome;
 using test::readTree;
 using test::run;
 using test::Surroundings;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -77,6 +80,11 @@ TEST_F(LocateCommandTest, namesTheCoreFilesThatAreNotUsed) {
     const fs::path other = root / ".TolvaneProject/Project.xml";
     test::writeBytes(other, "<Project MetadataType=\"monolithic\"/>");
     expectSuccess(run({"locate", root}), location(coreFile, "fixedPath") + "Not used    " + other.native() + "\n");
+    EXPECT_EQ(nlohmann::json::parse(run({"locate", root, "--json"}).out),
+              nlohmann::json({{"folder", coreFile.parent_path().native()},
+                              {"coreFile", coreFile.native()},
+                              {"type", "fixedPath"},
+                              {"notUsed", {other.native()}}}));
     EXPECT_EQ(run({"scan", root}).status, 0);
     EXPECT_EQ(test::readBytes(other), "<Project MetadataType=\"monolithic\"/>");
 }
@@ -88,18 +96,37 @@ TEST_F(LocateCommandTest, showsNamesEscaped) {
     EXPECT_THAT(run({"locate", odd}).out, HasSubstr("/a\\\\b\\u001B[2J\\xE4/resources/project\n"));
 }
 
-TEST_F(UuidCommandTest, writesAMarkerFileAndNamesIt) {
+TEST_F(UuidCommandTest, givesAProjectUuidsAndListsThem) {
     init();
+    expectFailure(run({"uuid", root}), 1, {root, "--new"});
     const std::string uuid = "6BA7b810-9dad-11d1-80b4-00c04fd430c8";
-    const fs::path marker = coreFile.parent_path() / ("uuid-" + uuid + ".xml");
-    expectSuccess(run({"uuid", root, uuid}), uuid + "  " + marker.native() + "\n");
-    EXPECT_TRUE(fs::exists(marker));
+    const std::string line = uuid + "  " + (coreFile.parent_path() / ("uuid-" + uuid + ".xml")).native() + "\n";
+    auto before = readTree(root);
+    expectSuccess(run({"uuid", root, uuid, "--dry-run"}), "Would write " + line);
+    EXPECT_EQ(readTree(root), before);
+    expectSuccess(run({"uuid", root, uuid}), line);
+    before = readTree(root);
+    expectSuccess(run({"uuid", root, "6ba7b810-9DAD-11d1-80b4-00c04fd430c8"}), line);
+    EXPECT_EQ(readTree(root), before);
 
-    const Outcome fresh = run({"uuid", root});
+    const Outcome fresh = run({"uuid", root, "--new"});
     EXPECT_EQ(fresh.status, 0);
     const std::string form = "[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}";
     EXPECT_THAT(fresh.out, MatchesRegex(form + "  .*/uuid-" + form + "\\.xml\n"));
-    EXPECT_TRUE(fs::exists(coreFile.parent_path() / ("uuid-" + fresh.out.substr(0, 36) + ".xml")));
+    const auto listed = nlohmann::json::parse(run({"uuid", root, "--json"}).out);
+    ASSERT_EQ(listed.size(), 2U);
+    for (const auto& entry : listed)
+        EXPECT_EQ(entry["file"],
+                  coreFile.parent_path().native() + "/uuid-" + entry["uuid"].get<std::string>() + ".xml");
+    const Outcome list = run({"uuid", root});
+    EXPECT_THAT(list.out, AllOf(HasSubstr(line), HasSubstr(fresh.out)));
+
+    test::writeBytes(coreFile.parent_path() / "uuid-1.xml", "<uuid/>");
+    const Outcome malformed = run({"uuid", root});
+    EXPECT_EQ(malformed.status, 1);
+    EXPECT_EQ(malformed.out, list.out);
+    EXPECT_THAT(malformed.err, HasSubstr((coreFile.parent_path() / "uuid-1.xml").native()));
+    expectFailure(run({"uuid", root, uuid, "--new"}), 2, {"--new"});
 }
 
 TEST_F(UuidCommandTest, refusesWhatIsNoUuid) {
@@ -121,8 +148,10 @@ TEST_F(InitCommandTest, whatIsNoProjectHasAStatusOfItsOwn) {
                                                      {folder / "file", "is no folder"},
                                                      {"", "No such file or directory"}};
     for (const auto& [path, reason] : reasons) {
-        for (const std::string command : {"tree", "locate", "scan", "uuid"})
-            expectFailure(run({command, path}), 4, {'"' + path + '"', reason});
+        expectFailure(run({"locate", path}), 4, {'"' + path + '"', reason});
+        // What is no folder could be another argument, but there is no project around the current folder either.
+        for (const std::string command : {"tree", "scan", "uuid"})
+            expectFailure(run({command, path}), 4, {'"' + path + '"', path == root ? reason : "is no folder"});
         expectFailure(run({"export", path, folder / "out.xml"}), 4, {'"' + path + '"', reason});
         if (path != root)
             expectFailure(run({"init", path}), 4, {'"' + path + '"', reason});

@@ -1,0 +1,254 @@
+#include "cli/ProjectCheck.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+#include <tuple>
+#include <utility>
+
+#include "cli/Errors.hpp"
+#include "cli/MetadataLock.hpp"
+#include "cli/NodeMerge.hpp"
+#include "cli/PathText.hpp"
+#include "cli/Progress.hpp"
+#include "cli/Project.hpp"
+#include "cli/SafeText.hpp"
+#include "cli/UuidText.hpp"
+#include "host/FileUtils.hpp"
+#include "host/MessageException.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/AttributeRules.hpp"
+#include "project/metadata/CoreFile.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+
+namespace cli {
+
+namespace pm = project::metadata;
+
+namespace {
+
+const std::u16string extension = u".xml";
+const std::u16string markerPrefix = u"uuid-";
+
+bool isMarker(const std::u16string& name) {
+    return name.rfind(markerPrefix, 0) == 0 && pm::ends_with(name, extension);
+}
+
+/// The files that a store makes besides the core file, by their names. Of a store that is not in the table, all files
+/// are taken as its own.
+struct StoreFiles {
+    const char16_t* store;
+    bool (*isOwn)(const std::u16string& name);
+};
+
+const StoreFiles storeFiles[] = {
+    {u"fixedPath", [](const std::u16string& name) { return name.find(u'=') != std::u16string::npos; }},
+    {u"monolithic", [](const std::u16string& /*name*/) { return false; }},
+    {u"sqlite", [](const std::u16string& name) { return name.rfind(u"Project.sqlite", 0) == 0; }},
+};
+
+class ProjectCheck {
+public:
+    explicit ProjectCheck(const host::Path& root) : root_(root), location_(root), folder_(location_.getDirectory()) {}
+
+    CheckResult run() {
+        requireRoot(root_);
+        const bool isInterrupted = checkLeftovers();
+        if (!isInterrupted)
+            requireCoreFile(root_);
+        checkOtherFolders();
+        readType();
+        checkFiles(folder_);
+        if (!isInterrupted)
+            checkStore();
+        std::stable_sort(result_.problems.begin(), result_.problems.end(), [](const Problem& a, const Problem& b) {
+            return std::tie(a.file, a.line) < std::tie(b.file, b.line);
+        });
+        std::sort(result_.others.begin(), result_.others.end());
+        return std::move(result_);
+    }
+
+private:
+    Problem& add(const host::Path& file, int line, const std::string& problem, Remedy remedy = Remedy::none) {
+        return result_.problems.emplace_back(Problem{file, line, problem, remedy});
+    }
+
+    /// @return whether a change was interrupted
+    bool checkLeftovers() {
+        if (MetadataLock::isHeld(folder_))
+            return false;  // somebody is at work; the store waits for him
+        const host::Path scratch = MetadataLock::scratchFolder(folder_);
+        const host::Path lock = MetadataLock::lockFile(folder_);
+        if (host::FileUtils::existNoExcept(scratch)) {
+            add(scratch, 0, "a change was interrupted, and the store is not looked at before it is completed",
+                Remedy::complete);
+            return true;
+        }
+        if (host::FileUtils::existNoExcept(lock))
+            add(lock, 0, "a program that has ended has left this lock", Remedy::removeLeftover);
+        return false;
+    }
+
+    void checkOtherFolders() {
+        for (const std::u16string& name : pm::getSupportedRoots()) {
+            const host::Path other = root_ / name / pm::coreFileName();
+            if (other != folder_ / pm::coreFileName() && host::FileUtils::existNoExcept(other))
+                add(other, 0, "it is not used, because the project has its metadata in " + show(folder_));
+        }
+    }
+
+    static std::string show(const host::Path& file) { return '"' + escapeName(file.text()) + '"'; }
+
+    /// What cannot be read is told by the check of the file.
+    void readType() {
+        try {
+            type_ = location_.getMetadataType();
+        } catch (const host::UserException&) {
+            return;
+        }
+        if (location_.hasCoreFile() && !type_)
+            add(location_.getCoreFile(), 0, "it names no type of metadata");
+    }
+
+    void checkFiles(const host::Path& folder) {
+        std::vector<host::Path> entries = pm::listChildFiles(folder);
+        std::sort(entries.begin(), entries.end());
+        for (const host::Path& entry : entries) {
+            const std::u16string name = entry.fileName().text();
+            if (entry == MetadataLock::scratchFolder(folder_) || entry == MetadataLock::lockFile(folder_))
+                continue;
+            struct stat status {};
+            const bool isFolder = lstat(entry.accessName().c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+            if (isFolder)
+                checkFiles(entry);
+            else if (entry == folder_ / pm::coreFileName() || (folder == folder_ && isMarker(name)) || isOwn(name))
+                checkFile(entry);
+            else
+                result_.others.push_back(entry);
+        }
+    }
+
+    bool isOwn(const std::u16string& name) const {
+        for (const StoreFiles& files : storeFiles) {
+            if (type_ == files.store)
+                return files.isOwn(name);
+        }
+        return true;
+    }
+
+    void checkFile(const host::Path& file) {
+        progress_.advance();
+        ++result_.files;
+        const std::u16string name = file.fileName().text();
+        if (!pm::ends_with(name, extension))
+            return;
+        for (Problem& problem : checkXml(file))
+            result_.problems.push_back(std::move(problem));
+        if (!isMarker(name))
+            return;
+        const std::size_t length = name.size() - markerPrefix.size() - extension.size();
+        if (!isUuid(host::toUtf8(name.substr(markerPrefix.size(), length))))
+            add(file, 0, "its name holds no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 and 12");
+    }
+
+    void checkStore() {
+        attempt(location_.getCoreFile(), [&] {
+            const std::unique_ptr<pm::MetadataManager> store = pm::getMetadataManagerFor(root_);
+            if (!store) {
+                if (type_)
+                    add(location_.getCoreFile(), 0,
+                        "there is no store for its type of metadata, \"" + escapeText(*type_) +
+                            "\"; there are: " + listStoreNames());
+                return;
+            }
+            for (const pm::MetadataDamage& damage : findDamage(*store))
+                addDamage(damage);
+            walk(*store);
+        });
+    }
+
+    void addDamage(const pm::MetadataDamage& damage) {
+        const bool isMissing = !host::FileUtils::existNoExcept(damage.file);
+        const bool isPathFile = damage.file != location_.getCoreFile() && pm::ends_with(damage.file.text(), extension);
+        const Remedy remedy = !isPathFile ? Remedy::none : isMissing ? Remedy::giveBack : Remedy::moveAside;
+        bool isKnown = false;
+        for (Problem& problem : result_.problems) {
+            if (problem.file == damage.file) {
+                problem.remedy = remedy;
+                isKnown = true;
+            }
+        }
+        if (!isKnown)
+            add(damage.file, 0, escapeText(damage.problem), remedy);
+    }
+
+    void walk(const pm::MetadataManager& store) {
+        std::vector<pm::MetadataPath> open{pm::MetadataPath()};
+        while (!open.empty()) {
+            const pm::MetadataPath path = std::move(open.back());
+            open.pop_back();
+            progress_.advance();
+            ++result_.paths;
+            const host::Path file = location_.getCoreFile();
+            attempt(file, [&] {
+                std::vector<pm::MetadataPath> children = store.getChildren(path);
+                open.insert(open.end(), children.rbegin(), children.rend());
+            });
+            attempt(file, [&] {
+                if (!store.hasPath(path))
+                    add(file, 0, formatPath(path) + ": it is listed, but it is not there");
+                if (const auto node = store.getNode(path))
+                    checkNode(path, *node);
+            });
+        }
+    }
+
+    /// What cannot be read is damage, which was told with its file already, but for a store that tells none.
+    template <class Action>
+    void attempt(const host::Path& file, const Action& action) {
+        try {
+            action();
+        } catch (const host::UserException& error) {
+            if (result_.problems.empty())
+                add(file, 0, escapeText(error.ToUstring()));
+        }
+    }
+
+    void checkNode(const pm::MetadataPath& path, const pm::MetadataNode& node) {
+        const host::Path file = location_.getCoreFile();
+        const std::string start = formatPath(path) + ": the name ";
+        if (!pm::isValidKey(node.getName()))
+            add(file, 0, start + "of a node, \"" + escapeText(node.getName()) + "\", is none of XML");
+        if (node.getName() == conflictName)
+            add(file, 0, formatPath(path) + ": a conflict of a merge is not settled");
+        for (const std::u16string& key : node.getAttributeKeys()) {
+            if (!pm::isValidKey(key))
+                add(file, 0, start + "of an attribute, \"" + escapeText(key) + "\", is none of XML");
+            if (!pm::isValidAttribute(node.get(key)))
+                add(file, 0, formatPath(path) + ": the value of \"" + escapeText(key) + "\" cannot be kept");
+        }
+        for (const auto& child : node.getChildNodes())
+            checkNode(path, *child);
+    }
+
+    host::Path root_;
+    pm::ProjectMetadataLocation location_;
+    host::Path folder_;
+    std::optional<std::u16string> type_;
+    CheckResult result_;
+    Progress progress_{"Checking"};
+};
+
+}  // namespace
+
+CheckResult checkProject(const host::Path& root) {
+    return ProjectCheck(root).run();
+}
+
+}  // namespace cli

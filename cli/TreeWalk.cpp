@@ -1,0 +1,82 @@
+#include "cli/TreeWalk.hpp"
+
+#include <string>
+#include <utility>
+
+#include "cli/Errors.hpp"
+#include "cli/Output.hpp"
+#include "cli/Project.hpp"
+#include "host/Interruption.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+
+namespace cli {
+
+namespace pm = project::metadata;
+
+TreeWalk::TreeWalk(const pm::MetadataManager& store, const pm::MetadataPath& start, std::size_t maxDepth)
+    : store_(store), maxDepth_(maxDepth), children_{start} {
+    requirePath(store, start);
+}
+
+bool TreeWalk::next() {
+    host::Interruption::throwIfRequested();
+    if (!children_.empty())
+        levels_.push_back({std::move(children_), 0});
+    while (!levels_.empty() && levels_.back().next == levels_.back().siblings.size())
+        levels_.pop_back();
+    children_.clear();
+    if (levels_.empty())
+        return false;
+    ++levels_.back().next;
+    isUnreadable_ = false;
+    if (depth() < maxDepth_)
+        listChildren();
+    return true;
+}
+
+const pm::MetadataPath& TreeWalk::path() const {
+    const Level& level = levels_.back();
+    return level.siblings[level.next - 1];
+}
+
+bool TreeWalk::isLast() const {
+    return levels_.back().next == levels_.back().siblings.size();
+}
+
+std::unique_ptr<pm::MetadataNode> TreeWalk::readNode() {
+    try {
+        return store_.getNode(path());
+    } catch (const pm::MetadataReadFailure&) {
+        noteUnreadable();  // the store has logged which file is damaged
+        return nullptr;
+    }
+}
+
+void TreeWalk::listChildren() {
+    try {
+        children_ = store_.getChildren(path());
+    } catch (const project::exception::ProjectException&) {
+        if (depth() == 0)
+            throw;
+        flushOutput();
+        reportCurrentException();
+        noteUnreadable();
+    }
+}
+
+void TreeWalk::noteUnreadable() {
+    unreadableCount_ += isUnreadable_ ? 0 : 1;
+    isUnreadable_ = true;
+}
+
+Status TreeWalk::finish(Status status) const {
+    if (unreadableCount_ == 0)
+        return status;
+    flushOutput();
+    const std::string paths = unreadableCount_ == 1 ? " path" : " paths";
+    reportError(std::to_string(unreadableCount_) + paths +
+                " could not be read; \"project-metadata check\" says what is damaged");
+    return Status::foundProblems;
+}
+
+}  // namespace cli

@@ -1,0 +1,73 @@
+/// Going through a store's paths, without stopping at what is damaged and without keeping more than one path's
+/// siblings and ancestors' siblings in memory.
+///
+/// Main thread only.
+#pragma once
+
+#include <cstddef>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "cli/Command.hpp"
+#include "project/metadata/MetadataManager.hpp"
+
+namespace cli {
+
+/// Stands on one path after the other, every path before those below it, siblings in their order.
+class TreeWalk {
+public:
+    static constexpr std::size_t anyDepth = std::numeric_limits<std::size_t>::max();
+
+    /// A walk that stands on `start` once `next` was called, and goes `maxDepth` levels below it.
+    /// @param store must outlive the walk
+    /// @throws CommandError as `requirePath`
+    TreeWalk(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& start,
+             std::size_t maxDepth = anyDepth);
+
+    /// Moves on. @return whether there was another path
+    /// @throws whatever the store throws for `start`; what is damaged below is reported and left out
+    /// @throws host::InterruptedException
+    bool next();
+
+    const project::metadata::MetadataPath& path() const;
+
+    /// How many levels below the start.
+    std::size_t depth() const { return levels_.size() - 1; }
+
+    /// Whether no sibling follows.
+    bool isLast() const;
+
+    /// Whether the walk goes on below this path.
+    bool descends() const { return !children_.empty(); }
+
+    /// A copy of this path's node; null if there is none, or none that can be read.
+    std::unique_ptr<project::metadata::MetadataNode> readNode();
+
+    /// Whether this path's node, when it was asked for, or what is below it could not be read.
+    bool isUnreadable() const { return isUnreadable_; }
+
+    /// How many paths were unreadable so far.
+    std::size_t unreadableCount() const { return unreadableCount_; }
+
+    /// Tells the user of what was unreadable. @return `status`, or `Status::foundProblems` if anything was
+    Status finish(Status status = Status::done) const;
+
+private:
+    struct Level {
+        std::vector<project::metadata::MetadataPath> siblings;
+        std::size_t next;
+    };
+
+    void listChildren();
+    void noteUnreadable();
+
+    const project::metadata::MetadataManager& store_;
+    std::size_t maxDepth_;
+    std::vector<Level> levels_;
+    std::vector<project::metadata::MetadataPath> children_;  // the level that is next
+    bool isUnreadable_ = false;
+    std::size_t unreadableCount_ = 0;
+};
+
+}  // namespace cli

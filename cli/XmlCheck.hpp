@@ -1,0 +1,28 @@
+/// Whether a file is one of metadata, as far as XML goes.
+///
+/// Different threads may check different files at the same time.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/Path.hpp"
+
+namespace cli {
+
+/// How a problem can be mended.
+enum class Remedy { none, complete, removeLeftover, moveAside, giveBack };
+
+struct Problem {
+    host::Path file;
+    int line = 0;         ///< from 1; 0 if it is not known, or the file as a whole is the problem
+    std::string problem;  ///< a sentence without its point, safe to show
+    Remedy remedy = Remedy::none;
+};
+
+/// Reads `file` and tells the first thing that makes it no well-formed XML, and every name and value that metadata
+/// cannot hold. Nothing outside the file is read, entities are not expanded, and limits on the size of texts and the
+/// depth hold, whatever the file says.
+std::vector<Problem> checkXml(const host::Path& file);
+
+}  // namespace cli

@@ -1,0 +1,83 @@
+/// project-metadata add: adds a path.
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/DryRun.hpp"
+#include "cli/Errors.hpp"
+#include "cli/Output.hpp"
+#include "cli/PathText.hpp"
+#include "cli/Positionals.hpp"
+#include "cli/Progress.hpp"
+#include "cli/Project.hpp"
+#include "cli/StoreChange.hpp"
+#include "host/Interruption.hpp"
+
+namespace cli {
+
+namespace {
+
+namespace pm = project::metadata;
+
+struct Flags {
+    std::optional<std::string> before;
+    std::optional<std::string> after;
+    std::shared_ptr<const bool> dryRun;
+};
+
+/// All paths of `store`, with `path` beside the sibling that `flags` name.
+std::vector<pm::MetadataPath> insertPath(const pm::MetadataManager& store, const pm::MetadataPath& path,
+                                         const Flags& flags) {
+    const pm::MetadataPath sibling = parsePath(flags.before ? *flags.before : *flags.after);
+    if (sibling.getPath().empty() || sibling.getParent() != path.getParent()) {
+        throw CommandError(Status::usage, '"' + formatPath(sibling) + "\" is no sibling of \"" + formatPath(path) +
+                                              "\": it lies below another path");
+    }
+    requirePath(store, sibling);
+    Progress progress("Reading");
+    std::vector<pm::MetadataPath> paths = listPaths(store, {}, progress);
+    const auto place = std::find(paths.begin(), paths.end(), sibling);
+    paths.insert(flags.before ? place : place + 1, path);
+    return paths;
+}
+
+Status add(const Positionals::Values& values, const Flags& flags) {
+    const pm::MetadataPath path = parsePath(values.texts[0]);
+    const auto store = openProject(values.root);
+    if (store->hasPath(path))
+        throw CommandError(Status::failure, "There is a path \"" + formatPath(path) + "\" already");
+    const bool hasPlace = flags.before || flags.after;
+    const auto paths = hasPlace ? insertPath(*store, path, flags) : std::vector<pm::MetadataPath>();
+    if (!*flags.dryRun) {
+        if (hasPlace)
+            store->setPaths(paths);
+        else
+            store->addPath(path);
+        host::Interruption::ignore();
+    }
+    printNote((*flags.dryRun ? "Would add " : "Added ") + formatPath(path) + '\n');
+    return Status::done;
+}
+
+Command::Action configure(CLI::App& app) {
+    const Positionals positionals(app, {{"PATH", "The path to add, with its missing ancestors"}});
+    const auto flags = std::make_shared<Flags>();
+    auto* const before = app.add_option("--before", flags->before, "The sibling that is to follow");
+    auto* const after = app.add_option("--after", flags->after, "The sibling that is to precede; without, the last");
+    before->type_name("PATH")->excludes(after);
+    after->type_name("PATH");
+    flags->dryRun = addDryRun(app);
+    return [positionals, flags] { return add(positionals.get(), *flags); };
+}
+
+const Command command(Group::change, "add", "Add a path without a node", configure);
+
+}  // namespace
+
+}  // namespace cli

@@ -1,0 +1,130 @@
+/// project-metadata check: whether a project's metadata is all right.
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/DryRun.hpp"
+#include "cli/Errors.hpp"
+#include "cli/Json.hpp"
+#include "cli/Options.hpp"
+#include "cli/Output.hpp"
+#include "cli/Positionals.hpp"
+#include "cli/ProjectCheck.hpp"
+#include "cli/SafeText.hpp"
+#include "cli/Terminal.hpp"
+
+namespace cli {
+
+namespace {
+
+std::string count(std::size_t number, const std::string& thing) {
+    return std::to_string(number) + ' ' + thing + (number == 1 ? "" : "s");
+}
+
+void printProblem(const Problem& problem) {
+    const std::string line = problem.line > 0 ? std::to_string(problem.line) + ":" : "";
+    print(paint(Style::bold, escapeName(problem.file.text()) + ':' + line) + ' ' + problem.problem + '\n');
+}
+
+void printRepair(const Repair& repair, bool isDryRun) {
+    print(paint(Style::green, isDryRun ? "would repair" : "repaired") + ": " + escapeName(repair.file.text()) + ' ' +
+          repair.what + '\n');
+}
+
+using cli::toJson;
+
+Json toJson(const Problem& problem) {
+    return {{"file", toJson(problem.file)},
+            {"line", problem.line > 0 ? Json(problem.line) : Json(nullptr)},
+            {"problem", problem.problem}};
+}
+
+Json toJson(const Repair& repair) {
+    return {{"file", toJson(repair.file)}, {"repair", repair.what}};
+}
+
+template <class List>
+Json listJson(const List& list) {
+    Json json = Json::array();
+    for (const auto& element : list)
+        json.push_back(toJson(element));
+    return json;
+}
+
+/// Mends what can be mended; that may bring other problems to light.
+std::vector<Repair> repairAll(const host::Path& root, CheckResult& result, bool isDryRun) {
+    constexpr int rounds = 5;
+    std::vector<Repair> all;
+    for (int round = 0; round < rounds; ++round) {
+        const std::vector<Repair> repairs = repairProject(root, result.problems, isDryRun);
+        all.insert(all.end(), repairs.begin(), repairs.end());
+        if (repairs.empty() || isDryRun)
+            break;
+        result = checkProject(root);
+    }
+    return all;
+}
+
+struct Wish {
+    bool repair = false;
+    bool dryRun = false;
+    bool json = false;
+};
+
+Status check(const host::Path& root, const Wish& wish) {
+    CheckResult result = checkProject(root);
+    const std::vector<Problem> found = result.problems;
+    if (!wish.json)
+        std::for_each(found.begin(), found.end(), printProblem);
+    std::vector<Repair> repairs;
+    if (wish.repair)
+        repairs = repairAll(root, result, wish.dryRun);
+    const Status status = result.problems.empty() ? Status::done : Status::foundProblems;
+    if (wish.json) {
+        printJson({{"files", result.files},
+                   {"paths", result.paths},
+                   {"problems", listJson(found)},
+                   {"repairs", listJson(repairs)},
+                   {"remaining", listJson(result.problems)},
+                   {"others", listJson(result.others)}});
+        return status;
+    }
+    for (const Repair& repair : repairs)
+        printRepair(repair, wish.dryRun);
+    if (!repairs.empty() && !wish.dryRun && !result.problems.empty()) {
+        print("What is left:\n");
+        std::for_each(result.problems.begin(), result.problems.end(), printProblem);
+    }
+    for (const host::Path& other : result.others) {
+        if (options().verbose)
+            print(escapeName(other.text()) + ": it does not belong to the metadata\n");
+    }
+    printNote(count(result.files, "file") + " and " + count(result.paths, "path") + " read\n");
+    print(count(result.problems.size(), "problem") + '\n');
+    return status;
+}
+
+Command::Action configure(CLI::App& app) {
+    const Positionals positionals(app);
+    const auto wish = std::make_shared<Wish>();
+    app.add_flag("--repair", wish->repair,
+                 "Mend what can be mended safely: complete an interrupted change, give missing files of paths back, "
+                 "move damaged ones into a folder beside the metadata");
+    const auto dryRun = addDryRun(app);
+    return [positionals, wish, dryRun, json = addJson(app)] {
+        if (*dryRun && !wish->repair)
+            throw CommandError(Status::usage, "--dry-run says what --repair would do, and needs it");
+        return check(positionals.get().root, {wish->repair, *dryRun, *json});
+    };
+}
+
+const Command command(Group::trust, "check", "Look for everything that is wrong with a project's metadata", configure);
+
+}  // namespace
+
+}  // namespace cli

@@ -1,0 +1,232 @@
+/// project-metadata git-setup: makes git compare and merge files of metadata by path and attribute.
+///
+/// What is written: in the configuration of the repository the merge driver and the form in which files are compared
+/// (gitattributes(5), "Defining a custom merge driver" and "Performing text diffs of binary files"), and a block in a
+/// file of attributes that says which files they are for.
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/Errors.hpp"
+#include "cli/Output.hpp"
+#include "cli/Project.hpp"
+#include "cli/SafeText.hpp"
+#include "host/FileSystem.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+
+namespace cli {
+
+namespace {
+
+const std::string blockBegin = "# project-metadata: begin (written by \"project-metadata git-setup\")\n";
+const std::string blockEnd = "# project-metadata: end\n";
+
+struct GitOutcome {
+    int status;
+    std::string out;  // without the line break at its end
+};
+
+/// Runs git in `folder`. What it complains of goes to the standard error of this process.
+GitOutcome runGit(const std::string& folder, std::vector<std::string> arguments, bool isSilent = false) {
+    arguments.insert(arguments.begin(), {"git", "-C", folder});
+    std::vector<char*> argv;
+    for (std::string& argument : arguments)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0)
+        throw std::system_error(errno, std::generic_category(), "git cannot be started");
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        if (isSilent)
+            dup2(ends[1], STDERR_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        execvp("git", argv.data());
+        _exit(127);
+    }
+    close(ends[1]);
+    GitOutcome outcome{-1, {}};
+    std::array<char, 4096> buffer{};
+    ssize_t count = 0;
+    while ((count = read(ends[0], buffer.data(), buffer.size())) > 0 || (count < 0 && errno == EINTR))
+        outcome.out.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    close(ends[0]);
+    int status = 0;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (child < 0 || !WIFEXITED(status) || WEXITSTATUS(status) == 127)
+        throw CommandError(Status::failure, "The program git cannot be started; is it installed?");
+    outcome.status = WEXITSTATUS(status);
+    if (!outcome.out.empty() && outcome.out.back() == '\n')
+        outcome.out.pop_back();
+    return outcome;
+}
+
+/// This program, as the shell takes it, which git runs drivers with.
+std::string findOwnCommand() {
+    std::array<char, PATH_MAX> name{};
+    const ssize_t length = readlink("/proc/self/exe", name.data(), name.size());
+    if (length <= 0)
+        throw std::system_error(errno, std::generic_category(), "The command cannot find its own file");
+    std::string command = "'";
+    for (const char byte : std::string(name.data(), static_cast<std::size_t>(length)))
+        command += byte == '\'' ? std::string("'\\''") : std::string{byte};
+    return command + '\'';
+}
+
+/// Pairs of a key of git's configuration and its value.
+std::vector<std::pair<std::string, std::string>> makeConfiguration() {
+    const std::string command = findOwnCommand();
+    return {{"merge.project-metadata.name", "metadata by path and attribute"},
+            {"merge.project-metadata.driver", command + " merge --label %P %O %A %B"},
+            {"diff.project-metadata.textconv", command + " textconv"}};
+}
+
+std::string makeBlock() {
+    std::string block = blockBegin;
+    for (const std::u16string& folder : project::metadata::getSupportedRoots())
+        block += "**/" + host::toUtf8(folder) + "/**/*.xml merge=project-metadata diff=project-metadata\n";
+    return block + blockEnd;
+}
+
+std::string readAll(const host::Path& file) {
+    std::ifstream stream(file.accessName(), std::ios::binary);
+    if (!stream && host::FileSystem::exists(file))
+        throw CommandError(Status::failure, "The file " + quoted(file) + " cannot be read");
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// `text` with `block` in place of the block that is in it.
+std::string replaceBlock(std::string text, const std::string& block) {
+    const std::size_t begin = text.find(blockBegin);
+    const std::size_t end = begin == std::string::npos ? begin : text.find(blockEnd, begin);
+    if (end != std::string::npos)
+        return text.replace(begin, end + blockEnd.size() - begin, block);
+    if (!text.empty() && text.back() != '\n' && !block.empty())
+        text += '\n';
+    return text + block;
+}
+
+class Setup {
+public:
+    Setup(std::string folder, bool isRemoval, bool isDryRun)
+        : folder_(std::move(folder)), isRemoval_(isRemoval), isDryRun_(isDryRun) {}
+
+    /// The absolute path that "git rev-parse" tells for `arguments`.
+    host::Path find(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {"rev-parse", "--path-format=absolute"});
+        const GitOutcome found = runGit(folder_, std::move(arguments), true);
+        if (found.status != 0) {
+            throw CommandError(Status::failure,
+                               '"' + folder_ + "\" is not in the work tree of a git repository: " + found.out);
+        }
+        return host::Path::fromAccessName(found.out);
+    }
+
+    void configure() const {
+        for (const auto& [key, value] : makeConfiguration()) {
+            const GitOutcome before = runGit(folder_, {"config", "--local", "--get", key});
+            if (isRemoval_ && before.status == 0)
+                change({"config", "--local", "--unset-all", key}, "removed " + key);
+            else if (!isRemoval_ && (before.status != 0 || before.out != value))
+                change({"config", "--local", "--replace-all", key, value}, "set " + key + " = " + value);
+        }
+        // What is empty now does not go by itself.
+        if (isRemoval_ && !isDryRun_) {
+            for (const char* section : {"merge.project-metadata", "diff.project-metadata"})
+                runGit(folder_, {"config", "--local", "--remove-section", section}, true);
+        }
+    }
+
+    void writeAttributes(const host::Path& file) const {
+        const std::string before = readAll(file);
+        const std::string after = replaceBlock(before, isRemoval_ ? "" : makeBlock());
+        if (after == before)
+            return;
+        if (!isDryRun_ && after.empty()) {
+            host::FileSystem::remove_all(file);
+        } else if (!isDryRun_) {
+            project::metadata::makeFolder(project::metadata::getParentFolder(file));
+            // In one step: others' lines in the file are not to be lost on a full disk.
+            const std::string written = file.accessName() + ".new";
+            std::ofstream stream(written, std::ios::binary | std::ios::trunc);
+            stream.write(after.data(), static_cast<std::streamsize>(after.size()));
+            stream.close();
+            if (!stream || std::rename(written.c_str(), file.accessName().c_str()) != 0) {
+                std::remove(written.c_str());
+                throw CommandError(Status::failure, "The file " + quoted(file) + " cannot be written");
+            }
+        }
+        note((isRemoval_ ? "removed the attributes of metadata files from "
+                         : "put the attributes of metadata files into ") +
+             file.accessName());
+    }
+
+private:
+    void change(std::vector<std::string> arguments, const std::string& text) const {
+        if (!isDryRun_ && runGit(folder_, std::move(arguments)).status != 0)
+            throw CommandError(Status::failure, "git cannot change the configuration of \"" + folder_ + '"');
+        note(text);
+    }
+
+    void note(const std::string& text) const {
+        printNote((isDryRun_ ? "would have " : "") + escapeText(host::Path::fromAccessName(text).text()) + '\n');
+    }
+
+    std::string folder_;
+    bool isRemoval_;
+    bool isDryRun_;
+};
+
+struct Arguments {
+    std::string folder = ".";
+    bool inWorkTree = false;
+    bool isRemoval = false;
+    bool isDryRun = false;
+};
+
+Status setUp(const Arguments& arguments) {
+    const Setup setup(arguments.folder, arguments.isRemoval, arguments.isDryRun);
+    const host::Path attributes = arguments.inWorkTree ? setup.find({"--show-toplevel"}) / u".gitattributes"
+                                                       : setup.find({"--git-path", "info/attributes"});
+    setup.configure();
+    setup.writeAttributes(attributes);
+    return Status::done;
+}
+
+Command::Action configure(CLI::App& app) {
+    const auto arguments = std::make_shared<Arguments>();
+    app.add_option("FOLDER", arguments->folder, "A folder of the repository; without, the current one");
+    app.add_flag("--attributes", arguments->inWorkTree,
+                 "Name the files in .gitattributes, for everybody who clones the repository, and not in its own "
+                 "info/attributes");
+    app.add_flag("--remove", arguments->isRemoval, "Take away what this command has written");
+    app.add_flag("--dry-run", arguments->isDryRun, "Say what would be written, and write nothing");
+    return [arguments] { return setUp(*arguments); };
+}
+
+const Command command(Group::compare, "git-setup", "Let git compare and merge files of metadata", configure);
+
+}  // namespace
+
+}  // namespace cli

@@ -1,0 +1,120 @@
+/// project-metadata import: what export wrote, as the metadata of a project.
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/DryRun.hpp"
+#include "cli/Errors.hpp"
+#include "cli/Json.hpp"
+#include "cli/NewMetadata.hpp"
+#include "cli/Output.hpp"
+#include "cli/Positionals.hpp"
+#include "cli/Progress.hpp"
+#include "cli/Project.hpp"
+#include "cli/SingleFile.hpp"
+#include "cli/StoreChange.hpp"
+#include "host/FileSystem.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/MetadataPath.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+
+namespace cli {
+
+namespace {
+
+namespace pm = project::metadata;
+
+struct Flags {
+    bool replace = false;
+    std::optional<std::string> store;
+    std::optional<std::string> folder;
+    std::shared_ptr<const bool> json;
+    std::shared_ptr<const bool> dryRun;
+};
+
+SingleFile openFile(const host::Path& file) {
+    if (!host::FileSystem::exists(file))
+        throw CommandError(Status::failure, "There is no file " + quoted(file));
+    const Progress progress("Reading");
+    return SingleFile(file);
+}
+
+void requireUndamaged(const SingleFile& source, const host::Path& file) {
+    if (source.damage().empty())
+        return;
+    const std::size_t others = source.damage().size() - 1;
+    throw CommandError(Status::failure, quoted(file) + " is damaged, so nothing is imported: " +
+                                            host::toUtf8(source.damage().front().problem) +
+                                            (others > 0 ? "; and " + formatCount(others, "other problem") : ""));
+}
+
+/// The store that is to hold the content of the file. A new one writes nothing before its first change.
+std::unique_ptr<pm::MetadataManager> openDestination(const host::Path& root, bool isNew, const Flags& flags) {
+    if (isNew) {
+        chooseFolder(flags.folder);
+        return chooseStore(flags.store)->createManager(root);
+    }
+    if (flags.store || flags.folder) {
+        throw CommandError(Status::usage, "The project " + quoted(root) +
+                                              " has metadata already; --store and --folder are for new ones, and "
+                                              "\"project-metadata convert\" changes both");
+    }
+    auto store = openProject(root);
+    const bool hasContent = !store->getChildren({}).empty() || store->hasNode({}) || !findDamage(*store).empty();
+    if (hasContent && !flags.replace) {
+        throw CommandError(Status::failure,
+                           "The project " + quoted(root) + " has metadata already; --replace replaces all of it");
+    }
+    return store;
+}
+
+Status importFile(const host::Path& file, const host::Path& root, const Flags& flags) {
+    requireRoot(root);
+    const SingleFile source = openFile(file);
+    requireUndamaged(source, file);
+    const bool isNew = !pm::ProjectMetadataLocation(root).hasCoreFile();
+    const auto destination = openDestination(root, isNew, flags);
+    StoreChange change;
+    {
+        Progress progress("Comparing");
+        change = findMirrorChange(source.store(), *destination, progress);
+    }
+    if (isNew && !change.paths)
+        change.paths.emplace(1);  // also a file without content makes a project
+    if (!*flags.dryRun) {
+        const Progress progress("Storing");
+        applyChange(*destination, change);
+    }
+    if (*flags.json) {
+        printJson(toJson(change));
+    } else {
+        printPaths(change);
+        printNote((*flags.dryRun ? "Not done: " : "") + countChanges(change) + '\n');
+    }
+    return Status::done;
+}
+
+Command::Action configure(CLI::App& app) {
+    const Positionals positionals(app, {{"FILE", "A file that \"project-metadata export\" wrote"}}, RootPlace::last);
+    const auto flags = std::make_shared<Flags>();
+    app.add_flag("--replace", flags->replace, "Replace all metadata that the project has");
+    app.add_option("--store", flags->store, "The kind of store of a new project")->type_name("NAME");
+    app.add_option("--folder", flags->folder, "The metadata folder of a new project, relative to ROOT")
+        ->type_name("NAME");
+    flags->json = addJson(app);
+    flags->dryRun = addDryRun(app);
+    return [positionals, flags] {
+        const auto [root, texts] = positionals.get();
+        return importFile(host::Path::fromAccessName(texts[0]), root, *flags);
+    };
+}
+
+const Command command(Group::move, "import", "Read exported metadata into a project, which may be new", configure);
+
+}  // namespace
+
+}  // namespace cli

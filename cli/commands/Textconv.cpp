@@ -1,0 +1,70 @@
+/// project-metadata textconv: a file of metadata as lines of text, for git.
+
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Command.hpp"
+#include "cli/Errors.hpp"
+#include "cli/MetadataTree.hpp"
+#include "cli/NodeText.hpp"
+#include "cli/Output.hpp"
+#include "cli/PathText.hpp"
+#include "cli/SafeText.hpp"
+#include "project/exception/ProjectException.hpp"
+
+namespace cli {
+
+namespace {
+
+namespace pm = project::metadata;
+
+void printTree(const PathTree& tree, const pm::MetadataPath& path) {
+    print(formatPath(path) + '\n');
+    for (const auto& [key, value] : tree.attributes)
+        print(makeLine(Sign::none, 1, makeAttribute(key, value)));
+    if (tree.node)
+        printNode(Sign::none, 1, *tree.node);
+    for (const PathTree& child : tree.children)
+        printTree(child, childPath(path, child.step));
+}
+
+/// What is no metadata, such as a file in which a merge has left its marks, is printed as it stands.
+/// Called while the error of reading it is handled.
+Status printLines(const host::Path& file) {
+    std::ifstream stream(file.accessName(), std::ios::binary);
+    if (!stream)
+        throw;
+    for (std::string line; std::getline(stream, line);)
+        print(escapeText(host::Path::fromAccessName(line).text()) + '\n');
+    return Status::done;
+}
+
+Status textconv(const std::string& name) {
+    const host::Path file = host::Path::fromAccessName(name);
+    MetadataTree tree;
+    try {
+        tree = readTree(file);
+    } catch (const project::exception::ProjectException&) {
+        return printLines(file);
+    } catch (const CommandError&) {
+        return printLines(file);
+    }
+    if (tree.form != TreeForm::empty)
+        printTree(tree.root, tree.rootPath());
+    return Status::done;
+}
+
+Command::Action configure(CLI::App& app) {
+    const auto file = std::make_shared<std::string>();
+    app.add_option("FILE", *file, "The file of metadata")->required();
+    return [file] { return textconv(*file); };
+}
+
+const Command command(Group::compare, "textconv", "Print a file of metadata as lines, as git compares it", configure);
+
+}  // namespace
+
+}  // namespace cli

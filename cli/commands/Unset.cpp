@@ -1,0 +1,74 @@
+/// project-metadata unset: takes attributes from the node of a path.
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/Command.hpp"
+#include "cli/DryRun.hpp"
+#include "cli/Errors.hpp"
+#include "cli/NodeEdit.hpp"
+#include "cli/Output.hpp"
+#include "cli/PathText.hpp"
+#include "cli/Positionals.hpp"
+#include "cli/Project.hpp"
+#include "cli/SafeText.hpp"
+#include "host/Interruption.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
+
+namespace cli {
+
+namespace {
+
+namespace pm = project::metadata;
+
+/// The keys `texts` from the second on, each to go. Those that `node` does not have are reported; then nothing is to
+/// go.
+AttributeChanges findAttributes(const pm::MetadataNode& node, const std::vector<std::string>& texts) {
+    const auto keys = node.getAttributeKeys();
+    AttributeChanges changes;
+    bool isComplete = true;
+    for (auto text = texts.begin() + 1; text != texts.end(); ++text) {
+        const std::u16string key = host::fromUtf8(*text);
+        changes.emplace(key, std::nullopt);
+        if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
+            reportError("The node at \"" + texts.front() + "\" has no attribute \"" + *text + "\"; nothing is changed");
+            isComplete = false;
+        }
+    }
+    return isComplete ? changes : AttributeChanges();
+}
+
+Status unset(const Positionals::Values& values, bool dryRun) {
+    const pm::MetadataPath path = parsePath(values.texts[0]);
+    const auto store = openProject(values.root);
+    requirePath(*store, path);
+    const std::unique_ptr<pm::MetadataNode> stored = store->getNode(path);
+    const pm::MetadataNodeSpecification noNode;
+    const pm::MetadataNode& node = stored ? *stored : static_cast<const pm::MetadataNode&>(noNode);
+    const AttributeChanges changes = findAttributes(node, values.texts);
+    if (changes.empty())
+        return Status::foundProblems;
+    if (!dryRun) {
+        store->setNode(path, *changeAttributes(node, changes));
+        host::Interruption::ignore();
+    }
+    for (const auto& change : changes)
+        printNote(formatPath(path) + (dryRun ? " would lose " : " has lost ") + escapeText(change.first) + '\n');
+    return Status::done;
+}
+
+Command::Action configure(CLI::App& app) {
+    const Positionals positionals(
+        app, {{"PATH", "The path of the node"}, {"KEY", "The key of an attribute", Positional::Kind::list}});
+    return [positionals, dryRun = addDryRun(app)] { return unset(positionals.get(), *dryRun); };
+}
+
+const Command command(Group::change, "unset", "Take attributes from a path's node", configure);
+
+}  // namespace
+
+}  // namespace cli

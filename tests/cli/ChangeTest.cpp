@@ -1,0 +1,154 @@
+/// set, unset, add, remove, move and the counts of scan: what changes, what stays, and what is refused.
+#include <nlohmann/json.hpp>
+
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
+#include "tests/cli/ProjectFixture.hpp"
+#include "tests/cli/StoreContent.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace pm = project::metadata;
+using test::expectFailure;
+using test::expectSuccess;
+using test::readTree;
+using test::run;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class ChangeCommandTest : public test::ProjectFixture, public testing::WithParamInterface<const char*> {
+protected:
+    ChangeCommandTest() { init(GetParam()); }
+
+    void succeed(const std::string& command, std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {command, "-q", "-C", root});
+        expectSuccess(run(arguments), "");
+    }
+
+    /// Every path with its node, level by level; in a text, a path's steps that hold separators look like others.
+    std::vector<std::string> content() const {
+        std::vector<std::string> lines;
+        for (const auto& stored : test::readContent(*openStore()))
+            lines.push_back(host::toUtf8(stored.path.string()) + (stored.node.empty() ? "" : " " + stored.node));
+        return lines;
+    }
+
+    std::unique_ptr<pm::MetadataManager> openStore() const { return pm::getMetadataManagerFor(test::toPath(root)); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Stores, ChangeCommandTest, testing::Values("fixedPath", "monolithic", "sqlite"),
+                         test::nameOfStore);
+
+TEST_P(ChangeCommandTest, attributesChangeAndTheRestOfTheNodeStays) {
+    succeed("set", {"Folder:a|File:b", "--create", "--node", "Note", "Owner=Ann", "Text=x=y", "Empty="});
+    const pm::MetadataPath path({{u"Folder", u"a"}, {u"File", u"b"}});
+    {
+        const auto store = openStore();
+        const auto node = store->getNode(path);
+        node->createChildNode(u"Child").put(u"Key", u"kept");
+        store->setNode(path, *node);
+    }
+    succeed("set", {"Folder:a|File:b", "Owner=J\xc3\xbcrgen", "New=1"});
+    EXPECT_THAT(content(), ElementsAre("Folder:a",
+                                       "Folder:a|File:b Note Empty= New=1 Owner=J\xc3\xbcrgen Text=x=y "
+                                       "(Child Key=kept)"));
+    succeed("unset", {"Folder:a|File:b", "Empty", "New", "Text"});
+    succeed("set", {"Folder:a", "K=V"});
+    test::Surroundings inside;
+    inside.folder = root;
+    expectSuccess(run({"set", "/", "K=root", "L=root", "-q"}, inside), "");
+    EXPECT_THAT(content(),
+                ElementsAre("Folder:a Info K=V", "Folder:a|File:b Note Owner=J\xc3\xbcrgen (Child Key=kept)"));
+    EXPECT_EQ(openStore()->getNode({})->get(u"L"), u"root");
+
+    const auto before = readTree(root);
+    expectFailure(run({"unset", root, "Folder:a|File:b", "Owner", "Text"}), 1, {"Folder:a|File:b", "\"Text\""});
+    expectFailure(run({"unset", root, "Folder:x", "Owner"}), 3, {"Folder:x"});
+    expectFailure(run({"set", root, "Folder:x", "K=V"}), 3, {"Folder:x", "--create"});
+    expectFailure(run({"set", root, "Folder:a", "K=V", "--node", "Other"}), 3, {"\"Info\"", "\"Other\""});
+    for (const std::string pair : {"=x", "1=x", "K=\xff", "K\xff=x", "K=\x01"})
+        expectFailure(run({"set", root, "Folder:a", "Good=1", pair}), 2, {"in \""});
+    expectFailure(run({"set", root, "Folder:a", "Good"}), 2, {"\"Good\"", "no \"=\""});
+    EXPECT_EQ(readTree(root), before);
+}
+
+TEST_P(ChangeCommandTest, pathsAreAddedWhereTheyAreToBeAndRemovedTogetherOrNotAtAll) {
+    for (const std::string path : {"T:b", "T:d", "T:b|T:below"})
+        succeed("add", {path});
+    succeed("add", {"T:a", "--before", "T:b"});
+    succeed("add", {"T:c", "--after", "T:b"});
+    EXPECT_THAT(content(), ElementsAre("T:a", "T:b", "T:c", "T:d", "T:b|T:below"));
+
+    const auto before = readTree(root);
+    expectFailure(run({"add", root, "T:a"}), 3, {"\"T:a\""});
+    expectFailure(run({"add", root, "T:x", "--after", "T:b|T:below"}), 2, {"no sibling"});
+    expectFailure(run({"remove", root, "T:a", "T:x"}), 1, {"\"T:x\""});
+    expectFailure(run({"remove", root, "/"}), 2, {"--force"});
+    EXPECT_EQ(readTree(root), before);
+
+    expectSuccess(run({"remove", root, "T:b|T:below", "T:b", "T:x", "--force"}), "Removed 2 paths\n");
+    EXPECT_THAT(content(), ElementsAre("T:a", "T:c", "T:d"));
+    succeed("remove", {"/", "--force"});
+    EXPECT_THAT(content(), ElementsAre());
+}
+
+TEST_P(ChangeCommandTest, aMovedPathKeepsNodesAndOrderAndLeavesItsTwinAlone) {
+    // "F:b|F:c" is the text of two paths.
+    for (const std::string path : {"F:z", "F:b", R"(F:b\|F:c)", "F:b|F:c", "F:b|F:a", "F:a"})
+        succeed("set", {path, "--create", "Id=" + path});
+    const auto expectMoved = [&](const std::string& from, const std::string& to) {
+        EXPECT_THAT(run({"move", root, from, to}).out, HasSubstr("from " + from + " to " + to + "\n"));
+    };
+    expectMoved("F:b", "F:new");
+    EXPECT_THAT(content(), ElementsAre("F:z Info Id=F:z", "F:new Info Id=F:b", R"(F:b|F:c Info Id=F:b\|F:c)",
+                                       "F:a Info Id=F:a", "F:new|F:c Info Id=F:b|F:c", "F:new|F:a Info Id=F:b|F:a"));
+    expectMoved(R"(F:b\|F:c)", "F:z|F:d");
+    expectMoved("F:new", "F:z|F:b");
+    EXPECT_THAT(content(),
+                ElementsAre("F:z Info Id=F:z", "F:a Info Id=F:a", R"(F:z|F:d Info Id=F:b\|F:c)", "F:z|F:b Info Id=F:b",
+                            "F:z|F:b|F:c Info Id=F:b|F:c", "F:z|F:b|F:a Info Id=F:b|F:a"));
+
+    const auto before = readTree(root);
+    expectFailure(run({"move", root, "F:x", "F:y"}), 3, {"\"F:x\""});
+    expectFailure(run({"move", root, "F:z", "F:a"}), 3, {"\"F:a\" already"});
+    expectFailure(run({"move", root, "F:z", "F:z|F:y"}), 2, {"into itself"});
+    expectFailure(run({"move", root, "F:z", "F:x|F:y"}), 3, {"\"F:x\""});
+    expectFailure(run({"move", root, "/", "F:y"}), 2, {"root path"});
+    EXPECT_EQ(readTree(root), before);
+}
+
+TEST_P(ChangeCommandTest, aDryRunSaysWhatItWouldDoAndWritesNothing) {
+    test::writeBytes(folder / "source/gone", "1");
+    test::writeBytes(folder / "source/changed", "1");
+    const auto counts = [&](const std::vector<std::string>& more) {
+        std::vector<std::string> arguments{"scan", root, folder / "source", "--json"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return nlohmann::json::parse(run(arguments).out);
+    };
+    using Counts = nlohmann::json;
+    EXPECT_EQ(counts({}), Counts({{"added", 2}, {"updated", 0}, {"removed", 0}, {"files", 2}, {"folders", 0}}));
+    fs::remove(folder / "source/gone");
+    test::writeBytes(folder / "source/changed", "22");
+    test::writeBytes(folder / "source/new/file", "");
+
+    const auto before = readTree(root);
+    const Counts expected{{"added", 2}, {"updated", 1}, {"removed", 1}, {"files", 2}, {"folders", 1}};
+    EXPECT_EQ(counts({"--dry-run"}), expected);
+    const std::vector<std::vector<std::string>> lines{{"set", "File:gone", "K=V"},
+                                                      {"unset", "File:gone", "Kind"},
+                                                      {"add", "File:x", "--before", "File:gone"},
+                                                      {"remove", "File:gone"},
+                                                      {"move", "File:gone", "File:x"}};
+    for (std::vector<std::string> line : lines) {
+        line.insert(line.end(), {"-C", root, "--dry-run"});
+        const auto outcome = run(line);
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        EXPECT_THAT(outcome.out, HasSubstr("ould "));
+    }
+    EXPECT_EQ(readTree(root), before);
+    EXPECT_EQ(counts({}), expected);
+    expectSuccess(run({"scan", root, folder / "source"}), "0 added, 0 updated, 0 removed; 2 files, 1 folder\n");
+}
+
+}  // namespace

@@ -1,0 +1,127 @@
+/// check: everything that is wrong with a project is told, and what can be mended is mended.
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/cli/ProjectFixture.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::expectFailure;
+using test::Outcome;
+using test::run;
+using test::writeBytes;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+class CheckTest : public test::ProjectFixture {
+protected:
+    /// A project with the paths T:a, T:a|T:b and T:c.
+    void fill(const std::string& store = "fixedPath") const {
+        init(store);
+        for (const std::string path : {"T:a", "T:a|T:b", "T:c"})
+            ASSERT_EQ(run({"set", "--create", root, path, "k=1"}).status, 0);
+    }
+
+    /// What is printed on the standard output, with relative file names; `status` is expected.
+    std::string check(int status, const std::vector<std::string>& options = {}) const {
+        std::vector<std::string> arguments{"check", root};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, status) << outcome.out << outcome.err;
+        const std::string prefix = metadata.native() + '/';
+        for (std::size_t at = 0; (at = outcome.out.find(prefix)) != std::string::npos;)
+            outcome.out.erase(at, prefix.size());
+        return outcome.out;
+    }
+
+    const fs::path metadata = coreFile.parent_path();
+};
+
+TEST_F(CheckTest, findsNothingInASoundProject) {
+    for (const std::string store : {"fixedPath", "monolithic", "sqlite"}) {
+        fs::remove_all(metadata);
+        fill(store);
+        ASSERT_EQ(run({"uuid", root, "--new"}).status, 0);
+        const auto before = test::readTree(root);
+        EXPECT_THAT(check(0), testing::EndsWith("and 4 paths read\n0 problems\n")) << store;
+        EXPECT_EQ(check(0, {"-q", "--repair"}), "0 problems\n");
+        EXPECT_EQ(test::readTree(root), before);
+    }
+    expectFailure(run({"check", folder.std()}), 4, {"holds no project metadata"});
+}
+
+TEST_F(CheckTest, namesFileLineAndProblem) {
+    fill();
+    writeBytes(metadata / "T=c.xml", "<?xml version=\"1.0\"?>\n<Path Location=\"c\"\n  Type=\"T\"><Node>\n</Path>\n");
+    writeBytes(metadata / "T=d.xml", "<Path Location=\"x\" Type=\"T\" Rank=\"a1\"/>");
+    writeBytes(metadata / "T=e.xml", "<!DOCTYPE Path [<!ENTITY f SYSTEM \"" + (folder / "secret").native() +
+                                         "\">]>\n<Path Location=\"e\" Type=\"T\" Rank=\"a2\">&f;\n<\n</Path>");
+    writeBytes(folder / "secret", "top secret");
+    writeBytes(metadata / "uuid-12.xml", "<uuid/>");
+    writeBytes(metadata / "readme\x1b.txt", "");
+    writeBytes(root / ".TolvaneProject/Project.xml", "<Project MetadataType=\"monolithic\"/>");
+    fs::remove(metadata / "T=a.xml");
+    const std::string out = check(1);
+    EXPECT_THAT(out,
+                AllOf(HasSubstr("T=c.xml:4: it is no well-formed XML"), HasSubstr("T=d.xml: its name does not fit"),
+                      HasSubstr("T=e.xml:3: it is no well-formed XML"), HasSubstr("uuid-12.xml: its name"),
+                      HasSubstr("T=a.xml: it is missing"), HasSubstr(".TolvaneProject/Project.xml: it is not used"),
+                      HasSubstr("\n6 problems\n"), Not(HasSubstr("readme")), Not(HasSubstr("secret"))));
+    EXPECT_THAT(check(1, {"-v"}), HasSubstr("readme\\u001B.txt: it does not belong to the metadata\n"));
+    const auto json = nlohmann::json::parse(run({"check", root, "--json"}).out);
+    EXPECT_EQ(json["problems"].size(), 6U);
+    EXPECT_EQ(json["problems"][2]["line"], 4);
+}
+
+TEST_F(CheckTest, tellsWhatIsWrongWithTheCoreFile) {
+    for (const std::string content : {"<Project MetadataType=\"odd\"/>", "<Project/>", "<Project\n<"}) {
+        writeBytes(coreFile, content);
+        EXPECT_THAT(check(1), AllOf(HasSubstr("Project.xml:"), HasSubstr("\n1 problem\n"))) << content;
+        EXPECT_THAT(check(1, {"--repair"}), HasSubstr("\n1 problem\n"));
+        EXPECT_EQ(test::readBytes(coreFile), content);
+    }
+}
+
+TEST_F(CheckTest, repairsWithoutLosingAnything) {
+    fill();
+    writeBytes(metadata / "T=a.xml", "<<<<<<< ours");
+    writeBytes(metadata / ".lock", "");
+    const auto before = test::readTree(root);
+    EXPECT_THAT(check(1, {"--repair", "--dry-run"}), HasSubstr("would repair: T=a.xml is moved to"));
+    EXPECT_EQ(test::readTree(root), before);
+    EXPECT_THAT(check(0, {"--repair"}),
+                AllOf(HasSubstr("repaired: T=a.xml is moved to"), HasSubstr("T=a.xml is given back"),
+                      HasSubstr("repaired: .lock is removed"), HasSubstr("\n0 problems\n")));
+    EXPECT_EQ(test::readBytes(root / "resources/project.damaged/T=a.xml"), "<<<<<<< ours");
+    EXPECT_EQ(run({"get", root, "T:a|T:b", "k"}).out, "1\n");
+    EXPECT_EQ(check(0, {"-q"}), "0 problems\n");
+}
+
+TEST_F(CheckTest, interruptedChangesAreLeftAloneUntilRepaired) {
+    fill();
+    // A journal that is decided, with one step left: to remove T:c.
+    const std::string journal = std::string("project_metadata batch 1\nDT=c.xml") + '\0';
+    writeBytes(metadata / ".pending/journal", journal);
+    fs::create_directories(metadata / ".pending/new");
+    fs::create_directories(metadata / ".pending/old");
+    const auto before = test::readTree(root);
+    EXPECT_THAT(check(1), HasSubstr(".pending: a change was interrupted"));
+    EXPECT_EQ(test::readTree(root), before);
+    EXPECT_THAT(check(0, {"--repair"}), HasSubstr("the change that was interrupted is completed"));
+    EXPECT_FALSE(fs::exists(metadata / ".pending") || fs::exists(metadata / "T=c.xml"));
+
+    // One that was not decided, while somebody is at work, and afterwards.
+    writeBytes(metadata / ".pending/new/0", "half a fi");
+    const int lock = open((metadata / ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    EXPECT_EQ(check(0, {"-q", "--repair"}), "0 problems\n");
+    close(lock);
+    EXPECT_THAT(check(0, {"--repair"}), HasSubstr("had not been decided"));
+    EXPECT_FALSE(fs::exists(metadata / ".pending") || fs::exists(metadata / ".lock"));
+}
+
+}  // namespace

@@ -1,0 +1,163 @@
+/// diff and merge: by path and attribute, on projects and on single files.
+#include <nlohmann/json.hpp>
+
+#include "tests/cli/ProjectFixture.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::expectFailure;
+using test::expectSuccess;
+using test::Outcome;
+using test::run;
+using testing::HasSubstr;
+
+class CompareTest : public test::ProjectFixture {
+protected:
+    /// An exported file with `content`.
+    std::string file(const std::string& name, const std::string& content) const {
+        const fs::path path = folder / name;
+        test::writeBytes(path, "<Project MetadataType=\"monolithic\">" + content + "</Project>\n");
+        return path;
+    }
+
+    /// A project named `name` with `content`.
+    std::string project(const std::string& name, const std::string& content, const std::string& store) const {
+        const fs::path path = folder / name;
+        fs::create_directories(path);
+        const Outcome outcome = run({"import", file(name + ".xml", content), path, "--store", store});
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        return path;
+    }
+};
+
+/// A path of type "T" at `location`, with a node of the attributes `attributes`, and `children` below.
+std::string path(const std::string& location, const std::string& attributes, const std::string& children = "") {
+    return "<Path Location=\"" + location + "\" Type=\"T\"><Node><Info" + (attributes.empty() ? "" : " ") + attributes +
+           "/></Node>" + children + "</Path>";
+}
+
+/// What is between the tags of the root of `file`, on one line.
+std::string contentOf(const fs::path& file) {
+    std::istringstream lines(test::readBytes(file));
+    std::string content;
+    for (std::string line; std::getline(lines, line);)
+        content += line.substr(std::min(line.find_first_not_of(' '), line.size()));
+    const std::string begin = "<Project MetadataType=\"monolithic\">";
+    const std::size_t start = content.find(begin) + begin.size();
+    return content.substr(start, content.rfind("</Project>") - start);
+}
+
+TEST_F(CompareTest, listsDifferencesByPathAndAttribute) {
+    const std::string before = path("a", "k=\"1\" x=\"&#10;\"") + path("b", "") + path("c", "") + path("d", "") +
+                               "<Path Location=\"e\" Type=\"T\"><Node><Info><I n=\"1\"/><I n=\"2\"/></Info></Node>"
+                               "</Path>";
+    const std::string after =
+        path("a", "k=\"2\" y=\"\"") + path("d", "") + path("new", "k=\"1\"") + path("b", "") +
+        "<Path Location=\"e\" Type=\"T\"><Node><Info><J/><I n=\"1\"/><I n=\"2\" m=\"3\"/></Info></Node>"
+        "</Path>";
+    const std::string expected =
+        "~ T:a\n    ~ node Info\n        - k=\"1\"\n        + k=\"2\"\n        - x=\"\\n\"\n"
+        "        + y=\"\"\n"
+        "~ T:d  (moved among its siblings)\n"
+        "+ T:new\n    + node Info\n        + k=\"1\"\n"
+        "- T:c\n    - node Info\n"
+        "~ T:e\n    ~ node Info\n        + node J\n        ~ node I[2]\n            + m=\"3\"\n";
+    const Outcome files = run({"diff", file("a.xml", before), file("b.xml", after)});
+    EXPECT_EQ(files.status, 1);
+    EXPECT_EQ(files.out, expected);
+
+    // The same in stores of two kinds, and against a file.
+    const std::string a = project("a", before, "fixedPath");
+    const std::string b = project("b", after, "monolithic");
+    EXPECT_EQ(run({"diff", a, b}).out, expected);
+    EXPECT_EQ(run({"diff", a, file("b.xml", after)}).out, expected);
+    expectSuccess(run({"diff", a, file("a.xml", before)}), "");
+    EXPECT_EQ(run({"diff", "-q", a, b}).status, 1);
+    EXPECT_EQ(run({"diff", "-q", a, b}).out, "");
+    EXPECT_THAT(run({"diff", "--color", "always", a, b}).out, HasSubstr("\x1b[31m- T:c\x1b[0m"));
+
+    const auto json = nlohmann::json::parse(run({"diff", "--json", a, b}).out);
+    ASSERT_EQ(json.size(), 5U);
+    EXPECT_EQ(json[0]["node"]["attributes"][0], nlohmann::json({{"key", "k"}, {"before", "1"}, {"after", "2"}}));
+    EXPECT_EQ(json[1]["moved"], true);
+    EXPECT_EQ(json[3]["change"], "removed");
+}
+
+TEST_F(CompareTest, refusesWhatItCannotCompare) {
+    test::writeBytes(folder / "bad.xml", "<Project MetadataType=\"x\">\n<Info/></Project>");
+    test::writeBytes(folder / "node.xml", "<Info/>");
+    expectFailure(run({"diff", folder / "absent", folder / "node.xml"}), 3, {folder / "absent"});
+    expectFailure(run({"diff", folder / "bad.xml", folder / "node.xml"}), 3, {folder / "bad.xml", "<Info>"});
+    expectFailure(run({"merge", folder / "node.xml", folder / "node.xml", file("a.xml", "")}), 3, {"one form"});
+
+    const std::string damaged = project("damaged", path("a", "k=\"1\""), "fixedPath");
+    test::writeBytes(fs::path(damaged) / "resources/project/T=a.xml", "<Path");
+    const Outcome outcome = run({"diff", damaged, file("a.xml", "")});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.err, HasSubstr("would pass for removed; see \"project-metadata check\""));
+}
+
+struct MergeCase {
+    std::string what, base, ours, theirs, merged;
+    int conflicts = 0;
+};
+
+TEST_F(CompareTest, mergesByPathAndAttribute) {
+    const std::string a = path("a", "k=\"1\"");
+    const std::string b = path("b", "k=\"1\"");
+    const std::string c = path("c", "k=\"1\"");
+    const auto marked = [](const std::string& name, const std::string& attributes, const std::string& mark) {
+        return "<Path Location=\"" + name + "\" Type=\"T\"><Node><Info " + attributes + "><Conflict " + mark +
+               "/></Info></Node></Path>";
+    };
+    const auto lists = [](const std::string& items) {
+        return "<Path Location=\"a\" Type=\"T\"><Node><Info>" + items + "</Info></Node></Path>";
+    };
+    const MergeCase cases[] = {
+        {"attributes of one node", path("a", "k=\"1\" l=\"1\" m=\"1\""), path("a", "k=\"2\" l=\"1\" m=\"1\""),
+         path("a", "k=\"1\" m=\"1\" n=\"1\""), path("a", "k=\"2\" m=\"1\" n=\"1\"")},
+        {"both alike", a + b, path("a", "k=\"2\"") + c, path("a", "k=\"2\"") + c, path("a", "k=\"2\"") + c},
+        {"additions and removals", a + b, a + path("x", "") + b, b + c, path("x", "") + b + c},
+        {"one reorders, the other adds", a + b + c, c + b + a, a + path("x", "") + b + c, c + b + a + path("x", "")},
+        {"additions at one place", a, a + b, a + c, a + b + c},
+        {"same attribute", a, path("a", "k=\"2\""), path("a", "k=\"3\""),
+         marked("a", "k=\"2\"", R"(Base="1" Key="k" Ours="2" Theirs="3" What="attribute")"), 1},
+        {"attribute changed and removed", a, path("a", ""), path("a", "k=\"3\""),
+         marked("a", "k=\"3\"", R"(Base="1" Key="k" Theirs="3" What="attribute")"), 1},
+        {"path changed and removed", a + b, b, path("a", "k=\"2\"") + b,
+         marked("a", "k=\"2\"", R"(RemovedBy="ours" What="removed")") + b, 1},
+        {"both added a path", "", a, path("a", "k=\"2\" l=\"1\""),
+         marked("a", "k=\"1\" l=\"1\"", R"(Key="k" Ours="1" Theirs="2" What="attribute")"), 1},
+        {"child nodes", lists("<I n=\"1\"/><I n=\"2\"/><I n=\"3\"/>"),
+         lists("<I n=\"1\"/><I n=\"2\" o=\"\"/><I n=\"3\"/>"), lists("<I n=\"0\"/><I n=\"1\"/><I n=\"2\"/>"),
+         lists("<I n=\"0\"/><I n=\"1\"/><I n=\"2\" o=\"\"/>")},
+    };
+    for (const MergeCase& merge : cases) {
+        const std::string ours = file("ours.xml", merge.ours);
+        const std::string theirs = file("theirs.xml", merge.theirs);
+        const Outcome outcome = run({"merge", "--json", file("base.xml", merge.base), ours, theirs});
+        EXPECT_EQ(outcome.status, merge.conflicts == 0 ? 0 : 1) << merge.what << outcome.err;
+        EXPECT_EQ(nlohmann::json::parse(outcome.out).size(), std::size_t(merge.conflicts)) << merge.what;
+        EXPECT_EQ(contentOf(ours), merge.merged) << merge.what;
+    }
+}
+
+TEST_F(CompareTest, mergesProjectsOfDifferentStores) {
+    const std::string base = project("base", path("a", "k=\"1\"", path("b", "")) + path("c", ""), "fixedPath");
+    const std::string ours = project("ours", path("a", "k=\"2\"", path("b", "")) + path("c", ""), "fixedPath");
+    const std::string theirs =
+        project("theirs", path("new", "") + path("a", "k=\"3\"", path("b", "x=\"1\"")), "sqlite");
+    const auto before = test::readTree(ours);
+    EXPECT_THAT(run({"merge", "--dry-run", base, ours, theirs}).out,
+                HasSubstr("conflict: T:a: k: ours \"2\", theirs \"3\", base \"1\"\n"));
+    EXPECT_EQ(test::readTree(ours), before);
+    EXPECT_EQ(run({"merge", base, ours, theirs}).status, 1);
+    const Outcome rest = run({"diff", ours, theirs});
+    EXPECT_EQ(rest.out,
+              "~ T:a\n    ~ node Info\n        - k=\"2\"\n        + k=\"3\"\n        - node Conflict\n"
+              "            - Base=\"1\"\n            - Key=\"k\"\n            - Ours=\"2\"\n"
+              "            - Theirs=\"3\"\n            - What=\"attribute\"\n");
+}
+
+}  // namespace

@@ -1,0 +1,190 @@
+/// tree, show, get, find and stat: looking at a project.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+
+#include <nlohmann/json.hpp>
+
+#include "host/Text.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
+#include "tests/cli/ProjectFixture.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace pm = project::metadata;
+using nlohmann::json;
+using test::expectFailure;
+using test::expectSuccess;
+using test::Outcome;
+using test::run;
+using testing::AllOf;
+using testing::HasSubstr;
+
+/// A project with a node that holds children, one with a value that is not easy to print, and a branch.
+class LookTest : public test::ProjectFixture {
+protected:
+    LookTest() {
+        init();
+        const auto store = pm::getMetadataManagerFor(test::toPath(root));
+        pm::MetadataNodeSpecification node(u"Source");
+        node.put(u"Owner", u"Jane Doe");
+        node.put(u"Id", u"7");
+        node.createChildNode(u"Note").put(u"Text", oddValue);
+        store->setNode(pm::MetadataPath({{u"Folder", u"src"}, {u"File", u"main.c"}}), node);
+        pm::MetadataNodeSpecification oddNode;
+        oddNode.put(u"Odd", oddValue);
+        oddNode.put(u"None", u"");
+        store->setNode(pm::MetadataPath({{u"Folder", u"src"}, {u"File", u"Grün.c"}}), oddNode);
+        store->addPath(pm::MetadataPathBuilder().add(u"Label", u"x").build());
+    }
+
+    const std::u16string oddValue = u"tab\t\u202e\n\"\\n ü";
+    const std::string source = "Folder:src|File:main.c";
+    const std::string odd = "Folder:src|File:Grün.c";
+};
+
+TEST_F(LookTest, pathsThatArePrintedNameTheSamePathsAgain) {
+    const std::vector<pm::PathElement> elements{
+        {u"[[\"a\",\"b\"]]", u"[x"}, {u"-rf", u"--help"},          {u"a:b|c", u"d:e|f"},  {u"", u"a\\|\\\\"},
+        {u"/", u"\u202e\n\x1b[2J"},  {u"bytes", {0xDCFF, 0xD800}}, {u"\U0001f527", u"/"}, {u"Folder", u"b|Folder:c"}};
+    const auto store = pm::getMetadataManagerFor(test::toPath(root));
+    store->removePath({});
+    pm::MetadataPathBuilder builder;
+    for (const pm::PathElement& element : elements) {
+        builder.add(element.getType(), element.getLocation());
+        pm::MetadataNodeSpecification node;
+        node.put(u"Depth", host::fromUtf8(std::to_string(builder.build().getPath().size())));
+        store->setNode(builder.build(), node);
+    }
+    const json listed = json::parse(run({"tree", root, "--json"}).out);
+    ASSERT_EQ(listed.size(), elements.size() + 1);
+    std::string found;
+    std::string drawn = root.native() + '\n';
+    std::size_t parentLength = 0;
+    for (std::size_t depth = 1; depth <= elements.size(); ++depth) {
+        const std::string path = listed[depth]["path"];
+        expectSuccess(run({"get", root, "--", path, "Depth"}), std::to_string(depth) + '\n');
+        found += path + '\n';
+        drawn += std::string(4 * depth - 4, ' ') + "└── " + path.substr(parentLength) + '\n';
+        parentLength = path.size() + 1;
+    }
+    expectSuccess(run({"find", root}), found);
+    expectSuccess(run({"tree", root}), drawn);
+}
+
+TEST_F(LookTest, treeStartsAndEndsWhereItIsTold) {
+    expectSuccess(run({"tree", root, "--depth", "1"}), root.native() + "\n├── Folder:src\n└── Label:x\n");
+    expectSuccess(run({"tree", root, "Folder:src", "--attributes"}),
+                  "Folder:src\n├── File:main.c  Source Id=7 Owner=\"Jane Doe\"\n"
+                  "└── File:Grün.c  Info None=\"\" Odd=\"tab\\t\\u202E\\n\"\\n ü\"\n");
+    const json list = json::parse(run({"tree", root, "--json", "--attributes", "--depth", "2"}).out);
+    EXPECT_EQ(list.size(), 5U);
+    EXPECT_EQ(list[0], json::parse(R"({"path": "/", "type": null, "location": null, "node": null, "depth": 0})"));
+    EXPECT_EQ(list[2]["node"]["attributes"], json({{"Id", "7"}, {"Owner", "Jane Doe"}}));
+    expectFailure(run({"tree", root, source + "|x:y|z:"}), 3, {"\"" + source + "|x:y|z:\"", "is \"" + source + '"'});
+    expectFailure(run({"tree", root, "--depth", "-1"}), 2, {"--depth"});
+}
+
+TEST_F(LookTest, showPrintsAllThatANodeHolds) {
+    expectSuccess(run({"show", root, source}), source + R"(
+Source
+    Id    = 7
+    Owner = Jane Doe
+    Note
+        Text = tab\t\u202E\n"\n ü
+0 paths directly below
+)");
+    expectSuccess(run({"show", "-C", root, "Label:x"}), "Label:x\nNo node, only a branch\n0 paths directly below\n");
+    const json shown = json::parse(run({"show", root, R"([["Folder","src"],["File","main.c"]])", "--json"}).out);
+    EXPECT_EQ(shown["path"], source);
+    EXPECT_EQ(shown["node"]["children"][0]["attributes"]["Text"], host::toUtf8(oddValue));
+    expectFailure(run({"show", root, "Folder:src|File:none"}), 3, {"Folder:src|File:none", "is \"Folder:src\""});
+}
+
+TEST_F(LookTest, getPrintsAValueAsItIs) {
+    expectSuccess(run({"get", root, odd, "Odd"}), host::toUtf8(oddValue) + '\n');
+    EXPECT_EQ(json::parse(run({"get", root, odd, "Odd", "--json"}).out), host::toUtf8(oddValue));
+    expectSuccess(run({"get", root, odd, "None"}), "\n");
+    expectFailure(run({"get", root, odd, "Id"}), 1, {'"' + odd + '"', "\"Id\""});
+    expectFailure(run({"get", root, "Label:x", "Id"}), 1, {"\"Label:x\"", "no node"});
+    expectFailure(run({"get", root, "Label:y", "Id"}), 3, {"\"Label:y\"", "\"/\""});
+
+    // On a terminal it must not act.
+    const int screen = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(screen >= 0 && grantpt(screen) == 0 && unlockpt(screen) == 0);
+    const int terminal = open(ptsname(screen), O_RDWR | O_NOCTTY);
+    test::Surroundings surroundings;
+    surroundings.prepare = [terminal] { dup2(terminal, STDOUT_FILENO); };
+    EXPECT_EQ(run({"get", root, odd, "Odd"}, surroundings).status, 0);
+    std::array<char, 256> text{};
+    EXPECT_GT(read(screen, text.data(), text.size() - 1), 0);
+    EXPECT_STREQ(text.data(), "tab\\t\\u202E\\n\"\\n ü\r\n");
+    close(terminal), close(screen);
+}
+
+TEST_F(LookTest, findPrintsThePathsThatHaveEverythingAskedFor) {
+    const std::string both = source + '\n' + odd + '\n';
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{}, "Folder:src\n" + both + "Label:x\n"},
+        {{"Folder:src", "--type", "F*"}, "Folder:src\n" + both},
+        {{"--type", "F*", "--location", "*.[c-d]"}, both},
+        {{"--location", "Gr?n.c"}, odd + '\n'},
+        {{"--location", "gr[ä-ÿ]*", "-i"}, odd + '\n'},
+        {{"--location", "main\\.c"}, source + '\n'},
+        {{"--location", "main"}, ""},
+        {{"--attribute", "Id=[0-9]", "--attribute", "Owner=* Doe"}, source + '\n'},
+        {{"--attribute", "Id", "--attribute", "Odd"}, ""},
+        {{"--attribute", "Odd=tab?\u202e*\n*ü"}, odd + '\n'},
+        {{"--node", "Source"}, source + '\n'},
+        {{"--branches"}, "Folder:src\nLabel:x\n"}};
+    for (const auto& [options, expected] : cases) {
+        std::vector<std::string> line{"find", root};
+        line.insert(line.end(), options.begin(), options.end());
+        const Outcome outcome = run(line);
+        EXPECT_EQ(outcome.out, expected) << testing::PrintToString(options);
+        EXPECT_EQ(outcome.status, expected.empty() ? 1 : 0) << outcome.err;
+    }
+    EXPECT_EQ(json::parse(run({"find", root, "--attribute", "Id", "--json"}).out).at(0)["node"]["name"], "Source");
+    EXPECT_EQ(json::parse(run({"find", root, "--type", "none", "--json"}).out), json::array());
+    expectFailure(run({"find", root, "--branches", "--node", "x"}), 2, {"--branches", "--node"});
+}
+
+TEST_F(LookTest, statCountsPathsNodesAndFiles) {
+    const std::size_t value = host::toUtf8(oddValue).size();
+    const std::size_t large = std::string("SourceIdOwner7Jane DoeNoteText").size() + value;
+    const std::size_t text = large + std::string("InfoNoneOdd").size() + value;
+    std::size_t bytes = 0;
+    for (const auto& file : test::readTree(coreFile.parent_path()))
+        bytes += file.second.size();
+    const json counts = json::parse(run({"stat", root, "--json"}).out);
+    EXPECT_EQ(counts["types"][0]["textBytes"], text);
+    EXPECT_EQ(counts["largest"][0]["path"], source);
+    EXPECT_EQ(counts["largest"][0]["textBytes"], large);
+    EXPECT_EQ(counts["fileBytes"], bytes);
+    EXPECT_THAT(run({"stat", root}).out, HasSubstr("Branches    2\nDepth       2\nOn disk     "));
+}
+
+TEST_F(LookTest, goesOnWhereMetadataIsDamaged) {
+    const fs::path file = coreFile.parent_path() / "Folder=src/File=main.c.xml";
+    test::writeBytes(file, "<Path");
+    const std::vector<std::pair<std::vector<std::string>, std::string>> looks{
+        {{"tree", root, "--attributes"}, "main.c  (unreadable)\n"},
+        {{"tree", root, "--attributes", "--json"}, "\"unreadable\":true}"},
+        {{"find", root, "--attribute", "Odd"}, "Folder:src|File:Grün.c\n"},
+        {{"stat", root}, "\nUnreadable  1\n"}};
+    for (const auto& [line, part] : looks) {
+        const Outcome outcome = run(line);
+        EXPECT_EQ(outcome.status, 1) << line[0];
+        EXPECT_THAT(outcome.out, HasSubstr(part));
+        EXPECT_THAT(outcome.err, AllOf(HasSubstr(file), HasSubstr("project-metadata: 1 path could not be read")));
+    }
+    EXPECT_THAT(run({"find", root, "--branches"}).out, "Folder:src\nLabel:x\n");
+    EXPECT_THAT(run({"get", root, source, "Id"}).err, HasSubstr("Cannot read metadata from \"" + file.native()));
+    EXPECT_EQ(run({"show", root, source}).status, 3);
+}
+
+}  // namespace

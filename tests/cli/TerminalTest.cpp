@@ -1,0 +1,101 @@
+/// The command at a real terminal: progress, Ctrl-C and colours.
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "tests/cli/ProjectFixture.hpp"
+
+namespace {
+
+using test::readTree;
+using test::run;
+using testing::HasSubstr;
+using testing::Not;
+
+/// A shell's command in the foreground of a terminal of its own.
+class TerminalSession {
+public:
+    explicit TerminalSession(const std::string& command) {
+        process_ = forkpty(&screen_, nullptr, nullptr, nullptr);
+        if (process_ == 0) {
+            setenv("TERM", "xterm", 1);
+            unsetenv("NO_COLOR");
+            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+            _exit(125);
+        }
+    }
+
+    ~TerminalSession() { close(screen_), wait(); }
+    TerminalSession(const TerminalSession&) = delete;
+    TerminalSession& operator=(const TerminalSession&) = delete;
+
+    /// What appears on the screen until `text` does, or until the end.
+    std::string readUntil(const std::string& text) {
+        for (pollfd ready{screen_, POLLIN, 0}; seen_.find(text) == std::string::npos && poll(&ready, 1, 30000) > 0;) {
+            std::array<char, 4096> buffer{};
+            const ssize_t count = read(screen_, buffer.data(), buffer.size());
+            if (count <= 0)
+                break;
+            seen_.append(buffer.data(), static_cast<std::size_t>(count));
+        }
+        return seen_;
+    }
+
+    void type(char key) const { ASSERT_EQ(write(screen_, &key, 1), 1); }
+
+    /// The exit status, after the end.
+    int wait() const {
+        int status = 0;
+        waitpid(process_, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+private:
+    int screen_ = -1;
+    pid_t process_ = -1;
+    std::string seen_;
+};
+
+using TerminalTest = test::ProjectFixture;
+const std::string program = "exec " CLI_TEST_PREFIX "/bin/project-metadata ";
+
+TEST_F(TerminalTest, longWorkShowsProgressAndEndsWithCtrlCWithoutAChange) {
+    init();
+    for (int i = 0; i < 100; ++i)
+        test::writeBytes(folder / "source" / std::to_string(i), "");
+    // Somebody else holds the lock, so that storing takes long.
+    const int lock = open((coreFile.parent_path() / ".lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    const auto before = readTree(root);
+
+    TerminalSession session(program + "scan '" + root.native() + "' '" + (folder / "source").native() + "' > '" +
+                            (folder / "out").native() + "'");
+    EXPECT_THAT(session.readUntil("Storing, "), HasSubstr("\r\x1b[KStoring, "));
+    session.type(3);  // Ctrl-C
+    EXPECT_THAT(session.readUntil("\n"), HasSubstr("\r\x1b[Kproject-metadata: Interrupted; everything is as it was"));
+    EXPECT_EQ(session.wait(), 130);
+    EXPECT_EQ(test::readBytes(folder / "out"), "");
+    EXPECT_EQ(readTree(root), before);
+    close(lock);
+    EXPECT_EQ(run({"scan", root, folder / "source"}).status, 0);
+}
+
+TEST_F(TerminalTest, outputIsColouredThereUnlessTheUserObjects) {
+    init();
+    test::writeBytes(folder / "source/file", "");
+    const std::string scan = "scan -v --dry-run '" + root.native() + "' '" + (folder / "source").native() + "'";
+    const auto screenOf = [](const std::string& command) { return TerminalSession(command).readUntil("; 1 file"); };
+    EXPECT_THAT(screenOf(program + scan), HasSubstr("\x1b[32m+ File:file\x1b[0m\r\n"));
+    EXPECT_THAT(screenOf("export NO_COLOR=1; " + program + scan),
+                AllOf(HasSubstr("+ File:file\r\n"), Not(HasSubstr("\x1b"))));
+    EXPECT_THAT(screenOf(program + scan + " --color never"), Not(HasSubstr("\x1b")));
+    EXPECT_THAT(screenOf(program + scan + " | cat"), Not(HasSubstr("\x1b")));
+    EXPECT_THAT(run({"scan", "-v", root, folder / "source", "--color", "always"}).out, HasSubstr("\x1b[32m"));
+}
+
+}  // namespace
