@@ -6,6 +6,7 @@
 #include <exception>
 #include <iterator>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -26,6 +27,12 @@ namespace {
 
 const Positional rootArgument{"ROOT", "The project's root folder; without, found from the current folder upwards",
                               Positional::Kind::optional};
+
+/// Those that must be given, though the parser does not know: where ROOT is left out, it puts them elsewhere.
+std::set<const CLI::Option*>& neededArguments() {
+    static std::set<const CLI::Option*> arguments;
+    return arguments;
+}
 
 bool isFolder(const std::string& name) {
     struct stat status {};
@@ -49,16 +56,23 @@ host::Path findRootInsteadOf(const std::string& argument) {
 
 }  // namespace
 
+std::string formatUsage(const CLI::Option& option) {
+    const bool isList = option.get_expected_max() >= CLI::detail::expected_max_vector_size;
+    const std::string usage = option.get_name(true) + (isList ? "..." : "");
+    return option.get_required() || neededArguments().count(&option) == 1 ? usage : '[' + usage + ']';
+}
+
 Positionals::Positionals(CLI::App& app, std::vector<Positional> arguments, RootPlace place)
     : arguments_(std::move(arguments)), place_(place), given_(std::make_shared<Given>()) {
     std::vector<Positional> all = arguments_;
     all.insert(place == RootPlace::first ? all.begin() : all.end(), rootArgument);
     given_->places.resize(all.size());
     for (std::size_t i = 0; i < all.size(); ++i) {
-        if (all[i].kind == Positional::Kind::list)
-            app.add_option(all[i].name, given_->list, all[i].description);
-        else
-            app.add_option(all[i].name, given_->places[i], all[i].description);
+        const CLI::Option* const option = all[i].kind == Positional::Kind::list
+                                              ? app.add_option(all[i].name, given_->list, all[i].description)
+                                              : app.add_option(all[i].name, given_->places[i], all[i].description);
+        if (all[i].kind != Positional::Kind::optional)
+            neededArguments().insert(option);
     }
 }
 

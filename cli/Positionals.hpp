@@ -12,7 +12,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace cli {
 
@@ -26,6 +27,9 @@ struct Positional {
 };
 
 enum class RootPlace { first, last };
+
+/// How the argument `option` stands in a line on usage: in brackets if it may be left out, with dots if it is a list.
+std::string formatUsage(const CLI::Option& option);
 
 class Positionals {
 public:

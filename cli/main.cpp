@@ -13,6 +13,7 @@
 #include "cli/Errors.hpp"
 #include "cli/Options.hpp"
 #include "cli/Output.hpp"
+#include "cli/Positionals.hpp"
 #include "host/Interruption.hpp"
 
 namespace {
@@ -22,11 +23,13 @@ const char* const versionText =
 
 const char* const statusText =
     "Exit status: 0 done, 1 found differences or problems, 2 wrong usage, 3 an error, "
-    "4 not a project.";
+    "4 not a project, 130 interrupted.";
 
 /// Help that says of a command also which options it shares with all others.
 class HelpFormatter : public CLI::Formatter {
 public:
+    std::string make_option_usage(const CLI::Option* option) const override { return cli::formatUsage(*option); }
+
     std::string make_subcommands(const CLI::App* app, CLI::AppFormatMode mode) const override {
         const CLI::App* const parent = app->get_parent();
         if (!parent)

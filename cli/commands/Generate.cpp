@@ -13,6 +13,7 @@
 
 #include "cli/Command.hpp"
 #include "cli/Output.hpp"
+#include "cli/Positionals.hpp"
 
 namespace cli {
 
@@ -105,8 +106,7 @@ std::string manualCommand(const CLI::App& command) {
     std::string usage;
     for (const CLI::Option* option :
          command.get_options([](const CLI::Option* each) { return each->get_positional(); })) {
-        const std::string name = option->get_name(true);
-        usage += (usage.empty() ? "" : " ") + (option->get_required() ? name : '[' + name + ']');
+        usage += (usage.empty() ? "" : " ") + formatUsage(*option);
     }
     return manualEntry(command.get_name(), usage, command.get_description()) + ".RS\n" + manualOptions(command) +
            (command.get_footer() == command.get_parent()->get_footer() ? ""
