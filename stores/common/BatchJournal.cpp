@@ -24,7 +24,6 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <set>
 #include <thread>
 
@@ -172,6 +171,7 @@ void undoStep(const Path& folder, const JournalEntry& entry, std::size_t index) 
         raiseSystemError(file, reason);
 }
 
+/// Shows readers that the folders of the files have changed.
 void stampFolders(const Path& folder, const Journal& journal) {
     std::set<Path> folders;
     for (const JournalEntry& entry : journal)
