@@ -4,7 +4,9 @@
 
 #include <boost/locale/utf.hpp>
 
+#include <algorithm>
 #include <iterator>
+#include <type_traits>
 
 namespace host {
 
@@ -42,6 +44,25 @@ void append(std::basic_string<Unit>& text, utf::code_point codePoint) {
     utf::utf_traits<Unit>::encode(codePoint, std::back_inserter(text));
 }
 
+/// How many units of `text` come before the first that is not ASCII.
+template <class Unit>
+std::size_t countAscii(std::basic_string_view<Unit> text) {
+    const auto isAscii = [](Unit unit) { return static_cast<std::make_unsigned_t<Unit>>(unit) < 0x80; };
+    return static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isAscii) - text.begin());
+}
+
+/// How many units of UTF-16 the UTF-8 text `bytes` makes, if it is well-formed.
+std::size_t countUnits(std::string_view bytes) {
+    std::size_t count = 0;
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        const bool continues = value >= 0x80 && value < 0xC0;
+        const bool needsTwo = value >= 0xF0;
+        count += (continues ? 0U : 1U) + (needsTwo ? 1U : 0U);
+    }
+    return count;
+}
+
 /// Appends "\\", `kind` and the last `digits` hexadecimal digits of `value`.
 void appendEscape(std::u16string& text, char16_t kind, unsigned digits, utf::code_point value) {
     text += u'\\';
@@ -59,8 +80,13 @@ bool canBeShown(utf::code_point codePoint) {
 }  // namespace
 
 std::u16string decodeUtf8(std::string_view bytes, IllFormed policy) {
-    std::u16string text;
-    text.reserve(bytes.size());
+    // Most text is ASCII, at least where it begins, and that is taken over as it stands.
+    const std::size_t asciiCount = countAscii(bytes);
+    std::u16string text(bytes.begin(), bytes.begin() + asciiCount);
+    if (asciiCount == bytes.size())
+        return text;
+    bytes.remove_prefix(asciiCount);
+    text.reserve(asciiCount + countUnits(bytes));
     decode(
         bytes, [&](utf::code_point codePoint) { append(text, codePoint); },
         [&](char byte) {
@@ -71,8 +97,11 @@ std::u16string decodeUtf8(std::string_view bytes, IllFormed policy) {
 }
 
 std::string encodeUtf8(std::u16string_view text, IllFormed policy) {
-    std::string bytes;
-    bytes.reserve(text.size());
+    const std::size_t asciiCount = countAscii(text);
+    std::string bytes(asciiCount, '\0');
+    std::transform(text.begin(), text.begin() + asciiCount, bytes.begin(),
+                   [](char16_t unit) { return static_cast<char>(unit); });
+    text.remove_prefix(asciiCount);
     decode(
         text, [&](utf::code_point codePoint) { append(bytes, codePoint); },
         [&](char16_t unit) {
