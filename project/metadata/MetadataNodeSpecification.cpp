@@ -1,10 +1,14 @@
 #include "project/metadata/MetadataNodeSpecification.hpp"
 
 #include <algorithm>
+#include <optional>
+#include <typeinfo>
 #include <utility>
 
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/detail/NodeForm.hpp"
+#include "project/metadata/detail/NodeMemory.hpp"
 
 namespace project::metadata {
 
@@ -13,12 +17,52 @@ const std::u16string& getDefaultMetadataNodeName() {
     return name;
 }
 
-MetadataNodeSpecification::MetadataNodeSpecification() : name_(getDefaultMetadataNodeName()) {}
+namespace {
 
-MetadataNodeSpecification::MetadataNodeSpecification(std::u16string name) : name_(std::move(name)) {}
+std::shared_ptr<const detail::NodeForm> makeForm(std::u16string name) {
+    return std::make_shared<detail::NodeForm>(detail::NodeForm{std::move(name), {}});
+}
 
-MetadataNodeSpecification::MetadataNodeSpecification(const MetadataNode& other) : name_(other.getName()) {
-    MetadataNodeSpecification::copy(other);
+std::shared_ptr<const detail::NodeForm> getDefaultForm() {
+    static const auto form = makeForm(getDefaultMetadataNodeName());
+    return form;
+}
+
+/// Where the form has `key`, if it does.
+std::optional<std::size_t> findKey(const detail::NodeForm& form, const std::u16string& key) {
+    const auto found = std::lower_bound(form.keys.begin(), form.keys.end(), key);
+    if (found == form.keys.end() || *found != key)
+        return std::nullopt;
+    return static_cast<std::size_t>(found - form.keys.begin());
+}
+
+}  // namespace
+
+MetadataNodeSpecification::MetadataNodeSpecification() : form_(getDefaultForm()) {}
+
+MetadataNodeSpecification::MetadataNodeSpecification(std::u16string name) : form_(makeForm(std::move(name))) {}
+
+MetadataNodeSpecification::MetadataNodeSpecification(const MetadataNode& other) {
+    // What is in a node of this very type passed the checks of `put`, and its form can be shared.
+    const auto* same = typeid(other) == typeid(MetadataNodeSpecification)
+                           ? static_cast<const MetadataNodeSpecification*>(&other)
+                           : nullptr;
+    if (same) {
+        form_ = same->form_;
+        if (same->values_) {
+            values_ = detail::Values::make(same->values_->getSize(), nullptr);
+            std::copy_n(same->values_->begin(), same->values_->getSize(), values_->begin());
+        }
+        if (same->rest_)
+            rest_ = std::make_unique<Attributes>(*same->rest_);
+    } else {
+        form_ = makeForm(other.getName());
+        for (const std::u16string& key : other.getAttributeKeys())
+            MetadataNodeSpecification::put(key, other.get(key));
+    }
+    children_.reserve(other.getChildNodes().size());
+    for (const std::shared_ptr<MetadataNode>& child : other.getChildNodes())
+        children_.push_back(std::make_shared<MetadataNodeSpecification>(*child));
 }
 
 MetadataNodeSpecification::MetadataNodeSpecification(const MetadataNodeSpecification& other)
@@ -28,28 +72,46 @@ MetadataNodeSpecification::~MetadataNodeSpecification() = default;
 
 const std::u16string& MetadataNodeSpecification::get(std::u16string key) const {
     static const std::u16string absent;
-    const auto found = attributes_.find(key);
-    return found == attributes_.end() ? absent : found->second;
+    if (const auto index = findKey(*form_, key))
+        return values_->begin()[*index];
+    if (!rest_)
+        return absent;
+    const auto found = rest_->find(key);
+    return found == rest_->end() ? absent : found->second;
 }
 
 void MetadataNodeSpecification::put(std::u16string key, std::u16string value) {
-    if (!isValidKey(key))
+    const auto index = findKey(*form_, key);
+    if (!index && !isValidKey(key))
         raise<PutMetadataKeyFailure>(key);
     if (!isValidAttribute(value))
         raise<PutMetadataValueFailure>(value);
-    attributes_.insert_or_assign(std::move(key), std::move(value));
+    if (index) {
+        values_->begin()[*index] = std::move(value);
+        return;
+    }
+    if (!rest_)
+        rest_ = std::make_unique<Attributes>();
+    rest_->insert_or_assign(std::move(key), std::move(value));
 }
 
 std::vector<std::u16string> MetadataNodeSpecification::getAttributeKeys() const {
+    if (!rest_)
+        return form_->keys;
     std::vector<std::u16string> keys;
-    keys.reserve(attributes_.size());
-    for (const auto& attribute : attributes_)
+    keys.reserve(form_->keys.size() + rest_->size());
+    auto next = form_->keys.begin();
+    for (const auto& attribute : *rest_) {
+        for (; next != form_->keys.end() && *next < attribute.first; ++next)
+            keys.push_back(*next);
         keys.push_back(attribute.first);
+    }
+    keys.insert(keys.end(), next, form_->keys.end());
     return keys;
 }
 
 const std::u16string& MetadataNodeSpecification::getName() const {
-    return name_;
+    return form_->name;
 }
 
 const std::vector<std::shared_ptr<MetadataNode>>& MetadataNodeSpecification::getChildNodes() const {

@@ -13,6 +13,15 @@
 
 namespace project::metadata {
 
+namespace detail {
+struct NodeForm;
+class TreeParser;
+class Values;
+struct ValuesDeleter {
+    void operator()(Values* values) const noexcept;
+};
+}  // namespace detail
+
 /// The name of a node that was given none: "Info". May be called from any thread.
 PROJECT_METADATA_EXPORT const std::u16string& getDefaultMetadataNodeName();
 
@@ -26,7 +35,7 @@ public:
     /// A node named `name`.
     explicit MetadataNodeSpecification(std::u16string name);
 
-    /// A deep copy, independent of `other`.
+    /// A deep copy, independent of `other`: later changes of either do not show in the other.
     /// @throws PutMetadataKeyFailure, PutMetadataValueFailure if `other` holds what `put` refuses
     explicit MetadataNodeSpecification(const MetadataNode& other);
     MetadataNodeSpecification(const MetadataNodeSpecification& other);
@@ -45,9 +54,17 @@ public:
     void copy(const MetadataNode& source) override;
 
 private:
-    std::map<std::u16string, std::u16string> attributes_;
+    friend class detail::TreeParser;
+
+    using Attributes = std::map<std::u16string, std::u16string>;
+
+    // Attributes lie in one of two places. Those that a node was read with have their keys in the form, which alike
+    // nodes of a file share, and their values in an array of their own; the others are in a map. No value is ever
+    // moved to another address.
+    std::shared_ptr<const detail::NodeForm> form_;                   ///< never null
+    std::unique_ptr<detail::Values, detail::ValuesDeleter> values_;  ///< of the form's keys; null if it has none
+    std::unique_ptr<Attributes> rest_;                               ///< none of the form's keys; null until needed
     std::vector<std::shared_ptr<MetadataNode>> children_;
-    std::u16string name_;
 };
 
 }  // namespace project::metadata

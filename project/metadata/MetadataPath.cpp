@@ -1,6 +1,8 @@
 #include "project/metadata/MetadataPath.hpp"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -10,6 +12,9 @@ namespace {
 
 constexpr std::u16string_view typeEnd = u":";
 constexpr std::u16string_view elementEnd = u"|";
+
+/// All zeros, and so fit for use even before it is constructed.
+const std::vector<PathElement> noSteps;
 
 /// The text form of some elements, read piece by piece: type, ":", location, "|", type, ...
 class TextPieces {
@@ -57,20 +62,19 @@ private:
     std::u16string_view piece_;
 };
 
-/// Negative, zero or positive as the text form of `a` sorts before, with or after that of `b`.
-int compareTexts(const MetadataPath& a, const MetadataPath& b) noexcept {
-    const std::vector<PathElement>& elementsA = a.getPath();
-    const std::vector<PathElement>& elementsB = b.getPath();
-    const std::size_t common = std::min(elementsA.size(), elementsB.size());
-    std::size_t equal = 0;
-    while (equal < common && elementsA[equal] == elementsB[equal])
-        ++equal;
-    // If one path ends here its text is a prefix of the other's.
-    if (equal == common)
-        return elementsA.size() < elementsB.size() ? -1 : elementsA.size() > elementsB.size();
+/// Some steps of a path, one after the other.
+struct Steps {
+    explicit Steps(const MetadataPath& path) noexcept
+        : first(path.getPath().data()), last(first + path.getPath().size()) {}
 
-    TextPieces textA(elementsA.data() + equal, elementsA.data() + elementsA.size());
-    TextPieces textB(elementsB.data() + equal, elementsB.data() + elementsB.size());
+    const PathElement* first;
+    const PathElement* last;
+};
+
+/// Negative, zero or positive as the text form of `a` sorts before, with or after that of `b`. Both must have steps.
+int compareByPieces(Steps a, Steps b) noexcept {
+    TextPieces textA(a.first, a.last);
+    TextPieces textB(b.first, b.last);
     while (!textA.atEnd() && !textB.atEnd()) {
         const std::size_t length = std::min(textA.piece().size(), textB.piece().size());
         if (const int order = textA.piece().substr(0, length).compare(textB.piece().substr(0, length)))
@@ -81,35 +85,70 @@ int compareTexts(const MetadataPath& a, const MetadataPath& b) noexcept {
     return static_cast<int>(textB.atEnd()) - static_cast<int>(textA.atEnd());
 }
 
+/// As the operator of the standard library, which goes unit by unit.
+inline bool isEqual(const std::u16string& a, const std::u16string& b) noexcept {
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(char16_t)) == 0;
+}
+
+/// As `compareByPieces`, and fast where the paths first differ inside a type or location, not where one of these ends.
+int compareTexts(Steps a, Steps b) noexcept {
+    if (a.first == b.first && a.last == b.last)
+        return 0;
+    while (a.first != a.last && b.first != b.last && *a.first == *b.first) {
+        ++a.first;
+        ++b.first;
+    }
+    // Where one path ends its text is a prefix of the other's.
+    if (a.first == a.last || b.first == b.last)
+        return static_cast<int>(a.first != a.last) - static_cast<int>(b.first != b.last);
+
+    const bool hasEqualTypes = isEqual(a.first->getType(), b.first->getType());
+    const std::u16string& textA = hasEqualTypes ? a.first->getLocation() : a.first->getType();
+    const std::u16string& textB = hasEqualTypes ? b.first->getLocation() : b.first->getType();
+    const std::size_t size = std::min(textA.size(), textB.size());
+    for (std::size_t i = 0; i < size; ++i) {
+        if (textA[i] != textB[i])
+            return textA[i] < textB[i] ? -1 : 1;
+    }
+    return compareByPieces(a, b);
+}
+
 }  // namespace
 
 PathElement::PathElement(const std::u16string& type, const std::u16string& location)
-    : type_(type), location_(location) {}
+    : texts_(std::make_shared<const Texts>(Texts{type, location})) {}
 
 bool operator==(const PathElement& a, const PathElement& b) noexcept {
-    return a.getType() == b.getType() && a.getLocation() == b.getLocation();
+    // Elements of paths that were made from each other mostly share their texts.
+    return &a.getType() == &b.getType() ||
+           (isEqual(a.getType(), b.getType()) && isEqual(a.getLocation(), b.getLocation()));
 }
 
 bool operator<(const PathElement& a, const PathElement& b) noexcept {
-    if (a.getType() == b.getType())
+    if (isEqual(a.getType(), b.getType()))
         return a.getLocation() < b.getLocation();
     return a.getType() < b.getType();
 }
 
-MetadataPath::MetadataPath(std::vector<PathElement> path) : path_(std::move(path)) {}
+MetadataPath::MetadataPath(std::vector<PathElement> path)
+    : path_(path.empty() ? nullptr : std::make_shared<const std::vector<PathElement>>(std::move(path))) {}
+
+const std::vector<PathElement>& MetadataPath::getPath() const noexcept {
+    return path_ ? *path_ : noSteps;
+}
 
 PathElement MetadataPath::getLeaf() const {
-    return path_.back();
+    return getPath().back();
 }
 
 MetadataPath MetadataPath::getParent() const {
-    return MetadataPath(std::vector<PathElement>(path_.begin(), path_.end() - 1));
+    return MetadataPath(std::vector<PathElement>(getPath().begin(), getPath().end() - 1));
 }
 
 std::u16string MetadataPath::string() const {
     std::u16string text;
-    for (const PathElement& element : path_) {
-        if (&element != &path_.front())
+    for (const PathElement& element : getPath()) {
+        if (&element != &getPath().front())
             text += elementEnd;
         text.append(element.getType()).append(typeEnd).append(element.getLocation());
     }
@@ -117,15 +156,17 @@ std::u16string MetadataPath::string() const {
 }
 
 bool MetadataPath::isParent(const MetadataPath& other) const {
-    return compareTexts(getParent(), other) == 0;
+    Steps parent(*this);
+    --parent.last;
+    return compareTexts(parent, Steps(other)) == 0;
 }
 
 bool operator==(const MetadataPath& a, const MetadataPath& b) noexcept {
-    return a.getPath() == b.getPath();
+    return &a.getPath() == &b.getPath() || a.getPath() == b.getPath();
 }
 
 bool operator<(const MetadataPath& a, const MetadataPath& b) noexcept {
-    return compareTexts(a, b) < 0;
+    return compareTexts(Steps(a), Steps(b)) < 0;
 }
 
 MetadataPathBuilder& MetadataPathBuilder::add(const std::u16string& type, const std::u16string& location) {

@@ -4,6 +4,7 @@
 /// any texts make an element, any elements a path. Nothing throws but for lack of memory.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,17 +12,27 @@
 
 namespace project::metadata {
 
-/// One step from a node to a child: the kind of the step, and which child of that kind.
+/// One step from a node to a child: the kind of the step, and which child of that kind. It never changes, and copies
+/// share its texts.
 class PROJECT_METADATA_EXPORT PathElement {
 public:
     PathElement(const std::u16string& type, const std::u16string& location);
 
-    const std::u16string& getType() const noexcept { return type_; }
-    const std::u16string& getLocation() const noexcept { return location_; }
+    // Moving would leave an element without texts.
+    PathElement(const PathElement&) noexcept = default;
+    PathElement& operator=(const PathElement&) noexcept = default;
+    ~PathElement() = default;
+
+    const std::u16string& getType() const noexcept { return texts_->type; }
+    const std::u16string& getLocation() const noexcept { return texts_->location; }
 
 private:
-    std::u16string type_;
-    std::u16string location_;
+    struct Texts {
+        std::u16string type;
+        std::u16string location;
+    };
+
+    std::shared_ptr<const Texts> texts_;
 };
 
 PROJECT_METADATA_EXPORT bool operator==(const PathElement& a, const PathElement& b) noexcept;
@@ -32,7 +43,7 @@ inline bool operator!=(const PathElement& a, const PathElement& b) noexcept {
 /// By type, then by location, each by UTF-16 code units.
 PROJECT_METADATA_EXPORT bool operator<(const PathElement& a, const PathElement& b) noexcept;
 
-/// The steps from the root of a tree down to a node. No steps: the root itself.
+/// The steps from the root of a tree down to a node. No steps: the root itself. Copies share the steps.
 class PROJECT_METADATA_EXPORT MetadataPath {
 public:
     /// The root path.
@@ -41,7 +52,7 @@ public:
     /// The path with the given steps, the first just below the root.
     explicit MetadataPath(std::vector<PathElement> path);
 
-    const std::vector<PathElement>& getPath() const noexcept { return path_; }
+    const std::vector<PathElement>& getPath() const noexcept;
 
     /// The last step. Undefined for the root path.
     PathElement getLeaf() const;
@@ -57,7 +68,7 @@ public:
     bool isParent(const MetadataPath& other) const;
 
 private:
-    std::vector<PathElement> path_;
+    std::shared_ptr<const std::vector<PathElement>> path_;  ///< null for the root path
 };
 
 /// Whether both have equal steps.

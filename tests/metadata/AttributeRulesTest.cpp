@@ -1,9 +1,12 @@
-/// The rules for keys and values, by characters at their bounds.
+/// The rules for keys and values: by characters at their bounds, and by every character there is.
 #include "project/metadata/AttributeRules.hpp"
 
 #include <string>
 
 #include <gtest/gtest.h>
+#include <libxml/tree.h>
+
+#include "host/XmlText.hpp"
 
 using namespace project::metadata;
 using namespace std::string_literals;
@@ -26,4 +29,39 @@ TEST(AttributeRulesTest, keysAreXmlNamesWithBlanksAroundThem) {
     for (const std::u16string& key :
          {u""s, u" "s, u"1a"s, u"a b"s, u"-a"s, u".a"s, u"a="s, u"a\0b"s, u"a\0"s, u"\0a"s, u"a\xD83D"s, u"\u00A0a"s})
         EXPECT_FALSE(isValidKey(key)) << testing::PrintToString(key);
+}
+
+TEST(AttributeRulesTest, everyCharacterIsTakenInAKeyWhereLibxml2TakesIt) {
+    std::size_t disagreed = 0;
+    for (char32_t codePoint = 1; codePoint < 0x110000; ++codePoint) {
+        std::u16string character{static_cast<char16_t>(codePoint)};
+        if (codePoint >= 0x10000)
+            character = {static_cast<char16_t>(0xD7C0 + (codePoint >> 10)),
+                         static_cast<char16_t>(0xDC00 + (codePoint & 0x3FF))};
+        for (const std::u16string& key : {character, u"a" + character, character + u"a", u" " + character + u"\n"})
+            disagreed += isValidKey(key) != (xmlValidateName(host::XmlText(key).get(), 1) == 0);
+    }
+    EXPECT_EQ(disagreed, 0U);
+}
+
+TEST(AttributeRulesTest, everyUnitIsTakenInAValueWhereItMayStand) {
+    const auto isIn = [](char16_t unit, unsigned first, unsigned last) { return unit >= first && unit <= last; };
+    const auto isHigh = [&](char16_t unit) { return isIn(unit, 0xD801, 0xDBFE); };
+    const auto isLow = [&](char16_t unit) { return isIn(unit, 0xDC01, 0xDFFE); };
+    const auto isAlone = [&](char16_t unit) {
+        return unit == 0x9 || unit == 0xA || unit == 0xD || (isIn(unit, 0x20, 0xFFFD) && !isHigh(unit) && !isLow(unit));
+    };
+    std::size_t disagreed = 0;
+    for (unsigned number = 0; number < 0x10000; ++number) {
+        const auto unit = static_cast<char16_t>(number);
+        disagreed += isValidAttribute({unit}) != isAlone(unit);
+        for (unsigned other :
+             {0x0U, 0x41U, 0xD800U, 0xD801U, 0xDBFEU, 0xDBFFU, 0xDC00U, 0xDC01U, 0xDFFEU, 0xDFFFU, 0xFFFEU}) {
+            const auto next = static_cast<char16_t>(other);
+            const bool expected = (isAlone(unit) && isAlone(next)) || (isHigh(unit) && isLow(next));
+            disagreed += isValidAttribute({unit, next}) != expected;
+            disagreed += isValidAttribute({u'a', unit, next, u'b'}) != expected;
+        }
+    }
+    EXPECT_EQ(disagreed, 0U);
 }

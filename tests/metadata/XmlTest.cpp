@@ -94,8 +94,19 @@ TEST_F(XmlTest, whatCannotBeReadIsAnErrorThatNamesTheFile) {
         EXPECT_EQ(raised<MetadataReadFailure>([&] { readFromFile(path); }), (Texts{path.text(), u""}));
 }
 
+TEST_F(XmlTest, theRootAloneIsReadWithoutLookingAtTheRest) {
+    const auto readRoot = [&](const std::string& bytes) {
+        writeBytes(toStd(file), bytes);
+        return render(*readRootFromFile(file));
+    };
+    EXPECT_EQ(readRoot("<r a='1' b='&amp;'><c/><d>"), u"r{a=1}{b=&}");
+    EXPECT_EQ(readRoot("<r a='1'/>" + std::string(100'000, 'x')), u"r{a=1}");
+    EXPECT_EQ(raised<MetadataReadFailure>([&] { readRoot("<r a='1'"); }), (Texts{file.text(), u""}));
+    EXPECT_EQ(raised<MetadataReadFailure>([&] { readRoot("<r a='&no;'><c/></r>"); }), (Texts{file.text(), u""}));
+}
+
 TEST_F(XmlTest, anErrorWhileReadingIsNotTheEndOfTheFile) {
-    const std::string blanks(100'000, ' ');
+    const std::string blanks(500'000, ' ');
     for (const std::string& content : {"<r/>" + blanks, "<r>" + blanks + "<c/></r>"}) {
         EXPECT_NO_THROW(readFrom(content));
         faultyFile = toStd(file);

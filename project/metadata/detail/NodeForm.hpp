@@ -1,0 +1,17 @@
+/// What the nodes of one kind in a file have in common, so that it is kept once.
+///
+/// Immutable once made: any number of threads may read it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace project::metadata::detail {
+
+struct NodeForm {
+    std::u16string name;
+    /// Ascending, each of them a valid key.
+    std::vector<std::u16string> keys;
+};
+
+}  // namespace project::metadata::detail
