@@ -12,6 +12,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "stores/common/BatchJournal.hpp"
+#include "stores/common/CoreFileType.hpp"
 
 namespace stores {
 
@@ -55,7 +56,7 @@ std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& r
     settle(location.getDirectory());
     const auto coreFile = location.locateCoreFile();
     if (coreFile && !canManage(root)) {
-        const std::u16string type = location.getMetadataType().value_or(u"");
+        const std::u16string type = readMetadataType(*coreFile);
         project::metadata::raise<MetadataReadFailure>(
             coreFile->text(), u"its metadata is of the type \"" + type + u"\", not \"" + kind_.name + u"\"");
     }
@@ -71,7 +72,8 @@ bool StoreFactory::canManage(const host::Path& root) {
     // The core file itself may be part of a change that was interrupted.
     settle(location.getDirectory());
     try {
-        return location.getMetadataType() == kind_.name;
+        const auto coreFile = location.locateCoreFile();
+        return coreFile && readMetadataType(*coreFile) == kind_.name;
     } catch (const MetadataReadFailure&) {
         const host::Path folder = location.getDirectory();
         if (kind_.hasContentIn && kind_.hasContentIn(folder))

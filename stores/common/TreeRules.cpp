@@ -13,6 +13,7 @@ namespace stores {
 using project::metadata::MetadataNode;
 using project::metadata::MetadataReadFailure;
 using project::metadata::MetadataWriteFailure;
+using project::metadata::PathElement;
 using project::metadata::raise;
 
 namespace {
@@ -44,12 +45,16 @@ bool equalOnceWritten(const MetadataNode& read, const MetadataNode& written) {
 
 }  // namespace
 
-void requireReadable(const MetadataNode& node, int depth, const host::Path& file) {
+void requireDepth(int depth, const host::Path& file) {
     if (depth >= maximumXmlDepth) {
         raise<MetadataWriteFailure>(file.text(), u"its elements would be nested more than " +
                                                      host::fromUtf8(std::to_string(maximumXmlDepth)) +
                                                      u" levels deep, which cannot be read back");
     }
+}
+
+void requireReadable(const MetadataNode& node, int depth, const host::Path& file) {
+    requireDepth(depth, file);
     if (!isXmlName(node.getName()))
         raise<MetadataWriteFailure>(file.text(), u"the node name \"" + node.getName() + u"\" is no XML name");
     for (const std::u16string& key : node.getAttributeKeys()) {
@@ -69,6 +74,10 @@ bool needsProof(const MetadataNode& node) {
            std::any_of(keys.begin(), keys.end(),
                        [&](const auto& key) { return needsProof(key) || node.get(key).size() > longValue; }) ||
            std::any_of(children.begin(), children.end(), [](const auto& child) { return needsProof(*child); });
+}
+
+bool needsProof(const PathElement& element) {
+    return element.getType().size() > longValue || element.getLocation().size() > longValue;
 }
 
 void requireReadsBack(const MetadataNode& node, const host::Path& writtenFile, const host::Path& file) {

@@ -5,6 +5,7 @@
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
+#include "project/metadata/MetadataPath.hpp"
 
 namespace stores {
 
@@ -19,9 +20,14 @@ constexpr int maximumXmlDepth = 256;
 /// @throws project::metadata::MetadataWriteFailure naming the file and what is wrong
 void requireReadable(const project::metadata::MetadataNode& node, int depth, const host::Path& file);
 
+/// Checks that a path of `depth` steps can be kept.
+/// @throws as `requireReadable`
+void requireDepth(int depth, const host::Path& file);
+
 /// Whether writing and reading `node` needs proof beyond the rules of `requireReadable`: names with colons, which an
 /// XML reader may take for namespaces, and texts of a size near the reader's limits.
 bool needsProof(const project::metadata::MetadataNode& node);
+bool needsProof(const project::metadata::PathElement& element);
 
 /// Reads `writtenFile` and compares it with `node`, which was written to it.
 /// @param file the file to name in the error

@@ -5,6 +5,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "stores/common/BatchJournal.hpp"
+#include "stores/common/CoreFileType.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
@@ -138,6 +139,7 @@ void FixedPathManager::change(const std::function<void(PathFileChange&)>& collec
     if (expected.isEmpty())
         return;
     FolderLock lock(files_.getFolder());
+    requireMetadataType(files_.getFolder(), fixedPathName);
     // Somebody else may have been faster.
     PathFileChange change(files_);
     collect(change);

@@ -8,6 +8,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "stores/common/CoreFileType.hpp"
 #include "stores/common/FileBatch.hpp"
 #include "stores/common/PathXml.hpp"
 #include "stores/common/StoreErrors.hpp"
@@ -27,17 +28,6 @@ const std::u16string monolithicName = u"monolithic";
 
 namespace {
 
-/// Adds `path` and its missing ancestors. @return the tree at `path`, and whether anything was added
-std::pair<PathTree&, bool> addPathTo(PathTree& root, const MetadataPath& path) {
-    PathTree* tree = &root;
-    bool added = false;
-    for (const PathElement& element : path.getPath()) {
-        added = added || !tree->find(element);
-        tree = &tree->add(element);
-    }
-    return {*tree, added};
-}
-
 void requireSeen(bool isSeen, const MetadataPath& path, const Path& file) {
     if (!isSeen) {
         raise<MetadataWriteFailure>(file.text(), u"somebody else has changed \"" + path.string() +
@@ -45,44 +35,82 @@ void requireSeen(bool isSeen, const MetadataPath& path, const Path& file) {
     }
 }
 
-/// @return whether that is a change
-bool setNodeIn(PathTree& root, const MetadataPath& path, const MetadataNode* node, const Path& file) {
-    const auto [tree, added] = addPathTo(root, path);
-    const bool isSame = node && tree.node ? equalTrees(*node, *tree.node) : node == tree.node.get();
-    if (isSame)
-        return added;
-    requireSeen(!tree.node || !tree.isUnseen, path, file);
-    tree.node = node ? std::make_shared<MetadataNodeSpecification>(*node) : nullptr;
-    tree.isUnseen = false;
-    return true;
+/// Checks `element` of `path`, which is new in the draft.
+void requireFeasible(Draft& draft, const MetadataPath& path, const PathElement& element, const Path& file) {
+    requireDepth(static_cast<int>(path.getPath().size()), file);
+    draft.needsProof = draft.needsProof || needsProof(element);
 }
 
-/// @return whether that is a change
-bool removePathFrom(PathTree& root, const MetadataPath& path, const Path& file) {
+/// Adds `path` and its missing ancestors. @return the tree at `path`
+PathTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) {
+    PathTree* tree = &draft.tree;
+    for (const PathElement& element : path.getPath()) {
+        if (PathTree* const existing = tree->find(element)) {
+            tree = existing;
+            continue;
+        }
+        requireFeasible(draft, path, element, file);
+        tree = &tree->add(element);
+        draft.isChanged = true;
+    }
+    return *tree;
+}
+
+/// @param node null to remove the node
+void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* node, const Path& file) {
+    PathTree& tree = addPathTo(draft, path, file);
+    if (node && tree.node ? equalTrees(*node, *tree.node) : node == tree.node.get())
+        return;
+    requireSeen(!tree.node || !tree.isUnseen, path, file);
+    if (node) {
+        const int depth = static_cast<int>(path.getPath().size()) + 2;  // below the elements "Project" and "Node"
+        requireReadable(*node, depth, file);
+        draft.needsProof = draft.needsProof || needsProof(*node);
+    }
+    tree.node = node ? std::make_shared<MetadataNodeSpecification>(*node) : nullptr;
+    tree.isUnseen = false;
+    draft.isChanged = true;
+}
+
+void removePathFrom(Draft& draft, const MetadataPath& path, const Path& file) {
+    PathTree& root = draft.tree;
     const PathTree* const removed = root.find(path);
     requireSeen(!removed || isAllSeen(*removed), path, file);
     if (path.getPath().empty()) {
-        const bool isEmpty = !root.node && root.getChildren().empty();
+        draft.isChanged = draft.isChanged || root.node || !root.getChildren().empty();
         root = PathTree();
-        return !isEmpty;
+        return;
     }
     // The parent is found for reading; what it leads to is ours to change.
     PathTree* parent = &root;
     for (std::size_t i = 0; parent && i + 1 < path.getPath().size(); ++i)
         parent = parent->find(path.getPath()[i]);
     if (!parent || !parent->find(path.getPath().back()))
-        return false;
+        return;
     parent->remove(path.getPath().back());
-    return true;
+    draft.isChanged = true;
 }
 
-/// The tree of `paths` and their ancestors, with the nodes that `old` has there.
-PathTree arrange(const PathTree& old, const std::vector<MetadataPath>& paths) {
-    PathTree arranged;
+/// What `arranged` does not have any more of `old` must have been seen.
+/// @param steps to `old`; the same again afterwards
+void requireSeen(const PathTree& old, const PathTree* arranged, std::vector<PathElement>& steps, const Path& file) {
+    const bool goes = !arranged || (old.node && !arranged->node);
+    if (goes && old.isUnseen)
+        requireSeen(false, MetadataPath(steps), file);
+    for (const PathTree::Child& child : old.getChildren()) {
+        steps.push_back(child.element);
+        requireSeen(child.tree, arranged ? arranged->find(child.element) : nullptr, steps, file);
+        steps.pop_back();
+    }
+}
+
+/// The paths `paths` and their ancestors, with the nodes that `old` has there.
+Draft arrange(const PathTree& old, const std::vector<MetadataPath>& paths, const Path& file) {
+    Draft draft;
     for (const MetadataPath& path : paths) {
         if (path.getPath().empty())
-            arranged.node = old.node;
-        PathTree* to = &arranged;
+            draft.tree.node = old.node;
+        PathTree* to = &draft.tree;
         const PathTree* from = &old;
         for (const PathElement& element : path.getPath()) {
             from = from ? from->find(element) : nullptr;
@@ -90,21 +118,26 @@ PathTree arrange(const PathTree& old, const std::vector<MetadataPath>& paths) {
             if (from) {
                 to->node = from->node;
                 to->isUnseen = from->isUnseen;
+            } else {
+                requireFeasible(draft, path, element, file);
             }
         }
     }
-    return arranged;
+    draft.isChanged = !isSameTree(draft.tree, old);
+    std::vector<PathElement> steps;
+    requireSeen(old, &draft.tree, steps, file);
+    return draft;
 }
 
-/// What `arranged` does not have any more of `old` must have been seen.
-void requireSeen(const PathTree& old, const PathTree* arranged, const MetadataPath& path, const Path& file) {
-    const bool goes = !arranged || (old.node && !arranged->node);
-    requireSeen(!goes || !old.isUnseen, path, file);
-    for (const PathTree::Child& child : old.getChildren()) {
-        std::vector<PathElement> elements = path.getPath();
-        elements.push_back(child.element);
-        requireSeen(child.tree, arranged ? arranged->find(child.element) : nullptr, MetadataPath(elements), file);
-    }
+/// Makes a draft by `edit` of the old content.
+template <class Edit>
+auto edited(const Edit& edit) {
+    return [&edit](const PathTree& old) {
+        Draft draft;
+        draft.tree = old.clone();
+        edit(draft);
+        return draft;
+    };
 }
 
 }  // namespace
@@ -116,16 +149,16 @@ MonolithicManager::MonolithicManager(const Path& folder, JobRunner runJob)
 }
 
 void MonolithicManager::setNode(const MetadataPath& path, const MetadataNode& node) {
-    change([&](PathTree& tree) { return setNodeIn(tree, path, &node, file_); });
+    change(edited([&](Draft& draft) { setNodeIn(draft, path, &node, file_); }));
 }
 
 void MonolithicManager::removeNode(const MetadataPath& path) {
     if (hasPath(path))
-        change([&](PathTree& tree) { return setNodeIn(tree, path, nullptr, file_); });
+        change(edited([&](Draft& draft) { setNodeIn(draft, path, nullptr, file_); }));
 }
 
 void MonolithicManager::addPath(const MetadataPath& path) {
-    change([&](PathTree& tree) { return addPathTo(tree, path).second; });
+    change(edited([&](Draft& draft) { addPathTo(draft, path, file_); }));
 }
 
 void MonolithicManager::removePath(const MetadataPath& path) {
@@ -133,27 +166,27 @@ void MonolithicManager::removePath(const MetadataPath& path) {
 }
 
 std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& path) const {
-    return hasNode(path) ? std::make_unique<MetadataNodeSpecification>(*load().find(path)->node) : nullptr;
+    const PathTree* const tree = load().find(path);
+    if (!tree)
+        return nullptr;
+    tree->isUnseen = false;
+    return tree->node ? std::make_unique<MetadataNodeSpecification>(*tree->node) : nullptr;
 }
 
 void MonolithicManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
-    change([&](PathTree& tree) {
-        bool changed = false;
+    change(edited([&](Draft& draft) {
         for (const auto& [path, node] : nodes)
-            changed = setNodeIn(tree, path, node.get(), file_) || changed;
-        return changed;
-    });
+            setNodeIn(draft, path, node.get(), file_);
+    }));
 }
 
 void MonolithicManager::removePaths(const std::vector<MetadataPath>& paths) {
     if (!getFileVersion(file_))
         return;
-    change([&](PathTree& tree) {
-        bool changed = false;
+    change(edited([&](Draft& draft) {
         for (const MetadataPath& path : paths)
-            changed = removePathFrom(tree, path, file_) || changed;
-        return changed;
-    });
+            removePathFrom(draft, path, file_);
+    }));
 }
 
 bool MonolithicManager::hasNode(const MetadataPath& path) const {
@@ -183,14 +216,7 @@ bool MonolithicManager::hasPath(const MetadataPath& path) const {
 }
 
 void MonolithicManager::setPaths(const std::vector<MetadataPath>& paths) {
-    change([&](PathTree& tree) {
-        PathTree arranged = arrange(tree, paths);
-        if (isSameTree(arranged, tree))
-            return false;
-        requireSeen(tree, &arranged, MetadataPath(), file_);
-        tree = std::move(arranged);
-        return true;
-    });
+    change([&](const PathTree& old) { return arrange(old, paths, file_); });
 }
 
 std::vector<project::metadata::MetadataDamage> MonolithicManager::findDamage() const {
@@ -199,19 +225,20 @@ std::vector<project::metadata::MetadataDamage> MonolithicManager::findDamage() c
 }
 
 void MonolithicManager::change(const Edit& edit) {
-    PathTree tree = load().clone();
-    if (!edit(tree) && version_)
+    Draft draft = edit(load());
+    if (!draft.isChanged && version_)
         return;
     requireSound();
     FolderLock lock(folder_);
+    requireMetadataType(folder_, monolithicName);
     if (getFileVersion(file_) != version_) {
         // Somebody else was faster.
-        tree = load().clone();
-        if (!edit(tree) && version_)
+        draft = edit(load());
+        if (!draft.isChanged && version_)
             return;
         requireSound();
     }
-    save(std::move(tree), lock);
+    save(std::move(draft), lock);
 }
 
 const PathTree& MonolithicManager::load() const {
@@ -238,9 +265,8 @@ void MonolithicManager::requireSound() const {
     }
 }
 
-void MonolithicManager::save(PathTree tree, FolderLock& lock) {
-    const std::unique_ptr<MetadataNode> xml = toXml(tree);
-    requireReadable(*xml, 0, file_);
+void MonolithicManager::save(Draft draft, FolderLock& lock) {
+    const std::unique_ptr<const MetadataNode> xml = toXml(draft.tree);
 
     FileBatch batch;
     batch.folder = folder_;
@@ -248,13 +274,13 @@ void MonolithicManager::save(PathTree tree, FolderLock& lock) {
     batch.write = [&](std::size_t /*index*/, const Path& staged) {
         // An empty store is as the library makes a core file.
         project::metadata::writeToFile(*xml, staged, xml->getChildNodes().empty());
-        if (needsProof(*xml))
+        if (draft.needsProof)
             requireReadsBack(*xml, staged, file_);
     };
     runJob_(project::metadata::FileJob(batch.filesToWrite, {}, [&] {
         commit(batch, lock);
         version_ = getFileVersion(file_);
-        tree_ = std::move(tree);
+        tree_ = std::move(draft.tree);
         lock.release();
     }));
 }

@@ -21,6 +21,13 @@ namespace stores::monolithic {
 
 extern const std::u16string monolithicName;
 
+/// A new content, before it is written.
+struct Draft {
+    PathTree tree;
+    bool isChanged = false;
+    bool needsProof = false;  ///< whether something new in it does, see `TreeRules.hpp`
+};
+
 /// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw
 /// `MetadataReadFailure` if the file cannot be read as XML; of what is damaged inside, the rest is read. Changing ones
 /// throw `MetadataWriteFailure` for a file that is damaged in any way, and what `FileBatch` and `TreeRules` throw.
@@ -47,8 +54,8 @@ public:
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
 
 private:
-    /// Changes a tree, and returns whether that is a change.
-    using Edit = std::function<bool(PathTree& tree)>;
+    /// Makes the new content of the old.
+    using Edit = std::function<Draft(const PathTree& old)>;
 
     /// Carries out `edit`, and writes the file if that changed something or there is none yet.
     void change(const Edit& edit);
@@ -57,7 +64,7 @@ private:
     const PathTree& load() const;
 
     void requireSound() const;
-    void save(PathTree tree, FolderLock& lock);
+    void save(Draft draft, FolderLock& lock);
 
     host::Path folder_;
     host::Path file_;

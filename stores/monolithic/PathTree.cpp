@@ -70,12 +70,31 @@ private:
     std::vector<MetadataDamage>& damage_;
 };
 
-void fill(MetadataNode& xml, const PathTree& tree) {
-    putNode(xml, tree.node.get());
+/// An element that may have any node as a child. A copy of each would only be made to be written and thrown away.
+class SharingElement : public MetadataNodeSpecification {
+public:
+    using MetadataNodeSpecification::MetadataNodeSpecification;
+
+    const std::vector<std::shared_ptr<MetadataNode>>& getChildNodes() const override { return children_; }
+
+    void add(std::shared_ptr<MetadataNode> child) { children_.push_back(std::move(child)); }
+
+private:
+    std::vector<std::shared_ptr<MetadataNode>> children_;
+};
+
+void fill(SharingElement& xml, const PathTree& tree) {
+    if (tree.node) {
+        const auto element = std::make_shared<SharingElement>(nodeElementName);
+        // The tree is only written; nobody changes the node in it.
+        element->add(std::const_pointer_cast<MetadataNode>(tree.node));
+        xml.add(element);
+    }
     for (const PathTree::Child& child : tree.getChildren()) {
-        MetadataNode& childXml = xml.createChildNode(pathElementName);
-        putPathElement(childXml, child.element);
-        fill(childXml, child.tree);
+        const auto element = std::make_shared<SharingElement>(pathElementName);
+        putPathElement(*element, child.element);
+        fill(*element, child.tree);
+        xml.add(element);
     }
 }
 
@@ -151,8 +170,8 @@ bool isAllSeen(const PathTree& tree) {
                                          [](const PathTree::Child& child) { return isAllSeen(child.tree); });
 }
 
-std::unique_ptr<MetadataNode> toXml(const PathTree& tree) {
-    auto xml = std::make_unique<MetadataNodeSpecification>(projectElementName);
+std::unique_ptr<const MetadataNode> toXml(const PathTree& tree) {
+    auto xml = std::make_unique<SharingElement>(projectElementName);
     xml->put(project::metadata::metadataTypeKey(), monolithicName);
     fill(*xml, tree);
     return xml;

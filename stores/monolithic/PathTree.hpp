@@ -73,8 +73,8 @@ void markUnseen(const PathTree& now, const PathTree* before);
 /// Whether nothing in `tree` is unseen.
 bool isAllSeen(const PathTree& tree);
 
-/// The root node of a file that holds `tree`.
-std::unique_ptr<project::metadata::MetadataNode> toXml(const PathTree& tree);
+/// The root node of a file that holds `tree`. Shares the nodes of the paths.
+std::unique_ptr<const project::metadata::MetadataNode> toXml(const PathTree& tree);
 
 /// Whether both have the same paths in the same order, and share the same nodes.
 bool isSameTree(const PathTree& a, const PathTree& b);

@@ -32,6 +32,7 @@
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "stores/common/BatchJournal.hpp"
+#include "stores/common/CoreFileType.hpp"
 #include "stores/common/FileBatch.hpp"
 #include "stores/common/PathXml.hpp"
 #include "stores/common/StoreErrors.hpp"
@@ -202,6 +203,7 @@ bool Database::wouldChange(const Edit& edit) {
 void Database::write(const Edit& edit) {
     if (!open())
         raise<MetadataWriteFailure>(file_.text(), u"its project has been removed meanwhile");
+    requireMetadataType(folder_, sqliteName);
     requireWritable(file_);
     requireWritable(folder_);
     try {

@@ -74,8 +74,10 @@ public:
             fail();
         const std::string_view utf8 = bytes_.substr(0, size);
         std::u16string text = host::fromUtf8(utf8);
-        if (host::toUtf8(text) != utf8)
+        if (host::toUtf8(text) != utf8) {
             fail();
+            return {};
+        }
         bytes_.remove_prefix(utf8.size());
         return text;
     }

@@ -82,6 +82,9 @@ bool Query::next() {
 std::string_view Query::bytes(int column) const {
     const void* const data = sqlite3_column_blob(&statement_, column);
     const auto size = static_cast<std::size_t>(sqlite3_column_bytes(&statement_, column));
+    // Larger values are fetched from other pages of the file only now, and these may be damaged.
+    if (!data && size > 0)
+        throw SqliteError(nullptr, SQLITE_CORRUPT);
     return {static_cast<const char*>(data), size};
 }
 

@@ -230,6 +230,24 @@ TEST_F(SqliteStoreTest, TellsItsOwnChangesFromThoseOfOthers) {
     EXPECT_EQ(outline(*other), "");
 }
 
+TEST_F(SqliteStoreTest, ADamagedPageIsAnErrorWhereverItIs) {
+    // One node in the page of its row, one in pages of its own.
+    for (const std::size_t size : {10U, 20000U})
+        open()->setNode(path({number(static_cast<int>(size))}), *node(std::u16string(size, u'x')));
+    const std::string good = readBytes(database());
+    constexpr std::size_t pageSize = 4096;
+    std::size_t errors = 0;
+    for (std::size_t page = pageSize; page < good.size(); page += pageSize) {
+        writeBytes(database(), std::string(good).replace(page, 8, 8, '\xFF'));
+        try {
+            read(*open());
+        } catch (const MetadataReadFailure&) {
+            ++errors;
+        }
+    }
+    EXPECT_GT(errors, 4U);
+}
+
 TEST_F(SqliteStoreTest, DamageIsNamedAndStays) {
     const auto store = open();
     for (const char16_t* name : {u"a", u"b", u"c", u"d"})

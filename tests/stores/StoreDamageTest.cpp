@@ -115,6 +115,18 @@ TEST_P(StoreDamageTest, DamagedCoreFileIsNamedAndLeftAlone) {
     }
 }
 
+TEST_P(StoreDamageTest, AProjectThatHasBeenConvertedIsNotWrittenToByTheOldStore) {
+    const auto store = open();
+    store->setNode(path({u"a"}), *node(u"1"));
+    const auto core = metadata() / "Project.xml";
+    writeBytes(core, "<Project MetadataType='other'/>");
+    const auto before = readFiles(folder_.std());
+    const std::string message = messageOf<MetadataWriteFailure>([&] { store->setNode(path({u"a"}), *node(u"2")); });
+    EXPECT_NE(message.find(core.string()), std::string::npos) << message;
+    EXPECT_NE(message.find("\"other\""), std::string::npos) << message;
+    EXPECT_EQ(readFiles(folder_.std()), before);
+}
+
 TEST_P(StoreDamageTest, FailedWriteLeavesTheOldContent) {
     const auto store = open();
     std::map<MetadataPath, std::shared_ptr<MetadataNode>> nodes;
