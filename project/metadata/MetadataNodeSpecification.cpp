@@ -43,26 +43,33 @@ MetadataNodeSpecification::MetadataNodeSpecification() : form_(getDefaultForm())
 MetadataNodeSpecification::MetadataNodeSpecification(std::u16string name) : form_(makeForm(std::move(name))) {}
 
 MetadataNodeSpecification::MetadataNodeSpecification(const MetadataNode& other) {
-    // What is in a node of this very type passed the checks of `put`, and its form can be shared.
-    const auto* same = typeid(other) == typeid(MetadataNodeSpecification)
-                           ? static_cast<const MetadataNodeSpecification*>(&other)
-                           : nullptr;
-    if (same) {
-        form_ = same->form_;
-        if (same->values_) {
-            values_ = detail::Values::make(same->values_->getSize(), nullptr);
-            std::copy_n(same->values_->begin(), same->values_->getSize(), values_->begin());
-        }
-        if (same->rest_)
-            rest_ = std::make_unique<Attributes>(*same->rest_);
-    } else {
-        form_ = makeForm(other.getName());
+    // What is in a node of this very type passed the checks of `put`.
+    const auto* const same = typeid(other) == typeid(MetadataNodeSpecification)
+                                 ? static_cast<const MetadataNodeSpecification*>(&other)
+                                 : nullptr;
+    form_ = same ? same->form_ : makeForm(other.getName());
+    if (!same) {
         for (const std::u16string& key : other.getAttributeKeys())
             MetadataNodeSpecification::put(key, other.get(key));
     }
+    takeAttributes(same ? *same : *this);
     children_.reserve(other.getChildNodes().size());
     for (const std::shared_ptr<MetadataNode>& child : other.getChildNodes())
         children_.push_back(std::make_shared<MetadataNodeSpecification>(*child));
+}
+
+void MetadataNodeSpecification::takeAttributes(const MetadataNodeSpecification& source) {
+    if (!source.rest_ && !source.values_)
+        return;
+    auto form = source.form_;
+    if (source.rest_)
+        form = std::make_shared<detail::NodeForm>(detail::NodeForm{form->name, source.getAttributeKeys()});
+    auto values = detail::Values::make(form->keys.size(), nullptr);
+    std::transform(form->keys.begin(), form->keys.end(), values->begin(),
+                   [&](const std::u16string& key) { return source.get(key); });
+    form_ = std::move(form);
+    values_ = std::move(values);
+    rest_.reset();
 }
 
 MetadataNodeSpecification::MetadataNodeSpecification(const MetadataNodeSpecification& other)

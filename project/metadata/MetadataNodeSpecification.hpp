@@ -58,9 +58,12 @@ private:
 
     using Attributes = std::map<std::u16string, std::u16string>;
 
-    // Attributes lie in one of two places. Those that a node was read with have their keys in the form, which alike
-    // nodes of a file share, and their values in an array of their own; the others are in a map. No value is ever
-    // moved to another address.
+    /// Makes the attributes those of `source`, which may be this node, none of them in the map. That takes less memory.
+    void takeAttributes(const MetadataNodeSpecification& source);
+
+    // Attributes lie in one of two places. Those that a node was read or copied with have their keys in the form, which
+    // alike nodes of a file and copies share, and their values in an array of their own; the others are in a map. No
+    // value is ever moved to another address.
     std::shared_ptr<const detail::NodeForm> form_;                   ///< never null
     std::unique_ptr<detail::Values, detail::ValuesDeleter> values_;  ///< of the form's keys; null if it has none
     std::unique_ptr<Attributes> rest_;                               ///< none of the form's keys; null until needed

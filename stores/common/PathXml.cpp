@@ -1,5 +1,6 @@
 #include "stores/common/PathXml.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 
@@ -23,11 +24,6 @@ namespace {
 const std::u16string typeKey = u"Type";
 const std::u16string locationKey = u"Location";
 const std::u16string escapedPrefix = u"Escaped";
-
-/// Whether XML keeps `text` as it is.
-bool survivesXml(const std::u16string& text) {
-    return project::metadata::isValidAttribute(text) && host::fromUtf8(host::toUtf8(text)) == text;
-}
 
 void appendEscaped(std::u16string& text, char16_t unit) {
     constexpr char16_t digits[] = u"0123456789ABCDEF";
@@ -91,6 +87,13 @@ std::u16string getText(const MetadataNode& xml, const std::u16string& key, const
 }
 
 }  // namespace
+
+bool survivesXml(const std::u16string& text) {
+    const bool hasOnlySafeUnits =
+        std::all_of(text.begin(), text.end(), [](char16_t unit) { return unit >= 0x20 && unit < 0xD800; });
+    return hasOnlySafeUnits ||
+           (project::metadata::isValidAttribute(text) && host::fromUtf8(host::toUtf8(text)) == text);
+}
 
 void putPathElement(MetadataNode& xml, const PathElement& element) {
     putText(xml, typeKey, element.getType());

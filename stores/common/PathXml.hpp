@@ -31,6 +31,9 @@ extern const std::u16string pathElementName;
 /// The name of the element that holds the node of a path.
 extern const std::u16string nodeElementName;
 
+/// Whether XML keeps `text` as it is, so that `putPathElement` need not escape it.
+bool survivesXml(const std::u16string& text);
+
 void putPathElement(project::metadata::MetadataNode& xml, const project::metadata::PathElement& element);
 
 /// @throws project::metadata::MetadataReadFailure naming `file`, if `xml` does not name a path element

@@ -71,21 +71,19 @@ std::optional<PathElement> parseFileName(const Path& file) {
     return parseNodeFolderName(project::metadata::stripExtension(file.fileName().text(), extension));
 }
 
-std::int64_t readFileClock() {
+std::int64_t readClock(clockid_t clock) {
     timespec now{};
-    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    clock_gettime(clock, &now);
     return toNanoseconds(now);
 }
 
-/// A moment by the clock that gives files their times, such that all that has changed in `folder` so far is older. That
-/// clock ticks every few milliseconds only, so this waits for the next tick.
+/// A moment such that what has changed in `folder` so far did not change later, and what will, will. Linux gives files
+/// their times either by the exact clock or by a coarse one, which ticks every few milliseconds only and lags behind,
+/// so this waits until that has passed the exact one.
 std::int64_t findBeginning(const Path& folder) {
-    const std::int64_t start = readFileClock();
-    std::int64_t now = start;
-    while (now <= start && host::FileUtils::existNoExcept(folder)) {
+    const std::int64_t now = readClock(CLOCK_REALTIME);
+    while (readClock(CLOCK_REALTIME_COARSE) <= now && host::FileUtils::existNoExcept(folder))
         std::this_thread::sleep_for(std::chrono::microseconds(200));
-        now = readFileClock();
-    }
     return now;
 }
 
@@ -278,7 +276,7 @@ void PathFiles::forget(const Path& file) const {
 
 bool PathFiles::isSeen(const Path& file) const {
     const auto version = getFileVersion(file);
-    return !version || version->changed < beginning_ || seen_.count(getContentVersion(*version)) != 0;
+    return !version || version->changed <= beginning_ || seen_.count(getContentVersion(*version)) != 0;
 }
 
 std::unique_ptr<MetadataNode> toXml(const PathFile& content, bool isRoot) {

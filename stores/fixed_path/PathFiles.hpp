@@ -96,7 +96,8 @@ private:
 
     host::Path folder_;
     host::Path coreFile_;
-    std::int64_t beginning_;  // what has changed earlier by the clock of the file system was there when this was made
+    std::int64_t
+        beginning_;  // what has not changed later, by the clock of the file system, was there when this was made
     mutable std::unordered_map<std::u16string, CacheEntry> cache_;    // by the text of the file's path
     mutable std::unordered_map<std::u16string, LastRank> lastRanks_;  // by the text of the folder's path
     mutable std::unordered_set<FileVersion, FileVersionHash> seen_;   // the user knows these

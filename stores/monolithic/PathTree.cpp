@@ -83,17 +83,32 @@ private:
     std::vector<std::shared_ptr<MetadataNode>> children_;
 };
 
-void fill(SharingElement& xml, const PathTree& tree) {
+/// The element of a path with the attributes that nearly all have.
+MetadataNodeSpecification makePathPattern() {
+    MetadataNodeSpecification pattern(pathElementName);
+    putPathElement(pattern, PathElement(u"", u""));
+    return pattern;
+}
+
+/// Elements to copy: copies of a copy share its name and its keys.
+struct Patterns {
+    const MetadataNodeSpecification node{nodeElementName};
+    const MetadataNodeSpecification path{static_cast<const MetadataNode&>(makePathPattern())};
+    const MetadataNodeSpecification pathWithEscapes{pathElementName};
+};
+
+void fill(SharingElement& xml, const PathTree& tree, const Patterns& patterns) {
     if (tree.node) {
-        const auto element = std::make_shared<SharingElement>(nodeElementName);
+        const auto element = std::make_shared<SharingElement>(patterns.node);
         // The tree is only written; nobody changes the node in it.
         element->add(std::const_pointer_cast<MetadataNode>(tree.node));
         xml.add(element);
     }
     for (const PathTree::Child& child : tree.getChildren()) {
-        const auto element = std::make_shared<SharingElement>(pathElementName);
+        const bool isPlain = survivesXml(child.element.getType()) && survivesXml(child.element.getLocation());
+        const auto element = std::make_shared<SharingElement>(isPlain ? patterns.path : patterns.pathWithEscapes);
         putPathElement(*element, child.element);
-        fill(*element, child.tree);
+        fill(*element, child.tree, patterns);
         xml.add(element);
     }
 }
@@ -173,7 +188,7 @@ bool isAllSeen(const PathTree& tree) {
 std::unique_ptr<const MetadataNode> toXml(const PathTree& tree) {
     auto xml = std::make_unique<SharingElement>(projectElementName);
     xml->put(project::metadata::metadataTypeKey(), monolithicName);
-    fill(*xml, tree);
+    fill(*xml, tree, Patterns());
     return xml;
 }
 

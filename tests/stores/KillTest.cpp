@@ -192,7 +192,7 @@ TEST_P(KillTest, LeavesAllOfABatchOrNothing) {
     int step = 0;
     int interrupted = 0;
     for (int i = 0; i < kills; ++i) {
-        ASSERT_NO_FATAL_FAILURE(step = killWriter(step, std::chrono::milliseconds(3) + 2 * stepTime));
+        ASSERT_NO_FATAL_FAILURE(step = killWriter(step, std::chrono::milliseconds(8) + 2 * stepTime));
         interrupted += listStrays(folder_).empty() ? 0 : 1;
         if (i % 2 != 0)
             killRecovery();
