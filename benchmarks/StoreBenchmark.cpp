@@ -19,52 +19,17 @@
 #include <utility>
 #include <vector>
 
+#include "benchmarks/Generated.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
 
 namespace {
 
+using benchmarks::makeNode;
+using benchmarks::makePaths;
 using project::metadata::MetadataManager;
 using project::metadata::MetadataNode;
-using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
-using project::metadata::PathElement;
-
-std::u16string number(std::uint64_t value) {
-    return host::fromUtf8(std::to_string(value));
-}
-
-/// `count` paths: 10 folders, in each of them others, in each of those at most 100 files.
-std::vector<MetadataPath> makePaths(std::size_t count) {
-    constexpr std::size_t topFolders = 10;
-    const std::size_t filesInFolder = std::min<std::size_t>(100, count / 100);
-    std::vector<MetadataPath> paths;
-    for (std::size_t i = 0; paths.size() < count; ++i) {
-        const PathElement top(u"Folder", u"component " + number(i % topFolders));
-        const PathElement folder(u"Folder", u"module " + number(i / topFolders));
-        if (i < topFolders)
-            paths.push_back(MetadataPath({top}));
-        paths.push_back(MetadataPath({top, folder}));
-        for (std::size_t j = 0; j < filesInFolder; ++j)
-            paths.push_back(MetadataPath({top, folder, PathElement(u"File", u"source " + number(j) + u".c")}));
-    }
-    paths.erase(paths.begin() + static_cast<std::ptrdiff_t>(count), paths.end());
-    return paths;
-}
-
-/// Four attributes and a child with two.
-std::shared_ptr<MetadataNode> makeNode(std::uint64_t revision) {
-    auto node = std::make_shared<MetadataNodeSpecification>(u"Info");
-    node->put(u"Name", u"a name of some length");
-    node->put(u"Uuid", u"01234567-89ab-cdef-0123-456789abcdef");
-    node->put(u"Revision", number(revision));
-    node->put(u"Comment", u"caf\u00E9 \U0001F600");
-    MetadataNode& child = node->createChildNode(u"Settings");
-    child.put(u"Optimise", u"true");
-    child.put(u"Level", u"2");
-    return node;
-}
 
 std::unique_ptr<MetadataManager> openStore(const std::u16string& store, const std::filesystem::path& root) {
     return project::metadata::getNamedFactory(store)->createManager(host::Path::fromAccessName(root.native()));

@@ -1,0 +1,11 @@
+/// The parts of the benchmark of the library. Each function registers its benchmarks, before any runs.
+#pragma once
+
+namespace benchmarks {
+
+void addXmlBenchmarks();     ///< read/INPUT/PEER, write/INPUT/PEER and memory/INPUT/PEER
+void addPathBenchmarks();    ///< less/PATHS/WAY and copy/PATHS/WAY
+void addNodeBenchmarks();    ///< put/ATTRIBUTES/WAY
+void addExportBenchmarks();  ///< export/NODES/WAY
+
+}  // namespace benchmarks
