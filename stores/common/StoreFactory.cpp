@@ -73,7 +73,11 @@ bool StoreFactory::canManage(const host::Path& root) {
     settle(location.getDirectory());
     try {
         const auto coreFile = location.locateCoreFile();
-        return coreFile && readMetadataType(*coreFile) == kind_.name;
+        if (!coreFile || readMetadataType(*coreFile) != kind_.name)
+            return false;
+        if (!kind_.isAllInCoreFile)
+            location.getMetadataType();  // reads all of it
+        return true;
     } catch (const MetadataReadFailure&) {
         const host::Path folder = location.getDirectory();
         if (kind_.hasContentIn && kind_.hasContentIn(folder))

@@ -28,6 +28,10 @@ struct StoreKind {
     /// Whether the metadata folder `folder` holds content of this kind beside the core file: then it can be opened even
     /// though the core file is damaged. Null for a kind that has no such content.
     std::function<bool(const host::Path& folder)> hasContentIn = nullptr;
+
+    /// Whether all content is in the core file. That is read as a whole when the store is opened, and need not be
+    /// before, to find out whether it can be.
+    bool isAllInCoreFile = false;
 };
 
 /// May be used by several threads at once.

@@ -18,7 +18,8 @@ public:
         const StoreKind kind{monolithicName, u"everything in one file, made for passing on",
                              [](const host::Path& folder, JobRunner runJob) {
                                  return std::make_unique<MonolithicManager>(folder, std::move(runJob));
-                             }};
+                             },
+                             nullptr, true};
         context.RegisterService<project::metadata::MetadataManagerFactory>(
             std::make_shared<StoreFactory>(kind, context));
     }

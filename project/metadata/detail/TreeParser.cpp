@@ -152,17 +152,17 @@ void TreeParser::startElement(const xmlChar* prefix, const xmlChar* name) {
     const Kind& kind = getKind(prefix, name);
     node.form_ = kind.form;
     if (!kind.isValid) {
-        // One of these must fail.
+        // One of these fails, after those before it have been looked at.
         for (const Attribute& attribute : attributes_)
             node.put(getName(attribute.prefix, attribute.name), getValue(attribute.value));
+        return;
     }
     if (attributes_.empty())
         return;
     node.values_ = Values::make(attributes_.size(), &getBlock());
     auto place = kind.places.begin();
-    for (const Attribute& attribute : attributes_) {
+    for (const Attribute& attribute : attributes_)
         node.values_->begin()[*place++] = getValue(attribute.value);
-    }
 }
 
 void TreeParser::endElement() {
