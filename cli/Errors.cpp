@@ -1,18 +1,29 @@
 #include "cli/Errors.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "cli/SafeText.hpp"
+#include "cli/Warnings.hpp"
+#include "cli/XmlCheck.hpp"
+#include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
-#include "host/MessageException.hpp"
 #include "host/Path.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 
 namespace cli {
+
+namespace pm = project::metadata;
 
 namespace {
 
@@ -29,9 +40,13 @@ struct Report {
     void add(std::string sentence) {
         if (sentence.empty())
             sentence = "An error of an unknown kind occurred";
-        const auto holdsIt = [&](const std::string& other) { return other.find(sentence) != std::string::npos; };
-        if (std::none_of(sentences.begin(), sentences.end(), holdsIt))
+        if (!holds(sentence))
             sentences.push_back(std::move(sentence));
+    }
+
+    bool holds(const std::string& text) const {
+        return std::any_of(sentences.begin(), sentences.end(),
+                           [&](const std::string& sentence) { return sentence.find(text) != std::string::npos; });
     }
 };
 
@@ -51,7 +66,7 @@ void addCurrentException(Report& report) {
     try {
         throw;
     } catch (const host::UserException& error) {
-        report.add(escapeText(error.ToUstring()));
+        report.add(escapeText(explain(error)));
         addCauses(report, error);
     } catch (const CommandError& error) {
         if (report.sentences.empty())
@@ -61,6 +76,9 @@ void addCurrentException(Report& report) {
     } catch (const host::InterruptedException&) {
         report.status = Status::interrupted;
         report.add("Interrupted; everything is as it was");
+    } catch (const host::FileSystemException& error) {
+        const bool isNamed = report.holds(escapeText(error.path().text()));
+        report.add(escapeBytes(isNamed ? error.code().message() : error.what()));
     } catch (const std::bad_alloc&) {
         report.add("There is not enough memory");
     } catch (const std::exception& error) {
@@ -71,20 +89,87 @@ void addCurrentException(Report& report) {
     }
 }
 
+/// All sentences of errors that have been written.
+std::vector<std::string>& toldSentences() {
+    static std::vector<std::string> sentences;
+    return sentences;
+}
+
+/// What stores log: FILE and then this and the problem.
+const std::string damageMiddle = " is damaged: ";
+
+/// Whether an error has said all of `parts`.
+bool isTold(const std::vector<std::string>& parts) {
+    const auto holdsAll = [&](const std::string& told) {
+        return std::all_of(parts.begin(), parts.end(),
+                           [&](const std::string& part) { return told.find(part) != std::string::npos; });
+    };
+    return std::any_of(toldSentences().begin(), toldSentences().end(), holdsAll);
+}
+
+void write(const std::string& start, const std::string& sentence) {
+    std::fprintf(stderr, "%s%s\n", start.c_str(), sentence.c_str());
+}
+
+void tell(const std::string& start, const std::string& sentence) {
+    write(start, sentence);
+    toldSentences().push_back(sentence);
+}
+
+const std::string programStart = "project-metadata: ";
+const std::string indentation = "    ";
+
 }  // namespace
 
+std::u16string explainProblem(const host::Path& file, const std::u16string& problem) {
+    if (access(file.accessName().c_str(), R_OK) != 0)
+        return problem.empty() ? host::fromUtf8(std::generic_category().message(errno)) : problem;
+    if (!problem.empty() && !pm::ends_with(file.text(), u".xml"))
+        return problem;
+    const std::vector<Problem> found = checkXml(file);
+    if (found.empty())
+        return problem;
+    const std::string place = found.front().line > 0 ? "in line " + std::to_string(found.front().line) + ", " : "";
+    return host::fromUtf8(place + found.front().problem);
+}
+
+std::u16string explain(const host::UserException& error) {
+    const auto& arguments = error.GetBaseMsgIDObj().arguments;
+    const auto* const file = arguments.empty() ? nullptr : std::get_if<std::u16string>(&arguments.front());
+    if (!file)
+        return error.ToUstring();
+    const auto shorten = [suffix = u": \"" + *file + u'"'](std::u16string text) {
+        return pm::ends_with(text, suffix) ? text.substr(0, text.size() - suffix.size()) : text;
+    };
+    if (!dynamic_cast<const pm::MetadataReadFailure*>(&error))
+        return shorten(error.ToUstring());
+    const std::u16string cause = shorten(std::get<std::u16string>(arguments.at(1)));
+    return pm::MetadataReadFailure(*file, explainProblem(host::Path(*file), cause)).ToUstring();
+}
+
 void reportError(const std::string& sentence) {
-    std::fprintf(stderr, "project-metadata: %s\n", escapeBytes(sentence).c_str());
+    tell(programStart, escapeBytes(sentence));
+}
+
+void reportWarnings() {
+    const std::string start = toldSentences().empty() ? programStart : indentation;
+    for (const std::string& warning : takeWarnings()) {
+        const std::size_t at = warning.find(damageMiddle);
+        std::vector<std::string> parts{escapeBytes(warning.substr(0, at))};
+        if (at != std::string::npos) {
+            const std::u16string problem = host::fromUtf8(warning.substr(at + damageMiddle.size()));
+            parts.push_back(escapeText(explainProblem(host::Path::fromAccessName(warning.substr(0, at)), problem)));
+        }
+        if (!isTold(parts))
+            write(start, parts.size() == 1 ? parts[0] : '"' + parts[0] + '"' + damageMiddle + parts[1]);
+    }
 }
 
 Status reportCurrentException() {
     Report report;
     addCurrentException(report);
-    const char* before = "project-metadata: ";
-    for (const std::string& sentence : report.sentences) {
-        std::fprintf(stderr, "%s%s\n", before, sentence.c_str());
-        before = "    ";
-    }
+    for (const std::string& sentence : report.sentences)
+        tell(sentence == report.sentences.front() ? programStart : indentation, sentence);
     return report.status;
 }
 

@@ -39,7 +39,7 @@ FileKind kindOf(const FileStatus& status) {
 }
 
 /// What lies in `folder`, sorted by name; nothing if the folder has vanished.
-std::vector<ScannedFile> listFolder(const host::Path& folder, const std::optional<FileIdentity>& leftOut,
+std::vector<ScannedFile> listFolder(const host::Path& folder, const std::vector<FileIdentity>& leftOut,
                                     Progress& progress) {
     std::vector<host::Path> paths;
     try {
@@ -53,7 +53,9 @@ std::vector<ScannedFile> listFolder(const host::Path& folder, const std::optiona
     for (const host::Path& path : paths) {
         std::u16string name = path.fileName().text();
         const std::optional<FileStatus> status = readStatus(path, lstat);
-        if (name == u".git" || !status || leftOut == FileIdentity{status->st_dev, status->st_ino})
+        if (name == u".git" || !status)
+            continue;
+        if (std::count(leftOut.begin(), leftOut.end(), FileIdentity{status->st_dev, status->st_ino}) > 0)
             continue;
         ScannedFile& file = files.emplace_back();
         file.name = std::move(name);
@@ -75,7 +77,7 @@ std::optional<FileIdentity> FileIdentity::of(const host::Path& path) {
     return FileIdentity{status->st_dev, status->st_ino};
 }
 
-std::vector<ScannedFile> scanFolder(const host::Path& folder, const std::optional<FileIdentity>& leftOut,
+std::vector<ScannedFile> scanFolder(const host::Path& folder, const std::vector<FileIdentity>& leftOut,
                                     Progress& progress) {
     std::vector<ScannedFile> scan(1);
     std::deque<std::pair<std::size_t, host::Path>> folders{{0, folder}};

@@ -47,12 +47,12 @@ struct FileIdentity {
 };
 
 /// Everything below `folder`, level by level: the first element is the folder itself, and every folder comes before
-/// what lies in it. Left out are everything named ".git", the folder `leftOut` wherever it turns up, and what vanishes
-/// meanwhile. Symbolic links are listed and not followed. `progress` advances with every element.
+/// what lies in it. Left out are everything named ".git", the folders `leftOut` wherever they turn up, and what
+/// vanishes meanwhile. Symbolic links are listed and not followed. `progress` advances with every element.
 ///
 /// @throws ListChildFilesFailure for a folder that cannot be listed
 /// @throws host::FileSystemException for a file whose properties cannot be read
-std::vector<ScannedFile> scanFolder(const host::Path& folder, const std::optional<FileIdentity>& leftOut,
+std::vector<ScannedFile> scanFolder(const host::Path& folder, const std::vector<FileIdentity>& leftOut,
                                     Progress& progress);
 
 /// `time` in UTC by ISO 8601, such as "2024-02-29T12:00:00.25Z", with as many digits after the second as it has.

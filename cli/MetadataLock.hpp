@@ -21,6 +21,9 @@ public:
     explicit MetadataLock(const host::Path& folder);
     ~MetadataLock();
 
+    /// Says that the folder has been renamed to `folder`.
+    void follow(const host::Path& folder) { folder_ = folder; }
+
     MetadataLock(const MetadataLock&) = delete;
     MetadataLock& operator=(const MetadataLock&) = delete;
 

@@ -15,6 +15,7 @@
 #include "cli/Errors.hpp"
 #include "cli/Progress.hpp"
 #include "cli/Project.hpp"
+#include "cli/SafeText.hpp"
 #include "host/FileSystem.hpp"
 #include "host/TempDirGuard.hpp"
 #include "host/Text.hpp"
@@ -113,6 +114,23 @@ void fill(PathTree& tree, const pm::MetadataManager& store, const pm::MetadataPa
     }
 }
 
+/// @param root for the error sentence
+MetadataTree readStore(const pm::MetadataManager& store, const host::Path& root, Progress& progress) {
+    if (!findDamage(store).empty()) {
+        throw CommandError(Status::failure, "The metadata of " + quoted(root) +
+                                                " is damaged, and what cannot be read would pass for removed; see "
+                                                "\"project-metadata check\"");
+    }
+    MetadataTree tree;
+    tree.form = TreeForm::project;
+    fill(tree.root, store, {}, progress);
+    return tree;
+}
+
+std::string nameOfWork(const host::Path& place) {
+    return "Reading \"" + escapeName(place.text()) + '"';
+}
+
 bool endsWithLineBreak(const host::Path& file) {
     std::ifstream stream(file.accessName(), std::ios::binary | std::ios::ate);
     if (!stream || stream.tellg() == std::streamoff(0))
@@ -130,8 +148,9 @@ MetadataTree readTree(const host::Path& place) {
     struct stat status {};
     if (stat(place.accessName().c_str(), &status) != 0)
         throw CommandError(Status::failure, "There is no file or project " + quoted(place));
+    Progress progress(nameOfWork(place));
     if (S_ISDIR(status.st_mode))
-        return readTree(*openProject(place), place);
+        return readStore(*openProject(place), place, progress);
     // Before the first byte of a device or a pipe is waited for.
     if (S_ISREG(status.st_mode) && status.st_size == 0)
         return {};
@@ -139,16 +158,8 @@ MetadataTree readTree(const host::Path& place) {
 }
 
 MetadataTree readTree(const pm::MetadataManager& store, const host::Path& root) {
-    if (!findDamage(store).empty()) {
-        throw CommandError(Status::failure, "The metadata of " + quoted(root) +
-                                                " is damaged, and what cannot be read would pass for removed; see "
-                                                "\"project-metadata check\"");
-    }
-    MetadataTree tree;
-    tree.form = TreeForm::project;
-    Progress progress("Reading " + quoted(root));
-    fill(tree.root, store, {}, progress);
-    return tree;
+    Progress progress(nameOfWork(root));
+    return readStore(store, root, progress);
 }
 
 void writeTree(const MetadataTree& tree, const host::Path& file) {

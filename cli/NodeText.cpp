@@ -25,7 +25,7 @@ std::string makeLine(Sign sign, std::size_t level, const std::string& text) {
 }
 
 std::string makeAttribute(const std::u16string& key, const std::u16string& value) {
-    return escapeText(key) + "=\"" + escapeText(value) + '"';
+    return escapeName(key) + '=' + quoteText(value);
 }
 
 std::string makeNodeName(const pm::MetadataNode& node, std::size_t position) {

@@ -1,7 +1,10 @@
-/// The standard output. It belongs to the main thread.
+/// The standard output, which belongs to the main thread, and how numbers stand in it.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <string>
 #include <string_view>
 
 namespace cli {
@@ -20,8 +23,22 @@ void print(std::string_view text);
 /// As `print`, unless the user wants data only: a note on what was done.
 void printNote(std::string_view text);
 
+/// Prints `value` in a column behind `label`.
+/// @param label ASCII, at most 11 characters
+/// @throws as `print`
+void printField(const std::string& label, const std::string& value);
+
 /// Writes what is still in the buffer.
 /// @throws as `print`
 void flushOutput();
+
+/// `number` with its thousands apart, such as "99,000".
+std::string formatNumber(std::size_t number);
+
+/// Such as "1 file" or "99,000 files".
+std::string formatCount(std::size_t number, const std::string& thing);
+
+/// `size` in bytes for people, such as "12.3 MB".
+std::string formatSize(std::uint64_t size);
 
 }  // namespace cli

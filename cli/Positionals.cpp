@@ -1,7 +1,5 @@
 #include "cli/Positionals.hpp"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <exception>
 #include <iterator>
@@ -32,11 +30,6 @@ const Positional rootArgument{"ROOT", "The project's root folder; without, found
 std::set<const CLI::Option*>& neededArguments() {
     static std::set<const CLI::Option*> arguments;
     return arguments;
-}
-
-bool isFolder(const std::string& name) {
-    struct stat status {};
-    return stat(name.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 std::size_t countRequired(const std::vector<Positional>& arguments) {
@@ -85,7 +78,7 @@ bool Positionals::hasRoot(const std::vector<std::string>& given) const {
     const bool isEnough = given.size() > countRequired(arguments_);
     const std::string& candidate = place_ == RootPlace::first ? given.front() : given.back();
     // "/" is how the root path is written.
-    return isEnough && candidate != "/" && isFolder(candidate);
+    return isEnough && candidate != "/" && leadsToFolder(candidate);
 }
 
 Positionals::Values Positionals::get() const {

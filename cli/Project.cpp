@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <exception>
 #include <optional>
 #include <system_error>
 
@@ -11,6 +12,7 @@
 #include "host/FileUtils.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
@@ -35,6 +37,11 @@ std::string quoted(const host::Path& path) {
     return '"' + path.accessName() + '"';
 }
 
+bool leadsToFolder(const std::string& name) {
+    struct stat status {};
+    return stat(name.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 void requireRoot(const host::Path& root) {
     struct stat status {};
     if (stat(root.accessName().c_str(), &status) != 0) {
@@ -43,6 +50,12 @@ void requireRoot(const host::Path& root) {
     }
     if (!S_ISDIR(status.st_mode))
         throw CommandError(Status::notAProject, quoted(root) + " is no folder, so it cannot be a project");
+}
+
+void requireNewRoot(const host::Path& root) {
+    struct stat status {};
+    if (root.empty() || lstat(root.accessName().c_str(), &status) == 0 || errno != ENOENT)
+        requireRoot(root);
 }
 
 host::Path requireCoreFile(const host::Path& root) {
@@ -58,8 +71,12 @@ host::Path requireCoreFile(const host::Path& root) {
 std::unique_ptr<pm::MetadataManager> openProject(const host::Path& root) {
     requireRoot(root);
     // First of all: a store may have to complete a change that was interrupted before there is a core file.
-    if (auto store = pm::getMetadataManagerFor(root))
-        return store;
+    try {
+        if (auto store = pm::getMetadataManagerFor(root))
+            return store;
+    } catch (const pm::MetadataReadFailure&) {
+        std::throw_with_nested(CommandError(Status::failure, "The metadata of " + quoted(root) + " cannot be opened"));
+    }
     const host::Path coreFile = requireCoreFile(root);
     const std::optional<std::u16string> type = pm::ProjectMetadataLocation(root).getMetadataType();
     if (!type)

@@ -19,8 +19,14 @@ host::Path findRoot();
 /// A path for an error sentence: its bytes, in quotes.
 std::string quoted(const host::Path& path);
 
+/// Whether `name`, as it stands on the command line, leads to a folder.
+bool leadsToFolder(const std::string& name);
+
 /// @throws CommandError with `Status::notAProject` unless `root` is a folder
 void requireRoot(const host::Path& root);
+
+/// As `requireRoot`, for a new project: what is not there can be made.
+void requireNewRoot(const host::Path& root);
 
 /// The core file of the project with the root folder `root`.
 /// @throws CommandError with `Status::notAProject` if there is no such folder or no metadata in it
@@ -29,7 +35,8 @@ host::Path requireCoreFile(const host::Path& root);
 
 /// The store that holds the metadata of the project with the root folder `root`; never null.
 /// @throws as `requireCoreFile`
-/// @throws CommandError if there is no store for the type of metadata that the core file names
+/// @throws CommandError if there is no store for the type of metadata that the core file names, or if its files are too
+///         damaged to be opened
 /// @throws whatever the plug-ins throw
 std::unique_ptr<project::metadata::MetadataManager> openProject(const host::Path& root);
 

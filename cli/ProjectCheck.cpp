@@ -16,7 +16,9 @@
 #include "cli/Progress.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
+#include "cli/StoreFiles.hpp"
 #include "cli/UuidText.hpp"
+#include "cli/Workshop.hpp"
 #include "host/FileUtils.hpp"
 #include "host/MessageException.hpp"
 #include "host/Text.hpp"
@@ -24,6 +26,7 @@
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
@@ -40,19 +43,6 @@ bool isMarker(const std::u16string& name) {
     return name.rfind(markerPrefix, 0) == 0 && pm::ends_with(name, extension);
 }
 
-/// The files that a store makes besides the core file, by their names. Of a store that is not in the table, all files
-/// are taken as its own.
-struct StoreFiles {
-    const char16_t* store;
-    bool (*isOwn)(const std::u16string& name);
-};
-
-const StoreFiles storeFiles[] = {
-    {u"fixedPath", [](const std::u16string& name) { return name.find(u'=') != std::u16string::npos; }},
-    {u"monolithic", [](const std::u16string& /*name*/) { return false; }},
-    {u"sqlite", [](const std::u16string& name) { return name.rfind(u"Project.sqlite", 0) == 0; }},
-};
-
 class ProjectCheck {
 public:
     explicit ProjectCheck(const host::Path& root) : root_(root), location_(root), folder_(location_.getDirectory()) {}
@@ -64,6 +54,8 @@ public:
             requireCoreFile(root_);
         checkOtherFolders();
         readType();
+        for (const host::Path& leftover : Workshop::findLeftovers(root_))
+            add(leftover, 0, "a conversion that was killed has left this folder", Remedy::removeWorkshop);
         checkFiles(folder_);
         if (!isInterrupted)
             checkStore();
@@ -114,6 +106,7 @@ private:
         }
         if (location_.hasCoreFile() && !type_)
             add(location_.getCoreFile(), 0, "it names no type of metadata");
+        storeFiles_ = getStoreFiles(type_.value_or(u""));
     }
 
     void checkFiles(const host::Path& folder) {
@@ -127,19 +120,16 @@ private:
             const bool isFolder = lstat(entry.accessName().c_str(), &status) == 0 && S_ISDIR(status.st_mode);
             if (isFolder)
                 checkFiles(entry);
-            else if (entry == folder_ / pm::coreFileName() || (folder == folder_ && isMarker(name)) || isOwn(name))
+            else if (entry == folder_ / pm::coreFileName() || (folder == folder_ && isMarker(name)) || isOwn(entry))
                 checkFile(entry);
             else
                 result_.others.push_back(entry);
         }
     }
 
-    bool isOwn(const std::u16string& name) const {
-        for (const StoreFiles& files : storeFiles) {
-            if (type_ == files.store)
-                return files.isOwn(name);
-        }
-        return true;
+    /// Of a store that is not known, all files are taken as its own.
+    bool isOwn(const host::Path& file) const {
+        return !storeFiles_ || storeFiles_->isOwn(file.text().substr(folder_.text().size() + 1));
     }
 
     void checkFile(const host::Path& file) {
@@ -167,25 +157,29 @@ private:
                             "\"; there are: " + listStoreNames());
                 return;
             }
+            std::set<host::Path> known;
+            for (const Problem& problem : result_.problems)
+                known.insert(problem.file);
             for (const pm::MetadataDamage& damage : findDamage(*store))
-                addDamage(damage);
+                addDamage(damage, known.count(damage.file) > 0);
             walk(*store);
         });
     }
 
-    void addDamage(const pm::MetadataDamage& damage) {
+    /// @param isKnown whether the check of the file has told why
+    void addDamage(const pm::MetadataDamage& damage, bool isKnown) {
         const bool isMissing = !host::FileUtils::existNoExcept(damage.file);
         const bool isPathFile = damage.file != location_.getCoreFile() && pm::ends_with(damage.file.text(), extension);
         const Remedy remedy = !isPathFile ? Remedy::none : isMissing ? Remedy::giveBack : Remedy::moveAside;
-        bool isKnown = false;
+        const std::string text = escapeText(damage.problem);
         for (Problem& problem : result_.problems) {
-            if (problem.file == damage.file) {
-                problem.remedy = remedy;
-                isKnown = true;
-            }
+            if (problem.file != damage.file)
+                continue;
+            problem.remedy = remedy;
+            isKnown = isKnown || problem.problem == text;
         }
         if (!isKnown)
-            add(damage.file, 0, escapeText(damage.problem), remedy);
+            add(damage.file, 0, text, remedy);
     }
 
     void walk(const pm::MetadataManager& store) {
@@ -194,7 +188,8 @@ private:
             const pm::MetadataPath path = std::move(open.back());
             open.pop_back();
             progress_.advance();
-            ++result_.paths;
+            const bool isRoot = path.getPath().empty();
+            result_.paths += isRoot ? 0 : 1;
             const host::Path file = location_.getCoreFile();
             attempt(file, [&] {
                 std::vector<pm::MetadataPath> children = store.getChildren(path);
@@ -203,20 +198,29 @@ private:
             attempt(file, [&] {
                 if (!store.hasPath(path))
                     add(file, 0, formatPath(path) + ": it is listed, but it is not there");
-                if (const auto node = store.getNode(path))
+                if (const auto node = store.getNode(path)) {
+                    result_.paths += isRoot ? 1 : 0;  // as in `stat`
                     checkNode(path, *node);
+                }
             });
         }
     }
 
-    /// What cannot be read is damage, which was told with its file already, but for a store that tells none.
+    /// What cannot be read is told with its file, unless that is known for damaged already.
     template <class Action>
     void attempt(const host::Path& file, const Action& action) {
         try {
             action();
         } catch (const host::UserException& error) {
-            if (result_.problems.empty())
-                add(file, 0, escapeText(error.ToUstring()));
+            // The arguments of this one are the file and the cause.
+            const bool isReadFailure = dynamic_cast<const pm::MetadataReadFailure*>(&error) != nullptr;
+            const auto& arguments = error.GetBaseMsgIDObj().arguments;
+            const host::Path place = isReadFailure ? host::Path(std::get<std::u16string>(arguments.at(0))) : file;
+            const auto isIn = [&place](const Problem& problem) { return problem.file == place; };
+            if (std::any_of(result_.problems.begin(), result_.problems.end(), isIn))
+                return;
+            const std::u16string cause = isReadFailure ? std::get<std::u16string>(arguments.at(1)) : u"";
+            add(place, 0, escapeText(cause.empty() ? explain(error) : cause));
         }
     }
 
@@ -241,6 +245,7 @@ private:
     pm::ProjectMetadataLocation location_;
     host::Path folder_;
     std::optional<std::u16string> type_;
+    std::optional<StoreFiles> storeFiles_;
     CheckResult result_;
     Progress progress_{"Checking"};
 };

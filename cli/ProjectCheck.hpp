@@ -16,7 +16,7 @@ struct CheckResult {
     std::vector<Problem> problems;   ///< by file and line
     std::vector<host::Path> others;  ///< files in the metadata folder that no store makes
     std::size_t files = 0;           ///< how many were read
-    std::size_t paths = 0;
+    std::size_t paths = 0;           ///< the root path counts if it has a node
 };
 
 /// Reads every file in the metadata folder of the project with the root folder `root`, and every path and node of its

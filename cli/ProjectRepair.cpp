@@ -9,6 +9,7 @@
 #include "cli/Project.hpp"
 #include "cli/ProjectCheck.hpp"
 #include "cli/SafeText.hpp"
+#include "cli/Workshop.hpp"
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Text.hpp"
@@ -20,10 +21,6 @@ namespace cli {
 namespace pm = project::metadata;
 
 namespace {
-
-std::string show(const host::Path& file) {
-    return '"' + escapeName(file.text()) + '"';
-}
 
 class ProjectRepair {
 public:
@@ -38,6 +35,8 @@ public:
                 complete(problem.file);
             else if (problem.remedy == Remedy::removeLeftover)
                 removeLock(problem.file);
+            else if (problem.remedy == Remedy::removeWorkshop)
+                removeWorkshop(problem.file);
             else if (problem.remedy == Remedy::moveAside)
                 damaged.insert(problem.file);
             else if (problem.remedy == Remedy::giveBack)
@@ -70,6 +69,12 @@ private:
         note(lock, "is removed");
     }
 
+    void removeWorkshop(const host::Path& folder) {
+        if (!isDryRun_)
+            Workshop::removeLeftover(folder);
+        note(folder, "is removed");
+    }
+
     void moveAside(const std::set<host::Path>& files) {
         std::unique_ptr<MetadataLock> lock;
         if (!isDryRun_)
@@ -85,7 +90,7 @@ private:
                 if (std::rename(file.accessName().c_str(), target.accessName().c_str()) != 0)
                     throw host::FileSystemException(file, std::error_code(errno, std::generic_category()));
             }
-            note(file, "is moved to " + show(target));
+            note(file, "is moved to " + escapeName(target.text()));
         }
     }
 

@@ -94,4 +94,14 @@ std::string escapeName(std::u16string_view name) {
     return escape(name, true);
 }
 
+std::string quoteText(std::u16string_view text) {
+    std::string literal = "\"";
+    for (const char byte : escapeName(text)) {
+        if (byte == '"')
+            literal += '\\';
+        literal += byte;
+    }
+    return literal += '"';
+}
+
 }  // namespace cli

@@ -1,7 +1,7 @@
 /// Texts from the disk made safe to show: a file name may hold escape sequences that act on the terminal, or marks that
 /// make it look like another name.
 ///
-/// Both functions may be called from any thread.
+/// All functions may be called from any thread.
 #pragma once
 
 #include <string>
@@ -16,5 +16,9 @@ std::string escapeText(std::u16string_view text);
 
 /// As `escapeText`, with `\\` for a backslash, so that different names look different.
 std::string escapeName(std::u16string_view name);
+
+/// `text` in quotes as a literal: as `escapeName`, with `\"` for a quote, so that it is clear where it ends and
+/// different texts look different.
+std::string quoteText(std::u16string_view text);
 
 }  // namespace cli

@@ -6,6 +6,7 @@
 
 #include "cli/Errors.hpp"
 #include "cli/Project.hpp"
+#include "cli/Warnings.hpp"
 #include "host/FileSystem.hpp"
 #include "host/MessageException.hpp"
 #include "host/Text.hpp"
@@ -28,7 +29,7 @@ std::string describeCurrentException() {
     try {
         throw;
     } catch (const host::UserException& error) {
-        return host::Path(error.ToUstring()).accessName();
+        return host::Path(explain(error)).accessName();
     } catch (const std::exception& error) {
         return error.what();
     }
@@ -43,6 +44,7 @@ std::string replaceAll(std::string text, const std::string& from, const std::str
 }  // namespace
 
 SingleFile::SingleFile(const host::Path& file) : scratch_(host::FileSystem::temp_directory_name().text(), u"", u"") {
+    ignoreWarningsAbout(host::Path(scratch_.getDirectoryName()));
     host::FileSystem::create_directories(copy().parentPath());
     host::FileSystem::copy_file(file, copy(), host::CopyOption::none);
     try {

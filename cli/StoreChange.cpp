@@ -33,21 +33,17 @@ bool haveSameNode(const std::shared_ptr<pm::MetadataNode>& a, const std::unique_
     return a && b ? equalNodes(*a, *b) : !a && !b;
 }
 
-std::string formatNumber(std::size_t number) {
-    std::string digits = std::to_string(number);
-    for (std::size_t place = digits.size(); place > 3;)
-        digits.insert(place -= 3, 1, ',');
-    return digits;
-}
-
 }  // namespace
 
 std::vector<pm::MetadataPath> listPaths(const pm::MetadataManager& store, const pm::MetadataPath& top,
                                         Progress& progress) {
-    std::vector<pm::MetadataPath> paths{top};
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-        std::vector<pm::MetadataPath> children = store.getChildren(paths[i]);
-        std::move(children.begin(), children.end(), std::back_inserter(paths));
+    std::vector<pm::MetadataPath> paths;
+    std::vector<pm::MetadataPath> open{top};
+    while (!open.empty()) {
+        paths.push_back(std::move(open.back()));
+        open.pop_back();
+        std::vector<pm::MetadataPath> children = store.getChildren(paths.back());
+        std::move(children.rbegin(), children.rend(), std::back_inserter(open));
         progress.advance();
     }
     return paths;
@@ -125,10 +121,6 @@ void printPaths(const StoreChange& change) {
     printAll(change.added, "+ ", Style::green);
     printAll(change.updated, "~ ", Style::yellow);
     printAll(change.removed, "- ", Style::red);
-}
-
-std::string formatCount(std::size_t number, const std::string& thing) {
-    return formatNumber(number) + ' ' + thing + (number == 1 ? "" : "s");
 }
 
 }  // namespace cli

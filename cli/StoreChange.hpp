@@ -42,7 +42,7 @@ struct StoreChange {
     bool isEmpty() const { return nodes.empty() && !paths; }
 };
 
-/// `top` and every path below it, level by level.
+/// `top` and every path below it, each before those below it, siblings in their order.
 /// @throws whatever the store throws; host::InterruptedException
 std::vector<project::metadata::MetadataPath> listPaths(const project::metadata::MetadataManager& store,
                                                        const project::metadata::MetadataPath& top, Progress& progress);
@@ -70,8 +70,5 @@ Json toJson(const StoreChange& change);
 
 /// With --verbose, a note for each path that is added (+), updated (~) or removed (-).
 void printPaths(const StoreChange& change);
-
-/// Such as "1 file" or "99,000 files".
-std::string formatCount(std::size_t number, const std::string& thing);
 
 }  // namespace cli

@@ -42,8 +42,11 @@ std::string_view getVariable(const char* name) {
 bool isColored() {
     if (options().color != ColorUse::automatic)
         return options().color == ColorUse::always;
-    const std::string_view terminal = getVariable("TERM");
-    return isatty(STDOUT_FILENO) == 1 && getVariable("NO_COLOR").empty() && !terminal.empty() && terminal != "dumb";
+    static const bool canAndMay = [] {
+        const std::string_view terminal = getVariable("TERM");
+        return isatty(STDOUT_FILENO) == 1 && getVariable("NO_COLOR").empty() && !terminal.empty() && terminal != "dumb";
+    }();
+    return canAndMay;
 }
 
 std::string paint(Style style, const std::string& text) {

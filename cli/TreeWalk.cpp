@@ -13,8 +13,8 @@ namespace cli {
 
 namespace pm = project::metadata;
 
-TreeWalk::TreeWalk(const pm::MetadataManager& store, const pm::MetadataPath& start, std::size_t maxDepth)
-    : store_(store), maxDepth_(maxDepth), children_{start} {
+TreeWalk::TreeWalk(const pm::MetadataManager& store, const pm::MetadataPath& start, std::size_t maxDepth, bool tells)
+    : store_(store), maxDepth_(maxDepth), tells_(tells), children_{start} {
     requirePath(store, start);
 }
 
@@ -47,7 +47,7 @@ std::unique_ptr<pm::MetadataNode> TreeWalk::readNode() {
     try {
         return store_.getNode(path());
     } catch (const pm::MetadataReadFailure&) {
-        noteUnreadable();  // the store has logged which file is damaged
+        noteError();
         return nullptr;
     }
 }
@@ -58,13 +58,16 @@ void TreeWalk::listChildren() {
     } catch (const project::exception::ProjectException&) {
         if (depth() == 0)
             throw;
-        flushOutput();
-        reportCurrentException();
-        noteUnreadable();
+        noteError();
     }
 }
 
-void TreeWalk::noteUnreadable() {
+/// Called while the error is handled.
+void TreeWalk::noteError() {
+    if (tells_) {
+        flushOutput();
+        reportCurrentException();
+    }
     unreadableCount_ += isUnreadable_ ? 0 : 1;
     isUnreadable_ = true;
 }
@@ -73,8 +76,7 @@ Status TreeWalk::finish(Status status) const {
     if (unreadableCount_ == 0)
         return status;
     flushOutput();
-    const std::string paths = unreadableCount_ == 1 ? " path" : " paths";
-    reportError(std::to_string(unreadableCount_) + paths +
+    reportError(formatCount(unreadableCount_, "path") +
                 " could not be read; \"project-metadata check\" says what is damaged");
     return Status::foundProblems;
 }

@@ -21,9 +21,10 @@ public:
 
     /// A walk that stands on `start` once `next` was called, and goes `maxDepth` levels below it.
     /// @param store must outlive the walk
+    /// @param tells whether each error of reading is written to the standard error as it is met
     /// @throws CommandError as `requirePath`
     TreeWalk(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& start,
-             std::size_t maxDepth = anyDepth);
+             std::size_t maxDepth = anyDepth, bool tells = true);
 
     /// Moves on. @return whether there was another path
     /// @throws whatever the store throws for `start`; what is damaged below is reported and left out
@@ -60,10 +61,11 @@ private:
     };
 
     void listChildren();
-    void noteUnreadable();
+    void noteError();
 
     const project::metadata::MetadataManager& store_;
     std::size_t maxDepth_;
+    bool tells_;
     std::vector<Level> levels_;
     std::vector<project::metadata::MetadataPath> children_;  // the level that is next
     bool isUnreadable_ = false;

@@ -11,7 +11,7 @@
 namespace cli {
 
 /// How a problem can be mended.
-enum class Remedy { none, complete, removeLeftover, moveAside, giveBack };
+enum class Remedy { none, complete, removeLeftover, removeWorkshop, moveAside, giveBack };
 
 struct Problem {
     host::Path file;

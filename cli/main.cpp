@@ -14,6 +14,7 @@
 #include "cli/Options.hpp"
 #include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Warnings.hpp"
 #include "host/Interruption.hpp"
 
 namespace {
@@ -30,6 +31,14 @@ class HelpFormatter : public CLI::Formatter {
 public:
     std::string make_option_usage(const CLI::Option* option) const override { return cli::formatUsage(*option); }
 
+    /// What stands behind an option's name: what its value is, and whether it must be given.
+    std::string make_option_opts(const CLI::Option* option) const override {
+        const bool isList = option->get_expected_max() >= CLI::detail::expected_max_vector_size;
+        const bool hasType = !option->get_positional() && option->get_type_size() != 0;
+        return (hasType ? ' ' + option->get_type_name() : "") + (isList ? "..." : "") +
+               (hasType && option->get_required() ? " (required)" : "");
+    }
+
     std::string make_subcommands(const CLI::App* app, CLI::AppFormatMode mode) const override {
         const CLI::App* const parent = app->get_parent();
         if (!parent)
@@ -45,9 +54,6 @@ std::shared_ptr<CLI::Formatter> makeFormatter() {
     formatter->column_width(22);
     formatter->label("Positionals", "Arguments");
     formatter->label("SUBCOMMAND", "COMMAND");
-    // The usage line shows what may be left out.
-    formatter->label("TEXT", "");
-    formatter->label("REQUIRED", "");
     return formatter;
 }
 
@@ -59,21 +65,33 @@ std::string explain(const CLI::App& app, const CLI::ParseError& error) {
                                      : "There is no command \"" + app.remaining().front() + '"';
 }
 
+/// Puts the number of the value that `text` names in its place. @return an error sentence; empty if it names one
+std::string readColorUse(std::string& text) {
+    using cli::ColorUse;
+    static const std::map<std::string, ColorUse> uses{
+        {"auto", ColorUse::automatic}, {"always", ColorUse::always}, {"never", ColorUse::never}};
+    const auto use = uses.find(text);
+    if (use == uses.end())
+        return '"' + text + "\" is none of auto, always and never";
+    text = std::to_string(static_cast<int>(use->second));
+    return "";
+}
+
 /// Declares what may stand before or after every command.
 void addOptions(CLI::App& app) {
-    using cli::ColorUse;
     cli::Options& options = cli::options();
-    const std::map<std::string, ColorUse> colorUses{
-        {"auto", ColorUse::automatic}, {"always", ColorUse::always}, {"never", ColorUse::never}};
     app.add_flag("-q,--quiet", options.quiet, "Print data only, no notes on what was done");
     app.add_flag("-v,--verbose", options.verbose, "Print details too");
     app.add_option("--color", options.color, "When to colour the output; auto: on terminals")
         ->type_name("auto|always|never")
-        ->transform(CLI::CheckedTransformer(colorUses).description(""));
+        ->transform(CLI::Validator(readColorUse, ""));
     app.add_option("-C,--root", options.root, "The project's root folder, in place of ROOT")->type_name("ROOT");
 }
 
+volatile std::sig_atomic_t isInterrupted = 0;
+
 void requestInterruption(int /*signal*/) {
+    isInterrupted = 1;
     host::Interruption::request();
 }
 
@@ -123,15 +141,19 @@ cli::Status run(int argc, const char* const* argv) {
 
 int main(int argc, char** argv) {
     handleSignals();
+    cli::collectWarnings();
     cli::Status status = cli::Status::done;
     try {
         status = run(argc, argv);
         cli::flushOutput();
+        if (isInterrupted && !cli::options().quiet)
+            cli::reportError("It was too late to stop; everything is done");
     } catch (const cli::OutputClosed&) {
         status = cli::Status::done;
     } catch (...) {
         std::fflush(stdout);  // what was printed before the error is shown before it
         status = cli::reportCurrentException();
     }
+    cli::reportWarnings();
     return static_cast<int>(status);
 }

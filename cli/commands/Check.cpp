@@ -17,14 +17,11 @@
 #include "cli/ProjectCheck.hpp"
 #include "cli/SafeText.hpp"
 #include "cli/Terminal.hpp"
+#include "cli/Warnings.hpp"
 
 namespace cli {
 
 namespace {
-
-std::string count(std::size_t number, const std::string& thing) {
-    return std::to_string(number) + ' ' + thing + (number == 1 ? "" : "s");
-}
 
 void printProblem(const Problem& problem) {
     const std::string line = problem.line > 0 ? std::to_string(problem.line) + ":" : "";
@@ -84,6 +81,7 @@ Status check(const host::Path& root, const Wish& wish) {
     std::vector<Repair> repairs;
     if (wish.repair)
         repairs = repairAll(root, result, wish.dryRun);
+    takeWarnings();  // the stores have logged what is printed here
     const Status status = result.problems.empty() ? Status::done : Status::foundProblems;
     if (wish.json) {
         printJson({{"files", result.files},
@@ -104,17 +102,15 @@ Status check(const host::Path& root, const Wish& wish) {
         if (options().verbose)
             print(escapeName(other.text()) + ": it does not belong to the metadata\n");
     }
-    printNote(count(result.files, "file") + " and " + count(result.paths, "path") + " read\n");
-    print(count(result.problems.size(), "problem") + '\n');
+    printNote(formatCount(result.files, "file") + " and " + formatCount(result.paths, "path") + " read\n");
+    print(formatCount(result.problems.size(), "problem") + '\n');
     return status;
 }
 
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app);
     const auto wish = std::make_shared<Wish>();
-    app.add_flag("--repair", wish->repair,
-                 "Mend what can be mended safely: complete an interrupted change, give missing files of paths back, "
-                 "move damaged ones into a folder beside the metadata");
+    app.add_flag("--repair", wish->repair, "Mend what can be mended without a loss, and say what was done");
     const auto dryRun = addDryRun(app);
     return [positionals, wish, dryRun, json = addJson(app)] {
         if (*dryRun && !wish->repair)

@@ -14,6 +14,7 @@
 
 #include "cli/Command.hpp"
 #include "cli/Errors.hpp"
+#include "cli/Json.hpp"
 #include "cli/Output.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
@@ -61,18 +62,26 @@ struct Count {
     int failed = 0;
 };
 
-void checkRules(const std::shared_ptr<pm::MetadataManagerFactory>& factory, Count& count) {
+/// @param list where the outcomes go with --json; null without
+void checkRules(const std::shared_ptr<pm::MetadataManagerFactory>& factory, Count& count, JsonList* list) {
     for (const testing::Rule& rule : testing::getRules()) {
         const auto breach = testing::findBreach(rule, [&] { return factory; });
         const std::string name = rule.name;
-        print(breach ? "FAILED  " + name + ": " + escapeText(host::fromUtf8(*breach)) + '\n'
-                     : "passed  " + name + '\n');
+        const std::u16string message = host::fromUtf8(breach.value_or(""));
+        if (list) {
+            list->add({{"store", toJson(factory->getName())},
+                       {"rule", name},
+                       {"outcome", breach ? "failed" : "passed"},
+                       {"message", breach ? toJson(message) : Json(nullptr)}});
+        } else {
+            print(breach ? "FAILED  " + name + ": " + escapeText(message) + '\n' : "passed  " + name + '\n');
+        }
         flushOutput();
         ++(breach ? count.failed : count.passed);
     }
 }
 
-Status conform(const host::Path& file) {
+Status conform(const host::Path& file, bool isJson) {
     if (!host::FileSystem::exists(file))
         throw CommandError(Status::failure, "There is no file " + quoted(file));
     const Factories factories = loadFactories(file);
@@ -81,22 +90,26 @@ Status conform(const host::Path& file) {
     // The user's choice of a folder has no say in what a store does.
     overrideSetting("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
     Count count;
+    JsonList list;
     for (const auto& factory : factories) {
-        if (factories.size() > 1)
+        if (factories.size() > 1 && !isJson)
             print("The store \"" + escapeName(factory->getName()) + "\":\n");
-        checkRules(factory, count);
+        checkRules(factory, count, isJson ? &list : nullptr);
     }
-    print(std::to_string(count.passed) + " passed, " + std::to_string(count.failed) + " failed\n");
+    if (isJson)
+        list.end();
+    else
+        print(std::to_string(count.passed) + " passed, " + std::to_string(count.failed) + " failed\n");
     return count.failed == 0 ? Status::done : Status::foundProblems;
 }
 
 Command::Action configure(CLI::App& app) {
     const auto file = std::make_shared<std::string>();
     app.add_option("BUNDLE", *file, "The bundle's file, a shared object")->required();
-    return [file] { return conform(host::Path::fromAccessName(*file)); };
+    return [file, isJson = addJson(app)] { return conform(host::Path::fromAccessName(*file), *isJson); };
 }
 
-const Command command(Group::look, "conform", "Check whether the stores of a plug-in keep the contract", configure);
+const Command command(Group::trust, "conform", "Check whether the stores of a plug-in keep the contract", configure);
 
 }  // namespace
 

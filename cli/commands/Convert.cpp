@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +22,7 @@
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
 #include "cli/Errors.hpp"
+#include "cli/FolderVersion.hpp"
 #include "cli/MetadataLock.hpp"
 #include "cli/NewMetadata.hpp"
 #include "cli/Output.hpp"
@@ -29,11 +31,11 @@
 #include "cli/Progress.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
-#include "cli/SettingsOverride.hpp"
 #include "cli/StoreChange.hpp"
+#include "cli/StoreFiles.hpp"
+#include "cli/Workshop.hpp"
 #include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
-#include "host/TempDirGuard.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
@@ -112,47 +114,24 @@ Plan makePlan(const host::Path& root, const Flags& flags) {
     return plan;
 }
 
-/// A folder in which projects can be made that belong to nobody.
-class Workshop {
-public:
-    explicit Workshop(const host::Path& parent) : guard_(parent.text(), u".project-metadata-", u"") {
-        overrideSetting("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
-    }
-
-    fs::path folder() const { return host::Path(guard_.getDirectoryName()).accessName(); }
-
-    static fs::path metadataFolder(const fs::path& root) {
-        return root / host::Path(pm::getSelectableRoots().front()).accessName();
-    }
-
-    /// Makes the project `name` with all that `source` holds. @return its metadata folder
-    fs::path copy(const pm::MetadataManager& source, const Factory& factory, const std::string& name) const {
-        const fs::path root = folder() / name;
-        fs::create_directory(root);
-        const auto store = factory->createManager(toPath(root));
-        Progress progress("Copying");
-        StoreChange change = findMirrorChange(source, *store, progress);
-        if (!change.paths)
-            change.paths.emplace(1);
-        applyChange(*store, change, Interruptible::always);
-        return metadataFolder(root);
-    }
-
-private:
-    host::TempDirGuard guard_;
-};
-
-/// Copies to `target` what lies in the metadata folder `folder` and is not the store's: what is not in `pure`, a folder
-/// that the same kind of store has made with the same content.
-void copyForeignFiles(const fs::path& folder, const fs::path& pure, const fs::path& target) {
+/// Copies to `target` what lies in the metadata folder `folder`, and for which `isOwn` says that it is not the store's.
+/// @return how many files are the store's, the core file not counted
+std::size_t copyForeignFiles(const fs::path& folder, const std::function<bool(const fs::path&)>& isOwn,
+                             const fs::path& target) {
+    std::size_t ownCount = 0;
     Progress progress("Copying");
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
         progress.advance();
-        const fs::path name = entry.path().lexically_relative(folder);
-        if (fs::exists(fs::symlink_status(pure / name)))
-            continue;
+        const fs::path name = entry.path().native().substr(folder.native().size() + 1);
         if (entry.is_directory() && !entry.is_symlink()) {
-            fs::create_directories(target / name);
+            if (fs::is_empty(entry.path()))
+                fs::create_directories(target / name);
+            continue;
+        }
+        if (name == ".lock" || toPath(name).text() == pm::coreFileName())
+            continue;
+        if (isOwn(name)) {
+            ++ownCount;
             continue;
         }
         fs::create_directories((target / name).parent_path());
@@ -161,6 +140,30 @@ void copyForeignFiles(const fs::path& folder, const fs::path& pure, const fs::pa
             fs::last_write_time(target / name, entry.last_write_time());
     }
     fs::permissions(target, fs::status(folder).permissions());
+    return ownCount;
+}
+
+/// As that, for the old metadata folder, which holds the `pathCount` paths of `source`.
+void copyForeignFiles(const Plan& plan, const pm::MetadataManager& source, std::size_t pathCount,
+                      const Workshop& workshop) {
+    const fs::path target = workshop.metadataFolder("new");
+    const auto known = getStoreFiles(plan.before->getName());
+    if (!known) {
+        // What the same kind of store does not make for the same content is not its own.
+        workshop.copy(source, *plan.before, "pure");
+        const auto isOwn = [pure = workshop.metadataFolder("pure")](const fs::path& name) {
+            return fs::exists(fs::symlink_status(pure / name));
+        };
+        copyForeignFiles(plan.oldFolder, isOwn, target);
+        return;
+    }
+    const auto isOwn = [&](const fs::path& name) { return known->isOwn(toPath(name).text()); };
+    const std::size_t ownCount = copyForeignFiles(plan.oldFolder, isOwn, target);
+    if (known->hasOnePerPath && ownCount != pathCount) {
+        throw CommandError(Status::failure, "Not converted: in " + quoted(toPath(plan.oldFolder)) + " there are " +
+                                                formatCount(ownCount, "file") + " with names of paths, for " +
+                                                formatCount(pathCount, "path"));
+    }
 }
 
 /// @throws CommandError naming the first path that differs, or a file that the new store takes for its own
@@ -229,54 +232,90 @@ void swapFolders(const Plan& plan, const fs::path& made) {
     }
 }
 
-/// @return how many paths there are
-std::size_t convertFolder(const host::Path& root, const Plan& plan, const Flags& flags) {
-    const auto source = openProject(root);
+/// @throws CommandError if anything in the old folder, which may have another name now, is not as it was `before`, or
+/// may
+///         still change
+void requireUnchanged(const FolderVersion& before, const fs::path& folder, const std::string& outcome) {
+    if (const auto file = before.findDifference(FolderVersion(folder))) {
+        throw CommandError(Status::foundProblems,
+                           outcome + ": another program has changed " + quoted(toPath(folder / *file)) + " meanwhile");
+    }
+    if (const auto file = findLockedFile(folder)) {
+        throw CommandError(Status::foundProblems, outcome + ": another program has " + quoted(toPath(folder / *file)) +
+                                                      " open, and may be changing it");
+    }
+}
+
+/// Opens the project, which must not be damaged.
+std::unique_ptr<pm::MetadataManager> openSource(const host::Path& root) {
+    // A store that was killed may have left something to put away, which happens when the next one closes.
+    openProject(root).reset();
+    auto source = openProject(root);
+    const Progress progress("Reading");
     if (const auto damages = findDamage(*source); !damages.empty()) {
         refuse(root, quoted(damages.front().file) + " is damaged: " + host::toUtf8(damages.front().problem) +
                          "; \"project-metadata check\" finds all damage");
     }
+    return source;
+}
+
+/// What is in the old folder now, where it has been put aside.
+struct Converted {
+    std::size_t pathCount;
+    FolderVersion before;
+};
+
+Converted convertFolder(const host::Path& root, const Plan& plan, const Flags& flags) {
+    auto source = openSource(root);
+    FolderVersion before(plan.oldFolder);
     const fs::path parent = plan.newFolder.parent_path();
     if (!*flags.dryRun)
         fs::create_directories(parent);
     const Workshop workshop(*flags.dryRun ? host::FileSystem::temp_directory_name() : toPath(parent));
-    const fs::path made = workshop.copy(*source, plan.after, "new");
-    copyForeignFiles(plan.oldFolder, workshop.copy(*source, plan.before, "pure"), made);
-    // Nobody changes the old metadata from here until it is put aside.
+    const std::size_t pathCount = workshop.copy(*source, *plan.after, "new");
+    copyForeignFiles(plan, *source, pathCount, workshop);
+    // Nobody with a store that heeds the lock changes the old metadata from here on; it goes with the folder.
     std::optional<MetadataLock> lock;
     if (!*flags.dryRun)
         lock.emplace(toPath(plan.oldFolder));
-    requireEqual(*source, toPath(workshop.folder() / "new"), plan.after);
-    Progress progress("Counting");
-    const std::size_t count = listPaths(*source, {}, progress).size() - 1;
+    requireEqual(*source, toPath(workshop.projectFolder("new")), plan.after);
+    source.reset();
+    if (const auto file = before.findDifference(FolderVersion(plan.oldFolder)))
+        refuse(root, "another program has changed " + quoted(toPath(plan.oldFolder / *file)) + " meanwhile");
     if (*flags.dryRun)
-        return count;
+        return {pathCount, std::move(before)};
 
-    flush(plan.newFolder);
+    {
+        const Progress progress("Flushing");
+        flush(plan.newFolder);
+    }
     host::Interruption::throwIfRequested();
     host::Interruption::ignore();
-    lock.reset();
-    swapFolders(plan, made);
+    swapFolders(plan, workshop.metadataFolder("new"));
+    lock->follow(toPath(plan.asideFolder));
     flush(plan.newFolder);
-    return count;
+    return {pathCount, std::move(before)};
 }
 
-void removeOldFolder(const host::Path& root, const Plan& plan) {
+/// Unless it holds what the new metadata lacks: there are programs that heed no lock, and a database has its own.
+void removeOldFolder(const host::Path& root, const Plan& plan, const Flags& flags, const FolderVersion& before) {
     const Progress progress("Removing");
+    const std::string outcome = "The metadata of " + quoted(root) + " is converted, but the old folder ";
+    requireUnchanged(before, plan.asideFolder, outcome + "is kept as " + quoted(toPath(plan.asideFolder)));
+    if (flags.keep)
+        return;
     try {
         pm::deleteFiles({toPath(plan.asideFolder)});
     } catch (...) {
-        std::throw_with_nested(
-            CommandError(Status::failure,
-                         "The metadata of " + quoted(root) + " is converted, but the old folder cannot be removed"));
+        std::throw_with_nested(CommandError(Status::failure, outcome + "cannot be removed"));
     }
 }
 
 Status convert(const host::Path& root, const Flags& flags) {
     const Plan plan = makePlan(root, flags);
-    std::size_t count = 0;
+    std::optional<Converted> converted;
     try {
-        count = convertFolder(root, plan, flags);
+        converted = convertFolder(root, plan, flags);
     } catch (const host::InterruptedException&) {
         throw;
     } catch (const CommandError&) {
@@ -285,11 +324,11 @@ Status convert(const host::Path& root, const Flags& flags) {
         std::throw_with_nested(
             CommandError(Status::failure, "The metadata of " + quoted(root) + " cannot be converted"));
     }
-    if (!flags.keep && !*flags.dryRun)
-        removeOldFolder(root, plan);
-    printNote((*flags.dryRun ? "Would convert " : "Converted ") + formatCount(count, "path") + " from \"" +
-              escapeName(plan.before->getName()) + "\" to \"" + escapeName(plan.after->getName()) + "\", in " +
-              escapeName(toPath(plan.newFolder).text()) + '\n');
+    if (!*flags.dryRun)
+        removeOldFolder(root, plan, flags, converted->before);
+    printNote((*flags.dryRun ? "Would convert " : "Converted ") + formatCount(converted->pathCount, "path") +
+              " from \"" + escapeName(plan.before->getName()) + "\" to \"" + escapeName(plan.after->getName()) +
+              "\", in " + escapeName(toPath(plan.newFolder).text()) + '\n');
     if (flags.keep)
         printNote("The old folder " + std::string(*flags.dryRun ? "would be" : "is") + " kept as " +
                   escapeName(toPath(plan.asideFolder).text()) + '\n');

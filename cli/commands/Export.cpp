@@ -20,6 +20,7 @@
 #include "cli/SafeText.hpp"
 #include "cli/SingleFile.hpp"
 #include "cli/StoreChange.hpp"
+#include "cli/Warnings.hpp"
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
@@ -67,6 +68,8 @@ void writeFile(const host::Path& root, const pm::MetadataManager& store, const h
 Status exportTo(const host::Path& root, const host::Path& file, const Flags& flags) {
     // Exporting would find both of these out, the second one only after the work, but could not say it as well.
     const auto store = openProject(root);
+    if (leadsToFolder(file.accessName()))
+        throw CommandError(Status::failure, quoted(file) + " is a folder, so the export cannot take its place");
     if (!flags.force && host::FileSystem::exists(file)) {
         throw CommandError(Status::failure,
                            "The file " + quoted(file) + " exists already and is left as it is; --force replaces it");
@@ -83,7 +86,7 @@ Status exportTo(const host::Path& root, const host::Path& file, const Flags& fla
     host::Interruption::ignore();
     printNote((*flags.dryRun ? "Would write " : "") + escapeName(file.text()) + '\n');
     flushOutput();
-    const std::size_t damages = findDamage(*store).size();
+    const std::size_t damages = keepDamage(findDamage(*store));
     if (damages == 0)
         return Status::done;
     reportError("The export lacks what is damaged in the metadata of " + quoted(root) + ": " +

@@ -127,6 +127,29 @@ std::string replaceBlock(std::string text, const std::string& block) {
     return text + block;
 }
 
+/// In one step: others' lines in the file are not to be lost on a full disk.
+void replaceFile(const host::Path& file, const std::string& content) {
+    project::metadata::makeFolder(project::metadata::getParentFolder(file));
+    const std::string written = file.accessName() + ".new";
+    std::ofstream stream(written, std::ios::binary | std::ios::trunc);
+    stream.write(content.data(), static_cast<std::streamsize>(content.size()));
+    stream.close();
+    if (!stream || std::rename(written.c_str(), file.accessName().c_str()) != 0) {
+        std::remove(written.c_str());
+        throw CommandError(Status::failure, "The file " + quoted(file) + " cannot be written");
+    }
+}
+
+/// A link would be replaced by a file. Git reads no .gitattributes that is one.
+void requireNoLink(const host::Path& file) {
+    std::array<char, 1> target{};
+    if (readlink(file.accessName().c_str(), target.data(), target.size()) >= 0) {
+        throw CommandError(Status::failure, quoted(file) +
+                                                " is a symbolic link; replace it by a file, in which git-setup "
+                                                "can put the attributes");
+    }
+}
+
 class Setup {
 public:
     Setup(std::string folder, bool isRemoval, bool isDryRun)
@@ -163,19 +186,11 @@ public:
         const std::string after = replaceBlock(before, isRemoval_ ? "" : makeBlock());
         if (after == before)
             return;
+        requireNoLink(file);
         if (!isDryRun_ && after.empty()) {
             host::FileSystem::remove_all(file);
         } else if (!isDryRun_) {
-            project::metadata::makeFolder(project::metadata::getParentFolder(file));
-            // In one step: others' lines in the file are not to be lost on a full disk.
-            const std::string written = file.accessName() + ".new";
-            std::ofstream stream(written, std::ios::binary | std::ios::trunc);
-            stream.write(after.data(), static_cast<std::streamsize>(after.size()));
-            stream.close();
-            if (!stream || std::rename(written.c_str(), file.accessName().c_str()) != 0) {
-                std::remove(written.c_str());
-                throw CommandError(Status::failure, "The file " + quoted(file) + " cannot be written");
-            }
+            replaceFile(file, after);
         }
         note((isRemoval_ ? "removed the attributes of metadata files from "
                          : "put the attributes of metadata files into ") +
@@ -209,8 +224,8 @@ Status setUp(const Arguments& arguments) {
     const Setup setup(arguments.folder, arguments.isRemoval, arguments.isDryRun);
     const host::Path attributes = arguments.inWorkTree ? setup.find({"--show-toplevel"}) / u".gitattributes"
                                                        : setup.find({"--git-path", "info/attributes"});
-    setup.configure();
     setup.writeAttributes(attributes);
+    setup.configure();
     return Status::done;
 }
 

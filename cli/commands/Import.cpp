@@ -15,6 +15,7 @@
 #include "cli/Positionals.hpp"
 #include "cli/Progress.hpp"
 #include "cli/Project.hpp"
+#include "cli/SafeText.hpp"
 #include "cli/SingleFile.hpp"
 #include "cli/StoreChange.hpp"
 #include "host/FileSystem.hpp"
@@ -73,7 +74,8 @@ std::unique_ptr<pm::MetadataManager> openDestination(const host::Path& root, boo
 }
 
 Status importFile(const host::Path& file, const host::Path& root, const Flags& flags) {
-    requireRoot(root);
+    requireNewRoot(root);
+    const bool makesRoot = !leadsToFolder(root.accessName());
     const SingleFile source = openFile(file);
     requireUndamaged(source, file);
     const bool isNew = !pm::ProjectMetadataLocation(root).hasCoreFile();
@@ -92,6 +94,8 @@ Status importFile(const host::Path& file, const host::Path& root, const Flags& f
     if (*flags.json) {
         printJson(toJson(change));
     } else {
+        if (makesRoot)
+            printNote((*flags.dryRun ? "Would make the folder " : "Made the folder ") + escapeName(root.text()) + '\n');
         printPaths(change);
         printNote((*flags.dryRun ? "Not done: " : "") + countChanges(change) + '\n');
     }

@@ -49,11 +49,11 @@ void requireNoMetadata(const host::Path& root) {
 
 Status init(const Arguments& arguments) {
     const host::Path root = host::Path::fromAccessName(arguments.root);
-    requireRoot(root);
+    requireNewRoot(root);
     requireNoMetadata(root);
     chooseFolder(arguments.folder);
     const auto factory = chooseStore(arguments.store);
-    // A store writes nothing before its first change.
+    // A store writes nothing before its first change, which makes the folders that are missing.
     const auto store = factory->createManager(root);
     if (!*arguments.dryRun) {
         store->setPaths({pm::MetadataPath()});
@@ -66,7 +66,8 @@ Status init(const Arguments& arguments) {
 
 Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
-    app.add_option("ROOT", arguments->root, "The project's root folder; without, the current folder");
+    app.add_option("ROOT", arguments->root,
+                   "The project's root folder, made if it is not there; without, the current folder");
     app.add_option("--store", arguments->store, "The kind of store; \"project-metadata stores\" lists them")
         ->type_name("NAME");
     app.add_option("--folder", arguments->folder, "The name of the metadata folder, relative to ROOT")

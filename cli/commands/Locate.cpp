@@ -41,16 +41,12 @@ Place locate(const host::Path& root) {
     return place;
 }
 
-void printField(const std::string& label, const std::u16string& value) {
-    print(label + std::string(12 - label.size(), ' ') + escapeName(value) + '\n');
-}
-
 void printText(const Place& place) {
-    printField("Folder", place.folder.text());
-    printField("Core file", place.coreFile.text());
-    printField("Type", place.type.value_or(u"(none)"));
+    printField("Folder", escapeName(place.folder.text()));
+    printField("Core file", escapeName(place.coreFile.text()));
+    printField("Type", escapeName(place.type.value_or(u"(none)")));
     for (const host::Path& other : place.notUsed)
-        printField("Not used", other.text());
+        printField("Not used", escapeName(other.text()));
 }
 
 Json describe(const Place& place) {

@@ -1,7 +1,5 @@
 /// project-metadata merge: what two people have made of one project, or of one file, as one.
 
-#include <sys/stat.h>
-
 #include <map>
 #include <memory>
 #include <string>
@@ -16,6 +14,7 @@
 #include "cli/NodeEdit.hpp"
 #include "cli/Output.hpp"
 #include "cli/PathText.hpp"
+#include "cli/Progress.hpp"
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
 #include "cli/Terminal.hpp"
@@ -96,18 +95,13 @@ private:
     bool isRearranged_ = false;
 };
 
-bool isFolder(const std::string& name) {
-    struct stat status {};
-    return stat(name.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
 struct Arguments {
     std::string base, ours, theirs, output, label;
     bool dryRun = false;
 };
 
 std::string describe(const Text& value) {
-    return value ? '"' + escapeText(*value) + '"' : "none";
+    return value ? quoteText(*value) : "none";
 }
 
 std::string describe(const Conflict& conflict) {
@@ -143,6 +137,7 @@ Json toJson(const Conflict& conflict) {
 void store(const Arguments& arguments, const MetadataTree& ours, const MergeResult& result,
            pm::MetadataManager* project) {
     if (project) {
+        const Progress progress("Storing");
         ProjectUpdate(ours.root, result.tree.root).apply(*project);
         return;
     }
@@ -165,8 +160,8 @@ void report(const Arguments& arguments, const std::vector<Conflict>& conflicts, 
     if (isJson)
         list.end();
     else if (!conflicts.empty())
-        printNote(std::to_string(conflicts.size()) + (conflicts.size() == 1 ? " conflict" : " conflicts") +
-                  ", each marked by a node \"" + host::toUtf8(conflictName) + "\"\n");
+        printNote(formatCount(conflicts.size(), "conflict") + ", each marked by a node \"" +
+                  host::toUtf8(conflictName) + "\"\n");
 }
 
 Status merge(const Arguments& arguments, bool isJson) {
@@ -175,7 +170,7 @@ Status merge(const Arguments& arguments, bool isJson) {
     const MetadataTree theirs = readTree(host::Path::fromAccessName(arguments.theirs));
     std::unique_ptr<pm::MetadataManager> project;
     MetadataTree ours;
-    if (isFolder(arguments.ours)) {
+    if (leadsToFolder(arguments.ours)) {
         if (!arguments.output.empty())
             throw CommandError(Status::usage, "The result of merging into the project " + quoted(place) +
                                                   " goes into the project, so -o cannot be given");

@@ -24,6 +24,7 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
+#include "cli/DryRun.hpp"
 #include "cli/Errors.hpp"
 #include "cli/FolderScan.hpp"
 #include "cli/Output.hpp"
@@ -33,6 +34,7 @@
 #include "cli/Project.hpp"
 #include "cli/SafeText.hpp"
 #include "cli/TreeWalk.hpp"
+#include "cli/Warnings.hpp"
 #include "cli/report/ReportPage.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
@@ -157,7 +159,9 @@ std::string formatNode(const pm::MetadataNode& node, Names& names) {
 void writePaths(const pm::MetadataManager& store, Names& names, CompleteFile& file) {
     Progress progress("Reporting");
     const pm::PathElement nothing(u"", u"");
-    for (TreeWalk walk(store, {}); walk.next(); progress.advance()) {
+    // What is damaged stands in the page, if the store can tell.
+    const bool isTold = dynamic_cast<const pm::DamageReporter*>(&store) != nullptr;
+    for (TreeWalk walk(store, {}, TreeWalk::anyDepth, !isTold); walk.next(); progress.advance()) {
         const bool isRoot = walk.depth() == 0;
         const pm::PathElement& element = isRoot ? nothing : walk.path().getPath().back();
         const std::string step = formatElement(element);
@@ -181,10 +185,15 @@ std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, 
 
     const std::vector<pm::MetadataDamage> damages = findDamage(store);
     std::vector<std::string> list;
-    for (const pm::MetadataDamage& damage : damages)
-        list.push_back(join({quoteJson(escapeName(damage.file.text())), quoteJson(escapeText(damage.problem))}));
+    for (const pm::MetadataDamage& damage : damages) {
+        const std::string problem = escapeText(explainProblem(damage.file, damage.problem));
+        list.push_back(join({quoteJson(escapeName(damage.file.text())), quoteJson(problem)}));
+    }
     file.write(",\n\"damages\":" + join(list) + '}');
-    return damages.size();
+    const std::size_t count = keepDamage(damages);
+    if (count > 0)
+        takeWarnings();  // the page tells them
+    return count;
 }
 
 /// The file that `name` leads to, symbolic links followed, if it may be written.
@@ -202,38 +211,42 @@ host::Path chooseTarget(const host::Path& name, bool replace) {
     return real ? host::Path::fromAccessName(real.get()) : name;
 }
 
-std::string formatSize(std::uint64_t bytes) {
-    return bytes < 10000      ? std::to_string(bytes) + " bytes"
-           : bytes < 10000000 ? std::to_string(bytes / 1000) + " kB"
-                              : std::to_string(bytes / 1000000) + " MB";
-}
+struct Wish {
+    std::string file;
+    bool force = false;
+    std::shared_ptr<const bool> dryRun;
+};
 
-Status report(const host::Path& root, const host::Path& name, bool replace) {
+Status report(const host::Path& root, const Wish& wish) {
     const auto store = openProject(root);
-    CompleteFile file(chooseTarget(name, replace));
+    const host::Path name = host::Path::fromAccessName(wish.file);
+    const host::Path target = chooseTarget(name, wish.force);
+    if (*wish.dryRun) {
+        printNote("Would write " + escapeName(name.text()) + '\n');
+        return Status::done;
+    }
+    CompleteFile file(target);
     file.write(reportPageBegin);
     const std::size_t damages = writeData(root, *store, file);
     file.write(reportPageEnd);
-    file.complete(replace);
+    file.complete(wish.force);
     host::Interruption::ignore();
     printNote(escapeName(name.text()) + ", " + formatSize(file.size()) + '\n');
     flushOutput();
     if (damages == 0)
         return Status::done;
     reportError("The report lacks what is damaged in the metadata of " + quoted(root) +
-                ", and says so: " + std::to_string(damages) + (damages == 1 ? " file" : " files"));
+                ", and says so: " + formatCount(damages, "file"));
     return Status::foundProblems;
 }
 
 Command::Action configure(CLI::App& app) {
-    const auto file = std::make_shared<std::string>();
-    const auto replace = std::make_shared<bool>(false);
+    const auto wish = std::make_shared<Wish>();
     const Positionals positionals(app);
-    app.add_option("-o,--output", *file, "The page to make")->type_name("FILE")->required();
-    app.add_flag("--force", *replace, "Replace the file if it exists");
-    return [positionals, file, replace] {
-        return report(positionals.get().root, host::Path::fromAccessName(*file), *replace);
-    };
+    app.add_option("-o,--output", wish->file, "The page to make")->type_name("FILE")->required();
+    app.add_flag("--force", wish->force, "Replace a file that exists");
+    wish->dryRun = addDryRun(app);
+    return [positionals, wish] { return report(positionals.get().root, *wish); };
 }
 
 const Command command(Group::show, "report", "Make a web page of a project's metadata, to look at and search",

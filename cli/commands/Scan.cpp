@@ -17,6 +17,8 @@
 #include "cli/Project.hpp"
 #include "cli/ScanUpdate.hpp"
 #include "cli/StoreChange.hpp"
+#include "cli/Workshop.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
@@ -25,16 +27,29 @@ namespace {
 
 namespace pm = project::metadata;
 
-/// Everything below `folder` but the metadata of the project itself.
+/// The metadata folder of the project itself, and what `check --repair` and `convert` put beside it.
+std::vector<FileIdentity> findOwnFolders(const host::Path& root) {
+    const host::Path metadata = pm::ProjectMetadataLocation(root).getDirectory();
+    std::vector<host::Path> folders = Workshop::findLeftovers(root);
+    folders.insert(folders.begin(), {metadata, metadata.text() + u".damaged"});
+    for (const auto& factory : pm::getRegisteredFactories())
+        folders.emplace_back(metadata.text() + u'.' + factory->getName());
+    std::vector<FileIdentity> identities;
+    for (const host::Path& folder : folders) {
+        if (const auto identity = FileIdentity::of(folder))
+            identities.push_back(*identity);
+    }
+    return identities;
+}
+
 std::vector<ScannedFile> readFolder(const host::Path& root, const host::Path& folder) {
     const auto identity = FileIdentity::of(folder);
     if (!identity)
         throw CommandError(Status::failure, "The folder " + quoted(folder) + " does not exist");
-    const auto metadataFolder = FileIdentity::of(pm::ProjectMetadataLocation(root).getDirectory());
-    if (identity == metadataFolder)
+    if (identity == FileIdentity::of(pm::ProjectMetadataLocation(root).getDirectory()))
         throw CommandError(Status::usage, quoted(folder) + " is the metadata folder of the project itself");
     Progress progress("Scanning");
-    return scanFolder(folder, metadataFolder, progress);
+    return scanFolder(folder, findOwnFolders(root), progress);
 }
 
 struct Flags {

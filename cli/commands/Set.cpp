@@ -69,7 +69,7 @@ std::unique_ptr<pm::MetadataNode> readNode(const pm::MetadataManager& store, con
     if (!node)
         return std::make_unique<pm::MetadataNodeSpecification>(wanted.value_or(pm::getDefaultMetadataNodeName()));
     if (wanted && *wanted != node->getName()) {
-        throw CommandError(Status::failure, "The node at " + formatPath(path) + " has the name \"" +
+        throw CommandError(Status::failure, "The node at \"" + formatPath(path) + "\" has the name \"" +
                                                 escapeText(node->getName()) + "\", which cannot be changed to \"" +
                                                 *flags.nodeName + '"');
     }

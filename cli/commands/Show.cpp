@@ -61,7 +61,7 @@ Status show(const host::Path& root, const pm::MetadataPath& path, bool json) {
         printNode(*node, "");
     else
         print("No node, only a branch\n");
-    print(std::to_string(childCount) + (childCount == 1 ? " path" : " paths") + " directly below\n");
+    print(formatCount(childCount, "path") + " directly below\n");
     return Status::done;
 }
 

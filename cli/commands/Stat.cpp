@@ -1,10 +1,8 @@
 /// project-metadata stat: how much metadata a project has, and where it is.
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -110,26 +108,8 @@ void countFiles(const host::Path& folder, Progress& progress, Statistics& statis
     }
 }
 
-/// `size` in bytes for people, such as "12.3 MB".
-std::string formatSize(std::uint64_t size) {
-    constexpr std::array<const char*, 5> units{"kB", "MB", "GB", "TB", "PB"};
-    if (size < 1000)
-        return std::to_string(size) + " B";
-    double scaled = static_cast<double>(size) / 1000;
-    std::size_t unit = 0;
-    for (; scaled >= 999.95 && unit + 1 < units.size(); ++unit)
-        scaled /= 1000;
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%.1f %s", scaled, units[unit]);
-    return text.data();
-}
-
 std::string alignRight(const std::string& text, std::size_t width) {
     return std::string(width - std::min(width, text.size()), ' ') + text;
-}
-
-void printField(const std::string& label, const std::string& value) {
-    print(label + std::string(12 - label.size(), ' ') + value + '\n');
 }
 
 std::vector<std::pair<std::u16string, Count>> sortByPaths(const Statistics& statistics) {
@@ -141,21 +121,20 @@ std::vector<std::pair<std::u16string, Count>> sortByPaths(const Statistics& stat
 
 void printText(const Statistics& statistics) {
     const Count& all = statistics.all;
-    printField("Paths", std::to_string(all.paths));
-    printField("Nodes", std::to_string(all.nodes) + ", " + formatSize(all.text) + " of text");
-    printField("Branches", std::to_string(statistics.branches));
+    printField("Paths", formatNumber(all.paths));
+    printField("Nodes", formatNumber(all.nodes) + ", " + formatSize(all.text) + " of text");
+    printField("Branches", formatNumber(statistics.branches));
     if (statistics.unreadable > 0)
-        printField("Unreadable", std::to_string(statistics.unreadable));
-    printField("Depth", std::to_string(statistics.depth));
-    printField("On disk", formatSize(statistics.size) + " in " + std::to_string(statistics.files) +
-                              (statistics.files == 1 ? " file" : " files"));
+        printField("Unreadable", formatNumber(statistics.unreadable));
+    printField("Depth", formatNumber(statistics.depth));
+    printField("On disk", formatSize(statistics.size) + " in " + formatCount(statistics.files, "file"));
     const auto row = [](const std::string& paths, const std::string& nodes, const std::string& text) {
         return alignRight(paths, 9) + alignRight(nodes, 10) + alignRight(text, 11) + "  ";
     };
     if (!statistics.types.empty())
         print('\n' + paint(Style::bold, row("Paths", "Nodes", "Text") + "Type") + '\n');
     for (const auto& [type, count] : sortByPaths(statistics)) {
-        print(row(std::to_string(count.paths), std::to_string(count.nodes), formatSize(count.text)) + escapeName(type) +
+        print(row(formatNumber(count.paths), formatNumber(count.nodes), formatSize(count.text)) + escapeName(type) +
               '\n');
     }
     if (!statistics.largest.empty())

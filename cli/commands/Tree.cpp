@@ -38,10 +38,10 @@ std::string describeElement(const TreeWalk& walk) {
     return paint(Style::dim, type) + (walk.descends() ? paint(Style::bold, location) : location);
 }
 
-/// A value, in quotes where it would not be clear where it ends.
+/// A value, in quotes where it would not be clear where it ends, or what it is.
 std::string describeValue(const std::u16string& value) {
-    const std::string text = escapeText(value);
-    return text.empty() || text.find_first_of(" \"") != std::string::npos ? '"' + text + '"' : text;
+    std::string text = escapeText(value);
+    return text.empty() || text.find_first_of(" \"\\") != std::string::npos ? quoteText(value) : text;
 }
 
 /// The name and the attributes of the path's node, to stand behind the path; empty without a node.
@@ -85,12 +85,19 @@ void printList(TreeWalk& walk, bool attributes) {
     list.end();
 }
 
+/// @return an error sentence; empty for a number
+std::string checkDepth(const std::string& text) {
+    const bool isNumber =
+        !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == std::string::npos;
+    return isNumber ? "" : '"' + text + "\" is no number of levels";
+}
+
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app, {{"PATH", "Where to start; without, at the top", Positional::Kind::optional}});
     const auto arguments = std::make_shared<Arguments>();
     app.add_option("--depth", arguments->depth, "How many levels to go down")
         ->type_name("N")
-        ->check(CLI::Validator(CLI::NonNegativeNumber).description(""));
+        ->check(CLI::Validator(checkDepth, ""));
     app.add_flag("--attributes", arguments->attributes, "Print each node's name and attributes");
     return [positionals, arguments, json = addJson(app)] {
         const auto [root, texts] = positionals.get();

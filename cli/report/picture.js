@@ -7,6 +7,7 @@ const picture = {
     root: 0,                     // the branch that fills the picture
     weights: new Float64Array(pathCount),
     rectOf: new Map(),           // the rectangle of each path that is drawn
+    texts: [],                   // what is written, each with the width that it may take
     smallest: 70,                // in square pixels; what would be smaller is drawn as one rectangle per branch
     titleHeight: 18,
 
@@ -39,11 +40,13 @@ const picture = {
         this.svg.setAttribute("viewBox", `0 0 ${width} ${height}`);
         this.svg.replaceChildren();
         this.rectOf.clear();
+        this.texts = [];
         this.smallest = Math.max(70, width * height / 2500);
         if (this.weights[this.root] > 0)
             this.drawPath(this.root, 0, 0, width, height);
         else
             this.addText("There is nothing to show.", 0, 0, width, height);
+        this.shortenTexts();
         this.markSelected();
     },
 
@@ -89,7 +92,8 @@ const picture = {
         const enough = children.findIndex(child => child.weight < least);
         const rest = enough < 0 ? [] : children.splice(enough);
         if (rest.length > 0) {
-            children.push({count: rest.length, parent: path, weight: rest.reduce((sum, {weight}) => sum + weight, 0)});
+            const weight = rest.reduce((sum, child) => sum + child.weight, 0);
+            children.push({count: rest.length, parent: path, weight, largest: rest[0].path});
             children.sort((a, b) => b.weight - a.weight);
         }
         this.layOut(children, total, x, y, width, height);
@@ -135,12 +139,13 @@ const picture = {
             this.drawPath(item.path, x, y, width, height);
             return;
         }
-        const text = formatCount(item.count, "small branch").replace(/branchs$/, "branches");
+        const text = `${item.count.toLocaleString("en")} more`;
         const rect = this.addRect(x, y, width, height, "rest",
-            `${text} of ${formatPath(item.parent)}\n${formatCount(item.weight, this.unit)}`);
+            `${text} in ${formatPath(item.parent)}\n${formatCount(item.weight, this.unit)}`);
+        rect.dataset.hue = hueOf(item.largest);
         rect.dataset.path = item.parent;
         if (width > 34 && height > 16)
-            this.addText(text, x, y, width, this.titleHeight);
+            this.addText(text, x, y, width, this.titleHeight, true);
     },
 
     make(name, attributes) {
@@ -160,12 +165,25 @@ const picture = {
         return rect;
     },
 
-    /** A text that is cut off where its place ends: an inner <svg> clips. */
-    addText(content, x, y, width, height) {
+    /** A text that ends where its place does: an inner <svg> clips. One that only makes sense `whole` may be left out. */
+    addText(content, x, y, width, height, whole = false) {
         const box = this.make("svg", {x: x + 4, y, width: Math.max(width - 8, 1), height: Math.max(height, 1)});
         const text = this.make("text", {x: 0, y: 13});
         text.textContent = content;
         box.append(text);
         this.svg.append(box);
+        this.texts.push({text, whole, width: width - 8});
+    },
+
+    /** Ends texts that are too long with an ellipsis. All are measured before one changes: one layout does. */
+    shortenTexts() {
+        const lengths = this.texts.map(({text}) => text.getComputedTextLength());
+        this.texts.forEach(({text, whole, width}, i) => {
+            if (lengths[i] <= width)
+                return;
+            const characters = [...text.textContent], ellipsis = 11;
+            const kept = Math.floor(characters.length * (width - ellipsis) / lengths[i]);
+            text.textContent = whole || kept < 1 ? "" : characters.slice(0, kept).join("") + "…";
+        });
     },
 };

@@ -10,8 +10,8 @@ using test::Outcome;
 using test::readTree;
 using test::run;
 using test::Surroundings;
-using testing::AllOf;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 
 const std::string sample = CLI_TEST_SAMPLE;
 
@@ -21,15 +21,17 @@ using FullDiskTest = test::ProjectFixture;
 TEST_F(DamagedProjectTest, isRefusedByEveryCommandThatReadsIt) {
     init();
     const std::string whole = test::readBytes(coreFile);
-    const std::map<std::string, std::string> damages{{"", "XML"},
-                                                     {whole.substr(0, whole.size() - 1), "XML"},
-                                                     {"\x7f"
-                                                      "ELF\x02\x01",
-                                                      "XML"},
-                                                     {"<Project MetadataType=\"fixedPath\"><Info></Project>", "XML"},
-                                                     {"<Project MetadataType=\"cloud\"/>", "\"cloud\""},
-                                                     {"<Project/>", "no type"},
-                                                     {"<Project MetadataType=\"\"/>", "no type"}};
+    const std::map<std::string, std::string> damages{
+        {"", "it is empty"},
+        {whole.substr(0, whole.size() - 1), "XML"},
+        {"\x7f"
+         "ELF\x02\x01",
+         "XML"},
+        {"<Project MetadataType=\"fixedPath\">\n<Info></Project>", "in line 2, it is no well-formed XML"},
+        {"<Project MetadataType=\"monolithic\">\n<Info></Project>", "in line 2, it is no well-formed XML"},
+        {"<Project MetadataType=\"cloud\"/>", "\"cloud\""},
+        {"<Project/>", "no type"},
+        {"<Project MetadataType=\"\"/>", "no type"}};
     for (const auto& [content, cause] : damages) {
         test::writeBytes(coreFile, content);
         const auto before = readTree(root);
@@ -49,11 +51,12 @@ TEST_F(DamagedProjectTest, namesTheNodeFileThatCannotBeReadAndGoesOnWithoutIt) {
     const auto before = readTree(root);
     const Outcome exported = run({"export", root, folder / "out.xml"});
     EXPECT_EQ(exported.status, 1);
-    EXPECT_THAT(exported.err, AllOf(HasSubstr(nodeFile), HasSubstr("lacks"), HasSubstr(": 1 file\n")));
+    EXPECT_THAT(exported.err, MatchesRegex("[^\n]+ lacks [^\n]+: 1 file\n    \"" + nodeFile.native() +
+                                           "\" is damaged: in line 1, it is no well-formed XML[^\n]+\n"));
     EXPECT_THAT(test::readBytes(folder / "out.xml"), HasSubstr("Makefile"));
     const Outcome scanned = run({"scan", root, sample});
     EXPECT_EQ(scanned.status, 3);
-    EXPECT_THAT(scanned.err, HasSubstr("\nproject-metadata: Cannot read metadata from \"" + nodeFile.string()));
+    EXPECT_THAT(scanned.err, HasSubstr("project-metadata: Cannot read metadata from \"" + nodeFile.string()));
     EXPECT_EQ(readTree(root), before);
 }
 

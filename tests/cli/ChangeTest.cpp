@@ -87,6 +87,10 @@ TEST_P(ChangeCommandTest, pathsAreAddedWhereTheyAreToBeAndRemovedTogetherOrNotAt
     expectFailure(run({"remove", root, "/"}), 2, {"--force"});
     EXPECT_EQ(readTree(root), before);
 
+    succeed("set", {"T:b", "K=V"});
+    expectSuccess(run({"remove", "--node", root, "T:b", "T:b"}), "Removed 1 node\n");
+    EXPECT_THAT(content(), ElementsAre("T:a", "T:b", "T:c", "T:d", "T:b|T:below"));
+    expectFailure(run({"remove", "--node", root, "T:b"}), 1, {"\"T:b\""});
     expectSuccess(run({"remove", root, "T:b|T:below", "T:b", "T:x", "--force"}), "Removed 2 paths\n");
     EXPECT_THAT(content(), ElementsAre("T:a", "T:c", "T:d"));
     succeed("remove", {"/", "--force"});

@@ -15,6 +15,7 @@ using test::run;
 using test::writeBytes;
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::Not;
 
 class CheckTest : public test::ProjectFixture {
@@ -47,7 +48,7 @@ TEST_F(CheckTest, findsNothingInASoundProject) {
         fill(store);
         ASSERT_EQ(run({"uuid", root, "--new"}).status, 0);
         const auto before = test::readTree(root);
-        EXPECT_THAT(check(0), testing::EndsWith("and 4 paths read\n0 problems\n")) << store;
+        EXPECT_THAT(check(0), testing::EndsWith("and 3 paths read\n0 problems\n")) << store;
         EXPECT_EQ(check(0, {"-q", "--repair"}), "0 problems\n");
         EXPECT_EQ(test::readTree(root), before);
     }
@@ -86,6 +87,16 @@ TEST_F(CheckTest, tellsWhatIsWrongWithTheCoreFile) {
     }
 }
 
+TEST_F(CheckTest, tellsEveryDamageOfTheFileThatHasIt) {
+    writeBytes(coreFile, "<Project MetadataType=\"monolithic\"><Odd/><Even/></Project>");
+    EXPECT_THAT(check(1), AllOf(HasSubstr("Project.xml: it holds <Odd>"), HasSubstr("Project.xml: it holds <Even>"),
+                                HasSubstr("\n2 problems\n")));
+    fs::remove_all(metadata);
+    fill("sqlite");
+    writeBytes(metadata / "metadata.db", std::string(1000, '-'));
+    EXPECT_THAT(check(1), MatchesRegex("metadata.db: [^\n/]+\n2 files and 0 paths read\n1 problem\n"));
+}
+
 TEST_F(CheckTest, repairsWithoutLosingAnything) {
     fill();
     writeBytes(metadata / "T=a.xml", "<<<<<<< ours");
@@ -99,6 +110,24 @@ TEST_F(CheckTest, repairsWithoutLosingAnything) {
     EXPECT_EQ(test::readBytes(root / "resources/project.damaged/T=a.xml"), "<<<<<<< ours");
     EXPECT_EQ(run({"get", root, "T:a|T:b", "k"}).out, "1\n");
     EXPECT_EQ(check(0, {"-q"}), "0 problems\n");
+    EXPECT_THAT(run({"scan", root, "--dry-run", "-v"}).out, Not(HasSubstr("damaged")));
+}
+
+TEST_F(CheckTest, removesWhatAKilledConversionLeft) {
+    fill();
+    const fs::path resources = metadata.parent_path();
+    const fs::path leftover = resources / ".project-metadata-a";
+    writeBytes(leftover / "new/resources/project/Project.xml", "<Project MetadataType=\"sqlite\"/>");
+    writeBytes(resources / ".project-metadata-b/.lock", "");
+    writeBytes(resources / ".project-metadata-b/somebody's", "");
+    const int lock = open((leftover / ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    EXPECT_EQ(check(0, {"-q", "--repair"}), "0 problems\n");
+    close(lock);
+    EXPECT_THAT(check(0, {"--repair"}),
+                AllOf(HasSubstr("-a: a conversion that was killed"), HasSubstr("-a is removed")));
+    EXPECT_FALSE(fs::exists(leftover));
+    EXPECT_TRUE(fs::exists(resources / ".project-metadata-b/somebody's"));
 }
 
 TEST_F(CheckTest, interruptedChangesAreLeftAloneUntilRepaired) {

@@ -49,7 +49,8 @@ std::string contentOf(const fs::path& file) {
 }
 
 TEST_F(CompareTest, listsDifferencesByPathAndAttribute) {
-    const std::string before = path("a", "k=\"1\" x=\"&#10;\"") + path("b", "") + path("c", "") + path("d", "") +
+    const std::string before = path("a", "k=\"1\" x=\"&#10;&quot;\\n\"") + path("b", "") + path("c", "") +
+                               path("d", "") +
                                "<Path Location=\"e\" Type=\"T\"><Node><Info><I n=\"1\"/><I n=\"2\"/></Info></Node>"
                                "</Path>";
     const std::string after =
@@ -57,7 +58,7 @@ TEST_F(CompareTest, listsDifferencesByPathAndAttribute) {
         "<Path Location=\"e\" Type=\"T\"><Node><Info><J/><I n=\"1\"/><I n=\"2\" m=\"3\"/></Info></Node>"
         "</Path>";
     const std::string expected =
-        "~ T:a\n    ~ node Info\n        - k=\"1\"\n        + k=\"2\"\n        - x=\"\\n\"\n"
+        "~ T:a\n    ~ node Info\n        - k=\"1\"\n        + k=\"2\"\n        - x=\"\\n\\\"\\\\n\"\n"
         "        + y=\"\"\n"
         "~ T:d  (moved among its siblings)\n"
         "+ T:new\n    + node Info\n        + k=\"1\"\n"

@@ -1,4 +1,6 @@
 /// project-metadata conform: whether the stores of a bundle keep the contract.
+#include <nlohmann/json.hpp>
+
 #include "tests/cli/ProjectFixture.hpp"
 
 namespace {
@@ -35,6 +37,16 @@ TEST_F(ConformTest, brokenStoreFailsWithTheRulesAndTheReasons) {
     EXPECT_THAT(outcome.out,
                 HasSubstr("FAILED  SetNodeReplacesOneNode: createManager: expected a store, found null\n"));
     EXPECT_THAT(outcome.out, ContainsRegex("\n1 passed, [0-9]+ failed\n$"));
+
+    const Outcome asJson = run({"conform", CLI_TEST_PLUGIN, "--json"});
+    EXPECT_EQ(asJson.status, 1);
+    const auto rules = nlohmann::json::parse(asJson.out);
+    EXPECT_EQ(rules[0]["rule"], "FactoryNamesItself");
+    EXPECT_EQ(rules[0]["outcome"], "passed");
+    EXPECT_EQ(rules[0]["message"], nullptr);
+    EXPECT_EQ(rules[1]["outcome"], "failed");
+    EXPECT_THAT(outcome.out, HasSubstr(rules[1]["message"].get<std::string>()));
+    EXPECT_EQ(rules.size(), static_cast<std::size_t>(std::count(outcome.out.begin(), outcome.out.end(), '\n')) - 1);
 }
 
 TEST_F(ConformTest, whatIsNoStorePluginIsNamed) {

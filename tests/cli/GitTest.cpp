@@ -105,6 +105,10 @@ TEST_F(GitTest, setupCanBeRepeatedAndTakenBack) {
     setUp({"--attributes", "--remove"});
     EXPECT_EQ(settings(), before);
     EXPECT_EQ(test::readBytes(root / ".gitattributes"), "*.bin binary\n");
+    std::filesystem::rename(root / ".gitattributes", folder / "shared");
+    std::filesystem::create_symlink(folder / "shared", root / ".gitattributes");
+    test::expectFailure(run({"git-setup", root, "--attributes"}), 3, {".gitattributes", "symbolic link"});
+    EXPECT_EQ(settings(), before);
     test::expectFailure(run({"git-setup", folder.std()}), 3, {folder.std(), "not in the work tree"});
 }
 

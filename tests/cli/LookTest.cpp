@@ -80,7 +80,7 @@ TEST_F(LookTest, treeStartsAndEndsWhereItIsTold) {
     expectSuccess(run({"tree", root, "--depth", "1"}), root.native() + "\n├── Folder:src\n└── Label:x\n");
     expectSuccess(run({"tree", root, "Folder:src", "--attributes"}),
                   "Folder:src\n├── File:main.c  Source Id=7 Owner=\"Jane Doe\"\n"
-                  "└── File:Grün.c  Info None=\"\" Odd=\"tab\\t\\u202E\\n\"\\n ü\"\n");
+                  "└── File:Grün.c  Info None=\"\" Odd=\"tab\\t\\u202E\\n\\\"\\\\n ü\"\n");
     const json list = json::parse(run({"tree", root, "--json", "--attributes", "--depth", "2"}).out);
     EXPECT_EQ(list.size(), 5U);
     EXPECT_EQ(list[0], json::parse(R"({"path": "/", "type": null, "location": null, "node": null, "depth": 0})"));

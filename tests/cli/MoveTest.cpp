@@ -1,4 +1,7 @@
 /// export, import and convert: metadata moves between files and stores without losing anything.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <nlohmann/json.hpp>
 
 #include "project/metadata/FactoryRegistry.hpp"
@@ -139,9 +142,8 @@ TEST_F(ImportTest, namesTheFileThatItRefuses) {
     }
     expectFailure(run({"import", folder / "absent", root, "--replace"}), 3, {folder / "absent"});
     test::writeBytes(file, "<Project MetadataType=\"monolithic\"><Other/></Project>");
-    const auto damaged = run({"import", file, root, "--replace"});
-    EXPECT_EQ(damaged.status, 3);
-    EXPECT_THAT(damaged.err, HasSubstr("\nproject-metadata: \"" + file.native() + "\" is damaged"));
+    expectFailure(run({"import", file, root, "--replace"}), 3,
+                  {"project-metadata: \"" + file.native() + "\" is damaged"});
     EXPECT_EQ(readTree(root), before);
 }
 
@@ -160,10 +162,25 @@ TEST_F(ConvertTest, refusesToLoseSomethingAndLeavesTheProjectAsItWas) {
     ASSERT_EQ(run({"remove", root, "F:0"}).status, 0);
     test::writeBytes(coreFile.parent_path() / "F=1.xml", "<Path Type=\"F\" Location=\"1\" Rank=\"a\"/>");
     const auto foreign = readTree(root);
-    const auto outcome = run({"convert", root, "--to", "fixedPath"});
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_THAT(outcome.err, HasSubstr("\nproject-metadata: The file \"F=1.xml\""));
+    expectFailure(run({"convert", root, "--to", "fixedPath"}), 3, {"project-metadata: The file \"F=1.xml\""});
     EXPECT_EQ(readTree(root), foreign);
+}
+
+TEST_F(ConvertTest, keepsWhatAnotherProgramMayBeChanging) {
+    init("sqlite");
+    ASSERT_EQ(run({"set", root, "--create", "F:0", "k=1"}).status, 0);
+    // As SQLite does for as long as a program has a database open with its log on.
+    const int database = open((coreFile.parent_path() / "metadata.db").c_str(), O_RDONLY | O_CLOEXEC);
+    struct flock lock {};
+    lock.l_type = F_RDLCK;
+    lock.l_start = 0x40000002;
+    lock.l_len = 510;
+    ASSERT_EQ(fcntl(database, F_OFD_SETLK, &lock), 0);
+    const fs::path old = coreFile.parent_path().native() + ".sqlite";
+    expectFailure(run({"convert", root, "--to", "monolithic"}), 1, {"is converted", old / "metadata.db"});
+    close(database);
+    EXPECT_TRUE(fs::exists(old / "metadata.db"));
+    EXPECT_EQ(run({"get", root, "F:0", "k"}).out, "1\n");
 }
 
 }  // namespace

@@ -1,0 +1,30 @@
+/// What the library and the stores log while a command is at work, kept until its end: so no error is told twice, and
+/// nothing is written into the line of the progress.
+///
+/// The main thread calls these functions; records may come from any thread.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataDamage.hpp"
+
+namespace cli {
+
+/// Keeps warnings and what is worse from now on. If the environment variable PROJECT_METADATA_LOG is set, records from
+/// that severity on are written to the standard error as they come, and nothing is kept.
+void collectWarnings();
+
+/// Keeps what is damaged, unless it was kept already: a store logs what it comes upon, which need not be all.
+/// @return how many files it is in
+std::size_t keepDamage(const std::vector<project::metadata::MetadataDamage>& damages);
+
+/// Leaves out, from now on, what names something in `folder`: a scratch folder, which nobody knows.
+void ignoreWarningsAbout(const host::Path& folder);
+
+/// What was kept so far, each text once, in bytes.
+std::vector<std::string> takeWarnings();
+
+}  // namespace cli
