@@ -1,5 +1,7 @@
 #include "store_testing/ScratchProject.hpp"
 
+#include <algorithm>
+#include <chrono>
 #include <deque>
 #include <filesystem>
 #include <fstream>
@@ -136,9 +138,25 @@ std::string describeCurrentException() {
     }
 }
 
+namespace {
+
+/// Files that are written within one tick of a coarse clock may have one time. Waits until a file that is written now
+/// has a later one than `time`, but not for files with times in the future.
+void waitUntilLater(fs::file_time_type time) {
+    const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"store-contract-", u"");
+    const fs::path probe = fs::path(host::Path(scratch.getDirectoryName()).accessName()) / "probe";
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    do
+        std::ofstream(probe) << '.';
+    while (fs::last_write_time(probe) <= time && std::chrono::steady_clock::now() < patience);
+}
+
+}  // namespace
+
 std::map<std::string, std::string> readFiles(const host::Path& folder) {
     const fs::path top = folder.accessName();
     std::map<std::string, std::string> files;
+    fs::file_time_type newest = fs::file_time_type::min();
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(top)) {
         const std::string name = entry.path().lexically_relative(top);
         if (entry.is_directory()) {
@@ -148,7 +166,9 @@ std::map<std::string, std::string> readFiles(const host::Path& folder) {
         std::ifstream stream(entry.path(), std::ios::binary);
         files[name] = std::to_string(entry.last_write_time().time_since_epoch().count()) + '\n' +
                       std::string(std::istreambuf_iterator<char>(stream), {});
+        newest = std::max(newest, entry.last_write_time());
     }
+    waitUntilLater(newest);
     return files;
 }
 

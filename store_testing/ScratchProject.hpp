@@ -101,7 +101,7 @@ void requireThrows(const std::string& what, const char* error, const Change& cha
 }
 
 /// Every file below `folder` with its content and its time of modification, as text, and every folder, whose name then
-/// ends with a slash, without.
+/// ends with a slash, without. Returns when what is written from now on has a later time than they.
 std::map<std::string, std::string> readFiles(const host::Path& folder);
 
 /// @throws Breach naming the first file that differs
