@@ -29,9 +29,13 @@ class Browser:
         self.connection = http.client.HTTPConnection("127.0.0.1", int(port), timeout=120)
         self.session = ""
         options = {"args": FLAGS + ["--user-data-dir=" + profile], "binary": shutil.which("chromium")}
-        self.session = "/" + self.call("POST", "", {"capabilities": {"alwaysMatch": {
-            "browserName": "chrome", "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"},
-            "unhandledPromptBehavior": "ignore"}}})["sessionId"]
+        capabilities = {"browserName": "chrome", "goog:chromeOptions": options,
+                        "goog:loggingPrefs": {"browser": "ALL"}, "unhandledPromptBehavior": "ignore"}
+        try:
+            self.session = "/" + self.call("POST", "", {"capabilities": {"alwaysMatch": capabilities}})["sessionId"]
+        except Exception:
+            self.driver.terminate()
+            raise
 
     def call(self, method, command, parameters=None):
         self.connection.request(method, "/session" + self.session + command, json.dumps(parameters or {}))
