@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/Progress.hpp"
 #include "cli/SafeText.hpp"
 #include "cli/Warnings.hpp"
 #include "cli/XmlCheck.hpp"
@@ -108,6 +109,7 @@ bool isTold(const std::vector<std::string>& parts) {
 }
 
 void write(const std::string& start, const std::string& sentence) {
+    Progress::makeRoom();
     std::fprintf(stderr, "%s%s\n", start.c_str(), sentence.c_str());
 }
 

@@ -23,6 +23,8 @@ bool canRedrawLines() {
 /// To the start of the line and erase it: ECMA-48, control function EL.
 constexpr const char* eraseLine = "\r\x1b[K";
 
+std::atomic<bool> isDrawn{false};
+
 }  // namespace
 
 Progress::Progress(std::string work) : work_(std::move(work)) {
@@ -36,6 +38,20 @@ Progress::Progress(std::string work) : work_(std::move(work)) {
 }
 
 Progress::~Progress() {
+    finish();
+}
+
+void Progress::giveWay() {
+    if (isatty(STDOUT_FILENO) == 1)
+        finish();
+}
+
+void Progress::makeRoom() {
+    if (isDrawn)
+        std::fputs(eraseLine, stderr);
+}
+
+void Progress::finish() {
     if (!thread_.joinable())
         return;
     {
@@ -48,18 +64,17 @@ Progress::~Progress() {
 
 void Progress::draw() {
     const auto start = std::chrono::steady_clock::now();
-    bool drawn = false;
     std::unique_lock lock(mutex_);
-    while (!wake_.wait_for(lock, drawn ? 100ms : 500ms, [this] { return finished_; })) {
+    while (!wake_.wait_for(lock, isDrawn ? 100ms : 500ms, [this] { return finished_; })) {
         const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start);
         const std::uint64_t count = count_;
         const std::string counter = count == 0 ? "" : " " + std::to_string(count);
         std::fprintf(stderr, "%s%s%s, %lld s", eraseLine, work_.c_str(), counter.c_str(),
                      static_cast<long long>(elapsed.count()));
-        drawn = true;
+        isDrawn = true;
     }
-    if (drawn)
-        std::fputs(eraseLine, stderr);
+    makeRoom();
+    isDrawn = false;
 }
 
 }  // namespace cli

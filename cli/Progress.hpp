@@ -31,8 +31,16 @@ public:
         host::Interruption::throwIfRequested();
     }
 
+    /// To be called before something is printed while work goes on. On a terminal, that shows how far the work is, and
+    /// nothing is drawn any more.
+    void giveWay();
+
+    /// Erases the line, if there is one, to make room for an error. It comes back below.
+    static void makeRoom();
+
 private:
     void draw();
+    void finish();
 
     std::string work_;
     std::atomic<std::uint64_t> count_{0};

@@ -12,6 +12,7 @@
 #include "cli/Options.hpp"
 #include "cli/Output.hpp"
 #include "cli/PathText.hpp"
+#include "cli/Progress.hpp"
 #include "cli/TreeDiff.hpp"
 
 namespace cli {
@@ -95,12 +96,15 @@ Json toJson(const PathDiff& diff) {
 Status diff(const std::string& a, const std::string& b, bool isJson) {
     const MetadataTree before = readTree(host::Path::fromAccessName(a));
     const MetadataTree after = readTree(host::Path::fromAccessName(b));
+    Progress progress("Comparing");
     const std::vector<PathDiff> diffs = diffTrees(before, after);
+    progress.giveWay();
     const Status status = diffs.empty() ? Status::done : Status::foundProblems;
     if (options().quiet)
         return status;
     JsonList list;
     for (const PathDiff& diff : diffs) {
+        progress.advance();
         if (isJson)
             list.add(toJson(diff));
         else

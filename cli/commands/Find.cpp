@@ -122,14 +122,12 @@ void Query::addAttribute(const std::string& text, bool ignoreCase) {
     });
 }
 
-/// @param progress ends before the first path is printed
 /// @return whether anything was found
-bool printMatches(TreeWalk& walk, const Query& query, bool json, std::optional<Progress>& progress) {
+bool printMatches(TreeWalk& walk, const Query& query, bool json, Progress& progress) {
     JsonList list;
     bool isFound = false;
     while (walk.next()) {
-        if (progress)
-            progress->advance();
+        progress.advance();
         if (!query.matches(walk.path()))
             continue;
         const bool isRoot = walk.path().getPath().empty();
@@ -141,7 +139,7 @@ bool printMatches(TreeWalk& walk, const Query& query, bool json, std::optional<P
         if (!query.matches(node.get()))
             continue;
         isFound = true;
-        progress.reset();
+        progress.giveWay();
         if (!json) {
             print(formatPath(walk.path()) + '\n');
             continue;
@@ -151,7 +149,7 @@ bool printMatches(TreeWalk& walk, const Query& query, bool json, std::optional<P
             match["unreadable"] = true;
         list.add(match);
     }
-    progress.reset();
+    progress.giveWay();
     if (json)
         list.end();
     return isFound;
@@ -175,7 +173,7 @@ Command::Action configure(CLI::App& app) {
             throw CommandError(Status::usage,
                                "Branches have no node, so --branches goes with neither --node nor --attribute");
         useUtf8();
-        std::optional<Progress> progress("Searching");
+        Progress progress("Searching");
         const auto store = openProject(root);
         TreeWalk walk(*store, start);
         const bool isFound = printMatches(walk, Query(*arguments), *json, progress);

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,9 +54,10 @@ std::string describeNode(TreeWalk& walk) {
     return paint(Style::dim, text);
 }
 
-void printTree(TreeWalk& walk, const host::Path& root, bool attributes) {
+void printTree(TreeWalk& walk, const host::Path& root, bool attributes, Progress& progress) {
     std::vector<std::string> indent;
     while (walk.next()) {
+        progress.advance();
         std::string line;
         if (walk.depth() == 0) {
             line = walk.path().getPath().empty() ? escapeName(root.text()) : formatPath(walk.path());
@@ -72,9 +72,10 @@ void printTree(TreeWalk& walk, const host::Path& root, bool attributes) {
     }
 }
 
-void printList(TreeWalk& walk, bool attributes) {
+void printList(TreeWalk& walk, bool attributes, Progress& progress) {
     JsonList list;
     while (walk.next()) {
+        progress.advance();
         const auto node = attributes ? walk.readNode() : nullptr;
         Json json = attributes ? toJson(walk.path(), node.get()) : toJson(walk.path());
         json["depth"] = walk.depth();
@@ -102,14 +103,14 @@ Command::Action configure(CLI::App& app) {
     return [positionals, arguments, json = addJson(app)] {
         const auto [root, texts] = positionals.get();
         const pm::MetadataPath start = texts.empty() ? pm::MetadataPath() : parsePath(texts[0]);
-        std::optional<Progress> progress("Reading");
+        Progress progress("Reading");
         const auto store = openProject(root);
         TreeWalk walk(*store, start, arguments->depth);
-        progress.reset();  // what is printed shows how far it is
+        progress.giveWay();
         if (*json)
-            printList(walk, arguments->attributes);
+            printList(walk, arguments->attributes, progress);
         else
-            printTree(walk, root, arguments->attributes);
+            printTree(walk, root, arguments->attributes, progress);
         return walk.finish();
     };
 }
