@@ -94,6 +94,34 @@ TEST_F(XmlTest, whatCannotBeReadIsAnErrorThatNamesTheFile) {
         EXPECT_EQ(raised<MetadataReadFailure>([&] { readFromFile(path); }), (Texts{path.text(), u""}));
 }
 
+TEST_F(XmlTest, nodesThatWereReadAreNodesLikeOthers) {
+    writeBytes(toStd(file), "<r b='a value of some length' d='4'><s b='1'/><s b='2'><t b='another value'/></s></r>");
+    std::unique_ptr<MetadataNode> root = readFromFile(file);
+    const std::u16string& value = root->get(u"b");
+    const std::u16string* const address = &value;
+    for (const char16_t* key : {u"a", u"c", u"e", u"d"})
+        root->put(key, u"new");
+    EXPECT_EQ(raised<PutMetadataValueFailure>([&] { root->put(u"b", u"\x01"); }), Texts{u"\x01"});
+    EXPECT_EQ(&root->get(u"b"), address);
+    EXPECT_EQ(value, u"a value of some length");
+    const std::u16string whole =
+        u"r{a=new}{b=a value of some length}{c=new}{d=new}{e=new}[s{b=1}][s{b=2}[t{b=another value}]]";
+    EXPECT_EQ(render(*root), whole);
+
+    // Copies and children live on without what they come from, and do not follow its changes.
+    MetadataNodeSpecification copy(*root);
+    const MetadataNodeSpecification copyOfCopy(static_cast<const MetadataNode&>(copy));
+    const std::shared_ptr<MetadataNode> child = root->getChildNodes().back();
+    root->remove(*root->getChildNodes().front());
+    root->put(u"b", u"changed");
+    root.reset();
+    copy.put(u"a", u"changed");
+    child->put(u"c", u"3");
+    child->createChildNode();
+    EXPECT_EQ(render(copyOfCopy), whole);
+    EXPECT_EQ(render(*child), u"s{b=2}{c=3}[t{b=another value}][Info]");
+}
+
 TEST_F(XmlTest, theRootAloneIsReadWithoutLookingAtTheRest) {
     const auto readRoot = [&](const std::string& bytes) {
         writeBytes(toStd(file), bytes);
