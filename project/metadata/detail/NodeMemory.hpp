@@ -39,21 +39,26 @@ private:
     std::atomic<std::size_t> owners_ = 1;  ///< the maker and the parts
 };
 
-/// Lets the standard library put its objects into a block.
+/// Lets the standard library put its objects into a block, or on the heap where there is none.
 template <class T>
 class BlockAllocator {
 public:
     using value_type = T;
 
-    explicit BlockAllocator(MemoryBlock& block) noexcept : block_(&block) {}
+    explicit BlockAllocator(MemoryBlock* block) noexcept : block_(block) {}
     template <class Other>
     BlockAllocator(const BlockAllocator<Other>& other) noexcept : block_(other.getBlock()) {}
 
     T* allocate(std::size_t count) {
         static_assert(alignof(T) <= alignof(void*));
-        return static_cast<T*>(block_->take(count * sizeof(T)));
+        return static_cast<T*>(block_ ? block_->take(count * sizeof(T)) : ::operator new(count * sizeof(T)));
     }
-    void deallocate(T* part, std::size_t /*count*/) noexcept { block_->giveBack(part); }
+    void deallocate(T* part, std::size_t /*count*/) noexcept {
+        if (block_)
+            block_->giveBack(part);
+        else
+            ::operator delete(part);
+    }
 
     MemoryBlock* getBlock() const noexcept { return block_; }
 

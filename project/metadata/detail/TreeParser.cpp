@@ -39,6 +39,22 @@ std::u16string getName(const xmlChar* prefix, const xmlChar* name) {
     return host::fromUtf8(text);
 }
 
+/// A form like `form` that nodes of other files read on this thread have, or it itself.
+std::shared_ptr<const NodeForm> shareForm(NodeForm form) {
+    thread_local std::vector<std::weak_ptr<const NodeForm>> recent;
+    constexpr std::size_t maxRecent = 32;
+    for (const auto& candidate : recent) {
+        const auto other = candidate.lock();
+        if (other && other->name == form.name && other->keys == form.keys)
+            return other;
+    }
+    const auto shared = std::make_shared<const NodeForm>(std::move(form));
+    if (recent.size() == maxRecent)
+        recent.erase(recent.begin());
+    recent.emplace_back(shared);
+    return shared;
+}
+
 /// `text` with "&" for each "&#38;"; nothing if there are other references in it.
 std::optional<std::string> replaceAmpersands(std::string_view text) {
     constexpr std::string_view reference = "&#38;";
@@ -159,7 +175,7 @@ void TreeParser::startElement(const xmlChar* prefix, const xmlChar* name) {
     }
     if (attributes_.empty())
         return;
-    node.values_ = Values::make(attributes_.size(), &getBlock());
+    node.values_ = Values::make(attributes_.size(), getBlock());
     auto place = kind.places.begin();
     for (const Attribute& attribute : attributes_)
         node.values_->begin()[*place++] = getValue(attribute.value);
@@ -184,12 +200,16 @@ MetadataNodeSpecification& TreeParser::addNode() {
     return added;
 }
 
-MemoryBlock& TreeParser::getBlock() {
-    constexpr std::size_t firstSize = 512;  // enough for a file with a node or two
+/// Null for the first nodes of a file: small files are often kept in great numbers, and only in part.
+MemoryBlock* TreeParser::getBlock() {
+    constexpr std::size_t heapParts = 32;
+    constexpr std::size_t firstSize = 4 * 1024;
     constexpr std::size_t maxSize = 32 * 1024;
+    if (++partCount_ <= heapParts)
+        return nullptr;
     if (!block_ || block_->isFull())
         block_.reset(MemoryBlock::make(block_ ? std::min(2 * block_->getSize(), maxSize) : firstSize));
-    return *block_;
+    return block_.get();
 }
 
 /// The kind of the current element.
@@ -206,16 +226,16 @@ const TreeParser::Kind& TreeParser::getKind(const xmlChar* prefix, const xmlChar
     for (const Attribute& attribute : attributes_)
         keys.push_back(getName(attribute.prefix, attribute.name));
     kind.isValid = std::all_of(keys.begin(), keys.end(), isValidKey);
-    auto form = std::make_shared<NodeForm>(NodeForm{getName(prefix, name), {}});
+    NodeForm form{getName(prefix, name), {}};
     if (kind.isValid) {
-        form->keys = keys;
-        std::sort(form->keys.begin(), form->keys.end());
+        form.keys = keys;
+        std::sort(form.keys.begin(), form.keys.end());
     }
     for (const std::u16string& key : keys) {
-        const auto place = std::lower_bound(form->keys.begin(), form->keys.end(), key);
-        kind.places.push_back(static_cast<std::size_t>(place - form->keys.begin()));
+        const auto place = std::lower_bound(form.keys.begin(), form.keys.end(), key);
+        kind.places.push_back(static_cast<std::size_t>(place - form.keys.begin()));
     }
-    kind.form = std::move(form);
+    kind.form = shareForm(std::move(form));
     return kind;
 }
 

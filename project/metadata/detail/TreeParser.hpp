@@ -69,7 +69,7 @@ private:
     void startElement(const xmlChar* prefix, const xmlChar* name);
     void endElement();
     MetadataNodeSpecification& addNode();
-    MemoryBlock& getBlock();
+    MemoryBlock* getBlock();
     const Kind& getKind(const xmlChar* prefix, const xmlChar* name);
     std::u16string getValue(std::string_view text) const;
     void parseBlock(std::string_view block, bool isLast);
@@ -94,6 +94,7 @@ private:
     /// The children so far of all open nodes, those of inner nodes last: a node gets its own when they are complete,
     /// and then in a list that has just their number.
     std::vector<std::shared_ptr<MetadataNode>> children_;
+    std::size_t partCount_ = 0;                          ///< how many times memory was asked for
     std::unique_ptr<MemoryBlock, BlockReleaser> block_;  ///< where new nodes and their values go
     /// By the prefixes and names, in turns. libxml2 keeps one copy of each in its dictionary, so the pointers tell.
     std::unordered_map<Names, Kind, boost::hash<Names>> kinds_;
