@@ -1,4 +1,4 @@
-/// What the nodes of one kind in a file have in common, so that it is kept once.
+/// What nodes of one kind have in common, in one file or in several, so that it is kept once.
 ///
 /// Immutable once made: any number of threads may read it.
 #pragma once
