@@ -26,7 +26,8 @@ PROJECT_METADATA_EXPORT void writeToFile(const MetadataNode& node, const host::P
 /// Reads the tree in `file`. What is not an element or an attribute is ignored.
 ///
 /// @return the root, a `MetadataNodeSpecification`; never null
-/// @throws MetadataReadFailure if the file cannot be read or is not well-formed
+/// @throws MetadataReadFailure if the file cannot be read, is not well-formed, or is beyond a limit of libxml2, such as
+///         256 elements inside one another
 /// @throws PutMetadataKeyFailure, PutMetadataValueFailure if it holds an attribute that a node refuses
 PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readFromFile(const host::Path& file);
 
