@@ -7,11 +7,15 @@
 #include <cppmicroservices/BundleContext.h>
 
 #include "project/metadata/FileUtilities.hpp"
-#include "stores/common/StoreFactory.hpp"
+#include "store_support/StoreFactory.hpp"
 #include "stores/fixed_path/FixedPathManager.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
+
+using store_support::JobRunner;
+using store_support::StoreFactory;
+using store_support::StoreKind;
 
 namespace {
 

@@ -4,8 +4,8 @@
 
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
-#include "stores/common/BatchJournal.hpp"
-#include "stores/common/CoreFileType.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/CoreFileType.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
@@ -14,6 +14,12 @@ using host::Path;
 using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
+using store_support::FolderLock;
+using store_support::getFileVersion;
+using store_support::isInterrupted;
+using store_support::JobRunner;
+using store_support::requireMetadataType;
+using store_support::settle;
 
 FixedPathManager::FixedPathManager(const host::Path& folder, JobRunner runJob)
     : files_(folder), runJob_(std::move(runJob)) {}

@@ -9,7 +9,7 @@
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataManager.hpp"
-#include "stores/common/StoreFactory.hpp"
+#include "store_support/StoreFactory.hpp"
 #include "stores/fixed_path/PathFileChange.hpp"
 #include "stores/fixed_path/PathFiles.hpp"
 
@@ -23,7 +23,7 @@ namespace stores::fixed_path {
 class FixedPathManager : public project::metadata::MetadataManager, public project::metadata::DamageReporter {
 public:
     /// @param folder the metadata folder, which need not exist
-    FixedPathManager(const host::Path& folder, JobRunner runJob);
+    FixedPathManager(const host::Path& folder, store_support::JobRunner runJob);
 
     void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode& node) override;
     void removeNode(const project::metadata::MetadataPath& path) override;
@@ -56,7 +56,7 @@ private:
     void change(const std::function<void(PathFileChange&)>& collect);
 
     PathFiles files_;
-    JobRunner runJob_;
+    store_support::JobRunner runJob_;
 };
 
 }  // namespace stores::fixed_path

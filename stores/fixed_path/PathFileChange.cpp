@@ -9,9 +9,9 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
-#include "stores/common/FileBatch.hpp"
-#include "stores/common/PathXml.hpp"
-#include "stores/common/TreeRules.hpp"
+#include "store_support/FileBatch.hpp"
+#include "store_support/PathXml.hpp"
+#include "store_support/TreeRules.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
@@ -23,6 +23,13 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using store_support::equalTrees;
+using store_support::FileBatch;
+using store_support::FolderLock;
+using store_support::JobRunner;
+using store_support::needsProof;
+using store_support::requireReadable;
+using store_support::requireReadsBack;
 
 namespace {
 
@@ -238,7 +245,7 @@ void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
         // Also if it fails: then the old files are back.
         const auto markSeen = [&] { forEachFile([&](const Path& file) { files_.markSeen(file); }); };
         try {
-            stores::commit(batch, lock);
+            store_support::commit(batch, lock);
         } catch (...) {
             markSeen();
             throw;

@@ -12,8 +12,8 @@
 
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
-#include "stores/common/FolderLock.hpp"
-#include "stores/common/StoreFactory.hpp"
+#include "store_support/FolderLock.hpp"
+#include "store_support/StoreFactory.hpp"
 #include "stores/fixed_path/PathFiles.hpp"
 
 namespace stores::fixed_path {
@@ -45,7 +45,7 @@ public:
     /// @param lock the lock of the metadata folder, held since before the first operation
     /// @throws project::metadata::MetadataWriteFailure if somebody else has changed a node that would be replaced or a
     ///         path that would be removed, and the user of this store does not know it
-    void commit(const JobRunner& runJob, FolderLock& lock);
+    void commit(const store_support::JobRunner& runJob, store_support::FolderLock& lock);
 
 private:
     struct Write {

@@ -31,8 +31,8 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
-#include "stores/common/PathXml.hpp"
-#include "stores/common/StoreErrors.hpp"
+#include "store_support/PathXml.hpp"
+#include "store_support/StoreErrors.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
@@ -45,6 +45,16 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using store_support::FileVersion;
+using store_support::getFileVersion;
+using store_support::getPathElement;
+using store_support::getReadProblem;
+using store_support::logDamage;
+using store_support::pathElementName;
+using store_support::projectElementName;
+using store_support::putNode;
+using store_support::putPathElement;
+using store_support::toNanoseconds;
 
 const std::u16string fixedPathName = u"fixedPath";
 
@@ -159,7 +169,7 @@ PathFile PathFiles::parse(const Path& file) const {
             content.rank = getRank(*xml);
             content.damage = content.rank.empty() ? u"its " + rankKey + u" is missing or invalid" : u"";
         }
-        content.node = getNode(*xml, file);
+        content.node = store_support::getNode(*xml, file);
     } catch (const MetadataReadFailure& error) {
         content.damage = getReadProblem(file, error);
     }

@@ -13,7 +13,7 @@
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
-#include "stores/common/FileVersion.hpp"
+#include "store_support/FileVersion.hpp"
 #include "stores/fixed_path/Rank.hpp"
 
 namespace stores::fixed_path {
@@ -83,12 +83,12 @@ public:
 
 private:
     struct CacheEntry {
-        FileVersion version;
+        store_support::FileVersion version;
         PathFilePtr content;
     };
 
     struct LastRank {
-        FileVersion version;  // of the folder
+        store_support::FileVersion version;  // of the folder
         Rank rank;
     };
 
@@ -100,7 +100,8 @@ private:
         beginning_;  // what has not changed later, by the clock of the file system, was there when this was made
     mutable std::unordered_map<std::u16string, CacheEntry> cache_;    // by the text of the file's path
     mutable std::unordered_map<std::u16string, LastRank> lastRanks_;  // by the text of the folder's path
-    mutable std::unordered_set<FileVersion, FileVersionHash> seen_;   // the user knows these
+    mutable std::unordered_set<store_support::FileVersion, store_support::FileVersionHash>
+        seen_;  // the user knows these
 };
 
 /// The XML of a file that says `content`, `isRoot` for the core file.

@@ -5,10 +5,14 @@
 #include <cppmicroservices/BundleActivator.h>
 #include <cppmicroservices/BundleContext.h>
 
-#include "stores/common/StoreFactory.hpp"
+#include "store_support/StoreFactory.hpp"
 #include "stores/monolithic/MonolithicManager.hpp"
 
 namespace stores::monolithic {
+
+using store_support::JobRunner;
+using store_support::StoreFactory;
+using store_support::StoreKind;
 
 namespace {
 

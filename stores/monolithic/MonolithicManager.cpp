@@ -8,11 +8,11 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
-#include "stores/common/CoreFileType.hpp"
-#include "stores/common/FileBatch.hpp"
-#include "stores/common/PathXml.hpp"
-#include "stores/common/StoreErrors.hpp"
-#include "stores/common/TreeRules.hpp"
+#include "store_support/CoreFileType.hpp"
+#include "store_support/FileBatch.hpp"
+#include "store_support/PathXml.hpp"
+#include "store_support/StoreErrors.hpp"
+#include "store_support/TreeRules.hpp"
 
 namespace stores::monolithic {
 
@@ -23,6 +23,18 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using store_support::commit;
+using store_support::equalTrees;
+using store_support::FileBatch;
+using store_support::FolderLock;
+using store_support::getFileVersion;
+using store_support::JobRunner;
+using store_support::logDamage;
+using store_support::needsProof;
+using store_support::requireDepth;
+using store_support::requireMetadataType;
+using store_support::requireReadable;
+using store_support::requireReadsBack;
 
 const std::u16string monolithicName = u"monolithic";
 

@@ -12,9 +12,9 @@
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataManager.hpp"
-#include "stores/common/FileVersion.hpp"
-#include "stores/common/FolderLock.hpp"
-#include "stores/common/StoreFactory.hpp"
+#include "store_support/FileVersion.hpp"
+#include "store_support/FolderLock.hpp"
+#include "store_support/StoreFactory.hpp"
 #include "stores/monolithic/PathTree.hpp"
 
 namespace stores::monolithic {
@@ -35,7 +35,7 @@ class MonolithicManager : public project::metadata::MetadataManager, public proj
 public:
     /// @param folder the metadata folder, which need not exist
     /// @throws project::metadata::MetadataReadFailure if the file cannot be read as XML
-    MonolithicManager(const host::Path& folder, JobRunner runJob);
+    MonolithicManager(const host::Path& folder, store_support::JobRunner runJob);
 
     void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode& node) override;
     void removeNode(const project::metadata::MetadataPath& path) override;
@@ -64,13 +64,13 @@ private:
     const PathTree& load() const;
 
     void requireSound() const;
-    void save(Draft draft, FolderLock& lock);
+    void save(Draft draft, store_support::FolderLock& lock);
 
     host::Path folder_;
     host::Path file_;
-    JobRunner runJob_;
-    mutable std::optional<FileVersion> version_;  // of the file that `tree_` was read from or written to
-    mutable std::optional<PathTree> tree_;        // none only while it is being read first
+    store_support::JobRunner runJob_;
+    mutable std::optional<store_support::FileVersion> version_;  // of the file that `tree_` was read from or written to
+    mutable std::optional<PathTree> tree_;                       // none only while it is being read first
     mutable std::vector<project::metadata::MetadataDamage> damage_;  // of that file
 };
 

@@ -19,9 +19,9 @@
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
-#include "stores/common/PathXml.hpp"
-#include "stores/common/StoreErrors.hpp"
-#include "stores/common/TreeRules.hpp"
+#include "store_support/PathXml.hpp"
+#include "store_support/StoreErrors.hpp"
+#include "store_support/TreeRules.hpp"
 #include "stores/monolithic/MonolithicManager.hpp"
 
 namespace stores::monolithic {
@@ -33,6 +33,14 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using store_support::equalTrees;
+using store_support::getPathElement;
+using store_support::getReadProblem;
+using store_support::nodeElementName;
+using store_support::pathElementName;
+using store_support::projectElementName;
+using store_support::putPathElement;
+using store_support::survivesXml;
 
 namespace {
 
@@ -42,7 +50,7 @@ public:
     Reader(const host::Path& file, std::vector<MetadataDamage>& damage) : file_(file), damage_(damage) {}
 
     void fill(PathTree& tree, const MetadataNode& xml) {
-        attempt([&] { tree.node = getNode(xml, file_); });
+        attempt([&] { tree.node = store_support::getNode(xml, file_); });
         for (const auto& child : xml.getChildNodes()) {
             if (child->getName() != nodeElementName)
                 attempt([&] { add(tree, *child); });

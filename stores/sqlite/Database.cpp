@@ -31,11 +31,11 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
-#include "stores/common/BatchJournal.hpp"
-#include "stores/common/CoreFileType.hpp"
-#include "stores/common/FileBatch.hpp"
-#include "stores/common/PathXml.hpp"
-#include "stores/common/StoreErrors.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/CoreFileType.hpp"
+#include "store_support/FileBatch.hpp"
+#include "store_support/PathXml.hpp"
+#include "store_support/StoreErrors.hpp"
 
 namespace stores::sqlite {
 
@@ -44,6 +44,15 @@ using project::metadata::FileJob;
 using project::metadata::MetadataReadFailure;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
+using store_support::commit;
+using store_support::FileBatch;
+using store_support::FolderLock;
+using store_support::getFileVersion;
+using store_support::JobRunner;
+using store_support::projectElementName;
+using store_support::requireMetadataType;
+using store_support::requireWritable;
+using store_support::settle;
 
 const std::u16string sqliteName = u"sqlite";
 

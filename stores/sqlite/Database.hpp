@@ -9,8 +9,8 @@
 #include <optional>
 
 #include "host/Path.hpp"
-#include "stores/common/FileVersion.hpp"
-#include "stores/common/StoreFactory.hpp"
+#include "store_support/FileVersion.hpp"
+#include "store_support/StoreFactory.hpp"
 #include "stores/sqlite/PathEdit.hpp"
 #include "stores/sqlite/PathTable.hpp"
 #include "stores/sqlite/SeenChanges.hpp"
@@ -29,7 +29,7 @@ public:
     /// @param folder the metadata folder
     /// @param lockLimit how long to wait for another program
     /// @throws project::metadata::MetadataReadFailure naming the file and the cause
-    Database(const host::Path& folder, JobRunner runJob, std::chrono::milliseconds lockLimit);
+    Database(const host::Path& folder, store_support::JobRunner runJob, std::chrono::milliseconds lockLimit);
 
     ~Database() { close(); }
 
@@ -78,12 +78,12 @@ private:
     host::Path folder_;
     host::Path file_;
     host::Path coreFile_;
-    JobRunner runJob_;
+    store_support::JobRunner runJob_;
     std::chrono::milliseconds lockLimit_;
 
-    FileVersion version_{};      // of the file when it was opened
-    bool isImmutable_ = false;   // opened as a file that nobody can change
-    bool isLogSettled_ = false;  // the log is on, or cannot be
+    store_support::FileVersion version_{};  // of the file when it was opened
+    bool isImmutable_ = false;              // opened as a file that nobody can change
+    bool isLogSettled_ = false;             // the log is on, or cannot be
     Connection connection_;
     std::optional<PathTable> table_;
     SeenChanges seen_;

@@ -13,12 +13,13 @@
 #include "host/Text.hpp"
 #include "project/exception/ProjectException.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
-#include "stores/common/TreeRules.hpp"
+#include "store_support/TreeRules.hpp"
 
 namespace stores::sqlite {
 
 using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
+using store_support::maximumXmlDepth;
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include "host/TempDirGuard.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
-#include "stores/common/TreeRules.hpp"
+#include "store_support/TreeRules.hpp"
 #include "stores/sqlite/Damage.hpp"
 #include "stores/sqlite/NodeBlob.hpp"
 
@@ -18,6 +18,10 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using store_support::JobRunner;
+using store_support::needsProof;
+using store_support::requireReadable;
+using store_support::requireReadsBack;
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataManager.hpp"
-#include "stores/common/FolderLock.hpp"
-#include "stores/common/StoreFactory.hpp"
+#include "store_support/FolderLock.hpp"
+#include "store_support/StoreFactory.hpp"
 #include "stores/sqlite/Database.hpp"
 
 namespace stores::sqlite {
@@ -26,7 +26,8 @@ public:
     /// @param folder the metadata folder, which need not exist
     /// @param limit how long to wait for another program
     /// @throws project::metadata::MetadataReadFailure naming the database, if it is none or of another version
-    SqliteManager(const host::Path& folder, JobRunner runJob, std::chrono::milliseconds limit = lockLimit);
+    SqliteManager(const host::Path& folder, store_support::JobRunner runJob,
+                  std::chrono::milliseconds limit = store_support::lockLimit);
 
     void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode& node) override;
     void removeNode(const project::metadata::MetadataPath& path) override;

@@ -9,14 +9,14 @@
 #include <thread>
 
 #include "project/metadata/MetadataErrors.hpp"
-#include "stores/common/BatchJournal.hpp"
-#include "stores/common/FileBatch.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/FileBatch.hpp"
 #include "tests/support/MessageOf.hpp"
 #include "tests/support/TempFolder.hpp"
 
 using namespace test;
 using project::metadata::MetadataWriteFailure;
-using stores::FolderLock;
+using store_support::FolderLock;
 
 namespace {
 
@@ -38,8 +38,8 @@ protected:
         return result;
     }
 
-    stores::FileBatch makeBatch(const std::vector<std::string>& names) const {
-        stores::FileBatch batch;
+    store_support::FileBatch makeBatch(const std::vector<std::string>& names) const {
+        store_support::FileBatch batch;
         batch.folder = toPath(metadata());
         for (const std::string& name : names)
             batch.filesToWrite.push_back(toPath(metadata() / name));
@@ -47,7 +47,7 @@ protected:
         return batch;
     }
 
-    void commit(const stores::FileBatch& batch) const { stores::commit(batch, FolderLock(batch.folder)); }
+    void commit(const store_support::FileBatch& batch) const { store_support::commit(batch, FolderLock(batch.folder)); }
 
     std::filesystem::path metadata() const { return folder_ / "m"; }
 
@@ -100,13 +100,13 @@ protected:
 
 TEST_P(InterruptedBatchTest, IsCarriedOnInItsDirection) {
     leave("journal");
-    stores::settle(toPath(metadata()));
+    store_support::settle(toPath(metadata()));
     EXPECT_EQ(files(), (std::map<std::string, std::string>{{"replaced", "new"}, {"created", "new"}}));
     std::filesystem::remove(metadata() / "created");
     writeBytes(metadata() / "replaced", "old");
     writeBytes(metadata() / "removed", "old");
     leave("journal-back");
-    stores::settle(toPath(metadata()));
+    store_support::settle(toPath(metadata()));
     EXPECT_EQ(files(), before_);
     leave("draft");
     if (GetParam() == 0) {
@@ -122,10 +122,10 @@ TEST_P(InterruptedBatchTest, IsTakenBackWhereItCannotBeCompleted) {
     std::filesystem::remove(metadata() / "removed");
     std::filesystem::create_directories(metadata() / "removed/by now a folder");
     writeBytes(metadata() / ".pending/old/2", "");
-    EXPECT_THROW(stores::settle(toPath(metadata())), MetadataWriteFailure);
+    EXPECT_THROW(store_support::settle(toPath(metadata())), MetadataWriteFailure);
     std::filesystem::remove_all(metadata() / "removed");
     writeBytes(metadata() / ".pending/old/2", "old");
-    stores::settle(toPath(metadata()));
+    store_support::settle(toPath(metadata()));
     EXPECT_EQ(files(), before_);
 }
 
@@ -140,7 +140,7 @@ TEST_F(FileBatchTest, AJournalFromElsewhereHarmsNobody) {
         writeBytes(metadata() / ".pending/journal", "project_metadata batch 1\n" + content);
         std::filesystem::create_directories(metadata() / ".pending/old");
         std::filesystem::create_directories(metadata() / ".pending/new");
-        const std::string message = messageOf<MetadataWriteFailure>([&] { stores::settle(toPath(metadata())); });
+        const std::string message = messageOf<MetadataWriteFailure>([&] { store_support::settle(toPath(metadata())); });
         EXPECT_NE(message.find(".pending/journal"), std::string::npos) << message;
         EXPECT_TRUE(std::filesystem::exists(metadata() / "removed"));
         EXPECT_EQ(readBytes(folder_ / "victim"), "mine");

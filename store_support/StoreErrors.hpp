@@ -7,7 +7,7 @@
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 
-namespace stores {
+namespace store_support {
 
 /// @param code an error number of the operating system
 /// @throws project::metadata::MetadataWriteFailure naming `path` and the meaning of `code`
@@ -24,4 +24,4 @@ std::u16string getReadProblem(const host::Path& file, const project::metadata::M
 /// Writes a warning to the library's log.
 void logDamage(const project::metadata::MetadataDamage& damage);
 
-}  // namespace stores
+}  // namespace store_support

@@ -1,4 +1,4 @@
-#include "stores/common/StoreFactory.hpp"
+#include "store_support/StoreFactory.hpp"
 
 #include <algorithm>
 #include <stdexcept>
@@ -11,10 +11,10 @@
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
-#include "stores/common/BatchJournal.hpp"
-#include "stores/common/CoreFileType.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/CoreFileType.hpp"
 
-namespace stores {
+namespace store_support {
 
 using project::metadata::FileJob;
 using project::metadata::FileJobManager;
@@ -96,4 +96,4 @@ std::u16string StoreFactory::getDescription() {
     return kind_.description;
 }
 
-}  // namespace stores
+}  // namespace store_support

@@ -7,7 +7,7 @@
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
 
-namespace stores {
+namespace store_support {
 
 /// The deepest nesting of elements that the XML reader takes.
 constexpr int maximumXmlDepth = 256;
@@ -38,4 +38,4 @@ void requireReadsBack(const project::metadata::MetadataNode& node, const host::P
 /// Whether both trees have the same names, attributes and children.
 bool equalTrees(const project::metadata::MetadataNode& a, const project::metadata::MetadataNode& b);
 
-}  // namespace stores
+}  // namespace store_support

@@ -1,4 +1,4 @@
-#include "stores/common/PathXml.hpp"
+#include "store_support/PathXml.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -8,7 +8,7 @@
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 
-namespace stores {
+namespace store_support {
 
 using project::metadata::MetadataNode;
 using project::metadata::MetadataReadFailure;
@@ -129,4 +129,4 @@ std::shared_ptr<MetadataNode> getNode(const MetadataNode& xml, const host::Path&
     return node;
 }
 
-}  // namespace stores
+}  // namespace store_support

@@ -20,7 +20,7 @@
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
 
-namespace stores {
+namespace store_support {
 
 /// The name of a core file's root node.
 extern const std::u16string projectElementName;
@@ -47,4 +47,4 @@ void putNode(project::metadata::MetadataNode& xml, const project::metadata::Meta
 std::shared_ptr<project::metadata::MetadataNode> getNode(const project::metadata::MetadataNode& xml,
                                                          const host::Path& file);
 
-}  // namespace stores
+}  // namespace store_support

@@ -5,7 +5,7 @@
 
 #include "host/Path.hpp"
 
-namespace stores {
+namespace store_support {
 
 /// The type of metadata that `coreFile` names; empty if it names none. A large file is not read to its end for that:
 /// what is wrong with the rest shows when the store opens it.
@@ -18,4 +18,4 @@ std::u16string readMetadataType(const host::Path& coreFile);
 /// @throws project::metadata::MetadataWriteFailure naming the core file, if it names another type than `type`
 void requireMetadataType(const host::Path& folder, const std::u16string& type);
 
-}  // namespace stores
+}  // namespace store_support

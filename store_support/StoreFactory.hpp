@@ -11,7 +11,7 @@
 #include "project/metadata/FileJob.hpp"
 #include "project/metadata/MetadataManagerFactory.hpp"
 
-namespace stores {
+namespace store_support {
 
 /// Runs one job through the `FileJobManager` that is registered as a service at that moment, otherwise through one of
 /// its own. May be called from any thread.
@@ -50,4 +50,4 @@ private:
     cppmicroservices::BundleContext context_;
 };
 
-}  // namespace stores
+}  // namespace store_support

@@ -1,4 +1,4 @@
-#include "stores/common/StoreErrors.hpp"
+#include "store_support/StoreErrors.hpp"
 
 #include <unistd.h>
 
@@ -9,7 +9,7 @@
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 
-namespace stores {
+namespace store_support {
 
 using host::Path;
 
@@ -41,4 +41,4 @@ void logDamage(const project::metadata::MetadataDamage& damage) {
                                     damage.file.accessName() + " is damaged: " + host::toUtf8(damage.problem));
 }
 
-}  // namespace stores
+}  // namespace store_support

@@ -5,7 +5,7 @@
 
 #include "host/Path.hpp"
 
-namespace stores {
+namespace store_support {
 
 /// How long somebody waits for somebody else.
 constexpr std::chrono::milliseconds lockLimit = std::chrono::seconds(10);
@@ -38,4 +38,4 @@ private:
     int descriptor_ = -1;
 };
 
-}  // namespace stores
+}  // namespace store_support

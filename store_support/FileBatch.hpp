@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "host/Path.hpp"
-#include "stores/common/FolderLock.hpp"
+#include "store_support/FolderLock.hpp"
 
-namespace stores {
+namespace store_support {
 
 /// A change to files below `folder`.
 struct FileBatch {
@@ -34,4 +34,4 @@ struct FileBatch {
 ///         FailedToMakeMetadataWritable; host::InterruptedException while nothing has been touched
 void commit(const FileBatch& batch, const FolderLock& lock);
 
-}  // namespace stores
+}  // namespace store_support

@@ -10,7 +10,7 @@
 
 #include "host/Path.hpp"
 
-namespace stores {
+namespace store_support {
 
 /// Where a batch keeps its files while it is under way; absent otherwise.
 host::Path getScratchFolder(const host::Path& folder);
@@ -62,4 +62,4 @@ void flushFileSystem(const host::Path& folder);
 /// @throws project::metadata::MetadataWriteFailure
 void flushFile(const host::Path& path);
 
-}  // namespace stores
+}  // namespace store_support

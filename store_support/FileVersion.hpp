@@ -10,7 +10,7 @@
 
 #include "host/Path.hpp"
 
-namespace stores {
+namespace store_support {
 
 /// Tells one content of a file from the next: stores replace files, so each content has an inode and times of its own,
 /// and editors change at least the times.
@@ -41,4 +41,4 @@ std::int64_t toNanoseconds(const timespec& time);
 /// too; reading it will tell what is wrong. May be called from any thread.
 std::optional<FileVersion> getFileVersion(const host::Path& file);
 
-}  // namespace stores
+}  // namespace store_support

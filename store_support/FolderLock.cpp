@@ -1,4 +1,4 @@
-#include "stores/common/FolderLock.hpp"
+#include "store_support/FolderLock.hpp"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -14,10 +14,10 @@
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "stores/common/BatchJournal.hpp"
-#include "stores/common/StoreErrors.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/StoreErrors.hpp"
 
-namespace stores {
+namespace store_support {
 
 using host::Path;
 
@@ -90,4 +90,4 @@ void FolderLock::release() noexcept {
     descriptor_ = -1;
 }
 
-}  // namespace stores
+}  // namespace store_support

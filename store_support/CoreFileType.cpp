@@ -1,11 +1,11 @@
-#include "stores/common/CoreFileType.hpp"
+#include "store_support/CoreFileType.hpp"
 
 #include "host/FileUtils.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 
-namespace stores {
+namespace store_support {
 
 std::u16string readMetadataType(const host::Path& coreFile) {
     return project::metadata::readRootFromFile(coreFile)->get(project::metadata::metadataTypeKey());
@@ -27,4 +27,4 @@ void requireMetadataType(const host::Path& folder, const std::u16string& type) {
     }
 }
 
-}  // namespace stores
+}  // namespace store_support

@@ -1,10 +1,10 @@
-#include "stores/common/FileVersion.hpp"
+#include "store_support/FileVersion.hpp"
 
 #include <sys/stat.h>
 
 #include <cerrno>
 
-namespace stores {
+namespace store_support {
 
 std::int64_t toNanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -19,4 +19,4 @@ std::optional<FileVersion> getFileVersion(const host::Path& file) {
     return FileVersion{status.st_ino, status.st_size, toNanoseconds(status.st_mtim), toNanoseconds(status.st_ctim)};
 }
 
-}  // namespace stores
+}  // namespace store_support

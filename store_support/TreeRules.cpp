@@ -1,4 +1,4 @@
-#include "stores/common/TreeRules.hpp"
+#include "store_support/TreeRules.hpp"
 
 #include <algorithm>
 #include <string>
@@ -8,7 +8,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 
-namespace stores {
+namespace store_support {
 
 using project::metadata::MetadataNode;
 using project::metadata::MetadataReadFailure;
@@ -101,4 +101,4 @@ bool equalTrees(const MetadataNode& a, const MetadataNode& b) {
                       b.getChildNodes().end(), [](const auto& x, const auto& y) { return equalTrees(*x, *y); });
 }
 
-}  // namespace stores
+}  // namespace store_support

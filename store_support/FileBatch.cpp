@@ -1,4 +1,4 @@
-#include "stores/common/FileBatch.hpp"
+#include "store_support/FileBatch.hpp"
 
 #include <linux/limits.h>
 #include <sys/stat.h>
@@ -17,10 +17,10 @@
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "stores/common/BatchJournal.hpp"
-#include "stores/common/StoreErrors.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/StoreErrors.hpp"
 
-namespace stores {
+namespace store_support {
 
 using host::Path;
 using project::metadata::getParentFolder;
@@ -148,4 +148,4 @@ void commit(const FileBatch& batch, const FolderLock& /*lock*/) {
     removeScratchFolder(batch);
 }
 
-}  // namespace stores
+}  // namespace store_support

@@ -13,7 +13,7 @@
 // A journal is found in a folder that may come from anywhere. So what it names must lie in the metadata folder, and
 // nothing on the way there may be a symbolic link.
 
-#include "stores/common/BatchJournal.hpp"
+#include "store_support/BatchJournal.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -31,10 +31,10 @@
 #include "host/FileUtils.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "stores/common/FolderLock.hpp"
-#include "stores/common/StoreErrors.hpp"
+#include "store_support/FolderLock.hpp"
+#include "store_support/StoreErrors.hpp"
 
-namespace stores {
+namespace store_support {
 
 using host::Path;
 using project::metadata::MetadataWriteFailure;
@@ -302,4 +302,4 @@ void flushFileSystem(const Path& folder) {
         raiseSystemError(folder, reason);
 }
 
-}  // namespace stores
+}  // namespace store_support
