@@ -1,0 +1,80 @@
+/// What only a store knows about its files, for tools that work on files: which ones are the store's, and what one of
+/// them holds by itself. Both interfaces are optional.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/Path.hpp"
+#include "project/Export.hpp"
+#include "project/metadata/MetadataNode.hpp"
+#include "project/metadata/MetadataPath.hpp"
+
+namespace project::metadata {
+
+/// A file in a metadata folder that a store has made. A value type.
+struct StoreFile {
+    host::Path file;
+    bool hasContent;  ///< false for what serves only while programs are at work, and may come and go
+};
+
+/// What a `MetadataManager` may implement besides. Ask for it with a `dynamic_cast`.
+class PROJECT_METADATA_EXPORT StoreFileLister {
+public:
+    virtual ~StoreFileLister() = default;
+
+    /// The files that the store has in its metadata folder now, in the order of their names: the core file, and damaged
+    /// ones too. Whatever else lies there is somebody else's.
+    /// @throws project::metadata::ListChildFilesFailure, MetadataReadFailure if the metadata cannot be looked through
+    virtual std::vector<StoreFile> listFiles() const = 0;
+
+protected:
+    StoreFileLister() = default;
+    StoreFileLister(const StoreFileLister&) = default;
+    StoreFileLister& operator=(const StoreFileLister&) = default;
+};
+
+/// A path with everything below it, as one file holds it. A value type.
+struct PathTree {
+    PathElement step{{}, {}};                  ///< the path's last step; empty texts for the root path
+    std::shared_ptr<const MetadataNode> node;  ///< null for a branch
+    /// Where the path stands among its siblings, in a text of the store's own; empty if their order in `children` says
+    /// it. If two people have placed a path differently, either text will do, as long as all take the same.
+    std::u16string place;
+    std::vector<PathTree> children;
+};
+
+/// What a file holds by itself. A value type.
+struct FileContent {
+    bool isRoot;  ///< whether `tree` is that of the root path; otherwise only the path's last step is known
+    PathTree tree;
+};
+
+/// What a `MetadataManagerFactory` may implement besides: reading and writing single files of its stores without the
+/// project around them, as version control hands them over. Ask for it with a `dynamic_cast`. May be used by several
+/// threads at once.
+class PROJECT_METADATA_EXPORT MetadataFileFormat {
+public:
+    virtual ~MetadataFileFormat() = default;
+
+    /// The names of such files, relative to the metadata folder, as patterns of gitattributes(5), such as "**/*.xml".
+    virtual std::vector<std::u16string> getFilePatterns() const = 0;
+
+    /// @return what `file`, whatever its name, holds; no value if it is none of this kind of store's
+    /// @throws project::metadata::MetadataReadFailure if it is one, and damaged or with anything in it that `writeFile`
+    ///         would not write again
+    virtual std::optional<FileContent> readFile(const host::Path& file) const = 0;
+
+    /// Writes `content`, which `readFile` answered or which was merged of such, to `file`, in place of what is there.
+    /// @throws as `writeToFile`
+    virtual void writeFile(const FileContent& content, const host::Path& file) const = 0;
+
+protected:
+    MetadataFileFormat() = default;
+    MetadataFileFormat(const MetadataFileFormat&) = default;
+    MetadataFileFormat& operator=(const MetadataFileFormat&) = default;
+};
+
+}  // namespace project::metadata
