@@ -73,7 +73,8 @@ struct HOST_EXPORT FileSystem {
     /// @throws FileSystemException if that cannot be found out
     static bool exists(const Path& path);
 
-    /// Makes the folder `path` and every missing one above it. A folder that is there is no error.
+    /// Makes the folder `path` and every missing one above it. A folder that is there is no error. An empty path is the
+    /// current folder: nothing is done.
     /// @throws AccessDeniedException, FileSystemException
     static void create_directories(const Path& path);
 

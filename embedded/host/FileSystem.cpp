@@ -113,7 +113,8 @@ bool FileSystem::exists(const Path& path) {
 }
 
 void FileSystem::create_directories(const Path& path) {
-    withOurErrors(path, [](const fs::path& native) { return fs::create_directories(native); });
+    if (!path.empty())
+        withOurErrors(path, [](const fs::path& native) { return fs::create_directories(native); });
 }
 
 void FileSystem::remove_all(const Path& path) {

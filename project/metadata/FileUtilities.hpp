@@ -33,8 +33,8 @@ PROJECT_METADATA_EXPORT std::u16string stripExtension(const std::u16string& text
 /// @throws FailedToMakeMetadataWritable; errors of the settings
 PROJECT_METADATA_EXPORT void handleReadOnlyFile(const host::Path& path);
 
-/// Makes the folder `path` and all missing ones above it. If that is denied, the parent folder goes through
-/// `handleReadOnlyFile` and it is tried once more.
+/// Makes the folder `path` and all missing ones above it; none for the empty path, which is the current folder. If that
+/// is denied, the parent folder goes through `handleReadOnlyFile` and it is tried once more.
 /// @throws ReadOnlyMetadataFailure if it is still denied, MetadataWriteFailure for any other reason,
 ///         FailedToMakeMetadataWritable
 PROJECT_METADATA_EXPORT void makeFolder(const host::Path& path);

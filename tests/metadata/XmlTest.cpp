@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <thread>
 
+#include "project/metadata/CoreMetadataHandler.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "tests/metadata/Helpers.hpp"
 #include "tests/support/FileSizeLimit.hpp"
@@ -186,6 +187,28 @@ TEST_F(XmlTest, whatIsReadOnlyIsMadeWritableOnceIfTheSettingsAllowIt) {
     protect(toStd(file));
     const FileSizeLimit limit(0);
     EXPECT_EQ(writingRaises(file), (Texts{file.text(), u""})) << "tried twice at most";
+}
+
+TEST_F(XmlTest, aNameWithoutAFolderIsAFileInTheCurrentFolder) {
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.std());
+    {
+        const UnprivilegedUser user;
+        writeToFile(node, u"out.xml", false);
+        EXPECT_EQ(readBytes(folder / "out.xml"), declaration + "<Info/>\n");
+        CoreMetadataHandler(u"", u"type", u"Root").ensureCoreMetadataFileExists();
+        EXPECT_EQ(readBytes(folder / "Project.xml"), declaration + "<Root MetadataType=\"type\"/>");
+
+        std::filesystem::create_directory(folder / "locked");
+        std::filesystem::current_path(folder / "locked");
+        protect(folder / "locked");
+        const SettingsOverride no(makeWritable(u"no"));
+        EXPECT_EQ(writingRaises<ReadOnlyMetadataFailure>(u"out.xml"), Texts{u""});
+        const SettingsOverride yes(makeWritable(u"yes"));
+        writeToFile(node, u"out.xml", false);
+        EXPECT_TRUE(exists(folder / "locked/out.xml"));
+    }
+    std::filesystem::current_path(before);
 }
 
 TEST_F(XmlTest, severalThreadsMayUseItForTheFirstTimeAtOnce) {
