@@ -20,10 +20,15 @@ struct HOST_EXPORT FileUtils {
     /// As `isReadOnly`; what cannot be found out counts as not read-only.
     static bool isReadOnlyNoExcept(const Path& path) noexcept;
 
-    /// Adds the owner's write permission to `path` and keeps all others as they are. An empty path is the current
-    /// folder.
+    /// Adds the owner's write permission to `path` and keeps all others as they are. Does nothing to a symbolic link,
+    /// which has no permissions of its own, and never touches what it leads to; see `followLink`. An empty path is the
+    /// current folder.
     /// @throws AccessDeniedException, FileSystemException
     static void makeWritable(const Path& path);
+
+    /// What the symbolic link `path` leads to in the end, under its absolute name. `path` as it stands if it is no
+    /// link, or one that cannot be followed.
+    static Path followLink(const Path& path);
 
     /// `path` itself if it is absolute, otherwise below the current folder. An empty path is the current folder.
     /// @throws FileSystemException if the current folder cannot be found out

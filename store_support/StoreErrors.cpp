@@ -21,7 +21,7 @@ void raiseSystemError(const Path& path, int code) {
 void requireWritable(const Path& path) {
     if (!host::FileUtils::isReadOnlyNoExcept(path))
         return;
-    project::metadata::handleReadOnlyFile(path);
+    project::metadata::handleReadOnlyFile(host::FileUtils::followLink(path));
     if (host::FileUtils::isReadOnlyNoExcept(path))
         project::metadata::raise<project::metadata::ReadOnlyMetadataFailure>(path.text());
 }

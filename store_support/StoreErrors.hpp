@@ -13,7 +13,8 @@ namespace store_support {
 /// @throws project::metadata::MetadataWriteFailure naming `path` and the meaning of `code`
 [[noreturn]] void raiseSystemError(const host::Path& path, int code);
 
-/// Makes the existing `path` writable if it is not and the user's settings allow it.
+/// Makes the existing `path`, or what that leads to if it is a symbolic link, writable if it is not and the user's
+/// settings allow it.
 /// @throws project::metadata::ReadOnlyMetadataFailure naming `path`, if it is still not writable then;
 ///         FailedToMakeMetadataWritable
 void requireWritable(const host::Path& path);

@@ -70,13 +70,6 @@ auto withOurErrors(const Path& path, const Operation& operation) {
     }
 }
 
-/// `path` without separators at its end, with which the system calls would follow a symbolic link.
-fs::path withoutTrailingSeparators(const fs::path& path) {
-    const std::string& name = path.native();
-    const auto end = name.find_last_not_of('/');
-    return end == std::string::npos ? name : name.substr(0, end + 1);
-}
-
 }  // namespace
 
 FileSystemException::FileSystemException(Path path, std::error_code code)

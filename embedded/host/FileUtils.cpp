@@ -4,6 +4,7 @@
 #include "host/FileSystem.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -52,10 +53,24 @@ bool FileUtils::isReadOnlyNoExcept(const Path& path) noexcept {
 }
 
 void FileUtils::makeWritable(const Path& path) {
+    const fs::path entry = withoutTrailingSeparators(toFolderName(path));
+    struct stat status {};
+    if (lstat(entry.c_str(), &status) != 0)
+        throwSystemError(path, errno);
+    if (S_ISLNK(status.st_mode))
+        return;
+    // A link may have taken its place by now: that is not followed either, but an error.
+    if (fchmodat(AT_FDCWD, entry.c_str(), (status.st_mode & 07777U) | S_IWUSR, AT_SYMLINK_NOFOLLOW) != 0)
+        throwSystemError(path, errno);
+}
+
+Path FileUtils::followLink(const Path& path) {
+    const fs::path entry = withoutTrailingSeparators(toNative(path));
     std::error_code code;
-    fs::permissions(toFolderName(path), fs::perms::owner_write, fs::perm_options::add, code);
-    if (code)
-        throwFileSystemError(path, code);
+    if (!fs::is_symlink(entry, code))
+        return path;
+    const fs::path target = fs::canonical(entry, code);
+    return code ? path : Path::fromAccessName(target.native());
 }
 
 Path FileUtils::makeAbsolute(const Path& path) {

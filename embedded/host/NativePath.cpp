@@ -27,4 +27,10 @@ fs::path toNative(const Path& path) {
     return path.accessName();
 }
 
+fs::path withoutTrailingSeparators(const fs::path& path) {
+    const std::string& name = path.native();
+    const auto end = name.find_last_not_of('/');
+    return end == std::string::npos ? name : name.substr(0, end + 1);
+}
+
 }  // namespace host

@@ -20,4 +20,7 @@ namespace host {
 /// @throws FileSystemException if it holds U+0000, where the system calls would take its name to end
 std::filesystem::path toNative(const Path& path);
 
+/// `path` without separators at its end, with which the system calls would follow a symbolic link.
+std::filesystem::path withoutTrailingSeparators(const std::filesystem::path& path);
+
 }  // namespace host

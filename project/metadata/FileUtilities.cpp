@@ -78,7 +78,7 @@ void makeFolder(const host::Path& path) {
     try {
         host::FileSystem::create_directories(path);
     } catch (const host::AccessDeniedException&) {
-        handleReadOnlyFile(getParentFolder(path));
+        handleReadOnlyFile(host::FileUtils::followLink(getParentFolder(path)));
         try {
             host::FileSystem::create_directories(path);
         } catch (...) {

@@ -29,7 +29,8 @@ PROJECT_METADATA_EXPORT bool ends_with(const std::u16string& text, const std::u1
 PROJECT_METADATA_EXPORT std::u16string stripExtension(const std::u16string& text, const std::u16string& extension);
 
 /// Makes `path` writable if the user's setting "MakeReadOnlyMetadataWritable" in "korvex.project.metadata" is exactly
-/// "yes"; otherwise does nothing. Does not test whether it is read-only. Without settings it logs that and returns.
+/// "yes"; otherwise does nothing. Does not test whether it is read-only. A symbolic link stays as it is, and so does
+/// what it leads to. Without settings it logs that and returns.
 /// @throws FailedToMakeMetadataWritable; errors of the settings
 PROJECT_METADATA_EXPORT void handleReadOnlyFile(const host::Path& path);
 
@@ -45,7 +46,7 @@ PROJECT_METADATA_EXPORT std::vector<host::Path> listChildFiles(const host::Path&
 
 /// Deletes files, and folders with everything below them, in ascending order; those that do not exist are skipped.
 /// Where that is denied, the parent folder, if read-only, and the path itself go through `handleReadOnlyFile` and it
-/// is tried once more. The first error ends it.
+/// is tried once more. The permissions of what a symbolic link leads to stay. The first error ends it.
 /// @throws ReadOnlyMetadataFailure, MetadataWriteFailure, FailedToMakeMetadataWritable
 PROJECT_METADATA_EXPORT void deleteFiles(const std::vector<host::Path>& paths);
 

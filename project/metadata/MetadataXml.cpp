@@ -69,7 +69,7 @@ bool tryToWrite(const MetadataNode& node, const host::Path& file, bool compactEn
 }
 
 void makeWritable(const host::Path& path) {
-    handleReadOnlyFile(path);
+    handleReadOnlyFile(host::FileUtils::followLink(path));
     if (host::FileUtils::isReadOnlyNoExcept(path))
         raise<ReadOnlyMetadataFailure>(path.text());
 }

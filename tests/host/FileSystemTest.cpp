@@ -104,6 +104,19 @@ TEST_F(FileSystemTest, ReadOnlyIsWhatThisProcessMayNotWriteUntilItIsMadeWritable
     FileUtils::makeWritable(path("file"));
     EXPECT_FALSE(FileUtils::isReadOnly(path("file")));
     EXPECT_EQ(fs::status(folder / "file").permissions(), fs::perms(02777));
+
+    fs::create_directory(folder / "folder");
+    fs::permissions(folder / "folder", fs::perms(0555));
+    fs::create_symlink("folder", folder / "link");
+    fs::create_symlink("missing", folder / "dangling");
+    for (const char* link : {"link", "link//", "dangling"})
+        FileUtils::makeWritable(path(link));
+    EXPECT_TRUE(FileUtils::isReadOnly(path("link"))) << "a link has no permissions of its own";
+    for (const char* name : {"folder", "folder/", "dangling", "missing"})
+        EXPECT_EQ(FileUtils::followLink(path(name)), path(name));
+    EXPECT_EQ(FileUtils::followLink(path("link//")), toPath(fs::canonical(folder / "folder")));
+    FileUtils::makeWritable(FileUtils::followLink(path("link")));
+    EXPECT_FALSE(FileUtils::isReadOnly(path("folder")));
 }
 
 TEST_F(FileSystemTest, RemovingTakesLinksButNotWhatTheyLeadTo) {

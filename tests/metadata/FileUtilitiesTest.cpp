@@ -74,6 +74,35 @@ TEST_F(FileUtilitiesTest, deletesInAscendingOrderUntilTheFirstError) {
         << "of all that is to be deleted, only the path itself is made writable";
 }
 
+TEST_F(FileUtilitiesTest, deletingALinkLeavesThePermissionsOfWhatItLeadsTo) {
+    const SettingsOverride settings(makeWritable(u"yes"));
+    makeFile(u"somebody's/file");
+    makeFile(u"somebody's/folder/file");
+    const UnprivilegedUser user;
+    makeFile(u"own/file");
+    makeFile(u"own/folder/file");
+    std::filesystem::create_directory(folder / "links");
+    for (const char* name : {"own/file", "own/folder", "somebody's/file", "somebody's/folder"}) {
+        const std::filesystem::path target = folder / name;
+        if (target.parent_path().filename() == "own")
+            protect(target);
+        const auto before = status(target).permissions();
+        create_symlink(target, folder / "links/link");
+        protect(folder / "links");
+        deleteFiles({at(u"links/link")});
+        EXPECT_TRUE(is_empty(folder / "links")) << name;
+        EXPECT_EQ(status(target).permissions(), before) << name;
+    }
+
+    // The folder that is to be made writable is the one that the name says, not one that it leads to.
+    create_directory_symlink(folder / "own/folder", folder / "links/link");
+    EXPECT_EQ(raised<ReadOnlyMetadataFailure>([&] { deleteFiles({at(u"links/link/file")}); }),
+              (Texts{at(u"links/link/file").text(), messageOfNested}));
+    EXPECT_FALSE(isOwnerWritable(folder / "own/folder"));
+    makeFolder(at(u"links/link/new"));
+    EXPECT_TRUE(is_directory(folder / "own/folder/new")) << "what is made lies where the link leads";
+}
+
 TEST_F(FileUtilitiesTest, pathsAndTextsAreComparedStrictly) {
     std::vector<host::Path> paths{makeFile(u"a"), at(u"b"), makeFile(u"c"), at(u"a")};
     purgeNonExistentFiles(paths);

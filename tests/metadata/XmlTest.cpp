@@ -211,6 +211,30 @@ TEST_F(XmlTest, aNameWithoutAFolderIsAFileInTheCurrentFolder) {
     std::filesystem::current_path(before);
 }
 
+TEST_F(XmlTest, aReadOnlyFileOrFolderBehindALinkIsMadeWritableToo) {
+    const UnprivilegedUser user;
+    writeBytes(folder / "target/file.xml", "");
+    create_directory_symlink(folder / "target", folder / "folder");
+    std::filesystem::create_symlink("folder/file.xml", folder / "file");
+    std::filesystem::create_symlink("file", folder / "link");
+    // A file that is there, and a new one in a folder.
+    for (const auto& [path, obstacle] :
+         {std::pair(folder.path() / u"link", "target/file.xml"), std::pair(folder.path() / u"folder/new", "target")}) {
+        protect(folder / obstacle);
+        {
+            const SettingsOverride settings(makeWritable(u"no"));
+            const host::Path named = std::string(obstacle) == "target" ? path.parentPath() : path;
+            EXPECT_EQ(writingRaises<ReadOnlyMetadataFailure>(path), Texts{named.text()});
+            EXPECT_FALSE(isOwnerWritable(folder / obstacle));
+        }
+        const SettingsOverride settings(makeWritable(u"yes"));
+        writeToFile(node, path, false);
+        EXPECT_EQ(readBytes(toStd(path)), declaration + "<Info/>\n");
+        EXPECT_TRUE(isOwnerWritable(folder / obstacle));
+    }
+    EXPECT_TRUE(is_symlink(folder / "link"));
+}
+
 TEST_F(XmlTest, severalThreadsMayUseItForTheFirstTimeAtOnce) {
     std::vector<std::thread> threads;
     for (char16_t name = u'a'; name < u'i'; ++name) {

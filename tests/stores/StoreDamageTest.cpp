@@ -180,6 +180,14 @@ TEST_P(StoreDamageTest, ReadOnlyFilesFollowTheUsersSetting) {
     }
     // The group's and others' permissions stay as they were.
     EXPECT_EQ(std::filesystem::status(rootFile()).permissions(), std::filesystem::perms(0644));
+
+    // A metadata folder may be a link to a folder elsewhere.
+    rename(metadata(), folder_ / "elsewhere");
+    create_directory_symlink(folder_ / "elsewhere", metadata());
+    protect(folder_ / "elsewhere");
+    const auto settings = set(u"yes");
+    open()->setNode(root, *node(u"3"));
+    EXPECT_EQ(open()->getNode(root)->get(u"Value"), u"3");
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, StoreDamageTest, testing::ValuesIn(builtStores()), nameOfStore);
