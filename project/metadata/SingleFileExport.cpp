@@ -8,8 +8,6 @@
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataCopy.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
-#include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace project::metadata {
 
@@ -17,12 +15,8 @@ namespace {
 
 const char16_t* const singleFileStore = u"monolithic";
 
-/// Sees to it that a store on `root` keeps its core file in `folder`, also when the user's settings name another
-/// folder for new projects: an existing core file decides.
-void pinMetadataFolder(const host::Path& root, const host::Path& folder) {
-    if (ProjectMetadataLocation(root).getDirectory() != folder)
-        CoreMetadataHandler(folder, singleFileStore, getDefaultMetadataNodeName()).createCoreMetadata();
-}
+/// The name that this store gives to the root node of its file.
+const char16_t* const singleFileRootName = u"Project";
 
 }  // namespace
 
@@ -33,7 +27,8 @@ void writeMetadataToSingleFile(const host::Path& from, const host::Path& to) {
     const host::Path scratchFile = scratchFolder / u"Project.xml";
 
     const std::shared_ptr<MetadataManagerFactory> factory = getNamedFactory(singleFileStore);
-    pinMetadataFolder(scratchRoot, scratchFolder);
+    // A core file that is there decides where the store keeps its own, not the user's settings for new projects.
+    CoreMetadataHandler(scratchFolder, singleFileStore, singleFileRootName).createCoreMetadata();
     const std::unique_ptr<MetadataManager> destination = factory ? factory->createManager(scratchRoot) : nullptr;
     if (!destination)
         raise<MetadataWriteFailure>(to.text(), u"there is no metadata store named \"monolithic\"");

@@ -51,6 +51,28 @@ TEST_F(ExportTest, theFileIsAStoreOfItsOwnWhicheverMetadataFolderTheUserPrefers)
     EXPECT_EQ(readBytes(toStd(to)), "before") << "what exists is not replaced";
 }
 
+TEST_F(ExportTest, theUsersSettingsDoNotChangeAByte) {
+    install(MONOLITHIC_PLUGIN);
+    const auto exported = [&](const MemorySettings::Values& values) {
+        const SettingsOverride settings(values);
+        std::filesystem::remove(toStd(to));
+        writeMetadataToSingleFile(from, to);
+        return readBytes(toStd(to));
+    };
+    const auto rootSetting = [](const char16_t* value) {
+        return MemorySettings::Values{{{"korvex.project.creation", "DefaultMetadataRoot"}, value}};
+    };
+    const std::unique_ptr<MetadataManager> project = getNamedFactory(u"fixedPath")->createManager(from);
+    project->setPaths({MetadataPath()});
+    for (const std::string expected : {"<Project MetadataType=\"monolithic\"/>", "<Node/>"}) {
+        const std::string bytes = exported(rootSetting(u"resources/project"));
+        EXPECT_THAT(bytes, testing::HasSubstr(expected));
+        EXPECT_EQ(exported(rootSetting(u"_TolvaneProject")), bytes);
+        EXPECT_EQ(exported({}), bytes) << "settings that cannot be read are not needed";
+        project->setNode(path, MetadataNodeSpecification(u"Node"));
+    }
+}
+
 TEST_F(ExportTest, withoutAMonolithicStoreTheTargetIsLeftAlone) {
     makeProject();
     EXPECT_EQ(raised<MetadataWriteFailure>([&] { writeMetadataToSingleFile(from, to); }),
