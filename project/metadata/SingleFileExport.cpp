@@ -1,6 +1,7 @@
 #include "project/metadata/SingleFileExport.hpp"
 
 #include <memory>
+#include <string>
 
 #include "host/FileSystem.hpp"
 #include "host/TempDirGuard.hpp"
@@ -18,6 +19,17 @@ const char16_t* const singleFileStore = u"monolithic";
 /// The name that this store gives to the root node of its file.
 const char16_t* const singleFileRootName = u"Project";
 
+/// Why `getMetadataManagerFor` has found no store for the project in `root`.
+std::u16string explainMissingSource(const host::Path& root) {
+    for (const std::shared_ptr<MetadataManagerFactory>& factory : getRegisteredFactories()) {
+        if (factory->canManage(root)) {
+            return u"the metadata store named \"" + factory->getName() +
+                   u"\" recognises the project, but could not be opened";
+        }
+    }
+    return u"no metadata store recognises the project in this folder";
+}
+
 }  // namespace
 
 void writeMetadataToSingleFile(const host::Path& from, const host::Path& to) {
@@ -27,14 +39,16 @@ void writeMetadataToSingleFile(const host::Path& from, const host::Path& to) {
     const host::Path scratchFile = scratchFolder / u"Project.xml";
 
     const std::shared_ptr<MetadataManagerFactory> factory = getNamedFactory(singleFileStore);
+    if (!factory)
+        raise<MetadataWriteFailure>(to.text(), u"there is no metadata store named \"monolithic\"");
     // A core file that is there decides where the store keeps its own, not the user's settings for new projects.
     CoreMetadataHandler(scratchFolder, singleFileStore, singleFileRootName).createCoreMetadata();
-    const std::unique_ptr<MetadataManager> destination = factory ? factory->createManager(scratchRoot) : nullptr;
+    const std::unique_ptr<MetadataManager> destination = factory->createManager(scratchRoot);
     if (!destination)
-        raise<MetadataWriteFailure>(to.text(), u"there is no metadata store named \"monolithic\"");
+        raise<MetadataWriteFailure>(to.text(), u"the metadata store named \"monolithic\" could not be opened");
     const std::unique_ptr<MetadataManager> source = getMetadataManagerFor(from);
     if (!source)
-        raise<MetadataReadFailure>(from.text(), u"no metadata store recognises the project in this folder");
+        raise<MetadataReadFailure>(from.text(), explainMissingSource(from));
 
     copyMetadata(*source, *destination);
     // The store has completed the file by now; the stores and the scratch folder are released in reverse order.

@@ -12,8 +12,8 @@ namespace project::metadata {
 /// the copying leaves `to` alone; an existing `to` is not replaced where the host's `copy_file` refuses to. The scratch
 /// folder is removed on every way out. May be called from any thread, as far as the stores allow.
 ///
-/// @throws MetadataWriteFailure if there is no store "monolithic"
-/// @throws MetadataReadFailure if no store can read `from`
+/// @throws MetadataWriteFailure if there is no store "monolithic", or it cannot be opened
+/// @throws MetadataReadFailure if no store recognises `from`, or the one that does cannot be opened
 /// @throws host::FileSystemException if the scratch folder cannot be made or the file not copied
 /// @throws whatever the stores throw
 PROJECT_METADATA_EXPORT void writeMetadataToSingleFile(const host::Path& from, const host::Path& to);

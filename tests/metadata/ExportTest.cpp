@@ -10,6 +10,18 @@ using namespace test;
 
 namespace {
 
+/// A factory whose stores cannot be opened.
+struct ClosedFactory : MetadataManagerFactory {
+    explicit ClosedFactory(std::u16string factoryName) : name(std::move(factoryName)) {}
+
+    std::unique_ptr<MetadataManager> createManager(const host::Path& /*root*/) override { return nullptr; }
+    bool canManage(const host::Path& /*root*/) override { return true; }
+    std::u16string getName() override { return name; }
+    std::u16string getDescription() override { return u"for tests"; }
+
+    std::u16string name;
+};
+
 class ExportTest : public InstallationTest {
 protected:
     ExportTest() {
@@ -21,6 +33,10 @@ protected:
     ~ExportTest() override {
         EXPECT_TRUE(is_empty(temporary)) << "the scratch folder is left";
         unsetenv("TMPDIR");
+    }
+
+    void addClosed(const std::u16string& name) const {
+        framework->GetBundleContext().RegisterService<MetadataManagerFactory>(std::make_shared<ClosedFactory>(name));
     }
 
     void makeProject() const {
@@ -77,6 +93,9 @@ TEST_F(ExportTest, withoutAMonolithicStoreTheTargetIsLeftAlone) {
     makeProject();
     EXPECT_EQ(raised<MetadataWriteFailure>([&] { writeMetadataToSingleFile(from, to); }),
               (Texts{to.text(), u"there is no metadata store named \"monolithic\""}));
+    addClosed(u"monolithic");
+    EXPECT_EQ(raised<MetadataWriteFailure>([&] { writeMetadataToSingleFile(from, to); }),
+              (Texts{to.text(), u"the metadata store named \"monolithic\" could not be opened"}));
     EXPECT_EQ(readBytes(toStd(to)), "before");
 }
 
@@ -84,6 +103,10 @@ TEST_F(ExportTest, aProjectThatCannotBeReadLeavesTheTargetAlone) {
     install(MONOLITHIC_PLUGIN);
     EXPECT_EQ(raised<MetadataReadFailure>([&] { writeMetadataToSingleFile(from, to); }),
               (Texts{from.text(), u"no metadata store recognises the project in this folder"}));
+    addClosed(u"other");
+    EXPECT_EQ(
+        raised<MetadataReadFailure>([&] { writeMetadataToSingleFile(from, to); }),
+        (Texts{from.text(), u"the metadata store named \"other\" recognises the project, but could not be opened"}));
     const host::Path coreFile = from / u"resources/project/Project.xml";
     writeBytes(toStd(coreFile), "no XML");
     EXPECT_EQ(raised<MetadataReadFailure>([&] { writeMetadataToSingleFile(from, to); }), (Texts{coreFile.text(), u""}));
