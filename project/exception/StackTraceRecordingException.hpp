@@ -17,14 +17,16 @@ public:
     StackTraceRecordingException& operator=(const StackTraceRecordingException&) = default;
     ~StackTraceRecordingException() override;
 
-    /// A message for derived types to fill in; empty otherwise.
+    /// A message for derived types to fill in; empty in the errors of this library, whose text is `what()`.
     const std::u16string& getMessage() const noexcept { return message_; }
 
     /// Where the object was constructed; copies keep it.
     const host::StackTrace& getStackTrace() const noexcept { return stackTrace_; }
 
-private:
+protected:
     std::u16string message_;
+
+private:
     host::StackTrace stackTrace_;
 };
 

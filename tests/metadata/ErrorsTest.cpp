@@ -76,6 +76,15 @@ TEST(ErrorsTest, everyErrorAndItsCopiesAreCaughtByEachBaseWithMessageAndCause) {
     checkError<PutMetadataValueFailure>("PutMetadataValueFailure", u"\x01");
 }
 
+TEST(ErrorsTest, anExceptionOfSomebodyElseCarriesATextThatItsCopiesKeep) {
+    struct Error : computils::exception::StackTraceRecordingException {
+        explicit Error(const std::u16string& text) { message_ = text; }
+    };
+    const Error error(u"text");
+    EXPECT_EQ(Error(error).getMessage(), u"text");
+    EXPECT_EQ(project::exception::ProjectException().getMessage(), u"");
+}
+
 TEST(ErrorsTest, theCauseIsTheMessageOfTheExceptionBeingHandled) {
     const PutMetadataKeyFailure cause(u"1a");
     try {
