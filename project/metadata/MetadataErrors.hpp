@@ -22,25 +22,25 @@ struct MetadataMessage {
     static constexpr int argumentCount = count;
 };
 
-struct ReadOnlyMetadataFailure : MetadataMessage<1> {
+struct PROJECT_METADATA_EXPORT ReadOnlyMetadataFailure : MetadataMessage<1> {
     static constexpr const char* key = "ReadOnlyMetadataFailure";
 };
-struct MetadataWriteFailure : MetadataMessage<2> {
+struct PROJECT_METADATA_EXPORT MetadataWriteFailure : MetadataMessage<2> {
     static constexpr const char* key = "MetadataWriteFailure";
 };
-struct FailedToMakeMetadataWritable : MetadataMessage<2> {
+struct PROJECT_METADATA_EXPORT FailedToMakeMetadataWritable : MetadataMessage<2> {
     static constexpr const char* key = "FailedToMakeMetadataWritable";
 };
-struct ListChildFilesFailure : MetadataMessage<2> {
+struct PROJECT_METADATA_EXPORT ListChildFilesFailure : MetadataMessage<2> {
     static constexpr const char* key = "ListChildFilesFailure";
 };
-struct MetadataReadFailure : MetadataMessage<2> {
+struct PROJECT_METADATA_EXPORT MetadataReadFailure : MetadataMessage<2> {
     static constexpr const char* key = "MetadataReadFailure";
 };
-struct PutMetadataKeyFailure : MetadataMessage<1> {
+struct PROJECT_METADATA_EXPORT PutMetadataKeyFailure : MetadataMessage<1> {
     static constexpr const char* key = "PutMetadataKeyFailure";
 };
-struct PutMetadataValueFailure : MetadataMessage<1> {
+struct PROJECT_METADATA_EXPORT PutMetadataValueFailure : MetadataMessage<1> {
     static constexpr const char* key = "PutMetadataValueFailure";
 };
 

@@ -74,4 +74,13 @@ TEST(InterfaceTest, othersSeeTheInterfaceAndNothingElse) {
     const std::vector<std::string> names = exportedNames();
     EXPECT_THAT(names, testing::Each(isAllowed));
     EXPECT_THAT(names, testing::Contains("project::metadata::handleReadOnlyFile(host::Path const&)"));
+    for (const char* error :
+         {"ReadOnlyMetadataFailure", "MetadataWriteFailure", "FailedToMakeMetadataWritable", "ListChildFilesFailure",
+          "MetadataReadFailure", "PutMetadataKeyFailure", "PutMetadataValueFailure"}) {
+        // One type for all who catch it, whichever library they are in.
+        const std::string type = "host::MessageException<KORVEX::project::metadata::" + std::string(error) +
+                                 ", project::exception::ProjectException>";
+        EXPECT_THAT(names, testing::Contains("typeinfo for " + type));
+        EXPECT_THAT(names, testing::Contains("typeinfo for project::metadata::detail::NestedError<" + type + " >"));
+    }
 }
