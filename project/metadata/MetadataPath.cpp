@@ -1,8 +1,11 @@
 #include "project/metadata/MetadataPath.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -13,8 +16,13 @@ namespace {
 constexpr std::u16string_view typeEnd = u":";
 constexpr std::u16string_view elementEnd = u"|";
 
-/// All zeros, and so fit for use even before it is constructed.
-const std::vector<PathElement> noSteps;
+/// The steps of the root path. Built on first use and never destroyed, in memory that is there already.
+const std::vector<PathElement>& noSteps() noexcept {
+    using Nothing = std::vector<PathElement>;
+    alignas(Nothing) static std::array<std::byte, sizeof(Nothing)> memory;
+    static const Nothing* const nothing = new (memory.data()) Nothing;
+    return *nothing;
+}
 
 /// The text form of some elements, read piece by piece: type, ":", location, "|", type, ...
 class TextPieces {
@@ -134,7 +142,7 @@ MetadataPath::MetadataPath(std::vector<PathElement> path)
     : path_(path.empty() ? nullptr : std::make_shared<const std::vector<PathElement>>(std::move(path))) {}
 
 const std::vector<PathElement>& MetadataPath::getPath() const noexcept {
-    return path_ ? *path_ : noSteps;
+    return path_ ? *path_ : noSteps();
 }
 
 PathElement MetadataPath::getLeaf() const {
