@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "host/Export.hpp"
+#include "host/Text.hpp"
 
 namespace host {
 
@@ -30,9 +31,6 @@ HOST_EXPORT std::string getIdText(const MessageId& id);
 /// The sentence that the message catalog holds for `id`, its arguments filled in. An ID that the catalog does not
 /// hold gives the ID text and the arguments.
 HOST_EXPORT std::u16string getMessageText(const MessageId& id);
-
-/// `getMessageText` in UTF-8.
-HOST_EXPORT std::string getMessageTextUtf8(const MessageId& id);
 
 /// The interface of all errors with a message for the user. It does not derive from `std::exception`, because the
 /// other base of a `MessageException` does.
@@ -67,7 +65,7 @@ public:
     explicit MessageException(const std::u16string& first, const Arguments&... others)
         : id_{E::catalog, E::key, {first, std::u16string(others)...}},
           idText_(getIdText(id_)),
-          what_(getMessageTextUtf8(id_)) {
+          what_(toUtf8(getMessageText(id_))) {
         static_assert(1 + sizeof...(others) == E::argumentCount, "wrong number of arguments for this message");
     }
 

@@ -109,8 +109,4 @@ std::u16string getMessageText(const MessageId& id) {
     return text;
 }
 
-std::string getMessageTextUtf8(const MessageId& id) {
-    return toUtf8(getMessageText(id));
-}
-
 }  // namespace host
