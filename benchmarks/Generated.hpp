@@ -17,8 +17,8 @@ namespace benchmarks {
 /// `value` in decimal digits.
 std::u16string number(std::uint64_t value);
 
-/// `count` paths: 10 folders, in each of them others, in each of those at most 100 files. A path comes after its
-/// parent.
+/// `count` paths: 10 folders, in each of them others, in each of those at most 100 files. A path comes
+/// after its parent.
 std::vector<project::metadata::MetadataPath> makePaths(std::size_t count);
 
 /// A node with four attributes and a child with two.

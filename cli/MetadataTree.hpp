@@ -51,8 +51,8 @@ MetadataTree readTree(const host::Path& place);
 /// As `readTree`, for a project that is open already. `root` is its root folder.
 MetadataTree readTree(const project::metadata::MetadataManager& store, const host::Path& root);
 
-/// Replaces `file` in one step by what `tree`, which is no project, says, the line break at its end included or not as
-/// before.
+/// Replaces `file` in one step by what `tree`, which is no project, says, the line break at its end included or not
+/// as before.
 /// @throws MetadataWriteFailure, host::FileSystemException; the file is then as it was
 void writeTree(const MetadataTree& tree, const host::Path& file);
 

@@ -11,8 +11,8 @@
 
 namespace cli {
 
-/// The root folder of the project that the current folder lies in: the nearest folder, from that one upwards, that has
-/// metadata.
+/// The root folder of the project that the current folder lies in: the nearest folder, from that one upwards, that
+/// has metadata.
 /// @throws CommandError with `Status::notAProject` if there is none
 host::Path findRoot();
 

@@ -85,8 +85,8 @@ struct HOST_EXPORT FileSystem {
 
     /// Copies the content and the permissions of the regular file `from` to `to`, the process's file mode creation mask
     /// applied. With `CopyOption::none` an existing `to` is refused and left alone; otherwise it must be a regular
-    /// file, and is replaced in one step when the copy is complete. A copy that fails part-way leaves no new file
-    /// behind.
+    /// file, and is replaced in one step when the copy is complete. A copy that fails part-way leaves no new
+    /// file behind.
     /// @throws AccessDeniedException, FileSystemException
     static void copy_file(const Path& from, const Path& to, CopyOption option);
 

@@ -20,8 +20,8 @@ struct HOST_EXPORT Interruption {
     /// Wishes that what goes on should stop. May be called from a signal handler.
     static void request() noexcept;
 
-    /// From now on the wish is ignored, because what has been done cannot be taken back any more and what is left must
-    /// follow.
+    /// From now on the wish is ignored, because what has been done cannot be taken back any more and what is left
+    /// must follow.
     static void ignore() noexcept;
 
     /// @throws InterruptedException if it is wished and not ignored

@@ -32,8 +32,8 @@ public:
     ///
     /// Code units that stand for bytes give those bytes one by one, also where several of them happen to spell valid
     /// UTF-8: such a path, which `fromAccessName` never makes, names the same file as its spelling in characters. A
-    /// path with U+0000 names no file; `FileSystem` and `FileUtils` refuse it, while a stream would see the name end
-    /// there.
+    /// path with U+0000 names no file; `FileSystem` and `FileUtils` refuse it, while a stream would see the name
+    /// end there.
     std::string accessName() const;
 
     const std::u16string& text() const noexcept { return text_; }

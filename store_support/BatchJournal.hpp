@@ -47,7 +47,7 @@ bool isInterrupted(const host::Path& folder);
 /// For a reader: waits until no batch is being carried out in `folder`, and completes one that was interrupted. May be
 /// called from any thread.
 /// @throws as `FolderLock`; MetadataReadFailure naming the scratch folder, if it stays so and this process may not
-/// write
+///         write there
 void settle(const host::Path& folder);
 
 /// Gives `folder` a time of modification that it never had before. The file system's own are only as fine as its clock

@@ -233,8 +233,7 @@ void swapFolders(const Plan& plan, const fs::path& made) {
 }
 
 /// @throws CommandError if anything in the old folder, which may have another name now, is not as it was `before`, or
-/// may
-///         still change
+///         may still change
 void requireUnchanged(const FolderVersion& before, const fs::path& folder, const std::string& outcome) {
     if (const auto file = before.findDifference(FolderVersion(folder))) {
         throw CommandError(Status::foundProblems,

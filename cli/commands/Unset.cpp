@@ -25,8 +25,7 @@ namespace {
 
 namespace pm = project::metadata;
 
-/// The keys `texts` from the second on, each to go. Those that `node` does not have are reported; then nothing is to
-/// go.
+/// The keys `texts` from the second on, each to go; none if `node` has not all of them, which is reported.
 AttributeChanges findAttributes(const pm::MetadataNode& node, const std::vector<std::string>& texts) {
     const auto keys = node.getAttributeKeys();
     AttributeChanges changes;

@@ -1,5 +1,5 @@
-/// UTF-8 and UTF-16 with a choice of what becomes of text that is neither. Every function may be called from any
-/// thread.
+/// UTF-8 and UTF-16 with a choice of what becomes of text that is neither. Every function may be called
+/// from any thread.
 ///
 /// UTF-8 is what The Unicode Standard, section 3.9, calls well-formed: no overlong forms, no surrogates, nothing above
 /// U+10FFFF. Ill-formed text is dealt with unit by unit: decoding goes on right behind the first unit of it.

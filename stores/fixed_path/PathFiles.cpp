@@ -9,8 +9,8 @@
 // merged, are ordered by their elements. The content is the truth: a file whose name is not the one of its element is
 // damaged. Every existing path has a file; where it is missing, because one side of a merge removed a path below which
 // the other added one, the folder's name still tells the path. Other files in the folder are none of the store's
-// business. While a change is under way there is a file ".lock" (FolderLock.hpp) and a folder ".pending"
-// (BatchJournal.cpp).
+// business. While a change is under way there is a file ".lock" (FolderLock.hpp) and a folder
+// ".pending" (BatchJournal.cpp).
 
 #include "stores/fixed_path/PathFiles.hpp"
 

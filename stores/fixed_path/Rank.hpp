@@ -1,5 +1,5 @@
-/// The order of siblings, kept in the siblings' own files: each has a rank, and they are ordered by their ranks as
-/// texts.
+/// The order of siblings, kept in the siblings' own files: each has a rank, and they are ordered by their ranks
+/// as texts.
 ///
 /// A rank is a whole part and a fraction. The whole part is a letter "a" to "z", which stands for 1 to 26 digits, and
 /// that many digits "0-9A-Za-z" (base 62, in ASCII order), so that "az" < "b00" and counting up never runs into a

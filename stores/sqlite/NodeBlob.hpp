@@ -1,5 +1,5 @@
-/// A metadata node, with all nodes below it, as a sequence of bytes. The form is written down at the top of
-/// NodeBlob.cpp.
+/// A metadata node, with all nodes below it, as a sequence of bytes. The form is written down at the top
+/// of NodeBlob.cpp.
 ///
 /// No function keeps state; all may be called from any thread.
 #pragma once

@@ -1,5 +1,5 @@
-/// The tables of the database, with the statements that read and write them. The schema is written down at the top of
-/// PathTable.cpp.
+/// The tables of the database, with the statements that read and write them. The schema is written down at the top
+/// of PathTable.cpp.
 ///
 /// No operation opens a transaction or looks at who else has changed a row. All throw `SqliteError`, and
 /// `MetadataReadFailure` naming the file for rows that no store writes. One thread at a time may use an object.
@@ -64,8 +64,8 @@ public:
     /// No value if the path does not exist.
     std::optional<RowId> find(const project::metadata::MetadataPath& path);
 
-    /// Adds `path`, which does not exist, with `node`, and its missing ancestors without, each as the last child of its
-    /// parent.
+    /// Adds `path`, which does not exist, with `node`, and its missing ancestors without, each as the last child
+    /// of its parent.
     void add(const project::metadata::MetadataPath& path, const NodeValue& node, std::int64_t batch);
 
     RowId insert(RowId parent, const project::metadata::PathElement& element, std::int64_t position,

@@ -1,8 +1,8 @@
 // A bundle's way to the framework: it installs bundles, registers services and finds them.
 //
 // A context is valid from the start of its bundle to its stop. Afterwards, and on a default-constructed one, every
-// operation but the comparisons throws IllegalStateException (a std::runtime_error) "The bundle context is no longer
-// valid".
+// operation but the comparisons throws IllegalStateException (a std::runtime_error) "The bundle context is no
+// longer valid".
 //
 // Threads: a context is a handle. One handle is used by one thread at a time; handles of the same context may be used
 // by several, also while the bundle stops.
@@ -103,8 +103,8 @@ public:
         return std::static_pointer_cast<S>(GetService(static_cast<const ServiceReferenceBase&>(reference)));
     }
 
-    /// For getting the object of the service more than once. Throws std::invalid_argument like GetService. Needs
-    /// ServiceObjects.h.
+    /// For getting the object of the service more than once. Throws std::invalid_argument like GetService.
+    /// Needs ServiceObjects.h.
     template <class S>
     ServiceObjects<S> GetServiceObjects(const ServiceReference<S>& reference) {
         if (!record_)
