@@ -35,9 +35,11 @@ PROJECT_METADATA_EXPORT std::u16string stripExtension(const std::u16string& text
 PROJECT_METADATA_EXPORT void handleReadOnlyFile(const host::Path& path);
 
 /// Makes the folder `path` and all missing ones above it; none for the empty path, which is the current folder. If that
-/// is denied, the parent folder goes through `handleReadOnlyFile` and it is tried once more.
-/// @throws ReadOnlyMetadataFailure if it is still denied, MetadataWriteFailure for any other reason,
-///         FailedToMakeMetadataWritable
+/// is denied, the parent folder, or what it leads to if it is a symbolic link, goes through `handleReadOnlyFile` and it
+/// is tried once more.
+/// @throws MetadataWriteFailure if the first attempt fails for any other reason
+/// @throws ReadOnlyMetadataFailure if the second one fails, for whatever reason
+/// @throws FailedToMakeMetadataWritable; errors of the settings
 PROJECT_METADATA_EXPORT void makeFolder(const host::Path& path);
 
 /// The full names of everything that lies directly in `folder`, in no particular order; none for the empty path.
@@ -47,7 +49,10 @@ PROJECT_METADATA_EXPORT std::vector<host::Path> listChildFiles(const host::Path&
 /// Deletes files, and folders with everything below them, in ascending order; those that do not exist are skipped.
 /// Where that is denied, the parent folder, if read-only, and the path itself go through `handleReadOnlyFile` and it
 /// is tried once more. The permissions of what a symbolic link leads to stay. The first error ends it.
-/// @throws ReadOnlyMetadataFailure, MetadataWriteFailure, FailedToMakeMetadataWritable
+/// @throws MetadataWriteFailure if the first attempt fails for any other reason
+/// @throws ReadOnlyMetadataFailure if the second one fails, for whatever reason
+/// @throws FailedToMakeMetadataWritable; errors of the settings; host::FileSystemException if it cannot be found out
+///         whether the parent folder is read-only
 PROJECT_METADATA_EXPORT void deleteFiles(const std::vector<host::Path>& paths);
 
 /// The library's one logger, channel "project::metadata".

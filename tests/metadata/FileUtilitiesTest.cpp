@@ -42,6 +42,29 @@ TEST_F(FileUtilitiesTest, aFolderIsMadeWithAllAboveItAlsoInAReadOnlyOneIfTheSett
     EXPECT_TRUE(is_directory(folder / "a/locked/b"));
 }
 
+TEST_F(FileUtilitiesTest, aSecondAttemptThatFailsIsTheFaultOfTheReadOnlyFolderWhateverItsReason) {
+    struct Settings : host::SettingsGroup, std::enable_shared_from_this<Settings> {
+        std::shared_ptr<const host::SettingsGroup> getGroup(const std::string&) const override {
+            return shared_from_this();
+        }
+        // Between the two attempts.
+        std::u16string getText(const std::string&, const std::string&) const override {
+            std::filesystem::remove(locked);
+            writeBytes(locked, "now a file");
+            return u"yes";
+        }
+        std::filesystem::path locked;
+    };
+    const UnprivilegedUser user;
+    const auto settings = std::make_shared<Settings>();
+    settings->locked = folder / "locked";
+    const SettingsOverride override(settings);
+    std::filesystem::create_directory(folder / "locked");
+    protect(folder / "locked");
+    EXPECT_EQ(raised<ReadOnlyMetadataFailure>([&] { makeFolder(at(u"locked/b")); }),
+              (Texts{at(u"locked/b").text(), messageOfNested}));
+}
+
 TEST_F(FileUtilitiesTest, listsEverythingDirectlyInAFolder) {
     const Paths files{makeFile(u"a"), makeFile(u".hidden"), makeFile(toPath("no\xFFutf8").text())};
     std::filesystem::create_symlink("nowhere", folder / "link");
