@@ -9,23 +9,19 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <system_error>
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
+#include "store_support/FileReplacement.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
 using host::Path;
 using project::metadata::getParentFolder;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 
 namespace {
 
@@ -70,20 +66,6 @@ void requireFeasible(const FileBatch& batch) {
         requireFeasibleFolder(folder);
 }
 
-/// Writes one new file. @return the cause if that failed
-std::optional<std::u16string> tryToStage(const FileBatch& batch, std::size_t index, const Path& staged) {
-    try {
-        errno = 0;
-        batch.write(index, staged);
-        return std::nullopt;
-    } catch (const MetadataWriteFailure& error) {
-        // The XML writer does not say why it failed, but the system call that did is the last one that failed.
-        const int reason = errno == 0 ? EIO : errno;
-        const auto& cause = std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
-        return cause.empty() ? host::fromUtf8(std::generic_category().message(reason)) : cause;
-    }
-}
-
 /// Writes the new files. An error names the file itself, not the staged one. @return the steps that are to follow
 Journal stage(const FileBatch& batch) {
     const std::size_t prefixLength = (batch.folder / u"-").accessName().size() - 1;
@@ -92,8 +74,7 @@ Journal stage(const FileBatch& batch) {
         host::Interruption::throwIfRequested();
         const Path& file = batch.filesToWrite[i];
         const Path staged = getStagedFile(batch.folder, i);
-        if (const auto cause = tryToStage(batch, i, staged))
-            raise<MetadataWriteFailure>(file.text(), *cause);
+        writeStaged([&](const Path& place) { batch.write(i, place); }, staged, file);
         const auto mode = findMode(file);
         if (mode && S_ISREG(*mode))
             chmod(staged.accessName().c_str(), *mode & 07777);

@@ -1,0 +1,210 @@
+#include "store_support/FileReplacement.hpp"
+
+#include <fcntl.h>
+#include <linux/limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <optional>
+#include <random>
+#include <string>
+#include <system_error>
+
+#include "host/FileUtils.hpp"
+#include "host/Interruption.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/StoreErrors.hpp"
+
+namespace store_support {
+
+using host::Path;
+using project::metadata::MetadataWriteFailure;
+using project::metadata::raise;
+using Status = struct stat;
+
+namespace {
+
+/// @param examine stat(2) or lstat(2)
+/// @return no value if nothing has the name `path`
+/// @param file for the error
+std::optional<Status> findStatus(int (*examine)(const char*, Status*), const Path& path, const Path& file) {
+    Status status{};
+    if (examine(path.accessName().c_str(), &status) == 0)
+        return status;
+    if (errno != ENOENT)
+        raiseSystemError(file, errno);
+    return std::nullopt;
+}
+
+/// Where the symbolic link `file` leads to in the end; `file` itself if it is none. What is there need not exist.
+Path findEnd(const Path& file) {
+    constexpr int maximumLinks = 40;  // as in path_resolution(7)
+    Path end = file;
+    for (int i = 0; i < maximumLinks; ++i) {
+        std::array<char, PATH_MAX> target{};
+        const ssize_t length = readlink(end.accessName().c_str(), target.data(), target.size());
+        if (length < 0)
+            return end;
+        end = end.parentPath() / Path::fromAccessName({target.data(), static_cast<std::size_t>(length)});
+    }
+    raiseSystemError(file, ELOOP);
+}
+
+void requireRegular(const Path& file, mode_t mode) {
+    const char16_t* kind = nullptr;
+    if (S_ISDIR(mode))
+        kind = u"a folder";
+    else if (S_ISCHR(mode) || S_ISBLK(mode))
+        kind = u"a device";
+    else if (S_ISFIFO(mode))
+        kind = u"a pipe";
+    else if (!S_ISREG(mode))
+        kind = u"no regular file";
+    if (kind)
+        raise<MetadataWriteFailure>(file.text(), u"it is " + std::u16string(kind) + u", and is not replaced");
+}
+
+/// A new empty file beside another one, which goes again unless it gets that one's place.
+class StagedFile {
+public:
+    /// @param isPrivate whether only its owner may look into it, until it gets other permissions
+    StagedFile(const Path& target, bool isPrivate, const Path& file) {
+        const mode_t mode = isPrivate ? 0600 : 0666;
+        int descriptor = -1;
+        do {
+            const std::uint64_t number = std::uint64_t{random_()} << 32 | random_();
+            path_ = target.parentPath() / host::fromUtf8(".replacement-" + std::to_string(number));
+            descriptor = open(path_.accessName().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
+        } while (descriptor < 0 && errno == EEXIST);
+        if (descriptor < 0)
+            raiseSystemError(file, errno);
+        close(descriptor);
+    }
+
+    ~StagedFile() {
+        if (!isPlaced_)
+            unlink(path_.accessName().c_str());
+    }
+
+    StagedFile(const StagedFile&) = delete;
+    StagedFile& operator=(const StagedFile&) = delete;
+
+    const Path& path() const noexcept { return path_; }
+
+    /// @return the reason why it failed, 0 if it did not
+    int replace(const Path& target) {
+        isPlaced_ = std::rename(path_.accessName().c_str(), target.accessName().c_str()) == 0;
+        return isPlaced_ ? 0 : errno;
+    }
+
+    /// As `replace`, where nothing has the name `target`; with EEXIST if something has.
+    int place(const Path& target) {
+        const std::string from = path_.accessName();
+        const std::string to = target.accessName();
+        isPlaced_ = renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+        if (isPlaced_ || errno != EINVAL)
+            return isPlaced_ ? 0 : errno;
+        // A file system that cannot do that may have links. The first name goes at the end.
+        return link(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+    }
+
+private:
+    std::random_device random_;
+    Path path_;
+    bool isPlaced_ = false;
+};
+
+/// Gives the file `descriptor` the owner and permissions `old`. To somebody else than the old owner no program is
+/// handed that runs as its owner.
+void takeAttributes(int descriptor, const Status& old) {
+    const bool isSameOwner = fchown(descriptor, old.st_uid, old.st_gid) == 0;
+    if (!isSameOwner)
+        static_cast<void>(fchown(descriptor, static_cast<uid_t>(-1), old.st_gid) == 0);
+    fchmod(descriptor, old.st_mode & (isSameOwner ? 07777 : 0777));
+}
+
+/// @param old what is replaced
+/// @return the reason why it failed, 0 if it did not
+int complete(const Path& staged, const std::optional<Status>& old) {
+    const int descriptor = open(staged.accessName().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (descriptor < 0)
+        return errno;
+    if (old)
+        takeAttributes(descriptor, *old);
+    const int reason = fsync(descriptor) == 0 ? 0 : errno;
+    close(descriptor);
+    return reason;
+}
+
+Path getFolder(const Path& file) {
+    const Path folder = file.parentPath();
+    return folder.empty() ? Path(u".") : folder;
+}
+
+}  // namespace
+
+void replaceFile(const Path& file, const FileWriter& write) {
+    const Path target = findEnd(file);
+    // The system follows the link too, and refuses that where a stranger may have put it.
+    const auto old = findStatus(stat, file, file);
+    const auto found = findStatus(lstat, target, file);
+    if (old.has_value() != found.has_value() || (old && (old->st_ino != found->st_ino || old->st_dev != found->st_dev)))
+        raise<MetadataWriteFailure>(file.text(), u"somebody else is changing the link just now");
+    if (old) {
+        requireRegular(file, old->st_mode);
+        requireWritable(target);
+    }
+    StagedFile staged(target, old.has_value(), file);
+    writeStaged(write, staged.path(), file);
+    host::Interruption::throwIfRequested();
+    if (const int reason = complete(staged.path(), old))
+        raiseSystemError(file, reason);
+    if (const int reason = staged.replace(target))
+        raiseSystemError(file, reason);
+    flushFile(getFolder(target));
+}
+
+void replaceFile(const Path& file, std::string_view content) {
+    replaceFile(file, [content](const Path& staged) {
+        errno = 0;
+        std::ofstream stream(staged.accessName(), std::ios::binary | std::ios::trunc);
+        stream.write(content.data(), static_cast<std::streamsize>(content.size())).flush();
+        if (!stream)
+            raiseSystemError(staged, errno == 0 ? EIO : errno);
+    });
+}
+
+void makeFile(const Path& file, const FileWriter& write) {
+    if (findStatus(lstat, file, file))
+        raiseSystemError(file, EEXIST);
+    StagedFile staged(file, false, file);
+    writeStaged(write, staged.path(), file);
+    host::Interruption::throwIfRequested();
+    if (const int reason = complete(staged.path(), std::nullopt))
+        raiseSystemError(file, reason);
+    if (const int reason = staged.place(file))
+        raiseSystemError(file, reason);
+    flushFile(getFolder(file));
+}
+
+void writeStaged(const FileWriter& write, const Path& staged, const Path& file) {
+    try {
+        errno = 0;
+        write(staged);
+    } catch (const MetadataWriteFailure& error) {
+        // The XML writer does not say why it failed, but the system call that did is the last one that failed.
+        const int reason = errno == 0 ? EIO : errno;
+        const auto& cause = std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
+        raise<MetadataWriteFailure>(file.text(),
+                                    cause.empty() ? host::fromUtf8(std::generic_category().message(reason)) : cause);
+    }
+}
+
+}  // namespace store_support
