@@ -69,7 +69,11 @@ int waitForLock(const Path& file, std::chrono::milliseconds limit) {
 
 }  // namespace
 
-FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit) : file_(folder / u".lock") {
+Path getLockFile(const Path& folder) {
+    return folder / u".lock";
+}
+
+FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit) : file_(getLockFile(folder)) {
     project::metadata::makeFolder(folder);
     requireWritable(folder);
     descriptor_ = waitForLock(file_, limit);

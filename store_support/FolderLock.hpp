@@ -7,6 +7,9 @@
 
 namespace store_support {
 
+/// The file that is locked in the metadata folder `folder`. May be called from any thread.
+host::Path getLockFile(const host::Path& folder);
+
 /// How long somebody waits for somebody else.
 constexpr std::chrono::milliseconds lockLimit = std::chrono::seconds(10);
 

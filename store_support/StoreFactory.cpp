@@ -16,8 +16,10 @@
 
 namespace store_support {
 
+using project::metadata::FileContent;
 using project::metadata::FileJob;
 using project::metadata::FileJobManager;
+using project::metadata::MetadataFileFormat;
 using project::metadata::MetadataManager;
 using project::metadata::MetadataReadFailure;
 using project::metadata::ProjectMetadataLocation;
@@ -46,10 +48,37 @@ bool hasOnlyCoreFile(const host::Path& folder) {
     });
 }
 
-}  // namespace
+class StoreFactory : public project::metadata::MetadataManagerFactory {
+public:
+    StoreFactory(StoreKind kind, const cppmicroservices::BundleContext& context)
+        : kind_(std::move(kind)), context_(context) {}
 
-StoreFactory::StoreFactory(StoreKind kind, const cppmicroservices::BundleContext& context)
-    : kind_(std::move(kind)), context_(context) {}
+    std::unique_ptr<MetadataManager> createManager(const host::Path& root) override;
+    bool canManage(const host::Path& root) override;
+    std::u16string getName() override { return kind_.name; }
+    std::u16string getDescription() override { return kind_.description; }
+
+protected:
+    const StoreKind& kind() const noexcept { return kind_; }
+
+private:
+    StoreKind kind_;
+    cppmicroservices::BundleContext context_;
+};
+
+/// The factory of a kind with a file format.
+class FileStoreFactory final : public StoreFactory, public MetadataFileFormat {
+public:
+    using StoreFactory::StoreFactory;
+
+    std::vector<std::u16string> getFilePatterns() const override { return kind().fileFormat->getFilePatterns(); }
+    std::optional<FileContent> readFile(const host::Path& file) const override {
+        return kind().fileFormat->readFile(file);
+    }
+    void writeFile(const FileContent& content, const host::Path& file) const override {
+        kind().fileFormat->writeFile(content, file);
+    }
+};
 
 std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& root) {
     const ProjectMetadataLocation location(root);
@@ -88,12 +117,13 @@ bool StoreFactory::canManage(const host::Path& root) {
     }
 }
 
-std::u16string StoreFactory::getName() {
-    return kind_.name;
-}
+}  // namespace
 
-std::u16string StoreFactory::getDescription() {
-    return kind_.description;
+std::shared_ptr<project::metadata::MetadataManagerFactory> makeStoreFactory(
+    StoreKind kind, const cppmicroservices::BundleContext& context) {
+    if (kind.fileFormat)
+        return std::make_shared<FileStoreFactory>(std::move(kind), context);
+    return std::make_shared<StoreFactory>(std::move(kind), context);
 }
 
 }  // namespace store_support

@@ -9,6 +9,7 @@
 
 #include "host/Path.hpp"
 #include "project/metadata/FileJob.hpp"
+#include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManagerFactory.hpp"
 
 namespace store_support {
@@ -32,22 +33,14 @@ struct StoreKind {
     /// Whether all content is in the core file. That is read as a whole when the store is opened, and need not be
     /// before, to find out whether it can be.
     bool isAllInCoreFile = false;
+
+    /// How single files are read and written; null for a kind whose files say nothing by themselves.
+    std::shared_ptr<const project::metadata::MetadataFileFormat> fileFormat = nullptr;
 };
 
-/// May be used by several threads at once.
-class StoreFactory : public project::metadata::MetadataManagerFactory {
-public:
-    /// @param context where to look for a `FileJobManager`
-    StoreFactory(StoreKind kind, const cppmicroservices::BundleContext& context);
-
-    std::unique_ptr<project::metadata::MetadataManager> createManager(const host::Path& root) override;
-    bool canManage(const host::Path& root) override;
-    std::u16string getName() override;
-    std::u16string getDescription() override;
-
-private:
-    StoreKind kind_;
-    cppmicroservices::BundleContext context_;
-};
+/// The factory of stores of that kind, which is a `MetadataFileFormat` besides if the kind has one.
+/// @param context where to look for a `FileJobManager`
+std::shared_ptr<project::metadata::MetadataManagerFactory> makeStoreFactory(
+    StoreKind kind, const cppmicroservices::BundleContext& context);
 
 }  // namespace store_support

@@ -62,13 +62,15 @@ public:
     /// The names of such files, relative to the metadata folder, as patterns of gitattributes(5), such as "**/*.xml".
     virtual std::vector<std::u16string> getFilePatterns() const = 0;
 
-    /// @return what `file`, whatever its name, holds; no value if it is none of this kind of store's
+    /// @param file a regular file or a link to one, whatever its name
+    /// @return what it holds; no value if it is none of this kind of store's
     /// @throws project::metadata::MetadataReadFailure if it is one, and damaged or with anything in it that `writeFile`
-    ///         would not write again
+    ///         would not write again; or if it cannot be read at all
     virtual std::optional<FileContent> readFile(const host::Path& file) const = 0;
 
     /// Writes `content`, which `readFile` answered or which was merged of such, to `file`, in place of what is there.
-    /// @throws as `writeToFile`
+    /// @throws project::metadata::MetadataWriteFailure, also for content that could not be read back; and as
+    ///         `writeToFile`
     virtual void writeFile(const FileContent& content, const host::Path& file) const = 0;
 
 protected:

@@ -6,6 +6,7 @@
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"
+#include "store_support/StoreFiles.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
@@ -103,6 +104,14 @@ void FixedPathManager::setPaths(const std::vector<MetadataPath>& paths) {
 std::vector<project::metadata::MetadataDamage> FixedPathManager::findDamage() const {
     settle(files_.getFolder());
     return files_.findDamage();
+}
+
+std::vector<project::metadata::StoreFile> FixedPathManager::listFiles() const {
+    settle(files_.getFolder());
+    std::vector<project::metadata::StoreFile> files;
+    for (const Path& file : files_.list(files_.getFolder()))
+        files.push_back({file, true});
+    return store_support::listStoreFiles(files_.getFolder(), std::move(files));
 }
 
 void FixedPathManager::markExistenceSeen(const Path& file, const PathFile* content) const {

@@ -8,6 +8,7 @@
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
+#include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/fixed_path/PathFileChange.hpp"
@@ -20,7 +21,9 @@ namespace stores::fixed_path {
 /// `PathFileChange`, `FileBatch` and `TreeRules` throw; all operations what `settle` throws.
 ///
 /// Whether somebody else has changed a node is told by its file, so a new rank in it counts as a change too.
-class FixedPathManager : public project::metadata::MetadataManager, public project::metadata::DamageReporter {
+class FixedPathManager : public project::metadata::MetadataManager,
+                         public project::metadata::DamageReporter,
+                         public project::metadata::StoreFileLister {
 public:
     /// @param folder the metadata folder, which need not exist
     FixedPathManager(const host::Path& folder, store_support::JobRunner runJob);
@@ -40,6 +43,7 @@ public:
     bool hasPath(const project::metadata::MetadataPath& path) const override;
     void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
+    std::vector<project::metadata::StoreFile> listFiles() const override;
 
 private:
     /// What `file` says for the user of this store; null if it does not exist.

@@ -154,6 +154,10 @@ bool isNodeFile(const host::Path& path) {
     return hasSeparator(path) && project::metadata::ends_with(path.fileName().text(), extension);
 }
 
+std::u16string nodeFilePattern() {
+    return std::u16string(u"**/*") + separator + u"*" + extension;
+}
+
 bool isNodeFolder(const host::Path& path) {
     return hasSeparator(path) && !isNodeFile(path);
 }

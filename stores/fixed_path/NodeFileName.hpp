@@ -28,6 +28,9 @@ std::optional<project::metadata::PathElement> parseNodeFolderName(const std::u16
 /// Whether `path` could be the file of a path element, by its name.
 bool isNodeFile(const host::Path& path);
 
+/// What `isNodeFile` finds, in a metadata folder and below, as a pattern of gitattributes(5).
+std::u16string nodeFilePattern();
+
 /// Whether `path` could be the folder of a path element's children, by its name.
 bool isNodeFolder(const host::Path& path);
 

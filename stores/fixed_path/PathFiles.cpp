@@ -14,7 +14,6 @@
 
 #include "stores/fixed_path/PathFiles.hpp"
 
-#include <sys/stat.h>
 #include <time.h>
 
 #include <algorithm>
@@ -33,6 +32,7 @@
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
+#include "store_support/StoreFiles.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
@@ -49,6 +49,7 @@ using store_support::FileVersion;
 using store_support::getFileVersion;
 using store_support::getPathElement;
 using store_support::getReadProblem;
+using store_support::isFolder;
 using store_support::logDamage;
 using store_support::pathElementName;
 using store_support::projectElementName;
@@ -62,13 +63,8 @@ namespace {
 
 const std::u16string rankKey = u"Rank";
 const std::u16string extension = u".xml";
+const PathFile nothing{{u"", u""}, {}, nullptr, {}};
 const std::u16string missing = u"it is missing, while there are paths below it";
-
-/// A symbolic link to a folder does not count: nothing outside the metadata folder is touched.
-bool isFolder(const Path& path) {
-    struct stat status {};
-    return lstat(path.accessName().c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
 
 bool isBefore(const PathFilePtr& a, const PathFilePtr& b) {
     if (a->rank == b->rank)
@@ -159,25 +155,18 @@ PathFilePtr PathFiles::read(const Path& file) const {
 }
 
 PathFile PathFiles::parse(const Path& file) const {
-    std::optional<PathElement> element;
-    PathFile content{{u"", u""}, {}, nullptr, {}};
+    const bool isRoot = file == coreFile_;
+    PathFile content = nothing;
     try {
-        const auto xml = project::metadata::readFromFile(file);
-        if (file != coreFile_) {
-            element = getPathElement(*xml, file);
-            requireName(file, nodeFileName(*element));
-            content.rank = getRank(*xml);
-            content.damage = content.rank.empty() ? u"its " + rankKey + u" is missing or invalid" : u"";
-        }
-        content.node = store_support::getNode(*xml, file);
+        PathFile read = fromXml(*project::metadata::readFromFile(file), isRoot, file);
+        if (!isRoot)
+            requireName(file, nodeFileName(read.element));
+        content = std::move(read);
     } catch (const MetadataReadFailure& error) {
         content.damage = getReadProblem(file, error);
     }
-    if (!content.damage.empty() && file != coreFile_) {
-        content.rank.clear();
-        element = parseFileName(file);
-    }
-    content.element = element.value_or(content.element);
+    if (!content.damage.empty() && !isRoot)
+        content.element = parseFileName(file).value_or(nothing.element);
     return content;
 }
 
@@ -287,6 +276,25 @@ void PathFiles::forget(const Path& file) const {
 bool PathFiles::isSeen(const Path& file) const {
     const auto version = getFileVersion(file);
     return !version || version->changed <= beginning_ || seen_.count(getContentVersion(*version)) != 0;
+}
+
+bool isCoreFile(const MetadataNode& root) {
+    return root.getName() == projectElementName && root.get(project::metadata::metadataTypeKey()) == fixedPathName;
+}
+
+bool isPathFile(const MetadataNode& root) {
+    return isCoreFile(root) || root.getName() == pathElementName;
+}
+
+PathFile fromXml(const MetadataNode& xml, bool isRoot, const Path& file) {
+    PathFile content = nothing;
+    if (!isRoot) {
+        content.element = getPathElement(xml, file);
+        content.rank = getRank(xml);
+        content.damage = content.rank.empty() ? u"its " + rankKey + u" is missing or invalid" : u"";
+    }
+    content.node = store_support::getNode(xml, file);
+    return content;
 }
 
 std::unique_ptr<MetadataNode> toXml(const PathFile& content, bool isRoot) {

@@ -104,6 +104,16 @@ private:
         seen_;  // the user knows these
 };
 
+/// Whether `root` is the root of a "fixedPath" store's core file.
+bool isCoreFile(const project::metadata::MetadataNode& root);
+
+/// Whether `root` is the root of a core file or of another path's file, damaged or not.
+bool isPathFile(const project::metadata::MetadataNode& root);
+
+/// What `file` with the root `xml` says, `isRoot` for the core file. Its name is not looked at.
+/// @throws project::metadata::MetadataReadFailure naming `file`, if it does not name a path, or not its one node
+PathFile fromXml(const project::metadata::MetadataNode& xml, bool isRoot, const host::Path& file);
+
 /// The XML of a file that says `content`, `isRoot` for the core file.
 std::unique_ptr<project::metadata::MetadataNode> toXml(const PathFile& content, bool isRoot);
 

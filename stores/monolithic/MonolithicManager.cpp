@@ -12,6 +12,7 @@
 #include "store_support/FileBatch.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
+#include "store_support/StoreFiles.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace stores::monolithic {
@@ -234,6 +235,10 @@ void MonolithicManager::setPaths(const std::vector<MetadataPath>& paths) {
 std::vector<project::metadata::MetadataDamage> MonolithicManager::findDamage() const {
     load();
     return damage_;
+}
+
+std::vector<project::metadata::StoreFile> MonolithicManager::listFiles() const {
+    return store_support::listStoreFiles(folder_, {});
 }
 
 void MonolithicManager::change(const Edit& edit) {

@@ -11,6 +11,7 @@
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
+#include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "store_support/FileVersion.hpp"
 #include "store_support/FolderLock.hpp"
@@ -31,7 +32,9 @@ struct Draft {
 /// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw
 /// `MetadataReadFailure` if the file cannot be read as XML; of what is damaged inside, the rest is read. Changing ones
 /// throw `MetadataWriteFailure` for a file that is damaged in any way, and what `FileBatch` and `TreeRules` throw.
-class MonolithicManager : public project::metadata::MetadataManager, public project::metadata::DamageReporter {
+class MonolithicManager : public project::metadata::MetadataManager,
+                          public project::metadata::DamageReporter,
+                          public project::metadata::StoreFileLister {
 public:
     /// @param folder the metadata folder, which need not exist
     /// @throws project::metadata::MetadataReadFailure if the file cannot be read as XML
@@ -52,6 +55,7 @@ public:
     bool hasPath(const project::metadata::MetadataPath& path) const override;
     void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
+    std::vector<project::metadata::StoreFile> listFiles() const override;
 
 private:
     /// Makes the new content of the old.

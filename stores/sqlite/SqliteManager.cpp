@@ -6,6 +6,7 @@
 #include "host/TempDirGuard.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "store_support/StoreFiles.hpp"
 #include "store_support/TreeRules.hpp"
 #include "stores/sqlite/Damage.hpp"
 #include "stores/sqlite/NodeBlob.hpp"
@@ -141,6 +142,16 @@ std::vector<project::metadata::MetadataDamage> SqliteManager::findDamage() const
             damage.push_back({database_.getFile(), std::move(problem)});
     });
     return damage;
+}
+
+std::vector<project::metadata::StoreFile> SqliteManager::listFiles() const {
+    // What SQLite has beside a database while it is open (https://sqlite.org/tempfiles.html). The log and the rollback
+    // journal hold what is not in the database yet, or not any more.
+    const Path& file = database_.getFile();
+    const auto beside = [&](const char16_t* ending) { return Path(file.text() + ending); };
+    return store_support::listStoreFiles(
+        file.parentPath(),
+        {{file, true}, {beside(u"-journal"), true}, {beside(u"-wal"), true}, {beside(u"-shm"), false}});
 }
 
 NodeValue SqliteManager::readNode(const MetadataPath& path) const {

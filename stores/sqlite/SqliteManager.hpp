@@ -11,6 +11,7 @@
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
+#include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
@@ -21,7 +22,9 @@ namespace stores::sqlite {
 /// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw
 /// `MetadataReadFailure` for a damaged database; changing ones throw that too, and what `Database::change` and
 /// `TreeRules` throw.
-class SqliteManager : public project::metadata::MetadataManager, public project::metadata::DamageReporter {
+class SqliteManager : public project::metadata::MetadataManager,
+                      public project::metadata::DamageReporter,
+                      public project::metadata::StoreFileLister {
 public:
     /// @param folder the metadata folder, which need not exist
     /// @param limit how long to wait for another program
@@ -44,6 +47,7 @@ public:
     bool hasPath(const project::metadata::MetadataPath& path) const override;
     void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
+    std::vector<project::metadata::StoreFile> listFiles() const override;
 
 private:
     /// The node value at `path`, which counts as read then.

@@ -1,0 +1,22 @@
+/// Which files in a metadata folder are a store's.
+///
+/// No function keeps state; all may be called from any thread.
+#pragma once
+
+#include <vector>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataFiles.hpp"
+
+namespace store_support {
+
+/// Whether `path` is a folder. A symbolic link to one is none: nothing outside a metadata folder is a store's.
+bool isFolder(const host::Path& path);
+
+/// The answer of `StoreFileLister::listFiles` for a store in the metadata folder `folder`: what there is of `files`,
+/// and besides the core file, the lock and what a change has in the scratch folder.
+/// @throws project::metadata::ListChildFilesFailure
+std::vector<project::metadata::StoreFile> listStoreFiles(const host::Path& folder,
+                                                         std::vector<project::metadata::StoreFile> files);
+
+}  // namespace store_support

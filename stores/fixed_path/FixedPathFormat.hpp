@@ -1,0 +1,16 @@
+/// The files of a "fixedPath" store by themselves.
+#pragma once
+
+#include "project/metadata/MetadataFiles.hpp"
+
+namespace stores::fixed_path {
+
+/// A file holds one path, whose place is its rank; the core file holds the root path. Has no state.
+class FixedPathFormat : public project::metadata::MetadataFileFormat {
+public:
+    std::vector<std::u16string> getFilePatterns() const override;
+    std::optional<project::metadata::FileContent> readFile(const host::Path& file) const override;
+    void writeFile(const project::metadata::FileContent& content, const host::Path& file) const override;
+};
+
+}  // namespace stores::fixed_path

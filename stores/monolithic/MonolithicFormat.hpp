@@ -1,0 +1,16 @@
+/// The file of a "monolithic" store by itself.
+#pragma once
+
+#include "project/metadata/MetadataFiles.hpp"
+
+namespace stores::monolithic {
+
+/// A file holds all paths, in their order. Has no state.
+class MonolithicFormat : public project::metadata::MetadataFileFormat {
+public:
+    std::vector<std::u16string> getFilePatterns() const override;
+    std::optional<project::metadata::FileContent> readFile(const host::Path& file) const override;
+    void writeFile(const project::metadata::FileContent& content, const host::Path& file) const override;
+};
+
+}  // namespace stores::monolithic
