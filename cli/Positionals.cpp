@@ -9,9 +9,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli/Errors.hpp"
 #include "cli/Options.hpp"
-#include "cli/Project.hpp"
+#include "cli/text/Errors.hpp"
+#include "host/FileUtils.hpp"
+#include "operations/Project.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
 
@@ -36,6 +38,23 @@ std::size_t countRequired(const std::vector<Positional>& arguments) {
     return static_cast<std::size_t>(std::count_if(arguments.begin(), arguments.end(), [](const Positional& argument) {
         return argument.kind != Positional::Kind::optional;
     }));
+}
+
+/// The root folder of the project that the current folder lies in: the nearest folder, from that one upwards, that has
+/// metadata.
+/// @throws CommandError with `Status::notAProject` if there is none
+host::Path findRoot() {
+    host::Path folder = host::FileUtils::makeAbsolute({});
+    while (!project::metadata::ProjectMetadataLocation(folder).hasCoreFile()) {
+        const host::Path parent = folder.parentPath();
+        if (parent == folder) {
+            throw CommandError(Status::notAProject,
+                               "Neither the current folder nor one above it is a project; name one, or create it with "
+                               "\"project-metadata init\"");
+        }
+        folder = parent;
+    }
+    return folder;
 }
 
 /// As `findRoot`, for a command line with `argument`, which could have been ROOT if it named a folder.
@@ -78,7 +97,7 @@ bool Positionals::hasRoot(const std::vector<std::string>& given) const {
     const bool isEnough = given.size() > countRequired(arguments_);
     const std::string& candidate = place_ == RootPlace::first ? given.front() : given.back();
     // "/" is how the root path is written.
-    return isEnough && candidate != "/" && leadsToFolder(candidate);
+    return isEnough && candidate != "/" && operations::leadsToFolder(candidate);
 }
 
 Positionals::Values Positionals::get() const {

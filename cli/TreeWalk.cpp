@@ -3,9 +3,9 @@
 #include <string>
 #include <utility>
 
-#include "cli/Errors.hpp"
-#include "cli/Output.hpp"
-#include "cli/Project.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
 #include "host/Interruption.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 

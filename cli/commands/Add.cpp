@@ -10,14 +10,14 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/StoreChange.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
 #include "host/Interruption.hpp"
+#include "operations/Project.hpp"
+#include "operations/StoreChange.hpp"
 
 namespace cli {
 
@@ -41,7 +41,7 @@ std::vector<pm::MetadataPath> insertPath(const pm::MetadataManager& store, const
     }
     requirePath(store, sibling);
     Progress progress("Reading");
-    std::vector<pm::MetadataPath> paths = listPaths(store, {}, progress);
+    std::vector<pm::MetadataPath> paths = operations::listPaths(store, {}, progress);
     const auto place = std::find(paths.begin(), paths.end(), sibling);
     paths.insert(flags.before ? place : place + 1, path);
     return paths;
@@ -49,7 +49,7 @@ std::vector<pm::MetadataPath> insertPath(const pm::MetadataManager& store, const
 
 Status add(const Positionals::Values& values, const Flags& flags) {
     const pm::MetadataPath path = parsePath(values.texts[0]);
-    const auto store = openProject(values.root);
+    const auto store = operations::openProject(values.root);
     if (store->hasPath(path))
         throw CommandError(Status::failure, "There is a path \"" + formatPath(path) + "\" already");
     const bool hasPlace = flags.before || flags.after;

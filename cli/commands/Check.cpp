@@ -9,28 +9,43 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Json.hpp"
 #include "cli/Options.hpp"
-#include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/ProjectCheck.hpp"
-#include "cli/SafeText.hpp"
-#include "cli/Terminal.hpp"
-#include "cli/Warnings.hpp"
+#include "cli/text/CommandObserver.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/SafeText.hpp"
+#include "cli/text/Terminal.hpp"
+#include "cli/text/Warnings.hpp"
+#include "operations/ProjectCheck.hpp"
+#include "operations/ProjectRepair.hpp"
 
 namespace cli {
 
 namespace {
 
+using operations::CheckResult;
+using operations::Problem;
+using operations::Repair;
+
+std::string describe(const Problem& problem) {
+    return (problem.path ? formatPath(*problem.path) + ": " : "") + escapeText(problem.problem);
+}
+
+std::string describe(const Repair& repair) {
+    return escapeText(repair.what) + (repair.target ? ' ' + escapeName(repair.target->text()) : "");
+}
+
 void printProblem(const Problem& problem) {
     const std::string line = problem.line > 0 ? std::to_string(problem.line) + ":" : "";
-    print(paint(Style::bold, escapeName(problem.file.text()) + ':' + line) + ' ' + problem.problem + '\n');
+    print(paint(Style::bold, escapeName(problem.file.text()) + ':' + line) + ' ' + describe(problem) + '\n');
 }
 
 void printRepair(const Repair& repair, bool isDryRun) {
     print(paint(Style::green, isDryRun ? "would repair" : "repaired") + ": " + escapeName(repair.file.text()) + ' ' +
-          repair.what + '\n');
+          describe(repair) + '\n');
 }
 
 using cli::toJson;
@@ -38,11 +53,11 @@ using cli::toJson;
 Json toJson(const Problem& problem) {
     return {{"file", toJson(problem.file)},
             {"line", problem.line > 0 ? Json(problem.line) : Json(nullptr)},
-            {"problem", problem.problem}};
+            {"problem", describe(problem)}};
 }
 
 Json toJson(const Repair& repair) {
-    return {{"file", toJson(repair.file)}, {"repair", repair.what}};
+    return {{"file", toJson(repair.file)}, {"repair", describe(repair)}};
 }
 
 template <class List>
@@ -54,15 +69,15 @@ Json listJson(const List& list) {
 }
 
 /// Mends what can be mended; that may bring other problems to light.
-std::vector<Repair> repairAll(const host::Path& root, CheckResult& result, bool isDryRun) {
+std::vector<Repair> repairAll(const host::Path& root, CheckResult& result, bool isDryRun, CommandObserver& observer) {
     constexpr int rounds = 5;
     std::vector<Repair> all;
     for (int round = 0; round < rounds; ++round) {
-        const std::vector<Repair> repairs = repairProject(root, result.problems, isDryRun);
+        const std::vector<Repair> repairs = operations::repairProject(root, result.problems, isDryRun);
         all.insert(all.end(), repairs.begin(), repairs.end());
         if (repairs.empty() || isDryRun)
             break;
-        result = checkProject(root);
+        result = operations::checkProject(root, observer);
     }
     return all;
 }
@@ -74,13 +89,14 @@ struct Wish {
 };
 
 Status check(const host::Path& root, const Wish& wish) {
-    CheckResult result = checkProject(root);
+    CommandObserver observer;
+    CheckResult result = operations::checkProject(root, observer);
     const std::vector<Problem> found = result.problems;
     if (!wish.json)
         std::for_each(found.begin(), found.end(), printProblem);
     std::vector<Repair> repairs;
     if (wish.repair)
-        repairs = repairAll(root, result, wish.dryRun);
+        repairs = repairAll(root, result, wish.dryRun, observer);
     takeWarnings();  // the stores have logged what is printed here
     const Status status = result.problems.empty() ? Status::done : Status::foundProblems;
     if (wish.json) {

@@ -13,16 +13,16 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Json.hpp"
-#include "cli/Output.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
-#include "cli/SettingsOverride.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/SafeText.hpp"
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "host/ServiceFramework.hpp"
 #include "host/Text.hpp"
+#include "operations/Project.hpp"
+#include "operations/SettingsOverride.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "store_testing/StoreContract.hpp"
 
@@ -88,7 +88,7 @@ Status conform(const host::Path& file, bool isJson) {
     if (factories.empty())
         throw CommandError(Status::failure, "The bundle " + quoted(file) + " registers no metadata store");
     // The user's choice of a folder has no say in what a store does.
-    overrideSetting("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
+    operations::overrideSetting("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
     Count count;
     JsonList list;
     for (const auto& factory : factories) {

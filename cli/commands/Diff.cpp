@@ -7,19 +7,24 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
-#include "cli/Json.hpp"
-#include "cli/NodeText.hpp"
 #include "cli/Options.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
-#include "cli/Progress.hpp"
-#include "cli/TreeDiff.hpp"
+#include "cli/text/CommandObserver.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/NodeText.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
+#include "operations/TreeDiff.hpp"
 
 namespace cli {
 
 namespace {
 
 namespace pm = project::metadata;
+using operations::AttributeDiff;
+using operations::MetadataTree;
+using operations::NodeDiff;
+using operations::PathDiff;
 
 void printAttributes(std::size_t level, const std::vector<AttributeDiff>& attributes) {
     for (const AttributeDiff& attribute : attributes) {
@@ -94,10 +99,11 @@ Json toJson(const PathDiff& diff) {
 }
 
 Status diff(const std::string& a, const std::string& b, bool isJson) {
-    const MetadataTree before = readTree(host::Path::fromAccessName(a));
-    const MetadataTree after = readTree(host::Path::fromAccessName(b));
+    CommandObserver observer;
+    const MetadataTree before = operations::readTree(host::Path::fromAccessName(a), observer);
+    const MetadataTree after = operations::readTree(host::Path::fromAccessName(b), observer);
     Progress progress("Comparing");
-    const std::vector<PathDiff> diffs = diffTrees(before, after);
+    const std::vector<PathDiff> diffs = operations::diffTrees(before, after);
     progress.giveWay();
     const Status status = diffs.empty() ? Status::done : Status::foundProblems;
     if (options().quiet)

@@ -12,19 +12,20 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
-#include "cli/SingleFile.hpp"
-#include "cli/StoreChange.hpp"
-#include "cli/Warnings.hpp"
+#include "cli/text/CommandObserver.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/Progress.hpp"
+#include "cli/text/SafeText.hpp"
+#include "cli/text/Warnings.hpp"
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
 #include "host/TempDirGuard.hpp"
+#include "operations/Project.hpp"
+#include "operations/SingleFile.hpp"
+#include "operations/StoreChange.hpp"
 #include "project/metadata/SingleFileExport.hpp"
 
 namespace cli {
@@ -56,19 +57,21 @@ void placeFile(const host::Path& from, const host::Path& to, bool force) {
 void writeFile(const host::Path& root, const pm::MetadataManager& store, const host::Path& file, const Flags& flags) {
     const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"", u"");
     const host::Path written = host::Path(scratch.getDirectoryName()) / u"exported";
+    CommandObserver observer;
     Progress progress("Exporting");
     pm::writeMetadataToSingleFile(root, written);
     // What the file lacks: nodes of paths that have one text, and the root's.
-    const SingleFile copy(written);
-    applyChange(copy.store(), findMirrorChange(store, copy.store(), progress), Interruptible::always);
+    const operations::SingleFile copy(written, observer);
+    operations::applyChange(copy.store(), operations::findMirrorChange(store, copy.store(), progress),
+                            operations::Interruptible::always);
     if (!*flags.dryRun)
         placeFile(copy.copy(), file, flags.force);
 }
 
 Status exportTo(const host::Path& root, const host::Path& file, const Flags& flags) {
     // Exporting would find both of these out, the second one only after the work, but could not say it as well.
-    const auto store = openProject(root);
-    if (leadsToFolder(file.accessName()))
+    const auto store = operations::openProject(root);
+    if (operations::leadsToFolder(file.accessName()))
         throw CommandError(Status::failure, quoted(file) + " is a folder, so the export cannot take its place");
     if (!flags.force && host::FileSystem::exists(file)) {
         throw CommandError(Status::failure,
@@ -86,7 +89,7 @@ Status exportTo(const host::Path& root, const host::Path& file, const Flags& fla
     host::Interruption::ignore();
     printNote((*flags.dryRun ? "Would write " : "") + escapeName(file.text()) + '\n');
     flushOutput();
-    const std::size_t damages = keepDamage(findDamage(*store));
+    const std::size_t damages = keepDamage(operations::findDamage(*store));
     if (damages == 0)
         return Status::done;
     reportError("The export lacks what is damaged in the metadata of " + quoted(root) + ": " +

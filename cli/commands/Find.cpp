@@ -16,15 +16,15 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Json.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
 #include "cli/TreeWalk.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
 #include "host/Text.hpp"
+#include "operations/Project.hpp"
 
 namespace cli {
 
@@ -174,7 +174,7 @@ Command::Action configure(CLI::App& app) {
                                "Branches have no node, so --branches goes with neither --node nor --attribute");
         useUtf8();
         Progress progress("Searching");
-        const auto store = openProject(root);
+        const auto store = operations::openProject(root);
         TreeWalk walk(*store, start);
         const bool isFound = printMatches(walk, Query(*arguments), *json, progress);
         return walk.finish(isFound ? Status::done : Status::foundProblems);

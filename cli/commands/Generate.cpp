@@ -12,8 +12,8 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
-#include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/text/Output.hpp"
 
 namespace cli {
 

@@ -8,15 +8,15 @@
 #include <vector>
 
 #include "cli/Command.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Json.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
+#include "cli/text/SafeText.hpp"
 #include "host/Text.hpp"
+#include "operations/Project.hpp"
 
 namespace cli {
 
@@ -31,7 +31,7 @@ bool hasKey(const pm::MetadataNode& node, const std::u16string& key) {
 
 Status get(const host::Path& root, const pm::MetadataPath& path, const std::string& keyText, bool json) {
     std::optional<Progress> progress("Reading");
-    const auto store = openProject(root);
+    const auto store = operations::openProject(root);
     requirePath(*store, path);
     const std::u16string key = host::fromUtf8(keyText);
     const auto node = store->getNode(path);

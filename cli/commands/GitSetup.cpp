@@ -23,12 +23,12 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Output.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/SafeText.hpp"
 #include "host/FileSystem.hpp"
 #include "host/Text.hpp"
+#include "operations/Project.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 

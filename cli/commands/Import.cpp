@@ -8,18 +8,20 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Json.hpp"
-#include "cli/NewMetadata.hpp"
-#include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
-#include "cli/SingleFile.hpp"
-#include "cli/StoreChange.hpp"
+#include "cli/text/ChangeText.hpp"
+#include "cli/text/CommandObserver.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/Progress.hpp"
+#include "cli/text/SafeText.hpp"
 #include "host/FileSystem.hpp"
 #include "host/Text.hpp"
+#include "operations/NewMetadata.hpp"
+#include "operations/Project.hpp"
+#include "operations/SingleFile.hpp"
+#include "operations/StoreChange.hpp"
 #include "project/metadata/MetadataPath.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
@@ -28,6 +30,7 @@ namespace cli {
 namespace {
 
 namespace pm = project::metadata;
+using operations::SingleFile;
 
 struct Flags {
     bool replace = false;
@@ -40,8 +43,9 @@ struct Flags {
 SingleFile openFile(const host::Path& file) {
     if (!host::FileSystem::exists(file))
         throw CommandError(Status::failure, "There is no file " + quoted(file));
+    CommandObserver observer;
     const Progress progress("Reading");
-    return SingleFile(file);
+    return SingleFile(file, observer);
 }
 
 void requireUndamaged(const SingleFile& source, const host::Path& file) {
@@ -56,16 +60,17 @@ void requireUndamaged(const SingleFile& source, const host::Path& file) {
 /// The store that is to hold the content of the file. A new one writes nothing before its first change.
 std::unique_ptr<pm::MetadataManager> openDestination(const host::Path& root, bool isNew, const Flags& flags) {
     if (isNew) {
-        chooseFolder(flags.folder);
-        return chooseStore(flags.store)->createManager(root);
+        operations::chooseFolder(flags.folder);
+        return operations::chooseStore(flags.store)->createManager(root);
     }
     if (flags.store || flags.folder) {
         throw CommandError(Status::usage, "The project " + quoted(root) +
                                               " has metadata already; --store and --folder are for new ones, and "
                                               "\"project-metadata convert\" changes both");
     }
-    auto store = openProject(root);
-    const bool hasContent = !store->getChildren({}).empty() || store->hasNode({}) || !findDamage(*store).empty();
+    auto store = operations::openProject(root);
+    const bool hasContent =
+        !store->getChildren({}).empty() || store->hasNode({}) || !operations::findDamage(*store).empty();
     if (hasContent && !flags.replace) {
         throw CommandError(Status::failure,
                            "The project " + quoted(root) + " has metadata already; --replace replaces all of it");
@@ -74,22 +79,22 @@ std::unique_ptr<pm::MetadataManager> openDestination(const host::Path& root, boo
 }
 
 Status importFile(const host::Path& file, const host::Path& root, const Flags& flags) {
-    requireNewRoot(root);
-    const bool makesRoot = !leadsToFolder(root.accessName());
+    operations::requireNewRoot(root);
+    const bool makesRoot = !operations::leadsToFolder(root.accessName());
     const SingleFile source = openFile(file);
     requireUndamaged(source, file);
     const bool isNew = !pm::ProjectMetadataLocation(root).hasCoreFile();
     const auto destination = openDestination(root, isNew, flags);
-    StoreChange change;
+    operations::StoreChange change;
     {
         Progress progress("Comparing");
-        change = findMirrorChange(source.store(), *destination, progress);
+        change = operations::findMirrorChange(source.store(), *destination, progress);
     }
     if (isNew && !change.paths)
         change.paths.emplace(1);  // also a file without content makes a project
     if (!*flags.dryRun) {
         const Progress progress("Storing");
-        applyChange(*destination, change);
+        operations::applyChange(*destination, change);
     }
     if (*flags.json) {
         printJson(toJson(change));

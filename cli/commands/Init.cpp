@@ -9,13 +9,13 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/NewMetadata.hpp"
-#include "cli/Output.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/SafeText.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "operations/NewMetadata.hpp"
+#include "operations/Project.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
@@ -49,10 +49,10 @@ void requireNoMetadata(const host::Path& root) {
 
 Status init(const Arguments& arguments) {
     const host::Path root = host::Path::fromAccessName(arguments.root);
-    requireNewRoot(root);
+    operations::requireNewRoot(root);
     requireNoMetadata(root);
-    chooseFolder(arguments.folder);
-    const auto factory = chooseStore(arguments.store);
+    operations::chooseFolder(arguments.folder);
+    const auto factory = operations::chooseStore(arguments.store);
     // A store writes nothing before its first change, which makes the folders that are missing.
     const auto store = factory->createManager(root);
     if (!*arguments.dryRun) {

@@ -5,12 +5,12 @@
 #include <vector>
 
 #include "cli/Command.hpp"
-#include "cli/Json.hpp"
-#include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/SafeText.hpp"
 #include "host/FileSystem.hpp"
+#include "operations/Project.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
@@ -30,7 +30,7 @@ struct Place {
 
 Place locate(const host::Path& root) {
     Place place;
-    place.coreFile = requireCoreFile(root);
+    place.coreFile = operations::requireCoreFile(root);
     place.folder = pm::getParentFolder(place.coreFile);
     place.type = pm::ProjectMetadataLocation(root).getMetadataType();
     for (const std::u16string& name : pm::getSupportedRoots()) {

@@ -9,30 +9,35 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Json.hpp"
-#include "cli/NodeEdit.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
-#include "cli/Terminal.hpp"
-#include "cli/TreeDiff.hpp"
-#include "cli/TreeMerge.hpp"
+#include "cli/text/CommandObserver.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
+#include "cli/text/SafeText.hpp"
+#include "cli/text/Terminal.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "operations/NodeEdit.hpp"
+#include "operations/Project.hpp"
+#include "operations/TreeDiff.hpp"
+#include "operations/TreeMerge.hpp"
 
 namespace cli {
 
 namespace {
 
 namespace pm = project::metadata;
+using operations::Conflict;
+using operations::MergeResult;
+using operations::MetadataTree;
+using operations::PathTree;
 
 void listPaths(const PathTree& tree, const pm::MetadataPath& path, std::vector<pm::MetadataPath>& paths) {
     paths.push_back(path);
     for (const PathTree& child : tree.children)
-        listPaths(child, childPath(path, child.step), paths);
+        listPaths(child, operations::childPath(path, child.step), paths);
 }
 
 std::vector<pm::MetadataPath> listPaths(const PathTree& tree) {
@@ -64,10 +69,10 @@ public:
 
 private:
     void compare(const pm::MetadataPath& path, const PathTree* before, const PathTree& after) {
-        const NodePtr node = before ? before->node : nullptr;
+        const operations::NodePtr node = before ? before->node : nullptr;
         if (node && !after.node)
             branches_.push_back(path);
-        if (after.node && !(node && equalNodes(*node, *after.node)))
+        if (after.node && !(node && operations::equalNodes(*node, *after.node)))
             addNode(path, std::const_pointer_cast<pm::MetadataNode>(after.node));
         std::map<pm::PathElement, const PathTree*> known;
         if (before) {
@@ -76,7 +81,7 @@ private:
         }
         for (const PathTree& child : after.children) {
             const auto found = known.find(child.step);
-            compare(childPath(path, child.step), found == known.end() ? nullptr : found->second, child);
+            compare(operations::childPath(path, child.step), found == known.end() ? nullptr : found->second, child);
         }
     }
 
@@ -100,7 +105,7 @@ struct Arguments {
     bool dryRun = false;
 };
 
-std::string describe(const Text& value) {
+std::string describe(const operations::Text& value) {
     return value ? quoteText(*value) : "none";
 }
 
@@ -115,7 +120,7 @@ std::string describe(const Conflict& conflict) {
            describe(conflict.base);
 }
 
-Json toJson(const Text& text) {
+Json toJson(const operations::Text& text) {
     return text ? cli::toJson(*text) : Json(nullptr);
 }
 
@@ -142,9 +147,9 @@ void store(const Arguments& arguments, const MetadataTree& ours, const MergeResu
         return;
     }
     if (!arguments.output.empty())
-        writeTree(result.tree, host::Path::fromAccessName(arguments.output));
-    else if (!diffTrees(ours, result.tree).empty())
-        writeTree(result.tree, host::Path::fromAccessName(arguments.ours));
+        operations::writeTree(result.tree, host::Path::fromAccessName(arguments.output));
+    else if (!operations::diffTrees(ours, result.tree).empty())
+        operations::writeTree(result.tree, host::Path::fromAccessName(arguments.ours));
 }
 
 void report(const Arguments& arguments, const std::vector<Conflict>& conflicts, bool isJson) {
@@ -161,25 +166,26 @@ void report(const Arguments& arguments, const std::vector<Conflict>& conflicts, 
         list.end();
     else if (!conflicts.empty())
         printNote(formatCount(conflicts.size(), "conflict") + ", each marked by a node \"" +
-                  host::toUtf8(conflictName) + "\"\n");
+                  host::toUtf8(operations::conflictName) + "\"\n");
 }
 
 Status merge(const Arguments& arguments, bool isJson) {
+    CommandObserver observer;
     const host::Path place = host::Path::fromAccessName(arguments.ours);
-    const MetadataTree base = readTree(host::Path::fromAccessName(arguments.base));
-    const MetadataTree theirs = readTree(host::Path::fromAccessName(arguments.theirs));
+    const MetadataTree base = operations::readTree(host::Path::fromAccessName(arguments.base), observer);
+    const MetadataTree theirs = operations::readTree(host::Path::fromAccessName(arguments.theirs), observer);
     std::unique_ptr<pm::MetadataManager> project;
     MetadataTree ours;
-    if (leadsToFolder(arguments.ours)) {
+    if (operations::leadsToFolder(arguments.ours)) {
         if (!arguments.output.empty())
             throw CommandError(Status::usage, "The result of merging into the project " + quoted(place) +
                                                   " goes into the project, so -o cannot be given");
-        project = openProject(place);
-        ours = readTree(*project, place);
+        project = operations::openProject(place);
+        ours = operations::readTree(*project, place, observer);
     } else {
-        ours = readTree(place);
+        ours = operations::readTree(place, observer);
     }
-    const MergeResult result = mergeTrees(base, ours, theirs);
+    const MergeResult result = operations::mergeTrees(base, ours, theirs);
     if (!arguments.dryRun)
         store(arguments, ours, result, project.get());
     report(arguments, result.conflicts, isJson);

@@ -9,20 +9,22 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/StoreChange.hpp"
+#include "cli/text/ChangeText.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
 #include "host/Interruption.hpp"
+#include "operations/Project.hpp"
+#include "operations/StoreChange.hpp"
 
 namespace cli {
 
 namespace {
 
 namespace pm = project::metadata;
+using operations::StoreChange;
 
 /// Whether `path` is `top` or lies below it.
 bool isAtOrBelow(const pm::MetadataPath& path, const pm::MetadataPath& top) {
@@ -52,7 +54,7 @@ StoreChange findMove(const pm::MetadataManager& store, const pm::MetadataPath& f
     Progress progress("Reading");
     StoreChange change;
     std::vector<pm::MetadataPath> kept;
-    for (pm::MetadataPath& path : listPaths(store, {}, progress)) {
+    for (pm::MetadataPath& path : operations::listPaths(store, {}, progress)) {
         if (!isAtOrBelow(path, from)) {
             kept.push_back(std::move(path));
             continue;
@@ -79,7 +81,7 @@ StoreChange findMove(const pm::MetadataManager& store, const pm::MetadataPath& f
 void makeMove(pm::MetadataManager& store, const StoreChange& change, const pm::MetadataPath& to) {
     const Progress progress("Moving");
     try {
-        applyChange(store, change);
+        operations::applyChange(store, change);
     } catch (...) {
         host::Interruption::ignore();
         try {
@@ -95,7 +97,7 @@ void makeMove(pm::MetadataManager& store, const StoreChange& change, const pm::M
 Status move(const Positionals::Values& values, bool dryRun) {
     const pm::MetadataPath from = parsePath(values.texts[0]);
     const pm::MetadataPath to = parsePath(values.texts[1]);
-    const auto store = openProject(values.root);
+    const auto store = operations::openProject(values.root);
     requireMovable(*store, from, to);
     const StoreChange change = findMove(*store, from, to);
     if (!dryRun)

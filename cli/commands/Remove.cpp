@@ -9,14 +9,15 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/StoreChange.hpp"
+#include "cli/text/ChangeText.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
 #include "host/Interruption.hpp"
+#include "operations/Project.hpp"
+#include "operations/StoreChange.hpp"
 
 namespace cli {
 
@@ -56,19 +57,19 @@ void removeNodes(pm::MetadataManager& store, const std::vector<pm::MetadataPath>
 }
 
 Status remove(const Positionals::Values& values, const Flags& flags) {
-    const auto store = openProject(values.root);
+    const auto store = operations::openProject(values.root);
     const std::vector<pm::MetadataPath> paths = findPaths(*store, values.texts, flags);
     if (paths.size() < values.texts.size() && !flags.force)
         return Status::foundProblems;
 
     // A path may be named twice, and one that lies below another.
-    StoreChange change;
+    operations::StoreChange change;
     std::vector<pm::MetadataPath>& list = flags.node ? change.updated : change.removed;
     {
         Progress progress("Reading");
-        PathSet seen;
+        operations::PathSet seen;
         for (const pm::MetadataPath& path : paths) {
-            auto gone = flags.node ? std::vector{path} : listPaths(*store, path, progress);
+            auto gone = flags.node ? std::vector{path} : operations::listPaths(*store, path, progress);
             for (pm::MetadataPath& each : gone) {
                 if (seen.insert(each).second)
                     list.push_back(std::move(each));

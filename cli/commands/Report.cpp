@@ -25,19 +25,19 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/FolderScan.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
 #include "cli/TreeWalk.hpp"
-#include "cli/Warnings.hpp"
 #include "cli/report/ReportPage.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
+#include "cli/text/SafeText.hpp"
+#include "cli/text/Warnings.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
+#include "operations/FolderScan.hpp"
+#include "operations/Project.hpp"
 
 namespace cli {
 
@@ -176,17 +176,17 @@ void writePaths(const pm::MetadataManager& store, Names& names, CompleteFile& fi
 /// @return how many files are damaged
 std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, CompleteFile& file) {
     const host::Path absoluteRoot = host::FileUtils::normalize(host::FileUtils::makeAbsolute(root));
-    const std::string time = escapeText(formatTime({std::time(nullptr), 0}));
+    const std::string time = escapeText(operations::formatTime({std::time(nullptr), 0}));
     file.write("{\"project\":" + quoteJson(escapeName(absoluteRoot.fileName().text())) + ",\"time\":\"" + time +
                "\",\"paths\":[\n");
     Names names;
     writePaths(store, names, file);
     file.write("],\n\"names\":" + join(names.list()));
 
-    const std::vector<pm::MetadataDamage> damages = findDamage(store);
+    const std::vector<pm::MetadataDamage> damages = operations::findDamage(store);
     std::vector<std::string> list;
     for (const pm::MetadataDamage& damage : damages) {
-        const std::string problem = escapeText(explainProblem(damage.file, damage.problem));
+        const std::string problem = escapeText(operations::explainProblem(damage.file, damage.problem));
         list.push_back(join({quoteJson(escapeName(damage.file.text())), quoteJson(problem)}));
     }
     file.write(",\n\"damages\":" + join(list) + '}');
@@ -218,7 +218,7 @@ struct Wish {
 };
 
 Status report(const host::Path& root, const Wish& wish) {
-    const auto store = openProject(root);
+    const auto store = operations::openProject(root);
     const host::Path name = host::Path::fromAccessName(wish.file);
     const host::Path target = chooseTarget(name, wish.force);
     if (*wish.dryRun) {

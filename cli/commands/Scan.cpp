@@ -8,16 +8,17 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/FolderScan.hpp"
-#include "cli/Json.hpp"
-#include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/ScanUpdate.hpp"
-#include "cli/StoreChange.hpp"
-#include "cli/Workshop.hpp"
+#include "cli/text/ChangeText.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/Progress.hpp"
+#include "operations/FolderScan.hpp"
+#include "operations/Project.hpp"
+#include "operations/ScanUpdate.hpp"
+#include "operations/StoreChange.hpp"
+#include "operations/Workshop.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
@@ -26,11 +27,14 @@ namespace cli {
 namespace {
 
 namespace pm = project::metadata;
+using operations::FileIdentity;
+using operations::ScannedFile;
+using operations::StoreChange;
 
 /// The metadata folder of the project itself, and what `check --repair` and `convert` put beside it.
 std::vector<FileIdentity> findOwnFolders(const host::Path& root) {
     const host::Path metadata = pm::ProjectMetadataLocation(root).getDirectory();
-    std::vector<host::Path> folders = Workshop::findLeftovers(root);
+    std::vector<host::Path> folders = operations::Workshop::findLeftovers(root);
     folders.insert(folders.begin(), {metadata, metadata.text() + u".damaged"});
     for (const auto& factory : pm::getRegisteredFactories())
         folders.emplace_back(metadata.text() + u'.' + factory->getName());
@@ -49,7 +53,7 @@ std::vector<ScannedFile> readFolder(const host::Path& root, const host::Path& fo
     if (identity == FileIdentity::of(pm::ProjectMetadataLocation(root).getDirectory()))
         throw CommandError(Status::usage, quoted(folder) + " is the metadata folder of the project itself");
     Progress progress("Scanning");
-    return scanFolder(folder, findOwnFolders(root), progress);
+    return operations::scanFolder(folder, findOwnFolders(root), progress);
 }
 
 struct Flags {
@@ -59,7 +63,7 @@ struct Flags {
 
 /// @param files the first of them is the scanned folder itself, which has no node
 void printCounts(const StoreChange& change, const std::vector<ScannedFile>& files, const Flags& flags) {
-    const auto isFolder = [](const ScannedFile& file) { return file.kind == FileKind::folder; };
+    const auto isFolder = [](const ScannedFile& file) { return file.kind == operations::FileKind::folder; };
     const auto folders = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isFolder)) - 1;
     const std::size_t others = files.size() - 1 - folders;
     if (*flags.json) {
@@ -75,16 +79,16 @@ void printCounts(const StoreChange& change, const std::vector<ScannedFile>& file
 }
 
 Status scan(const host::Path& root, const host::Path& folder, const Flags& flags) {
-    const auto store = openProject(root);
+    const auto store = operations::openProject(root);
     const std::vector<ScannedFile> files = readFolder(root, folder);
     StoreChange change;
     {
         Progress progress("Comparing");
-        change = findScanChange(*store, files, progress);
+        change = operations::findScanChange(*store, files, progress);
     }
     if (!*flags.dryRun) {
         const Progress progress("Storing");
-        applyChange(*store, change);
+        operations::applyChange(*store, change);
     }
     printCounts(change, files, flags);
     return Status::done;

@@ -9,15 +9,15 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/NodeEdit.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/SafeText.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "operations/NodeEdit.hpp"
+#include "operations/Project.hpp"
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 
@@ -78,15 +78,15 @@ std::unique_ptr<pm::MetadataNode> readNode(const pm::MetadataManager& store, con
 
 Status set(const Positionals::Values& values, const Flags& flags) {
     const pm::MetadataPath path = parsePath(values.texts[0]);
-    AttributeChanges changes;
+    operations::AttributeChanges changes;
     for (auto text = values.texts.begin() + 1; text != values.texts.end(); ++text) {
         auto [key, value] = parsePair(*text);
         changes[std::move(key)] = std::move(value);
     }
-    const auto store = openProject(values.root);
+    const auto store = operations::openProject(values.root);
     const auto node = readNode(*store, path, flags);
     if (!*flags.dryRun) {
-        store->setNode(path, *changeAttributes(*node, changes));
+        store->setNode(path, *operations::changeAttributes(*node, changes));
         host::Interruption::ignore();
     }
     for (const auto& [key, value] : changes) {

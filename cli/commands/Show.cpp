@@ -7,14 +7,14 @@
 #include <vector>
 
 #include "cli/Command.hpp"
-#include "cli/Json.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
-#include "cli/Terminal.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
+#include "cli/text/SafeText.hpp"
+#include "cli/text/Terminal.hpp"
+#include "operations/Project.hpp"
 
 namespace cli {
 
@@ -45,7 +45,7 @@ void printNode(const pm::MetadataNode& node, const std::string& indent) {
 
 Status show(const host::Path& root, const pm::MetadataPath& path, bool json) {
     std::optional<Progress> progress("Reading");
-    const auto store = openProject(root);
+    const auto store = operations::openProject(root);
     requirePath(*store, path);
     const auto node = store->getNode(path);
     const std::size_t childCount = store->getChildren(path).size();

@@ -12,16 +12,16 @@
 #include <vector>
 
 #include "cli/Command.hpp"
-#include "cli/Json.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
-#include "cli/Terminal.hpp"
 #include "cli/TreeWalk.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
+#include "cli/text/SafeText.hpp"
+#include "cli/text/Terminal.hpp"
 #include "host/Text.hpp"
+#include "operations/Project.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
@@ -172,7 +172,7 @@ Json describe(const Statistics& statistics) {
 Command::Action configure(CLI::App& app) {
     return [positionals = Positionals(app), json = addJson(app)] {
         const host::Path root = positionals.get().root;
-        const auto store = openProject(root);
+        const auto store = operations::openProject(root);
         TreeWalk walk(*store, {});
         Statistics statistics;
         {

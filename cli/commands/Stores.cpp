@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "cli/Command.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Json.hpp"
-#include "cli/Output.hpp"
-#include "cli/SafeText.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/SafeText.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 
 namespace cli {

@@ -7,12 +7,13 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
-#include "cli/Errors.hpp"
-#include "cli/MetadataTree.hpp"
-#include "cli/NodeText.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
-#include "cli/SafeText.hpp"
+#include "cli/text/CommandObserver.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/NodeText.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/SafeText.hpp"
+#include "operations/MetadataTree.hpp"
 #include "project/exception/ProjectException.hpp"
 
 namespace cli {
@@ -20,6 +21,7 @@ namespace cli {
 namespace {
 
 namespace pm = project::metadata;
+using operations::PathTree;
 
 void printTree(const PathTree& tree, const pm::MetadataPath& path) {
     print(formatPath(path) + '\n');
@@ -28,7 +30,7 @@ void printTree(const PathTree& tree, const pm::MetadataPath& path) {
     if (tree.node)
         printNode(Sign::none, 1, *tree.node);
     for (const PathTree& child : tree.children)
-        printTree(child, childPath(path, child.step));
+        printTree(child, operations::childPath(path, child.step));
 }
 
 /// What is no metadata, such as a file in which a merge has left its marks, is printed as it stands.
@@ -44,15 +46,16 @@ Status printLines(const host::Path& file) {
 
 Status textconv(const std::string& name) {
     const host::Path file = host::Path::fromAccessName(name);
-    MetadataTree tree;
+    CommandObserver observer;
+    operations::MetadataTree tree;
     try {
-        tree = readTree(file);
+        tree = operations::readTree(file, observer);
     } catch (const project::exception::ProjectException&) {
         return printLines(file);
-    } catch (const CommandError&) {
+    } catch (const operations::OperationError&) {
         return printLines(file);
     }
-    if (tree.form != TreeForm::empty)
+    if (tree.form != operations::TreeForm::empty)
         printTree(tree.root, tree.rootPath());
     return Status::done;
 }

@@ -8,15 +8,15 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
-#include "cli/Json.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Progress.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
-#include "cli/Terminal.hpp"
 #include "cli/TreeWalk.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
+#include "cli/text/SafeText.hpp"
+#include "cli/text/Terminal.hpp"
+#include "operations/Project.hpp"
 
 namespace cli {
 
@@ -104,7 +104,7 @@ Command::Action configure(CLI::App& app) {
         const auto [root, texts] = positionals.get();
         const pm::MetadataPath start = texts.empty() ? pm::MetadataPath() : parsePath(texts[0]);
         Progress progress("Reading");
-        const auto store = openProject(root);
+        const auto store = operations::openProject(root);
         TreeWalk walk(*store, start, arguments->depth);
         progress.giveWay();
         if (*json)

@@ -8,15 +8,15 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/NodeEdit.hpp"
-#include "cli/Output.hpp"
-#include "cli/PathText.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/SafeText.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "operations/NodeEdit.hpp"
+#include "operations/Project.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 
 namespace cli {
@@ -24,6 +24,7 @@ namespace cli {
 namespace {
 
 namespace pm = project::metadata;
+using operations::AttributeChanges;
 
 /// The keys `texts` from the second on, each to go; none if `node` has not all of them, which is reported.
 AttributeChanges findAttributes(const pm::MetadataNode& node, const std::vector<std::string>& texts) {
@@ -43,7 +44,7 @@ AttributeChanges findAttributes(const pm::MetadataNode& node, const std::vector<
 
 Status unset(const Positionals::Values& values, bool dryRun) {
     const pm::MetadataPath path = parsePath(values.texts[0]);
-    const auto store = openProject(values.root);
+    const auto store = operations::openProject(values.root);
     requirePath(*store, path);
     const std::unique_ptr<pm::MetadataNode> stored = store->getNode(path);
     const pm::MetadataNodeSpecification noNode;
@@ -52,7 +53,7 @@ Status unset(const Positionals::Values& values, bool dryRun) {
     if (changes.empty())
         return Status::foundProblems;
     if (!dryRun) {
-        store->setNode(path, *changeAttributes(node, changes));
+        store->setNode(path, *operations::changeAttributes(node, changes));
         host::Interruption::ignore();
     }
     for (const auto& change : changes)

@@ -11,14 +11,14 @@
 
 #include "cli/Command.hpp"
 #include "cli/DryRun.hpp"
-#include "cli/Errors.hpp"
-#include "cli/Json.hpp"
-#include "cli/Output.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/Project.hpp"
-#include "cli/SafeText.hpp"
-#include "cli/UuidText.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/SafeText.hpp"
 #include "host/Text.hpp"
+#include "operations/Project.hpp"
+#include "operations/UuidText.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/Uuid.hpp"
 
@@ -60,7 +60,7 @@ Markers findMarkers(const host::Path& folder) {
         if (name.compare(0, markerStart.size(), markerStart) != 0 || !pm::ends_with(name, markerEnd))
             continue;
         const std::string uuid = host::toUtf8(pm::stripExtension(name, markerEnd).substr(markerStart.size()));
-        if (isUuid(uuid))
+        if (operations::isUuid(uuid))
             markers.good.push_back({uuid, file});
         else
             markers.malformed.push_back(file);
@@ -81,7 +81,7 @@ void printMarkers(const std::vector<Marker>& markers, bool json) {
 }
 
 Status list(const host::Path& root, bool json) {
-    const Markers markers = findMarkers(pm::getParentFolder(requireCoreFile(root)));
+    const Markers markers = findMarkers(pm::getParentFolder(operations::requireCoreFile(root)));
     printMarkers(markers.good, json);
     flushOutput();
     for (const host::Path& file : markers.malformed)
@@ -93,12 +93,12 @@ Status list(const host::Path& root, bool json) {
 
 /// @param given the UUID in text form; without a value, a new one
 Status assign(const host::Path& root, const std::optional<std::string>& given, bool dryRun, bool json) {
-    if (given && !isUuid(*given)) {
+    if (given && !operations::isUuid(*given)) {
         throw CommandError(Status::usage, '"' + *given +
                                               "\" is no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 "
                                               "and 12, joined by \"-\"");
     }
-    const host::Path folder = pm::getParentFolder(requireCoreFile(root));
+    const host::Path folder = pm::getParentFolder(operations::requireCoreFile(root));
     const std::u16string uuid = given ? host::fromUtf8(*given) : pm::generateUUID();
     Marker marker{host::toUtf8(uuid), folder / (markerStart + uuid + markerEnd)};
     const std::vector<Marker> present = findMarkers(folder).good;

@@ -1,5 +1,5 @@
 /// What is drawn on a terminal while the command works.
-#include "cli/Progress.hpp"
+#include "cli/text/Progress.hpp"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

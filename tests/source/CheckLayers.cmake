@@ -1,6 +1,6 @@
 # cmake -D TOP=<source folder> -P CheckLayers.cmake
 #
-# Fails when a file includes what its layer must not know, and names all such files and lines.
+# Fails when a file includes or names what its layer must not know, and names all such files and lines.
 
 # Nothing in `folder` may include a path that starts with one of the others.
 function(forbid folder)
@@ -17,12 +17,13 @@ function(forbid folder)
     endforeach()
 endfunction()
 
-forbid(host project embedded store_support store_testing stores cli tests)
-forbid(project embedded store_support store_testing stores cli tests)
-forbid(embedded project store_support store_testing stores cli tests)
-forbid(store_support embedded store_testing stores cli tests)
-forbid(store_testing embedded store_support stores cli tests)
-forbid(cli embedded stores tests)
+forbid(host project embedded store_support store_testing stores operations cli tests)
+forbid(project embedded store_support store_testing stores operations cli tests)
+forbid(embedded project store_support store_testing stores operations cli tests)
+forbid(store_support embedded store_testing stores operations cli tests)
+forbid(store_testing embedded store_support stores operations cli tests)
+forbid(operations embedded store_testing stores cli tests CLI nlohmann)
+forbid(cli embedded store_support stores tests)
 forbid(examples embedded stores cli tests)
 
 # A store knows no other one.
@@ -32,5 +33,5 @@ foreach(store IN LISTS stores)
     set(others ${stores})
     list(REMOVE_ITEM others ${store})
     list(TRANSFORM others PREPEND stores/)
-    forbid(stores/${store} embedded store_testing cli tests ${others})
+    forbid(stores/${store} embedded store_testing operations cli tests ${others})
 endforeach()

@@ -1,0 +1,165 @@
+#include "cli/text/Errors.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "cli/text/Progress.hpp"
+#include "cli/text/SafeText.hpp"
+#include "cli/text/Warnings.hpp"
+#include "host/FileSystem.hpp"
+#include "host/Interruption.hpp"
+#include "host/Path.hpp"
+#include "host/Text.hpp"
+#include "operations/Errors.hpp"
+
+namespace cli {
+
+namespace {
+
+/// Safe UTF-8 of a text that may hold any bytes.
+std::string escapeBytes(const std::string& bytes) {
+    return escapeText(host::Path::fromAccessName(bytes).text());
+}
+
+/// What a reader is told of one exception and then of its causes, each safe to show.
+struct Report {
+    std::vector<std::string> sentences;
+    Status status = Status::failure;
+
+    void add(std::string sentence) {
+        if (sentence.empty())
+            sentence = "An error of an unknown kind occurred";
+        if (!holds(sentence))
+            sentences.push_back(std::move(sentence));
+    }
+
+    bool holds(const std::string& text) const {
+        return std::any_of(sentences.begin(), sentences.end(),
+                           [&](const std::string& sentence) { return sentence.find(text) != std::string::npos; });
+    }
+};
+
+Status statusOf(operations::ErrorKind kind) {
+    switch (kind) {
+        case operations::ErrorKind::failure:
+            return Status::failure;
+        case operations::ErrorKind::usage:
+            return Status::usage;
+        case operations::ErrorKind::notAProject:
+            return Status::notAProject;
+        case operations::ErrorKind::foundProblems:
+            return Status::foundProblems;
+    }
+    return Status::failure;
+}
+
+void addCurrentException(Report& report);
+
+/// Adds what is nested in `error`, whatever its type.
+template <class Error>
+void addCauses(Report& report, const Error& error) {
+    try {
+        std::rethrow_if_nested(error);
+    } catch (...) {
+        addCurrentException(report);
+    }
+}
+
+void addCurrentException(Report& report) {
+    try {
+        throw;
+    } catch (const host::UserException& error) {
+        report.add(escapeText(operations::explain(error)));
+        addCauses(report, error);
+    } catch (const CommandError& error) {
+        if (report.sentences.empty())
+            report.status = error.status();
+        report.add(escapeBytes(error.what()));
+        addCauses(report, error);
+    } catch (const operations::OperationError& error) {
+        if (report.sentences.empty())
+            report.status = statusOf(error.kind());
+        report.add(escapeBytes(error.what()));
+        addCauses(report, error);
+    } catch (const host::InterruptedException&) {
+        report.status = Status::interrupted;
+        report.add("Interrupted; everything is as it was");
+    } catch (const host::FileSystemException& error) {
+        const bool isNamed = report.holds(escapeText(error.path().text()));
+        report.add(escapeBytes(isNamed ? error.code().message() : error.what()));
+    } catch (const std::bad_alloc&) {
+        report.add("There is not enough memory");
+    } catch (const std::exception& error) {
+        report.add(escapeBytes(error.what()));
+        addCauses(report, error);
+    } catch (...) {
+        report.add({});
+    }
+}
+
+/// All sentences of errors that have been written.
+std::vector<std::string>& toldSentences() {
+    static std::vector<std::string> sentences;
+    return sentences;
+}
+
+/// What stores log: FILE and then this and the problem.
+const std::string damageMiddle = " is damaged: ";
+
+/// Whether an error has said all of `parts`.
+bool isTold(const std::vector<std::string>& parts) {
+    const auto holdsAll = [&](const std::string& told) {
+        return std::all_of(parts.begin(), parts.end(),
+                           [&](const std::string& part) { return told.find(part) != std::string::npos; });
+    };
+    return std::any_of(toldSentences().begin(), toldSentences().end(), holdsAll);
+}
+
+void write(const std::string& start, const std::string& sentence) {
+    Progress::makeRoom();
+    std::fprintf(stderr, "%s%s\n", start.c_str(), sentence.c_str());
+}
+
+void tell(const std::string& start, const std::string& sentence) {
+    write(start, sentence);
+    toldSentences().push_back(sentence);
+}
+
+const std::string programStart = "project-metadata: ";
+const std::string indentation = "    ";
+
+}  // namespace
+
+void reportError(const std::string& sentence) {
+    tell(programStart, escapeBytes(sentence));
+}
+
+void reportWarnings() {
+    const std::string start = toldSentences().empty() ? programStart : indentation;
+    for (const std::string& warning : takeWarnings()) {
+        const std::size_t at = warning.find(damageMiddle);
+        std::vector<std::string> parts{escapeBytes(warning.substr(0, at))};
+        if (at != std::string::npos) {
+            const std::u16string problem = host::fromUtf8(warning.substr(at + damageMiddle.size()));
+            parts.push_back(
+                escapeText(operations::explainProblem(host::Path::fromAccessName(warning.substr(0, at)), problem)));
+        }
+        if (!isTold(parts))
+            write(start, parts.size() == 1 ? parts[0] : '"' + parts[0] + '"' + damageMiddle + parts[1]);
+    }
+}
+
+Status reportCurrentException() {
+    Report report;
+    addCurrentException(report);
+    for (const std::string& sentence : report.sentences)
+        tell(sentence == report.sentences.front() ? programStart : indentation, sentence);
+    return report.status;
+}
+
+}  // namespace cli

@@ -1,0 +1,38 @@
+/// The command's own errors, and how all errors are shown.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "cli/Command.hpp"
+#include "operations/Errors.hpp"
+
+namespace cli {
+
+using operations::quoted;
+
+/// The command cannot go on. `what()` is a sentence in UTF-8; the paths in it are bytes as the disk has them.
+class CommandError : public std::runtime_error {
+public:
+    CommandError(Status status, const std::string& sentence) : std::runtime_error(sentence), status_(status) {}
+
+    /// With what the process ends.
+    Status status() const { return status_; }
+
+private:
+    Status status_;
+};
+
+/// Writes `sentence`, made safe to show, to the standard error.
+void reportError(const std::string& sentence);
+
+/// Writes the exception being handled to the standard error: its sentence, and indented below it those nested causes
+/// that say something new.
+/// @return with what the process ends
+Status reportCurrentException();
+
+/// Writes the warnings (Warnings.hpp) to the standard error that no error so far has told as well; indented below the
+/// last error if there was one.
+void reportWarnings();
+
+}  // namespace cli

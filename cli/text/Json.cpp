@@ -1,0 +1,78 @@
+#include "cli/text/Json.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "host/Text.hpp"
+
+namespace cli {
+
+namespace pm = project::metadata;
+
+std::shared_ptr<const bool> addJson(CLI::App& app) {
+    auto json = std::make_shared<bool>(false);
+    app.add_flag("--json", *json, "Print JSON");
+    return json;
+}
+
+Json toJson(const std::u16string& text) {
+    return host::toUtf8(text);
+}
+
+Json toJson(const host::Path& file) {
+    return toJson(file.text());
+}
+
+Json toJson(const pm::MetadataPath& path) {
+    Json json{{"path", formatPath(path)}, {"type", nullptr}, {"location", nullptr}};
+    if (!path.getPath().empty()) {
+        json["type"] = toJson(path.getPath().back().getType());
+        json["location"] = toJson(path.getPath().back().getLocation());
+    }
+    return json;
+}
+
+Json toJson(const pm::MetadataNode& node) {
+    Json attributes = Json::object();
+    for (const std::u16string& key : node.getAttributeKeys())
+        attributes[host::toUtf8(key)] = toJson(node.get(key));
+    Json children = Json::array();
+    for (const auto& child : node.getChildNodes())
+        children.push_back(toJson(*child));
+    return {{"name", toJson(node.getName())}, {"attributes", std::move(attributes)}, {"children", std::move(children)}};
+}
+
+Json toJson(const pm::MetadataPath& path, const pm::MetadataNode* node) {
+    Json json = toJson(path);
+    json["node"] = node ? toJson(*node) : Json(nullptr);
+    return json;
+}
+
+std::optional<pm::MetadataPath> pathFromJson(const std::string& json) {
+    const Json list = Json::parse(json, nullptr, false);
+    if (!list.is_array())
+        return std::nullopt;
+    std::vector<pm::PathElement> elements;
+    for (const Json& pair : list) {
+        if (!pair.is_array() || pair.size() != 2 || !pair[0].is_string() || !pair[1].is_string())
+            return std::nullopt;
+        elements.emplace_back(host::fromUtf8(pair[0].get<std::string>()), host::fromUtf8(pair[1].get<std::string>()));
+    }
+    return pm::MetadataPath(elements);
+}
+
+void printJson(const Json& json) {
+    print(json.dump(2) + '\n');
+}
+
+void JsonList::add(const Json& element) {
+    print((isEmpty_ ? "[\n" : ",\n") + element.dump());
+    isEmpty_ = false;
+}
+
+void JsonList::end() {
+    print(isEmpty_ ? "[]\n" : "\n]\n");
+}
+
+}  // namespace cli

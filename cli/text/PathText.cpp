@@ -1,0 +1,156 @@
+#include "cli/text/PathText.hpp"
+
+#include <algorithm>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/SafeText.hpp"
+#include "host/Path.hpp"
+#include "host/Text.hpp"
+
+namespace cli {
+
+namespace pm = project::metadata;
+
+namespace {
+
+const std::string rootText = "/";
+
+[[noreturn]] void refuse(const std::string& text, const std::string& reason) {
+    throw CommandError(Status::usage, '"' + text + "\" is no path such as \"Folder:src|File:main.c\": " + reason);
+}
+
+std::string escapePart(const std::u16string& part, std::string_view marks) {
+    std::string text;
+    for (const char byte : escapeName(part)) {
+        if (marks.find(byte) != std::string_view::npos)
+            text += '\\';
+        text += byte;
+    }
+    return text;
+}
+
+/// Reads one step after the other.
+class Parser {
+public:
+    explicit Parser(const std::string& text) : text_(text), units_(host::Path::fromAccessName(text).text()) {}
+
+    pm::MetadataPath parse() {
+        std::vector<pm::PathElement> elements;
+        do {
+            const std::u16string type = readPart(u":|");
+            if (isAtEnd() || units_[next_++] != u':')
+                refuse(text_, "a step has no \":\" between its type and its location");
+            elements.emplace_back(type, readPart(u"|"));
+        } while (!isAtEnd() && units_[next_++] == u'|');
+        return pm::MetadataPath(elements);
+    }
+
+private:
+    bool isAtEnd() const { return next_ == units_.size(); }
+
+    /// Up to one of `ends`, or to the end.
+    std::u16string readPart(std::u16string_view ends) {
+        std::u16string part;
+        while (!isAtEnd() && ends.find(units_[next_]) == std::u16string_view::npos) {
+            const char16_t unit = units_[next_++];
+            if (unit == u'\\')
+                part += readEscape();
+            else
+                part += unit;
+        }
+        return part;
+    }
+
+    std::u16string readEscape() {
+        const char16_t mark = isAtEnd() ? u'\0' : units_[next_++];
+        switch (mark) {
+            case u'\\':
+            case u'|':
+            case u':':
+            case u'[':
+                return std::u16string(1, mark);
+            case u't':
+                return u"\t";
+            case u'n':
+                return u"\n";
+            case u'r':
+                return u"\r";
+            case u'x':
+                return std::u16string(1, static_cast<char16_t>(0xDC00 + readNumber(2)));
+            case u'u':
+                return std::u16string(1, static_cast<char16_t>(readNumber(4)));
+            case u'U':
+                return toUtf16(readNumber(8));
+            default:
+                refuse(text_, "after a backslash comes one of \\ | : [ t n r x u U");
+        }
+    }
+
+    char32_t readNumber(std::size_t digits) {
+        constexpr std::u16string_view values = u"0123456789ABCDEF";
+        char32_t number = 0;
+        for (std::size_t i = 0; i < digits; ++i) {
+            const char16_t digit = isAtEnd() ? u'\0' : units_[next_++];
+            const std::size_t value = values.find(digit >= u'a' && digit <= u'f' ? char16_t(digit - 0x20) : digit);
+            if (value == std::u16string_view::npos)
+                refuse(text_, "an escape lacks hexadecimal digits");
+            number = number * 16 + static_cast<char32_t>(value);
+        }
+        return number;
+    }
+
+    std::u16string toUtf16(char32_t character) const {
+        if (character > 0x10FFFF)
+            refuse(text_, "an escape names no character");
+        if (character < 0x10000)
+            return std::u16string(1, static_cast<char16_t>(character));
+        const char32_t rest = character - 0x10000;
+        return {static_cast<char16_t>(0xD800 + (rest >> 10)), static_cast<char16_t>(0xDC00 + (rest & 0x3FF))};
+    }
+
+    const std::string& text_;
+    const std::u16string units_;
+    std::size_t next_ = 0;
+};
+
+}  // namespace
+
+std::string formatElement(const pm::PathElement& element) {
+    const std::string type = escapePart(element.getType(), ":|");
+    // A path that begins with "[" is JSON.
+    return (type.rfind('[', 0) == 0 ? "\\" : "") + type + ':' + escapePart(element.getLocation(), "|");
+}
+
+std::string formatPath(const pm::MetadataPath& path) {
+    std::string text;
+    for (const pm::PathElement& element : path.getPath())
+        text += (text.empty() ? "" : "|") + formatElement(element);
+    return text.empty() ? rootText : text;
+}
+
+pm::MetadataPath parsePath(const std::string& text) {
+    if (text.empty() || text == rootText)
+        return {};
+    if (text.front() != '[')
+        return Parser(text).parse();
+    const auto path = pathFromJson(text);
+    if (!path)
+        refuse(text, "as JSON it is a list of pairs, [[\"Folder\",\"src\"],[\"File\",\"main.c\"]]");
+    return *path;
+}
+
+void requirePath(const pm::MetadataManager& store, const pm::MetadataPath& path) {
+    if (store.hasPath(path))
+        return;
+    pm::MetadataPath ancestor = path.getParent();
+    while (!ancestor.getPath().empty() && !store.hasPath(ancestor))
+        ancestor = ancestor.getParent();
+    throw CommandError(Status::failure, "There is no path \"" + formatPath(path) +
+                                            "\"; the nearest one above it is \"" + formatPath(ancestor) + '"');
+}
+
+}  // namespace cli

@@ -1,0 +1,321 @@
+// The new metadata is made in a scratch folder beside the place where it is to be, compared with the old, and exchanged
+// with it. So the project has all of its metadata at any moment, whatever happens.
+
+#include "operations/Convert.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "host/FileSystem.hpp"
+#include "host/Interruption.hpp"
+#include "host/Text.hpp"
+#include "operations/Errors.hpp"
+#include "operations/FolderVersion.hpp"
+#include "operations/MetadataLock.hpp"
+#include "operations/NewMetadata.hpp"
+#include "operations/Project.hpp"
+#include "operations/StoreChange.hpp"
+#include "operations/StoreFiles.hpp"
+#include "operations/Workshop.hpp"
+#include "project/metadata/CoreFile.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+
+namespace operations {
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace pm = project::metadata;
+using Factory = std::shared_ptr<pm::MetadataManagerFactory>;
+
+host::Path toPath(const fs::path& path) {
+    return host::Path::fromAccessName(path.native());
+}
+
+/// What is to be converted, and where it goes.
+struct Plan {
+    Factory before;
+    Factory after;
+    fs::path oldFolder;    // where it really is, if its name is a symbolic link
+    fs::path newFolder;    // the same, unless --folder names another
+    fs::path asideFolder;  // where the old folder comes to
+};
+
+[[noreturn]] void refuse(const host::Path& root, const std::string& reason) {
+    throw OperationError(ErrorKind::failure, "The metadata of " + quoted(root) + " cannot be converted: " + reason);
+}
+
+/// @throws OperationError if metadata in the folder `name` would not be found, because of what is in a folder before it
+void requireFound(const host::Path& root, const host::Path& oldFolder, const host::Path& newFolder) {
+    for (const std::u16string& name : pm::getSupportedRoots()) {
+        const host::Path folder = root / name;
+        if (folder == newFolder)
+            break;
+        if (folder != oldFolder && host::FileSystem::exists(folder / pm::coreFileName()))
+            refuse(root,
+                   quoted(folder) + " has metadata too, which would be found before that in " + quoted(newFolder));
+    }
+    std::error_code ignored;
+    if (newFolder != oldFolder && fs::exists(newFolder.accessName()) && !fs::is_empty(newFolder.accessName(), ignored))
+        refuse(root, "there is something in " + quoted(newFolder) + " already");
+}
+
+Plan makePlan(const host::Path& root, const ConversionRequest& request) {
+    Plan plan;
+    const host::Path coreFile = requireCoreFile(root);
+    const std::u16string type = pm::ProjectMetadataLocation(root).getMetadataType().value_or(u"");
+    plan.before = pm::getNamedFactory(type);
+    plan.after = chooseStore(request.store);
+    if (plan.after->getName() == type) {
+        throw OperationError(ErrorKind::usage, "The metadata of " + quoted(root) + " is in a store of the kind \"" +
+                                                   request.store + "\" already");
+    }
+    const host::Path oldFolder = coreFile.parentPath();
+    const host::Path newFolder = request.folder ? root / host::fromUtf8(*request.folder) : oldFolder;
+    if (request.folder)
+        chooseFolder(request.folder);
+    requireFound(root, oldFolder, newFolder);
+    plan.oldFolder = fs::canonical(oldFolder.accessName());
+    plan.newFolder = newFolder == oldFolder ? plan.oldFolder : fs::weakly_canonical(newFolder.accessName());
+    plan.asideFolder = plan.oldFolder;
+    plan.asideFolder += '.' + host::toUtf8(type);
+    if (fs::exists(fs::symlink_status(plan.asideFolder)))
+        refuse(root, quoted(toPath(plan.asideFolder)) + " is in the way, the name that the old folder is to get");
+    return plan;
+}
+
+/// Copies to `target` what lies in the metadata folder `folder`, and for which `isOwn` says that it is not the store's.
+/// @return how many files are the store's, the core file not counted
+std::size_t copyForeignFiles(const fs::path& folder, const std::function<bool(const fs::path&)>& isOwn,
+                             const fs::path& target, Observer& observer) {
+    std::size_t ownCount = 0;
+    const auto progress = observer.start("Copying");
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+        progress->advance();
+        const fs::path name = entry.path().native().substr(folder.native().size() + 1);
+        if (entry.is_directory() && !entry.is_symlink()) {
+            if (fs::is_empty(entry.path()))
+                fs::create_directories(target / name);
+            continue;
+        }
+        if (name == ".lock" || toPath(name).text() == pm::coreFileName())
+            continue;
+        if (isOwn(name)) {
+            ++ownCount;
+            continue;
+        }
+        fs::create_directories((target / name).parent_path());
+        fs::copy(entry.path(), target / name, fs::copy_options::copy_symlinks);
+        if (entry.is_regular_file())
+            fs::last_write_time(target / name, entry.last_write_time());
+    }
+    fs::permissions(target, fs::status(folder).permissions());
+    return ownCount;
+}
+
+/// As that, for the old metadata folder, which holds the `pathCount` paths of `source`.
+void copyForeignFiles(const Plan& plan, const pm::MetadataManager& source, std::size_t pathCount,
+                      const Workshop& workshop, Observer& observer) {
+    const fs::path target = workshop.metadataFolder("new");
+    const auto known = getStoreFiles(plan.before->getName());
+    if (!known) {
+        // What the same kind of store does not make for the same content is not its own.
+        workshop.copy(source, *plan.before, "pure");
+        const auto isOwn = [pure = workshop.metadataFolder("pure")](const fs::path& name) {
+            return fs::exists(fs::symlink_status(pure / name));
+        };
+        copyForeignFiles(plan.oldFolder, isOwn, target, observer);
+        return;
+    }
+    const auto isOwn = [&](const fs::path& name) { return known->isOwn(toPath(name).text()); };
+    const std::size_t ownCount = copyForeignFiles(plan.oldFolder, isOwn, target, observer);
+    if (known->hasOnePerPath && ownCount != pathCount) {
+        throw OperationError(ErrorKind::failure, "Not converted: in " + quoted(toPath(plan.oldFolder)) + " there are " +
+                                                     std::to_string(ownCount) + " files with names of paths, for " +
+                                                     std::to_string(pathCount) + " paths");
+    }
+}
+
+/// @throws OperationError naming the first path that differs, or a file that the new store takes for its own
+void requireEqual(const pm::MetadataManager& before, const host::Path& root, const Factory& factory,
+                  Observer& observer) {
+    const auto progress = observer.start("Comparing");
+    const auto after = factory->createManager(root);
+    if (const auto damages = findDamage(*after); !damages.empty()) {
+        throw OperationError(ErrorKind::failure, "The file " + quoted(damages.front().file.fileName()) +
+                                                     " in the metadata folder would be damaged in the new store: " +
+                                                     host::toUtf8(damages.front().problem));
+    }
+    const StoreChange change = findMirrorChange(before, *after, *progress);
+    if (change.isEmpty())
+        return;
+    for (const auto* paths : {&change.updated, &change.added, &change.removed}) {
+        if (!paths->empty())
+            throw PathNotConverted(paths->front());
+    }
+    throw OperationError(ErrorKind::failure, "Not converted: the order of the paths would not stay as it is");
+}
+
+/// Waits until the names in the folder of `path`, and all that has been written to its file system, are on disk.
+void flush(const fs::path& path) {
+    const int folder = open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool isFlushed = folder >= 0 && syncfs(folder) == 0;
+    const int error = errno;
+    if (folder >= 0)
+        close(folder);
+    if (!isFlushed)
+        throw fs::filesystem_error("cannot flush", path, std::error_code(error, std::generic_category()));
+}
+
+/// @return whether the file system can do that and has done it
+bool exchange(const fs::path& a, const fs::path& b) {
+    if (renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0)
+        return true;
+    if (errno == EINVAL || errno == ENOSYS)
+        return false;
+    throw fs::filesystem_error("cannot exchange", a, b, std::error_code(errno, std::generic_category()));
+}
+
+/// Puts the folder `made` in its place and the old one aside. If that fails, everything is as it was.
+void swapFolders(const Plan& plan, const fs::path& made) {
+    const bool isSamePlace = plan.newFolder == plan.oldFolder;
+    if (isSamePlace && exchange(made, plan.oldFolder)) {
+        try {
+            fs::rename(made, plan.asideFolder);
+        } catch (...) {
+            exchange(made, plan.oldFolder);
+            throw;
+        }
+        return;
+    }
+    // In two steps. If there are two places, the new folder comes first, so that there is metadata at any moment.
+    std::pair first(plan.oldFolder, plan.asideFolder);
+    std::pair second(made, plan.newFolder);
+    if (!isSamePlace)
+        std::swap(first, second);
+    fs::rename(first.first, first.second);
+    try {
+        fs::rename(second.first, second.second);
+    } catch (...) {
+        fs::rename(first.second, first.first);
+        throw;
+    }
+}
+
+/// @throws OperationError if anything in the old folder, which may have another name now, is not as it was `before`, or
+///         may still change
+void requireUnchanged(const FolderVersion& before, const fs::path& folder, const std::string& outcome) {
+    if (const auto file = before.findDifference(FolderVersion(folder))) {
+        throw OperationError(ErrorKind::foundProblems, outcome + ": another program has changed " +
+                                                           quoted(toPath(folder / *file)) + " meanwhile");
+    }
+    if (const auto file = findLockedFile(folder)) {
+        throw OperationError(
+            ErrorKind::foundProblems,
+            outcome + ": another program has " + quoted(toPath(folder / *file)) + " open, and may be changing it");
+    }
+}
+
+/// Opens the project, which must not be damaged.
+std::unique_ptr<pm::MetadataManager> openSource(const host::Path& root, Observer& observer) {
+    // A store that was killed may have left something to put away, which happens when the next one closes.
+    openProject(root).reset();
+    auto source = openProject(root);
+    const auto progress = observer.start("Reading");
+    if (const auto damages = findDamage(*source); !damages.empty()) {
+        refuse(root, quoted(damages.front().file) + " is damaged: " + host::toUtf8(damages.front().problem) +
+                         "; \"project-metadata check\" finds all damage");
+    }
+    return source;
+}
+
+/// What is in the old folder now, where it has been put aside.
+struct Converted {
+    std::size_t pathCount;
+    FolderVersion before;
+};
+
+Converted convertFolder(const host::Path& root, const Plan& plan, const ConversionRequest& request,
+                        Observer& observer) {
+    auto source = openSource(root, observer);
+    FolderVersion before(plan.oldFolder);
+    const fs::path parent = plan.newFolder.parent_path();
+    if (!request.isDryRun)
+        fs::create_directories(parent);
+    const Workshop workshop(request.isDryRun ? host::FileSystem::temp_directory_name() : toPath(parent), observer);
+    const std::size_t pathCount = workshop.copy(*source, *plan.after, "new");
+    copyForeignFiles(plan, *source, pathCount, workshop, observer);
+    // Nobody with a store that heeds the lock changes the old metadata from here on; it goes with the folder.
+    std::optional<MetadataLock> lock;
+    if (!request.isDryRun)
+        lock.emplace(toPath(plan.oldFolder));
+    requireEqual(*source, toPath(workshop.projectFolder("new")), plan.after, observer);
+    source.reset();
+    if (const auto file = before.findDifference(FolderVersion(plan.oldFolder)))
+        refuse(root, "another program has changed " + quoted(toPath(plan.oldFolder / *file)) + " meanwhile");
+    if (request.isDryRun)
+        return {pathCount, std::move(before)};
+
+    {
+        const auto progress = observer.start("Flushing");
+        flush(plan.newFolder);
+    }
+    host::Interruption::throwIfRequested();
+    host::Interruption::ignore();
+    swapFolders(plan, workshop.metadataFolder("new"));
+    lock->follow(toPath(plan.asideFolder));
+    flush(plan.newFolder);
+    return {pathCount, std::move(before)};
+}
+
+/// Unless it holds what the new metadata lacks: there are programs that heed no lock, and a database has its own.
+void removeOldFolder(const host::Path& root, const Plan& plan, const ConversionRequest& request,
+                     const FolderVersion& before, Observer& observer) {
+    const auto progress = observer.start("Removing");
+    const std::string outcome = "The metadata of " + quoted(root) + " is converted, but the old folder ";
+    requireUnchanged(before, plan.asideFolder, outcome + "is kept as " + quoted(toPath(plan.asideFolder)));
+    if (request.keep)
+        return;
+    try {
+        pm::deleteFiles({toPath(plan.asideFolder)});
+    } catch (...) {
+        std::throw_with_nested(OperationError(ErrorKind::failure, outcome + "cannot be removed"));
+    }
+}
+
+}  // namespace
+
+Conversion convertProject(const host::Path& root, const ConversionRequest& request, Observer& observer) {
+    const Plan plan = makePlan(root, request);
+    std::optional<Converted> converted;
+    try {
+        converted = convertFolder(root, plan, request, observer);
+    } catch (const host::InterruptedException&) {
+        throw;
+    } catch (const OperationError&) {
+        throw;
+    } catch (...) {
+        std::throw_with_nested(
+            OperationError(ErrorKind::failure, "The metadata of " + quoted(root) + " cannot be converted"));
+    }
+    if (!request.isDryRun)
+        removeOldFolder(root, plan, request, converted->before, observer);
+    return {plan.before->getName(), plan.after->getName(), converted->pathCount, toPath(plan.newFolder),
+            toPath(plan.asideFolder)};
+}
+
+}  // namespace operations

@@ -1,0 +1,71 @@
+#include "operations/FolderVersion.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace operations {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool hasContent(const std::string& name) {
+    constexpr std::string_view sharedMemory = "-shm";
+    const bool isShared = name.size() > sharedMemory.size() &&
+                          name.compare(name.size() - sharedMemory.size(), sharedMemory.size(), sharedMemory) == 0;
+    return name != ".lock" && !isShared;
+}
+
+std::int64_t toNanoseconds(const timespec& time) {
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+std::string getRelative(const fs::path& file, const fs::path& folder) {
+    return file.native().substr(folder.native().size() + 1);
+}
+
+}  // namespace
+
+FolderVersion::FolderVersion(const fs::path& folder) {
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+        std::string name = getRelative(entry.path(), folder);
+        struct stat status {};
+        if (lstat(entry.path().c_str(), &status) != 0 || S_ISDIR(status.st_mode) || !hasContent(name))
+            continue;
+        files_.emplace(std::move(name), Version{status.st_ino, status.st_size, toNanoseconds(status.st_mtim),
+                                                toNanoseconds(status.st_ctim)});
+    }
+}
+
+std::optional<std::string> FolderVersion::findDifference(const FolderVersion& later) const {
+    const auto isSame = [](const auto& a, const auto& b) { return a.first == b.first && !(a.second != b.second); };
+    const auto [mine, theirs] =
+        std::mismatch(files_.begin(), files_.end(), later.files_.begin(), later.files_.end(), isSame);
+    if (mine == files_.end() && theirs == later.files_.end())
+        return std::nullopt;
+    if (mine == files_.end() || (theirs != later.files_.end() && theirs->first < mine->first))
+        return theirs->first;
+    return mine->first;
+}
+
+std::optional<std::string> findLockedFile(const fs::path& folder) {
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+        if (!fs::is_regular_file(entry.symlink_status()))
+            continue;
+        const int descriptor = open(entry.path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        struct flock lock {};
+        lock.l_type = F_WRLCK;  // of the whole file
+        const bool isLocked = descriptor >= 0 && fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+        if (descriptor >= 0)
+            close(descriptor);
+        if (isLocked)
+            return getRelative(entry.path(), folder);
+    }
+    return std::nullopt;
+}
+
+}  // namespace operations

@@ -1,0 +1,53 @@
+#include "operations/NewMetadata.hpp"
+
+#include <algorithm>
+#include <vector>
+
+#include "host/Text.hpp"
+#include "operations/Errors.hpp"
+#include "operations/Project.hpp"
+#include "operations/SettingsOverride.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+
+namespace operations {
+
+namespace pm = project::metadata;
+
+namespace {
+
+/// In any other folder a project could be made, but not found again.
+/// @param origin where the name comes from, for the error sentence
+void requireFolderIn(const std::vector<std::u16string>& allowed, const std::u16string& name, ErrorKind kind,
+                     const std::string& origin) {
+    if (std::find(allowed.begin(), allowed.end(), name) != allowed.end())
+        return;
+    std::string choices;
+    for (const std::u16string& choice : allowed)
+        choices += (choices.empty() ? "" : ", ") + host::toUtf8(choice);
+    throw OperationError(kind, "Metadata cannot be kept in the folder \"" + host::toUtf8(name) + '"' + origin +
+                                   "; it can be in: " + choices);
+}
+
+}  // namespace
+
+std::shared_ptr<pm::MetadataManagerFactory> chooseStore(const std::optional<std::string>& name) {
+    if (auto factory = name ? pm::getNamedFactory(host::fromUtf8(*name)) : pm::getDefaultFactory())
+        return factory;
+    if (name)
+        throw OperationError(ErrorKind::usage, "There is no store \"" + *name + "\"; there are: " + listStoreNames());
+    throw OperationError(ErrorKind::failure, "There is no default store; there are: " + listStoreNames());
+}
+
+void chooseFolder(const std::optional<std::string>& name) {
+    if (name) {
+        const std::u16string folder = host::fromUtf8(*name);
+        requireFolderIn(pm::getSelectableRoots(), folder, ErrorKind::usage, "");
+        overrideSetting("korvex.project.creation", "DefaultMetadataRoot", folder);
+    } else {
+        requireFolderIn(pm::getSupportedRoots(), pm::getRootFromSettings(), ErrorKind::failure,
+                        " that the setting DefaultMetadataRoot names");
+    }
+}
+
+}  // namespace operations

@@ -1,0 +1,26 @@
+/// Changing and comparing nodes.
+///
+/// Both functions may be called from any thread.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "project/metadata/MetadataNode.hpp"
+
+namespace operations {
+
+/// Values by key; without a value, the attribute is not to be there.
+using AttributeChanges = std::map<std::u16string, std::optional<std::u16string>>;
+
+/// A copy of `before` with `changes`; its other attributes, its name and its children are the same.
+/// @throws PutMetadataKeyFailure, PutMetadataValueFailure for what no node can hold
+std::unique_ptr<project::metadata::MetadataNode> changeAttributes(const project::metadata::MetadataNode& before,
+                                                                  const AttributeChanges& changes);
+
+/// Whether both have the same name, attributes and children.
+bool equalNodes(const project::metadata::MetadataNode& a, const project::metadata::MetadataNode& b);
+
+}  // namespace operations

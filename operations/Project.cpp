@@ -1,0 +1,86 @@
+#include "operations/Project.hpp"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <exception>
+#include <optional>
+#include <system_error>
+
+#include "host/Text.hpp"
+#include "operations/Errors.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+
+namespace operations {
+
+namespace pm = project::metadata;
+
+bool leadsToFolder(const std::string& name) {
+    struct stat status {};
+    return stat(name.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+void requireRoot(const host::Path& root) {
+    struct stat status {};
+    if (stat(root.accessName().c_str(), &status) != 0) {
+        const std::string reason = std::generic_category().message(errno);
+        throw OperationError(ErrorKind::notAProject,
+                             "The project folder " + quoted(root) + " cannot be used: " + reason);
+    }
+    if (!S_ISDIR(status.st_mode))
+        throw OperationError(ErrorKind::notAProject, quoted(root) + " is no folder, so it cannot be a project");
+}
+
+void requireNewRoot(const host::Path& root) {
+    struct stat status {};
+    if (root.empty() || lstat(root.accessName().c_str(), &status) == 0 || errno != ENOENT)
+        requireRoot(root);
+}
+
+host::Path requireCoreFile(const host::Path& root) {
+    requireRoot(root);
+    const std::optional<host::Path> coreFile = pm::ProjectMetadataLocation(root).locateCoreFile();
+    if (!coreFile) {
+        throw OperationError(
+            ErrorKind::notAProject,
+            "The folder " + quoted(root) + " holds no project metadata; \"project-metadata init\" creates it");
+    }
+    return *coreFile;
+}
+
+std::unique_ptr<pm::MetadataManager> openProject(const host::Path& root) {
+    requireRoot(root);
+    // First of all: a store may have to complete a change that was interrupted before there is a core file.
+    try {
+        if (auto store = pm::getMetadataManagerFor(root))
+            return store;
+    } catch (const pm::MetadataReadFailure&) {
+        std::throw_with_nested(
+            OperationError(ErrorKind::failure, "The metadata of " + quoted(root) + " cannot be opened"));
+    }
+    const host::Path coreFile = requireCoreFile(root);
+    const std::optional<std::u16string> type = pm::ProjectMetadataLocation(root).getMetadataType();
+    if (!type)
+        throw OperationError(ErrorKind::failure, "The core file " + quoted(coreFile) + " names no type of metadata");
+    throw OperationError(ErrorKind::failure, "There is no store for metadata of type \"" + host::toUtf8(*type) +
+                                                 "\", which " + quoted(coreFile) +
+                                                 " names; there are: " + listStoreNames());
+}
+
+std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store) {
+    const auto* const reporter = dynamic_cast<const pm::DamageReporter*>(&store);
+    return reporter ? reporter->findDamage() : std::vector<pm::MetadataDamage>();
+}
+
+std::string listStoreNames() {
+    std::string names;
+    for (const auto& factory : pm::getRegisteredFactories()) {
+        if (!factory->isHidden())
+            names += (names.empty() ? "" : ", ") + host::toUtf8(factory->getName());
+    }
+    return names.empty() ? "none" : names;
+}
+
+}  // namespace operations

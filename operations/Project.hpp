@@ -1,0 +1,43 @@
+/// Finding and opening projects.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataDamage.hpp"
+#include "project/metadata/MetadataManager.hpp"
+
+namespace operations {
+
+/// Whether `name`, as it stands on the command line, leads to a folder.
+bool leadsToFolder(const std::string& name);
+
+/// @throws OperationError with `ErrorKind::notAProject` unless `root` is a folder
+void requireRoot(const host::Path& root);
+
+/// As `requireRoot`, for a new project: what is not there can be made.
+void requireNewRoot(const host::Path& root);
+
+/// The core file of the project with the root folder `root`.
+/// @throws OperationError with `ErrorKind::notAProject` if there is no such folder or no metadata in it
+/// @throws MetadataReadFailure if that cannot be found out
+host::Path requireCoreFile(const host::Path& root);
+
+/// The store that holds the metadata of the project with the root folder `root`; never null.
+/// @throws as `requireCoreFile`
+/// @throws OperationError if there is no store for the type of metadata that the core file names, or if its files are
+/// too
+///         damaged to be opened
+/// @throws whatever the plug-ins throw
+std::unique_ptr<project::metadata::MetadataManager> openProject(const host::Path& root);
+
+/// What is damaged in `store`; nothing for a store that cannot tell.
+/// @throws whatever the store throws
+std::vector<project::metadata::MetadataDamage> findDamage(const project::metadata::MetadataManager& store);
+
+/// The names of all stores that users may choose, for an error sentence.
+std::string listStoreNames();
+
+}  // namespace operations

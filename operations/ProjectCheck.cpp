@@ -1,0 +1,258 @@
+#include "operations/ProjectCheck.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+#include <tuple>
+#include <utility>
+
+#include "host/FileUtils.hpp"
+#include "host/MessageException.hpp"
+#include "host/Text.hpp"
+#include "operations/Errors.hpp"
+#include "operations/MetadataLock.hpp"
+#include "operations/NodeMerge.hpp"
+#include "operations/Progress.hpp"
+#include "operations/Project.hpp"
+#include "operations/StoreFiles.hpp"
+#include "operations/UuidText.hpp"
+#include "operations/Workshop.hpp"
+#include "project/metadata/AttributeRules.hpp"
+#include "project/metadata/CoreFile.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+
+namespace operations {
+
+namespace pm = project::metadata;
+
+namespace {
+
+const std::u16string extension = u".xml";
+const std::u16string markerPrefix = u"uuid-";
+
+bool isMarker(const std::u16string& name) {
+    return name.rfind(markerPrefix, 0) == 0 && pm::ends_with(name, extension);
+}
+
+class ProjectCheck {
+public:
+    ProjectCheck(const host::Path& root, Observer& observer)
+        : root_(root), location_(root), folder_(location_.getDirectory()), progress_(observer.start("Checking")) {}
+
+    CheckResult run() {
+        requireRoot(root_);
+        const bool isInterrupted = checkLeftovers();
+        if (!isInterrupted)
+            requireCoreFile(root_);
+        checkOtherFolders();
+        readType();
+        for (const host::Path& leftover : Workshop::findLeftovers(root_))
+            add(leftover, 0, u"a conversion that was killed has left this folder", Remedy::removeWorkshop);
+        checkFiles(folder_);
+        if (!isInterrupted)
+            checkStore();
+        std::stable_sort(result_.problems.begin(), result_.problems.end(), [](const Problem& a, const Problem& b) {
+            return std::tie(a.file, a.line) < std::tie(b.file, b.line);
+        });
+        std::sort(result_.others.begin(), result_.others.end());
+        return std::move(result_);
+    }
+
+private:
+    void add(const host::Path& file, int line, const std::u16string& problem, Remedy remedy = Remedy::none) {
+        result_.problems.push_back({file, line, problem, remedy});
+    }
+
+    /// Of what is about one path, no file is known.
+    void addToPath(const pm::MetadataPath& path, const std::u16string& problem) {
+        result_.problems.push_back({location_.getCoreFile(), 0, problem, Remedy::none, path});
+    }
+
+    /// @return whether a change was interrupted
+    bool checkLeftovers() {
+        if (MetadataLock::isHeld(folder_))
+            return false;  // somebody is at work; the store waits for him
+        const host::Path scratch = MetadataLock::scratchFolder(folder_);
+        const host::Path lock = MetadataLock::lockFile(folder_);
+        if (host::FileUtils::existNoExcept(scratch)) {
+            add(scratch, 0, u"a change was interrupted, and the store is not looked at before it is completed",
+                Remedy::complete);
+            return true;
+        }
+        if (host::FileUtils::existNoExcept(lock))
+            add(lock, 0, u"a program that has ended has left this lock", Remedy::removeLeftover);
+        return false;
+    }
+
+    void checkOtherFolders() {
+        for (const std::u16string& name : pm::getSupportedRoots()) {
+            const host::Path other = root_ / name / pm::coreFileName();
+            if (other != folder_ / pm::coreFileName() && host::FileUtils::existNoExcept(other))
+                add(other, 0, u"it is not used, because the project has its metadata in \"" + folder_.text() + u'"');
+        }
+    }
+
+    /// What cannot be read is told by the check of the file.
+    void readType() {
+        try {
+            type_ = location_.getMetadataType();
+        } catch (const host::UserException&) {
+            return;
+        }
+        if (location_.hasCoreFile() && !type_)
+            add(location_.getCoreFile(), 0, u"it names no type of metadata");
+        storeFiles_ = getStoreFiles(type_.value_or(u""));
+    }
+
+    void checkFiles(const host::Path& folder) {
+        std::vector<host::Path> entries = pm::listChildFiles(folder);
+        std::sort(entries.begin(), entries.end());
+        for (const host::Path& entry : entries) {
+            const std::u16string name = entry.fileName().text();
+            if (entry == MetadataLock::scratchFolder(folder_) || entry == MetadataLock::lockFile(folder_))
+                continue;
+            struct stat status {};
+            const bool isFolder = lstat(entry.accessName().c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+            if (isFolder)
+                checkFiles(entry);
+            else if (entry == folder_ / pm::coreFileName() || (folder == folder_ && isMarker(name)) || isOwn(entry))
+                checkFile(entry);
+            else
+                result_.others.push_back(entry);
+        }
+    }
+
+    /// Of a store that is not known, all files are taken as its own.
+    bool isOwn(const host::Path& file) const {
+        return !storeFiles_ || storeFiles_->isOwn(file.text().substr(folder_.text().size() + 1));
+    }
+
+    void checkFile(const host::Path& file) {
+        progress_->advance();
+        ++result_.files;
+        const std::u16string name = file.fileName().text();
+        if (!pm::ends_with(name, extension))
+            return;
+        for (Problem& problem : checkXml(file))
+            result_.problems.push_back(std::move(problem));
+        if (!isMarker(name))
+            return;
+        const std::size_t length = name.size() - markerPrefix.size() - extension.size();
+        if (!isUuid(host::toUtf8(name.substr(markerPrefix.size(), length))))
+            add(file, 0, u"its name holds no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 and 12");
+    }
+
+    void checkStore() {
+        attempt(location_.getCoreFile(), [&] {
+            const std::unique_ptr<pm::MetadataManager> store = pm::getMetadataManagerFor(root_);
+            if (!store) {
+                if (type_)
+                    add(location_.getCoreFile(), 0,
+                        u"there is no store for its type of metadata, \"" + *type_ + u"\"; there are: " +
+                            host::fromUtf8(listStoreNames()));
+                return;
+            }
+            std::set<host::Path> known;
+            for (const Problem& problem : result_.problems)
+                known.insert(problem.file);
+            for (const pm::MetadataDamage& damage : findDamage(*store))
+                addDamage(damage, known.count(damage.file) > 0);
+            walk(*store);
+        });
+    }
+
+    /// @param isKnown whether the check of the file has told why
+    void addDamage(const pm::MetadataDamage& damage, bool isKnown) {
+        const bool isMissing = !host::FileUtils::existNoExcept(damage.file);
+        const bool isPathFile = damage.file != location_.getCoreFile() && pm::ends_with(damage.file.text(), extension);
+        const Remedy remedy = !isPathFile ? Remedy::none : isMissing ? Remedy::giveBack : Remedy::moveAside;
+        for (Problem& problem : result_.problems) {
+            if (problem.file != damage.file)
+                continue;
+            problem.remedy = remedy;
+            isKnown = isKnown || problem.problem == damage.problem;
+        }
+        if (!isKnown)
+            add(damage.file, 0, damage.problem, remedy);
+    }
+
+    void walk(const pm::MetadataManager& store) {
+        std::vector<pm::MetadataPath> open{pm::MetadataPath()};
+        while (!open.empty()) {
+            const pm::MetadataPath path = std::move(open.back());
+            open.pop_back();
+            progress_->advance();
+            const bool isRoot = path.getPath().empty();
+            result_.paths += isRoot ? 0 : 1;
+            const host::Path file = location_.getCoreFile();
+            attempt(file, [&] {
+                std::vector<pm::MetadataPath> children = store.getChildren(path);
+                open.insert(open.end(), children.rbegin(), children.rend());
+            });
+            attempt(file, [&] {
+                if (!store.hasPath(path))
+                    addToPath(path, u"it is listed, but it is not there");
+                if (const auto node = store.getNode(path)) {
+                    result_.paths += isRoot ? 1 : 0;  // as in `stat`
+                    checkNode(path, *node);
+                }
+            });
+        }
+    }
+
+    /// What cannot be read is told with its file, unless that is known for damaged already.
+    template <class Action>
+    void attempt(const host::Path& file, const Action& action) {
+        try {
+            action();
+        } catch (const host::UserException& error) {
+            // The arguments of this one are the file and the cause.
+            const bool isReadFailure = dynamic_cast<const pm::MetadataReadFailure*>(&error) != nullptr;
+            const auto& arguments = error.GetBaseMsgIDObj().arguments;
+            const host::Path place = isReadFailure ? host::Path(std::get<std::u16string>(arguments.at(0))) : file;
+            const auto isIn = [&place](const Problem& problem) { return problem.file == place; };
+            if (std::any_of(result_.problems.begin(), result_.problems.end(), isIn))
+                return;
+            const std::u16string cause = isReadFailure ? std::get<std::u16string>(arguments.at(1)) : u"";
+            add(place, 0, cause.empty() ? explain(error) : cause);
+        }
+    }
+
+    void checkNode(const pm::MetadataPath& path, const pm::MetadataNode& node) {
+        if (!pm::isValidKey(node.getName()))
+            addToPath(path, u"the name of a node, \"" + node.getName() + u"\", is none of XML");
+        if (node.getName() == conflictName)
+            addToPath(path, u"a conflict of a merge is not settled");
+        for (const std::u16string& key : node.getAttributeKeys()) {
+            if (!pm::isValidKey(key))
+                addToPath(path, u"the name of an attribute, \"" + key + u"\", is none of XML");
+            if (!pm::isValidAttribute(node.get(key)))
+                addToPath(path, u"the value of \"" + key + u"\" cannot be kept");
+        }
+        for (const auto& child : node.getChildNodes())
+            checkNode(path, *child);
+    }
+
+    host::Path root_;
+    pm::ProjectMetadataLocation location_;
+    host::Path folder_;
+    std::optional<std::u16string> type_;
+    std::optional<StoreFiles> storeFiles_;
+    CheckResult result_;
+    std::unique_ptr<Progress> progress_;
+};
+
+}  // namespace
+
+CheckResult checkProject(const host::Path& root, Observer& observer) {
+    return ProjectCheck(root, observer).run();
+}
+
+}  // namespace operations

@@ -1,0 +1,129 @@
+#include "operations/ProjectRepair.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "host/FileSystem.hpp"
+#include "host/FileUtils.hpp"
+#include "host/Text.hpp"
+#include "operations/Errors.hpp"
+#include "operations/MetadataLock.hpp"
+#include "operations/Project.hpp"
+#include "operations/Workshop.hpp"
+#include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+
+namespace operations {
+
+namespace pm = project::metadata;
+
+namespace {
+
+class ProjectRepair {
+public:
+    ProjectRepair(const host::Path& root, bool isDryRun)
+        : root_(root), folder_(pm::ProjectMetadataLocation(root).getDirectory()), isDryRun_(isDryRun) {}
+
+    std::vector<Repair> run(const std::vector<Problem>& problems) {
+        std::set<host::Path> damaged;
+        std::set<host::Path> missing;
+        for (const Problem& problem : problems) {
+            if (problem.remedy == Remedy::complete)
+                complete(problem.file);
+            else if (problem.remedy == Remedy::removeLeftover)
+                removeLock(problem.file);
+            else if (problem.remedy == Remedy::removeWorkshop)
+                removeWorkshop(problem.file);
+            else if (problem.remedy == Remedy::moveAside)
+                damaged.insert(problem.file);
+            else if (problem.remedy == Remedy::giveBack)
+                missing.insert(problem.file);
+        }
+        if (!damaged.empty())
+            moveAside(damaged);
+        if (!missing.empty())
+            giveBack(missing);
+        return std::move(repairs_);
+    }
+
+private:
+    void note(const host::Path& file, const std::u16string& what) { repairs_.push_back({file, what}); }
+
+    void complete(const host::Path& scratch) {
+        if (!isDryRun_) {
+            openProject(root_);  // which completes what was decided
+            if (MetadataLock(folder_).removeScratch()) {
+                note(scratch, u"is removed: the change that was interrupted had not been decided");
+                return;
+            }
+        }
+        note(scratch, u"is gone: the change that was interrupted is completed");
+    }
+
+    void removeLock(const host::Path& lock) {
+        if (!isDryRun_)
+            MetadataLock taken(folder_);
+        note(lock, u"is removed");
+    }
+
+    void removeWorkshop(const host::Path& folder) {
+        if (!isDryRun_)
+            Workshop::removeLeftover(folder);
+        note(folder, u"is removed");
+    }
+
+    void moveAside(const std::set<host::Path>& files) {
+        std::unique_ptr<MetadataLock> lock;
+        if (!isDryRun_)
+            lock = std::make_unique<MetadataLock>(folder_);
+        const host::Path shelter(folder_.text() + u".damaged");
+        for (const host::Path& file : files) {
+            const std::u16string relative = file.text().substr(folder_.text().size() + 1);
+            host::Path target = shelter / relative;
+            for (int number = 2; host::FileUtils::existNoExcept(target); ++number)
+                target = host::Path((shelter / relative).text() + u'.' + host::fromUtf8(std::to_string(number)));
+            if (!isDryRun_) {
+                pm::makeFolder(pm::getParentFolder(target));
+                if (std::rename(file.accessName().c_str(), target.accessName().c_str()) != 0)
+                    throw host::FileSystemException(file, std::error_code(errno, std::generic_category()));
+            }
+            repairs_.push_back({file, u"is moved to", target});
+        }
+    }
+
+    /// The store lists paths whose files are missing; adding such a path writes its file.
+    void giveBack(const std::set<host::Path>& files) {
+        if (!isDryRun_) {
+            const auto store = openProject(root_);
+            std::vector<pm::MetadataPath> open{pm::MetadataPath()};
+            while (!open.empty()) {
+                const pm::MetadataPath path = std::move(open.back());
+                open.pop_back();
+                const auto children = store->getChildren(path);
+                if (!path.getPath().empty() && !children.empty() && !store->hasNode(path))
+                    store->addPath(path);
+                open.insert(open.end(), children.begin(), children.end());
+            }
+        }
+        for (const host::Path& file : files) {
+            if (isDryRun_ || host::FileUtils::existNoExcept(file))
+                note(file, u"is given back, without a node");
+        }
+    }
+
+    host::Path root_;
+    host::Path folder_;
+    bool isDryRun_;
+    std::vector<Repair> repairs_;
+};
+
+}  // namespace
+
+std::vector<Repair> repairProject(const host::Path& root, const std::vector<Problem>& problems, bool isDryRun) {
+    return ProjectRepair(root, isDryRun).run(problems);
+}
+
+}  // namespace operations

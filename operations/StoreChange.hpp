@@ -1,0 +1,64 @@
+/// Changes of a whole store, worked out before anything is written.
+///
+/// Main thread only, as the stores.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "operations/Progress.hpp"
+#include "project/metadata/MetadataManager.hpp"
+
+namespace operations {
+
+/// Tells apart paths with one text, as the order of the library does not.
+struct BySteps {
+    bool operator()(const project::metadata::MetadataPath& a, const project::metadata::MetadataPath& b) const {
+        return a.getPath() < b.getPath();
+    }
+};
+
+using PathSet = std::set<project::metadata::MetadataPath, BySteps>;
+
+/// A value type. What it adds, updates and removes is for people; `nodes` and `paths` are what is done.
+struct StoreChange {
+    std::vector<project::metadata::MetadataPath> added;
+    std::vector<project::metadata::MetadataPath> updated;  ///< have another node, or none any more
+    std::vector<project::metadata::MetadataPath> removed;  ///< with all that lie below them, each listed
+
+    /// What is to be stored at which path; null: the node there goes.
+    std::vector<std::pair<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>> nodes;
+
+    /// The whole content in its order, as `MetadataManager::setPaths` takes it; no value if `nodes` are all.
+    std::optional<std::vector<project::metadata::MetadataPath>> paths;
+
+    /// Whether the store is already as it is to be.
+    bool isEmpty() const { return nodes.empty() && !paths; }
+};
+
+/// `top` and every path below it, each before those below it, siblings in their order.
+/// @throws whatever the store throws; host::InterruptedException
+std::vector<project::metadata::MetadataPath> listPaths(const project::metadata::MetadataManager& store,
+                                                       const project::metadata::MetadataPath& top, Progress& progress);
+
+/// What makes `destination` hold exactly what `source` holds: all paths, their order, all nodes, also the root's.
+/// @throws whatever the stores throw; host::InterruptedException
+StoreChange findMirrorChange(const project::metadata::MetadataManager& source,
+                             const project::metadata::MetadataManager& destination, Progress& progress);
+
+/// When `applyChange` heeds the user's wish to stop.
+enum class Interruptible { untilFirstBatch, always };
+
+/// Makes `change`: what is new first, and what goes last. It takes one batch if it only changes nodes or only paths;
+/// two if it does both; and one more for each node that goes, and for paths that have one text.
+/// @param interruptible `always` only for a store that nobody will miss
+/// @throws whatever the store throws; host::InterruptedException, by default only while nothing has been changed
+void applyChange(project::metadata::MetadataManager& store, const StoreChange& change,
+                 Interruptible interruptible = Interruptible::untilFirstBatch);
+
+}  // namespace operations

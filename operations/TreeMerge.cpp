@@ -1,0 +1,152 @@
+#include "operations/TreeMerge.hpp"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "host/Interruption.hpp"
+#include "operations/Errors.hpp"
+#include "operations/NodeEdit.hpp"
+
+namespace operations {
+
+namespace {
+
+namespace pm = project::metadata;
+
+bool equalPaths(const PathTree& a, const PathTree& b) {
+    const bool haveEqualNodes = a.node && b.node ? equalNodes(*a.node, *b.node) : a.node == b.node;
+    return a.step == b.step && haveEqualNodes &&
+           std::equal(a.children.begin(), a.children.end(), b.children.begin(), b.children.end(), equalPaths);
+}
+
+/// A path as all three have it; null where it is not there.
+struct Versions {
+    const PathTree* base = nullptr;
+    const PathTree* ours = nullptr;
+    const PathTree* theirs = nullptr;
+};
+
+class TreeMerge {
+public:
+    PathTree merge(const pm::MetadataPath& path, const PathTree* base, const PathTree& ours, const PathTree& theirs) {
+        host::Interruption::throwIfRequested();
+        PathTree result;
+        result.step = ours.step;
+        result.node = nodes_.merge(path, base ? base->node : nullptr, ours.node, theirs.node);
+        mergeAttributes(result, path, base ? base->attributes : Attributes(), ours.attributes, theirs.attributes);
+        mergeChildren(result, path, base, ours, theirs);
+        return result;
+    }
+
+    std::vector<Conflict> takeConflicts() { return nodes_.takeConflicts(); }
+
+private:
+    /// Of the path's element in a file.
+    void mergeAttributes(PathTree& result, const pm::MetadataPath& path, const Attributes& base, const Attributes& ours,
+                         const Attributes& theirs) {
+        const auto get = [](const Attributes& attributes, const std::u16string& key) {
+            const auto found = attributes.find(key);
+            return found == attributes.end() ? Text() : Text(found->second);
+        };
+        std::set<std::u16string> keys;
+        for (const Attributes* side : {&ours, &theirs}) {
+            for (const auto& [key, value] : *side)
+                keys.insert(key);
+        }
+        for (const std::u16string& key : keys) {
+            Conflict conflict{Conflict::What::attribute, path, {}, key, get(base, key), get(ours, key),
+                              get(theirs, key)};
+            bool isConflict = false;
+            Text value = mergeText(conflict.base, conflict.ours, conflict.theirs, isConflict);
+            // A place among siblings is nobody's work; any will do as long as it is the same whoever merges.
+            if (isConflict && key == u"Rank") {
+                value = conflict.ours && conflict.theirs ? std::min(conflict.ours, conflict.theirs) : value;
+                isConflict = false;
+            }
+            if (value)
+                result.attributes[key] = *value;
+            if (isConflict)
+                result.node = nodes_.mark(std::move(conflict), result.node);
+        }
+    }
+
+    void mergeChildren(PathTree& result, const pm::MetadataPath& path, const PathTree* base, const PathTree& ours,
+                       const PathTree& theirs) {
+        std::map<pm::PathElement, std::size_t> numbers;
+        std::vector<Versions> children;
+        const auto number = [&](const PathTree& parent, const PathTree* Versions::*side) {
+            std::vector<std::size_t> order;
+            for (const PathTree& child : parent.children) {
+                const auto [entry, isNew] = numbers.emplace(child.step, children.size());
+                if (isNew)
+                    children.emplace_back();
+                children[entry->second].*side = &child;
+                order.push_back(entry->second);
+            }
+            return order;
+        };
+        const auto baseOrder = base ? number(*base, &Versions::base) : std::vector<std::size_t>();
+        const auto ourOrder = number(ours, &Versions::ours);
+        const auto theirOrder = number(theirs, &Versions::theirs);
+        for (const std::size_t child : mergeOrder(baseOrder, ourOrder, theirOrder))
+            mergeChild(result, path, children[child]);
+    }
+
+    void mergeChild(PathTree& result, const pm::MetadataPath& path, const Versions& child) {
+        const PathTree& kept = child.ours ? *child.ours : *child.theirs;
+        if (child.ours && child.theirs) {
+            result.children.push_back(merge(childPath(path, kept.step), child.base, *child.ours, *child.theirs));
+            return;
+        }
+        if (child.base && equalPaths(*child.base, kept))
+            return;
+        result.children.push_back(kept);
+        if (!child.base)
+            return;
+        const Text changed = u"changed";
+        PathTree& merged = result.children.back();
+        merged.node = nodes_.mark({Conflict::What::removed,
+                                   childPath(path, kept.step),
+                                   {},
+                                   {},
+                                   {},
+                                   child.ours ? changed : Text(),
+                                   child.theirs ? changed : Text()},
+                                  merged.node);
+    }
+
+    NodeMerge nodes_;
+};
+
+void requireSameForm(const MetadataTree& a, const MetadataTree& b) {
+    if (a.form != b.form && a.form != TreeForm::empty && b.form != TreeForm::empty) {
+        throw OperationError(ErrorKind::failure,
+                             "What is to be merged must be of one form: projects, files that hold a "
+                             "project's paths, files of one path, or files of one node");
+    }
+}
+
+}  // namespace
+
+MergeResult mergeTrees(const MetadataTree& base, const MetadataTree& ours, const MetadataTree& theirs) {
+    requireSameForm(base, ours);
+    requireSameForm(base, theirs);
+    requireSameForm(ours, theirs);
+    MergeResult result;
+    const MetadataTree& shape = ours.form == TreeForm::empty ? theirs : ours;
+    result.tree.form = shape.form;
+    if (ours.form == TreeForm::empty || theirs.form == TreeForm::empty) {
+        // One side has no such file, or both have an empty one.
+        result.tree = shape;
+        return result;
+    }
+    TreeMerge merge;
+    const PathTree* const root = base.form == TreeForm::empty ? nullptr : &base.root;
+    result.tree.root = merge.merge(ours.rootPath(), root, ours.root, theirs.root);
+    result.conflicts = merge.takeConflicts();
+    return result;
+}
+
+}  // namespace operations

@@ -1,0 +1,97 @@
+#include "operations/Workshop.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <set>
+#include <string_view>
+#include <system_error>
+
+#include "host/FileSystem.hpp"
+#include "operations/Progress.hpp"
+#include "operations/SettingsOverride.hpp"
+#include "operations/StoreChange.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+
+namespace operations {
+
+namespace fs = std::filesystem;
+namespace pm = project::metadata;
+
+namespace {
+
+const std::u16string prefix = u".project-metadata-";
+
+host::Path toPath(const fs::path& path) {
+    return host::Path::fromAccessName(path.native());
+}
+
+/// Whether `folder` was in use, and nothing in it is of anybody else.
+bool holdsProjectsOnly(const fs::path& folder) {
+    static const std::string_view names[] = {".lock", "new", "pure"};
+    std::error_code error;
+    const fs::directory_iterator entries(folder, error);
+    return fs::exists(folder / ".lock") && !error &&
+           std::all_of(begin(entries), end(entries), [](const fs::directory_entry& entry) {
+               return std::count(std::begin(names), std::end(names), entry.path().filename().native()) == 1;
+           });
+}
+
+}  // namespace
+
+Workshop::Workshop(const host::Path& parent, Observer& observer)
+    : observer_(observer), guard_(parent.text(), prefix, u""), lock_(host::Path(guard_.getDirectoryName())) {
+    observer.useScratchFolder(host::Path(guard_.getDirectoryName()));
+    overrideSetting("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
+}
+
+fs::path Workshop::projectFolder(const std::string& name) const {
+    return fs::path(host::Path(guard_.getDirectoryName()).accessName()) / name;
+}
+
+fs::path Workshop::metadataFolder(const std::string& name) const {
+    return projectFolder(name) / host::Path(pm::getSelectableRoots().front()).accessName();
+}
+
+std::size_t Workshop::copy(const pm::MetadataManager& source, pm::MetadataManagerFactory& factory,
+                           const std::string& name) const {
+    fs::create_directory(projectFolder(name));
+    const auto store = factory.createManager(toPath(projectFolder(name)));
+    const auto progress = observer_.start("Copying");
+    StoreChange change = findMirrorChange(source, *store, *progress);
+    if (!change.paths)
+        change.paths.emplace(1);
+    applyChange(*store, change, Interruptible::always);
+    return change.added.size();
+}
+
+std::vector<host::Path> Workshop::findLeftovers(const host::Path& root) {
+    std::vector<host::Path> folders{pm::ProjectMetadataLocation(root).getDirectory()};
+    for (const std::u16string& name : pm::getSupportedRoots())
+        folders.push_back(root / name);
+    std::error_code error;
+    std::set<fs::path> parents;  // where they really are, if there are symbolic links
+    for (const host::Path& folder : folders)
+        parents.insert(fs::weakly_canonical(fs::absolute(folder.accessName()), error).parent_path());
+
+    std::set<fs::path> leftovers;
+    const std::string start = host::Path(prefix).accessName();
+    for (const fs::path& parent : parents) {
+        for (const auto& entry : fs::directory_iterator(parent, error)) {
+            if (entry.path().filename().native().rfind(start, 0) == 0 &&
+                fs::is_directory(entry.symlink_status(error)) && !MetadataLock::isHeld(toPath(entry.path())) &&
+                holdsProjectsOnly(entry.path()))
+                leftovers.insert(entry.path());
+        }
+    }
+    std::vector<host::Path> paths;
+    std::transform(leftovers.begin(), leftovers.end(), std::back_inserter(paths), toPath);
+    return paths;
+}
+
+void Workshop::removeLeftover(const host::Path& folder) {
+    const MetadataLock lock(folder);
+    host::FileSystem::remove_all(folder);
+}
+
+}  // namespace operations
