@@ -10,6 +10,7 @@
 #include "embedded/cppmicroservices/src/FrameworkCore.hpp"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 using detail::Access;
 
@@ -78,4 +79,5 @@ Framework FrameworkFactory::NewFramework() {
     return Framework(Access::bundle(core->systemBundle(), core));
 }
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

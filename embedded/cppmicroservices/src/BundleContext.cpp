@@ -13,6 +13,7 @@
 #include "embedded/cppmicroservices/src/FrameworkCore.hpp"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 using detail::Access;
 
@@ -163,4 +164,5 @@ BundleContext contextOf(const BundleDescriptor& bundle) {
 }
 
 }  // namespace detail
+}  // namespace project_metadata
 }  // namespace cppmicroservices

@@ -10,7 +10,9 @@
 
 #include "cppmicroservices/Constants.h"
 
-namespace cppmicroservices::detail {
+namespace cppmicroservices {
+inline namespace project_metadata {
+namespace detail {
 namespace {
 
 std::string describe(const BundleRecord& bundle) {
@@ -294,4 +296,6 @@ FrameworkEvent::Type FrameworkCore::waitForStop(std::chrono::milliseconds timeou
     return FrameworkEvent::FRAMEWORK_STOPPED;
 }
 
-}  // namespace cppmicroservices::detail
+}  // namespace detail
+}  // namespace project_metadata
+}  // namespace cppmicroservices

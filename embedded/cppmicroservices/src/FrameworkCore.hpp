@@ -16,7 +16,9 @@
 #include "embedded/cppmicroservices/src/Records.hpp"
 #include "embedded/cppmicroservices/src/ServiceRegistry.hpp"
 
-namespace cppmicroservices::detail {
+namespace cppmicroservices {
+inline namespace project_metadata {
+namespace detail {
 
 class FrameworkCore : public std::enable_shared_from_this<FrameworkCore> {
 public:
@@ -70,4 +72,6 @@ private:
 /// frameworks that start the same bundle, the last one's.
 void publishContext(const BundleDescriptor& bundle, const std::shared_ptr<ContextRecord>& context);
 
-}  // namespace cppmicroservices::detail
+}  // namespace detail
+}  // namespace project_metadata
+}  // namespace cppmicroservices

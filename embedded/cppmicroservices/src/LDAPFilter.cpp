@@ -14,6 +14,7 @@
 #include "embedded/cppmicroservices/src/Records.hpp"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 namespace detail {
 
 struct LdapExpression {
@@ -242,4 +243,5 @@ std::string LDAPFilter::ToString() const {
     return expression_ ? expression_->text : std::string();
 }
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

@@ -19,7 +19,9 @@
 #include "cppmicroservices/ServiceRegistration.h"
 #include "embedded/cppmicroservices/src/SharedObject.hpp"
 
-namespace cppmicroservices::detail {
+namespace cppmicroservices {
+inline namespace project_metadata {
+namespace detail {
 
 class FrameworkCore;
 
@@ -109,4 +111,6 @@ struct Access {
     }
 };
 
-}  // namespace cppmicroservices::detail
+}  // namespace detail
+}  // namespace project_metadata
+}  // namespace cppmicroservices

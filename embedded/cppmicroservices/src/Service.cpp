@@ -9,6 +9,7 @@
 #include "embedded/cppmicroservices/src/FrameworkCore.hpp"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 using detail::Access;
 
@@ -80,4 +81,5 @@ void ServiceRegistrationBase::Unregister() {
         core->services().remove(record_);
 }
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

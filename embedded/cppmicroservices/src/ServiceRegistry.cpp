@@ -9,7 +9,9 @@
 
 #include "cppmicroservices/Constants.h"
 
-namespace cppmicroservices::detail {
+namespace cppmicroservices {
+inline namespace project_metadata {
+namespace detail {
 namespace {
 
 void requireValid(const ContextRecord& context) {
@@ -117,4 +119,6 @@ ServiceRegistry::Services ServiceRegistry::list(const ContextRecord& context) co
     return services_;
 }
 
-}  // namespace cppmicroservices::detail
+}  // namespace detail
+}  // namespace project_metadata
+}  // namespace cppmicroservices

@@ -8,7 +8,9 @@
 
 #include "embedded/cppmicroservices/src/Records.hpp"
 
-namespace cppmicroservices::detail {
+namespace cppmicroservices {
+inline namespace project_metadata {
+namespace detail {
 
 class ServiceRegistry {
 public:
@@ -30,4 +32,6 @@ private:
     Services services_;
 };
 
-}  // namespace cppmicroservices::detail
+}  // namespace detail
+}  // namespace project_metadata
+}  // namespace cppmicroservices

@@ -6,7 +6,9 @@
 
 #include <stdexcept>
 
-namespace cppmicroservices::detail {
+namespace cppmicroservices {
+inline namespace project_metadata {
+namespace detail {
 namespace {
 
 /// The symbol if the object itself defines it, else null. dlsym also searches what the object is linked to, which may
@@ -40,4 +42,6 @@ SharedObject loadBundle(const std::string& path) {
     return {descriptor(), findOwnFunction<decltype(&us_bundle_create_activator)>(object, "us_bundle_create_activator")};
 }
 
-}  // namespace cppmicroservices::detail
+}  // namespace detail
+}  // namespace project_metadata
+}  // namespace cppmicroservices

@@ -6,7 +6,9 @@
 #include "cppmicroservices/BundleActivator.h"
 #include "cppmicroservices/BundleInitialization.h"
 
-namespace cppmicroservices::detail {
+namespace cppmicroservices {
+inline namespace project_metadata {
+namespace detail {
 
 /// What the framework found in a shared object; both pointers stay valid to the end of the process.
 struct SharedObject {
@@ -20,4 +22,6 @@ struct SharedObject {
 /// Throws std::runtime_error with the cause, in the dynamic linker's words where it refuses the file.
 SharedObject loadBundle(const std::string& path);
 
-}  // namespace cppmicroservices::detail
+}  // namespace detail
+}  // namespace project_metadata
+}  // namespace cppmicroservices

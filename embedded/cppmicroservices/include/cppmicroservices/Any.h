@@ -11,6 +11,7 @@
 #include "cppmicroservices/GlobalConfig.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 class Any {
 public:
@@ -61,4 +62,5 @@ T any_cast(const Any& operand) {
     return ref_any_cast<T>(operand);
 }
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

@@ -14,6 +14,7 @@
 #include "cppmicroservices/GlobalConfig.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 class BundleContext;
 
@@ -80,4 +81,5 @@ private:
     std::shared_ptr<detail::FrameworkCore> core_;
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

@@ -12,6 +12,7 @@
 #include "cppmicroservices/GlobalConfig.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 struct BundleActivator {
     virtual ~BundleActivator() = default;
@@ -25,6 +26,7 @@ struct BundleActivator {
     virtual void Stop(BundleContext context) = 0;
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices
 
 extern "C" US_ABI_EXPORT cppmicroservices::BundleActivator* us_bundle_create_activator();

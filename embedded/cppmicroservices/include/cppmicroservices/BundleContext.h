@@ -20,6 +20,7 @@
 #include "cppmicroservices/ServiceRegistration.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 class Bundle;
 
@@ -127,4 +128,5 @@ private:
     std::shared_ptr<detail::ContextRecord> record_;
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

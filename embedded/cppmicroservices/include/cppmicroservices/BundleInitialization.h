@@ -8,14 +8,18 @@
 
 #include "cppmicroservices/GlobalConfig.h"
 
-namespace cppmicroservices::detail {
+namespace cppmicroservices {
+inline namespace project_metadata {
+namespace detail {
 
 /// What a bundle's shared object says about itself. Its address is the bundle's identity within the process.
 struct BundleDescriptor {
     const char* symbolicName;
 };
 
-}  // namespace cppmicroservices::detail
+}  // namespace detail
+}  // namespace project_metadata
+}  // namespace cppmicroservices
 
 extern "C" {
 /// Every bundle's own; hidden, so that no bundle can see that of another.

@@ -3,7 +3,9 @@
 
 #include <string>
 
-namespace cppmicroservices::Constants {
+namespace cppmicroservices {
+inline namespace project_metadata {
+namespace Constants {
 
 inline const std::string SYSTEM_BUNDLE_LOCATION = "System Bundle";
 inline const std::string SYSTEM_BUNDLE_SYMBOLICNAME = "system_bundle";
@@ -15,4 +17,6 @@ inline const std::string SERVICE_ID = "service.id";
 /// int, 0 when absent: references are listed by falling ranking, then by rising service id.
 inline const std::string SERVICE_RANKING = "service.ranking";
 
-}  // namespace cppmicroservices::Constants
+}  // namespace Constants
+}  // namespace project_metadata
+}  // namespace cppmicroservices

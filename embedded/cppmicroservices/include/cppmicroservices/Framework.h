@@ -16,6 +16,7 @@
 #include "cppmicroservices/GlobalConfig.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 class US_Framework_EXPORT Framework : public Bundle {
 public:
@@ -31,4 +32,5 @@ public:
     FrameworkEvent WaitForStop(const std::chrono::milliseconds& timeout);
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

@@ -7,6 +7,7 @@
 #include "cppmicroservices/GlobalConfig.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 class FrameworkEvent {
 public:
@@ -27,4 +28,5 @@ private:
     Bundle framework_;
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

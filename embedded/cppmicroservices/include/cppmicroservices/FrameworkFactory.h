@@ -5,6 +5,7 @@
 #include "cppmicroservices/GlobalConfig.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 class US_Framework_EXPORT FrameworkFactory {
 public:
@@ -12,4 +13,5 @@ public:
     Framework NewFramework();
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

@@ -5,6 +5,7 @@
 #include "cppmicroservices/BundleInitialization.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 namespace detail {
 US_Framework_EXPORT BundleContext contextOf(const BundleDescriptor& bundle);
@@ -15,4 +16,5 @@ static inline BundleContext GetBundleContext() {
     return detail::contextOf(us_this_bundle);
 }
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

@@ -26,3 +26,10 @@
 
 #define US_STR_(x) #x
 #define US_STR(x) US_STR_(x)
+
+namespace cppmicroservices {
+/// Everything is in here, so that no symbol of it is one of CppMicroServices: both may be in one process. The tag puts
+/// the name into the symbols of functions that return one of the types, too; a program that was compiled with the
+/// headers of the one and is linked with a library that uses the other is refused by the linker.
+inline namespace project_metadata __attribute__((abi_tag("project_metadata"))) {}
+}  // namespace cppmicroservices

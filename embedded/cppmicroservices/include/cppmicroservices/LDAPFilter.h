@@ -21,6 +21,7 @@
 #include "cppmicroservices/GlobalConfig.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 class ServiceReferenceBase;
 
@@ -51,4 +52,5 @@ private:
     std::shared_ptr<const detail::LdapExpression> expression_;
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

@@ -13,6 +13,7 @@
 #include "cppmicroservices/ServiceException.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 /// Interface id to the service object seen through that interface. What is registered as one service.
 using InterfaceMap = std::unordered_map<std::string, std::shared_ptr<void>>;
@@ -25,7 +26,10 @@ namespace detail {
 US_Framework_EXPORT std::string GetDemangledName(const std::type_info& type);
 
 }  // namespace detail
+}  // namespace project_metadata
 }  // namespace cppmicroservices
+
+inline namespace project_metadata_services {
 
 /// The id of the interface T: the type's full name, unless CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE gives another.
 /// The id of void is empty.
@@ -36,6 +40,8 @@ const std::string& us_service_interface_iid() {
     return id;
 }
 
+}  // namespace project_metadata_services
+
 /// Gives an interface the id `interfaceId`, a string literal. Stands outside of every namespace, after the type.
 #define CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE(interfaceType, interfaceId) \
     template <>                                                                \
@@ -45,6 +51,7 @@ const std::string& us_service_interface_iid() {
     }
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 /// Makes the map for an object that implements all of `Interfaces`; converts to both pointer types.
 template <class... Interfaces>
@@ -62,4 +69,5 @@ private:
     InterfaceMapPtr map_;
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

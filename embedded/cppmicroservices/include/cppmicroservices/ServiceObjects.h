@@ -9,6 +9,7 @@
 #include "cppmicroservices/ServiceReference.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 class US_Framework_EXPORT ServiceObjectsBase {
 public:
@@ -48,4 +49,5 @@ private:
         : ServiceObjectsBase(context, reference) {}
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

@@ -7,7 +7,9 @@
 #include "cppmicroservices/Any.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 using ServiceProperties = std::unordered_map<std::string, Any>;
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

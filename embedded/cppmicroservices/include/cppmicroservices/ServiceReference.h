@@ -5,6 +5,7 @@
 #include "cppmicroservices/ServiceReferenceBase.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 template <class S>
 class ServiceReference : public ServiceReferenceBase {
@@ -26,4 +27,5 @@ public:
 /// A reference without an interface type.
 using ServiceReferenceU = ServiceReference<void>;
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

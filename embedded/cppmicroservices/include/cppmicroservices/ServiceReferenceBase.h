@@ -12,6 +12,7 @@
 #include "cppmicroservices/GlobalConfig.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 class Bundle;
 
@@ -59,4 +60,5 @@ private:
     std::string interfaceId_;
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

@@ -4,6 +4,7 @@
 #include "cppmicroservices/ServiceRegistrationBase.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 template <class First, class... Others>
 class ServiceRegistration : public ServiceRegistrationBase {
@@ -36,4 +37,5 @@ public:
 
 using ServiceRegistrationU = ServiceRegistration<void>;
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices

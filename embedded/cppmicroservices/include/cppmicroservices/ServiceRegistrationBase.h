@@ -11,6 +11,7 @@
 #include "cppmicroservices/ServiceReference.h"
 
 namespace cppmicroservices {
+inline namespace project_metadata {
 
 class US_Framework_EXPORT ServiceRegistrationBase {
 public:
@@ -35,4 +36,5 @@ private:
     std::shared_ptr<detail::ServiceRecord> record_;
 };
 
+}  // namespace project_metadata
 }  // namespace cppmicroservices
