@@ -26,14 +26,21 @@ using project::metadata::ProjectMetadataLocation;
 
 namespace {
 
+/// The registered manager. One of our own if there is none, and if the plug-in or the whole framework has stopped: a
+/// store that is still open then can be saved all the same.
 std::shared_ptr<FileJobManager> findJobManager(cppmicroservices::BundleContext& context) {
     try {
+        if (!context)
+            return std::make_shared<FileJobManager>();
         if (const auto reference = context.GetServiceReference<FileJobManager>()) {
             if (auto manager = context.GetService(reference))
                 return manager;
         }
     } catch (const std::invalid_argument&) {
         // It was unregistered just now.
+    } catch (const std::runtime_error&) {
+        if (context)
+            throw;  // otherwise it is the context that has become invalid just now
     }
     return std::make_shared<FileJobManager>();
 }

@@ -71,8 +71,12 @@ std::unique_ptr<MetadataManager> PlainFactory::createManager(const host::Path& r
     if (location.hasCoreFile() && !canManage(root))
         raise<MetadataReadFailure>(location.getCoreFile().text(), u"its metadata is not of the type \"plain\"");
     return std::make_unique<PlainStore>(root, location.getCoreFile(), [context = context_](FileJob job) mutable {
-        const auto reference = context.GetServiceReference<FileJobManager>();
-        const auto manager = reference ? context.GetService(reference) : nullptr;
+        std::shared_ptr<FileJobManager> manager;
+        // A store can still be saved when its plug-in has stopped, and the context with it.
+        if (context) {
+            if (const auto reference = context.GetServiceReference<FileJobManager>())
+                manager = context.GetService(reference);
+        }
         (manager ? manager : std::make_shared<FileJobManager>())->process({std::move(job)});
     });
 }

@@ -2,10 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+
+#include <cppmicroservices/Framework.h>
+
+#include "host/ServiceFramework.hpp"
 #include "project/metadata/MetadataCopy.hpp"
 #include "project/metadata/SingleFileExport.hpp"
 #include "store_testing/StoreContractTest.hpp"
 #include "tests/stores/StoreHelpers.hpp"
+#include "tests/support/ChildProcess.hpp"
 #include "tests/support/Settings.hpp"
 
 using namespace test;
@@ -43,6 +49,21 @@ TEST_P(StoreTest, LibraryFindsTheStoreOfAProject) {
     const auto found = project::metadata::getMetadataManagerFor(folder_.path());
     ASSERT_NE(found, nullptr);
     EXPECT_EQ(outline(*found), "a(1)");
+}
+
+TEST_P(StoreTest, OpenStoresCanBeSavedOnceTheFrameworkHasStopped) {
+    store_.reset();
+    ChildProcess child([&] {
+        const auto store = openStore(GetParam(), folder_.path());
+        store->setNode(path({u"a"}), *node(u"1"));
+        const auto framework = host::ServiceFramework::getFramework();
+        framework->Stop();
+        framework->WaitForStop(std::chrono::milliseconds::zero());
+        store->setNode(path({u"a"}), *node(u"2"));
+        store->setPaths({path({u"b"}), path({u"a"})});
+    });
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(outline(*openStore(GetParam(), folder_.path())), "b a(2)");
 }
 
 TEST_P(StoreTest, CopiesIntoOtherStoresAreEqualInContentAndOrder) {
