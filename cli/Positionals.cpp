@@ -40,8 +40,7 @@ std::size_t countRequired(const std::vector<Positional>& arguments) {
     }));
 }
 
-/// The root folder of the project that the current folder lies in: the nearest folder, from that one upwards, that has
-/// metadata.
+/// The root folder of the project that the current folder lies in: the nearest one with metadata, from that folder upwards.
 /// @throws CommandError with `Status::notAProject` if there is none
 host::Path findRoot() {
     host::Path folder = host::FileUtils::makeAbsolute({});

@@ -28,8 +28,7 @@ host::Path requireCoreFile(const host::Path& root);
 /// The store that holds the metadata of the project with the root folder `root`; never null.
 /// @throws as `requireCoreFile`
 /// @throws OperationError if there is no store for the type of metadata that the core file names, or if its files are
-/// too
-///         damaged to be opened
+///         too damaged to be opened
 /// @throws whatever the plug-ins throw
 std::unique_ptr<project::metadata::MetadataManager> openProject(const host::Path& root);
 

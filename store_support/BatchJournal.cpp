@@ -42,7 +42,7 @@ using project::metadata::raise;
 
 namespace {
 
-const std::string header = "project_metadata batch 1";
+const std::string& header = *new std::string("project_metadata batch 1");
 
 Path getJournalFile(const Path& folder) {
     return getScratchFolder(folder) / u"journal";

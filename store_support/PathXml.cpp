@@ -15,15 +15,15 @@ using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
 
-const std::u16string projectElementName = u"Project";
-const std::u16string pathElementName = u"Path";
-const std::u16string nodeElementName = u"Node";
+const std::u16string& projectElementName = *new std::u16string(u"Project");
+const std::u16string& pathElementName = *new std::u16string(u"Path");
+const std::u16string& nodeElementName = *new std::u16string(u"Node");
 
 namespace {
 
-const std::u16string typeKey = u"Type";
-const std::u16string locationKey = u"Location";
-const std::u16string escapedPrefix = u"Escaped";
+const std::u16string& typeKey = *new std::u16string(u"Type");
+const std::u16string& locationKey = *new std::u16string(u"Location");
+const std::u16string& escapedPrefix = *new std::u16string(u"Escaped");
 
 void appendEscaped(std::u16string& text, char16_t unit) {
     constexpr char16_t digits[] = u"0123456789ABCDEF";

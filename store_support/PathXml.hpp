@@ -23,13 +23,13 @@
 namespace store_support {
 
 /// The name of a core file's root node.
-extern const std::u16string projectElementName;
+extern const std::u16string& projectElementName;
 
 /// The name of the element of a path.
-extern const std::u16string pathElementName;
+extern const std::u16string& pathElementName;
 
 /// The name of the element that holds the node of a path.
-extern const std::u16string nodeElementName;
+extern const std::u16string& nodeElementName;
 
 /// Whether XML keeps `text` as it is, so that `putPathElement` need not escape it.
 bool survivesXml(const std::u16string& text);

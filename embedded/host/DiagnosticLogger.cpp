@@ -1,6 +1,7 @@
 /// Records go to Boost.Log's core, and so to the sinks of a program that uses Boost.Log itself. Where nobody else in
 /// the process was linked with it, nobody can have configured it, and the records are written to standard error; the
-/// environment variable PROJECT_METADATA_LOG then sets the least severity, "warning" by default.
+/// environment variable PROJECT_METADATA_LOG then sets the least severity, "warning" by default. At the end of the
+/// process, when Boost.Log is gone, they are written there in any case.
 #include "host/DiagnosticLogger.hpp"
 
 #include "embedded/host/LoadedObjects.hpp"
@@ -66,37 +67,36 @@ void writeLine(const logging::record_view& record, logging::formatting_ostream& 
          << logging::extract_or_default<std::string>("Message", record, std::string());
 }
 
-/// Writes to standard error for as long as it lives.
-class StandardErrorSink {
-public:
-    StandardErrorSink() : sink_(boost::make_shared<Sink>()) {
-        sink_->locked_backend()->add_stream(boost::shared_ptr<std::ostream>(&std::cerr, boost::null_deleter()));
-        sink_->set_formatter(&writeLine);
-        sink_->set_filter([least = readLeastSeverity()](const logging::attribute_value_set& values) {
-            return logging::extract_or_default<int>("Severity", values, 0) >= least;
-        });
-        logging::core::get()->add_sink(sink_);
-    }
-
-    ~StandardErrorSink() { logging::core::get()->remove_sink(sink_); }
-
-    StandardErrorSink(const StandardErrorSink&) = delete;
-    StandardErrorSink& operator=(const StandardErrorSink&) = delete;
-
-private:
+void writeToStandardError() {
     using Sink = logging::sinks::synchronous_sink<logging::sinks::text_ostream_backend>;
-    boost::shared_ptr<Sink> sink_;
-};
+    const auto sink = boost::make_shared<Sink>();
+    sink->locked_backend()->add_stream(boost::shared_ptr<std::ostream>(&std::cerr, boost::null_deleter()));
+    sink->set_formatter(&writeLine);
+    sink->set_filter([least = readLeastSeverity()](const logging::attribute_value_set& values) {
+        return logging::extract_or_default<int>("Severity", values, 0) >= least;
+    });
+    logging::core::get()->add_sink(sink);
+}
 
 void useStandardErrorUnlessConfigured() {
-    static const auto sink = isLinkedByOthers("libboost_log.so") ? nullptr : std::make_unique<StandardErrorSink>();
+    static const bool done = (isLinkedByOthers("libboost_log.so") ? void() : writeToStandardError(), true);
+    static_cast<void>(done);
 }
+
+/// Whether objects of Boost.Log that it made when they were first needed are gone.
+bool isLoggingOver = false;
+
+/// Made when such objects have been made, and therefore destroyed before them.
+struct EndOfLogging {
+    ~EndOfLogging() { isLoggingOver = true; }
+};
 
 }  // namespace
 
 struct DiagnosticLogger::State {
-    explicit State(const std::string& channel) : logger(logging::keywords::channel = channel) {}
+    explicit State(const std::string& itsChannel) : channel(itsChannel), logger(logging::keywords::channel = channel) {}
 
+    const std::string channel;
     logging::sources::severity_channel_logger_mt<int, std::string> logger;
 };
 
@@ -108,7 +108,21 @@ DiagnosticLogger::DiagnosticLogger(const std::string& channel) {
 DiagnosticLogger::~DiagnosticLogger() = default;
 
 void DiagnosticLogger::log(Severity severity, std::string_view text) {
-    BOOST_LOG_SEV(state_->logger, static_cast<int>(severity)) << text;
+    const int level = static_cast<int>(severity);
+    if (isLoggingOver) {
+        if (level >= readLeastSeverity())
+            std::cerr << getName(level) << ": " << state_->channel << ": " << text << '\n';
+        return;
+    }
+    auto record = state_->logger.open_record(logging::keywords::severity = level);
+    static const EndOfLogging opened;
+    if (!record)
+        return;
+    logging::record_ostream stream(record);
+    stream << text;
+    stream.flush();
+    state_->logger.push_record(std::move(record));
+    static const EndOfLogging written;
 }
 
 }  // namespace host

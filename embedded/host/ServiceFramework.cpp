@@ -56,7 +56,7 @@ fs::path findThisLibrary() {
     return fs::absolute(info.dli_fname, code);
 }
 
-const fs::path thisLibrary = findThisLibrary();
+const fs::path& thisLibrary = *new fs::path(findThisLibrary());
 
 /// The folder that is as far above `library` as the prefix of an installation is.
 Path getPrefix(const fs::path& library) {

@@ -33,7 +33,7 @@ namespace {
 /// The texts by key, by group.
 using Groups = std::map<std::string, std::map<std::string, std::u16string>>;
 
-const Groups defaults{
+const Groups& defaults = *new Groups{
     {"korvex.project.creation",
      {{"DefaultMetadataRoot", u"resources/project"}, {"DefaultMetadataManager", u"fixedPath"}}},
     {"korvex.project.metadata", {{"MakeReadOnlyMetadataWritable", u"no"}}},
@@ -196,7 +196,7 @@ struct Root {
 };
 
 Root& theRoot() {
-    static Root root;
+    static Root& root = *new Root;
     return root;
 }
 

@@ -1,4 +1,4 @@
-/// What is fixed about a project's core file. May be called from any thread.
+/// What is fixed about a project's core file. May be called from any thread, and until the process is gone.
 #pragma once
 
 #include <string>
@@ -7,13 +7,13 @@ namespace project::metadata {
 
 /// The name of the core file in the metadata folder.
 inline const std::u16string& coreFileName() {
-    static const std::u16string name = u"Project.xml";
+    static const auto& name = *new std::u16string(u"Project.xml");
     return name;
 }
 
 /// The attribute of its root node that names the kind of store.
 inline const std::u16string& metadataTypeKey() {
-    static const std::u16string key = u"MetadataType";
+    static const auto& key = *new std::u16string(u"MetadataType");
     return key;
 }
 

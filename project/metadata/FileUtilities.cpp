@@ -110,7 +110,7 @@ void deleteFiles(const std::vector<host::Path>& paths) {
 }
 
 host::DiagnosticLogger& logger() {
-    static host::DiagnosticLogger theLogger("project::metadata");
+    static auto& theLogger = *new host::DiagnosticLogger("project::metadata");
     return theLogger;
 }
 

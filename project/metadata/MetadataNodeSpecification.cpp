@@ -13,7 +13,7 @@
 namespace project::metadata {
 
 const std::u16string& getDefaultMetadataNodeName() {
-    static const std::u16string name = u"Info";
+    static const auto& name = *new std::u16string(u"Info");
     return name;
 }
 
@@ -24,7 +24,7 @@ std::shared_ptr<const detail::NodeForm> makeForm(std::u16string name) {
 }
 
 std::shared_ptr<const detail::NodeForm> getDefaultForm() {
-    static const auto form = makeForm(getDefaultMetadataNodeName());
+    static const auto& form = *new auto(makeForm(getDefaultMetadataNodeName()));
     return form;
 }
 
@@ -78,7 +78,7 @@ MetadataNodeSpecification::MetadataNodeSpecification(const MetadataNodeSpecifica
 MetadataNodeSpecification::~MetadataNodeSpecification() = default;
 
 const std::u16string& MetadataNodeSpecification::get(std::u16string key) const {
-    static const std::u16string absent;
+    static const auto& absent = *new std::u16string;
     if (const auto index = findKey(*form_, key))
         return values_->begin()[*index];
     if (!rest_)

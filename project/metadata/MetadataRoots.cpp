@@ -6,10 +6,11 @@ namespace project::metadata {
 
 namespace {
 
-const std::vector<std::u16string> selectableRoots = {u"resources/project", u".TolvaneProject", u"_TolvaneProject"};
+using Names = std::vector<std::u16string>;
 
-const std::vector<std::u16string> supportedRoots = [] {
-    std::vector<std::u16string> roots = selectableRoots;
+const Names& selectableRoots = *new Names{u"resources/project", u".TolvaneProject", u"_TolvaneProject"};
+
+const Names& supportedRoots = [&roots = *new Names(selectableRoots)]() -> const Names& {
     roots.insert(roots.end(), {u"resources/.Project", u"resources/_Project"});
     return roots;
 }();

@@ -13,7 +13,7 @@ namespace stores::fixed_path {
 
 namespace {
 
-const std::u16string extension = u".xml";
+const std::u16string& extension = *new std::u16string(u".xml");
 constexpr char16_t separator = u'=';
 constexpr char16_t cutMark = u'~';
 

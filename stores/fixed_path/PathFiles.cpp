@@ -57,14 +57,13 @@ using store_support::putNode;
 using store_support::putPathElement;
 using store_support::toNanoseconds;
 
-const std::u16string fixedPathName = u"fixedPath";
+const std::u16string& fixedPathName = *new std::u16string(u"fixedPath");
 
 namespace {
 
-const std::u16string rankKey = u"Rank";
-const std::u16string extension = u".xml";
-const PathFile nothing{{u"", u""}, {}, nullptr, {}};
-const std::u16string missing = u"it is missing, while there are paths below it";
+const std::u16string& rankKey = *new std::u16string(u"Rank");
+const std::u16string& extension = *new std::u16string(u".xml");
+const std::u16string& missing = *new std::u16string(u"it is missing, while there are paths below it");
 
 bool isBefore(const PathFilePtr& a, const PathFilePtr& b) {
     if (a->rank == b->rank)

@@ -18,7 +18,7 @@
 
 namespace stores::fixed_path {
 
-extern const std::u16string fixedPathName;
+extern const std::u16string& fixedPathName;
 
 /// What the file of a path says. The root path has neither element nor rank, and its file is the core file. A damaged
 /// file has the element that its name tells, if it does, and what else could be read.

@@ -37,7 +37,7 @@ using store_support::requireMetadataType;
 using store_support::requireReadable;
 using store_support::requireReadsBack;
 
-const std::u16string monolithicName = u"monolithic";
+const std::u16string& monolithicName = *new std::u16string(u"monolithic");
 
 namespace {
 

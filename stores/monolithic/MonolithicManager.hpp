@@ -20,7 +20,7 @@
 
 namespace stores::monolithic {
 
-extern const std::u16string monolithicName;
+extern const std::u16string& monolithicName;
 
 /// A new content, before it is written.
 struct Draft {

@@ -54,7 +54,7 @@ using store_support::requireMetadataType;
 using store_support::requireWritable;
 using store_support::settle;
 
-const std::u16string sqliteName = u"sqlite";
+const std::u16string& sqliteName = *new std::u16string(u"sqlite");
 
 namespace {
 

@@ -18,7 +18,7 @@
 
 namespace stores::sqlite {
 
-extern const std::u16string sqliteName;
+extern const std::u16string& sqliteName;
 
 /// A change, and whether it changes something. May be asked several times.
 using Edit = std::function<bool(PathEdit& edit)>;

@@ -146,7 +146,7 @@ struct Contexts {
 };
 
 Contexts& contexts() {
-    static Contexts all;
+    static Contexts& all = *new Contexts;
     return all;
 }
 

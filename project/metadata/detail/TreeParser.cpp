@@ -39,9 +39,19 @@ std::u16string getName(const xmlChar* prefix, const xmlChar* name) {
     return host::fromUtf8(text);
 }
 
+/// Whether the forms that this thread has kept are gone, while what is destroyed after them may still read files.
+thread_local bool areFormsGone = false;
+
+/// The forms of nodes that were read on this thread last.
+struct RecentForms : std::vector<std::weak_ptr<const NodeForm>> {
+    ~RecentForms() { areFormsGone = true; }
+};
+
 /// A form like `form` that nodes of other files read on this thread have, or it itself.
 std::shared_ptr<const NodeForm> shareForm(NodeForm form) {
-    thread_local std::vector<std::weak_ptr<const NodeForm>> recent;
+    if (areFormsGone)
+        return std::make_shared<const NodeForm>(std::move(form));
+    thread_local RecentForms recent;
     constexpr std::size_t maxRecent = 32;
     for (const auto& candidate : recent) {
         const auto other = candidate.lock();

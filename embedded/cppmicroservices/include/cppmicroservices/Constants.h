@@ -7,15 +7,15 @@ namespace cppmicroservices {
 inline namespace project_metadata {
 namespace Constants {
 
-inline const std::string SYSTEM_BUNDLE_LOCATION = "System Bundle";
-inline const std::string SYSTEM_BUNDLE_SYMBOLICNAME = "system_bundle";
+inline const std::string& SYSTEM_BUNDLE_LOCATION = *new std::string("System Bundle");
+inline const std::string& SYSTEM_BUNDLE_SYMBOLICNAME = *new std::string("system_bundle");
 
 /// std::vector<std::string>, set by the framework: the interface ids that a service is registered under.
-inline const std::string OBJECTCLASS = "objectclass";
+inline const std::string& OBJECTCLASS = *new std::string("objectclass");
 /// long, set by the framework: grows with every registration and is never used again.
-inline const std::string SERVICE_ID = "service.id";
+inline const std::string& SERVICE_ID = *new std::string("service.id");
 /// int, 0 when absent: references are listed by falling ranking, then by rising service id.
-inline const std::string SERVICE_RANKING = "service.ranking";
+inline const std::string& SERVICE_RANKING = *new std::string("service.ranking");
 
 }  // namespace Constants
 }  // namespace project_metadata

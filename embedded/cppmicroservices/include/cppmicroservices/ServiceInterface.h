@@ -35,8 +35,8 @@ inline namespace project_metadata_services {
 /// The id of void is empty.
 template <class T>
 const std::string& us_service_interface_iid() {
-    static const std::string id =
-        std::is_void_v<T> ? std::string() : cppmicroservices::detail::GetDemangledName(typeid(T));
+    static const std::string& id =
+        *new auto(std::is_void_v<T> ? std::string() : cppmicroservices::detail::GetDemangledName(typeid(T)));
     return id;
 }
 
@@ -46,7 +46,7 @@ const std::string& us_service_interface_iid() {
 #define CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE(interfaceType, interfaceId) \
     template <>                                                                \
     inline const std::string& us_service_interface_iid<interfaceType>() {      \
-        static const std::string id(interfaceId);                              \
+        static const std::string& id = *new std::string(interfaceId);          \
         return id;                                                             \
     }
 

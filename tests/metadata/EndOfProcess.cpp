@@ -1,0 +1,99 @@
+// A program with a global object that uses the library when it is destroyed, after everything that was made later, such
+// as what the library made when main() used it first. Prints "as before" if the library then still does what it did.
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "host/FileSystem.hpp"
+#include "host/SettingsService.hpp"
+#include "host/TempDirGuard.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/CoreMetadataHandler.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+#include "project/metadata/MetadataXml.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+#include "project/metadata/SingleFileExport.hpp"
+#include "project/metadata/Uuid.hpp"
+
+namespace {
+
+using namespace project::metadata;
+
+MetadataPath path(const char16_t* location) {
+    return MetadataPath(std::vector<PathElement>{PathElement(u"Folder", location), PathElement(u"File", location)});
+}
+
+void show(std::ostream& out, const MetadataNode& node) {
+    out << host::toUtf8(node.getName()) << '[' << host::toUtf8(node.get(u"key") + node.get(u"none")) << ']';
+    for (const auto& child : node.getChildNodes())
+        show(out, *child);
+}
+
+/// Puts most of the library to use. @return what it answers, in one text
+std::string use() {
+    const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"end-of-process-", u"");
+    const host::Path folder(scratch.getDirectoryName());
+    std::ostringstream answers;
+    logger().log(host::Severity::warning, "this is written twice");
+    for (const std::u16string& name : getSupportedRoots())
+        answers << host::toUtf8(name) << ' ';
+    answers << host::toUtf8(getRootFromSettings()) << '\n';
+
+    MetadataNodeSpecification node;
+    node.put(u"key", u"\u00E4\u4E2D");
+    node.createChildNode(u"Child").createChildNode();
+    for (const char16_t* name : {u"one.xml", u"two.xml"}) {
+        writeToFile(node, folder / name, false);
+        show(answers, *readFromFile(folder / name));
+    }
+    try {
+        readFromFile(folder / u"none.xml");
+    } catch (const MetadataReadFailure& failure) {
+        answers << failure.GetID() << '\n';
+    }
+
+    for (const auto& factory : getRegisteredFactories()) {
+        const host::Path root = folder / host::Path(factory->getName());
+        host::FileSystem::create_directories(root);
+        factory->createManager(root)->setNode(path(u"x"), node);
+        const auto store = getMetadataManagerFor(root);
+        store->setPaths({path(u"y"), path(u"x")});
+        answers << host::toUtf8(ProjectMetadataLocation(root).getMetadataType().value()) << ": ";
+        for (const MetadataPath& each : store->getChildren({}))
+            answers << host::toUtf8(each.string()) << ' ';
+        show(answers, *store->getNode(path(u"x")));
+        assignUuid(root, generateUUID());
+        writeMetadataToSingleFile(root, root / u"all.xml");
+        answers << '\n';
+    }
+    return answers.str();
+}
+
+struct Late {
+    std::string before;
+
+    ~Late() {
+        try {
+            const std::string now = use();
+            std::cout << (now == before ? "as before\n" : "was:\n" + before + "is:\n" + now) << std::flush;
+        } catch (const std::exception& error) {
+            std::cout << error.what() << std::endl;
+        }
+    }
+};
+
+Late late;
+
+}  // namespace
+
+int main() {
+    late.before = use();
+    return late.before.find("monolithic: ") == std::string::npos ? 1 : 0;
+}
