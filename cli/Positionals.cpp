@@ -40,7 +40,7 @@ std::size_t countRequired(const std::vector<Positional>& arguments) {
     }));
 }
 
-/// The root folder of the project that the current folder lies in: the nearest one with metadata, from that folder upwards.
+/// The root folder of the project that the current folder lies in: the nearest one upwards that has metadata.
 /// @throws CommandError with `Status::notAProject` if there is none
 host::Path findRoot() {
     host::Path folder = host::FileUtils::makeAbsolute({});
