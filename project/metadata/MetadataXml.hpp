@@ -20,7 +20,7 @@ namespace project::metadata {
 ///
 /// @throws ReadOnlyMetadataFailure naming what stayed read-only, the file or its folder
 /// @throws MetadataWriteFailure naming the file
-/// @throws FailedToMakeMetadataWritable
+/// @throws FailedToMakeMetadataWritable naming one of these, or what it leads to if it is a symbolic link
 PROJECT_METADATA_EXPORT void writeToFile(const MetadataNode& node, const host::Path& file, bool compactEnding);
 
 /// Reads the tree in `file`. What is not an element or an attribute is ignored.
