@@ -15,7 +15,7 @@ namespace project::metadata {
 
 namespace detail {
 struct NodeForm;
-class TreeParser;
+class TreeBuilder;
 class Values;
 struct ValuesDeleter {
     void operator()(Values* values) const noexcept;
@@ -54,7 +54,7 @@ public:
     void copy(const MetadataNode& source) override;
 
 private:
-    friend class detail::TreeParser;
+    friend class detail::TreeBuilder;
 
     using Attributes = std::map<std::u16string, std::u16string>;
 

@@ -13,16 +13,15 @@
 
 #include "project/metadata/MetadataXml.hpp"
 
-#include <array>
-
 #include <libxml/parser.h>
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/detail/SilentXml.hpp"
+#include "project/metadata/detail/TextReader.hpp"
 #include "project/metadata/detail/TreeFormatter.hpp"
-#include "project/metadata/detail/TreeParser.hpp"
 
 namespace project::metadata {
 
@@ -33,23 +32,6 @@ void initialiseXml() {
     static const bool initialised = (xmlInitParser(), true);
     static_cast<void>(initialised);
 }
-
-/// Keeps libxml2 from printing on this thread: failures of streams go past its parser options. What a host has set
-/// comes back at the end.
-class SilentXmlErrors {
-public:
-    SilentXmlErrors() : handler_(xmlStructuredError), context_(xmlStructuredErrorContext) {
-        xmlSetStructuredErrorFunc(nullptr, [](void* /*context*/, xmlError* /*error*/) {});
-    }
-    ~SilentXmlErrors() { xmlSetStructuredErrorFunc(context_, handler_); }
-
-    SilentXmlErrors(const SilentXmlErrors&) = delete;
-    SilentXmlErrors& operator=(const SilentXmlErrors&) = delete;
-
-private:
-    xmlStructuredErrorFunc handler_;
-    void* context_;
-};
 
 /// Whether the system calls would take the name of `file` to end too early, and so mean another file.
 bool isCutOff(const host::Path& file) {
@@ -78,19 +60,9 @@ std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent
     initialiseXml();
     if (isCutOff(file))
         raise<MetadataReadFailure>(file.text(), getCauseMessage());
-    const SilentXmlErrors silent;
+    const detail::SilentXml silent;
     host::InputFileStream stream(file.accessName(), std::ios::in | std::ios::binary);
-    detail::TreeParser parser(extent);
-    std::array<char, 32 * 1024> block;
-    bool wantsMore = stream.good();
-    while (wantsMore && stream.read(block.data(), block.size()).gcount() > 0)
-        wantsMore = parser.parse({block.data(), static_cast<std::size_t>(stream.gcount())});
-    // The end of the file is no error of reading; what cannot be read is.
-    const bool isReadFailure = stream.bad() || (stream.fail() && !stream.eof());
-    std::unique_ptr<MetadataNode> root = isReadFailure ? nullptr : parser.finish();
-    if (!root)
-        raise<MetadataReadFailure>(file.text(), getCauseMessage());
-    return root;
+    return detail::readWithTextReader(stream, file, extent);
 }
 
 }  // namespace

@@ -31,8 +31,9 @@ PROJECT_METADATA_EXPORT void writeToFile(const MetadataNode& node, const host::P
 /// @throws PutMetadataKeyFailure, PutMetadataValueFailure if it holds an attribute that a node refuses
 PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readFromFile(const host::Path& file);
 
-/// Reads the root node of the tree in `file` with its attributes and without its children. What is behind the root's
-/// start tag is not looked at, so that costs the same for every file, and a file broken there is none that fails.
+/// Reads the root node of the tree in `file` with its attributes and without its children. Of a root with children,
+/// what is far behind its start tag is not looked at: that costs the same for every file, and a file broken there is
+/// none that fails.
 ///
 /// @return a `MetadataNodeSpecification`; never null
 /// @throws as `readFromFile`

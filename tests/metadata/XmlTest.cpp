@@ -128,10 +128,19 @@ TEST_F(XmlTest, theRootAloneIsReadWithoutLookingAtTheRest) {
         writeBytes(toStd(file), bytes);
         return render(*readRootFromFile(file));
     };
-    EXPECT_EQ(readRoot("<r a='1' b='&amp;'><c/><d>"), u"r{a=1}{b=&}");
-    EXPECT_EQ(readRoot("<r a='1'/>" + std::string(100'000, 'x')), u"r{a=1}");
-    EXPECT_EQ(raised<MetadataReadFailure>([&] { readRoot("<r a='1'"); }), (Texts{file.text(), u""}));
-    EXPECT_EQ(raised<MetadataReadFailure>([&] { readRoot("<r a='&no;'><c/></r>"); }), (Texts{file.text(), u""}));
+    const std::string children(100'000, ' ');
+    // What the fast path takes, and what it does not.
+    for (const std::string prolog : {"", "<!DOCTYPE r>"}) {
+        EXPECT_EQ(readRoot(prolog + "<r a='1' b='&amp;'><c/><d>"), u"r{a=1}{b=&}");
+        EXPECT_EQ(readRoot(prolog + "<r a='1'>" + children + "</s>"), u"r{a=1}");
+        EXPECT_EQ(readRoot(prolog + "<r a='1'/>" + children), u"r{a=1}");
+        for (const char* const broken : {"<r a='1'", "<r a='&no;'><c/></r>", "<r a='1'/></r>", "<r a='1'></s>"}) {
+            EXPECT_EQ(raised<MetadataReadFailure>([&] { readRoot(prolog + broken); }), (Texts{file.text(), u""}))
+                << broken;
+        }
+        EXPECT_EQ(raised<MetadataReadFailure>([&] { readRoot(prolog + "<r a='1'/>" + children + "x"); }),
+                  (Texts{file.text(), u""}));
+    }
 }
 
 TEST_F(XmlTest, anErrorWhileReadingIsNotTheEndOfTheFile) {

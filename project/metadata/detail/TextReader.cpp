@@ -1,0 +1,173 @@
+#include "project/metadata/detail/TextReader.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+#include <unordered_map>
+
+#include <libxml/entities.h>
+#include <libxml/xmlreader.h>
+
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/detail/TreeBuilder.hpp"
+
+namespace project::metadata::detail {
+
+namespace {
+
+/// The file, for the callbacks of libxml2.
+struct Source {
+    host::InputFileStream& stream;
+    std::size_t bytesRead = 0;
+};
+
+int readBlock(void* context, char* buffer, int size) {
+    auto& [stream, bytesRead] = *static_cast<Source*>(context);
+    stream.sync();
+    stream.read(buffer, size);
+    // The end of the file is no error of reading; what cannot be read is.
+    if (!stream.good() && !stream.eof())
+        return -1;
+    bytesRead += static_cast<std::size_t>(stream.gcount());
+    return static_cast<int>(stream.gcount());
+}
+
+int closeFile(void* context) {
+    static_cast<Source*>(context)->stream.close();  // sets the fail state itself if closing fails
+    return 0;
+}
+
+std::string_view view(const xmlChar* text) {
+    return text ? reinterpret_cast<const char*>(text) : std::string_view();
+}
+
+/// How much text entities stand for. libxml2 is asked for a text only when that is known: it follows entities wherever
+/// they lead, also to themselves.
+class EntitySizes {
+public:
+    /// The size of larger texts, and of those without an end.
+    static constexpr std::size_t maxSize = std::size_t{1} << 40;
+
+    /// What the entities in the value of `attribute` stand for, in bytes.
+    std::size_t getExpansion(const xmlNode& attribute) {
+        std::size_t size = 0;
+        for (const xmlNode* part = attribute.children; part; part = part->next) {
+            if (part->type == XML_ENTITY_REF_NODE)
+                size = std::min(size + getSizeOf(*part, 0), maxSize);
+        }
+        return size;
+    }
+
+private:
+    /// Of what a reference stands for, which is `depth` entities deep in others.
+    std::size_t getSizeOf(const xmlNode& reference, int depth) {
+        constexpr int maxDepth = 64;  // the parser stops earlier
+        const xmlEntity* const entity = xmlGetDocEntity(reference.doc, reference.name);
+        if (!entity || !entity->children)
+            return 0;
+        if (depth > maxDepth)
+            return maxSize;
+        // As long as it is being found out, an entity that leads back to here is a circle.
+        const bool isNew = sizes_.try_emplace(entity, maxSize).second;
+        if (isNew)
+            sizes_[entity] = getSizeBelow(entity->children, depth + 1);
+        return sizes_[entity];
+    }
+
+    std::size_t getSizeBelow(const xmlNode* node, int depth) {
+        std::size_t size = 0;
+        for (; node; node = node->next) {
+            std::size_t part = 0;
+            if (node->type == XML_ENTITY_REF_NODE)
+                part = getSizeOf(*node, depth);
+            else if (node->type == XML_ELEMENT_NODE)
+                part = getSizeBelow(node->children, depth);
+            else
+                part = view(node->content).size();
+            size = std::min(size + part, maxSize);
+        }
+        return size;
+    }
+
+    std::unordered_map<const xmlEntity*, std::size_t> sizes_;
+};
+
+class TextReader {
+public:
+    TextReader(host::InputFileStream& stream, const host::Path& file) : source_{stream}, file_(file) {}
+
+    std::unique_ptr<MetadataNode> read(Extent extent);
+
+private:
+    void addNode();
+    void addAttribute();
+    [[noreturn]] void fail(const std::u16string& cause) const { raise<MetadataReadFailure>(file_.text(), cause); }
+
+    Source source_;
+    const host::Path& file_;
+    std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> reader_{nullptr, xmlFreeTextReader};
+    TreeBuilder tree_;
+    EntitySizes entitySizes_;
+    std::size_t expansion_ = 0;  ///< what the entities in all values so far stand for
+};
+
+std::unique_ptr<MetadataNode> TextReader::read(Extent extent) {
+    reader_.reset(
+        xmlReaderForIO(readBlock, closeFile, &source_, nullptr, nullptr, XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+    if (source_.stream.fail() || !reader_)
+        fail(getCauseMessage());
+    int result = 0;
+    while ((result = xmlTextReaderRead(reader_.get())) == 1) {
+        const int type = xmlTextReaderNodeType(reader_.get());
+        if (type == XML_READER_TYPE_ELEMENT)
+            addNode();
+        else if (type == XML_READER_TYPE_END_ELEMENT && tree_.getDepth() > 0)
+            tree_.endElement();
+        if (extent == Extent::rootOnly && tree_.hasRoot())
+            return tree_.takeRoot();
+    }
+    if (result != 0 || !tree_.hasRoot())
+        fail(getCauseMessage());
+    return tree_.takeRoot();
+}
+
+void TextReader::addNode() {
+    if (tree_.getDepth() == TreeBuilder::maxDepth)
+        fail(u"its elements are nested more than 256 levels deep");
+    const bool isEmpty = xmlTextReaderIsEmptyElement(reader_.get()) != 0;
+    tree_.startElement(xmlTextReaderConstName(reader_.get()));
+    while (xmlTextReaderMoveToNextAttribute(reader_.get()) == 1)
+        addAttribute();
+    tree_.endAttributes();
+    if (isEmpty)
+        tree_.endElement();
+}
+
+void TextReader::addAttribute() {
+    constexpr std::size_t maxFactor = 16;
+    constexpr std::size_t alwaysAllowed = 1024 * 1024;
+    const xmlNode* const attribute = xmlTextReaderCurrentNode(reader_.get());
+    std::size_t expansion = 0;
+    // What stands here for the declaration of a namespace is of another type, and never has references.
+    if (attribute->type == XML_ATTRIBUTE_NODE)
+        expansion = entitySizes_.getExpansion(*attribute);
+    expansion_ += expansion;
+    if (expansion_ > std::max(alwaysAllowed, maxFactor * source_.bytesRead)) {
+        tree_.endAttributes();
+        fail(u"its entities stand for more than 1 MB, and for more than 16 times as much as was read up to there");
+    }
+    const xmlChar* const value = xmlTextReaderConstValue(reader_.get());
+    if (expansion > 0 && view(value).empty()) {
+        tree_.endAttributes();
+        fail(u"libxml2 cannot expand its entities");
+    }
+    tree_.addAttribute(xmlTextReaderConstName(reader_.get()), view(value));
+}
+
+}  // namespace
+
+std::unique_ptr<MetadataNode> readWithTextReader(host::InputFileStream& stream, const host::Path& file, Extent extent) {
+    return TextReader(stream, file).read(extent);
+}
+
+}  // namespace project::metadata::detail
