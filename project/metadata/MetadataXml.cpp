@@ -13,12 +13,17 @@
 
 #include "project/metadata/MetadataXml.hpp"
 
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
 #include <libxml/parser.h>
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/detail/PlainParser.hpp"
 #include "project/metadata/detail/SilentXml.hpp"
 #include "project/metadata/detail/TextReader.hpp"
 #include "project/metadata/detail/TreeFormatter.hpp"
@@ -62,6 +67,15 @@ std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent
         raise<MetadataReadFailure>(file.text(), getCauseMessage());
     const detail::SilentXml silent;
     host::InputFileStream stream(file.accessName(), std::ios::in | std::ios::binary);
+    std::error_code code;
+    // What is no regular file can be read only once.
+    if (std::filesystem::is_regular_file(file.accessName(), code)) {
+        detail::PlainDocument document = detail::parsePlainDocument(stream, extent);
+        if (document.obstacle == detail::Obstacle::none)
+            return std::move(document.root);
+        stream.clear();
+        stream.seekg(0);
+    }
     return detail::readWithTextReader(stream, file, extent);
 }
 

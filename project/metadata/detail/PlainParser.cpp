@@ -1,0 +1,174 @@
+#include "project/metadata/detail/PlainParser.hpp"
+
+#include <array>
+#include <cstddef>
+#include <exception>
+#include <new>
+#include <string_view>
+
+#include <libxml/SAX2.h>
+#include <libxml/dict.h>
+#include <libxml/parser.h>
+
+#include "project/exception/ProjectException.hpp"
+#include "project/metadata/detail/TreeBuilder.hpp"
+
+namespace project::metadata::detail {
+
+namespace {
+
+class PlainParser {
+public:
+    PlainParser();
+    ~PlainParser();
+
+    PlainParser(const PlainParser&) = delete;
+    PlainParser& operator=(const PlainParser&) = delete;
+
+    PlainDocument parse(host::InputFileStream& stream, Extent extent);
+
+private:
+    void parseBlock(std::string_view block, bool isLast);
+    void startElement(const xmlChar* name, const xmlChar** attributes, int attributeCount);
+    void giveUp(Obstacle obstacle);
+    bool goesOn() const { return obstacle_ == Obstacle::none && !failure_; }
+
+    /// Takes `step` for the parser that libxml2 hands over as `context`.
+    template <class Step>
+    static void run(void* context, const Step& step);
+
+    xmlParserCtxt* parser_;
+    TreeBuilder tree_;
+    std::size_t bytesSinceTag_ = 0;  ///< at least as many, to a block, as no tag has ended in
+    Obstacle obstacle_ = Obstacle::none;
+    std::exception_ptr failure_;  ///< libxml2 must not see exceptions
+};
+
+PlainParser::PlainParser() {
+    xmlSAXHandler handler{};
+    handler.initialized = XML_SAX2_MAGIC;
+    handler.startDocument = xmlSAX2StartDocument;
+    handler.internalSubset = [](void* context, const xmlChar* /*name*/, const xmlChar* /*id*/,
+                                const xmlChar* /*file*/) {
+        run(context, [](PlainParser& self) { self.giveUp(Obstacle::documentType); });
+    };
+    handler.startElementNs = [](void* context, const xmlChar* name, const xmlChar* prefix, const xmlChar* /*uri*/,
+                                int namespaceCount, const xmlChar** /*namespaces*/, int attributeCount,
+                                int /*defaultedCount*/, const xmlChar** attributes) {
+        run(context, [&](PlainParser& self) {
+            if (prefix || namespaceCount > 0)
+                self.giveUp(Obstacle::prefix);
+            else
+                self.startElement(name, attributes, attributeCount);
+        });
+    };
+    handler.endElementNs = [](void* context, const xmlChar* /*name*/, const xmlChar* /*prefix*/,
+                              const xmlChar* /*uri*/) {
+        run(context, [](PlainParser& self) {
+            self.bytesSinceTag_ = 0;
+            self.tree_.endElement();
+        });
+    };
+    handler.serror = [](void* context, auto* /*error*/) {
+        run(context, [](PlainParser& self) { self.giveUp(Obstacle::error); });
+    };
+    parser_ = xmlCreatePushParserCtxt(&handler, nullptr, nullptr, 0, nullptr);
+    if (!parser_)
+        throw std::bad_alloc();
+    parser_->_private = this;
+    // References come as what they stand for. Without a document type there are only those that libxml2 knows itself.
+    xmlCtxtUseOptions(parser_, XML_PARSE_NOENT);
+}
+
+PlainParser::~PlainParser() {
+    xmlFreeDoc(parser_->myDoc);
+    xmlFreeParserCtxt(parser_);
+}
+
+PlainDocument PlainParser::parse(host::InputFileStream& stream, Extent extent) {
+    std::array<char, 32 * 1024> block;
+    bool isFirst = true;
+    bool isEnough = false;
+    while (goesOn() && !isEnough && stream.read(block.data(), block.size()).gcount() > 0) {
+        const std::string_view bytes(block.data(), static_cast<std::size_t>(stream.gcount()));
+        // The other encodings that libxml2 detects without a declaration begin with other bytes.
+        if (isFirst && (bytes.front() != '<' || bytes.substr(0, 2).back() == '\0'))
+            giveUp(Obstacle::encoding);
+        isFirst = false;
+        // For the root alone the text reader looks at up to 512 bytes behind it, or at all if it is an empty element.
+        const bool hadRoot = tree_.hasRoot();
+        parseBlock(bytes, false);
+        isEnough = extent == Extent::rootOnly && hadRoot && tree_.getDepth() > 0;
+    }
+    if (!stream.eof() && !isEnough)
+        giveUp(Obstacle::error);
+    if (!(extent == Extent::rootOnly && tree_.getDepth() > 0))
+        parseBlock({}, true);
+    if (failure_)
+        std::rethrow_exception(failure_);
+    if (obstacle_ != Obstacle::none)
+        return {nullptr, obstacle_};
+    return {tree_.takeRoot(), Obstacle::none};
+}
+
+void PlainParser::parseBlock(std::string_view block, bool isLast) {
+    // libxml2 has limits for texts, comments, tags and their parts, all of 10,000,000 bytes or characters, and one of
+    // the same size for all names together. The two ways to read may reach them at different places.
+    constexpr std::size_t maxBytes = 1'000'000;
+    if (!goesOn())
+        return;
+    bytesSinceTag_ += block.size();
+    if (xmlParseChunk(parser_, block.data(), static_cast<int>(block.size()), isLast ? 1 : 0) != XML_ERR_OK)
+        giveUp(Obstacle::error);
+    if (bytesSinceTag_ > maxBytes || xmlDictGetUsage(parser_->dict) > maxBytes)
+        giveUp(Obstacle::limit);
+}
+
+void PlainParser::startElement(const xmlChar* name, const xmlChar** attributes, int attributeCount) {
+    constexpr std::size_t maxDepth = 200;  // less than what libxml2 allows
+    if (tree_.getDepth() == maxDepth)
+        return giveUp(Obstacle::limit);
+    const xmlChar* const encoding = parser_->myDoc->encoding;
+    if (encoding && xmlStrcasecmp(encoding, reinterpret_cast<const xmlChar*>("UTF-8")) != 0)
+        return giveUp(Obstacle::encoding);
+    bytesSinceTag_ = 0;
+    tree_.startElement(name);
+    // Each attribute is five pointers: name, prefix, URI, and where the value begins and ends.
+    for (const xmlChar** const end = attributes + 5 * attributeCount; attributes != end; attributes += 5) {
+        if (attributes[1])
+            return giveUp(Obstacle::prefix);
+        const char* const value = reinterpret_cast<const char*>(attributes[3]);
+        tree_.addAttribute(attributes[0], {value, static_cast<std::size_t>(attributes[4] - attributes[3])});
+    }
+    tree_.endAttributes();
+}
+
+/// What was found first counts.
+void PlainParser::giveUp(Obstacle obstacle) {
+    if (obstacle_ == Obstacle::none)
+        obstacle_ = obstacle;
+    xmlStopParser(parser_);
+}
+
+template <class Step>
+void PlainParser::run(void* context, const Step& step) {
+    auto& self = *static_cast<PlainParser*>(static_cast<xmlParserCtxt*>(context)->_private);
+    if (!self.goesOn())
+        return;
+    try {
+        step(self);
+    } catch (const exception::ProjectException&) {
+        self.giveUp(Obstacle::attribute);
+    } catch (...) {
+        self.failure_ = std::current_exception();
+        xmlStopParser(self.parser_);
+    }
+}
+
+}  // namespace
+
+PlainDocument parsePlainDocument(host::InputFileStream& stream, Extent extent) {
+    return PlainParser().parse(stream, extent);
+}
+
+}  // namespace project::metadata::detail
