@@ -4,7 +4,8 @@
 
 #include <libxml/tree.h>
 
-#include "host/XmlText.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/detail/SilentXml.hpp"
 
 namespace project::metadata {
 
@@ -27,8 +28,13 @@ bool isValidKey(const std::u16string& key) {
     // libxml2 would stop at the terminator of the converted text and never see what follows.
     if (key.find(u'\0') != std::u16string::npos)
         return false;
+    // A surrogate without a partner would be another character when it is written.
+    const std::string utf8 = host::toUtf8(key);
+    if (host::fromUtf8(utf8) != key)
+        return false;
+    const detail::SilentXml silent;
     const int blanksAllowedAround = 1;
-    return xmlValidateName(host::XmlText(key).get(), blanksAllowedAround) == 0;
+    return xmlValidateName(reinterpret_cast<const xmlChar*>(utf8.c_str()), blanksAllowedAround) == 0;
 }
 
 bool isValidAttribute(const std::u16string& value) noexcept {

@@ -19,32 +19,37 @@ namespace {
 
 class PlainParser {
 public:
-    PlainParser();
+    explicit PlainParser(Extent extent);
     ~PlainParser();
 
     PlainParser(const PlainParser&) = delete;
     PlainParser& operator=(const PlainParser&) = delete;
 
-    PlainDocument parse(host::InputFileStream& stream, Extent extent);
+    PlainDocument parse(host::InputFileStream& stream);
 
 private:
     void parseBlock(std::string_view block, bool isLast);
     void startElement(const xmlChar* name, const xmlChar** attributes, int attributeCount);
+    void endElement();
     void giveUp(Obstacle obstacle);
+    /// Whether only the root is wanted, and it does not end here.
+    bool isInsideRoot() const { return extent_ == Extent::rootOnly && depth_ > 0; }
     bool goesOn() const { return obstacle_ == Obstacle::none && !failure_; }
 
     /// Takes `step` for the parser that libxml2 hands over as `context`.
     template <class Step>
     static void run(void* context, const Step& step);
 
+    const Extent extent_;
     xmlParserCtxt* parser_;
     TreeBuilder tree_;
+    std::size_t depth_ = 0;          ///< how many elements are open
     std::size_t bytesSinceTag_ = 0;  ///< at least as many, to a block, as no tag has ended in
     Obstacle obstacle_ = Obstacle::none;
     std::exception_ptr failure_;  ///< libxml2 must not see exceptions
 };
 
-PlainParser::PlainParser() {
+PlainParser::PlainParser(Extent extent) : extent_(extent) {
     xmlSAXHandler handler{};
     handler.initialized = XML_SAX2_MAGIC;
     handler.startDocument = xmlSAX2StartDocument;
@@ -63,12 +68,7 @@ PlainParser::PlainParser() {
         });
     };
     handler.endElementNs = [](void* context, const xmlChar* /*name*/, const xmlChar* /*prefix*/,
-                              const xmlChar* /*uri*/) {
-        run(context, [](PlainParser& self) {
-            self.bytesSinceTag_ = 0;
-            self.tree_.endElement();
-        });
-    };
+                              const xmlChar* /*uri*/) { run(context, [](PlainParser& self) { self.endElement(); }); };
     handler.serror = [](void* context, auto* /*error*/) {
         run(context, [](PlainParser& self) { self.giveUp(Obstacle::error); });
     };
@@ -85,7 +85,7 @@ PlainParser::~PlainParser() {
     xmlFreeParserCtxt(parser_);
 }
 
-PlainDocument PlainParser::parse(host::InputFileStream& stream, Extent extent) {
+PlainDocument PlainParser::parse(host::InputFileStream& stream) {
     std::array<char, 32 * 1024> block;
     bool isFirst = true;
     bool isEnough = false;
@@ -98,12 +98,13 @@ PlainDocument PlainParser::parse(host::InputFileStream& stream, Extent extent) {
         // For the root alone the text reader looks at up to 512 bytes behind it, or at all if it is an empty element.
         const bool hadRoot = tree_.hasRoot();
         parseBlock(bytes, false);
-        isEnough = extent == Extent::rootOnly && hadRoot && tree_.getDepth() > 0;
+        isEnough = hadRoot && isInsideRoot();
     }
-    if (!stream.eof() && !isEnough)
-        giveUp(Obstacle::error);
-    if (!(extent == Extent::rootOnly && tree_.getDepth() > 0))
+    if (!isEnough) {
+        if (!stream.eof())
+            giveUp(Obstacle::error);
         parseBlock({}, true);
+    }
     if (failure_)
         std::rethrow_exception(failure_);
     if (obstacle_ != Obstacle::none)
@@ -126,12 +127,14 @@ void PlainParser::parseBlock(std::string_view block, bool isLast) {
 
 void PlainParser::startElement(const xmlChar* name, const xmlChar** attributes, int attributeCount) {
     constexpr std::size_t maxDepth = 200;  // less than what libxml2 allows
-    if (tree_.getDepth() == maxDepth)
+    if (++depth_ > maxDepth)
         return giveUp(Obstacle::limit);
+    bytesSinceTag_ = 0;
+    if (extent_ == Extent::rootOnly && tree_.hasRoot())
+        return;
     const xmlChar* const encoding = parser_->myDoc->encoding;
     if (encoding && xmlStrcasecmp(encoding, reinterpret_cast<const xmlChar*>("UTF-8")) != 0)
         return giveUp(Obstacle::encoding);
-    bytesSinceTag_ = 0;
     tree_.startElement(name);
     // Each attribute is five pointers: name, prefix, URI, and where the value begins and ends.
     for (const xmlChar** const end = attributes + 5 * attributeCount; attributes != end; attributes += 5) {
@@ -141,6 +144,13 @@ void PlainParser::startElement(const xmlChar* name, const xmlChar** attributes, 
         tree_.addAttribute(attributes[0], {value, static_cast<std::size_t>(attributes[4] - attributes[3])});
     }
     tree_.endAttributes();
+}
+
+void PlainParser::endElement() {
+    --depth_;
+    bytesSinceTag_ = 0;
+    if (!isInsideRoot())
+        tree_.endElement();
 }
 
 /// What was found first counts.
@@ -168,7 +178,7 @@ void PlainParser::run(void* context, const Step& step) {
 }  // namespace
 
 PlainDocument parsePlainDocument(host::InputFileStream& stream, Extent extent) {
-    return PlainParser().parse(stream, extent);
+    return PlainParser(extent).parse(stream);
 }
 
 }  // namespace project::metadata::detail

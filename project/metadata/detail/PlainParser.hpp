@@ -27,7 +27,7 @@ struct PlainDocument {
     Obstacle obstacle = Obstacle::none;
 };
 
-/// Reads from the position of `stream`.
+/// Reads from the position of `stream`. What libxml2 prints is not kept back.
 PlainDocument parsePlainDocument(host::InputFileStream& stream, Extent extent);
 
 }  // namespace project::metadata::detail
