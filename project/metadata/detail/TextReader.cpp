@@ -92,6 +92,21 @@ private:
     std::unordered_map<const xmlEntity*, std::size_t> sizes_;
 };
 
+/// Whether a document type gives one kind of element so many attributes by default that libxml2, which compares each
+/// with each whenever such an element comes, takes much longer than for others. None of them gets into a tree.
+bool hasTooManyDefaults(const xmlNode& documentType) {
+    constexpr std::size_t maxCount = 100;
+    std::unordered_map<std::string_view, std::size_t> counts;
+    for (const xmlNode* node = documentType.children; node; node = node->next) {
+        if (node->type != XML_ATTRIBUTE_DECL)
+            continue;
+        const auto& declaration = *reinterpret_cast<const xmlAttribute*>(node);
+        if (declaration.defaultValue && ++counts[view(declaration.elem)] > maxCount)
+            return true;
+    }
+    return false;
+}
+
 class TextReader {
 public:
     TextReader(host::InputFileStream& stream, const host::Path& file) : source_{stream}, file_(file) {}
@@ -112,9 +127,12 @@ private:
 };
 
 std::unique_ptr<MetadataNode> TextReader::read(Extent extent) {
+    // Later the stream fails at the end of a small file as well: libxml2 may read ahead at once.
+    if (source_.stream.fail())
+        fail(getCauseMessage());
     reader_.reset(
         xmlReaderForIO(readBlock, closeFile, &source_, nullptr, nullptr, XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
-    if (source_.stream.fail() || !reader_)
+    if (!reader_)
         fail(getCauseMessage());
     int result = 0;
     while ((result = xmlTextReaderRead(reader_.get())) == 1) {
@@ -123,6 +141,8 @@ std::unique_ptr<MetadataNode> TextReader::read(Extent extent) {
             addNode();
         else if (type == XML_READER_TYPE_END_ELEMENT && tree_.getDepth() > 0)
             tree_.endElement();
+        else if (type == XML_READER_TYPE_DOCUMENT_TYPE && hasTooManyDefaults(*xmlTextReaderCurrentNode(reader_.get())))
+            fail(u"its document type gives more than 100 attributes to one kind of element");
         if (extent == Extent::rootOnly && tree_.hasRoot())
             return tree_.takeRoot();
     }
