@@ -156,7 +156,7 @@ PathFilePtr PathFiles::read(const Path& file) const {
 
 PathFile PathFiles::parse(const Path& file) const {
     const bool isRoot = file == coreFile_;
-    PathFile content = nothing;
+    PathFile content;
     try {
         PathFile read = fromXml(*project::metadata::readFromFile(file), isRoot, file);
         if (!isRoot)
@@ -166,7 +166,7 @@ PathFile PathFiles::parse(const Path& file) const {
         content.damage = getReadProblem(file, error);
     }
     if (!content.damage.empty() && !isRoot)
-        content.element = parseFileName(file).value_or(nothing.element);
+        content.element = parseFileName(file).value_or(content.element);
     return content;
 }
 
@@ -287,7 +287,7 @@ bool isPathFile(const MetadataNode& root) {
 }
 
 PathFile fromXml(const MetadataNode& xml, bool isRoot, const Path& file) {
-    PathFile content = nothing;
+    PathFile content;
     if (!isRoot) {
         content.element = getPathElement(xml, file);
         content.rank = getRank(xml);

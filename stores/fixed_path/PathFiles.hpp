@@ -23,7 +23,7 @@ extern const std::u16string& fixedPathName;
 /// What the file of a path says. The root path has neither element nor rank, and its file is the core file. A damaged
 /// file has the element that its name tells, if it does, and what else could be read.
 struct PathFile {
-    project::metadata::PathElement element;
+    project::metadata::PathElement element{{}, {}};
     Rank rank;                                                    ///< empty if it is unknown
     std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch
     std::u16string damage;                                        ///< what is wrong with the file, in words
