@@ -36,7 +36,9 @@ std::u16string getReadProblem(const Path& file, const project::metadata::Metadat
     return u"it is no well-formed XML";
 }
 
-void logDamage(const project::metadata::MetadataDamage& damage) {
+void reportDamage(const project::metadata::MetadataDamage& damage) {
+    if (project::metadata::tellDamage(damage))
+        return;
     project::metadata::logger().log(host::Severity::warning,
                                     damage.file.accessName() + " is damaged: " + host::toUtf8(damage.problem));
 }

@@ -22,7 +22,7 @@ void requireWritable(const host::Path& path);
 /// What is wrong with `file`, for the `error` that came of reading it.
 std::u16string getReadProblem(const host::Path& file, const project::metadata::MetadataReadFailure& error);
 
-/// Writes a warning to the library's log.
-void logDamage(const project::metadata::MetadataDamage& damage);
+/// Tells the library's sink of `damage`; without one, logs a warning.
+void reportDamage(const project::metadata::MetadataDamage& damage);
 
 }  // namespace store_support

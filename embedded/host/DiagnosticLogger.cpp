@@ -1,26 +1,23 @@
-/// Records go to Boost.Log's core, and so to the sinks of a program that uses Boost.Log itself. Where nobody else in
-/// the process was linked with it, nobody can have configured it, and the records are written to standard error; the
-/// environment variable PROJECT_METADATA_LOG then sets the least severity, "warning" by default. At the end of the
-/// process, when Boost.Log is gone, they are written there in any case.
+/// Records go to Boost.Log's core, and from there to the one sink of this library and to those of a program that uses
+/// Boost.Log itself; at the end of the process, when Boost.Log is gone, to the one sink only. On standard error the
+/// environment variable PROJECT_METADATA_LOG sets the least severity, "warning" by default.
 #include "host/DiagnosticLogger.hpp"
-
-#include "embedded/host/LoadedObjects.hpp"
-
-#include <boost/core/null_deleter.hpp>
-#include <boost/log/attributes/value_extraction.hpp>
-#include <boost/log/core.hpp>
-#include <boost/log/keywords/channel.hpp>
-#include <boost/log/keywords/severity.hpp>
-#include <boost/log/sinks/sync_frontend.hpp>
-#include <boost/log/sinks/text_ostream_backend.hpp>
-#include <boost/log/sources/record_ostream.hpp>
-#include <boost/log/sources/severity_channel_logger.hpp>
-#include <boost/log/utility/formatting_ostream.hpp>
-#include <boost/make_shared.hpp>
 
 #include <cstdlib>
 #include <iostream>
 #include <limits>
+#include <mutex>
+#include <utility>
+
+#include <boost/log/attributes/value_extraction.hpp>
+#include <boost/log/core.hpp>
+#include <boost/log/keywords/channel.hpp>
+#include <boost/log/keywords/severity.hpp>
+#include <boost/log/sinks/basic_sink_backend.hpp>
+#include <boost/log/sinks/unlocked_frontend.hpp>
+#include <boost/log/sources/record_ostream.hpp>
+#include <boost/log/sources/severity_channel_logger.hpp>
+#include <boost/make_shared.hpp>
 
 namespace host {
 
@@ -61,25 +58,48 @@ int readLeastSeverity() {
     return static_cast<int>(Severity::warning);
 }
 
-void writeLine(const logging::record_view& record, logging::formatting_ostream& line) {
-    line << getName(logging::extract_or_default<int>("Severity", record, 0)) << ": "
-         << logging::extract_or_default<std::string>("Channel", record, std::string()) << ": "
-         << logging::extract_or_default<std::string>("Message", record, std::string());
+void writeToStandardError(const LogRecord& record) {
+    static const int least = readLeastSeverity();
+    if (static_cast<int>(record.severity) < least)
+        return;
+    // In one piece, for there may be other threads.
+    std::string line(getName(static_cast<int>(record.severity)));
+    line.append(": ").append(record.channel).append(": ").append(record.text).append("\n");
+    std::cerr << line;
 }
 
-void writeToStandardError() {
-    using Sink = logging::sinks::synchronous_sink<logging::sinks::text_ostream_backend>;
-    const auto sink = boost::make_shared<Sink>();
-    sink->locked_backend()->add_stream(boost::shared_ptr<std::ostream>(&std::cerr, boost::null_deleter()));
-    sink->set_formatter(&writeLine);
-    sink->set_filter([least = readLeastSeverity()](const logging::attribute_value_set& values) {
-        return logging::extract_or_default<int>("Severity", values, 0) >= least;
-    });
-    logging::core::get()->add_sink(sink);
+/// The sink that is set. Lives until the process is gone.
+struct Target {
+    std::mutex mutex;
+    std::shared_ptr<const LogSink> sink = std::make_shared<const LogSink>(writeToStandardError);
+};
+
+Target& getTarget() {
+    static Target& target = *new Target;
+    return target;
 }
 
-void useStandardErrorUnlessConfigured() {
-    static const bool done = (isLinkedByOthers("libboost_log.so") ? void() : writeToStandardError(), true);
+void tell(const LogRecord& record) {
+    const std::shared_ptr<const LogSink> sink = [] {
+        const std::lock_guard lock(getTarget().mutex);
+        return getTarget().sink;
+    }();
+    if (*sink)
+        (*sink)(record);
+}
+
+class Backend : public logging::sinks::basic_sink_backend<logging::sinks::concurrent_feeding> {
+public:
+    static void consume(const logging::record_view& record) {
+        const auto channel = logging::extract_or_default<std::string>("Channel", record, std::string());
+        const auto text = logging::extract_or_default<std::string>("Message", record, std::string());
+        tell({static_cast<Severity>(logging::extract_or_default<int>("Severity", record, 0)), channel, text});
+    }
+};
+
+void addBackend() {
+    using Sink = logging::sinks::unlocked_sink<Backend>;
+    static const bool done = (logging::core::get()->add_sink(boost::make_shared<Sink>()), true);
     static_cast<void>(done);
 }
 
@@ -101,17 +121,22 @@ struct DiagnosticLogger::State {
 };
 
 DiagnosticLogger::DiagnosticLogger(const std::string& channel) {
-    useStandardErrorUnlessConfigured();
+    addBackend();
     state_ = std::make_unique<State>(channel);
 }
 
 DiagnosticLogger::~DiagnosticLogger() = default;
 
+void DiagnosticLogger::setSink(LogSink sink) {
+    auto shared = std::make_shared<const LogSink>(std::move(sink));
+    const std::lock_guard lock(getTarget().mutex);
+    getTarget().sink.swap(shared);
+}
+
 void DiagnosticLogger::log(Severity severity, std::string_view text) {
     const int level = static_cast<int>(severity);
     if (isLoggingOver) {
-        if (level >= readLeastSeverity())
-            std::cerr << getName(level) << ": " << state_->channel << ": " << text << '\n';
+        tell({severity, state_->channel, text});
         return;
     }
     auto record = state_->logger.open_record(logging::keywords::severity = level);

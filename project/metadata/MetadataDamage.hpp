@@ -1,6 +1,7 @@
 /// What is damaged in a project's metadata, for stores that can tell.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,17 @@ struct MetadataDamage {
     host::Path file;         ///< the damaged file, also where it is missing
     std::u16string problem;  ///< what is wrong with it, in words
 };
+
+/// Learns of damage. Called on the thread that uses the store, also by several at once; must not throw.
+using DamageSink = std::function<void(const MetadataDamage& damage)>;
+
+/// From now on all stores of the process tell `sink` of damage as they come upon it, which need not be all there is,
+/// and may be the same again. Without a sink, as in the beginning or if it is null, they log a warning. May be called
+/// from any thread.
+PROJECT_METADATA_EXPORT void setDamageSink(DamageSink sink);
+
+/// For stores: tells the sink of `damage`. @return whether there is one. May be called from any thread.
+PROJECT_METADATA_EXPORT bool tellDamage(const MetadataDamage& damage);
 
 /// What a `MetadataManager` may implement besides. Ask for it with a `dynamic_cast`.
 class PROJECT_METADATA_EXPORT DamageReporter {

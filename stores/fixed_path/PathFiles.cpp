@@ -50,7 +50,6 @@ using store_support::getFileVersion;
 using store_support::getPathElement;
 using store_support::getReadProblem;
 using store_support::isFolder;
-using store_support::logDamage;
 using store_support::pathElementName;
 using store_support::projectElementName;
 using store_support::putNode;
@@ -149,7 +148,7 @@ PathFilePtr PathFiles::read(const Path& file) const {
         return cached->second.content;
     auto content = std::make_shared<const PathFile>(parse(file));
     if (!content->damage.empty())
-        logDamage({file, content->damage});
+        store_support::reportDamage({file, content->damage});
     cache_.insert_or_assign(file.text(), CacheEntry{*version, content});
     return content;
 }

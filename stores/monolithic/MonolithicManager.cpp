@@ -30,7 +30,6 @@ using store_support::FileBatch;
 using store_support::FolderLock;
 using store_support::getFileVersion;
 using store_support::JobRunner;
-using store_support::logDamage;
 using store_support::needsProof;
 using store_support::requireDepth;
 using store_support::requireMetadataType;
@@ -268,7 +267,7 @@ const PathTree& MonolithicManager::load() const {
         tree = fromXml(*project::metadata::readFromFile(file_), file_, damage);
     if (tree_)
         markUnseen(tree, &*tree_);
-    std::for_each(damage.begin(), damage.end(), logDamage);
+    std::for_each(damage.begin(), damage.end(), store_support::reportDamage);
     tree_ = std::move(tree);
     version_ = version;
     damage_ = std::move(damage);

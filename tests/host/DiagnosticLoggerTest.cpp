@@ -1,5 +1,5 @@
-/// Where diagnostic records go: to the sinks of a program that uses Boost.Log, as this one does, and to standard error
-/// otherwise, as in the program `host_probe`.
+/// Where diagnostic records go: to one sink that a program sets, to those of Boost.Log that it has, and to standard
+/// error in a program that sets none, such as `host_probe`.
 #include "host/DiagnosticLogger.hpp"
 
 #include "tests/host/Helpers.hpp"
@@ -12,17 +12,30 @@
 
 namespace {
 
-TEST(DiagnosticLogger, ProgramWithBoostLogGetsEveryRecordAndNobodyElseDoes) {
+TEST(DiagnosticLogger, RecordsGoToTheSinkThatIsSetAndToThoseOfBoostLog) {
+    std::ostringstream ofBoost;
+    const auto boostSink = boost::log::add_console_log(ofBoost);
+    boostSink->set_formatter(boost::log::expressions::stream << boost::log::expressions::attr<std::string>("Channel")
+                                                             << ' ' << boost::log::expressions::smessage << '|');
+    const host::DiagnosticLogger before("made before");
     std::ostringstream records;
-    const auto sink = boost::log::add_console_log(records);
-    sink->set_formatter(boost::log::expressions::stream << boost::log::expressions::attr<std::string>("Channel") << ' '
-                                                        << boost::log::expressions::smessage);
+    host::DiagnosticLogger logger("some::channel");
+    host::DiagnosticLogger::setSink([&records, &logger](const host::LogRecord& record) {
+        records << static_cast<int>(record.severity) << ' ' << record.channel << ' ' << record.text << '|';
+        if (record.text == "first")
+            logger.log(host::Severity::info, "within");
+    });
     testing::internal::CaptureStderr();
-    host::DiagnosticLogger("some::channel").log(host::Severity::trace, "a");
+    logger.log(host::Severity::trace, "first");
     host::DiagnosticLogger("other").log(host::Severity::fatal, "\xC3\xA4");
-    boost::log::core::get()->remove_sink(sink);
-    EXPECT_EQ(records.str(), "some::channel a\nother \xC3\xA4\n");
+    host::DiagnosticLogger::setSink(nullptr);
+    logger.log(host::Severity::fatal, "last");
+    boost::log::core::get()->remove_sink(boostSink);
+    logger.log(host::Severity::fatal, "to nobody");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(records.str(), "2 some::channel first|6 some::channel within|12 other \xC3\xA4|");
+    // A console logger ends each record with a line break.
+    EXPECT_EQ(ofBoost.str(), "some::channel within|\nsome::channel first|\nother \xC3\xA4|\nsome::channel last|\n");
 }
 
 TEST(DiagnosticLogger, OtherProgramsGetWarningsOnStandardErrorUnlessTheEnvironmentSaysOtherwise) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "host/DiagnosticLogger.hpp"
+#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/FileSizeLimit.hpp"
@@ -188,6 +190,37 @@ TEST_P(StoreDamageTest, ReadOnlyFilesFollowTheUsersSetting) {
     const auto settings = set(u"yes");
     open()->setNode(root, *node(u"3"));
     EXPECT_EQ(open()->getNode(root)->get(u"Value"), u"3");
+}
+
+TEST(DamageSinkTest, StoresTellDamageAsTheyComeUponIt) {
+    std::vector<std::string> told;
+    std::vector<std::string> logged;
+    host::DiagnosticLogger::setSink([&](const host::LogRecord& record) { logged.emplace_back(record.text); });
+    for (const char16_t* name : {u"fixedPath", u"monolithic"}) {
+        const TempFolder folder;
+        const std::filesystem::path root = folder / "is damaged: not";
+        openStore(name, toPath(root))->addPath(path({u"a"}));
+        const bool isFixedPath = std::u16string(name) == u"fixedPath";
+        const std::filesystem::path file = root / "resources/project" / (isFixedPath ? "t=a.xml" : "Project.xml");
+        writeBytes(file, isFixedPath ? "<Path Type='t' Location='a'/>"
+                                     : "<Project MetadataType='monolithic'><Path/><Path/></Project>");
+        const auto look = [&] { openStore(name, toPath(root))->getChildren(MetadataPath()); };
+        const std::string problem =
+            isFixedPath ? "its Rank is missing or invalid" : "a path element stands twice under one parent in it";
+
+        project::metadata::setDamageSink([&](const project::metadata::MetadataDamage& damage) {
+            told.push_back(damage.file.accessName() + '|' + host::toUtf8(damage.problem));
+        });
+        look();
+        EXPECT_EQ(std::exchange(told, {}), std::vector{file.string() + '|' + problem});
+        EXPECT_EQ(logged, std::vector<std::string>());
+
+        project::metadata::setDamageSink(nullptr);
+        look();
+        EXPECT_EQ(told, std::vector<std::string>());
+        EXPECT_EQ(std::exchange(logged, {}), std::vector{file.string() + " is damaged: " + problem});
+    }
+    host::DiagnosticLogger::setSink(nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, StoreDamageTest, testing::ValuesIn(builtStores()), nameOfStore);
