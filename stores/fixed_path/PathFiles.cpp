@@ -62,7 +62,6 @@ namespace {
 
 const std::u16string& rankKey = *new std::u16string(u"Rank");
 const std::u16string& extension = *new std::u16string(u".xml");
-const PathFile& nothing = *new PathFile{{u"", u""}, {}, nullptr, {}};
 const std::u16string& missing = *new std::u16string(u"it is missing, while there are paths below it");
 
 bool isBefore(const PathFilePtr& a, const PathFilePtr& b) {
