@@ -17,25 +17,24 @@ TEST(DiagnosticLogger, RecordsGoToTheSinkThatIsSetAndToThoseOfBoostLog) {
     const auto boostSink = boost::log::add_console_log(ofBoost);
     boostSink->set_formatter(boost::log::expressions::stream << boost::log::expressions::attr<std::string>("Channel")
                                                              << ' ' << boost::log::expressions::smessage << '|');
-    const host::DiagnosticLogger before("made before");
     std::ostringstream records;
     host::DiagnosticLogger logger("some::channel");
     host::DiagnosticLogger::setSink([&records, &logger](const host::LogRecord& record) {
         records << static_cast<int>(record.severity) << ' ' << record.channel << ' ' << record.text << '|';
-        if (record.text == "first")
+        if (record.text == "outer")
             logger.log(host::Severity::info, "within");
     });
     testing::internal::CaptureStderr();
     logger.log(host::Severity::trace, "first");
     host::DiagnosticLogger("other").log(host::Severity::fatal, "\xC3\xA4");
-    host::DiagnosticLogger::setSink(nullptr);
-    logger.log(host::Severity::fatal, "last");
     boost::log::core::get()->remove_sink(boostSink);
+    logger.log(host::Severity::warning, "outer");
+    host::DiagnosticLogger::setSink(nullptr);
     logger.log(host::Severity::fatal, "to nobody");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(records.str(), "2 some::channel first|6 some::channel within|12 other \xC3\xA4|");
+    EXPECT_EQ(records.str(), "2 some::channel first|12 other \xC3\xA4|8 some::channel outer|6 some::channel within|");
     // A console logger ends each record with a line break.
-    EXPECT_EQ(ofBoost.str(), "some::channel within|\nsome::channel first|\nother \xC3\xA4|\nsome::channel last|\n");
+    EXPECT_EQ(ofBoost.str(), "some::channel first|\nother \xC3\xA4|\n");
 }
 
 TEST(DiagnosticLogger, OtherProgramsGetWarningsOnStandardErrorUnlessTheEnvironmentSaysOtherwise) {
