@@ -1,12 +1,12 @@
 #include "store_support/PathXml.hpp"
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 
 #include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_support/HexDigits.hpp"
 
 namespace store_support {
 
@@ -25,13 +25,6 @@ const std::u16string& typeKey = *new std::u16string(u"Type");
 const std::u16string& locationKey = *new std::u16string(u"Location");
 const std::u16string& escapedPrefix = *new std::u16string(u"Escaped");
 
-void appendEscaped(std::u16string& text, char16_t unit) {
-    constexpr char16_t digits[] = u"0123456789ABCDEF";
-    text += u"\\u";
-    for (int shift = 12; shift >= 0; shift -= 4)
-        text += digits[(unit >> shift) & 0xF];
-}
-
 /// Everything but printable ASCII is escaped: such texts are rare, and this way there is nothing to get wrong.
 std::u16string escape(const std::u16string& text) {
     std::u16string escaped;
@@ -41,7 +34,7 @@ std::u16string escape(const std::u16string& text) {
         else if (unit >= 0x20 && unit < 0x7F)
             escaped += unit;
         else
-            appendEscaped(escaped, unit);
+            escaped += u"\\u" + toHex(unit, 4);
     }
     return escaped;
 }
@@ -56,12 +49,11 @@ std::optional<std::u16string> unescape(const std::u16string& escaped) {
             text += u'\\';
             ++i;
         } else {
-            const std::string digits = host::toUtf8(escaped.substr(i + 1, 5));
-            unsigned unit = 0;
-            const char* const end = digits.data() + digits.size();
-            if (digits.size() != 5 || digits[0] != 'u' || std::from_chars(digits.data() + 1, end, unit, 16).ptr != end)
+            const std::u16string digits = escaped.substr(i + 1, 5);
+            const auto unit = digits.size() == 5 && digits[0] == u'u' ? fromHex(digits.substr(1)) : std::nullopt;
+            if (!unit)
                 return std::nullopt;
-            text += static_cast<char16_t>(unit);
+            text += *unit;
             i += 5;
         }
     }

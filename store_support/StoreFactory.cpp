@@ -11,6 +11,7 @@
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "project/metadata/Uuid.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"
 
@@ -51,7 +52,8 @@ bool hasOnlyCoreFile(const host::Path& folder) {
     const auto files = project::metadata::listChildFiles(folder);
     return std::all_of(files.begin(), files.end(), [](const host::Path& file) {
         const std::u16string name = file.fileName().text();
-        return name == project::metadata::coreFileName() || name.rfind(u".", 0) == 0 || name.rfind(u"uuid-", 0) == 0;
+        return name == project::metadata::coreFileName() || name.rfind(u".", 0) == 0 ||
+               project::metadata::getMarkedUuid(name);
     });
 }
 

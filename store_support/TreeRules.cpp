@@ -93,12 +93,4 @@ void requireReadsBack(const MetadataNode& node, const host::Path& writtenFile, c
                                 u"it would read back differently: its names use the namespaces of XML wrongly");
 }
 
-bool equalTrees(const MetadataNode& a, const MetadataNode& b) {
-    const auto keys = a.getAttributeKeys();
-    return a.getName() == b.getName() && keys == b.getAttributeKeys() &&
-           std::all_of(keys.begin(), keys.end(), [&](const auto& key) { return a.get(key) == b.get(key); }) &&
-           std::equal(a.getChildNodes().begin(), a.getChildNodes().end(), b.getChildNodes().begin(),
-                      b.getChildNodes().end(), [](const auto& x, const auto& y) { return equalTrees(*x, *y); });
-}
-
 }  // namespace store_support

@@ -35,7 +35,4 @@ bool needsProof(const project::metadata::PathElement& element);
 void requireReadsBack(const project::metadata::MetadataNode& node, const host::Path& writtenFile,
                       const host::Path& file);
 
-/// Whether both trees have the same names, attributes and children.
-bool equalTrees(const project::metadata::MetadataNode& a, const project::metadata::MetadataNode& b);
-
 }  // namespace store_support

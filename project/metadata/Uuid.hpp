@@ -1,6 +1,7 @@
 /// UUIDs of projects. May be called from any thread.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "host/Path.hpp"
@@ -19,5 +20,8 @@ PROJECT_METADATA_EXPORT std::u16string generateUUID();
 /// @return the marker file
 /// @throws MetadataWriteFailure, ReadOnlyMetadataFailure and others as `writeToFile` and `getDirectory`
 PROJECT_METADATA_EXPORT host::Path assignUuid(const host::Path& root, const std::u16string& uuid);
+
+/// What stands for the UUID, its form unchecked, in the name of a marker file; no value if `fileName` is none of one.
+PROJECT_METADATA_EXPORT std::optional<std::u16string> getMarkedUuid(const std::u16string& fileName);
 
 }  // namespace project::metadata

@@ -1,6 +1,5 @@
 #include "stores/fixed_path/NodeFileName.hpp"
 
-#include <charconv>
 #include <string_view>
 
 #include <boost/uuid/name_generator_sha1.hpp>
@@ -8,6 +7,7 @@
 
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
+#include "store_support/HexDigits.hpp"
 
 namespace stores::fixed_path {
 
@@ -41,12 +41,7 @@ bool isUnsafe(char16_t unit) {
 }
 
 std::u16string escape(char16_t unit) {
-    constexpr std::u16string_view digits = u"0123456789ABCDEF";
-    const bool isShort = unit < 0x100;
-    std::u16string text = isShort ? u"%" : u"%u";
-    for (int shift = isShort ? 4 : 12; shift >= 0; shift -= 4)
-        text += digits[(static_cast<unsigned>(unit) >> shift) & 0xFU];
-    return text;
+    return unit < 0x100 ? u"%" + store_support::toHex(unit, 2) : u"%u" + store_support::toHex(unit, 4);
 }
 
 /// The encoded form of the character at `text[i]`; `i` moves to its last unit.
@@ -101,13 +96,10 @@ std::u16string cut(const std::u16string& name) {
 /// The character that is escaped at `name[i]`; `i` moves to its last unit. No value if there is none.
 std::optional<char16_t> unescape(const std::u16string& name, std::size_t& i) {
     const bool isShort = name.compare(i, 2, u"%u") != 0;
-    const std::string digits = host::toUtf8(name.substr(i + (isShort ? 1 : 2), isShort ? 2 : 4));
-    unsigned unit = 0;
-    const char* const end = digits.data() + digits.size();
-    if (std::from_chars(digits.data(), end, unit, 16).ptr != end)
-        return std::nullopt;
-    i += encodedLength(name, i) - 1;
-    return static_cast<char16_t>(unit);
+    const auto unit = store_support::fromHex(name.substr(i + (isShort ? 1 : 2), isShort ? 2 : 4));
+    if (unit)
+        i += encodedLength(name, i) - 1;
+    return unit;
 }
 
 std::optional<std::u16string> decode(const std::u16string& name) {

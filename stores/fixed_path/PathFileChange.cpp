@@ -9,6 +9,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "store_support/EqualTrees.hpp"
 #include "store_support/FileBatch.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/TreeRules.hpp"
@@ -35,10 +36,6 @@ namespace {
 
 /// How many elements lie above a node in its file: the path's own and "Node".
 constexpr int nodeDepth = 2;
-
-bool equalNodes(const MetadataNode* a, const MetadataNode* b) {
-    return a && b ? equalTrees(*a, *b) : a == b;
-}
 
 void requireSound(const Path& file, const PathFile& content) {
     if (!content.damage.empty()) {
@@ -143,7 +140,7 @@ void PathFileChange::add(const MetadataPath& path) {
 void PathFileChange::setNode(const MetadataPath& path, const MetadataNode* node) {
     const Path file = files_.getFile(path);
     const PathFile* const now = find(file);
-    if (!now || equalNodes(now->node.get(), node))
+    if (!now || equalTrees(now->node.get(), node))
         return;
     if (node)
         requireReadable(*node, nodeDepth, file);

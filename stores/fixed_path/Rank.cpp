@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "store_support/LongestAscent.hpp"
+
 namespace stores::fixed_path {
 
 namespace {
@@ -85,29 +87,6 @@ void makeRanks(const Rank& after, const Rank& before, std::size_t count, std::ve
     makeRanks(centre, before, count - 1 - left, ranks);
 }
 
-/// Which of `current` form a longest strictly ascending subsequence.
-std::vector<bool> findLongestAscent(const std::vector<std::optional<Rank>>& current) {
-    constexpr std::size_t none = static_cast<std::size_t>(-1);
-    std::vector<std::size_t> tails;  // the index of the least last rank of an ascent, by its length less one
-    std::vector<std::size_t> previous(current.size(), none);
-    for (std::size_t i = 0; i < current.size(); ++i) {
-        if (!current[i])
-            continue;
-        const auto place = std::lower_bound(tails.begin(), tails.end(), i,
-                                            [&](std::size_t a, std::size_t b) { return *current[a] < *current[b]; });
-        if (place != tails.begin())
-            previous[i] = *(place - 1);
-        if (place == tails.end())
-            tails.push_back(i);
-        else
-            *place = i;
-    }
-    std::vector<bool> kept(current.size());
-    for (std::size_t i = tails.empty() ? none : tails.back(); i != none; i = previous[i])
-        kept[i] = true;
-    return kept;
-}
-
 }  // namespace
 
 bool isRank(const std::u16string& text) {
@@ -127,18 +106,15 @@ std::vector<Rank> makeRanks(const Rank& after, const Rank& before, std::size_t c
 }
 
 std::vector<Rank> arrangeRanks(const std::vector<std::optional<Rank>>& current) {
-    const std::vector<bool> kept = findLongestAscent(current);
+    std::vector<std::size_t> stops = store_support::findLongestAscent(current);
+    stops.push_back(current.size());
     std::vector<Rank> ranks;
     ranks.reserve(current.size());
-    for (std::size_t i = 0; i < current.size();) {
-        std::size_t gapEnd = i;
-        while (gapEnd < current.size() && !kept[gapEnd])
-            ++gapEnd;
-        const Rank before = gapEnd < current.size() ? *current[gapEnd] : Rank();
-        makeRanks(ranks.empty() ? Rank() : ranks.back(), before, gapEnd - i, ranks);
-        if (gapEnd < current.size())
+    for (const std::size_t stop : stops) {
+        const Rank before = stop < current.size() ? *current[stop] : Rank();
+        makeRanks(ranks.empty() ? Rank() : ranks.back(), before, stop - ranks.size(), ranks);
+        if (stop < current.size())
             ranks.push_back(before);
-        i = gapEnd + 1;
     }
     return ranks;
 }

@@ -9,6 +9,7 @@
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/CoreFileType.hpp"
+#include "store_support/EqualTrees.hpp"
 #include "store_support/FileBatch.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
@@ -71,7 +72,7 @@ PathTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) {
 /// @param node null to remove the node
 void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* node, const Path& file) {
     PathTree& tree = addPathTo(draft, path, file);
-    if (node && tree.node ? equalTrees(*node, *tree.node) : node == tree.node.get())
+    if (equalTrees(node, tree.node.get()))
         return;
     requireSeen(!tree.node || !tree.isUnseen, path, file);
     if (node) {

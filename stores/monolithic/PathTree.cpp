@@ -19,6 +19,7 @@
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
+#include "store_support/EqualTrees.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
 #include "store_support/TreeRules.hpp"
@@ -180,8 +181,7 @@ PathTree fromXml(const MetadataNode& xml, const host::Path& file, std::vector<Me
 }
 
 void markUnseen(const PathTree& now, const PathTree* before) {
-    const bool isSame =
-        before && (now.node && before->node ? equalTrees(*now.node, *before->node) : now.node == before->node);
+    const bool isSame = before && equalTrees(now.node.get(), before->node.get());
     now.isUnseen = !isSame || before->isUnseen;
     for (const PathTree::Child& child : now.getChildren())
         markUnseen(child.tree, before ? before->find(child.element) : nullptr);

@@ -1,0 +1,21 @@
+#include "store_support/EqualTrees.hpp"
+
+#include <algorithm>
+
+namespace store_support {
+
+using project::metadata::MetadataNode;
+
+bool equalTrees(const MetadataNode& a, const MetadataNode& b) {
+    const auto keys = a.getAttributeKeys();
+    return a.getName() == b.getName() && keys == b.getAttributeKeys() &&
+           std::all_of(keys.begin(), keys.end(), [&](const auto& key) { return a.get(key) == b.get(key); }) &&
+           std::equal(a.getChildNodes().begin(), a.getChildNodes().end(), b.getChildNodes().begin(),
+                      b.getChildNodes().end(), [](const auto& x, const auto& y) { return equalTrees(*x, *y); });
+}
+
+bool equalTrees(const MetadataNode* a, const MetadataNode* b) {
+    return a && b ? equalTrees(*a, *b) : a == b;
+}
+
+}  // namespace store_support
