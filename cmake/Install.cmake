@@ -1,5 +1,6 @@
 # The installed package: find_package(project_metadata) gives project_metadata::project_metadata, project_metadata::host,
-# project_metadata::operations, project_metadata::store_testing and project_metadata_add_bundle().
+# project_metadata::operations, project_metadata::store_support, project_metadata::store_testing and
+# project_metadata_add_bundle().
 
 include(CMakePackageConfigHelpers)
 
@@ -11,10 +12,15 @@ if(NOT TARGET project_host)
     return()
 endif()
 
-install(TARGETS project_metadata project_host project_metadata_operations store_testing EXPORT project_metadataTargets
+install(TARGETS project_metadata project_host project_metadata_operations store_support store_testing
+    EXPORT project_metadataTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY host operations project DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.hpp")
+install(DIRECTORY host operations project store_support DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    FILES_MATCHING PATTERN "*.hpp" PATTERN detail EXCLUDE)
+# Of what lies in there, the one header that others include.
+install(FILES project/metadata/detail/MetadataEventCombiner.hpp
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/project/metadata/detail)
 install(FILES store_testing/StoreContract.hpp store_testing/StoreContractTest.hpp
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/store_testing)
 install(EXPORT project_metadataTargets NAMESPACE project_metadata:: DESTINATION ${packageFolder})

@@ -1,20 +1,20 @@
 /// The file of a store "plain": the core file, with an element for every path, parents before their children.
 ///
 ///     <Plain MetadataType="plain">
-///         <Path/>
-///         <Path>
-///             <Step Location="src" Type="Folder"/>
-///         </Path>
-///         <Path>
-///             <Step Location="src" Type="Folder"/>
-///             <Step Location="main.c" Type="File"/>
+///         <Entry/>
+///         <Entry>
+///             <Path Location="src" Type="Folder"/>
+///         </Entry>
+///         <Entry>
+///             <Path Location="src" Type="Folder"/>
+///             <Path Location="main.c" Type="File"/>
 ///             <Node>
 ///                 <Info Size="12"/>
 ///             </Node>
-///         </Path>
+///         </Entry>
 ///     </Plain>
 ///
-/// In a step, "%" and what is no printable ASCII character stand as "%" and four hexadecimal digits.
+/// `store_support/PathXml.hpp` says how a step and a node are written.
 #pragma once
 
 #include <memory>
@@ -24,12 +24,13 @@
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
+#include "store_support/FolderLock.hpp"
 
 namespace plain {
 
 using NodePointer = std::shared_ptr<const project::metadata::MetadataNode>;
 
-extern const std::u16string storeName;
+constexpr const char16_t* storeName = u"plain";
 
 /// A path with its node, or with null for a branch.
 struct Entry {
@@ -40,34 +41,14 @@ struct Entry {
 /// All paths, the root first and each after its parent; siblings in their order.
 using Content = std::vector<Entry>;
 
-/// Whether both are null or the same trees.
-bool isSame(const NodePointer& a, const NodePointer& b);
-
-/// A text that no other path has.
-std::u16string makeKey(const project::metadata::MetadataPath& path);
-
 /// The content of `file`; of a missing file, the root path.
 /// @throws MetadataReadFailure if it holds anything that `save` would not have written, so that no change loses that
 Content load(const host::Path& file);
 
 /// Makes `content` the content of `file`. When this returns, it is on disk; before that, or after an error, the old
 /// content is.
+/// @param lock the lock of its folder
 /// @throws MetadataWriteFailure for nodes that could not be read back, and for errors of the disk
-void save(const Content& content, const host::Path& file);
-
-/// Keeps all other stores from changing a project, in this process and in others.
-class Lock {
-public:
-    /// Locks the folder `root`, and waits for ten seconds if it is locked.
-    /// @throws MetadataWriteFailure naming the folder
-    explicit Lock(const host::Path& root);
-    ~Lock();
-
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
-
-private:
-    int folder_;
-};
+void save(const Content& content, const host::Path& file, const store_support::FolderLock& lock);
 
 }  // namespace plain

@@ -3,13 +3,11 @@
 #include <algorithm>
 #include <utility>
 
-#include <cppmicroservices/ServiceReference.h>
-
 #include "host/FileSystem.hpp"
-#include "project/metadata/FileJobManager.hpp"
+#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
-#include "project/metadata/ProjectMetadataLocation.hpp"
+#include "store_support/EqualTrees.hpp"
 
 namespace plain {
 
@@ -47,46 +45,33 @@ void remove(Content& content, const MetadataPath& path) {
         content.emplace_back();
 }
 
-NodePointer lookUp(const std::map<std::u16string, NodePointer>& nodes, const std::u16string& key) {
-    const auto found = nodes.find(key);
-    return found == nodes.end() ? nullptr : found->second;
-}
-
-std::map<std::u16string, NodePointer> listNodes(const Content& content) {
-    std::map<std::u16string, NodePointer> nodes;
-    for (const auto& [path, node] : content)
-        nodes[makeKey(path)] = node;
-    return nodes;
+template <class Nodes>
+const MetadataNode* lookUp(const Nodes& nodes, const typename Nodes::key_type& steps) {
+    const auto found = nodes.find(steps);
+    return found == nodes.end() ? nullptr : found->second.get();
 }
 
 bool isSameContent(const Content& a, const Content& b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](const Entry& x, const Entry& y) { return x.path == y.path && isSame(x.node, y.node); });
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const Entry& x, const Entry& y) {
+        return x.path == y.path && store_support::equalTrees(x.node.get(), y.node.get());
+    });
 }
 
 }  // namespace
 
-std::unique_ptr<MetadataManager> PlainFactory::createManager(const host::Path& root) {
-    const ProjectMetadataLocation location(root);
-    if (location.hasCoreFile() && !canManage(root))
-        raise<MetadataReadFailure>(location.getCoreFile().text(), u"its metadata is not of the type \"plain\"");
-    return std::make_unique<PlainStore>(root, location.getCoreFile(), [context = context_](FileJob job) mutable {
-        std::shared_ptr<FileJobManager> manager;
-        // A store can still be saved when its plug-in has stopped, and the context with it.
-        if (context) {
-            if (const auto reference = context.GetServiceReference<FileJobManager>())
-                manager = context.GetService(reference);
-        }
-        (manager ? manager : std::make_shared<FileJobManager>())->process({std::move(job)});
-    });
+store_support::StoreKind describe() {
+    store_support::StoreKind kind;
+    kind.name = storeName;
+    kind.description = u"one plain file, to learn from";
+    kind.open = [](const host::Path& folder, store_support::JobRunner runJob) {
+        return std::make_unique<PlainStore>(folder, std::move(runJob));
+    };
+    kind.isAllInCoreFile = true;
+    return kind;
 }
 
-bool PlainFactory::canManage(const host::Path& root) {
-    return ProjectMetadataLocation(root).getMetadataType() == storeName;
-}
-
-PlainStore::PlainStore(const host::Path& root, const host::Path& file, JobRunner runJob)
-    : root_(root), file_(file), runJob_(std::move(runJob)), seen_(listNodes(load(file))) {}
+PlainStore::PlainStore(const host::Path& folder, store_support::JobRunner runJob)
+    : file_(folder / coreFileName()), runJob_(std::move(runJob)), seen_(listNodes(load(file_))) {}
 
 void PlainStore::setNode(const MetadataPath& path, const MetadataNode& node) {
     change([&](Content& content) { add(content, path).node = std::make_shared<MetadataNodeSpecification>(node); });
@@ -113,7 +98,7 @@ std::unique_ptr<MetadataNode> PlainStore::getNode(const MetadataPath& path) cons
     const Content content = load(file_);
     const Entry* const entry = find(content, path);
     const NodePointer node = entry ? entry->node : nullptr;
-    seen_[makeKey(path)] = node;
+    seen_[path.getPath()] = node;
     return node ? std::make_unique<MetadataNodeSpecification>(*node) : nullptr;
 }
 
@@ -167,16 +152,30 @@ void PlainStore::setPaths(const std::vector<MetadataPath>& paths) {
 }
 
 void PlainStore::change(const std::function<void(Content& content)>& edit) {
-    const Lock lock(root_);
-    const Content before = load(file_);
-    Content after = before;
-    edit(after);
-    if (isSameContent(before, after) && host::FileSystem::exists(file_))
+    Content before;
+    Content after;
+    const auto isNeeded = [&] {
+        before = after = load(file_);
+        edit(after);
+        return !isSameContent(before, after) || !host::FileSystem::exists(file_);
+    };
+    if (!isNeeded())
+        return;
+    const store_support::FolderLock lock(file_.parentPath());
+    // Somebody else may have been faster.
+    if (!isNeeded())
         return;
     const Nodes changes = findChanges(before, after);
-    runJob_(FileJob({file_}, {}, [&] { save(after, file_); }));
-    for (const auto& [key, node] : changes)
-        seen_[key] = node;
+    runJob_(FileJob({file_}, {}, [&] { save(after, file_, lock); }));
+    for (const auto& [steps, node] : changes)
+        seen_[steps] = node;
+}
+
+PlainStore::Nodes PlainStore::listNodes(const Content& content) {
+    Nodes nodes;
+    for (const auto& [path, node] : content)
+        nodes[path.getPath()] = node;
+    return nodes;
 }
 
 PlainStore::Nodes PlainStore::findChanges(const Content& before, const Content& after) const {
@@ -185,13 +184,15 @@ PlainStore::Nodes PlainStore::findChanges(const Content& before, const Content& 
     for (const auto& entry : old)
         changes.emplace(entry.first, nullptr);
     for (auto change = changes.begin(); change != changes.end();) {
-        const NodePointer node = lookUp(old, change->first);
-        if (isSame(node, change->second)) {
+        const MetadataNode* const node = lookUp(old, change->first);
+        if (store_support::equalTrees(node, change->second.get())) {
             change = changes.erase(change);
             continue;
         }
-        if (!isSame(node, lookUp(seen_, change->first)))
-            raise<MetadataWriteFailure>(file_.text(), u"somebody else changed the node at " + change->first);
+        if (!store_support::equalTrees(node, lookUp(seen_, change->first))) {
+            raise<MetadataWriteFailure>(
+                file_.text(), u"somebody else changed the node at \"" + MetadataPath(change->first).string() + u"\"");
+        }
         ++change;
     }
     return changes;

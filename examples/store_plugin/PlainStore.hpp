@@ -5,41 +5,25 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <string>
 #include <vector>
 
-#include <cppmicroservices/BundleContext.h>
-
 #include "PlainFile.hpp"
-#include "project/metadata/FileJob.hpp"
-#include "project/metadata/MetadataManagerFactory.hpp"
+#include "project/metadata/MetadataManager.hpp"
+#include "store_support/StoreFactory.hpp"
 
 namespace plain {
 
 using project::metadata::MetadataNode;
 using project::metadata::MetadataPath;
 
-/// May be used by several threads at once.
-class PlainFactory : public project::metadata::MetadataManagerFactory {
-public:
-    /// @param context where to look for a `FileJobManager`
-    explicit PlainFactory(const cppmicroservices::BundleContext& context) : context_(context) {}
-
-    std::unique_ptr<project::metadata::MetadataManager> createManager(const host::Path& root) override;
-    bool canManage(const host::Path& root) override;
-    std::u16string getName() override { return storeName; }
-    std::u16string getDescription() override { return u"one plain file, to learn from"; }
-
-private:
-    cppmicroservices::BundleContext context_;
-};
+/// What the plug-in offers.
+store_support::StoreKind describe();
 
 /// One thread at a time may use a store.
 class PlainStore : public project::metadata::MetadataManager {
 public:
-    using JobRunner = std::function<void(project::metadata::FileJob job)>;
-
-    PlainStore(const host::Path& root, const host::Path& file, JobRunner runJob);
+    /// @param folder the metadata folder, which need not exist
+    PlainStore(const host::Path& folder, store_support::JobRunner runJob);
 
     void setNode(const MetadataPath& path, const MetadataNode& node) override;
     void removeNode(const MetadataPath& path) override;
@@ -54,7 +38,10 @@ public:
     void setPaths(const std::vector<MetadataPath>& paths) override;
 
 private:
-    using Nodes = std::map<std::u16string, NodePointer>;  // by `makeKey`
+    /// By the steps of their paths: texts of different paths may be the same.
+    using Nodes = std::map<std::vector<project::metadata::PathElement>, NodePointer>;
+
+    static Nodes listNodes(const Content& content);
 
     /// Carries out `edit` as one batch.
     void change(const std::function<void(Content& content)>& edit);
@@ -63,9 +50,8 @@ private:
     /// @throws MetadataWriteFailure if somebody else changed one of them unseen
     Nodes findChanges(const Content& before, const Content& after) const;
 
-    host::Path root_;
     host::Path file_;
-    JobRunner runJob_;
+    store_support::JobRunner runJob_;
     mutable Nodes seen_;  // each node as it was when this store was opened, or last read or wrote it
 };
 

@@ -11,7 +11,8 @@ namespace project::store_testing {
 namespace {
 
 std::shared_ptr<metadata::MetadataManagerFactory> makePlainFactory() {
-    return std::make_shared<plain::PlainFactory>(host::ServiceFramework::getFramework()->GetBundleContext());
+    return store_support::makeStoreFactory(plain::describe(),
+                                           host::ServiceFramework::getFramework()->GetBundleContext());
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, StoreContractTest, rulesFor({{"plain", makePlainFactory}}), nameOfRule);
