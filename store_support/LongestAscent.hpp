@@ -1,5 +1,4 @@
-/// The longest ascent of a list: with what lies on it left alone, the fewest others have to move for the list to be in
-/// order.
+/// The longest ascent of a list: if what lies on it stays, the fewest others have to move to put the list in order.
 #pragma once
 
 #include <algorithm>

@@ -10,8 +10,7 @@ namespace test {
 struct XmlGroup {
     const char* name;
     std::vector<std::string> documents;
-    /// How many of them can be read as metadata: a group that is all refused by mistake is noticed. The others are
-    /// refused.
+    /// How many of them can be read as metadata: a group that is refused by mistake is noticed. The others are refused.
     std::size_t acceptedCount;
     /// How many of the others some versions of libxml2 from 2.9.14 to 2.15 take.
     std::size_t undecidedCount = 0;

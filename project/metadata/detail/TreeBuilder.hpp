@@ -38,8 +38,8 @@ public:
     /// Adds an attribute to the node begun last. `value` is UTF-8, in which what is no UTF-8 becomes U+FFFD.
     void addAttribute(const xmlChar* key, std::string_view value);
 
-    /// To be called when all attributes have been added: gives them to the node. Of several with one key the last one
-    /// counts.
+    /// To be called when all attributes have been added: gives them to the node. If one key comes again, the last value
+    /// is kept.
     /// @throws PutMetadataKeyFailure, PutMetadataValueFailure as `put` for the attributes in their order
     void endAttributes();
 
