@@ -59,7 +59,7 @@ private:
     /// whether there is anything to do.
     void change(const std::function<void(PathFileChange&)>& collect);
 
-    PathFiles files_;
+    mutable PathFiles files_;  // reading notes in it what the user of the store has seen
     store_support::JobRunner runJob_;
 };
 

@@ -81,7 +81,7 @@ WantedTree makeWantedTree(const PathFiles& files, const std::vector<MetadataPath
 
 }  // namespace
 
-PathFileChange::PathFileChange(const PathFiles& files) : files_(files) {}
+PathFileChange::PathFileChange(PathFiles& files) : files_(files) {}
 
 const PathFile* PathFileChange::find(const Path& file) {
     const auto written = writeIndex_.find(file.text());

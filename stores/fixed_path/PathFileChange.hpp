@@ -22,7 +22,7 @@ namespace stores::fixed_path {
 class PathFileChange {
 public:
     /// @param files what is there; must outlive the change
-    explicit PathFileChange(const PathFiles& files);
+    explicit PathFileChange(PathFiles& files);
 
     /// Adds `path` and its missing ancestors, each as the last child of its parent.
     void add(const project::metadata::MetadataPath& path);
@@ -76,7 +76,7 @@ private:
 
     void writeStaged(const Write& write, const host::Path& staged) const;
 
-    const PathFiles& files_;
+    PathFiles& files_;
     std::vector<Write> writes_;
     std::unordered_map<std::u16string, std::size_t> writeIndex_;  // by the text of the file's path
     std::unordered_map<std::u16string, PathFilePtr> existing_;    // likewise; what was read, null where nothing is

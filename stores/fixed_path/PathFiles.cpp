@@ -208,7 +208,7 @@ Rank PathFiles::findLastRank(const Path& childFolder) const {
     return last;
 }
 
-void PathFiles::noteLastRank(const Path& childFolder, const Rank& rank) const {
+void PathFiles::noteLastRank(const Path& childFolder, const Rank& rank) {
     if (const auto version = getFileVersion(childFolder))
         lastRanks_.insert_or_assign(childFolder.text(), LastRank{*version, rank});
 }
@@ -261,12 +261,12 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
     return result;
 }
 
-void PathFiles::markSeen(const Path& file) const {
+void PathFiles::markSeen(const Path& file) {
     if (const auto version = getFileVersion(file))
         seen_.insert(getContentVersion(*version));
 }
 
-void PathFiles::forget(const Path& file) const {
+void PathFiles::forget(const Path& file) {
     if (const auto version = getFileVersion(file))
         seen_.erase(getContentVersion(*version));
 }

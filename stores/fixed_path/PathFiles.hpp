@@ -58,7 +58,7 @@ public:
     Rank findLastRank(const host::Path& childFolder) const;
 
     /// Notes that `rank` is the last one in `childFolder` now.
-    void noteLastRank(const host::Path& childFolder, const Rank& rank) const;
+    void noteLastRank(const host::Path& childFolder, const Rank& rank);
 
     /// Whether there are paths below the one with the folder `childFolder`.
     /// @throws project::metadata::ListChildFilesFailure
@@ -73,10 +73,10 @@ public:
     std::vector<project::metadata::MetadataDamage> findDamage() const;
 
     /// Notes that the user of this store knows what `file` says now.
-    void markSeen(const host::Path& file) const;
+    void markSeen(const host::Path& file);
 
     /// Takes back `markSeen`, for a file that is about to be replaced.
-    void forget(const host::Path& file) const;
+    void forget(const host::Path& file);
 
     /// Whether `file` says what it said when this object was made or `markSeen` was called last.
     bool isSeen(const host::Path& file) const;
@@ -100,8 +100,7 @@ private:
         beginning_;  // what has not changed later, by the clock of the file system, was there when this was made
     mutable std::unordered_map<std::u16string, CacheEntry> cache_;    // by the text of the file's path
     mutable std::unordered_map<std::u16string, LastRank> lastRanks_;  // by the text of the folder's path
-    mutable std::unordered_set<store_support::FileVersion, store_support::FileVersionHash>
-        seen_;  // the user knows these
+    std::unordered_set<store_support::FileVersion, store_support::FileVersionHash> seen_;  // the user knows these
 };
 
 /// Whether `root` is the root of a "fixedPath" store's core file.

@@ -2,6 +2,7 @@
 
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/WholeFile.hpp"
 #include "stores/monolithic/MonolithicManager.hpp"
@@ -12,6 +13,7 @@ namespace stores::monolithic {
 using host::Path;
 using project::metadata::FileContent;
 using project::metadata::MetadataNode;
+using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataReadFailure;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
@@ -31,7 +33,7 @@ void copyTo(project::metadata::PathTree& to, const PathTree& from) {
 
 /// @param file for the error
 void copyTo(PathTree& to, const project::metadata::PathTree& from, const Path& file) {
-    to.node = from.node;
+    to.node = from.node ? std::make_shared<MetadataNodeSpecification>(*from.node) : nullptr;
     for (const project::metadata::PathTree& child : from.children) {
         if (to.find(child.step))
             raise<MetadataWriteFailure>(file.text(), u"a path would stand twice under one parent in it");

@@ -179,7 +179,7 @@ void MonolithicManager::removePath(const MetadataPath& path) {
 }
 
 std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& path) const {
-    const PathTree* const tree = load().find(path);
+    PathTree* const tree = load().find(path);
     if (!tree)
         return nullptr;
     tree->isUnseen = false;
@@ -203,7 +203,7 @@ void MonolithicManager::removePaths(const std::vector<MetadataPath>& paths) {
 }
 
 bool MonolithicManager::hasNode(const MetadataPath& path) const {
-    const PathTree* const tree = load().find(path);
+    PathTree* const tree = load().find(path);
     if (tree)
         tree->isUnseen = false;
     return tree && tree->node;
@@ -211,7 +211,7 @@ bool MonolithicManager::hasNode(const MetadataPath& path) const {
 
 std::vector<MetadataPath> MonolithicManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
-    const PathTree* const tree = load().find(path);
+    PathTree* const tree = load().find(path);
     if (!tree)
         return children;
     for (const PathTree::Child& child : tree->getChildren()) {
@@ -258,7 +258,7 @@ void MonolithicManager::change(const Edit& edit) {
     save(std::move(draft), lock);
 }
 
-const PathTree& MonolithicManager::load() const {
+PathTree& MonolithicManager::load() const {
     const auto version = getFileVersion(file_);
     if (tree_ && version == version_)
         return *tree_;

@@ -64,8 +64,8 @@ private:
     /// Carries out `edit`, and writes the file if that changed something or there is none yet.
     void change(const Edit& edit);
 
-    /// The content as it is on disk.
-    const PathTree& load() const;
+    /// The content as it is on disk, in which what the user of the store has seen is marked.
+    PathTree& load() const;
 
     void requireSound() const;
     void save(Draft draft, store_support::FolderLock& lock);

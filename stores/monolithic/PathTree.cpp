@@ -109,8 +109,7 @@ struct Patterns {
 void fill(SharingElement& xml, const PathTree& tree, const Patterns& patterns) {
     if (tree.node) {
         const auto element = std::make_shared<SharingElement>(patterns.node);
-        // The tree is only written; nobody changes the node in it.
-        element->add(std::const_pointer_cast<MetadataNode>(tree.node));
+        element->add(tree.node);
         xml.add(element);
     }
     for (const PathTree::Child& child : tree.getChildren()) {
@@ -138,8 +137,8 @@ PathTree* PathTree::find(const PathElement& element) const {
     return entry == entries_.end() ? nullptr : entry->second.tree.get();
 }
 
-const PathTree* PathTree::find(const MetadataPath& path) const {
-    const PathTree* tree = this;
+PathTree* PathTree::find(const MetadataPath& path) {
+    PathTree* tree = this;
     for (const PathElement& element : path.getPath()) {
         tree = tree->find(element);
         if (!tree)
@@ -180,7 +179,7 @@ PathTree fromXml(const MetadataNode& xml, const host::Path& file, std::vector<Me
     return tree;
 }
 
-void markUnseen(const PathTree& now, const PathTree* before) {
+void markUnseen(PathTree& now, const PathTree* before) {
     const bool isSame = before && equalTrees(now.node.get(), before->node.get());
     now.isUnseen = !isSame || before->isUnseen;
     for (const PathTree::Child& child : now.getChildren())

@@ -18,10 +18,10 @@ namespace stores::monolithic {
 /// A path with or without a node, and its children in order.
 class PathTree {
 public:
-    std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch
+    std::shared_ptr<project::metadata::MetadataNode> node;  ///< null for a branch
 
     /// Whether somebody else has put the node, or the whole path, there, and nobody has looked at it since.
-    mutable bool isUnseen = false;
+    bool isUnseen = false;
 
     PathTree() = default;
     PathTree(PathTree&&) = default;
@@ -34,7 +34,7 @@ public:
     PathTree* find(const project::metadata::PathElement& element) const;
 
     /// The descendant at `path`, null if there is none.
-    const PathTree* find(const project::metadata::MetadataPath& path) const;
+    PathTree* find(const project::metadata::MetadataPath& path);
 
     /// The child `element`, added as the last one if there is none.
     PathTree& add(const project::metadata::PathElement& element);
@@ -68,7 +68,7 @@ PathTree fromXml(const project::metadata::MetadataNode& xml, const host::Path& f
                  std::vector<project::metadata::MetadataDamage>& damage);
 
 /// Marks as unseen what is in `now`, and was unseen or not the same in `before`.
-void markUnseen(const PathTree& now, const PathTree* before);
+void markUnseen(PathTree& now, const PathTree* before);
 
 /// Whether nothing in `tree` is unseen.
 bool isAllSeen(const PathTree& tree);
