@@ -1,4 +1,7 @@
 /// What the library asks of the file system. Every operation may be called from any thread.
+///
+/// Take this to change or to list, `FileUtils.hpp` to ask; to replace a file that matters,
+/// `store_support/FileReplacement.hpp`.
 #pragma once
 
 #include <exception>

@@ -1,4 +1,7 @@
 /// Questions about files and paths that are more than one system call. Every operation may be called from any thread.
+///
+/// Take this to ask or to work with names, `FileSystem.hpp` to change or to list, and what needs the user's setting for
+/// read-only files from `project/metadata/FileUtilities.hpp`.
 #pragma once
 
 #include "host/Export.hpp"

@@ -1,6 +1,6 @@
 /// An open file, for what streams cannot do: exclusive creation, and errors with their reason.
 ///
-/// One thread at a time may use an object.
+/// Inside the embedded host only; others take a stream, or `FileSystem`. One thread at a time may use an object.
 #pragma once
 
 #include "host/Path.hpp"

@@ -1,6 +1,7 @@
 /// Helpers for files and folders of metadata, with one attempt to make writable what is read-only.
 ///
-/// None keeps any state; all may be called from any thread.
+/// Take these for files and folders of a project's metadata, and the host's `FileSystem` and `FileUtils`, which know no
+/// settings, for all others. None keeps any state; all may be called from any thread.
 #pragma once
 
 #include <string>
