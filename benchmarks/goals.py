@@ -24,7 +24,13 @@ class Goal(NamedTuple):
 OURS = "project_metadata"
 GOALS = [
     Goal("readFromFile, destruction included", f"read/reference/{OURS}", "read/reference/libxml2_text_reader",
-         1.2, small=("reference", "10000")),
+         1.0, small=("reference", "10000")),
+    Goal("readFromFile against pugixml", f"read/reference/{OURS}", "read/reference/pugixml_plain_tree",
+         0.7, small=("reference", "10000")),
+    Goal("readFromFile, a document type", f"read/shared_mime_info/{OURS}", "read/shared_mime_info/libxml2_text_reader",
+         1.6, small=("shared_mime_info", "shared_mime_info")),
+    Goal("readFromFile, namespaces", f"read/gir_gio/{OURS}", "read/gir_gio/libxml2_text_reader",
+         1.6, small=("gir_gio", "gir_gio")),
     Goal("writeToFile", f"write/reference/{OURS}", "write/reference/libxml2_text_writer",
          1.15, small=("reference", "10000")),
     Goal("memory of a tree", f"memory/reference/{OURS}", "memory/reference/libxml2_plain_tree", 0.6, figure="held"),
