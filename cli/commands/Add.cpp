@@ -6,10 +6,8 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"
@@ -48,6 +46,8 @@ std::vector<pm::MetadataPath> insertPath(const pm::MetadataManager& store, const
 }
 
 Status add(const Positionals::Values& values, const Flags& flags) {
+    if (flags.before && flags.after)
+        throw CommandError(Status::usage, "--before excludes --after");
     const pm::MetadataPath path = parsePath(values.texts[0]);
     const auto store = operations::openProject(values.root);
     if (store->hasPath(path))
@@ -68,10 +68,8 @@ Status add(const Positionals::Values& values, const Flags& flags) {
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app, {{"PATH", "The path to add, with its missing ancestors"}});
     const auto flags = std::make_shared<Flags>();
-    auto* const before = app.add_option("--before", flags->before, "The sibling that is to follow");
-    auto* const after = app.add_option("--after", flags->after, "The sibling that is to precede; without, the last");
-    before->type_name("PATH")->excludes(after);
-    after->type_name("PATH");
+    addOption(app, "--before", flags->before, "The sibling that is to follow", "PATH");
+    addOption(app, "--after", flags->after, "The sibling that is to precede; without, the last", "PATH");
     flags->dryRun = addDryRun(app);
     return [positionals, flags] { return add(positionals.get(), *flags); };
 }

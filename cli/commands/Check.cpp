@@ -5,10 +5,8 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Options.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/CommandObserver.hpp"
@@ -126,7 +124,7 @@ Status check(const host::Path& root, const Wish& wish) {
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app);
     const auto wish = std::make_shared<Wish>();
-    app.add_flag("--repair", wish->repair, "Mend what can be mended without a loss, and say what was done");
+    addFlag(app, "--repair", wish->repair, "Mend what can be mended without a loss, and say what was done");
     const auto dryRun = addDryRun(app);
     return [positionals, wish, dryRun, json = addJson(app)] {
         if (*dryRun && !wish->repair)

@@ -10,8 +10,7 @@
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>
 #include <cppmicroservices/ServiceReference.h>
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
@@ -105,7 +104,7 @@ Status conform(const host::Path& file, bool isJson) {
 
 Command::Action configure(CLI::App& app) {
     const auto file = std::make_shared<std::string>();
-    app.add_option("BUNDLE", *file, "The bundle's file, a shared object")->required();
+    addArgument(app, "BUNDLE", *file, "The bundle's file, a shared object", Need::required);
     return [file, isJson = addJson(app)] { return conform(host::Path::fromAccessName(*file), *isJson); };
 }
 

@@ -3,10 +3,8 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
@@ -42,12 +40,10 @@ Status convert(const host::Path& root, const ConversionRequest& request) {
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app);
     const auto request = std::make_shared<ConversionRequest>();
-    app.add_option("--to", request->store, "The kind of store; \"project-metadata stores\" lists them")
-        ->type_name("STORE")
-        ->required();
-    app.add_option("--folder", request->folder, "The name of the new metadata folder, relative to ROOT")
-        ->type_name("NAME");
-    app.add_flag("--keep", request->keep, "Keep the old folder, with the name of its kind of store appended");
+    addOption(app, "--to", request->store, "The kind of store; \"project-metadata stores\" lists them", "STORE",
+              Need::required);
+    addOption(app, "--folder", request->folder, "The name of the new metadata folder, relative to ROOT", "NAME");
+    addFlag(app, "--keep", request->keep, "Keep the old folder, with the name of its kind of store appended");
     const auto dryRun = addDryRun(app);
     return [positionals, request, dryRun] {
         request->isDryRun = *dryRun;

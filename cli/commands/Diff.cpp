@@ -4,8 +4,7 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Options.hpp"
 #include "cli/text/CommandObserver.hpp"
@@ -123,9 +122,9 @@ Status diff(const std::string& a, const std::string& b, bool isJson) {
 
 Command::Action configure(CLI::App& app) {
     const auto places = std::make_shared<std::array<std::string, 2>>();
-    app.add_option("A", (*places)[0], "A project's root folder, or a file of metadata")->required();
-    app.add_option("B", (*places)[1], "What it is compared with, likewise")->required();
-    app.footer("Exit status: 0 no difference, 1 differences, 3 or more an error. With -q, prints nothing.");
+    addArgument(app, "A", (*places)[0], "A project's root folder, or a file of metadata", Need::required);
+    addArgument(app, "B", (*places)[1], "What it is compared with, likewise", Need::required);
+    setFooter(app, "Exit status: 0 no difference, 1 differences, 3 or more an error. With -q, prints nothing.");
     return [places, isJson = addJson(app)] { return diff((*places)[0], (*places)[1], *isJson); };
 }
 

@@ -8,10 +8,8 @@
 #include <string>
 #include <system_error>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
@@ -100,7 +98,7 @@ Status exportTo(const host::Path& root, const host::Path& file, const Flags& fla
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app, {{"FILE", "The file to make; one that exists is left alone"}});
     const auto flags = std::make_shared<Flags>();
-    app.add_flag("--force", flags->force, "Replace a file that exists");
+    addFlag(app, "--force", flags->force, "Replace a file that exists");
     flags->dryRun = addDryRun(app);
     return [positionals, flags] {
         const auto [root, texts] = positionals.get();

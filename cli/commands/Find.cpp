@@ -13,8 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/TreeWalk.hpp"
@@ -158,14 +157,12 @@ bool printMatches(TreeWalk& walk, const Query& query, bool json, Progress& progr
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app, {{"PATH", "Where to start; without, at the top", Positional::Kind::optional}});
     const auto arguments = std::make_shared<Arguments>();
-    app.add_option("--type", arguments->type, "The type of the path's last step")->type_name("GLOB");
-    app.add_option("--location", arguments->location, "The location in the path's last step")->type_name("GLOB");
-    app.add_option("--attribute", arguments->attributes, "An attribute of the node; may be repeated")
-        ->type_name("KEY[=GLOB]")
-        ->allow_extra_args(false);
-    app.add_option("--node", arguments->node, "The name of the node")->type_name("GLOB");
-    app.add_flag("--branches", arguments->branches, "Paths without a node");
-    app.add_flag("-i,--ignore-case", arguments->ignoreCase, "Match letters of either case");
+    addOption(app, "--type", arguments->type, "The type of the path's last step", "GLOB");
+    addOption(app, "--location", arguments->location, "The location in the path's last step", "GLOB");
+    addOption(app, "--attribute", arguments->attributes, "An attribute of the node; may be repeated", "KEY[=GLOB]");
+    addOption(app, "--node", arguments->node, "The name of the node", "GLOB");
+    addFlag(app, "--branches", arguments->branches, "Paths without a node");
+    addFlag(app, "-i,--ignore-case", arguments->ignoreCase, "Match letters of either case");
     return [positionals, arguments, json = addJson(app)] {
         const auto [root, texts] = positionals.get();
         const pm::MetadataPath start = texts.empty() ? pm::MetadataPath() : parsePath(texts[0]);

@@ -20,8 +20,7 @@
 #include <utility>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"
@@ -231,12 +230,12 @@ Status setUp(const Arguments& arguments) {
 
 Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
-    app.add_option("FOLDER", arguments->folder, "A folder of the repository; without, the current one");
-    app.add_flag("--attributes", arguments->inWorkTree,
-                 "Name the files in .gitattributes, for everybody who clones the repository, and not in its own "
-                 "info/attributes");
-    app.add_flag("--remove", arguments->isRemoval, "Take away what this command has written");
-    app.add_flag("--dry-run", arguments->isDryRun, "Say what would be written, and write nothing");
+    addArgument(app, "FOLDER", arguments->folder, "A folder of the repository; without, the current one");
+    addFlag(app, "--attributes", arguments->inWorkTree,
+            "Name the files in .gitattributes, for everybody who clones the repository, and not in its own "
+            "info/attributes");
+    addFlag(app, "--remove", arguments->isRemoval, "Take away what this command has written");
+    addFlag(app, "--dry-run", arguments->isDryRun, "Say what would be written, and write nothing");
     return [arguments] { return setUp(*arguments); };
 }
 

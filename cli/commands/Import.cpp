@@ -4,10 +4,8 @@
 #include <optional>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/ChangeText.hpp"
 #include "cli/text/CommandObserver.hpp"
@@ -110,10 +108,9 @@ Status importFile(const host::Path& file, const host::Path& root, const Flags& f
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app, {{"FILE", "A file that \"project-metadata export\" wrote"}}, RootPlace::last);
     const auto flags = std::make_shared<Flags>();
-    app.add_flag("--replace", flags->replace, "Replace all metadata that the project has");
-    app.add_option("--store", flags->store, "The kind of store of a new project")->type_name("NAME");
-    app.add_option("--folder", flags->folder, "The metadata folder of a new project, relative to ROOT")
-        ->type_name("NAME");
+    addFlag(app, "--replace", flags->replace, "Replace all metadata that the project has");
+    addOption(app, "--store", flags->store, "The kind of store of a new project", "NAME");
+    addOption(app, "--folder", flags->folder, "The metadata folder of a new project, relative to ROOT", "NAME");
     flags->json = addJson(app);
     flags->dryRun = addDryRun(app);
     return [positionals, flags] {

@@ -5,10 +5,8 @@
 #include <optional>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/SafeText.hpp"
@@ -66,12 +64,10 @@ Status init(const Arguments& arguments) {
 
 Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
-    app.add_option("ROOT", arguments->root,
-                   "The project's root folder, made if it is not there; without, the current folder");
-    app.add_option("--store", arguments->store, "The kind of store; \"project-metadata stores\" lists them")
-        ->type_name("NAME");
-    app.add_option("--folder", arguments->folder, "The name of the metadata folder, relative to ROOT")
-        ->type_name("NAME");
+    addArgument(app, "ROOT", arguments->root,
+                "The project's root folder, made if it is not there; without, the current folder");
+    addOption(app, "--store", arguments->store, "The kind of store; \"project-metadata stores\" lists them", "NAME");
+    addOption(app, "--folder", arguments->folder, "The name of the metadata folder, relative to ROOT", "NAME");
     arguments->dryRun = addDryRun(app);
     return [arguments] { return init(*arguments); };
 }

@@ -6,8 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
@@ -194,15 +193,15 @@ Status merge(const Arguments& arguments, bool isJson) {
 
 Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
-    app.add_option("BASE", arguments->base, "What both come from: a project's root folder, or a file of metadata")
-        ->required();
-    app.add_option("OURS", arguments->ours, "One of the two; it becomes the result")->required();
-    app.add_option("THEIRS", arguments->theirs, "The other one")->required();
-    app.add_option("-o,--output", arguments->output, "Write the result into this file, and leave OURS as it is")
-        ->type_name("FILE");
-    app.add_option("--label", arguments->label, "What to call the file where conflicts are told")->type_name("NAME");
-    app.add_flag("--dry-run", arguments->dryRun, "Tell the conflicts, and change nothing");
-    app.footer("Exit status: 0 merged, 1 merged with conflicts, 3 or more an error.");
+    addArgument(app, "BASE", arguments->base, "What both come from: a project's root folder, or a file of metadata",
+                Need::required);
+    addArgument(app, "OURS", arguments->ours, "One of the two; it becomes the result", Need::required);
+    addArgument(app, "THEIRS", arguments->theirs, "The other one", Need::required);
+    addOption(app, "-o,--output", arguments->output, "Write the result into this file, and leave OURS as it is",
+              "FILE");
+    addOption(app, "--label", arguments->label, "What to call the file where conflicts are told", "NAME");
+    addFlag(app, "--dry-run", arguments->dryRun, "Tell the conflicts, and change nothing");
+    setFooter(app, "Exit status: 0 merged, 1 merged with conflicts, 3 or more an error.");
     return [arguments, isJson = addJson(app)] { return merge(*arguments, *isJson); };
 }
 

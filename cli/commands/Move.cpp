@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/ChangeText.hpp"
 #include "cli/text/Errors.hpp"

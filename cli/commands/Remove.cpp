@@ -5,10 +5,8 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/ChangeText.hpp"
 #include "cli/text/Errors.hpp"
@@ -93,8 +91,8 @@ Status remove(const Positionals::Values& values, const Flags& flags) {
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app, {{"PATH", "A path to remove with everything below it", Positional::Kind::list}});
     const auto flags = std::make_shared<Flags>();
-    app.add_flag("--force", flags->force, "Ignore paths that do not exist, and allow to remove the root path");
-    app.add_flag("--node", flags->node, "Remove only the node of each PATH; the path and what is below it stay");
+    addFlag(app, "--force", flags->force, "Ignore paths that do not exist, and allow to remove the root path");
+    addFlag(app, "--node", flags->node, "Remove only the node of each PATH; the path and what is below it stay");
     flags->dryRun = addDryRun(app);
     return [positionals, flags] { return remove(positionals.get(), *flags); };
 }

@@ -21,10 +21,8 @@
 #include <utility>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/TreeWalk.hpp"
 #include "cli/report/ReportPage.hpp"
@@ -243,8 +241,8 @@ Status report(const host::Path& root, const Wish& wish) {
 Command::Action configure(CLI::App& app) {
     const auto wish = std::make_shared<Wish>();
     const Positionals positionals(app);
-    app.add_option("-o,--output", wish->file, "The page to make")->type_name("FILE")->required();
-    app.add_flag("--force", wish->force, "Replace a file that exists");
+    addOption(app, "-o,--output", wish->file, "The page to make", "FILE", Need::required);
+    addFlag(app, "--force", wish->force, "Replace a file that exists");
     wish->dryRun = addDryRun(app);
     return [positionals, wish] { return report(positionals.get().root, *wish); };
 }

@@ -5,10 +5,8 @@
 #include <string>
 #include <utility>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"
@@ -101,8 +99,8 @@ Command::Action configure(CLI::App& app) {
         app, {{"PATH", "The path of the node"},
               {"KEY=VALUE", "An attribute and its value; one that exists is replaced", Positional::Kind::list}});
     const auto flags = std::make_shared<Flags>();
-    app.add_flag("--create", flags->create, "Add the path if it does not exist, with its ancestors");
-    app.add_option("--node", flags->nodeName, "The name of a node that is made; without, Info")->type_name("NAME");
+    addFlag(app, "--create", flags->create, "Add the path if it does not exist, with its ancestors");
+    addOption(app, "--node", flags->nodeName, "The name of a node that is made; without, Info", "NAME");
     flags->dryRun = addDryRun(app);
     return [positionals, flags] { return set(positionals.get(), *flags); };
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Json.hpp"

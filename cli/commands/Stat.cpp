@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/TreeWalk.hpp"

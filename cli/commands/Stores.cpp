@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"

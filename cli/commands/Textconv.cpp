@@ -4,8 +4,7 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
@@ -62,7 +61,7 @@ Status textconv(const std::string& name) {
 
 Command::Action configure(CLI::App& app) {
     const auto file = std::make_shared<std::string>();
-    app.add_option("FILE", *file, "The file of metadata")->required();
+    addArgument(app, "FILE", *file, "The file of metadata", Need::required);
     return [file] { return textconv(*file); };
 }
 

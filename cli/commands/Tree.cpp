@@ -2,14 +2,15 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/TreeWalk.hpp"
+#include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
@@ -25,7 +26,7 @@ namespace {
 namespace pm = project::metadata;
 
 struct Arguments {
-    std::size_t depth = TreeWalk::anyDepth;
+    std::optional<std::string> depth;
     bool attributes = false;
 };
 
@@ -86,26 +87,24 @@ void printList(TreeWalk& walk, bool attributes, Progress& progress) {
     list.end();
 }
 
-/// @return an error sentence; empty for a number
-std::string checkDepth(const std::string& text) {
-    const bool isNumber =
-        !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == std::string::npos;
-    return isNumber ? "" : '"' + text + "\" is no number of levels";
+std::size_t parseDepth(const std::string& text) {
+    if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos)
+        throw CommandError(Status::usage, "--depth: \"" + text + "\" is no number of levels; see --help");
+    return std::stoul(text);
 }
 
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app, {{"PATH", "Where to start; without, at the top", Positional::Kind::optional}});
     const auto arguments = std::make_shared<Arguments>();
-    app.add_option("--depth", arguments->depth, "How many levels to go down")
-        ->type_name("N")
-        ->check(CLI::Validator(checkDepth, ""));
-    app.add_flag("--attributes", arguments->attributes, "Print each node's name and attributes");
+    addOption(app, "--depth", arguments->depth, "How many levels to go down", "N");
+    addFlag(app, "--attributes", arguments->attributes, "Print each node's name and attributes");
     return [positionals, arguments, json = addJson(app)] {
+        const std::size_t depth = arguments->depth ? parseDepth(*arguments->depth) : TreeWalk::anyDepth;
         const auto [root, texts] = positionals.get();
         const pm::MetadataPath start = texts.empty() ? pm::MetadataPath() : parsePath(texts[0]);
         Progress progress("Reading");
         const auto store = operations::openProject(root);
-        TreeWalk walk(*store, start, arguments->depth);
+        TreeWalk walk(*store, start, depth);
         progress.giveWay();
         if (*json)
             printList(walk, arguments->attributes, progress);

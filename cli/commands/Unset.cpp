@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"

@@ -7,10 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/DryRun.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
@@ -118,7 +116,7 @@ Command::Action configure(CLI::App& app) {
     const Positionals positionals(
         app, {{"UUID", "The UUID to give the project; without, its UUIDs are listed", Positional::Kind::optional}});
     const auto isNew = std::make_shared<bool>(false);
-    app.add_flag("--new", *isNew, "Give the project a new random UUID");
+    addFlag(app, "--new", *isNew, "Give the project a new random UUID");
     return [positionals, isNew, dryRun = addDryRun(app), json = addJson(app)] {
         const auto [root, texts] = positionals.get();
         if (*isNew && !texts.empty())

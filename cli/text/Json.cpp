@@ -1,7 +1,5 @@
 #include "cli/text/Json.hpp"
 
-#include <CLI/CLI.hpp>
-
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "host/Text.hpp"
@@ -9,12 +7,6 @@
 namespace cli {
 
 namespace pm = project::metadata;
-
-std::shared_ptr<const bool> addJson(CLI::App& app) {
-    auto json = std::make_shared<bool>(false);
-    app.add_flag("--json", *json, "Print JSON");
-    return json;
-}
 
 Json toJson(const std::u16string& text) {
     return host::toUtf8(text);

@@ -4,7 +4,6 @@
 /// exactly. All functions but those that print may be called from any thread.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -14,17 +13,10 @@
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
 
-namespace CLI {
-class App;
-}
-
 namespace cli {
 
 /// Members keep the order in which they are put.
 using Json = nlohmann::ordered_json;
-
-/// Declares the option --json to `app`. @return whether it was given, once the command line is parsed
-std::shared_ptr<const bool> addJson(CLI::App& app);
 
 Json toJson(const std::u16string& text);
 

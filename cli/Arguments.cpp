@@ -1,0 +1,52 @@
+#include "cli/Arguments.hpp"
+
+#include <CLI/CLI.hpp>
+
+namespace cli {
+
+namespace {
+
+std::shared_ptr<const bool> addSharedFlag(CLI::App& app, const char* name, const char* description) {
+    auto value = std::make_shared<bool>(false);
+    app.add_flag(name, *value, description);
+    return value;
+}
+
+}  // namespace
+
+void addFlag(CLI::App& app, const char* names, bool& value, const char* description) {
+    app.add_flag(names, value, description);
+}
+
+void addOption(CLI::App& app, const char* names, std::string& value, const char* description, const char* type,
+               Need need) {
+    app.add_option(names, value, description)->type_name(type)->required(need == Need::required);
+}
+
+void addOption(CLI::App& app, const char* names, std::optional<std::string>& value, const char* description,
+               const char* type) {
+    app.add_option(names, value, description)->type_name(type);
+}
+
+void addOption(CLI::App& app, const char* names, std::vector<std::string>& values, const char* description,
+               const char* type) {
+    app.add_option(names, values, description)->type_name(type)->allow_extra_args(false);
+}
+
+void addArgument(CLI::App& app, const char* name, std::string& value, const char* description, Need need) {
+    app.add_option(name, value, description)->required(need == Need::required);
+}
+
+void setFooter(CLI::App& app, const char* text) {
+    app.footer(text);
+}
+
+std::shared_ptr<const bool> addDryRun(CLI::App& app) {
+    return addSharedFlag(app, "--dry-run", "Say what would be done, and do nothing");
+}
+
+std::shared_ptr<const bool> addJson(CLI::App& app) {
+    return addSharedFlag(app, "--json", "Print JSON");
+}
+
+}  // namespace cli

@@ -1,0 +1,47 @@
+/// What commands declare of the command line. The library that parses it takes long to compile, so few files know it.
+///
+/// A value is set while the command line is parsed, and must live as long as `app`. Main thread only.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace cli {
+
+enum class Need { optional, required };
+
+/// @param names such as "-o,--output"
+void addFlag(CLI::App& app, const char* names, bool& value, const char* description);
+
+/// Declares an option with a value.
+/// @param type what the help calls the value
+void addOption(CLI::App& app, const char* names, std::string& value, const char* description, const char* type,
+               Need need = Need::optional);
+void addOption(CLI::App& app, const char* names, std::optional<std::string>& value, const char* description,
+               const char* type);
+
+/// As that, for an option that may be repeated.
+void addOption(CLI::App& app, const char* names, std::vector<std::string>& values, const char* description,
+               const char* type);
+
+/// Declares an argument that is no option, of a command that does not use `Positionals`.
+void addArgument(CLI::App& app, const char* name, std::string& value, const char* description,
+                 Need need = Need::optional);
+
+/// What stands below the help of the command.
+void setFooter(CLI::App& app, const char* text);
+
+/// Declares the option --dry-run, of every command that changes something.
+/// @return whether it was given, once the command line is parsed; so for the next one
+std::shared_ptr<const bool> addDryRun(CLI::App& app);
+
+/// Declares the option --json, of every command that prints data.
+std::shared_ptr<const bool> addJson(CLI::App& app);
+
+}  // namespace cli
