@@ -10,9 +10,9 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -22,17 +22,18 @@
 #include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FolderVersion.hpp"
-#include "operations/MetadataLock.hpp"
+#include "operations/MetadataTree.hpp"
 #include "operations/NewMetadata.hpp"
 #include "operations/Project.hpp"
 #include "operations/StoreChange.hpp"
-#include "operations/StoreFiles.hpp"
 #include "operations/Workshop.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "store_support/FolderLock.hpp"
 
 namespace operations {
 
@@ -51,7 +52,7 @@ struct Plan {
     Factory before;
     Factory after;
     fs::path oldFolder;    // where it really is, if its name is a symbolic link
-    fs::path newFolder;    // the same, unless --folder names another
+    fs::path newFolder;    // the same, unless another one is asked for
     fs::path asideFolder;  // where the old folder comes to
 };
 
@@ -98,61 +99,60 @@ Plan makePlan(const host::Path& root, const ConversionRequest& request) {
     return plan;
 }
 
-/// Copies to `target` what lies in the metadata folder `folder`, and for which `isOwn` says that it is not the store's.
-/// @return how many files are the store's, the core file not counted
-std::size_t copyForeignFiles(const fs::path& folder, const std::function<bool(const fs::path&)>& isOwn,
-                             const fs::path& target, Observer& observer) {
-    std::size_t ownCount = 0;
+/// The names of the store's files in the metadata folder, relative to it.
+struct OwnFiles {
+    std::set<std::string> all;
+    std::set<std::string> transient;  // come and go while programs are at work, and hold no content
+};
+
+/// What `store`, that of the old metadata folder, tells of its files; without any, if it cannot tell.
+OwnFiles listOwnFiles(const host::Path& root, const pm::MetadataManager& store) {
+    const fs::path folder = pm::ProjectMetadataLocation(root).getDirectory().accessName();
+    const std::string lock = store_support::getLockFile({}).accessName();
+    OwnFiles own{{}, {lock}};
+    const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(&store);
+    for (const pm::StoreFile& file : lister ? lister->listFiles() : std::vector<pm::StoreFile>()) {
+        const fs::path name = fs::path(file.file.accessName()).lexically_relative(folder);
+        if (name.empty() || *name.begin() == "..")
+            refuse(root, "its store takes " + quoted(file.file) + ", which lies elsewhere, for its own");
+        own.all.insert(name);
+        if (!file.hasContent)
+            own.transient.insert(name);
+    }
+    return own;
+}
+
+/// All files below `folder`, by their names relative to it.
+std::set<std::string> listFiles(const fs::path& folder) {
+    std::set<std::string> names;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder))
+        names.insert(entry.path().lexically_relative(folder));
+    return names;
+}
+
+/// Copies to `target` what lies in the metadata folder `folder` and is not the store's.
+void copyForeignFiles(const fs::path& folder, const OwnFiles& own, const fs::path& target, Observer& observer) {
     const auto progress = observer.start("Copying");
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
         progress->advance();
-        const fs::path name = entry.path().native().substr(folder.native().size() + 1);
+        const fs::path name = entry.path().lexically_relative(folder);
         if (entry.is_directory() && !entry.is_symlink()) {
             if (fs::is_empty(entry.path()))
                 fs::create_directories(target / name);
             continue;
         }
-        if (name == ".lock" || toPath(name).text() == pm::coreFileName())
+        if (own.all.count(name) > 0 || own.transient.count(name) > 0)
             continue;
-        if (isOwn(name)) {
-            ++ownCount;
-            continue;
-        }
         fs::create_directories((target / name).parent_path());
         fs::copy(entry.path(), target / name, fs::copy_options::copy_symlinks);
         if (entry.is_regular_file())
             fs::last_write_time(target / name, entry.last_write_time());
     }
     fs::permissions(target, fs::status(folder).permissions());
-    return ownCount;
-}
-
-/// As that, for the old metadata folder, which holds the `pathCount` paths of `source`.
-void copyForeignFiles(const Plan& plan, const pm::MetadataManager& source, std::size_t pathCount,
-                      const Workshop& workshop, Observer& observer) {
-    const fs::path target = workshop.metadataFolder("new");
-    const auto known = getStoreFiles(plan.before->getName());
-    if (!known) {
-        // What the same kind of store does not make for the same content is not its own.
-        workshop.copy(source, *plan.before, "pure");
-        const auto isOwn = [pure = workshop.metadataFolder("pure")](const fs::path& name) {
-            return fs::exists(fs::symlink_status(pure / name));
-        };
-        copyForeignFiles(plan.oldFolder, isOwn, target, observer);
-        return;
-    }
-    const auto isOwn = [&](const fs::path& name) { return known->isOwn(toPath(name).text()); };
-    const std::size_t ownCount = copyForeignFiles(plan.oldFolder, isOwn, target, observer);
-    if (known->hasOnePerPath && ownCount != pathCount) {
-        throw OperationError(ErrorKind::failure, "Not converted: in " + quoted(toPath(plan.oldFolder)) + " there are " +
-                                                     std::to_string(ownCount) + " files with names of paths, for " +
-                                                     std::to_string(pathCount) + " paths");
-    }
 }
 
 /// @throws OperationError naming the first path that differs, or a file that the new store takes for its own
-void requireEqual(const pm::MetadataManager& before, const host::Path& root, const Factory& factory,
-                  Observer& observer) {
+void requireEqual(const PathTree& before, const host::Path& root, const Factory& factory, Observer& observer) {
     const auto progress = observer.start("Comparing");
     const auto after = factory->createManager(root);
     if (const auto damages = findDamage(*after); !damages.empty()) {
@@ -160,7 +160,7 @@ void requireEqual(const pm::MetadataManager& before, const host::Path& root, con
                                                      " in the metadata folder would be damaged in the new store: " +
                                                      host::toUtf8(damages.front().problem));
     }
-    const StoreChange change = findMirrorChange(before, *after, *progress);
+    const StoreChange change = findChange(readPaths(*after, *progress), before);
     if (change.isEmpty())
         return;
     for (const auto* paths : {&change.updated, &change.added, &change.removed}) {
@@ -219,7 +219,7 @@ void swapFolders(const Plan& plan, const fs::path& made) {
 /// @throws OperationError if anything in the old folder, which may have another name now, is not as it was `before`, or
 ///         may still change
 void requireUnchanged(const FolderVersion& before, const fs::path& folder, const std::string& outcome) {
-    if (const auto file = before.findDifference(FolderVersion(folder))) {
+    if (const auto file = before.findDifference(folder)) {
         throw OperationError(ErrorKind::foundProblems, outcome + ": another program has changed " +
                                                            quoted(toPath(folder / *file)) + " meanwhile");
     }
@@ -252,20 +252,27 @@ struct Converted {
 Converted convertFolder(const host::Path& root, const Plan& plan, const ConversionRequest& request,
                         Observer& observer) {
     auto source = openSource(root, observer);
-    FolderVersion before(plan.oldFolder);
+    OwnFiles own = listOwnFiles(root, *source);
+    FolderVersion before(plan.oldFolder, own.transient);
+    const PathTree content = readPaths(*source, *observer.start("Reading"));
     const fs::path parent = plan.newFolder.parent_path();
     if (!request.isDryRun)
         fs::create_directories(parent);
     const Workshop workshop(request.isDryRun ? host::FileSystem::temp_directory_name() : toPath(parent), observer);
-    const std::size_t pathCount = workshop.copy(*source, *plan.after, "new");
-    copyForeignFiles(plan, *source, pathCount, workshop, observer);
+    const std::size_t pathCount = workshop.copy(content, *plan.after, "new");
+    if (own.all.empty()) {
+        // What the same kind of store does not make for the same content is not its own.
+        workshop.copy(content, *plan.before, "pure");
+        own.all = listFiles(workshop.metadataFolder("pure"));
+    }
+    copyForeignFiles(plan.oldFolder, own, workshop.metadataFolder("new"), observer);
     // Nobody with a store that heeds the lock changes the old metadata from here on; it goes with the folder.
-    std::optional<MetadataLock> lock;
+    std::optional<store_support::FolderLock> lock;
     if (!request.isDryRun)
         lock.emplace(toPath(plan.oldFolder));
-    requireEqual(*source, toPath(workshop.projectFolder("new")), plan.after, observer);
+    requireEqual(content, toPath(workshop.projectFolder("new")), plan.after, observer);
     source.reset();
-    if (const auto file = before.findDifference(FolderVersion(plan.oldFolder)))
+    if (const auto file = before.findDifference(plan.oldFolder))
         refuse(root, "another program has changed " + quoted(toPath(plan.oldFolder / *file)) + " meanwhile");
     if (request.isDryRun)
         return {pathCount, std::move(before)};
@@ -277,7 +284,6 @@ Converted convertFolder(const host::Path& root, const Plan& plan, const Conversi
     host::Interruption::throwIfRequested();
     host::Interruption::ignore();
     swapFolders(plan, workshop.metadataFolder("new"));
-    lock->follow(toPath(plan.asideFolder));
     flush(plan.newFolder);
     return {pathCount, std::move(before)};
 }

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <string_view>
 
 namespace operations {
 
@@ -13,38 +12,27 @@ namespace fs = std::filesystem;
 
 namespace {
 
-bool hasContent(const std::string& name) {
-    constexpr std::string_view sharedMemory = "-shm";
-    const bool isShared = name.size() > sharedMemory.size() &&
-                          name.compare(name.size() - sharedMemory.size(), sharedMemory.size(), sharedMemory) == 0;
-    return name != ".lock" && !isShared;
-}
-
-std::int64_t toNanoseconds(const timespec& time) {
-    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
-
 std::string getRelative(const fs::path& file, const fs::path& folder) {
     return file.native().substr(folder.native().size() + 1);
 }
 
 }  // namespace
 
-FolderVersion::FolderVersion(const fs::path& folder) {
+FolderVersion::FolderVersion(const fs::path& folder, const std::set<std::string>& leftOut) : leftOut_(leftOut) {
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
         std::string name = getRelative(entry.path(), folder);
         struct stat status {};
-        if (lstat(entry.path().c_str(), &status) != 0 || S_ISDIR(status.st_mode) || !hasContent(name))
+        if (lstat(entry.path().c_str(), &status) != 0 || S_ISDIR(status.st_mode) || leftOut.count(name) > 0)
             continue;
-        files_.emplace(std::move(name), Version{status.st_ino, status.st_size, toNanoseconds(status.st_mtim),
-                                                toNanoseconds(status.st_ctim)});
+        files_.emplace(std::move(name), store_support::FileVersion{status.st_ino, status.st_size,
+                                                                   store_support::toNanoseconds(status.st_mtim),
+                                                                   store_support::toNanoseconds(status.st_ctim)});
     }
 }
 
-std::optional<std::string> FolderVersion::findDifference(const FolderVersion& later) const {
-    const auto isSame = [](const auto& a, const auto& b) { return a.first == b.first && !(a.second != b.second); };
-    const auto [mine, theirs] =
-        std::mismatch(files_.begin(), files_.end(), later.files_.begin(), later.files_.end(), isSame);
+std::optional<std::string> FolderVersion::findDifference(const fs::path& folder) const {
+    const FolderVersion later(folder, leftOut_);
+    const auto [mine, theirs] = std::mismatch(files_.begin(), files_.end(), later.files_.begin(), later.files_.end());
     if (mine == files_.end() && theirs == later.files_.end())
         return std::nullopt;
     if (mine == files_.end() || (theirs != later.files_.end() && theirs->first < mine->first))

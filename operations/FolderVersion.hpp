@@ -3,38 +3,30 @@
 /// One thread at a time may use an object.
 #pragma once
 
-#include <sys/types.h>
-
-#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
+
+#include "store_support/FileVersion.hpp"
 
 namespace operations {
 
-/// All files in a folder with what changes when they do. A lock and the memory that programs share about a database
-/// hold no content, and do not count.
+/// All files in a folder with what changes when they do.
 class FolderVersion {
 public:
+    /// @param leftOut files that do not count, relative to the folder
     /// @throws std::filesystem::filesystem_error if the folder cannot be looked through
-    explicit FolderVersion(const std::filesystem::path& folder);
+    FolderVersion(const std::filesystem::path& folder, const std::set<std::string>& leftOut);
 
-    /// The first file, relative to the folder, that `later` does not have, or has in another version, or has besides.
-    std::optional<std::string> findDifference(const FolderVersion& later) const;
+    /// The first file, relative to the folder, that `folder`, which may have been renamed, does not have now, or has in
+    /// another version, or has besides.
+    std::optional<std::string> findDifference(const std::filesystem::path& folder) const;
 
 private:
-    /// In nanoseconds. A file that is renamed together with its folder keeps all of it.
-    struct Version {
-        ino_t inode;
-        off_t size;
-        std::int64_t modified, changed;
-    };
-    friend bool operator!=(const Version& a, const Version& b) {
-        return a.inode != b.inode || a.size != b.size || a.modified != b.modified || a.changed != b.changed;
-    }
-
-    std::map<std::string, Version> files_;
+    std::set<std::string> leftOut_;
+    std::map<std::string, store_support::FileVersion> files_;  // which it keeps when the folder is renamed
 };
 
 /// The first file in `folder`, relative to it, that another program holds a lock on, as those do that have a database

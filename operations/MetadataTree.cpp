@@ -1,25 +1,17 @@
-// The XML form of a path that all files share: an element <Path> with the attributes "Type" and "Location", or
-// "EscapedType" and "EscapedLocation" where XML cannot hold the text, with the node of the path in an element <Node>
-// and the paths below it in elements <Path>. A file of a single path has the attribute "Rank" besides.
-
 #include "operations/MetadataTree.hpp"
 
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <charconv>
 #include <fstream>
 #include <set>
 #include <utility>
 
-#include "host/FileSystem.hpp"
-#include "host/TempDirGuard.hpp"
 #include "host/Text.hpp"
 #include "operations/Errors.hpp"
-#include "operations/Progress.hpp"
+#include "operations/FileOutput.hpp"
 #include "operations/Project.hpp"
 #include "project/metadata/CoreFile.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataXml.hpp"
 
 namespace operations {
@@ -28,88 +20,42 @@ namespace pm = project::metadata;
 
 namespace {
 
-const std::u16string projectName = u"Project";
-const std::u16string pathName = u"Path";
-const std::u16string nodeName = u"Node";
-
-std::u16string unescape(const std::u16string& escaped) {
-    std::u16string text;
-    for (std::size_t i = 0; i < escaped.size(); ++i) {
-        const std::string digits = host::toUtf8(escaped.substr(i, 6));
-        unsigned unit = 0;
-        if (digits.size() == 6 && digits.compare(0, 2, "\\u") == 0 &&
-            std::from_chars(digits.data() + 2, digits.data() + 6, unit, 16).ptr == digits.data() + 6) {
-            text += static_cast<char16_t>(unit);
-            i += 5;
-        } else {
-            if (escaped.compare(i, 2, u"\\\\") == 0)
-                ++i;
-            text += escaped[i];
-        }
+/// Those of the kinds of store that can read single files.
+std::vector<std::shared_ptr<const pm::MetadataFileFormat>> listFormats() {
+    std::vector<std::shared_ptr<const pm::MetadataFileFormat>> formats;
+    for (const auto& factory : pm::getRegisteredFactories()) {
+        if (auto format = std::dynamic_pointer_cast<const pm::MetadataFileFormat>(factory))
+            formats.push_back(std::move(format));
     }
-    return text;
-}
-
-std::u16string getText(const pm::MetadataNode& xml, const std::u16string& key) {
-    const std::u16string& escaped = xml.get(u"Escaped" + key);
-    return escaped.empty() ? xml.get(key) : unescape(escaped);
-}
-
-[[noreturn]] void raiseDamage(const host::Path& file, const std::string& problem) {
-    throw OperationError(ErrorKind::failure, quoted(file) + " is damaged: " + problem);
-}
-
-/// What an element <Path> or <Project> holds.
-PathTree fromXml(const pm::MetadataNode& xml, const host::Path& file) {
-    PathTree tree;
-    tree.step = {getText(xml, u"Type"), getText(xml, u"Location")};
-    for (const std::u16string& key : xml.getAttributeKeys())
-        tree.attributes[key] = xml.get(key);
-    std::set<pm::PathElement> steps;
-    for (const auto& child : xml.getChildNodes()) {
-        if (child->getName() == pathName) {
-            tree.children.push_back(fromXml(*child, file));
-            if (!steps.insert(tree.children.back().step).second)
-                raiseDamage(file, "a path stands in it twice");
-        } else if (child->getName() == nodeName && !tree.node && child->getChildNodes().size() == 1) {
-            tree.node = child->getChildNodes().front();
-        } else {
-            raiseDamage(file, "it holds <" + host::toUtf8(child->getName()) + "> where no such element belongs");
-        }
-    }
-    return tree;
-}
-
-void putInto(pm::MetadataNode& xml, const PathTree& tree) {
-    for (const auto& [key, value] : tree.attributes)
-        xml.put(key, value);
-    if (tree.node)
-        xml.createChildNode(nodeName).createChildNode(tree.node->getName()).copy(*tree.node);
-    for (const PathTree& child : tree.children)
-        putInto(xml.createChildNode(pathName), child);
+    return formats;
 }
 
 MetadataTree readFile(const host::Path& file) {
-    MetadataTree tree;
-    std::shared_ptr<pm::MetadataNode> xml = pm::readFromFile(file);
-    const bool isPath =
-        xml->getName() == pathName && (!getText(*xml, u"Type").empty() || !getText(*xml, u"Location").empty());
-    if (isPath || (xml->getName() == projectName && !xml->get(pm::metadataTypeKey()).empty())) {
-        tree.form = isPath ? TreeForm::path : TreeForm::core;
-        tree.root = fromXml(*xml, file);
-    } else {
-        tree.form = TreeForm::node;
-        tree.root.node = std::move(xml);
+    for (const auto& format : listFormats()) {
+        if (auto content = format->readFile(file))
+            return {content->isRoot ? TreeForm::core : TreeForm::path, std::move(content->tree), format};
     }
+    std::shared_ptr<const pm::MetadataNode> xml = pm::readFromFile(file);
+    const std::u16string& type = xml->get(pm::metadataTypeKey());
+    if (!type.empty() && !xml->getChildNodes().empty()) {
+        throw OperationError(ErrorKind::failure, quoted(file) + " belongs to metadata of type \"" + host::toUtf8(type) +
+                                                     "\", and no store says what <" +
+                                                     host::toUtf8(xml->getChildNodes().front()->getName()) +
+                                                     "> in it means");
+    }
+    MetadataTree tree{TreeForm::node, {}};
+    tree.root.node = std::move(xml);
     return tree;
 }
 
-void fill(PathTree& tree, const pm::MetadataManager& store, const pm::MetadataPath& path, Progress& progress) {
+void fill(PathTree& tree, const pm::MetadataManager& store, const pm::MetadataPath& path, Progress& progress,
+          Damaged damaged) {
     progress.advance();
-    tree.node = store.getNode(path);
+    if (damaged == Damaged::refused || store.hasNode(path))
+        tree.node = store.getNode(path);
     for (const pm::MetadataPath& child : store.getChildren(path)) {
         tree.children.emplace_back().step = child.getPath().back();
-        fill(tree.children.back(), store, child, progress);
+        fill(tree.children.back(), store, child, progress, damaged);
     }
 }
 
@@ -120,10 +66,7 @@ MetadataTree readStore(const pm::MetadataManager& store, const host::Path& root,
                                                      " is damaged, and what cannot be read would pass for removed; see "
                                                      "\"project-metadata check\"");
     }
-    MetadataTree tree;
-    tree.form = TreeForm::project;
-    fill(tree.root, store, {}, progress);
-    return tree;
+    return {TreeForm::project, readPaths(store, progress)};
 }
 
 std::string nameOfWork(const host::Path& place) {
@@ -160,24 +103,30 @@ MetadataTree readTree(const pm::MetadataManager& store, const host::Path& root, 
     return readStore(store, root, *observer.start(nameOfWork(root)));
 }
 
+PathTree readPaths(const pm::MetadataManager& store, Progress& progress, Damaged damaged) {
+    PathTree tree;
+    fill(tree, store, {}, progress, damaged);
+    return tree;
+}
+
 void writeTree(const MetadataTree& tree, const host::Path& file) {
-    const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"merge-", u"");
-    const host::Path written = host::Path(scratch.getDirectoryName()) / u"merged.xml";
-    std::unique_ptr<pm::MetadataNode> xml;
-    if (tree.form == TreeForm::empty) {
-        std::ofstream(written.accessName());
-    } else if (tree.form == TreeForm::node) {
-        xml = std::make_unique<pm::MetadataNodeSpecification>(*tree.root.node);
-    } else {
-        xml = std::make_unique<pm::MetadataNodeSpecification>(tree.form == TreeForm::path ? pathName : projectName);
-        putInto(*xml, tree.root);
+    if (tree.format) {
+        tree.format->writeFile({tree.form == TreeForm::core, tree.root}, file);
+        return;
     }
-    if (xml)
-        pm::writeToFile(*xml, written, !endsWithLineBreak(file));
-    struct stat before {};
-    if (stat(file.accessName().c_str(), &before) == 0)
-        chmod(written.accessName().c_str(), before.st_mode & 07777);
-    host::FileSystem::copy_file(written, file, host::CopyOption::overwriteExisting);
+    writeFile(file, Existing::replace, [&](const host::Path& staged) {
+        if (tree.form == TreeForm::node)
+            pm::writeToFile(*tree.root.node, staged, !endsWithLineBreak(file));
+    });
+}
+
+std::vector<std::u16string> listFilePatterns() {
+    std::set<std::u16string> patterns;
+    for (const auto& format : listFormats()) {
+        for (std::u16string& pattern : format->getFilePatterns())
+            patterns.insert(std::move(pattern));
+    }
+    return {patterns.begin(), patterns.end()};
 }
 
 pm::MetadataPath childPath(const pm::MetadataPath& path, const pm::PathElement& step) {

@@ -1,7 +1,5 @@
 #include "operations/NodeEdit.hpp"
 
-#include <algorithm>
-
 #include "project/metadata/MetadataNodeSpecification.hpp"
 
 namespace operations {
@@ -22,17 +20,6 @@ std::unique_ptr<pm::MetadataNode> changeAttributes(const pm::MetadataNode& befor
     for (const auto& child : before.getChildNodes())
         node->createChildNode(child->getName()).copy(*child);
     return node;
-}
-
-bool equalNodes(const pm::MetadataNode& a, const pm::MetadataNode& b) {
-    const auto keys = a.getAttributeKeys();
-    const auto& childrenA = a.getChildNodes();
-    const auto& childrenB = b.getChildNodes();
-    const auto isEqualAt = [&](const std::u16string& key) { return a.get(key) == b.get(key); };
-    return a.getName() == b.getName() && keys == b.getAttributeKeys() &&
-           std::all_of(keys.begin(), keys.end(), isEqualAt) &&
-           std::equal(childrenA.begin(), childrenA.end(), childrenB.begin(), childrenB.end(),
-                      [](const auto& childA, const auto& childB) { return equalNodes(*childA, *childB); });
 }
 
 }  // namespace operations

@@ -1,6 +1,4 @@
-/// Changing and comparing nodes.
-///
-/// Both functions may be called from any thread.
+/// Changing nodes. Keeps no state; may be called from any thread.
 #pragma once
 
 #include <map>
@@ -19,8 +17,5 @@ using AttributeChanges = std::map<std::u16string, std::optional<std::u16string>>
 /// @throws PutMetadataKeyFailure, PutMetadataValueFailure for what no node can hold
 std::unique_ptr<project::metadata::MetadataNode> changeAttributes(const project::metadata::MetadataNode& before,
                                                                   const AttributeChanges& changes);
-
-/// Whether both have the same name, attributes and children.
-bool equalNodes(const project::metadata::MetadataNode& a, const project::metadata::MetadataNode& b);
 
 }  // namespace operations

@@ -1,11 +1,10 @@
 #include "operations/NodeMatch.hpp"
+#include "store_support/EqualTrees.hpp"
 
 #include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>
-
-#include "operations/NodeEdit.hpp"
 
 namespace operations {
 
@@ -36,7 +35,9 @@ private:
         return span.beforeBegin < span.beforeEnd && span.afterBegin < span.afterEnd;
     }
 
-    bool areEqual(std::size_t before, std::size_t after) const { return equalNodes(*before_[before], *after_[after]); }
+    bool areEqual(std::size_t before, std::size_t after) const {
+        return store_support::equalTrees(*before_[before], *after_[after]);
+    }
 
     /// The longest common subsequence. Where that would take too long, all nodes are left to their names.
     void matchEqual(const Span& span) {

@@ -6,9 +6,9 @@
 #include <unordered_set>
 #include <utility>
 
-#include "operations/NodeEdit.hpp"
 #include "operations/NodeMatch.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
+#include "store_support/EqualTrees.hpp"
 
 namespace operations {
 
@@ -105,7 +105,7 @@ private:
         }
         const auto match = matchNodes(oursNew, theirsNew);
         for (std::size_t i = 0; i < match.size(); ++i) {
-            if (!match[i] || (hasBase && !equalNodes(*oursNew[i], *theirsNew[*match[i]])))
+            if (!match[i] || (hasBase && !store_support::equalTrees(*oursNew[i], *theirsNew[*match[i]])))
                 continue;
             const std::size_t kept = ours[oursAdded[i]];
             children[kept].theirs = theirsNew[*match[i]].get();
@@ -157,7 +157,7 @@ NodePtr NodeMerge::merge(const pm::MetadataPath& path, const NodePtr& base, cons
                          const NodePtr& theirs) {
     path_ = path;
     if (ours && theirs) {
-        if (equalNodes(*ours, *theirs))
+        if (store_support::equalTrees(*ours, *theirs))
             return ours;
         bool isConflict = false;
         const Text name =
@@ -169,7 +169,7 @@ NodePtr NodeMerge::merge(const pm::MetadataPath& path, const NodePtr& base, cons
     const NodePtr& kept = ours ? ours : theirs;
     if (!kept || !base)
         return kept;
-    if (equalNodes(*kept, *base))
+    if (store_support::equalTrees(*kept, *base))
         return nullptr;
     const Text changed = u"changed";
     return mark({Conflict::What::removed, path, {}, {}, {}, ours ? changed : Text(), theirs ? changed : Text()}, kept);
@@ -250,7 +250,7 @@ void NodeMerge::mergeChildren(MetadataNode& result, const MetadataNode* base, co
         const Versions& child = all.children[number];
         const MetadataNode* const kept = child.ours ? child.ours : child.theirs;
         const bool isRemoved = child.base && (!child.ours || !child.theirs);
-        if (isRemoved && equalNodes(*kept, *child.base))
+        if (isRemoved && store_support::equalTrees(*kept, *child.base))
             continue;
         const std::u16string& name = kept->getName();
         MetadataNode& merged = result.createChildNode(name);

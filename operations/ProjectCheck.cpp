@@ -13,11 +13,10 @@
 #include "host/MessageException.hpp"
 #include "host/Text.hpp"
 #include "operations/Errors.hpp"
-#include "operations/MetadataLock.hpp"
 #include "operations/NodeMerge.hpp"
 #include "operations/Progress.hpp"
 #include "operations/Project.hpp"
-#include "operations/StoreFiles.hpp"
+#include "operations/TreeWalk.hpp"
 #include "operations/UuidText.hpp"
 #include "operations/Workshop.hpp"
 #include "project/metadata/AttributeRules.hpp"
@@ -25,8 +24,12 @@
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "project/metadata/Uuid.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/FolderLock.hpp"
 
 namespace operations {
 
@@ -35,11 +38,6 @@ namespace pm = project::metadata;
 namespace {
 
 const std::u16string extension = u".xml";
-const std::u16string markerPrefix = u"uuid-";
-
-bool isMarker(const std::u16string& name) {
-    return name.rfind(markerPrefix, 0) == 0 && pm::ends_with(name, extension);
-}
 
 class ProjectCheck {
 public:
@@ -55,6 +53,8 @@ public:
         readType();
         for (const host::Path& leftover : Workshop::findLeftovers(root_))
             add(leftover, 0, u"a conversion that was killed has left this folder", Remedy::removeWorkshop);
+        if (!isInterrupted)
+            openStore();
         checkFiles(folder_);
         if (!isInterrupted)
             checkStore();
@@ -77,10 +77,10 @@ private:
 
     /// @return whether a change was interrupted
     bool checkLeftovers() {
-        if (MetadataLock::isHeld(folder_))
+        if (store_support::isLockHeld(folder_))
             return false;  // somebody is at work; the store waits for him
-        const host::Path scratch = MetadataLock::scratchFolder(folder_);
-        const host::Path lock = MetadataLock::lockFile(folder_);
+        const host::Path scratch = store_support::getScratchFolder(folder_);
+        const host::Path lock = store_support::getLockFile(folder_);
         if (host::FileUtils::existNoExcept(scratch)) {
             add(scratch, 0, u"a change was interrupted, and the store is not looked at before it is completed",
                 Remedy::complete);
@@ -108,7 +108,21 @@ private:
         }
         if (location_.hasCoreFile() && !type_)
             add(location_.getCoreFile(), 0, u"it names no type of metadata");
-        storeFiles_ = getStoreFiles(type_.value_or(u""));
+    }
+
+    /// What fails here fails again in `checkStore`, which tells it. Until then, and if the store cannot tell, all files
+    /// are taken as its own.
+    void openStore() {
+        try {
+            store_ = pm::getMetadataManagerFor(root_);
+            if (const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(store_.get())) {
+                std::set<host::Path> files;
+                for (const pm::StoreFile& file : lister->listFiles())
+                    files.insert(file.file);
+                ownFiles_ = std::move(files);
+            }
+        } catch (const project::exception::ProjectException&) {
+        }
     }
 
     void checkFiles(const host::Path& folder) {
@@ -116,22 +130,18 @@ private:
         std::sort(entries.begin(), entries.end());
         for (const host::Path& entry : entries) {
             const std::u16string name = entry.fileName().text();
-            if (entry == MetadataLock::scratchFolder(folder_) || entry == MetadataLock::lockFile(folder_))
+            if (entry == store_support::getScratchFolder(folder_) || entry == store_support::getLockFile(folder_))
                 continue;
             struct stat status {};
             const bool isFolder = lstat(entry.accessName().c_str(), &status) == 0 && S_ISDIR(status.st_mode);
             if (isFolder)
                 checkFiles(entry);
-            else if (entry == folder_ / pm::coreFileName() || (folder == folder_ && isMarker(name)) || isOwn(entry))
+            else if (entry == folder_ / pm::coreFileName() || (folder == folder_ && pm::getMarkedUuid(name)) ||
+                     (!ownFiles_ || ownFiles_->count(entry) > 0))
                 checkFile(entry);
             else
                 result_.others.push_back(entry);
         }
-    }
-
-    /// Of a store that is not known, all files are taken as its own.
-    bool isOwn(const host::Path& file) const {
-        return !storeFiles_ || storeFiles_->isOwn(file.text().substr(folder_.text().size() + 1));
     }
 
     void checkFile(const host::Path& file) {
@@ -142,17 +152,16 @@ private:
             return;
         for (Problem& problem : checkXml(file))
             result_.problems.push_back(std::move(problem));
-        if (!isMarker(name))
-            return;
-        const std::size_t length = name.size() - markerPrefix.size() - extension.size();
-        if (!isUuid(host::toUtf8(name.substr(markerPrefix.size(), length))))
+        const auto uuid = pm::getMarkedUuid(name);
+        if (uuid && !isUuid(host::toUtf8(*uuid)))
             add(file, 0, u"its name holds no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 and 12");
     }
 
     void checkStore() {
         attempt(location_.getCoreFile(), [&] {
-            const std::unique_ptr<pm::MetadataManager> store = pm::getMetadataManagerFor(root_);
-            if (!store) {
+            if (!store_)
+                store_ = pm::getMetadataManagerFor(root_);
+            if (!store_) {
                 if (type_)
                     add(location_.getCoreFile(), 0,
                         u"there is no store for its type of metadata, \"" + *type_ + u"\"; there are: " +
@@ -162,9 +171,9 @@ private:
             std::set<host::Path> known;
             for (const Problem& problem : result_.problems)
                 known.insert(problem.file);
-            for (const pm::MetadataDamage& damage : findDamage(*store))
+            for (const pm::MetadataDamage& damage : findDamage(*store_))
                 addDamage(damage, known.count(damage.file) > 0);
-            walk(*store);
+            walk();
         });
     }
 
@@ -183,25 +192,19 @@ private:
             add(damage.file, 0, damage.problem, remedy);
     }
 
-    void walk(const pm::MetadataManager& store) {
-        std::vector<pm::MetadataPath> open{pm::MetadataPath()};
-        while (!open.empty()) {
-            const pm::MetadataPath path = std::move(open.back());
-            open.pop_back();
+    void walk() {
+        const host::Path file = location_.getCoreFile();
+        TreeWalk walk(*store_, {}, TreeWalk::anyDepth, [&] { attempt(file, [] { throw; }); });
+        while (walk.next()) {
             progress_->advance();
-            const bool isRoot = path.getPath().empty();
+            const bool isRoot = walk.depth() == 0;
             result_.paths += isRoot ? 0 : 1;
-            const host::Path file = location_.getCoreFile();
             attempt(file, [&] {
-                std::vector<pm::MetadataPath> children = store.getChildren(path);
-                open.insert(open.end(), children.rbegin(), children.rend());
-            });
-            attempt(file, [&] {
-                if (!store.hasPath(path))
-                    addToPath(path, u"it is listed, but it is not there");
-                if (const auto node = store.getNode(path)) {
+                if (!store_->hasPath(walk.path()))
+                    addToPath(walk.path(), u"it is listed, but it is not there");
+                if (const auto node = walk.readNode()) {
                     result_.paths += isRoot ? 1 : 0;  // as in `stat`
-                    checkNode(path, *node);
+                    checkNode(walk.path(), *node);
                 }
             });
         }
@@ -244,7 +247,8 @@ private:
     pm::ProjectMetadataLocation location_;
     host::Path folder_;
     std::optional<std::u16string> type_;
-    std::optional<StoreFiles> storeFiles_;
+    std::unique_ptr<pm::MetadataManager> store_;
+    std::optional<std::set<host::Path>> ownFiles_;
     CheckResult result_;
     std::unique_ptr<Progress> progress_;
 };

@@ -10,11 +10,13 @@
 #include "host/FileUtils.hpp"
 #include "host/Text.hpp"
 #include "operations/Errors.hpp"
-#include "operations/MetadataLock.hpp"
 #include "operations/Project.hpp"
+#include "operations/TreeWalk.hpp"
 #include "operations/Workshop.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/FolderLock.hpp"
 
 namespace operations {
 
@@ -53,19 +55,16 @@ private:
     void note(const host::Path& file, const std::u16string& what) { repairs_.push_back({file, what}); }
 
     void complete(const host::Path& scratch) {
-        if (!isDryRun_) {
-            openProject(root_);  // which completes what was decided
-            if (MetadataLock(folder_).removeScratch()) {
-                note(scratch, u"is removed: the change that was interrupted had not been decided");
-                return;
-            }
-        }
-        note(scratch, u"is gone: the change that was interrupted is completed");
+        const bool isDecided = store_support::isInterrupted(folder_);
+        if (!isDryRun_)
+            const store_support::FolderLock lock(folder_);  // which completes what was decided, and forgets the rest
+        note(scratch, isDecided ? u"is gone: the change that was interrupted is completed"
+                                : u"is removed: the change that was interrupted had not been decided");
     }
 
     void removeLock(const host::Path& lock) {
         if (!isDryRun_)
-            MetadataLock taken(folder_);
+            const store_support::FolderLock taken(folder_);
         note(lock, u"is removed");
     }
 
@@ -76,9 +75,9 @@ private:
     }
 
     void moveAside(const std::set<host::Path>& files) {
-        std::unique_ptr<MetadataLock> lock;
+        std::optional<store_support::FolderLock> lock;
         if (!isDryRun_)
-            lock = std::make_unique<MetadataLock>(folder_);
+            lock.emplace(folder_);
         const host::Path shelter(folder_.text() + u".damaged");
         for (const host::Path& file : files) {
             const std::u16string relative = file.text().substr(folder_.text().size() + 1);
@@ -98,14 +97,9 @@ private:
     void giveBack(const std::set<host::Path>& files) {
         if (!isDryRun_) {
             const auto store = openProject(root_);
-            std::vector<pm::MetadataPath> open{pm::MetadataPath()};
-            while (!open.empty()) {
-                const pm::MetadataPath path = std::move(open.back());
-                open.pop_back();
-                const auto children = store->getChildren(path);
-                if (!path.getPath().empty() && !children.empty() && !store->hasNode(path))
-                    store->addPath(path);
-                open.insert(open.end(), children.begin(), children.end());
+            for (TreeWalk walk(*store, {}); walk.next();) {
+                if (walk.depth() > 0 && walk.descends() && !store->hasNode(walk.path()))
+                    store->addPath(walk.path());
             }
         }
         for (const host::Path& file : files) {

@@ -12,6 +12,7 @@
 
 #include "host/Text.hpp"
 #include "operations/NodeEdit.hpp"
+#include "operations/TreeWalk.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataPath.hpp"
 

@@ -1,11 +1,9 @@
 #include "operations/StoreChange.hpp"
 
-#include <algorithm>
-#include <iterator>
 #include <map>
 
 #include "host/Interruption.hpp"
-#include "operations/NodeEdit.hpp"
+#include "store_support/EqualTrees.hpp"
 
 namespace operations {
 
@@ -15,59 +13,57 @@ namespace {
 
 using Nodes = std::map<pm::MetadataPath, std::shared_ptr<pm::MetadataNode>>;
 
-/// Puts `node` into the first of `batches` that has room for it: a map holds only one of several paths with one text,
-/// and names with separators in them can make such paths.
-void addNode(std::vector<Nodes>& batches, const pm::MetadataPath& path, const std::shared_ptr<pm::MetadataNode>& node) {
+/// Puts `node`, which stores only read, into the first of `batches` that has room for it: a map holds only one of
+/// several paths with one text, and names with separators in them can make such paths.
+void addNode(std::vector<Nodes>& batches, const pm::MetadataPath& path, const NodePtr& node) {
+    const auto shared = std::const_pointer_cast<pm::MetadataNode>(node);
     for (Nodes& batch : batches) {
-        if (batch.try_emplace(path, node).second)
+        if (batch.try_emplace(path, shared).second)
             return;
     }
-    batches.emplace_back().emplace(path, node);
+    batches.emplace_back().emplace(path, shared);
 }
 
-bool haveSameNode(const std::shared_ptr<pm::MetadataNode>& a, const std::unique_ptr<pm::MetadataNode>& b) {
-    return a && b ? equalNodes(*a, *b) : !a && !b;
+/// Calls `visit` for every path of `tree`, each before those below it, with what `other` has at that path.
+/// @param other null if it has nothing there
+template <class Visit>
+void walkBoth(const pm::MetadataPath& path, const PathTree& tree, const PathTree* other, const Visit& visit) {
+    host::Interruption::throwIfRequested();
+    visit(path, tree, other);
+    std::map<pm::PathElement, const PathTree*> partners;
+    if (other) {
+        for (const PathTree& child : other->children)
+            partners.emplace(child.step, &child);
+    }
+    for (const PathTree& child : tree.children) {
+        const auto partner = partners.find(child.step);
+        walkBoth(childPath(path, child.step), child, partner == partners.end() ? nullptr : partner->second, visit);
+    }
 }
 
 }  // namespace
 
-std::vector<pm::MetadataPath> listPaths(const pm::MetadataManager& store, const pm::MetadataPath& top,
-                                        Progress& progress) {
-    std::vector<pm::MetadataPath> paths;
-    std::vector<pm::MetadataPath> open{top};
-    while (!open.empty()) {
-        paths.push_back(std::move(open.back()));
-        open.pop_back();
-        std::vector<pm::MetadataPath> children = store.getChildren(paths.back());
-        std::move(children.rbegin(), children.rend(), std::back_inserter(open));
-        progress.advance();
-    }
-    return paths;
-}
-
-StoreChange findMirrorChange(const pm::MetadataManager& source, const pm::MetadataManager& destination,
-                             Progress& progress) {
+StoreChange findChange(const PathTree& before, const PathTree& after) {
     StoreChange change;
-    std::vector<pm::MetadataPath> wanted = listPaths(source, {}, progress);
-    const std::vector<pm::MetadataPath> present = listPaths(destination, {}, progress);
-    const PathSet presentSet(present.begin(), present.end());
-    for (const pm::MetadataPath& path : wanted) {
-        progress.advance();
-        const bool isPresent = presentSet.count(path) > 0;
-        std::shared_ptr<pm::MetadataNode> node = source.hasNode(path) ? source.getNode(path) : nullptr;
-        if (!isPresent)
+    std::vector<pm::MetadataPath> present;
+    walkBoth({}, before, &after, [&](const pm::MetadataPath& path, const PathTree&, const PathTree* wanted) {
+        present.push_back(path);
+        if (!wanted)
+            change.removed.push_back(path);
+    });
+    std::vector<pm::MetadataPath> paths;
+    walkBoth({}, after, &before, [&](const pm::MetadataPath& path, const PathTree& wanted, const PathTree* known) {
+        paths.push_back(path);
+        if (!known)
             change.added.push_back(path);
-        if (haveSameNode(node, isPresent ? destination.getNode(path) : nullptr))
-            continue;
-        if (isPresent)
+        if (store_support::equalTrees(wanted.node.get(), known ? known->node.get() : nullptr))
+            return;
+        if (known)
             change.updated.push_back(path);
-        change.nodes.emplace_back(path, std::move(node));
-    }
-    const PathSet wantedSet(wanted.begin(), wanted.end());
-    std::copy_if(present.begin(), present.end(), std::back_inserter(change.removed),
-                 [&](const pm::MetadataPath& path) { return wantedSet.count(path) == 0; });
-    if (wanted != present)
-        change.paths = std::move(wanted);
+        change.nodes.emplace_back(path, wanted.node);
+    });
+    if (paths != present)
+        change.paths = std::move(paths);
     return change;
 }
 

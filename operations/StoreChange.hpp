@@ -1,16 +1,16 @@
 /// Changes of a whole store, worked out before anything is written.
 ///
-/// Main thread only, as the stores.
+/// One thread at a time, as the stores.
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "operations/MetadataTree.hpp"
 #include "operations/Progress.hpp"
 #include "project/metadata/MetadataManager.hpp"
 
@@ -32,7 +32,7 @@ struct StoreChange {
     std::vector<project::metadata::MetadataPath> removed;  ///< with all that lie below them, each listed
 
     /// What is to be stored at which path; null: the node there goes.
-    std::vector<std::pair<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>> nodes;
+    std::vector<std::pair<project::metadata::MetadataPath, NodePtr>> nodes;
 
     /// The whole content in its order, as `MetadataManager::setPaths` takes it; no value if `nodes` are all.
     std::optional<std::vector<project::metadata::MetadataPath>> paths;
@@ -41,15 +41,9 @@ struct StoreChange {
     bool isEmpty() const { return nodes.empty() && !paths; }
 };
 
-/// `top` and every path below it, each before those below it, siblings in their order.
-/// @throws whatever the store throws; host::InterruptedException
-std::vector<project::metadata::MetadataPath> listPaths(const project::metadata::MetadataManager& store,
-                                                       const project::metadata::MetadataPath& top, Progress& progress);
-
-/// What makes `destination` hold exactly what `source` holds: all paths, their order, all nodes, also the root's.
-/// @throws whatever the stores throw; host::InterruptedException
-StoreChange findMirrorChange(const project::metadata::MetadataManager& source,
-                             const project::metadata::MetadataManager& destination, Progress& progress);
+/// What makes a store that holds `before` hold exactly `after`: all paths, their order, all nodes, also the root's.
+/// @throws host::InterruptedException
+StoreChange findChange(const PathTree& before, const PathTree& after);
 
 /// When `applyChange` heeds the user's wish to stop.
 enum class Interruptible { untilFirstBatch, always };

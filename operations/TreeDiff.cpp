@@ -5,8 +5,9 @@
 #include <utility>
 
 #include "host/Interruption.hpp"
-#include "operations/NodeEdit.hpp"
 #include "operations/NodeMatch.hpp"
+#include "store_support/EqualTrees.hpp"
+#include "store_support/LongestAscent.hpp"
 
 namespace operations {
 
@@ -14,11 +15,18 @@ namespace {
 
 namespace pm = project::metadata;
 
+using Attributes = std::map<std::u16string, std::u16string>;
+
 Attributes getAttributes(const pm::MetadataNode& node) {
     Attributes attributes;
     for (const std::u16string& key : node.getAttributeKeys())
         attributes[key] = node.get(key);
     return attributes;
+}
+
+/// Where a file says that a path stands, as an attribute.
+Attributes getPlace(const PathTree& tree) {
+    return tree.place.empty() ? Attributes() : Attributes{{u"Place", tree.place}};
 }
 
 std::vector<AttributeDiff> diffAttributes(const Attributes& before, const Attributes& after) {
@@ -67,7 +75,7 @@ std::vector<NodeDiff> diffChildren(const Nodes& before, const Nodes& after) {
             continue;
         }
         addUpTo(*match[i]);
-        if (equalNodes(*before[i], *after[*match[i]]))
+        if (store_support::equalTrees(*before[i], *after[*match[i]]))
             continue;
         diffs.push_back(diffNodes(*before[i], *after[*match[i]]));
         diffs.back().position = getPosition(after, *match[i]);
@@ -83,36 +91,25 @@ NodeDiff diffNodes(const pm::MetadataNode& before, const pm::MetadataNode& after
 
 /// Which of `places`, all different, must move so that the others ascend: as few as possible.
 std::vector<bool> findMoved(const std::vector<std::size_t>& places) {
-    constexpr auto none = static_cast<std::size_t>(-1);
-    std::vector<std::size_t> ends;  // by length less one: the end of the ascending sequence that ends lowest
-    std::vector<std::size_t> previous(places.size(), none);
-    for (std::size_t i = 0; i < places.size(); ++i) {
-        const auto end = std::lower_bound(ends.begin(), ends.end(), places[i],
-                                          [&](std::size_t a, std::size_t place) { return places[a] < place; });
-        previous[i] = end == ends.begin() ? none : *(end - 1);
-        if (end == ends.end())
-            ends.push_back(i);
-        else
-            *end = i;
-    }
     std::vector<bool> isMoved(places.size(), true);
-    for (std::size_t i = ends.empty() ? none : ends.back(); i != none; i = previous[i])
-        isMoved[i] = false;
+    const std::vector<std::optional<std::size_t>> values(places.begin(), places.end());
+    for (const std::size_t place : store_support::findLongestAscent(values))
+        isMoved[place] = false;
     return isMoved;
 }
 
 /// One path of two trees, either of which may lack it.
 class Comparison {
 public:
-    explicit Comparison(bool withElements) : withElements_(withElements) {}
+    explicit Comparison(bool withPlaces) : withPlaces_(withPlaces) {}
 
     void compare(const pm::MetadataPath& path, const PathTree& before, const PathTree& after, bool isMoved) {
         host::Interruption::throwIfRequested();
         PathDiff diff{path, &before, &after, isMoved, {}, std::nullopt};
-        if (withElements_)
-            diff.attributes = diffAttributes(before.attributes, after.attributes);
+        if (withPlaces_)
+            diff.attributes = diffAttributes(getPlace(before), getPlace(after));
         if (before.node && after.node) {
-            if (!equalNodes(*before.node, *after.node))
+            if (!store_support::equalTrees(*before.node, *after.node))
                 diff.node = diffNodes(*before.node, *after.node);
         } else if (before.node || after.node) {
             diff.node = NodeDiff{before.node.get(), after.node.get(), 0, {}, {}};
@@ -176,7 +173,7 @@ private:
         removeUpTo(before.size());
     }
 
-    bool withElements_;
+    bool withPlaces_;
     std::vector<PathDiff> diffs_;
 };
 

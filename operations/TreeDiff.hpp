@@ -32,7 +32,7 @@ struct PathDiff {
     const PathTree* before = nullptr;
     const PathTree* after = nullptr;
     bool isMoved = false;                   ///< to another place among its siblings
-    std::vector<AttributeDiff> attributes;  ///< of its element, if both sides are files
+    std::vector<AttributeDiff> attributes;  ///< "Place", if both sides are files that say one
     std::optional<NodeDiff> node;
 };
 

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <utility>
 
 #include "host/Interruption.hpp"
 #include "operations/Errors.hpp"
-#include "operations/NodeEdit.hpp"
+#include "store_support/EqualTrees.hpp"
 
 namespace operations {
 
@@ -16,8 +15,7 @@ namespace {
 namespace pm = project::metadata;
 
 bool equalPaths(const PathTree& a, const PathTree& b) {
-    const bool haveEqualNodes = a.node && b.node ? equalNodes(*a.node, *b.node) : a.node == b.node;
-    return a.step == b.step && haveEqualNodes &&
+    return a.step == b.step && store_support::equalTrees(a.node.get(), b.node.get()) &&
            std::equal(a.children.begin(), a.children.end(), b.children.begin(), b.children.end(), equalPaths);
 }
 
@@ -35,7 +33,7 @@ public:
         PathTree result;
         result.step = ours.step;
         result.node = nodes_.merge(path, base ? base->node : nullptr, ours.node, theirs.node);
-        mergeAttributes(result, path, base ? base->attributes : Attributes(), ours.attributes, theirs.attributes);
+        result.place = mergePlace(base ? base->place : u"", ours.place, theirs.place);
         mergeChildren(result, path, base, ours, theirs);
         return result;
     }
@@ -43,33 +41,12 @@ public:
     std::vector<Conflict> takeConflicts() { return nodes_.takeConflicts(); }
 
 private:
-    /// Of the path's element in a file.
-    void mergeAttributes(PathTree& result, const pm::MetadataPath& path, const Attributes& base, const Attributes& ours,
-                         const Attributes& theirs) {
-        const auto get = [](const Attributes& attributes, const std::u16string& key) {
-            const auto found = attributes.find(key);
-            return found == attributes.end() ? Text() : Text(found->second);
-        };
-        std::set<std::u16string> keys;
-        for (const Attributes* side : {&ours, &theirs}) {
-            for (const auto& [key, value] : *side)
-                keys.insert(key);
-        }
-        for (const std::u16string& key : keys) {
-            Conflict conflict{Conflict::What::attribute, path, {}, key, get(base, key), get(ours, key),
-                              get(theirs, key)};
-            bool isConflict = false;
-            Text value = mergeText(conflict.base, conflict.ours, conflict.theirs, isConflict);
-            // A place among siblings is nobody's work; any will do as long as it is the same whoever merges.
-            if (isConflict && key == u"Rank") {
-                value = conflict.ours && conflict.theirs ? std::min(conflict.ours, conflict.theirs) : value;
-                isConflict = false;
-            }
-            if (value)
-                result.attributes[key] = *value;
-            if (isConflict)
-                result.node = nodes_.mark(std::move(conflict), result.node);
-        }
+    /// A place among siblings is nobody's work; any will do as long as it is the same whoever merges.
+    static std::u16string mergePlace(const std::u16string& base, const std::u16string& ours,
+                                     const std::u16string& theirs) {
+        if (ours == theirs || theirs == base)
+            return ours;
+        return ours == base ? theirs : std::min(ours, theirs);
     }
 
     void mergeChildren(PathTree& result, const pm::MetadataPath& path, const PathTree* base, const PathTree& ours,
@@ -137,6 +114,7 @@ MergeResult mergeTrees(const MetadataTree& base, const MetadataTree& ours, const
     MergeResult result;
     const MetadataTree& shape = ours.form == TreeForm::empty ? theirs : ours;
     result.tree.form = shape.form;
+    result.tree.format = shape.format;
     if (ours.form == TreeForm::empty || theirs.form == TreeForm::empty) {
         // One side has no such file, or both have an empty one.
         result.tree = shape;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iterator>
 #include <set>
-#include <string_view>
 #include <system_error>
 
 #include "host/FileSystem.hpp"
@@ -28,12 +27,12 @@ host::Path toPath(const fs::path& path) {
 
 /// Whether `folder` was in use, and nothing in it is of anybody else.
 bool holdsProjectsOnly(const fs::path& folder) {
-    static const std::string_view names[] = {".lock", "new", "pure"};
+    const fs::path lock = store_support::getLockFile(toPath(folder)).accessName();
     std::error_code error;
     const fs::directory_iterator entries(folder, error);
-    return fs::exists(folder / ".lock") && !error &&
-           std::all_of(begin(entries), end(entries), [](const fs::directory_entry& entry) {
-               return std::count(std::begin(names), std::end(names), entry.path().filename().native()) == 1;
+    return fs::exists(lock) && !error &&
+           std::all_of(begin(entries), end(entries), [&](const fs::directory_entry& entry) {
+               return entry.path() == lock || entry.path().filename() == "new" || entry.path().filename() == "pure";
            });
 }
 
@@ -53,12 +52,12 @@ fs::path Workshop::metadataFolder(const std::string& name) const {
     return projectFolder(name) / host::Path(pm::getSelectableRoots().front()).accessName();
 }
 
-std::size_t Workshop::copy(const pm::MetadataManager& source, pm::MetadataManagerFactory& factory,
+std::size_t Workshop::copy(const PathTree& content, pm::MetadataManagerFactory& factory,
                            const std::string& name) const {
     fs::create_directory(projectFolder(name));
     const auto store = factory.createManager(toPath(projectFolder(name)));
     const auto progress = observer_.start("Copying");
-    StoreChange change = findMirrorChange(source, *store, *progress);
+    StoreChange change = findChange({}, content);
     if (!change.paths)
         change.paths.emplace(1);
     applyChange(*store, change, Interruptible::always);
@@ -79,7 +78,7 @@ std::vector<host::Path> Workshop::findLeftovers(const host::Path& root) {
     for (const fs::path& parent : parents) {
         for (const auto& entry : fs::directory_iterator(parent, error)) {
             if (entry.path().filename().native().rfind(start, 0) == 0 &&
-                fs::is_directory(entry.symlink_status(error)) && !MetadataLock::isHeld(toPath(entry.path())) &&
+                fs::is_directory(entry.symlink_status(error)) && !store_support::isLockHeld(toPath(entry.path())) &&
                 holdsProjectsOnly(entry.path()))
                 leftovers.insert(entry.path());
         }
@@ -90,7 +89,7 @@ std::vector<host::Path> Workshop::findLeftovers(const host::Path& root) {
 }
 
 void Workshop::removeLeftover(const host::Path& folder) {
-    const MetadataLock lock(folder);
+    const store_support::FolderLock lock(folder, std::chrono::milliseconds(0));
     host::FileSystem::remove_all(folder);
 }
 

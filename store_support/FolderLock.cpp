@@ -25,12 +25,22 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr const char* lockName = ".lock";
+
 /// Whether the locked file is still the one of that name, and not one that its last holder has removed since.
 bool isStillThere(int descriptor, const std::string& name) {
     struct stat locked {};
     struct stat named {};
     return fstat(descriptor, &locked) == 0 && stat(name.c_str(), &named) == 0 && locked.st_ino == named.st_ino &&
            locked.st_dev == named.st_dev;
+}
+
+/// @return a descriptor of the folder that follows it when it is renamed
+int openFolder(const Path& folder) {
+    const int descriptor = open(folder.accessName().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0)
+        raiseSystemError(folder, errno);
+    return descriptor;
 }
 
 /// @return a descriptor that holds the lock, -1 if somebody else holds it now
@@ -70,14 +80,24 @@ int waitForLock(const Path& file, std::chrono::milliseconds limit) {
 }  // namespace
 
 Path getLockFile(const Path& folder) {
-    return folder / u".lock";
+    return folder / Path::fromAccessName(lockName);
 }
 
-FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit) : file_(getLockFile(folder)) {
+bool isLockHeld(const Path& folder) {
+    const int descriptor = open(getLockFile(folder).accessName().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (descriptor < 0)
+        return false;
+    const bool isFree = flock(descriptor, LOCK_SH | LOCK_NB) == 0;
+    close(descriptor);
+    return !isFree;
+}
+
+FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit) {
     project::metadata::makeFolder(folder);
     requireWritable(folder);
-    descriptor_ = waitForLock(file_, limit);
+    descriptor_ = waitForLock(getLockFile(folder), limit);
     try {
+        folder_ = openFolder(folder);
         recover(folder);
     } catch (...) {
         release();
@@ -89,7 +109,10 @@ void FolderLock::release() noexcept {
     if (descriptor_ < 0)
         return;
     // While it is still locked, so that nobody loses a lock that he holds.
-    unlink(file_.accessName().c_str());
+    if (folder_ >= 0) {
+        unlinkat(folder_, lockName, 0);
+        close(folder_);
+    }
     close(descriptor_);
     descriptor_ = -1;
 }

@@ -10,11 +10,15 @@ namespace store_support {
 /// The file that is locked in the metadata folder `folder`. May be called from any thread.
 host::Path getLockFile(const host::Path& folder);
 
+/// Whether anybody holds the lock of `folder` now. May be called from any thread.
+bool isLockHeld(const host::Path& folder);
+
 /// How long somebody waits for somebody else.
 constexpr std::chrono::milliseconds lockLimit = std::chrono::seconds(10);
 
 /// Holds the file ".lock" in a metadata folder, locked with flock(2), and removes it again; a lock file that a killed
-/// process left behind holds nobody up. The lock keeps apart processes, and stores within one process.
+/// process left behind holds nobody up. A folder that is renamed meanwhile keeps its lock. The lock keeps apart
+/// processes, and stores within one process.
 ///
 /// One thread at a time may use an object.
 class FolderLock {
@@ -37,7 +41,7 @@ public:
     void release() noexcept;
 
 private:
-    host::Path file_;
+    int folder_ = -1;
     int descriptor_ = -1;
 };
 

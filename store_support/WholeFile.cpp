@@ -123,6 +123,7 @@ void requireNothingLost(const MetadataNode& read, const MetadataNode& rewritten,
 }
 
 void writeWholeFile(const MetadataNode& xml, bool compactEnding, const Path& file) {
+    requireReadable(xml, 0, file);
     replaceFile(file, [&](const Path& staged) {
         project::metadata::writeToFile(xml, staged, compactEnding);
         requireReadsBack(xml, staged, file);

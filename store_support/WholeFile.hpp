@@ -27,7 +27,7 @@ void requireNothingLost(const project::metadata::MetadataNode& read, const proje
 
 /// Makes `xml` the content of `file`, once it has been seen to read back as it is.
 /// @param compactEnding as for `writeToFile`
-/// @throws as `requireReadsBack` and `replaceFile`
+/// @throws as `requireReadable`, `requireReadsBack` and `replaceFile`
 void writeWholeFile(const project::metadata::MetadataNode& xml, bool compactEnding, const host::Path& file);
 
 }  // namespace store_support

@@ -16,7 +16,6 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/TreeWalk.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
@@ -24,12 +23,14 @@
 #include "cli/text/Progress.hpp"
 #include "host/Text.hpp"
 #include "operations/Project.hpp"
+#include "operations/TreeWalk.hpp"
 
 namespace cli {
 
 namespace {
 
 namespace pm = project::metadata;
+using operations::TreeWalk;
 
 struct Arguments {
     std::optional<std::string> type;
@@ -172,9 +173,10 @@ Command::Action configure(CLI::App& app) {
         useUtf8();
         Progress progress("Searching");
         const auto store = operations::openProject(root);
-        TreeWalk walk(*store, start);
+        requirePath(*store, start);
+        TreeWalk walk(*store, start, TreeWalk::anyDepth, reportReadError);
         const bool isFound = printMatches(walk, Query(*arguments), *json, progress);
-        return walk.finish(isFound ? Status::done : Status::foundProblems);
+        return reportUnreadable(walk.unreadableCount(), isFound ? Status::done : Status::foundProblems);
     };
 }
 

@@ -11,7 +11,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -27,7 +26,8 @@
 #include "cli/text/SafeText.hpp"
 #include "host/FileSystem.hpp"
 #include "host/Text.hpp"
-#include "operations/Project.hpp"
+#include "operations/FileOutput.hpp"
+#include "operations/MetadataTree.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 
@@ -103,8 +103,10 @@ std::vector<std::pair<std::string, std::string>> makeConfiguration() {
 
 std::string makeBlock() {
     std::string block = blockBegin;
-    for (const std::u16string& folder : project::metadata::getSupportedRoots())
-        block += "**/" + host::toUtf8(folder) + "/**/*.xml merge=project-metadata diff=project-metadata\n";
+    for (const std::u16string& folder : project::metadata::getSupportedRoots()) {
+        for (const std::u16string& pattern : operations::listFilePatterns())
+            block += "**/" + host::toUtf8(folder + u'/' + pattern) + " merge=project-metadata diff=project-metadata\n";
+    }
     return block + blockEnd;
 }
 
@@ -126,20 +128,7 @@ std::string replaceBlock(std::string text, const std::string& block) {
     return text + block;
 }
 
-/// In one step: others' lines in the file are not to be lost on a full disk.
-void replaceFile(const host::Path& file, const std::string& content) {
-    project::metadata::makeFolder(project::metadata::getParentFolder(file));
-    const std::string written = file.accessName() + ".new";
-    std::ofstream stream(written, std::ios::binary | std::ios::trunc);
-    stream.write(content.data(), static_cast<std::streamsize>(content.size()));
-    stream.close();
-    if (!stream || std::rename(written.c_str(), file.accessName().c_str()) != 0) {
-        std::remove(written.c_str());
-        throw CommandError(Status::failure, "The file " + quoted(file) + " cannot be written");
-    }
-}
-
-/// A link would be replaced by a file. Git reads no .gitattributes that is one.
+/// Git reads no .gitattributes that is a link.
 void requireNoLink(const host::Path& file) {
     std::array<char, 1> target{};
     if (readlink(file.accessName().c_str(), target.data(), target.size()) >= 0) {
@@ -189,7 +178,9 @@ public:
         if (!isDryRun_ && after.empty()) {
             host::FileSystem::remove_all(file);
         } else if (!isDryRun_) {
-            replaceFile(file, after);
+            // In one step: others' lines in the file are not to be lost on a full disk.
+            project::metadata::makeFolder(project::metadata::getParentFolder(file));
+            operations::replaceFile(file, after);
         }
         note((isRemoval_ ? "removed the attributes of metadata files from "
                          : "put the attributes of metadata files into ") +

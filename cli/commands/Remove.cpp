@@ -16,6 +16,7 @@
 #include "host/Interruption.hpp"
 #include "operations/Project.hpp"
 #include "operations/StoreChange.hpp"
+#include "operations/TreeWalk.hpp"
 
 namespace cli {
 

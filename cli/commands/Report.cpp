@@ -3,20 +3,14 @@
 /// The page lies in cli/report/; this file gives it the data, as JSON inside a <script type="application/json">. All
 /// texts in it are safe to show already, so that the page need not know what is not.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -24,9 +18,9 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/TreeWalk.hpp"
 #include "cli/report/ReportPage.hpp"
 #include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
@@ -34,8 +28,12 @@
 #include "cli/text/Warnings.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
+#include "host/Text.hpp"
+#include "operations/FileOutput.hpp"
 #include "operations/FolderScan.hpp"
 #include "operations/Project.hpp"
+#include "operations/TreeWalk.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 
 namespace cli {
 
@@ -43,170 +41,108 @@ namespace {
 
 namespace pm = project::metadata;
 
-/// A file that appears under its name when it is complete. Until then it is written beside, and gone if that fails.
-class CompleteFile {
-public:
-    explicit CompleteFile(const host::Path& target)
-        : target_(target.accessName()), scratch_(target_ + ".XXXXXX"), mask_(umask(0)) {
-        umask(mask_);
-        const int descriptor = mkostemp(scratch_.data(), O_CLOEXEC);
-        file_ = descriptor < 0 ? nullptr : fdopen(descriptor, "w");
-        if (!file_)
-            fail();
-    }
-
-    ~CompleteFile() {
-        if (file_)
-            std::fclose(file_);
-        if (!scratch_.empty())
-            unlink(scratch_.c_str());
-    }
-
-    CompleteFile(const CompleteFile&) = delete;
-    CompleteFile& operator=(const CompleteFile&) = delete;
-
-    void write(std::string_view text) {
-        size_ += text.size();
-        if (std::fwrite(text.data(), 1, text.size(), file_) < text.size())
-            fail();
-    }
-
-    /// Gives the file its name, in place of another one only if `replace`.
-    void complete(bool replace) {
-        const int descriptor = fileno(file_);
-        if (std::fflush(file_) != 0 || fchmod(descriptor, 0666 & ~mask_) != 0 || fsync(descriptor) != 0)
-            fail();
-        // Unlike rename, link leaves a file alone that somebody else has made meanwhile.
-        const bool isDone = replace ? std::rename(scratch_.c_str(), target_.c_str()) == 0
-                                    : link(scratch_.c_str(), target_.c_str()) == 0;
-        if (!isDone)
-            fail();
-        if (replace)
-            scratch_.clear();
-    }
-
-    std::uint64_t size() const { return size_; }
-
-private:
-    [[noreturn]] void fail() const {
-        throw CommandError(Status::failure, "The report \"" + target_ +
-                                                "\" cannot be written: " + std::generic_category().message(errno));
-    }
-
-    std::string target_;
-    std::string scratch_;
-    mode_t mask_;
-    std::FILE* file_ = nullptr;
-    std::uint64_t size_ = 0;
-};
-
-/// `text`, which is safe to show, as a JSON text that may stand in a <script>.
-std::string quoteJson(std::string_view text) {
-    std::string json = "\"";
-    for (const char byte : text) {
-        if (byte == '<')
-            json += "\\u003C";
-        else if (byte == '"' || byte == '\\')
-            json.append({'\\', byte});
-        else
-            json += byte;
-    }
-    return json += '"';
+/// `json`, the texts in which are safe to show, as it may stand in a <script>.
+std::string format(const Json& json) {
+    std::string text;
+    for (const char byte : json.dump())
+        text += byte == '<' ? std::string("\\u003C") : std::string{byte};
+    return text;
 }
 
 /// Names that stand in the data as their numbers, because they come again and again.
 class Names {
 public:
     /// @param name safe to show
-    std::string numberOf(const std::string& name) {
+    std::size_t numberOf(const std::string& name) {
         const auto [place, isNew] = numbers_.try_emplace(name, list_.size());
         if (isNew)
-            list_.push_back(quoteJson(name));
-        return std::to_string(place->second);
+            list_.push_back(name);
+        return place->second;
     }
 
-    const std::vector<std::string>& list() const { return list_; }
+    const Json& list() const { return list_; }
 
 private:
     std::map<std::string, std::size_t> numbers_;
-    std::vector<std::string> list_;
+    Json list_ = Json::array();
 };
 
-std::string join(const std::vector<std::string>& parts) {
-    std::string text;
-    for (const std::string& part : parts)
-        text += (text.empty() ? "" : ",") + part;
-    return '[' + text + ']';
-}
-
 /// [number of the name, [number of a key, "value", ...], [child node, ...]]
-std::string formatNode(const pm::MetadataNode& node, Names& names) {
-    std::vector<std::string> attributes;
+Json describe(const pm::MetadataNode& node, Names& names) {
+    Json attributes = Json::array();
     for (const std::u16string& key : node.getAttributeKeys()) {
         attributes.push_back(names.numberOf(escapeName(key)));
-        attributes.push_back(quoteJson(escapeText(node.get(key))));
+        attributes.push_back(escapeText(node.get(key)));
     }
-    std::vector<std::string> children;
+    Json children = Json::array();
     for (const auto& child : node.getChildNodes())
-        children.push_back(formatNode(*child, names));
-    return join({names.numberOf(escapeName(node.getName())), join(attributes), join(children)});
+        children.push_back(describe(*child, names));
+    return Json::array({names.numberOf(escapeName(node.getName())), std::move(attributes), std::move(children)});
 }
 
 /// Writes every path, each after its parent, as [depth, number of the type, "location", node or 0]. Type and location
 /// are as they stand in the text of a path.
-void writePaths(const pm::MetadataManager& store, Names& names, CompleteFile& file) {
+void writePaths(const pm::MetadataManager& store, Names& names, std::ostream& page) {
     Progress progress("Reporting");
     const pm::PathElement nothing(u"", u"");
     // What is damaged stands in the page, if the store can tell.
     const bool isTold = dynamic_cast<const pm::DamageReporter*>(&store) != nullptr;
-    for (TreeWalk walk(store, {}, TreeWalk::anyDepth, !isTold); walk.next(); progress.advance()) {
+    operations::TreeWalk walk(store, {}, operations::TreeWalk::anyDepth, isTold ? [] {} : &reportReadError);
+    for (; walk.next(); progress.advance()) {
         const bool isRoot = walk.depth() == 0;
         const pm::PathElement& element = isRoot ? nothing : walk.path().getPath().back();
         const std::string step = formatElement(element);
         const std::string typeAndColon = formatElement(pm::PathElement(element.getType(), u""));
         const auto node = walk.readNode();
-        file.write((isRoot ? "" : ",\n") +
-                   join({std::to_string(walk.depth()), names.numberOf(typeAndColon.substr(0, typeAndColon.size() - 1)),
-                         quoteJson(step.substr(typeAndColon.size())), node ? formatNode(*node, names) : "0"}));
+        page << (isRoot ? "" : ",\n")
+             << format(Json::array({walk.depth(), names.numberOf(typeAndColon.substr(0, typeAndColon.size() - 1)),
+                                    step.substr(typeAndColon.size()), node ? describe(*node, names) : Json(0)}));
     }
 }
 
 /// @return how many files are damaged
-std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, CompleteFile& file) {
+std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, std::ostream& page) {
     const host::Path absoluteRoot = host::FileUtils::normalize(host::FileUtils::makeAbsolute(root));
     const std::string time = escapeText(operations::formatTime({std::time(nullptr), 0}));
-    file.write("{\"project\":" + quoteJson(escapeName(absoluteRoot.fileName().text())) + ",\"time\":\"" + time +
-               "\",\"paths\":[\n");
+    page << "{\"project\":" << format(escapeName(absoluteRoot.fileName().text())) << ",\"time\":" << format(time)
+         << ",\"paths\":[\n";
     Names names;
-    writePaths(store, names, file);
-    file.write("],\n\"names\":" + join(names.list()));
+    writePaths(store, names, page);
+    page << "],\n\"names\":" << format(names.list());
 
     const std::vector<pm::MetadataDamage> damages = operations::findDamage(store);
-    std::vector<std::string> list;
+    Json list = Json::array();
     for (const pm::MetadataDamage& damage : damages) {
-        const std::string problem = escapeText(operations::explainProblem(damage.file, damage.problem));
-        list.push_back(join({quoteJson(escapeName(damage.file.text())), quoteJson(problem)}));
+        const std::u16string problem = operations::explainProblem(damage.file, damage.problem);
+        list.push_back(Json::array({escapeName(damage.file.text()), escapeText(problem)}));
     }
-    file.write(",\n\"damages\":" + join(list) + '}');
+    page << ",\n\"damages\":" << format(list) << '}';
     const std::size_t count = keepDamage(damages);
     if (count > 0)
         takeWarnings();  // the page tells them
     return count;
 }
 
-/// The file that `name` leads to, symbolic links followed, if it may be written.
-host::Path chooseTarget(const host::Path& name, bool replace) {
-    struct stat status {};
-    if (stat(name.accessName().c_str(), &status) != 0)
-        return name;
-    if (!S_ISREG(status.st_mode))
-        throw CommandError(Status::failure, quoted(name) + " is no ordinary file, so the report cannot take its place");
-    if (!replace) {
-        throw CommandError(Status::failure,
-                           "The file " + quoted(name) + " exists already and is left as it is; --force replaces it");
+struct Outcome {
+    std::size_t damages = 0;
+    std::uint64_t size = 0;  // of the page, in bytes
+};
+
+/// Writes the page to `file`.
+Outcome writePage(const host::Path& root, const pm::MetadataManager& store, const host::Path& file) {
+    std::ofstream page(file.accessName(), std::ios::binary);
+    Outcome outcome;
+    errno = 0;
+    page << reportPageBegin;
+    outcome.damages = writeData(root, store, page);
+    page << reportPageEnd;
+    outcome.size = static_cast<std::uint64_t>(page.tellp());
+    page.close();
+    if (!page) {
+        const int error = errno != 0 ? errno : EIO;
+        pm::raise<pm::MetadataWriteFailure>(file.text(), host::fromUtf8(std::generic_category().message(error)));
     }
-    const std::unique_ptr<char, decltype(&std::free)> real(realpath(name.accessName().c_str(), nullptr), &std::free);
-    return real ? host::Path::fromAccessName(real.get()) : name;
+    return outcome;
 }
 
 struct Wish {
@@ -218,23 +154,21 @@ struct Wish {
 Status report(const host::Path& root, const Wish& wish) {
     const auto store = operations::openProject(root);
     const host::Path name = host::Path::fromAccessName(wish.file);
-    const host::Path target = chooseTarget(name, wish.force);
+    const auto existing = wish.force ? operations::Existing::replace : operations::Existing::keep;
+    operations::requireWritable(name, existing);
     if (*wish.dryRun) {
         printNote("Would write " + escapeName(name.text()) + '\n');
         return Status::done;
     }
-    CompleteFile file(target);
-    file.write(reportPageBegin);
-    const std::size_t damages = writeData(root, *store, file);
-    file.write(reportPageEnd);
-    file.complete(wish.force);
+    Outcome outcome;
+    operations::writeFile(name, existing, [&](const host::Path& staged) { outcome = writePage(root, *store, staged); });
     host::Interruption::ignore();
-    printNote(escapeName(name.text()) + ", " + formatSize(file.size()) + '\n');
+    printNote(escapeName(name.text()) + ", " + formatSize(outcome.size) + '\n');
     flushOutput();
-    if (damages == 0)
+    if (outcome.damages == 0)
         return Status::done;
     reportError("The report lacks what is damaged in the metadata of " + quoted(root) +
-                ", and says so: " + formatCount(damages, "file"));
+                ", and says so: " + formatCount(outcome.damages, "file"));
     return Status::foundProblems;
 }
 

@@ -14,7 +14,7 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/TreeWalk.hpp"
+#include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
@@ -23,6 +23,7 @@
 #include "cli/text/Terminal.hpp"
 #include "host/Text.hpp"
 #include "operations/Project.hpp"
+#include "operations/TreeWalk.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
@@ -30,6 +31,7 @@ namespace cli {
 namespace {
 
 namespace pm = project::metadata;
+using operations::TreeWalk;
 
 struct Count {
     std::size_t paths = 0;
@@ -174,7 +176,7 @@ Command::Action configure(CLI::App& app) {
     return [positionals = Positionals(app), json = addJson(app)] {
         const host::Path root = positionals.get().root;
         const auto store = operations::openProject(root);
-        TreeWalk walk(*store, {});
+        TreeWalk walk(*store, {}, TreeWalk::anyDepth, reportReadError);
         Statistics statistics;
         {
             Progress progress("Reading");
@@ -185,7 +187,7 @@ Command::Action configure(CLI::App& app) {
             printJson(describe(statistics));
         else
             printText(statistics);
-        return walk.finish();
+        return reportUnreadable(walk.unreadableCount());
     };
 }
 

@@ -24,8 +24,8 @@ using operations::PathTree;
 
 void printTree(const PathTree& tree, const pm::MetadataPath& path) {
     print(formatPath(path) + '\n');
-    for (const auto& [key, value] : tree.attributes)
-        print(makeLine(Sign::none, 1, makeAttribute(key, value)));
+    if (!tree.place.empty())
+        print(makeLine(Sign::none, 1, makeAttribute(u"Place", tree.place)));
     if (tree.node)
         printNode(Sign::none, 1, *tree.node);
     for (const PathTree& child : tree.children)

@@ -9,7 +9,6 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/TreeWalk.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
@@ -18,12 +17,14 @@
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Terminal.hpp"
 #include "operations/Project.hpp"
+#include "operations/TreeWalk.hpp"
 
 namespace cli {
 
 namespace {
 
 namespace pm = project::metadata;
+using operations::TreeWalk;
 
 struct Arguments {
     std::optional<std::string> depth;
@@ -104,13 +105,14 @@ Command::Action configure(CLI::App& app) {
         const pm::MetadataPath start = texts.empty() ? pm::MetadataPath() : parsePath(texts[0]);
         Progress progress("Reading");
         const auto store = operations::openProject(root);
-        TreeWalk walk(*store, start, depth);
+        requirePath(*store, start);
+        TreeWalk walk(*store, start, depth, reportReadError);
         progress.giveWay();
         if (*json)
             printList(walk, arguments->attributes, progress);
         else
             printTree(walk, root, arguments->attributes, progress);
-        return walk.finish();
+        return reportUnreadable(walk.unreadableCount());
     };
 }
 

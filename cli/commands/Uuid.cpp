@@ -54,10 +54,10 @@ Markers findMarkers(const host::Path& folder) {
     std::sort(files.begin(), files.end());
     Markers markers;
     for (const host::Path& file : files) {
-        const std::u16string name = file.fileName().text();
-        if (name.compare(0, markerStart.size(), markerStart) != 0 || !pm::ends_with(name, markerEnd))
+        const auto marked = pm::getMarkedUuid(file.fileName().text());
+        if (!marked)
             continue;
-        const std::string uuid = host::toUtf8(pm::stripExtension(name, markerEnd).substr(markerStart.size()));
+        const std::string uuid = host::toUtf8(*marked);
         if (operations::isUuid(uuid))
             markers.good.push_back({uuid, file});
         else

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/text/Output.hpp"
 #include "cli/text/Progress.hpp"
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Warnings.hpp"
@@ -160,6 +161,19 @@ Status reportCurrentException() {
     for (const std::string& sentence : report.sentences)
         tell(sentence == report.sentences.front() ? programStart : indentation, sentence);
     return report.status;
+}
+
+void reportReadError() {
+    flushOutput();
+    reportCurrentException();
+}
+
+Status reportUnreadable(std::size_t count, Status status) {
+    if (count == 0)
+        return status;
+    flushOutput();
+    reportError(formatCount(count, "path") + " could not be read; \"project-metadata check\" says what is damaged");
+    return Status::foundProblems;
 }
 
 }  // namespace cli

@@ -1,6 +1,7 @@
 /// The command's own errors, and how all errors are shown.
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 
@@ -30,6 +31,12 @@ void reportError(const std::string& sentence);
 /// that say something new.
 /// @return with what the process ends
 Status reportCurrentException();
+
+/// To be called while an error of reading is handled that does not end the command: tells it after all output so far.
+void reportReadError();
+
+/// Tells how many paths could not be read. @return `status`, or `Status::foundProblems` if there are any
+Status reportUnreadable(std::size_t count, Status status = Status::done);
 
 /// Writes the warnings (Warnings.hpp) to the standard error that no error so far has told as well; indented below the
 /// last error if there was one.

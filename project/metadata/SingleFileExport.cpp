@@ -38,7 +38,7 @@ void writeMetadataToSingleFile(const host::Path& from, const host::Path& to) {
     const host::Path scratchFolder = scratchRoot / u"resources" / u"project";
     const host::Path scratchFile = scratchFolder / u"Project.xml";
 
-    const std::shared_ptr<MetadataManagerFactory> factory = getNamedFactory(singleFileStore);
+    const std::shared_ptr<MetadataManagerFactory> factory = getSingleFileFactory();
     if (!factory)
         raise<MetadataWriteFailure>(to.text(), u"there is no metadata store named \"monolithic\"");
     // A core file that is there decides where the store keeps its own, not the user's settings for new projects.
@@ -53,6 +53,10 @@ void writeMetadataToSingleFile(const host::Path& from, const host::Path& to) {
     copyMetadata(*source, *destination);
     // The store has completed the file by now; the stores and the scratch folder are released in reverse order.
     host::FileSystem::copy_file(scratchFile, to, host::CopyOption::none);
+}
+
+std::shared_ptr<MetadataManagerFactory> getSingleFileFactory() {
+    return getNamedFactory(singleFileStore);
 }
 
 }  // namespace project::metadata

@@ -1,8 +1,11 @@
 /// Exporting a project's metadata, in whatever store it is kept, into one file.
 #pragma once
 
+#include <memory>
+
 #include "host/Path.hpp"
 #include "project/Export.hpp"
+#include "project/metadata/MetadataManagerFactory.hpp"
 
 namespace project::metadata {
 
@@ -17,5 +20,9 @@ namespace project::metadata {
 /// @throws host::FileSystemException if the scratch folder cannot be made or the file not copied
 /// @throws whatever the stores throw
 PROJECT_METADATA_EXPORT void writeMetadataToSingleFile(const host::Path& from, const host::Path& to);
+
+/// The store that `writeMetadataToSingleFile` uses: one that keeps all metadata of a project in the core file, so that
+/// this file by itself holds them. Null if there is none. May be called from any thread.
+PROJECT_METADATA_EXPORT std::shared_ptr<MetadataManagerFactory> getSingleFileFactory();
 
 }  // namespace project::metadata

@@ -1,18 +1,19 @@
 /// Going through a store's paths, without stopping at what is damaged and without keeping more than one path's
 /// siblings and ancestors' siblings in memory.
 ///
-/// Main thread only.
+/// One thread at a time, as the stores.
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <vector>
 
-#include "cli/Command.hpp"
+#include "operations/Progress.hpp"
 #include "project/metadata/MetadataManager.hpp"
 
-namespace cli {
+namespace operations {
 
 /// Stands on one path after the other, every path before those below it, siblings in their order.
 class TreeWalk {
@@ -21,13 +22,13 @@ public:
 
     /// A walk that stands on `start` once `next` was called, and goes `maxDepth` levels below it.
     /// @param store must outlive the walk
-    /// @param tells whether each error of reading is written to the standard error as it is met
-    /// @throws CommandError as `requirePath`
+    /// @param onError called for what cannot be read, while the exception is handled; the walk goes on after that.
+    ///        Without, the exceptions pass.
     TreeWalk(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& start,
-             std::size_t maxDepth = anyDepth, bool tells = true);
+             std::size_t maxDepth = anyDepth, std::function<void()> onError = nullptr);
 
     /// Moves on. @return whether there was another path
-    /// @throws whatever the store throws for `start`; what is damaged below is reported and left out
+    /// @throws whatever the store throws for `start`; what is damaged below is left out
     /// @throws host::InterruptedException
     bool next();
 
@@ -51,9 +52,6 @@ public:
     /// How many paths were unreadable so far.
     std::size_t unreadableCount() const { return unreadableCount_; }
 
-    /// Tells the user of what was unreadable. @return `status`, or `Status::foundProblems` if anything was
-    Status finish(Status status = Status::done) const;
-
 private:
     struct Level {
         std::vector<project::metadata::MetadataPath> siblings;
@@ -65,11 +63,16 @@ private:
 
     const project::metadata::MetadataManager& store_;
     std::size_t maxDepth_;
-    bool tells_;
+    std::function<void()> onError_;
     std::vector<Level> levels_;
     std::vector<project::metadata::MetadataPath> children_;  // the level that is next
     bool isUnreadable_ = false;
     std::size_t unreadableCount_ = 0;
 };
 
-}  // namespace cli
+/// `top` and every path below it, each before those below it, siblings in their order.
+/// @throws whatever the store throws; host::InterruptedException
+std::vector<project::metadata::MetadataPath> listPaths(const project::metadata::MetadataManager& store,
+                                                       const project::metadata::MetadataPath& top, Progress& progress);
+
+}  // namespace operations

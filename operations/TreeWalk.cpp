@@ -1,22 +1,17 @@
-#include "cli/TreeWalk.hpp"
+#include "operations/TreeWalk.hpp"
 
-#include <string>
 #include <utility>
 
-#include "cli/text/Errors.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "host/Interruption.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 
-namespace cli {
+namespace operations {
 
 namespace pm = project::metadata;
 
-TreeWalk::TreeWalk(const pm::MetadataManager& store, const pm::MetadataPath& start, std::size_t maxDepth, bool tells)
-    : store_(store), maxDepth_(maxDepth), tells_(tells), children_{start} {
-    requirePath(store, start);
-}
+TreeWalk::TreeWalk(const pm::MetadataManager& store, const pm::MetadataPath& start, std::size_t maxDepth,
+                   std::function<void()> onError)
+    : store_(store), maxDepth_(maxDepth), onError_(std::move(onError)), children_{start} {}
 
 bool TreeWalk::next() {
     host::Interruption::throwIfRequested();
@@ -64,21 +59,19 @@ void TreeWalk::listChildren() {
 
 /// Called while the error is handled.
 void TreeWalk::noteError() {
-    if (tells_) {
-        flushOutput();
-        reportCurrentException();
-    }
+    if (!onError_)
+        throw;
+    onError_();
     unreadableCount_ += isUnreadable_ ? 0 : 1;
     isUnreadable_ = true;
 }
 
-Status TreeWalk::finish(Status status) const {
-    if (unreadableCount_ == 0)
-        return status;
-    flushOutput();
-    reportError(formatCount(unreadableCount_, "path") +
-                " could not be read; \"project-metadata check\" says what is damaged");
-    return Status::foundProblems;
+std::vector<pm::MetadataPath> listPaths(const pm::MetadataManager& store, const pm::MetadataPath& top,
+                                        Progress& progress) {
+    std::vector<pm::MetadataPath> paths;
+    for (TreeWalk walk(store, top); walk.next(); progress.advance())
+        paths.push_back(walk.path());
+    return paths;
 }
 
-}  // namespace cli
+}  // namespace operations

@@ -1,0 +1,31 @@
+#include "operations/Export.hpp"
+
+#include "host/FileSystem.hpp"
+#include "host/TempDirGuard.hpp"
+#include "operations/Errors.hpp"
+#include "operations/MetadataTree.hpp"
+#include "project/metadata/SingleFileExport.hpp"
+
+namespace operations {
+
+namespace pm = project::metadata;
+
+void exportMetadata(const pm::MetadataManager& store, const host::Path& file, Existing existing, bool isDryRun,
+                    Observer& observer) {
+    const auto progress = observer.start("Exporting");
+    const auto format = std::dynamic_pointer_cast<const pm::MetadataFileFormat>(pm::getSingleFileFactory());
+    if (!format)
+        throw OperationError(ErrorKind::failure, "There is no store that keeps everything in one file");
+    const pm::FileContent content{true, readPaths(store, *progress, Damaged::leftOut)};
+    const auto write = [&](const host::Path& place) { format->writeFile(content, place); };
+    if (isDryRun) {
+        const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"", u"");
+        write(host::Path(scratch.getDirectoryName()) / u"exported");
+    } else if (existing == Existing::replace) {
+        write(file);
+    } else {
+        writeFile(file, existing, write);
+    }
+}
+
+}  // namespace operations

@@ -1,0 +1,95 @@
+#include "operations/Import.hpp"
+
+#include <unistd.h>
+
+#include <memory>
+#include <variant>
+
+#include "host/FileSystem.hpp"
+#include "host/Text.hpp"
+#include "operations/Errors.hpp"
+#include "operations/NewMetadata.hpp"
+#include "operations/Project.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+#include "project/metadata/SingleFileExport.hpp"
+#include "store_support/CoreFileType.hpp"
+
+namespace operations {
+
+namespace pm = project::metadata;
+
+namespace {
+
+[[noreturn]] void refuse(const host::Path& file, const std::string& reason) {
+    throw OperationError(ErrorKind::failure, quoted(file) + reason);
+}
+
+/// Why `file` is none that an export wrote.
+[[noreturn]] void refuseType(const host::Path& file) {
+    const std::u16string type = store_support::readMetadataType(file);
+    if (type.empty())
+        refuse(file, " is no exported metadata: it names no type of metadata");
+    refuse(file, " holds no content: it belongs to metadata of type \"" + host::toUtf8(type) +
+                     "\", which keeps that in other files; \"project-metadata export\" writes all into one");
+}
+
+PathTree readExported(const host::Path& file) {
+    if (!host::FileSystem::exists(file))
+        throw OperationError(ErrorKind::failure, "There is no file " + quoted(file));
+    const auto format = std::dynamic_pointer_cast<const pm::MetadataFileFormat>(pm::getSingleFileFactory());
+    std::optional<pm::FileContent> content;
+    try {
+        content = format ? format->readFile(file) : std::nullopt;
+    } catch (const pm::MetadataReadFailure& error) {
+        if (access(file.accessName().c_str(), R_OK) != 0)
+            throw;
+        const auto& cause = std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
+        refuse(file, " is damaged, so nothing is imported: " + host::toUtf8(explainProblem(file, cause)));
+    }
+    if (!content)
+        refuseType(file);
+    return std::move(content->tree);
+}
+
+/// The store that is to hold the content of the file. A new one writes nothing before its first change.
+std::unique_ptr<pm::MetadataManager> openDestination(const host::Path& root, bool isNew, const ImportRequest& request) {
+    if (isNew) {
+        chooseFolder(request.folder);
+        return chooseStore(request.store)->createManager(root);
+    }
+    if (request.store || request.folder) {
+        throw OperationError(ErrorKind::usage, "The project " + quoted(root) +
+                                                   " has metadata already; --store and --folder are for new ones, and "
+                                                   "\"project-metadata convert\" changes both");
+    }
+    auto store = openProject(root);
+    const bool hasContent = !store->getChildren({}).empty() || store->hasNode({}) || !findDamage(*store).empty();
+    if (hasContent && !request.replace) {
+        throw OperationError(ErrorKind::failure,
+                             "The project " + quoted(root) + " has metadata already; --replace replaces all of it");
+    }
+    return store;
+}
+
+}  // namespace
+
+StoreChange importFile(const host::Path& file, const host::Path& root, const ImportRequest& request,
+                       Observer& observer) {
+    requireNewRoot(root);
+    auto progress = observer.start("Reading");
+    const PathTree content = readExported(file);
+    const bool isNew = !pm::ProjectMetadataLocation(root).hasCoreFile();
+    const auto destination = openDestination(root, isNew, request);
+    StoreChange change = findChange(readPaths(*destination, *progress), content);
+    progress.reset();
+    if (isNew && !change.paths)
+        change.paths.emplace(1);  // also a file without content makes a project
+    if (!request.isDryRun) {
+        progress = observer.start("Storing");
+        applyChange(*destination, change);
+    }
+    return change;
+}
+
+}  // namespace operations
