@@ -109,9 +109,6 @@ std::vector<std::string>& toldSentences() {
     return sentences;
 }
 
-/// What stores log: FILE and then this and the problem.
-const std::string damageMiddle = " is damaged: ";
-
 /// Whether an error has said all of `parts`.
 bool isTold(const std::vector<std::string>& parts) {
     const auto holdsAll = [&](const std::string& told) {
@@ -142,16 +139,11 @@ void reportError(const std::string& sentence) {
 
 void reportWarnings() {
     const std::string start = toldSentences().empty() ? programStart : indentation;
-    for (const std::string& warning : takeWarnings()) {
-        const std::size_t at = warning.find(damageMiddle);
-        std::vector<std::string> parts{escapeBytes(warning.substr(0, at))};
-        if (at != std::string::npos) {
-            const std::u16string problem = host::fromUtf8(warning.substr(at + damageMiddle.size()));
-            parts.push_back(
-                escapeText(operations::explainProblem(host::Path::fromAccessName(warning.substr(0, at)), problem)));
-        }
-        if (!isTold(parts))
-            write(start, parts.size() == 1 ? parts[0] : '"' + parts[0] + '"' + damageMiddle + parts[1]);
+    for (const auto& [file, text] : takeWarnings()) {
+        const std::string name = escapeText(file.text());
+        const std::string problem = escapeText(file.empty() ? text : operations::explainProblem(file, text));
+        if (!isTold({name, problem}))
+            write(start, file.empty() ? problem : '"' + name + "\" is damaged: " + problem);
     }
 }
 

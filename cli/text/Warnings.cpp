@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "host/DiagnosticLogger.hpp"
-#include "host/Text.hpp"
 
 namespace cli {
 
@@ -15,9 +14,9 @@ namespace {
 
 struct Kept {
     std::mutex mutex;
-    std::vector<std::string> warnings;
-    std::set<std::string> known;  // all that have been in `warnings`
-    std::vector<std::string> ignoredFolders;
+    std::vector<Warning> warnings;
+    std::set<std::pair<host::Path, std::u16string>> known;  // all that have been in `warnings`
+    std::vector<std::u16string> ignoredFolders;
 };
 
 Kept& kept() {
@@ -25,16 +24,19 @@ Kept& kept() {
     return instance;
 }
 
-void keep(std::string text) {
+void keep(Warning warning) {
     const std::lock_guard lock(kept().mutex);
-    const auto names = [&](const std::string& folder) { return text.find(folder) != std::string::npos; };
+    const auto isNamed = [&](const std::u16string& folder) {
+        return (warning.file.empty() ? warning.text : warning.file.text()).find(folder) != std::u16string::npos;
+    };
     const auto& ignored = kept().ignoredFolders;
-    if (std::none_of(ignored.begin(), ignored.end(), names) && kept().known.insert(text).second)
-        kept().warnings.push_back(std::move(text));
+    if (std::none_of(ignored.begin(), ignored.end(), isNamed) &&
+        kept().known.emplace(warning.file, warning.text).second)
+        kept().warnings.push_back(std::move(warning));
 }
 
-std::string describe(const project::metadata::MetadataDamage& damage) {
-    return damage.file.accessName() + " is damaged: " + host::toUtf8(damage.problem);
+void keepOne(const project::metadata::MetadataDamage& damage) {
+    keep({damage.file, damage.problem});
 }
 
 }  // namespace
@@ -45,15 +47,15 @@ void collectWarnings() {
         return;
     host::DiagnosticLogger::setSink([](const host::LogRecord& record) {
         if (record.severity >= host::Severity::warning)
-            keep(std::string(record.text));
+            keep({{}, host::Path::fromAccessName(record.text).text()});
     });
-    project::metadata::setDamageSink([](const project::metadata::MetadataDamage& damage) { keep(describe(damage)); });
+    project::metadata::setDamageSink(keepOne);
 }
 
 std::size_t keepDamage(const std::vector<project::metadata::MetadataDamage>& damages) {
     std::set<host::Path> files;
     for (const project::metadata::MetadataDamage& damage : damages) {
-        keep(describe(damage));
+        keepOne(damage);
         files.insert(damage.file);
     }
     return files.size();
@@ -61,10 +63,10 @@ std::size_t keepDamage(const std::vector<project::metadata::MetadataDamage>& dam
 
 void ignoreWarningsAbout(const host::Path& folder) {
     const std::lock_guard lock(kept().mutex);
-    kept().ignoredFolders.push_back(folder.accessName() + '/');
+    kept().ignoredFolders.push_back(folder.text() + u'/');
 }
 
-std::vector<std::string> takeWarnings() {
+std::vector<Warning> takeWarnings() {
     const std::lock_guard lock(kept().mutex);
     return std::exchange(kept().warnings, {});
 }

@@ -24,7 +24,13 @@ std::size_t keepDamage(const std::vector<project::metadata::MetadataDamage>& dam
 /// Leaves out, from now on, what names something in `folder`: a scratch folder, which nobody knows.
 void ignoreWarningsAbout(const host::Path& folder);
 
-/// What was kept so far, each text once, in bytes.
-std::vector<std::string> takeWarnings();
+/// Something that was noticed. A value type.
+struct Warning {
+    host::Path file;      ///< what is damaged; empty for what is no damage
+    std::u16string text;  ///< what is wrong with it, or the whole sentence
+};
+
+/// What was kept so far, each once.
+std::vector<Warning> takeWarnings();
 
 }  // namespace cli
