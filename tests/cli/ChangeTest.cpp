@@ -1,10 +1,8 @@
-/// set, unset, add, remove, move and the counts of scan: what changes, what stays, and what is refused.
+/// set, unset, add, remove and the counts of scan: what changes, what stays, and what is refused.
 #include <nlohmann/json.hpp>
 
-#include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
-#include "tests/cli/ProjectFixture.hpp"
-#include "tests/cli/StoreContent.hpp"
+#include "tests/cli/StoreFixture.hpp"
 
 namespace {
 
@@ -17,25 +15,7 @@ using test::run;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class ChangeCommandTest : public test::ProjectFixture, public testing::WithParamInterface<const char*> {
-protected:
-    ChangeCommandTest() { init(GetParam()); }
-
-    void succeed(const std::string& command, std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {command, "-q", "-C", root});
-        expectSuccess(run(arguments), "");
-    }
-
-    /// Every path with its node, level by level; in a text, a path's steps that hold separators look like others.
-    std::vector<std::string> content() const {
-        std::vector<std::string> lines;
-        for (const auto& stored : test::readContent(*openStore()))
-            lines.push_back(host::toUtf8(stored.path.string()) + (stored.node.empty() ? "" : " " + stored.node));
-        return lines;
-    }
-
-    std::unique_ptr<pm::MetadataManager> openStore() const { return pm::getMetadataManagerFor(test::toPath(root)); }
-};
+using ChangeCommandTest = test::StoreFixture;
 
 INSTANTIATE_TEST_SUITE_P(Stores, ChangeCommandTest, testing::Values("fixedPath", "monolithic", "sqlite"),
                          test::nameOfStore);
@@ -95,31 +75,6 @@ TEST_P(ChangeCommandTest, pathsAreAddedWhereTheyAreToBeAndRemovedTogetherOrNotAt
     EXPECT_THAT(content(), ElementsAre("T:a", "T:c", "T:d"));
     succeed("remove", {"/", "--force"});
     EXPECT_THAT(content(), ElementsAre());
-}
-
-TEST_P(ChangeCommandTest, aMovedPathKeepsNodesAndOrderAndLeavesItsTwinAlone) {
-    // "F:b|F:c" is the text of two paths.
-    for (const std::string path : {"F:z", "F:b", R"(F:b\|F:c)", "F:b|F:c", "F:b|F:a", "F:a"})
-        succeed("set", {path, "--create", "Id=" + path});
-    const auto expectMoved = [&](const std::string& from, const std::string& to) {
-        EXPECT_THAT(run({"move", root, from, to}).out, HasSubstr("from " + from + " to " + to + "\n"));
-    };
-    expectMoved("F:b", "F:new");
-    EXPECT_THAT(content(), ElementsAre("F:z Info Id=F:z", "F:new Info Id=F:b", R"(F:b|F:c Info Id=F:b\|F:c)",
-                                       "F:a Info Id=F:a", "F:new|F:c Info Id=F:b|F:c", "F:new|F:a Info Id=F:b|F:a"));
-    expectMoved(R"(F:b\|F:c)", "F:z|F:d");
-    expectMoved("F:new", "F:z|F:b");
-    EXPECT_THAT(content(),
-                ElementsAre("F:z Info Id=F:z", "F:a Info Id=F:a", R"(F:z|F:d Info Id=F:b\|F:c)", "F:z|F:b Info Id=F:b",
-                            "F:z|F:b|F:c Info Id=F:b|F:c", "F:z|F:b|F:a Info Id=F:b|F:a"));
-
-    const auto before = readTree(root);
-    expectFailure(run({"move", root, "F:x", "F:y"}), 3, {"\"F:x\""});
-    expectFailure(run({"move", root, "F:z", "F:a"}), 3, {"\"F:a\" already"});
-    expectFailure(run({"move", root, "F:z", "F:z|F:y"}), 2, {"into itself"});
-    expectFailure(run({"move", root, "F:z", "F:x|F:y"}), 3, {"\"F:x\""});
-    expectFailure(run({"move", root, "/", "F:y"}), 2, {"root path"});
-    EXPECT_EQ(readTree(root), before);
 }
 
 TEST_P(ChangeCommandTest, aDryRunSaysWhatItWouldDoAndWritesNothing) {

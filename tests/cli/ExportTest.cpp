@@ -1,4 +1,6 @@
 /// tree and export: what people see of a project's metadata. And the example that uses the library itself.
+#include <sys/stat.h>
+
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataCopy.hpp"
 #include "tests/cli/ProjectFixture.hpp"
@@ -98,6 +100,26 @@ TEST_P(ExportCommandTest, leavesExistingFilesAlone) {
     test::writeBytes(file, "important");
     expectFailure(run({"export", root, file}), 3, {'"' + file.native() + '"', "exists already"});
     EXPECT_EQ(test::readBytes(file), "important");
+}
+
+TEST_P(ExportCommandTest, replacesNothingButFilesAndKeepsTheirPermissions) {
+    const fs::path pipe = folder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& place : {std::string("/dev/null"), pipe.native(), root.native()}) {
+        expectFailure(run({"export", root, place, "--force"}), 3, {place});
+        expectFailure(run({"report", root, "-o", place, "--force"}), 3, {place});
+    }
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    EXPECT_TRUE(fs::is_fifo(pipe));
+
+    // Through a link, to a file that keeps what it may be used for.
+    test::writeBytes(file, "old");
+    fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink(file, folder / "link");
+    EXPECT_EQ(run({"export", root, folder / "link", "--force"}).status, 0);
+    EXPECT_TRUE(fs::is_symlink(folder / "link"));
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_NE(test::readBytes(file), "old");
 }
 
 TEST_P(ExportCommandTest, leavesNothingBehindAndTheProjectAlone) {

@@ -95,6 +95,7 @@ TEST_F(GitTest, setupCanBeRepeatedAndTakenBack) {
     const auto settings = [&] { return test::readBytes(root / ".git/config"); };
     const std::string before = settings();
     test::writeBytes(root / ".gitattributes", "*.bin binary");
+    test::writeBytes(root / ".gitattributes.new", "somebody's");
     setUp({"--attributes", "--dry-run"});
     EXPECT_EQ(settings(), before);
     setUp({"--attributes"});
@@ -105,6 +106,7 @@ TEST_F(GitTest, setupCanBeRepeatedAndTakenBack) {
     setUp({"--attributes", "--remove"});
     EXPECT_EQ(settings(), before);
     EXPECT_EQ(test::readBytes(root / ".gitattributes"), "*.bin binary\n");
+    EXPECT_EQ(test::readBytes(root / ".gitattributes.new"), "somebody's");
     std::filesystem::rename(root / ".gitattributes", folder / "shared");
     std::filesystem::create_symlink(folder / "shared", root / ".gitattributes");
     test::expectFailure(run({"git-setup", root, "--attributes"}), 3, {".gitattributes", "symbolic link"});

@@ -26,6 +26,22 @@ forbid(operations embedded store_testing stores cli tests CLI nlohmann)
 forbid(cli embedded store_support stores tests)
 forbid(examples embedded stores cli tests)
 
+# Nothing in `folder` may match one of the expressions, such as the names of what only one store knows.
+function(forbid_words folder)
+    list(JOIN ARGN "|" forbidden)
+    file(GLOB_RECURSE files ${TOP}/${folder}/*.hpp ${TOP}/${folder}/*.cpp)
+    foreach(file IN LISTS files)
+        file(STRINGS "${file}" lines REGEX "${forbidden}")
+        foreach(line IN LISTS lines)
+            message(SEND_ERROR "${file} must not have: ${line}")
+        endforeach()
+    endforeach()
+endfunction()
+
+set(storeWords "\"fixedPath\"" "\"monolithic\"" "\"sqlite\"" "metadata\\.db" "\"\\.lock" "\"\\.pending" "\"Rank\"" "-shm")
+forbid_words(operations ${storeWords} nlohmann "CLI/" "std::cout" "std::cerr" "stdout" "stderr")
+forbid_words(cli ${storeWords})
+
 # A store knows no other one.
 file(GLOB stores RELATIVE ${TOP}/stores ${TOP}/stores/*/CMakeLists.txt)
 list(TRANSFORM stores REPLACE "/.*" "")
