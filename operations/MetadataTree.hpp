@@ -1,5 +1,4 @@
-/// Metadata as `diff`, `merge`, `import` and `export` see it: all paths and nodes of a project, or of one file, in
-/// memory.
+/// Metadata as `diff`, `merge`, `import` and `export` see it: all paths and nodes of a project or a file, in memory.
 ///
 /// One thread at a time may use a tree; different trees may be read by different threads.
 #pragma once
