@@ -88,11 +88,10 @@ void addOptions(CLI::App& app) {
     app.add_option("-C,--root", options.root, "The project's root folder, in place of ROOT")->type_name("ROOT");
 }
 
-volatile std::sig_atomic_t isInterrupted = 0;
+host::Interruption interruption;
 
 void requestInterruption(int /*signal*/) {
-    isInterrupted = 1;
-    host::Interruption::request();
+    interruption.request();
 }
 
 /// Lets the signals that ask a program to end stop what goes on where it can leave everything as it was.
@@ -141,12 +140,13 @@ cli::Status run(int argc, const char* const* argv) {
 
 int main(int argc, char** argv) {
     handleSignals();
+    const host::Interruption::Scope scope(interruption);
     cli::collectWarnings();
     cli::Status status = cli::Status::done;
     try {
         status = run(argc, argv);
         cli::flushOutput();
-        if (isInterrupted && !cli::options().quiet)
+        if (interruption.isRequested() && !cli::options().quiet)
             cli::reportError("It was too late to stop; everything is done");
     } catch (const cli::OutputClosed&) {
         status = cli::Status::done;

@@ -3,6 +3,8 @@
 /// An error can be caught by its own type, as a `project::exception::ProjectException`, as a `std::exception` and as a
 /// `host::UserException`. What it means is written beside its name below; the sentence for the user is in the host's
 /// message catalog. Errors do not change once they are raised and may be read from any thread.
+///
+/// What a user stops ends with a `host::InterruptedException`, which is none of them.
 #pragma once
 
 #include <exception>

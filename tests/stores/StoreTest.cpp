@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <thread>
 
 #include <cppmicroservices/Framework.h>
 
+#include "host/Interruption.hpp"
 #include "host/ServiceFramework.hpp"
 #include "project/metadata/MetadataCopy.hpp"
 #include "project/metadata/SingleFileExport.hpp"
@@ -64,6 +66,23 @@ TEST_P(StoreTest, OpenStoresCanBeSavedOnceTheFrameworkHasStopped) {
     });
     EXPECT_EQ(child.wait(), 0);
     EXPECT_EQ(outline(*openStore(GetParam(), folder_.path())), "b a(2)");
+}
+
+TEST_P(StoreTest, AChangeThatIsStoppedLeavesEverythingAsItWas) {
+    store_->setNode(path({u"a"}), *node(u"1"));
+    host::Interruption cancel;
+    {
+        const host::Interruption::Scope scope(cancel);
+        store_->setNode(path({u"a"}), *node(u"2"));
+        cancel.request();
+        EXPECT_THROW(store_->setNode(path({u"a"}), *node(u"3")), host::InterruptedException);
+        EXPECT_THROW(store_->setPaths({path({u"b"})}), host::InterruptedException);
+        EXPECT_EQ(outline(*openStore(GetParam(), folder_.path())), "a(2)");
+        // Others are not meant.
+        std::thread([&] { openStore(GetParam(), folder_.path())->addPath(path({u"c"})); }).join();
+    }
+    store_->addPath(path({u"b"}));
+    EXPECT_EQ(outline(*openStore(GetParam(), folder_.path())), "a(2) c b");
 }
 
 TEST_P(StoreTest, CopiesIntoOtherStoresAreEqualInContentAndOrder) {
