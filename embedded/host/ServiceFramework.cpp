@@ -1,9 +1,15 @@
-/// A framework of its own, made and started when it is first asked for, and the bundles below the prefix under which
-/// this library is installed, or the one that the environment variable PROJECT_METADATA_PREFIX names. A privileged
-/// (setuid) process ignores its environment.
+/// A framework of its own, made and started when it is first asked for, and the bundles of three places:
+///
+///     the prefix under which this library is installed
+///     the prefix that the environment variable PROJECT_METADATA_PREFIX names
+///     project-metadata in the user's folder for data, which is found by the XDG Base Directory rules
+///
+/// Of several bundles with one file name, the first counts. A privileged (setuid) process ignores its environment, and
+/// so knows the first place only.
 #include "host/ServiceFramework.hpp"
 
 #include "embedded/host/NativePath.hpp"
+#include "host/DiagnosticLogger.hpp"
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 
@@ -11,11 +17,12 @@
 #include <cppmicroservices/FrameworkFactory.h>
 #include <dlfcn.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <system_error>
 #include <utility>
 
@@ -68,35 +75,57 @@ Path getPrefix(const fs::path& library) {
     return Path::fromAccessName(folder.native());
 }
 
-/// Where the installation may be. Symbolic links may lead to the whole of it or to single files, so that the name of
-/// this library and the file behind it can have different prefixes.
-std::vector<Path> getPrefixes() {
-    if (const char* prefix = secure_getenv("PROJECT_METADATA_PREFIX"); prefix && *prefix)
-        return {FileUtils::makeAbsolute(Path::fromAccessName(prefix))};
-    std::vector<Path> prefixes{getPrefix(thisLibrary)};
-    std::error_code code;
-    const fs::path file = fs::canonical(thisLibrary, code);
-    if (!code)
-        prefixes.push_back(getPrefix(file));
-    return prefixes;
+std::optional<Path> getVariable(const char* name) {
+    const char* value = secure_getenv(name);
+    if (!value || !*value)
+        return {};
+    return FileUtils::makeAbsolute(Path::fromAccessName(value));
 }
 
-std::vector<Path> listBundles(const Path& relative) {
-    std::vector<Path> files;
-    for (const Path& prefix : getPrefixes()) {
-        const Path folder = prefix / relative;
-        if (!FileSystem::exists(folder))
-            continue;
-        for (DirectoryIterator entries(folder); entries.isOpen(); entries.increment()) {
-            const Path file = entries.fullPathName();
-            const fs::path native = toNative(file);
-            if (native.extension() == ".so" && fs::is_regular_file(native))
-                files.push_back(file);
-        }
-        break;
+/// `relative` in the installation. Symbolic links may lead to the whole of that or to single files, so that the name of
+/// this library and the file behind it can have different prefixes; the first with such a folder counts.
+Path getInstalledFolder(const Path& relative) {
+    const Path folder = getPrefix(thisLibrary) / relative;
+    std::error_code code;
+    const fs::path file = fs::canonical(thisLibrary, code);
+    return code || FileSystem::exists(folder) ? folder : getPrefix(file) / relative;
+}
+
+std::vector<Path> getBundleFolders(const Path& relative) {
+    std::vector<Path> folders{getInstalledFolder(relative)};
+    if (const auto prefix = getVariable("PROJECT_METADATA_PREFIX"))
+        folders.push_back(*prefix / relative);
+    const Path usersOwn = Path(u"project-metadata") / relative;
+    if (const auto data = getVariable("XDG_DATA_HOME"))
+        folders.push_back(*data / usersOwn);
+    else if (const auto home = getVariable("HOME"))
+        folders.push_back(*home / u".local/share" / usersOwn);
+    return folders;
+}
+
+/// The bundles of a folder are added to `bundles`, by their file names. @return what is said about that
+std::string addBundles(const Path& folder, std::map<std::string, Path>& bundles) {
+    const std::string name = '"' + folder.accessName() + '"';
+    if (!FileSystem::exists(folder))
+        return name + ", which does not exist";
+    for (DirectoryIterator entries(folder); entries.isOpen(); entries.increment()) {
+        const Path file = entries.fullPathName();
+        const fs::path native = toNative(file);
+        if (native.extension() == ".so" && fs::is_regular_file(native))
+            bundles.emplace(native.filename(), file);
     }
-    std::sort(files.begin(), files.end());
-    return files;
+    return name + ", where no file ends with \".so\"";
+}
+
+/// The bundles by their file names. None at all is worth a warning: what needs them will then seem to be missing.
+std::map<std::string, Path> listBundles(const Path& relative) {
+    std::map<std::string, Path> bundles;
+    std::string report;
+    for (const Path& folder : getBundleFolders(relative))
+        report += (report.empty() ? "" : "; ") + addBundles(folder, bundles);
+    if (bundles.empty())
+        DiagnosticLogger("host").log(Severity::warning, "There are no plug-ins. They were looked for in " + report);
+    return bundles;
 }
 
 }  // namespace
@@ -122,8 +151,8 @@ std::vector<cppmicroservices::Bundle> ServiceFramework::installBundles(const Pat
     const FrameworkPointer framework = getFramework();
     if (!framework)
         return bundles;
-    for (const Path& file : listBundles(relative)) {
-        const auto installed = framework->GetBundleContext().InstallBundles(file.accessName());
+    for (const auto& bundle : listBundles(relative)) {
+        const auto installed = framework->GetBundleContext().InstallBundles(bundle.second.accessName());
         bundles.insert(bundles.end(), installed.begin(), installed.end());
     }
     return bundles;

@@ -2,8 +2,11 @@
 ///
 /// The first call in a process installs and starts the plug-ins in the folder "bin/tuxa64/ProjectMetadataProvider" of
 /// the host's installation. Until that has succeeded, each call tries again; while there is no service framework, there
-/// are no factories. A plug-in must not call these functions while it starts. Every function may be called from any
-/// thread, and every one passes on the errors of the service framework and of the plug-ins.
+/// are no factories. The plug-ins are not loaded again into a framework that a host sets after that: it sets its own
+/// before the first call, or installs (`host::ServiceFramework::installBundles`) and starts them there itself.
+///
+/// A plug-in must not call these functions while it starts. Every function may be called from any thread, and every one
+/// passes on the errors of the service framework and of the plug-ins.
 #pragma once
 
 #include <memory>

@@ -121,8 +121,14 @@ TEST_F(CommandPluginsTest, areFoundWhereverTheInstallationIsMoved) {
 
 TEST_F(CommandPluginsTest, noneIsAnErrorThatSaysSo) {
     Surroundings surroundings;
+    surroundings.prefix = folder / "incomplete";
+    fs::copy(test::movedInstallation(), surroundings.prefix,
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    const fs::path plugins = surroundings.prefix / "bin/tuxa64/ProjectMetadataProvider";
+    fs::remove_all(plugins);
     surroundings.variables["PROJECT_METADATA_PREFIX"] = folder / "empty";
-    expectFailure(run({"stores"}, surroundings), 3, {"There are no metadata stores"});
+    expectFailure(run({"stores"}, surroundings), 3,
+                  {"There are no metadata stores", "looked for in \"" + plugins.native() + '"', folder / "empty"});
     expectFailure(run({"init", root}, surroundings), 3, {"no default store"});
 
     init();

@@ -35,10 +35,44 @@ TEST(ServiceFramework, BundlesAreInstalledOnceInTheOrderOfTheirNames) {
     ServiceFramework::setFramework(framework);
 }
 
+TEST(ServiceFramework, BundlesOfAnotherPrefixAndOfTheUserAreAdded) {
+    const test::TempFolder folder;
+    const fs::path relative = fs::relative(HOST_TEST_BUNDLES, HOST_PREFIX);
+    const auto add = [&](const fs::path& prefix, const char* bundle, const char* name) {
+        fs::create_directories(folder / prefix / relative);
+        fs::copy(fs::path(HOST_TEST_BUNDLES) / bundle, folder / prefix / relative / name);
+    };
+    // Under the name of one that is installed, and as others that could not be installed beside it.
+    add("prefix", "host_test_2.so", "host_test_1.so");
+    add("data/project-metadata", "more/host_test_3.so", "host_test_3.so");
+    const auto list = [&](const std::string& variables) {
+        return test::runCommand("env -u PROJECT_METADATA_PREFIX -u XDG_DATA_HOME -u HOME " + variables +
+                                " " HOST_PROBE " bundles " + relative.native());
+    };
+    const std::string prefix = "PROJECT_METADATA_PREFIX=" + (folder / "prefix").native();
+    EXPECT_EQ(list(prefix), "host_test_1 host_test_2 ");
+    EXPECT_EQ(list(prefix + " XDG_DATA_HOME=" + (folder / "data").native()), "host_test_1 host_test_2 host_test_3 ");
+    fs::create_directories(folder / ".local");
+    fs::rename(folder / "data", folder / ".local/share");
+    EXPECT_EQ(list("HOME=" + folder.std().native()), "host_test_1 host_test_2 host_test_3 ");
+}
+
+TEST(ServiceFramework, NoBundlesAreAWarningThatSaysWhereTheyWereLookedFor) {
+    const test::TempFolder folder;
+    fs::create_directories(folder / "some/folder");
+    const std::string none = HOST_PREFIX "/some/folder";
+    EXPECT_EQ(test::runCommand("env -u XDG_DATA_HOME -u HOME PROJECT_METADATA_PREFIX=" + folder.std().native() +
+                               " " HOST_PROBE " bundles some/folder 2>&1"),
+              "warning: host: There are no plug-ins. They were looked for in \"" + none +
+                  "\", which does not exist; \"" + (folder / "some/folder").native() +
+                  "\", where no file ends with \".so\"\n");
+}
+
 /// The bundles that the probe finds in `bundles` below its prefix, if it is run in `current` with the libraries of the
 /// folder `libraries`.
 std::string listBundles(const fs::path& bundles, const fs::path& libraries, const fs::path& current = "/") {
-    return test::runCommand("cd '" + current.native() + "' && env -u PROJECT_METADATA_PREFIX LD_LIBRARY_PATH='" +
+    return test::runCommand("cd '" + current.native() +
+                            "' && env -u PROJECT_METADATA_PREFIX -u XDG_DATA_HOME -u HOME LD_LIBRARY_PATH='" +
                             libraries.native() + "' " HOST_PROBE " bundles " + bundles.native());
 }
 

@@ -91,6 +91,10 @@ TEST_F(ExportTest, theUsersSettingsDoNotChangeAByte) {
 
 TEST_F(ExportTest, withoutAMonolithicStoreTheTargetIsLeftAlone) {
     makeProject();
+    for (cppmicroservices::Bundle& bundle : framework->GetBundleContext().GetBundles()) {
+        if (bundle.GetSymbolicName() == "project_metadata_monolithic")
+            bundle.Stop();
+    }
     EXPECT_EQ(raised<MetadataWriteFailure>([&] { writeMetadataToSingleFile(from, to); }),
               (Texts{to.text(), u"there is no metadata store named \"monolithic\""}));
     addClosed(u"monolithic");

@@ -1,6 +1,7 @@
 /// Finding factories of stores.
 #include "project/metadata/FactoryRegistry.hpp"
 
+#include <algorithm>
 #include <stdexcept>
 #include <thread>
 
@@ -29,10 +30,10 @@ struct EmptyFactory : MetadataManagerFactory {
     int stores = 0;
 };
 
-void expectOnlyThePlugin() {
+void expectThePluginOnce() {
     const Factories factories = getRegisteredFactories();
-    ASSERT_EQ(factories.size(), 1u);
-    EXPECT_EQ(factories.front()->getName(), u"plugin");
+    const auto isIt = [](const auto& factory) { return factory->getName() == u"plugin"; };
+    EXPECT_EQ(std::count_if(factories.begin(), factories.end(), isIt), 1);
 }
 
 class FactoryRegistryTest : public InstallationTest {
@@ -48,7 +49,7 @@ protected:
 
 TEST_F(FactoryRegistryTest, listsAllFactoriesAndFindsThemByName) {
     const Factories added{add(u"A"), add(u"B"), add(u"C")};
-    EXPECT_THAT(getRegisteredFactories(), testing::UnorderedElementsAreArray(added));
+    EXPECT_THAT(getRegisteredFactories(), testing::IsSupersetOf(added));
     EXPECT_EQ(getNamedFactory(u"B"), added[1]) << "hidden ones too";
 }
 
@@ -70,7 +71,7 @@ TEST_F(FactoryRegistryTest, aFrameworkMayComeLate) {
     EXPECT_EQ(getDefaultFactory(), nullptr);
     EXPECT_EQ(getMetadataManagerFor(folder.path()), nullptr);
     host::ServiceFramework::setFramework(framework);
-    expectOnlyThePlugin();
+    expectThePluginOnce();
 }
 
 TEST_F(FactoryRegistryTest, theDefaultIsTheOneInTheSettingsOrFixedPath) {
@@ -87,11 +88,11 @@ TEST_F(FactoryRegistryTest, pluginsAreLoadedOnceForAllThreadsAtOnce) {
     install(METADATA_TEST_PLUGIN);
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i)
-        threads.emplace_back(expectOnlyThePlugin);
+        threads.emplace_back(expectThePluginOnce);
     for (std::thread& thread : threads)
         thread.join();
     writeBytes(plugins / "text.so", "installed later, and no plug-in");
-    expectOnlyThePlugin();
+    expectThePluginOnce();
 }
 
 TEST_F(FactoryRegistryTest, aLoadingThatFailedIsTriedAgain) {
@@ -104,5 +105,5 @@ TEST_F(FactoryRegistryTest, aLoadingThatFailedIsTriedAgain) {
     setenv("METADATA_TEST_PLUGIN", "failing", 1);
     EXPECT_THROW(getNamedFactory(u"plugin"), std::runtime_error);
     unsetenv("METADATA_TEST_PLUGIN");
-    expectOnlyThePlugin();
+    expectThePluginOnce();
 }

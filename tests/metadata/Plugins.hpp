@@ -16,18 +16,20 @@
 
 namespace test {
 
-/// A service framework in an installation of the host whose plug-ins are those that a test puts there.
+/// A service framework, and a place for the plug-ins that a test adds to those of the host's installation.
 class InstallationTest : public testing::Test {
 protected:
     InstallationTest() {
         std::filesystem::create_directories(plugins);
         setenv("PROJECT_METADATA_PREFIX", folder.std().c_str(), 1);
+        setenv("XDG_DATA_HOME", folder.std().c_str(), 1);
         framework->Start();
         host::ServiceFramework::setFramework(framework);
     }
 
     ~InstallationTest() override {
         unsetenv("PROJECT_METADATA_PREFIX");
+        unsetenv("XDG_DATA_HOME");
         host::ServiceFramework::setFramework(nullptr);
         framework->Stop();
         framework->WaitForStop(std::chrono::milliseconds::zero());

@@ -56,11 +56,13 @@ FrameworkCore::~FrameworkCore() {
         stopper_.detach();  // it held the last reference, and has nothing left to do
     else if (stopper_.joinable())
         stopper_.join();
+    // An activator that is destroyed here sees that there is no context any more.
     for (const auto& bundle : bundles_) {
-        bundle->activator.reset();
         if (bundle->context)
             services_.retire(*bundle->context);
     }
+    for (const auto& bundle : bundles_)
+        bundle->activator.reset();
 }
 
 /// Waits until no other thread starts or stops the bundle. False: it is this thread, further up the stack.

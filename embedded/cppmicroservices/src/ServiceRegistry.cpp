@@ -70,6 +70,7 @@ ServiceRecord::ServiceRecord(std::shared_ptr<ContextRecord> registeredBy, Interf
       service_(std::move(service)) {
     properties[Constants::OBJECTCLASS] = interfaceIds;
     properties[Constants::SERVICE_ID] = id;
+    properties.emplace(Constants::SERVICE_SCOPE, Constants::SCOPE_SINGLETON);
 }
 
 InterfaceMapConstPtr ServiceRecord::service() const {

@@ -14,6 +14,9 @@ inline const std::string& SYSTEM_BUNDLE_SYMBOLICNAME = *new std::string("system_
 inline const std::string& OBJECTCLASS = *new std::string("objectclass");
 /// long, set by the framework: grows with every registration and is never used again.
 inline const std::string& SERVICE_ID = *new std::string("service.id");
+/// std::string, set by the framework unless it is given: SCOPE_SINGLETON, there being no other.
+inline const std::string& SERVICE_SCOPE = *new std::string("service.scope");
+inline const std::string& SCOPE_SINGLETON = *new std::string("singleton");
 /// int, 0 when absent: references are listed by falling ranking, then by rising service id.
 inline const std::string& SERVICE_RANKING = *new std::string("service.ranking");
 

@@ -18,12 +18,14 @@ public:
         FRAMEWORK_WAIT_TIMEDOUT = 0x00000200
     };
 
-    FrameworkEvent(Type type, const Bundle& framework) : type_(type), framework_(framework) {}
-
     Type GetType() const { return type_; }
     Bundle GetBundle() const { return framework_; }
 
 private:
+    friend class Framework;
+
+    FrameworkEvent(Type type, const Bundle& framework) : type_(type), framework_(framework) {}
+
     Type type_;
     Bundle framework_;
 };
