@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <set>
+#include <utility>
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Constants.h>
@@ -82,13 +84,39 @@ void follow(FileJobManager& manager, Announced& announced) {
     });
 }
 
+/// Expects that every file that differs between `before` and `after` was announced. Hidden files are the store's own
+/// business: locks, and what it writes while it works.
+void requireEveryFileAnnounced(const std::string& what, const ScratchProject& project, const Announced& announced,
+                               const std::map<std::string, std::string>& before,
+                               const std::map<std::string, std::string>& after) {
+    std::set<host::Path> named;
+    for (const Files* files : {&announced.created, &announced.modified, &announced.deleted})
+        named.insert(files->begin(), files->end());
+    auto changed = before;
+    for (const auto& [name, content] : after) {
+        const auto [file, isNew] = changed.emplace(name, content);
+        if (!isNew && file->second == content)
+            changed.erase(file);
+    }
+    for (const auto& each : changed) {
+        const host::Path file = project.root() / host::Path::fromAccessName(each.first);
+        const bool isFolder = each.first.back() == '/';
+        if (!isFolder && file.fileName().text().front() != u'.')
+            require(named.count(file) == 1, what + ": expected the file \"" + each.first +
+                                                "\", which was written or removed, to be announced, found it was not");
+    }
+}
+
 void announcesItsChanges(const ScratchProject& project) {
     const RegisteredManager manager;
     Announced seen;
     follow(*manager, seen);
     const auto store = project.open();
     // How many changes have been announced, each one before and after, and that the last one named a file.
+    auto files = readFiles(project.root());
     const auto requireAnnounced = [&](const std::string& what, int times) {
+        const auto before = std::exchange(files, readFiles(project.root()));
+        requireEveryFileAnnounced(what, project, seen, before, files);
         require(seen.before == times && seen.after == times,
                 what + ": expected " + std::to_string(times) + " announcements in all, found " +
                     std::to_string(seen.before) + " before and " + std::to_string(seen.after) + " after changes");
@@ -138,7 +166,8 @@ std::vector<Rule> getNotificationRules() {
     return {
         {"AnnouncesItsChanges",
          "A change is one `FileJob` that the registered `FileJobManager` runs, so that its subscribers are told before "
-         "and after it which files are new, modified and deleted; a change that changes nothing is not announced.",
+         "and after it which files are new, modified and deleted, hidden ones aside; a change that changes nothing is "
+         "not announced.",
          announcesItsChanges},
         {"SubscribersCanStopAChange",
          "The error of a subscriber that refuses a change ends the operation, and the old content stays.",

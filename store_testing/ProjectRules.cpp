@@ -1,8 +1,12 @@
 // A project on disk: when it is made, whose it is, and what is written.
 
+#include <filesystem>
+
+#include "host/FileSystem.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/CoreMetadataHandler.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_testing/RuleGroups.hpp"
 #include "store_testing/ScratchProject.hpp"
@@ -66,6 +70,45 @@ void leavesOtherProjectsAlone(const ScratchProject& project) {
     requireSameFiles("in a project of another kind", before, readFiles(project.root()));
 }
 
+void usesTheFolderInUse(const ScratchProject& project) {
+    project.open()->setNodes({{path("a"), node("1")}, {path("b/c"), node("1")}});
+    for (const std::u16string& name : metadata::getSupportedRoots()) {
+        const host::Path folder = project.root() / host::Path(name);
+        const host::Path last = project.metadataFolder();
+        if (folder == last)
+            continue;
+        const std::string what = "with the metadata folder \"" + folder.fileName().accessName() + '"';
+        host::FileSystem::create_directories(folder.parentPath());
+        std::filesystem::rename(last.accessName(), folder.accessName());
+        requireContent(what, *project.open(), "a(1) b b/c(1)");
+        project.open()->setNode(path("b/c"), *node("2"));
+        requireContent(what + ", after a change", *project.open(), "a(1) b b/c(2)");
+        require(!host::FileSystem::exists(last / u"Project.xml"),
+                what + ": expected no file in another folder, found the core file");
+        project.open()->setNode(path("b/c"), *node("1"));
+    }
+}
+
+void convertedProjectIsNotOverwritten(const ScratchProject& project) {
+    const std::map<std::string, void (*)(MetadataManager&)> changes{
+        {"setNode", [](MetadataManager& store) { store.setNode(path("a"), *node("2")); }},
+        {"addPath", [](MetadataManager& store) { store.addPath(path("b")); }},
+        {"setPaths", [](MetadataManager& store) { store.setPaths(paths("b")); }}};
+    for (const auto& [what, change] : changes) {
+        const auto store = project.open(what);
+        store->setNode(path("a"), *node("1"));
+        const host::Path folder = project.metadataFolder(what);
+        host::FileSystem::remove_all(folder);
+        metadata::CoreMetadataHandler(folder, project.factory()->getName() + u" of another kind", u"P")
+            .createCoreMetadata();
+        const auto before = readFiles(project.root(what));
+        requireThrows<exception::ProjectException>(what + " in a project that became one of another kind",
+                                                   "of the library", [&, &make = change] { make(*store); });
+        requireSameFiles("after " + what + " in a project that became one of another kind", before,
+                         readFiles(project.root(what)));
+    }
+}
+
 /// A node with everything that a node may have.
 std::shared_ptr<MetadataNode> richNode() {
     auto rich = std::make_shared<MetadataNodeSpecification>(u"Rich");
@@ -127,6 +170,13 @@ std::vector<Rule> getProjectRules() {
          "`canManage` is false for a folder without metadata and for a project of another kind, and opening the latter "
          "is a `MetadataReadFailure` that leaves it as it is.",
          leavesOtherProjectsAlone},
+        {"UsesTheFolderInUse",
+         "A store keeps a project in the metadata folder that it has, whichever of the supported ones that is.",
+         usesTheFolderInUse},
+        {"ConvertedProjectIsNotOverwritten",
+         "A project that became one of another kind while a store was open is not changed by it: what would change "
+         "it is an error of the library.",
+         convertedProjectIsNotOverwritten},
         {"ReopenedStoreHasEverything",
          "A store that is opened anew has every path in its order and every node with its attributes, its children and "
          "every character of its values.",

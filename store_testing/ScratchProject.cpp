@@ -22,12 +22,17 @@ std::string quoted(const std::string& text) {
     return '"' + text + '"';
 }
 
+/// A store that answers a path as its own child, or a relative one, would keep those for ever who walk its tree.
+void requireStep(const MetadataPath& parent, const MetadataPath& child) {
+    require(child.getPath().size() == parent.getPath().size() + 1 && child.getParent() == parent,
+            "a child of " + quoted(describe({parent})) + ": expected a full path with one more step, found " +
+                quoted(describe({child})));
+}
+
 std::string outline(const MetadataManager& store, const MetadataPath& parent, const std::string& prefix) {
     std::string text;
     for (const MetadataPath& child : store.getChildren(parent)) {
-        // A store that answers a path as its own child would keep us here for ever.
-        require(child.getPath().size() == parent.getPath().size() + 1,
-                "the child of " + quoted(prefix) + " that was found is no path one step longer");
+        requireStep(parent, child);
         const std::string name = prefix + host::toUtf8(child.getLeaf().getLocation());
         const auto found = store.getNode(child);
         text += (text.empty() ? "" : " ") + name + (found ? "(" + host::toUtf8(found->get(u"Value")) + ")" : "");
@@ -98,6 +103,21 @@ std::string describe(const MetadataNode* node) {
     return text + ">";
 }
 
+std::string describe(const std::vector<MetadataPath>& all) {
+    std::string text;
+    for (const MetadataPath& each : all) {
+        text += text.empty() ? "" : " ";
+        const char* separator = "";
+        for (const PathElement& element : each.getPath()) {
+            text += separator + host::toUtf8(element.getLocation());
+            separator = "/";
+        }
+        if (each.getPath().empty())
+            text += '/';
+    }
+    return text;
+}
+
 std::vector<std::pair<MetadataPath, std::string>> read(const MetadataManager& store) {
     std::vector<std::pair<MetadataPath, std::string>> content;
     std::deque<MetadataPath> queue(1);
@@ -109,8 +129,10 @@ std::vector<std::pair<MetadataPath, std::string>> read(const MetadataManager& st
         require(store.hasNode(current) == (found != nullptr), "hasNode and getNode contradict each other at " + name);
         require(store.hasPath(current), "getChildren names " + name + ", and hasPath does not know it");
         content.emplace_back(current, describe(found.get()));
-        for (const MetadataPath& child : store.getChildren(current))
+        for (const MetadataPath& child : store.getChildren(current)) {
+            requireStep(current, child);
             queue.push_back(child);
+        }
     }
     return content;
 }

@@ -69,6 +69,9 @@ std::shared_ptr<MetadataNode> node(const std::string& value);
 /// A tree as text: equal texts mean equal trees.
 std::string describe(const MetadataNode* node);
 
+/// Paths as `paths` takes them, whatever the types of their steps.
+std::string describe(const std::vector<MetadataPath>& all);
+
 /// Every path, level by level, with its node as `describe` shows it.
 /// @throws Breach if the answers of `store` contradict each other
 std::vector<std::pair<MetadataPath, std::string>> read(const MetadataManager& store);

@@ -1,10 +1,12 @@
 // Several stores on one project.
 
-#include <atomic>
 #include <functional>
 #include <future>
+#include <utility>
 
+#include "host/FileSystem.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_testing/ChildProcess.hpp"
 #include "store_testing/RuleGroups.hpp"
 #include "store_testing/ScratchProject.hpp"
 
@@ -59,7 +61,10 @@ void staleNodeIsNotReplaced(const ScratchProject& project) {
     stale->hasPath(path("b"));
     requireRefused("setNode over another store's change", *stale, single);
     requireRefused("setNodes over another store's change", *stale, batch);
-    requireContent("after the refused changes", *project.open(), "a(1) b(2)");
+    // Nor does a change of another node.
+    stale->setNode(path("a"), *node("2"));
+    requireRefused("setNode over another store's change, after a change of another node", *stale, single);
+    requireContent("after the refused changes", *project.open(), "a(2) b(2)");
 
     stale->getNode(path("b"));
     batch(*stale);
@@ -87,45 +92,68 @@ void staleNodeIsNotRemoved(const ScratchProject& project) {
 }
 
 /// Runs both at the same time, each in a thread of its own. @throws what one of them throws
-void runTogether(const std::function<void()>& one, const std::function<void()>& other) {
+void runInThreads(const std::function<void()>& one, const std::function<void()>& other) {
     auto running = std::async(std::launch::async, one);
     other();
     running.get();
 }
 
+/// The same in a process of their own. @throws Breach if one of them ends with an error or does not come to its end
+void runInProcesses(const std::function<void()>& one, const std::function<void()>& other) {
+    ChildProcess first(one);
+    ChildProcess second(other);
+    for (ChildProcess* process : {&first, &second}) {
+        if (const auto breach = process->wait(checkLimit))
+            throw Breach("in a process beside another: " + *breach);
+    }
+}
+
+using RunTogether = void (*)(const std::function<void()>& one, const std::function<void()>& other);
+
+/// Processes come first: they are forked off one that has never had another thread.
+const std::pair<const char*, RunTogether> waysToRun[] = {{"processes", runInProcesses}, {"threads", runInThreads}};
+
 void simultaneousChangesAllStay(const ScratchProject& project) {
     constexpr int count = 10;
-    const auto write = [&](const std::string& name) {
-        const auto store = project.open();
-        for (int i = 0; i < count; ++i)
-            store->setNode(path(name + std::to_string(i)), *node("1"));
-    };
-    project.root();
-    runTogether([&] { write("a"); }, [&] { write("b"); });
-    const auto found = project.open()->getChildren(MetadataPath()).size();
-    require(found == 2 * count,
-            "expected " + std::to_string(2 * count) + " nodes set by two stores, found " + std::to_string(found));
+    for (const auto& [what, run] : waysToRun) {
+        const std::string root = std::string("in ") + what;
+        project.root(root);
+        const auto write = [&](const std::string& name) {
+            const auto store = project.open(root);
+            for (int i = 0; i < count; ++i)
+                store->setNode(path(name + std::to_string(i)), *node("1"));
+        };
+        run([&] { write("a"); }, [&] { write("b"); });
+        const auto found = project.open(root)->getChildren(MetadataPath()).size();
+        requireEqual(std::string("the number of nodes that were set in two ") + what + " at the same time",
+                     std::to_string(2 * count), std::to_string(found));
+    }
 }
 
 void readersSeeWholeBatches(const ScratchProject& project) {
     const std::vector<MetadataPath> batches[] = {paths("a b c d"), paths("e f g h")};
-    project.open()->setPaths(batches[0]);
-    std::atomic<bool> finished = false;
-    const auto read = [&] {
-        const auto store = project.open();
-        while (!finished) {
-            const auto found = store->getChildren(MetadataPath());
-            require(found == batches[0] || found == batches[1],
-                    "expected the paths of one batch while another store writes, found a mixture");
-        }
-    };
-    const auto write = [&] {
-        const std::shared_ptr<void> atTheEnd(nullptr, [&](void*) { finished = true; });
-        const auto store = project.open();
-        for (std::size_t i = 1; i <= 20; ++i)
-            store->setPaths(batches[i % 2]);
-    };
-    runTogether(read, write);
+    for (const auto& [what, run] : waysToRun) {
+        const std::string root = std::string("in ") + what;
+        project.open(root)->setPaths(batches[0]);
+        const host::Path finished = project.folder() / u"finished" / project.root(root).fileName();
+        const auto read = [&, root] {
+            const auto store = project.open(root);
+            while (!host::FileSystem::exists(finished)) {
+                const auto found = store->getChildren(MetadataPath());
+                require(found == batches[0] || found == batches[1],
+                        "the paths while another store writes: expected \"a b c d\" or \"e f g h\", found \"" +
+                            describe(found) + '"');
+            }
+        };
+        const auto write = [&, root] {
+            const std::shared_ptr<void> atTheEnd(nullptr,
+                                                 [&](void*) { host::FileSystem::create_directories(finished); });
+            const auto store = project.open(root);
+            for (std::size_t i = 1; i <= 20; ++i)
+                store->setPaths(batches[i % 2]);
+        };
+        run(read, write);
+    }
 }
 
 }  // namespace
@@ -146,8 +174,8 @@ std::vector<Rule> getSharingRules() {
          "it out.",
          staleNodeIsNotRemoved},
         {"SimultaneousChangesAllStay",
-         "Stores that change one project at the same time, each in a thread of its own, wait for each other, and all "
-         "their changes stay.",
+         "Stores that change one project at the same time, be it in threads or in processes of their own, wait for "
+         "each other, and all their changes stay.",
          simultaneousChangesAllStay},
         {"ReadersSeeWholeBatches",
          "A reading operation sees all of a batch that another store writes, or nothing of it.",

@@ -1,31 +1,34 @@
 #include "store_testing/StoreContract.hpp"
 
+#include <algorithm>
+
+#include "store_testing/ChildProcess.hpp"
 #include "store_testing/RuleGroups.hpp"
 #include "store_testing/ScratchProject.hpp"
 
 namespace project::store_testing {
 
 const std::vector<Rule>& getRules() {
-    static const std::vector<Rule> rules = [] {
+    static const auto& rules = *new auto([] {
         std::vector<Rule> all;
         for (const auto& group : {getProjectRules(), getOperationRules(), getTextRules(), getRefusalRules(),
                                   getSharingRules(), getNotificationRules()})
             all.insert(all.end(), group.begin(), group.end());
         return all;
-    }();
+    }());
     return rules;
 }
 
-std::optional<std::string> findBreach(const Rule& rule, const FactoryMaker& makeFactory) {
+const Rule* findRule(const std::string& name) {
+    const auto& rules = getRules();
+    const auto found = std::find_if(rules.begin(), rules.end(), [&](const Rule& rule) { return rule.name == name; });
+    return found == rules.end() ? nullptr : &*found;
+}
+
+std::optional<std::string> findBreach(const Rule& rule, const FactoryMaker& makeFactory,
+                                      std::chrono::milliseconds limit) {
     const ScratchProject project(makeFactory);
-    try {
-        rule.check(project);
-        return std::nullopt;
-    } catch (const Breach& breach) {
-        return breach.what();
-    } catch (...) {
-        return "expected no error, found " + describeCurrentException();
-    }
+    return ChildProcess([&] { rule.check(project); }).wait(limit);
 }
 
 }  // namespace project::store_testing

@@ -61,9 +61,24 @@ struct Count {
     int failed = 0;
 };
 
+/// The rules of the given names, all without one.
+std::vector<testing::Rule> chooseRules(const std::vector<std::string>& names) {
+    if (names.empty())
+        return testing::getRules();
+    std::vector<testing::Rule> rules;
+    for (const std::string& name : names) {
+        const testing::Rule* const rule = testing::findRule(name);
+        if (!rule)
+            throw CommandError(Status::usage, "There is no rule \"" + escapeText(host::fromUtf8(name)) + '"');
+        rules.push_back(*rule);
+    }
+    return rules;
+}
+
 /// @param list where the outcomes go with --json; null without
-void checkRules(const std::shared_ptr<pm::MetadataManagerFactory>& factory, Count& count, JsonList* list) {
-    for (const testing::Rule& rule : testing::getRules()) {
+void checkRules(const std::shared_ptr<pm::MetadataManagerFactory>& factory, const std::vector<testing::Rule>& rules,
+                Count& count, JsonList* list) {
+    for (const testing::Rule& rule : rules) {
         const auto breach = testing::findBreach(rule, [&] { return factory; });
         const std::string name = rule.name;
         const std::u16string message = host::fromUtf8(breach.value_or(""));
@@ -80,7 +95,8 @@ void checkRules(const std::shared_ptr<pm::MetadataManagerFactory>& factory, Coun
     }
 }
 
-Status conform(const host::Path& file, bool isJson) {
+Status conform(const host::Path& file, const std::vector<std::string>& ruleNames, bool isJson) {
+    const auto rules = chooseRules(ruleNames);
     if (!host::FileSystem::exists(file))
         throw CommandError(Status::failure, "There is no file " + quoted(file));
     const Factories factories = loadFactories(file);
@@ -93,7 +109,7 @@ Status conform(const host::Path& file, bool isJson) {
     for (const auto& factory : factories) {
         if (factories.size() > 1 && !isJson)
             print("The store \"" + escapeName(factory->getName()) + "\":\n");
-        checkRules(factory, count, isJson ? &list : nullptr);
+        checkRules(factory, rules, count, isJson ? &list : nullptr);
     }
     if (isJson)
         list.end();
@@ -105,7 +121,9 @@ Status conform(const host::Path& file, bool isJson) {
 Command::Action configure(CLI::App& app) {
     const auto file = std::make_shared<std::string>();
     addArgument(app, "BUNDLE", *file, "The bundle's file, a shared object", Need::required);
-    return [file, isJson = addJson(app)] { return conform(host::Path::fromAccessName(*file), *isJson); };
+    const auto rules = std::make_shared<std::vector<std::string>>();
+    addOption(app, "--rule", *rules, "Check this rule only; may be repeated", "NAME");
+    return [file, rules, isJson = addJson(app)] { return conform(host::Path::fromAccessName(*file), *rules, *isJson); };
 }
 
 const Command command(Group::trust, "conform", "Check whether the stores of a plug-in keep the contract", configure);

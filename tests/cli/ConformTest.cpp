@@ -38,6 +38,11 @@ TEST_F(ConformTest, brokenStoreFailsWithTheRulesAndTheReasons) {
                 HasSubstr("FAILED  SetNodeReplacesOneNode: createManager: expected a store, found null\n"));
     EXPECT_THAT(outcome.out, ContainsRegex("\n1 passed, [0-9]+ failed\n$"));
 
+    const Outcome two =
+        run({"conform", CLI_TEST_PLUGIN, "--rule", "ReadingWritesNothing", "--rule", "FactoryNamesItself"});
+    EXPECT_THAT(two.out, MatchesRegex("FAILED  Reading[^\n]*\npassed  FactoryNamesItself\n1 passed, 1 failed\n"));
+    expectFailure(run({"conform", CLI_TEST_PLUGIN, "--rule", "Reading"}), 2, {"no rule \"Reading\""});
+
     const Outcome asJson = run({"conform", CLI_TEST_PLUGIN, "--json"});
     EXPECT_EQ(asJson.status, 1);
     const auto rules = nlohmann::json::parse(asJson.out);
