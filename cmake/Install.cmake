@@ -12,7 +12,8 @@ if(NOT TARGET project_host)
     return()
 endif()
 
-install(TARGETS project_metadata project_host project_metadata_operations store_support store_testing
+install(TARGETS project_metadata project_host project_metadata_operations project_metadata_store_support
+    project_metadata_store_testing
     EXPORT project_metadataTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})

@@ -40,4 +40,6 @@ else()
 endif()
 message(STATUS "Service framework: ${PROJECT_METADATA_SERVICES_NAME}")
 
-install(TARGETS project_metadata_services EXPORT project_metadataTargets)
+if(PROJECT_METADATA_INSTALL)
+    install(TARGETS project_metadata_services EXPORT project_metadataTargets)
+endif()

@@ -105,7 +105,7 @@ std::unique_ptr<MetadataNode> PlainStore::getNode(const MetadataPath& path) cons
 void PlainStore::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
     change([&](Content& content) {
         for (const auto& [path, node] : nodes)
-            add(content, path).node = std::make_shared<MetadataNodeSpecification>(*node);
+            add(content, path).node = node ? std::make_shared<MetadataNodeSpecification>(*node) : nullptr;
     });
 }
 

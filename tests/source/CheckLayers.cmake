@@ -21,6 +21,7 @@ forbid(host project embedded store_support store_testing stores operations cli t
 forbid(project embedded store_support store_testing stores operations cli tests)
 forbid(embedded project store_support store_testing stores operations cli tests)
 forbid(store_support embedded store_testing stores operations cli tests)
+forbid(host_testing project embedded store_support store_testing stores operations cli tests)
 forbid(store_testing embedded store_support stores operations cli tests)
 forbid(operations embedded store_testing stores cli tests CLI nlohmann)
 forbid(cli embedded store_support stores tests)
