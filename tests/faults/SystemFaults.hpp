@@ -1,0 +1,40 @@
+/// Makes system calls fail, or kills the process in their place, so that a test can see what happens then.
+///
+/// The kernel hands the calls over itself (seccomp), so none is missed, whichever library makes it. What is trapped are
+/// the calls that work on files; those on the descriptors 0 to 2 do not count. For x86-64, and for processes with one
+/// thread.
+#pragma once
+
+#include <string>
+
+namespace test {
+
+/// What happens to the calls from `startFaults` to `stopFaults`. Calls are numbered from 1.
+struct FaultPlan {
+    int failAt = 0;          ///< this call fails; 0 for none
+    bool isLasting = false;  ///< and so do all calls after it
+    int variant = 0;  ///< which of the errors that the call can have, counted round; reads and writes may be cut short
+    int killAt = 0;   ///< the process is killed in the place of this call; 0 for none
+};
+
+/// Hands the system calls of this process over to this file, for good. To be called in a child process.
+/// @throws std::runtime_error if the kernel refuses
+void trapSystemCalls();
+
+/// From now on calls are counted and `plan` is carried out.
+void startFaults(const FaultPlan& plan);
+
+struct FaultCounts {
+    int calls = 0;     ///< how many calls there were
+    int injected = 0;  ///< how many of them were made to fail
+    std::string what;  ///< the first of those: its name, what happened to it, and its path if it has one
+    int error = 0;     ///< its error number; 0 if it was cut short
+};
+
+/// Ends what `startFaults` began.
+FaultCounts stopFaults();
+
+/// How many variants there are of what a call may have.
+constexpr int faultVariants = 6;
+
+}  // namespace test
