@@ -6,9 +6,20 @@
 //     journal-back       the same file, renamed, if the batch is being taken back because a step failed
 //
 // The journal is a line "project_metadata batch 1", and then for each file a letter (FileStep), its name relative to
-// the metadata folder, and a zero byte. It comes into being by a rename, so it is never half there. Each step can be
-// done again after it was done, in both directions, so a batch that was interrupted at any point is carried on from its
-// first step.
+// the metadata folder, and a zero byte. It comes into being by a rename, so it is never half there.
+//
+// Each step moves files and destroys nothing, so it can be done again after it was done, and in both directions: a
+// batch that was interrupted at any point is carried on from its first step. A file has up to three places:
+//
+//     step        place of the new content    place of the old content    done    taken back
+//     create  C   new/N, then the file        none                        new/N is gone   it is back
+//     replace R   new/N, then the file        the file, and old/N         new/N is gone   both are back
+//     remove  D   none                        the file, then old/N        old/N is there  it is gone
+//
+// Flushes stand where the order in which changes reach the disk matters: new files before the journal, the journal
+// before the first step, folders that were made before what is put into them, the steps before the journal's removal,
+// the turn to taking back before the first step of that. Once the journal is gone the batch is over, so nothing is
+// removed before that which taking back needs.
 //
 // A journal is found in a folder that may come from anywhere. So what it names must lie in the metadata folder, and
 // nothing on the way there may be a symbolic link.
@@ -23,26 +34,33 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <set>
+#include <string_view>
 #include <thread>
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
 using host::Path;
+using project::metadata::getParentFolder;
+using project::metadata::MetadataDamage;
+using project::metadata::MetadataReadFailure;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
 
 namespace {
 
-const std::string& header = *new std::string("project_metadata batch 1");
+constexpr std::string_view header = "project_metadata batch 1\n";
+
+/// In bytes; a journal has some hundred a file.
+constexpr std::size_t maximumJournalSize = std::size_t{1} << 30U;
 
 Path getJournalFile(const Path& folder) {
     return getScratchFolder(folder) / u"journal";
@@ -56,36 +74,19 @@ Path getOldFile(const Path& folder, std::size_t index) {
     return getScratchFolder(folder) / u"old" / Path::fromAccessName(std::to_string(index));
 }
 
-bool exists(const Path& path) {
-    struct stat status {};
-    return lstat(path.accessName().c_str(), &status) == 0;
-}
-
-/// Symbolic links do not count.
-bool isFolder(const Path& path) {
-    struct stat status {};
-    return lstat(path.accessName().c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-/// @return the reason why it failed, 0 if it did not
-int tryToRename(const Path& from, const Path& to) {
-    return std::rename(from.accessName().c_str(), to.accessName().c_str()) == 0 ? 0 : errno;
+void rename(const Path& from, const Path& to, const Path& blamed) {
+    if (std::rename(from.accessName().c_str(), to.accessName().c_str()) != 0)
+        raiseSystemError(blamed, errno);
 }
 
 void writeJournal(const Path& folder, const Journal& journal) {
     const Path file = getJournalFile(folder);
     const Path draft = getScratchFolder(folder) / u"draft";
-    std::ofstream stream(draft.accessName(), std::ios::binary | std::ios::trunc);
-    stream << header << '\n';
+    std::string bytes(header);
     for (const JournalEntry& entry : journal)
-        stream << static_cast<char>(entry.step) << entry.file << '\0';
-    stream.close();
-    if (!stream)
-        raiseSystemError(draft, errno);
-    flushFile(draft);
-    if (const int reason = tryToRename(draft, file))
-        raiseSystemError(file, reason);
-    flushFile(getScratchFolder(folder));
+        bytes += static_cast<char>(entry.step) + entry.file + '\0';
+    writeFlushed(draft, bytes);
+    rename(draft, file, file);
 }
 
 /// Whether `name` leads to a place in `folder`, through folders only.
@@ -106,121 +107,195 @@ bool isInside(const Path& folder, const std::string& name) {
     }
 }
 
-/// @param file the journal
-Journal readJournal(const Path& folder, const Path& file) {
-    const auto require = [&](bool isTrue) {
-        if (!isTrue)
-            raise<MetadataWriteFailure>(file.text(), u"it is no journal of an interrupted change");
-    };
-    std::ifstream stream(file.accessName(), std::ios::binary);
-    std::string line;
-    std::getline(stream, line);
-    require(line == header);
+/// A journal as it was found. One that is damaged has no content.
+struct FoundJournal {
+    Path file;
+    std::optional<Journal> content;
+};
+
+/// @return no value if `bytes` is no journal
+std::optional<Journal> parseJournal(const Path& folder, const std::string& bytes) {
+    if (bytes.compare(0, header.size(), header) != 0)
+        return std::nullopt;
     Journal journal;
-    while (std::getline(stream, line, '\0')) {
-        require(line.find_first_of("CRD") == 0 && !stream.eof() && isInside(folder, line.substr(1)));
-        journal.push_back({static_cast<FileStep>(line[0]), line.substr(1)});
+    for (std::size_t begin = header.size(); begin < bytes.size();) {
+        const std::size_t end = bytes.find('\0', begin);
+        if (end == std::string::npos || std::string_view("CRD").find(bytes[begin]) == std::string_view::npos)
+            return std::nullopt;
+        journal.push_back({static_cast<FileStep>(bytes[begin]), bytes.substr(begin + 1, end - begin - 1)});
+        if (!isInside(folder, journal.back().file))
+            return std::nullopt;
+        begin = end + 1;
     }
-    for (const auto* subfolder : {u"new", u"old"})
-        require(isFolder(getScratchFolder(folder) / subfolder));
+    for (const auto* subfolder : {u"new", u"old"}) {
+        if (!isFolder(getScratchFolder(folder) / subfolder))
+            return std::nullopt;
+    }
     return journal;
 }
 
-/// Gives the old file of a replaced one a second name, so that it can come back.
-void keepOld(const Path& file, const Path& old) {
-    if (link(file.accessName().c_str(), old.accessName().c_str()) == 0 || errno == EEXIST || errno == ENOENT)
+/// No value if there is none. If there is a journal, its name tells the direction.
+std::optional<FoundJournal> findJournal(const Path& folder) {
+    if (!isFolder(getScratchFolder(folder)))
+        return std::nullopt;
+    // In this order: a journal that is renamed meanwhile must not be missed.
+    for (const Path& file : {getJournalFile(folder), getBackJournalFile(folder)}) {
+        const auto status = findStatus(file);
+        if (!status)
+            continue;
+        if (!S_ISREG(status->st_mode) || static_cast<std::size_t>(status->st_size) > maximumJournalSize)
+            return FoundJournal{file, std::nullopt};
+        const auto bytes = readRegularFile(file, maximumJournalSize);
+        if (!bytes)
+            continue;
+        auto journal = parseJournal(folder, *bytes);
+        // The batch may have come to its end meanwhile.
+        if (journal || exists(file))
+            return FoundJournal{file, std::move(journal)};
+    }
+    return std::nullopt;
+}
+
+MetadataDamage makeDamage(const FoundJournal& journal) {
+    return {journal.file, u"it is no journal of an interrupted change"};
+}
+
+/// Gives `file` the second name `copy`. That it has one already, or does not exist, is no error.
+void keep(const Path& file, const Path& copy) {
+    if (link(file.accessName().c_str(), copy.accessName().c_str()) == 0 || errno == EEXIST || errno == ENOENT)
         return;
+    if (errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK && errno != ENOSYS)
+        raiseSystemError(file, errno);
     // A file system without links. A copy that was interrupted is of no use, so it gets its name at the end.
-    const Path draft(old.text() + u".draft");
-    host::FileSystem::copy_file(file, draft, host::CopyOption::overwriteExisting);
+    const Path draft(copy.text() + u".draft");
+    try {
+        host::FileSystem::copy_file(file, draft, host::CopyOption::overwriteExisting);
+    } catch (const host::FileSystemException& error) {
+        raiseSystemError(file, error.code().value());
+    }
     flushFile(draft);
-    if (const int reason = tryToRename(draft, old))
-        raiseSystemError(file, reason);
+    rename(draft, copy, file);
 }
 
 void doStep(const Path& folder, const JournalEntry& entry, std::size_t index) {
     const Path file = folder / Path::fromAccessName(entry.file);
     const Path staged = getStagedFile(folder, index);
-    const Path old = getOldFile(folder, index);
-    int reason = 0;
     if (entry.step == FileStep::remove) {
-        reason = tryToRename(file, old);
+        if (exists(file))
+            rename(file, getOldFile(folder, index), file);
     } else if (exists(staged)) {
         if (entry.step == FileStep::replace)
-            keepOld(file, old);
-        reason = tryToRename(staged, file);
-        if (reason == ENOENT && entry.step == FileStep::create) {
-            project::metadata::makeFolder(project::metadata::getParentFolder(file));
-            reason = tryToRename(staged, file);
-        }
-        if (reason == ENOENT)  // its folder has been removed since
-            raiseSystemError(file, reason);
+            keep(file, getOldFile(folder, index));
+        rename(staged, file, file);
     }
-    if (reason != 0 && reason != ENOENT)
-        raiseSystemError(file, reason);
 }
 
 void undoStep(const Path& folder, const JournalEntry& entry, std::size_t index) {
     const Path file = folder / Path::fromAccessName(entry.file);
-    int reason = 0;
-    if (entry.step != FileStep::create)
-        reason = tryToRename(getOldFile(folder, index), file);
-    else if (!exists(getStagedFile(folder, index)) && unlink(file.accessName().c_str()) != 0)
-        reason = errno;
-    if (reason != 0 && reason != ENOENT)
-        raiseSystemError(file, reason);
+    const Path staged = getStagedFile(folder, index);
+    const Path old = getOldFile(folder, index);
+    if (entry.step == FileStep::create) {
+        if (!exists(staged) && exists(file))
+            rename(file, staged, file);
+    } else if (exists(old)) {
+        if (entry.step == FileStep::replace)
+            keep(file, staged);
+        rename(old, file, file);
+    } else if (entry.step == FileStep::replace && !exists(staged)) {
+        raise<MetadataWriteFailure>(file.text(), u"its old content, to which it was to return, is gone");
+    }
+}
+
+/// The folders of the files for which `isWanted` holds, each once, parents first.
+template <class Predicate>
+std::set<Path> getFolders(const Path& folder, const Journal& journal, const Predicate& isWanted) {
+    std::set<Path> folders;
+    for (const JournalEntry& entry : journal) {
+        if (isWanted(entry))
+            folders.insert(getParentFolder(folder / Path::fromAccessName(entry.file)));
+    }
+    return folders;
+}
+
+/// Makes the folders of new files. @return whether any was missing
+bool makeFolders(const Path& folder, const Journal& journal) {
+    bool isAnyNew = false;
+    for (const Path& place :
+         getFolders(folder, journal, [](const JournalEntry& entry) { return entry.step == FileStep::create; })) {
+        if (isFolder(place))
+            continue;
+        isAnyNew = true;
+        project::metadata::makeFolder(place);
+    }
+    return isAnyNew;
 }
 
 /// Shows readers that the folders of the files have changed.
 void stampFolders(const Path& folder, const Journal& journal) {
-    std::set<Path> folders;
-    for (const JournalEntry& entry : journal)
-        folders.insert(project::metadata::getParentFolder(folder / Path::fromAccessName(entry.file)));
+    const auto folders = getFolders(folder, journal, [](const JournalEntry&) { return true; });
     std::for_each(folders.begin(), folders.end(), stampFolder);
 }
 
-/// Removes the folders above the files that `step` was meant for, up to the metadata folder, that are empty.
+/// Removes the folders above the files that `step` was meant for, up to the metadata folder, that are empty. An empty
+/// folder that stays does no harm.
 void removeEmptyFolders(const Path& folder, const Journal& journal, FileStep step) {
-    for (const JournalEntry& entry : journal) {
-        Path place = entry.step == step ? folder / Path::fromAccessName(entry.file) : folder;
-        while (place != folder) {
-            place = project::metadata::getParentFolder(place);
-            if (place == folder || rmdir(place.accessName().c_str()) != 0)
-                break;
-        }
+    const auto folders = getFolders(folder, journal, [&](const JournalEntry& entry) { return entry.step == step; });
+    for (auto place = folders.rbegin(); place != folders.rend(); ++place) {
+        for (Path above = *place; above != folder && rmdir(above.accessName().c_str()) == 0;)
+            above = getParentFolder(above);
     }
 }
 
-/// @param file the journal, which is removed once all steps are done
+/// What is left to do once the steps are done and on disk, in either direction.
+/// @param file the journal
 /// @param leaving the kind of step that leaves folders empty
-template <class Step>
-void doAll(const Path& folder, const Journal& journal, const Path& file, const Step& step, FileStep leaving) {
-    for (std::size_t i = 0; i < journal.size(); ++i)
-        step(folder, journal[i], i);
+void finish(const Path& folder, const Journal& journal, const Path& file, FileStep leaving) {
     removeEmptyFolders(folder, journal, leaving);
     stampFolders(folder, journal);
-    flushFileSystem(folder);
     if (unlink(file.accessName().c_str()) != 0)
         raiseSystemError(file, errno);
     flushFile(getScratchFolder(folder));
 }
 
+/// What is done so far must be on disk.
 void takeBack(const Path& folder, const Journal& journal) {
-    const Path file = getBackJournalFile(folder);
-    // A rename needs no space, which may be what is lacking.
-    const int reason = tryToRename(getJournalFile(folder), file);
-    if (reason != 0 && reason != ENOENT)
-        raiseSystemError(file, reason);
-    doAll(folder, journal, file, undoStep, FileStep::create);
+    flushFile(getScratchFolder(folder));
+    for (std::size_t i = 0; i < journal.size(); ++i)
+        undoStep(folder, journal[i], i);
+    flushFileSystem(folder);
+    finish(folder, journal, getBackJournalFile(folder), FileStep::create);
+}
+
+/// Carries out `step`; if that fails, turns from carrying out to taking back.
+template <class Step>
+void attempt(const Path& folder, const Journal& journal, const Step& step) {
+    try {
+        step();
+    } catch (...) {
+        try {
+            flushFileSystem(folder);
+            // A rename needs no space, which may be what is lacking.
+            rename(getJournalFile(folder), getBackJournalFile(folder), getJournalFile(folder));
+            takeBack(folder, journal);
+        } catch (...) {
+            // There still is a journal, in one direction or the other, and whoever comes next goes on from there.
+        }
+        throw;
+    }
 }
 
 void doAllOrNone(const Path& folder, const Journal& journal) {
-    try {
-        doAll(folder, journal, getJournalFile(folder), doStep, FileStep::remove);
-    } catch (...) {
-        takeBack(folder, journal);
-        throw;
-    }
+    flushFile(getScratchFolder(folder));
+    bool madeFolders = false;
+    attempt(folder, journal, [&] { madeFolders = makeFolders(folder, journal); });
+    if (madeFolders)
+        flushFileSystem(folder);
+    attempt(folder, journal, [&] {
+        for (std::size_t i = 0; i < journal.size(); ++i)
+            doStep(folder, journal[i], i);
+    });
+    flushFileSystem(folder);
+    finish(folder, journal, getJournalFile(folder), FileStep::remove);
 }
 
 }  // namespace
@@ -241,33 +316,62 @@ void carryOut(const Path& folder, const Journal& journal) {
 }
 
 void recover(const Path& folder) {
-    const Path scratch = getScratchFolder(folder);
-    if (!exists(scratch))
-        return;
-    if (isFolder(scratch)) {
-        if (const Path file = getJournalFile(folder); exists(file))
-            doAllOrNone(folder, readJournal(folder, file));
-        else if (const Path backFile = getBackJournalFile(folder); exists(backFile))
-            takeBack(folder, readJournal(folder, backFile));
+    if (const auto found = findJournal(folder)) {
+        if (!found->content) {
+            const MetadataDamage damage = makeDamage(*found);
+            raise<MetadataWriteFailure>(damage.file.text(), damage.problem);
+        }
+        if (found->file == getJournalFile(folder))
+            doAllOrNone(folder, *found->content);
+        else
+            takeBack(folder, *found->content);
     }
-    project::metadata::deleteFiles({scratch});
+    removeTree(getScratchFolder(folder));
 }
 
 bool isInterrupted(const Path& folder) {
-    return isFolder(getScratchFolder(folder)) && (exists(getJournalFile(folder)) || exists(getBackJournalFile(folder)));
+    const auto journal = findJournal(folder);
+    return journal && journal->content;
+}
+
+std::optional<MetadataDamage> findJournalDamage(const Path& folder) {
+    const auto journal = findJournal(folder);
+    return journal && !journal->content ? std::optional(makeDamage(*journal)) : std::nullopt;
+}
+
+std::optional<Path> setAsideDamagedChange(const Path& folder) {
+    if (!findJournalDamage(folder))
+        return std::nullopt;
+    const FolderLock lock = FolderLock::withoutCleaningUp(folder);
+    if (!findJournalDamage(folder))
+        return std::nullopt;
+    for (int number = 1;; ++number) {
+        const Path place = folder / Path::fromAccessName("damaged-change-" + std::to_string(number));
+        if (exists(place))
+            continue;
+        rename(getScratchFolder(folder), place, getScratchFolder(folder));
+        flushFile(folder);
+        return place;
+    }
 }
 
 void settle(const Path& folder) {
     if (!isInterrupted(folder))
         return;
     if (!host::FileUtils::isReadOnlyNoExcept(folder)) {
-        const FolderLock lock(folder);
+        try {
+            const FolderLock lock(folder);
+        } catch (const MetadataWriteFailure& error) {
+            const auto& arguments = error.GetBaseMsgIDObj().arguments;
+            raise<MetadataReadFailure>(std::get<std::u16string>(arguments.at(0)),
+                                       std::get<std::u16string>(arguments.at(1)));
+        }
         return;
     }
     const auto end = std::chrono::steady_clock::now() + lockLimit;
     while (isInterrupted(folder)) {
         if (std::chrono::steady_clock::now() >= end) {
-            raise<project::metadata::MetadataReadFailure>(
+            raise<MetadataReadFailure>(
                 getScratchFolder(folder).text(),
                 u"a change was interrupted, and has to be completed by a user who may write in this folder");
         }
@@ -280,26 +384,6 @@ void stampFolder(const Path& folder) {
     clock_gettime(CLOCK_REALTIME, &times[1]);
     // It may have been removed since.
     utimensat(AT_FDCWD, folder.accessName().c_str(), times, 0);
-}
-
-void flushFile(const Path& path) {
-    const int descriptor = open(path.accessName().c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0)
-        raiseSystemError(path, errno);
-    const int reason = fsync(descriptor) == 0 ? 0 : errno;
-    close(descriptor);
-    if (reason != 0)
-        raiseSystemError(path, reason);
-}
-
-void flushFileSystem(const Path& folder) {
-    const int descriptor = open(folder.accessName().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0)
-        raiseSystemError(folder, errno);
-    const int reason = syncfs(descriptor) == 0 ? 0 : errno;
-    close(descriptor);
-    if (reason != 0)
-        raiseSystemError(folder, reason);
 }
 
 }  // namespace store_support

@@ -10,11 +10,11 @@
 #include <set>
 #include <string>
 
-#include "host/FileSystem.hpp"
-#include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
+#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "store_support/BatchJournal.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/FileReplacement.hpp"
 #include "store_support/StoreErrors.hpp"
 
@@ -25,12 +25,10 @@ using project::metadata::getParentFolder;
 
 namespace {
 
-/// The permissions of `file`, no value if it does not exist.
+/// No value if `file` does not exist.
 std::optional<mode_t> findMode(const Path& file) {
-    struct stat status {};
-    if (lstat(file.accessName().c_str(), &status) != 0)
-        return std::nullopt;
-    return status.st_mode;
+    const auto status = findStatus(file);
+    return status ? std::optional(status->st_mode) : std::nullopt;
 }
 
 void requireFeasible(const Path& file) {
@@ -76,8 +74,8 @@ Journal stage(const FileBatch& batch) {
         const Path staged = getStagedFile(batch.folder, i);
         writeStaged([&](const Path& place) { batch.write(i, place); }, staged, file);
         const auto mode = findMode(file);
-        if (mode && S_ISREG(*mode))
-            chmod(staged.accessName().c_str(), *mode & 07777);
+        if (mode && S_ISREG(*mode) && chmod(staged.accessName().c_str(), *mode & 07777) != 0)
+            raiseSystemError(file, errno);
         journal.push_back({mode ? FileStep::replace : FileStep::create, file.accessName().substr(prefixLength)});
     }
     for (const Path& file : batch.filesToRemove)
@@ -91,23 +89,29 @@ bool isOneStep(const FileBatch& batch) {
            findMode(getParentFolder(batch.filesToWrite.front()));
 }
 
+/// Once the file has its new name nothing is taken back, even if the flush fails: then nobody knows which one is on
+/// disk, but it is one of the two.
 void carryOutOneStep(const FileBatch& batch) {
     const Path staged = getStagedFile(batch.folder, 0);
     const Path& file = batch.filesToWrite.front();
+    // The folders above that of a new project may be new themselves.
+    const bool isFirst = !exists(batch.folder / project::metadata::coreFileName());
     flushFile(staged);
     if (std::rename(staged.accessName().c_str(), file.accessName().c_str()) != 0)
         raiseSystemError(file, errno);
     stampFolder(getParentFolder(file));
-    flushFile(getParentFolder(file));
+    if (isFirst)
+        flushFileSystem(batch.folder);
+    else
+        flushFile(getParentFolder(file));
 }
 
-/// What cannot be removed now is removed by the next writer.
+/// What cannot be removed now, and what an interrupted batch needs, is left to the next writer.
 void removeScratchFolder(const FileBatch& batch) {
-    if (isInterrupted(batch.folder))
-        return;
     try {
-        host::FileSystem::remove_all(getScratchFolder(batch.folder));
-    } catch (const host::FileSystemException&) {
+        if (!isInterrupted(batch.folder) && !findJournalDamage(batch.folder))
+            removeTree(getScratchFolder(batch.folder));
+    } catch (...) {
     }
 }
 

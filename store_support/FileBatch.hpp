@@ -22,16 +22,17 @@ struct FileBatch {
 
 /// Carries out `batch`: writes all new files into a scratch folder inside the metadata folder, flushes them to disk,
 /// and then renames them into place and removes what is to be removed with the folders that it leaves empty, under the
-/// protection of a journal (BatchJournal.hpp) if that is more than one step. When it returns, the change is on disk; if
-/// it fails, or the process or the machine dies on the way, each file has its old content, or after `recover` all have
-/// their new one.
+/// protection of a journal (BatchJournal.hpp) if that is more than one step. When it returns, the change is on disk,
+/// with the folders above if it is the first. If it fails, or the process or the machine dies on the way, each file has
+/// its old content, or each has its new one, after `recover` at the latest.
 ///
 /// What is read-only is made writable first if the user's settings allow it. A file that replaces another keeps its
 /// permissions. Nothing is written through a symbolic link.
 ///
 /// @param lock the lock of the folder
-/// @throws project::metadata::MetadataWriteFailure, ReadOnlyMetadataFailure naming the file or folder and the cause;
-///         FailedToMakeMetadataWritable; host::InterruptedException while nothing has been touched
+/// @throws project::metadata::MetadataWriteFailure, ReadOnlyMetadataFailure, MetadataReadFailure naming the file or
+///         folder and the cause; FailedToMakeMetadataWritable; host::InterruptedException while nothing has been
+///         touched
 void commit(const FileBatch& batch, const FolderLock& lock);
 
 }  // namespace store_support

@@ -19,7 +19,7 @@
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "store_support/BatchJournal.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {

@@ -1,8 +1,6 @@
 #include "store_support/FileVersion.hpp"
 
-#include <sys/stat.h>
-
-#include <cerrno>
+#include "store_support/Disk.hpp"
 
 namespace store_support {
 
@@ -10,13 +8,13 @@ std::int64_t toNanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
+FileVersion makeFileVersion(const struct stat& status) {
+    return {status.st_ino, status.st_size, toNanoseconds(status.st_mtim), toNanoseconds(status.st_ctim)};
+}
+
 std::optional<FileVersion> getFileVersion(const host::Path& file) {
-    struct stat status {};
-    if (stat(file.accessName().c_str(), &status) != 0) {
-        const bool isMissing = errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG;
-        return isMissing ? std::nullopt : std::optional(FileVersion{});
-    }
-    return FileVersion{status.st_ino, status.st_size, toNanoseconds(status.st_mtim), toNanoseconds(status.st_ctim)};
+    const auto status = findStatus(file);
+    return status ? std::optional(makeFileVersion(*status)) : std::nullopt;
 }
 
 }  // namespace store_support

@@ -1,6 +1,7 @@
 /// Noticing that a file has changed since it was read.
 #pragma once
 
+#include <sys/stat.h>
 #include <time.h>
 
 #include <cstddef>
@@ -37,8 +38,11 @@ struct FileVersionHash {
 
 std::int64_t toNanoseconds(const timespec& time);
 
-/// The version of `file` on disk, no value if it does not exist. One that exists and cannot be examined has a version
-/// too; reading it will tell what is wrong. May be called from any thread.
+FileVersion makeFileVersion(const struct stat& status);
+
+/// The version of `file` on disk, no value if it does not exist; of a symbolic link, its own. May be called from any
+/// thread.
+/// @throws project::metadata::MetadataReadFailure if it cannot be examined
 std::optional<FileVersion> getFileVersion(const host::Path& file);
 
 }  // namespace store_support

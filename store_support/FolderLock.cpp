@@ -5,16 +5,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
@@ -27,54 +30,120 @@ using Clock = std::chrono::steady_clock;
 
 constexpr const char* lockName = ".lock";
 
+/// How often to look whether somebody has finished. Changes take some milliseconds each.
+constexpr auto pollInterval = std::chrono::microseconds(500);
+
 /// Whether the locked file is still the one of that name, and not one that its last holder has removed since.
-bool isStillThere(int descriptor, const std::string& name) {
+bool isStillThere(int descriptor, const std::string& name, const Path& file) {
     struct stat locked {};
     struct stat named {};
-    return fstat(descriptor, &locked) == 0 && stat(name.c_str(), &named) == 0 && locked.st_ino == named.st_ino &&
-           locked.st_dev == named.st_dev;
+    if (fstat(descriptor, &locked) == 0 && lstat(name.c_str(), &named) == 0)
+        return locked.st_ino == named.st_ino && locked.st_dev == named.st_dev;
+    if (!isAbsence(errno))
+        raiseSystemError(file, errno);
+    return false;
 }
 
 /// @return a descriptor of the folder that follows it when it is renamed
 int openFolder(const Path& folder) {
-    const int descriptor = open(folder.accessName().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    const int descriptor = openFile(folder.accessName(), O_PATH | O_DIRECTORY);
     if (descriptor < 0)
         raiseSystemError(folder, errno);
     return descriptor;
 }
 
-/// @return a descriptor that holds the lock, -1 if somebody else holds it now
-int tryToLock(const Path& file) {
-    const std::string name = file.accessName();
-    const int descriptor = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
-    if (descriptor < 0)
-        raiseSystemError(file, errno);
-    if (flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
-        if (isStillThere(descriptor, name))
-            return descriptor;
-    } else if (errno != EWOULDBLOCK && errno != EINTR) {
-        const int reason = errno;
-        close(descriptor);
-        raiseSystemError(file, reason);
-    }
-    close(descriptor);
-    return -1;
+int openLockFile(const std::string& name) {
+    constexpr int flags = O_CREAT | O_NOFOLLOW | O_NONBLOCK;
+    const int descriptor = openFile(name, O_RDWR | flags, 0666);
+    // The one that a colleague has made can be read, and that is enough to wait for him.
+    return descriptor < 0 && errno == EACCES ? openFile(name, O_RDONLY | flags, 0666) : descriptor;
 }
 
-int waitForLock(const Path& file, std::chrono::milliseconds limit) {
-    const auto end = Clock::now() + limit;
-    for (std::chrono::milliseconds pause(1);; pause = std::min(pause * 2, std::chrono::milliseconds(50))) {
-        const int descriptor = tryToLock(file);
+/// A lock of flock(2), and the file that it is on.
+class Lock {
+public:
+    explicit Lock(int descriptor) noexcept : descriptor_(descriptor) {}
+    ~Lock() {
+        if (descriptor_ >= 0)
+            close(descriptor_);
+    }
+
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+    /// @return 0, or the reason why it cannot be had: EWOULDBLOCK if somebody else holds it
+    int tryToTake() const noexcept {
+        return TEMP_FAILURE_RETRY(flock(descriptor_, LOCK_EX | LOCK_NB)) == 0 ? 0 : errno;
+    }
+
+    int descriptor() const noexcept { return descriptor_; }
+    int release() noexcept { return std::exchange(descriptor_, -1); }
+
+private:
+    int descriptor_;
+};
+
+/// @return a descriptor that holds the lock, -1 if somebody else holds it now
+int tryToLock(const Path& file, const std::string& name) {
+    Lock lock(openLockFile(name));
+    if (lock.descriptor() < 0)
+        raiseSystemError(file, errno);
+    const int reason = lock.tryToTake();
+    if (reason != 0 && reason != EWOULDBLOCK)
+        raiseSystemError(file, reason);
+    return reason == 0 && isStillThere(lock.descriptor(), name, file) ? lock.release() : -1;
+}
+
+/// Who has a lock of flock(2) on the file `name`: " (process 17, editor)", or nothing if the system does not tell.
+std::u16string describeHolder(const std::string& name) {
+    struct stat status {};
+    if (lstat(name.c_str(), &status) != 0)
+        return {};
+    const std::string place = ':' + std::to_string(status.st_ino) + ' ';
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+        // 1: FLOCK  ADVISORY  WRITE 17 fe:00:131 0 EOF
+        std::istringstream words(line);
+        std::string number, kind, manner, access, process;
+        words >> number >> kind >> manner >> access >> process;
+        if (kind != "FLOCK" || line.find(place) == std::string::npos)
+            continue;
+        std::string program;
+        std::ifstream comm("/proc/" + process + "/comm");
+        std::getline(comm, program);
+        return u" (process " + host::fromUtf8(process + (program.empty() ? "" : ", " + program)) + u")";
+    }
+    return {};
+}
+
+/// Asks again and again until `limit` is over.
+/// @param attempt returns a descriptor, or -1
+template <class Attempt>
+int waitFor(const Attempt& attempt, Clock::time_point end, std::chrono::milliseconds limit, const Path& file,
+            const std::string& name) {
+    for (;;) {
+        const int descriptor = attempt();
         if (descriptor >= 0)
             return descriptor;
         if (Clock::now() >= end) {
             project::metadata::raise<project::metadata::MetadataWriteFailure>(
-                file.text(), u"another program has held this lock for more than " +
+                file.text(), u"another program" + describeHolder(name) + u" has held this lock for more than " +
                                  host::fromUtf8(std::to_string(limit.count())) + u" ms");
         }
         host::Interruption::throwIfRequested();
-        std::this_thread::sleep_for(pause);
+        std::this_thread::sleep_for(pollInterval);
     }
+}
+
+int waitForLock(const Path& folder, const std::string& name, std::chrono::milliseconds limit) {
+    const auto end = Clock::now() + limit;
+    const Path file = Path::fromAccessName(name);
+    const Lock turn(openFile(folder.accessName(), O_RDONLY | O_DIRECTORY));
+    if (turn.descriptor() < 0)
+        raiseSystemError(folder, errno);
+    // Some file systems of other machines cannot lock folders: then it is left to chance who is next.
+    waitFor([&] { return turn.tryToTake() == EWOULDBLOCK ? -1 : 0; }, end, limit, file, name);
+    return waitFor([&] { return tryToLock(file, name); }, end, limit, file, name);
 }
 
 }  // namespace
@@ -84,21 +153,21 @@ Path getLockFile(const Path& folder) {
 }
 
 bool isLockHeld(const Path& folder) {
-    const int descriptor = open(getLockFile(folder).accessName().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (descriptor < 0)
-        return false;
-    const bool isFree = flock(descriptor, LOCK_SH | LOCK_NB) == 0;
-    close(descriptor);
-    return !isFree;
+    const Path file = getLockFile(folder);
+    const Descriptor descriptor(file.accessName(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (!descriptor.isOpen() && !isAbsence(errno))
+        raiseReadError(file, errno);
+    return descriptor.isOpen() && flock(descriptor.number(), LOCK_SH | LOCK_NB) != 0;
 }
 
-FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit) {
+FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit, bool cleansUp) {
     project::metadata::makeFolder(folder);
     requireWritable(folder);
-    descriptor_ = waitForLock(getLockFile(folder), limit);
+    descriptor_ = waitForLock(folder, getLockFile(folder).accessName(), limit);
     try {
         folder_ = openFolder(folder);
-        recover(folder);
+        if (cleansUp)
+            recover(folder);
     } catch (...) {
         release();
         throw;

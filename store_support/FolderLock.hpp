@@ -11,14 +11,19 @@ namespace store_support {
 host::Path getLockFile(const host::Path& folder);
 
 /// Whether anybody holds the lock of `folder` now. May be called from any thread.
+/// @throws project::metadata::MetadataReadFailure if that cannot be found out
 bool isLockHeld(const host::Path& folder);
 
 /// How long somebody waits for somebody else.
 constexpr std::chrono::milliseconds lockLimit = std::chrono::seconds(10);
 
 /// Holds the file ".lock" in a metadata folder, locked with flock(2), and removes it again; a lock file that a killed
-/// process left behind holds nobody up. A folder that is renamed meanwhile keeps its lock. The lock keeps apart
-/// processes, and stores within one process.
+/// process left behind holds nobody up, and neither does one that belongs to somebody else. A folder that is renamed
+/// meanwhile keeps its lock. The lock keeps apart processes, and stores within one process.
+///
+/// Waiting is fair: whoever wants the lock first takes a flock(2) of the metadata folder itself, and keeps that until
+/// he has the lock. So the holder cannot take it again past somebody who waits already, and of those who come to wait
+/// all have the same chance to be next.
 ///
 /// One thread at a time may use an object.
 class FolderLock {
@@ -28,9 +33,14 @@ public:
     ///
     /// @param folder the metadata folder; made if it is missing, and made writable if the user's settings allow it
     /// @param limit how long to wait
-    /// @throws project::metadata::MetadataWriteFailure naming the lock file, if somebody else holds it for longer than
-    ///         `limit` or it cannot be made; ReadOnlyMetadataFailure, FailedToMakeMetadataWritable; as `recover`
-    explicit FolderLock(const host::Path& folder, std::chrono::milliseconds limit = lockLimit);
+    /// @throws project::metadata::MetadataWriteFailure naming the lock file, if the lock cannot be had within `limit`,
+    ///         with the process that holds it if the system tells, or if it cannot be made; ReadOnlyMetadataFailure,
+    ///         FailedToMakeMetadataWritable; as `recover`
+    explicit FolderLock(const host::Path& folder, std::chrono::milliseconds limit = lockLimit)
+        : FolderLock(folder, limit, true) {}
+
+    /// As that, but leaves an interrupted change as it is, damaged or not.
+    static FolderLock withoutCleaningUp(const host::Path& folder) { return {folder, lockLimit, false}; }
 
     ~FolderLock() { release(); }
 
@@ -41,6 +51,8 @@ public:
     void release() noexcept;
 
 private:
+    FolderLock(const host::Path& folder, std::chrono::milliseconds limit, bool cleansUp);
+
     int folder_ = -1;
     int descriptor_ = -1;
 };

@@ -1,8 +1,5 @@
 #include "store_support/StoreErrors.hpp"
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <system_error>
 
 #include "host/FileUtils.hpp"
@@ -26,14 +23,15 @@ void requireWritable(const Path& path) {
         project::metadata::raise<project::metadata::ReadOnlyMetadataFailure>(path.text());
 }
 
-std::u16string getReadProblem(const Path& file, const project::metadata::MetadataReadFailure& error) {
+void raiseReadError(const Path& path, int code) {
+    project::metadata::raise<project::metadata::MetadataReadFailure>(
+        path.text(), host::fromUtf8(std::generic_category().message(code)));
+}
+
+std::u16string getReadProblem(const project::metadata::MetadataReadFailure& error) {
     const auto& cause = std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
-    if (!cause.empty())
-        return cause;
     // The XML reader does not say why it failed.
-    if (access(file.accessName().c_str(), R_OK) != 0)
-        return host::fromUtf8(std::generic_category().message(errno));
-    return u"it is no well-formed XML";
+    return cause.empty() ? u"it is no well-formed XML" : cause;
 }
 
 void reportDamage(const project::metadata::MetadataDamage& damage) {

@@ -19,8 +19,12 @@ namespace store_support {
 ///         FailedToMakeMetadataWritable
 void requireWritable(const host::Path& path);
 
-/// What is wrong with `file`, for the `error` that came of reading it.
-std::u16string getReadProblem(const host::Path& file, const project::metadata::MetadataReadFailure& error);
+/// @param code an error number of the operating system
+/// @throws project::metadata::MetadataReadFailure naming `path` and the meaning of `code`
+[[noreturn]] void raiseReadError(const host::Path& path, int code);
+
+/// What is wrong with a file, for the `error` that came of reading it while the system did its part.
+std::u16string getReadProblem(const project::metadata::MetadataReadFailure& error);
 
 /// Tells the library's sink of `damage`; without one, logs a warning.
 void reportDamage(const project::metadata::MetadataDamage& damage);

@@ -14,6 +14,7 @@
 #include "project/metadata/Uuid.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"
+#include "store_support/XmlFile.hpp"
 
 namespace store_support {
 
@@ -55,6 +56,15 @@ bool hasOnlyCoreFile(const host::Path& folder) {
         return name == project::metadata::coreFileName() || name.rfind(u".", 0) == 0 ||
                project::metadata::getMarkedUuid(name);
     });
+}
+
+/// @return true
+/// @throws MetadataReadFailure if `coreFile` is damaged anywhere
+bool requireSound(const host::Path& coreFile) {
+    const XmlFile xml = readXmlFile(coreFile);
+    if (!xml.problem.empty())
+        project::metadata::raise<MetadataReadFailure>(coreFile.text(), xml.problem);
+    return true;
 }
 
 class StoreFactory : public project::metadata::MetadataManagerFactory {
@@ -113,9 +123,7 @@ bool StoreFactory::canManage(const host::Path& root) {
         const auto coreFile = location.locateCoreFile();
         if (!coreFile || readMetadataType(*coreFile) != kind_.name)
             return false;
-        if (!kind_.isAllInCoreFile)
-            location.getMetadataType();  // reads all of it
-        return true;
+        return kind_.isAllInCoreFile || requireSound(*coreFile);
     } catch (const MetadataReadFailure&) {
         const host::Path folder = location.getDirectory();
         if (kind_.hasContentIn && kind_.hasContentIn(folder))

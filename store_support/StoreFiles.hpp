@@ -10,12 +10,9 @@
 
 namespace store_support {
 
-/// Whether `path` is a folder. A symbolic link to one is none: nothing outside a metadata folder is a store's.
-bool isFolder(const host::Path& path);
-
 /// The answer of `StoreFileLister::listFiles` for a store in the metadata folder `folder`: what there is of `files`,
 /// and besides the core file, the lock and what a change has in the scratch folder.
-/// @throws project::metadata::ListChildFilesFailure
+/// @throws project::metadata::ListChildFilesFailure, MetadataReadFailure
 std::vector<project::metadata::StoreFile> listStoreFiles(const host::Path& folder,
                                                          std::vector<project::metadata::StoreFile> files);
 

@@ -45,6 +45,15 @@ bool equalOnceWritten(const MetadataNode& read, const MetadataNode& written) {
 
 }  // namespace
 
+void requireSteps(const project::metadata::MetadataPath& path, const host::Path& file) {
+    const std::size_t steps = path.getPath().size();
+    if (steps > maximumSteps) {
+        raise<MetadataWriteFailure>(file.text(), u"a path of " + host::fromUtf8(std::to_string(steps)) +
+                                                     u" steps would be in it; no store takes more than " +
+                                                     host::fromUtf8(std::to_string(maximumSteps)));
+    }
+}
+
 void requireDepth(int depth, const host::Path& file) {
     if (depth >= maximumXmlDepth) {
         raise<MetadataWriteFailure>(file.text(), u"its elements would be nested more than " +

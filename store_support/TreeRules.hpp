@@ -3,6 +3,8 @@
 /// No function keeps state; all may be called from any thread.
 #pragma once
 
+#include <cstddef>
+
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
@@ -11,6 +13,14 @@ namespace store_support {
 
 /// The deepest nesting of elements that the XML reader takes.
 constexpr int maximumXmlDepth = 256;
+
+/// How many steps a path may have. All stores have this limit, so that what one takes can be exported and converted: it
+/// leaves room for a node in the one file of a store that nests the elements of paths.
+constexpr std::size_t maximumSteps = 250;
+
+/// @param file the file to name in the error
+/// @throws project::metadata::MetadataWriteFailure if `path` has more than `maximumSteps`
+void requireSteps(const project::metadata::MetadataPath& path, const host::Path& file);
 
 /// Checks `node` and all nodes below it: names must be XML names, attribute keys XML names without blanks around them
 /// (a reader drops those), and nothing nested too deep.

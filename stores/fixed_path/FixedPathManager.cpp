@@ -7,7 +7,6 @@
 #include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"
 #include "store_support/StoreFiles.hpp"
-#include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
 
@@ -77,9 +76,8 @@ bool FixedPathManager::hasNode(const MetadataPath& path) const {
 
 std::vector<MetadataPath> FixedPathManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
-    const Path folder = files_.getChildFolder(path);
-    for (const PathFilePtr& child : readChildren(folder)) {
-        markExistenceSeen(folder / nodeFileName(child->element), child.get());
+    for (const PathFilePtr& child : readChildren(files_.getChildFolder(path))) {
+        markExistenceSeen(*child);
         std::vector<project::metadata::PathElement> elements = path.getPath();
         elements.push_back(child->element);
         children.emplace_back(std::move(elements));
@@ -91,9 +89,9 @@ bool FixedPathManager::hasPath(const MetadataPath& path) const {
     if (path.getPath().empty())
         return true;
     settle(files_.getFolder());
-    const Path file = files_.getFile(path);
-    const PathFilePtr content = files_.read(file);
-    markExistenceSeen(file, content.get());
+    const PathFilePtr content = files_.read(files_.getFile(path));
+    if (content)
+        markExistenceSeen(*content);
     return content || files_.hasChildren(files_.getChildFolder(path));
 }
 
@@ -114,15 +112,16 @@ std::vector<project::metadata::StoreFile> FixedPathManager::listFiles() const {
     return store_support::listStoreFiles(files_.getFolder(), std::move(files));
 }
 
-void FixedPathManager::markExistenceSeen(const Path& file, const PathFile* content) const {
-    if (content && !content->node)
-        files_.markSeen(file);
+void FixedPathManager::markExistenceSeen(const PathFile& content) const {
+    if (!content.node)
+        files_.markSeen(content.version);
 }
 
 PathFilePtr FixedPathManager::read(const Path& file) const {
     settle(files_.getFolder());
     PathFilePtr content = files_.read(file);
-    files_.markSeen(file);
+    if (content)
+        files_.markSeen(content->version);
     return content;
 }
 
@@ -137,7 +136,7 @@ std::vector<PathFilePtr> FixedPathManager::readChildren(const Path& childFolder)
             auto children = files_.readChildren(childFolder);
             if (isUndisturbed())
                 return children;
-        } catch (const project::metadata::ListChildFilesFailure&) {
+        } catch (const project::exception::ProjectException&) {
             if (isUndisturbed())
                 throw;
         }

@@ -20,7 +20,9 @@ namespace stores::fixed_path {
 /// file exists without a node; `getNode` throws `MetadataReadFailure` naming the file. Changing operations throw what
 /// `PathFileChange`, `FileBatch` and `TreeRules` throw; all operations what `settle` throws.
 ///
-/// Whether somebody else has changed a node is told by its file, so a new rank in it counts as a change too.
+/// Whether somebody else has changed a node is told by its file, so a new rank in it counts as a change too. New
+/// permissions and further names of the file do not; but of a file that was never read, directly in the metadata
+/// folder, where locks come and go, they cannot be told from a change.
 class FixedPathManager : public project::metadata::MetadataManager,
                          public project::metadata::DamageReporter,
                          public project::metadata::StoreFileLister {
@@ -49,8 +51,9 @@ private:
     /// What `file` says for the user of this store; null if it does not exist.
     PathFilePtr read(const host::Path& file) const;
 
-    /// Notes that the user of this store knows that the path of `file` exists. Of a branch there is no more to know.
-    void markExistenceSeen(const host::Path& file, const PathFile* content) const;
+    /// Notes that the user of this store knows that the path of the file that says `content` exists. Of a branch there
+    /// is no more to know.
+    void markExistenceSeen(const PathFile& content) const;
 
     /// What the files in `childFolder` say, without a change in between.
     std::vector<PathFilePtr> readChildren(const host::Path& childFolder) const;

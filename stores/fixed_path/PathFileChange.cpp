@@ -27,10 +27,12 @@ using project::metadata::raise;
 using store_support::equalTrees;
 using store_support::FileBatch;
 using store_support::FolderLock;
+using store_support::getFileVersion;
 using store_support::JobRunner;
 using store_support::needsProof;
 using store_support::requireReadable;
 using store_support::requireReadsBack;
+using store_support::requireSteps;
 
 namespace {
 
@@ -97,7 +99,7 @@ void PathFileChange::write(const Path& file, PathFile content, bool replacesNode
     requireSound(file, content);
     const auto [place, isNew] = writeIndex_.emplace(file.text(), writes_.size());
     if (isNew) {
-        writes_.push_back({file, std::move(content), file == files_.getFile(MetadataPath()), replacesNode});
+        writes_.push_back({file, std::move(content), file == files_.getFile(MetadataPath()), replacesNode, false});
         return;
     }
     Write& write = writes_[place->second];
@@ -131,8 +133,10 @@ void PathFileChange::add(const MetadataPath& path) {
     Path folder = files_.getFolder();
     for (const PathElement& element : path.getPath()) {
         const Path file = folder / nodeFileName(element);
-        if (!find(file))
-            write(file, {element, makeLastRank(folder), nullptr, {}});
+        if (!find(file)) {
+            requireSteps(path, file);
+            write(file, {element, makeLastRank(folder), nullptr, {}, {}});
+        }
         folder /= nodeFolderName(element);
     }
 }
@@ -160,6 +164,11 @@ void PathFileChange::remove(const MetadataPath& path) {
 
 void PathFileChange::arrange(const std::vector<MetadataPath>& paths) {
     addCoreFile();
+    for (const MetadataPath& path : paths) {
+        const Path file = files_.getFile(path);
+        if (!find(file))
+            requireSteps(path, file);
+    }
     const WantedTree wanted = makeWantedTree(files_, paths);
     for (const WantedFolder& folder : wanted.folders)
         arrangeFolder(folder.folder, folder.children);
@@ -210,9 +219,14 @@ void PathFileChange::writeStaged(const Write& write, const Path& staged) const {
         requireReadsBack(*xml, staged, write.file);
 }
 
+bool PathFileChange::isSeen(const Path& file) const {
+    const auto existing = existing_.find(file.text());
+    return existing == existing_.end() || !existing->second || files_.isSeen(file, existing->second->version);
+}
+
 void PathFileChange::requireSeen() const {
     const auto require = [&](const Path& file) {
-        if (!files_.isSeen(file)) {
+        if (!isSeen(file)) {
             raise<MetadataWriteFailure>(file.text(),
                                         u"somebody else has changed it since it was read; read it again first");
         }
@@ -227,31 +241,58 @@ void PathFileChange::requireSeen() const {
 
 void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
     requireSeen();
+    // What the user does not know he does not know either when it only gets a new rank.
+    for (Write& write : writes_)
+        write.isSeen = isSeen(write.file);
     FileBatch batch;
     batch.folder = files_.getFolder();
     for (const Write& write : writes_)
         batch.filesToWrite.push_back(write.file);
     batch.filesToRemove.assign(removals_.begin(), removals_.end());
-    batch.write = [this](std::size_t index, const Path& staged) { writeStaged(writes_[index], staged); };
-    const auto forEachFile = [&](auto note) {
-        for (const auto* files : {&batch.filesToWrite, &batch.filesToRemove})
-            std::for_each(files->begin(), files->end(), note);
+    batch.write = [this](std::size_t index, const Path& staged) {
+        writeStaged(writes_[index], staged);
+        // It keeps this version when it is put into place.
+        const auto version = getFileVersion(staged);
+        if (version && writes_[index].isSeen)
+            files_.markSeen(*version);
     };
+    std::set<Path> ourFolders;
+    for (const auto* files : {&batch.filesToWrite, &batch.filesToRemove}) {
+        for (const Path& file : *files) {
+            const Path folder = project::metadata::getParentFolder(file);
+            if (ourFolders.count(folder) == 0 && files_.isOurs(folder))
+                ourFolders.insert(folder);
+        }
+    }
     runJob(project::metadata::FileJob(batch.filesToWrite, batch.filesToRemove, [&] {
-        forEachFile([&](const Path& file) { files_.forget(file); });
-        // Also if it fails: then the old files are back.
-        const auto markSeen = [&] { forEachFile([&](const Path& file) { files_.markSeen(file); }); };
         try {
             store_support::commit(batch, lock);
         } catch (...) {
-            markSeen();
+            keepSeen();
             throw;
         }
-        markSeen();
+        for (const auto& [file, content] : existing_) {
+            if (content && (writeIndex_.count(file) != 0 || removals_.count(Path(file)) != 0))
+                files_.forget(content->version);
+        }
+        for (const Path& folder : ourFolders)
+            files_.markOurs(folder);
         for (const auto& [folder, rank] : lastRanks_)
             files_.noteLastRank(Path(folder), rank);
         lock.release();
     }));
+}
+
+void PathFileChange::keepSeen() const noexcept {
+    try {
+        for (const Write& write : writes_) {
+            if (!write.isSeen)
+                continue;
+            if (const auto version = getFileVersion(write.file))
+                files_.markSeen(*version);
+        }
+    } catch (...) {
+    }
 }
 
 }  // namespace stores::fixed_path

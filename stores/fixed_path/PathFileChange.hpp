@@ -53,6 +53,7 @@ private:
         PathFile content;
         bool isRoot;
         bool replacesNode;
+        bool isSeen;  // whether the user knows what it replaces
     };
 
     /// What `file` says now, or will say after this change; null if it does not exist.
@@ -63,7 +64,13 @@ private:
     /// Notes that the path of `file` goes.
     void removeFile(const host::Path& file);
 
+    /// Whether the user knows what `file` says now.
+    bool isSeen(const host::Path& file) const;
+
     void requireSeen() const;
+
+    /// After a change that failed, for old files that have come back as copies.
+    void keepSeen() const noexcept;
 
     /// Makes the core file if it is missing: with that, a project has metadata.
     void addCoreFile();

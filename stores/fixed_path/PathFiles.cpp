@@ -14,25 +14,28 @@
 
 #include "stores/fixed_path/PathFiles.hpp"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <map>
 #include <optional>
 #include <thread>
 #include <utility>
 
-#include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
-#include "project/metadata/MetadataXml.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
-#include "store_support/StoreFiles.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
@@ -45,16 +48,22 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using store_support::Descriptor;
 using store_support::FileVersion;
+using store_support::findStatus;
 using store_support::getFileVersion;
 using store_support::getPathElement;
 using store_support::getReadProblem;
 using store_support::isFolder;
+using store_support::listNames;
+using store_support::makeFileVersion;
 using store_support::pathElementName;
 using store_support::projectElementName;
 using store_support::putNode;
 using store_support::putPathElement;
+using store_support::readXmlFile;
 using store_support::toNanoseconds;
+using store_support::XmlFile;
 
 const std::u16string& fixedPathName = *new std::u16string(u"fixedPath");
 
@@ -81,17 +90,45 @@ std::int64_t readClock(clockid_t clock) {
     return toNanoseconds(now);
 }
 
-/// A moment such that what has changed in `folder` so far did not change later, and what will, will. Linux gives files
-/// their times either by the exact clock or by a coarse one, which ticks every few milliseconds only and lags behind,
-/// so this waits until that has passed the exact one.
+/// The time that the file system of `folder` gives to what is made there now; no value if it cannot be asked. It may be
+/// another machine's. The file that is made for that never gets a name, where the file system can do so.
+std::optional<std::int64_t> askFileSystem(const std::string& folder) {
+    struct stat status {};
+    const Descriptor unnamed(folder, O_TMPFILE | O_WRONLY, 0600);
+    if (unnamed.isOpen())
+        return fstat(unnamed.number(), &status) == 0 ? std::optional(toNanoseconds(status.st_ctim)) : std::nullopt;
+    if (errno != EOPNOTSUPP && errno != EISDIR)
+        return std::nullopt;
+    const std::string name = folder + "/.clock-" + std::to_string(getpid());
+    const Descriptor named(name, O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW, 0600);
+    if (!named.isOpen())
+        return std::nullopt;
+    const bool isKnown = fstat(named.number(), &status) == 0;
+    unlink(name.c_str());
+    return isKnown ? std::optional(toNanoseconds(status.st_ctim)) : std::nullopt;
+}
+
+/// A moment such that what has changed in `folder` so far did not change later, and what will, will. The clocks of file
+/// systems tick every few milliseconds only, so this waits for the next tick.
 std::int64_t findBeginning(const Path& folder) {
+    constexpr std::int64_t longestTick = 2'000'000'000;
+    constexpr auto pause = std::chrono::microseconds(200);
+    const std::string name = folder.accessName();
+    const std::int64_t start = readClock(CLOCK_MONOTONIC);
+    const auto isPatient = [&] { return readClock(CLOCK_MONOTONIC) - start < longestTick; };
+    if (const auto first = askFileSystem(name)) {
+        for (auto now = first; now && *now <= *first && isPatient(); now = askFileSystem(name))
+            std::this_thread::sleep_for(pause);
+        return *first;
+    }
+    // Nobody may write here, or there is nothing yet. The clock of this machine must do; that of files lags behind it.
     const std::int64_t now = readClock(CLOCK_REALTIME);
-    while (readClock(CLOCK_REALTIME_COARSE) <= now && host::FileUtils::existNoExcept(folder))
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    while (readClock(CLOCK_REALTIME_COARSE) <= now && isPatient() && isFolder(folder))
+        std::this_thread::sleep_for(pause);
     return now;
 }
 
-/// New permissions, or a second name, make no new content.
+/// What new permissions and further names do not change.
 FileVersion getContentVersion(FileVersion version) {
     version.changed = 0;
     return version;
@@ -137,58 +174,64 @@ Path PathFiles::getChildFolder(const MetadataPath& path) const {
 
 PathFilePtr PathFiles::read(const Path& file) const {
     host::Interruption::throwIfRequested();
-    const auto version = getFileVersion(file);
-    if (!version) {
+    const auto status = findStatus(file);
+    if (!status) {
         cache_.erase(file.text());
         return nullptr;
     }
     const auto cached = cache_.find(file.text());
-    if (cached != cache_.end() && cached->second.version == *version)
-        return cached->second.content;
-    auto content = std::make_shared<const PathFile>(parse(file));
+    if (cached != cache_.end() && cached->second->version == makeFileVersion(*status))
+        return cached->second;
+    const XmlFile xml = readXmlFile(file, *status);
+    if (!xml.version)
+        return nullptr;
+    auto content = std::make_shared<const PathFile>(interpret(file, xml));
     if (!content->damage.empty())
         store_support::reportDamage({file, content->damage});
-    cache_.insert_or_assign(file.text(), CacheEntry{*version, content});
+    cache_.insert_or_assign(file.text(), content);
     return content;
 }
 
-PathFile PathFiles::parse(const Path& file) const {
+PathFile PathFiles::interpret(const Path& file, const XmlFile& xml) const {
     const bool isRoot = file == coreFile_;
     PathFile content;
+    content.damage = xml.problem;
     try {
-        PathFile read = fromXml(*project::metadata::readFromFile(file), isRoot, file);
-        if (!isRoot)
-            requireName(file, nodeFileName(read.element));
-        content = std::move(read);
+        if (xml.root) {
+            PathFile read = fromXml(*xml.root, isRoot, file);
+            if (!isRoot)
+                requireName(file, nodeFileName(read.element));
+            content = std::move(read);
+        }
     } catch (const MetadataReadFailure& error) {
-        content.damage = getReadProblem(file, error);
+        content.damage = getReadProblem(error);
     }
     if (!content.damage.empty() && !isRoot)
         content.element = parseFileName(file).value_or(content.element);
+    content.version = *xml.version;
     return content;
 }
 
 std::vector<PathFilePtr> PathFiles::readChildren(const Path& childFolder) const {
     std::vector<PathFilePtr> children;
-    if (!host::FileUtils::existNoExcept(childFolder))
-        return children;
     std::unordered_set<std::u16string> filesHere;
     std::vector<Path> foldersHere;
-    for (Path& entry : project::metadata::listChildFiles(childFolder)) {
+    for (const std::string& name : listNames(childFolder)) {
+        Path entry = childFolder / Path::fromAccessName(name);
         if (isNodeFolder(entry))
             foldersHere.push_back(std::move(entry));
-        if (!isNodeFile(entry))
-            continue;
-        filesHere.insert(entry.text());
-        // Another process may have removed it since. A damaged one may not even tell which path it was.
-        const PathFilePtr child = read(entry);
-        if (child && entry.fileName().text() == nodeFileName(child->element))
-            children.push_back(child);
+        else if (isNodeFile(entry)) {
+            // Another process may have removed it since. A damaged one may not even tell which path it was.
+            const PathFilePtr child = read(entry);
+            if (child && entry.fileName().text() == nodeFileName(child->element))
+                children.push_back(child);
+            filesHere.insert(entry.text());
+        }
     }
     for (const Path& folder : foldersHere) {
         const auto element = parseNodeFolderName(folder.fileName().text());
         if (element && filesHere.count(folder.text() + extension) == 0 && hasChildren(folder))
-            children.push_back(std::make_shared<PathFile>(PathFile{*element, {}, nullptr, missing}));
+            children.push_back(std::make_shared<PathFile>(PathFile{*element, {}, nullptr, missing, {}}));
     }
     std::sort(children.begin(), children.end(), isBefore);
     return children;
@@ -223,9 +266,8 @@ std::vector<Path> PathFiles::list(const Path& childFolder) const {
     while (!folders.empty()) {
         const Path folder = std::move(folders.back());
         folders.pop_back();
-        if (!host::FileUtils::existNoExcept(folder))
-            continue;
-        for (Path& entry : project::metadata::listChildFiles(folder)) {
+        for (const std::string& name : listNames(folder)) {
+            Path entry = folder / Path::fromAccessName(name);
             if (isNodeFile(entry))
                 files.push_back(std::move(entry));
             else if (isNodeFolder(entry) && isFolder(entry))
@@ -251,29 +293,46 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
     }
     files.push_back(coreFile_);
     for (const Path& file : files) {
-        const PathFilePtr content = read(file);
-        if (content && !content->damage.empty())
-            damage[file] = content->damage;
+        try {
+            const PathFilePtr content = read(file);
+            if (content && !content->damage.empty())
+                damage[file] = content->damage;
+        } catch (const MetadataReadFailure& error) {
+            damage[file] = getReadProblem(error);
+        }
     }
+    if (const auto journal = store_support::findJournalDamage(folder_))
+        damage[journal->file] = journal->problem;
     std::vector<MetadataDamage> result;
     for (auto& [file, problem] : damage)
         result.push_back({file, problem});
     return result;
 }
 
-void PathFiles::markSeen(const Path& file) {
-    if (const auto version = getFileVersion(file))
-        seen_.insert(getContentVersion(*version));
+void PathFiles::markSeen(const FileVersion& version) {
+    seen_.insert(getContentVersion(version));
 }
 
-void PathFiles::forget(const Path& file) {
-    if (const auto version = getFileVersion(file))
-        seen_.erase(getContentVersion(*version));
+void PathFiles::forget(const FileVersion& version) {
+    seen_.erase(getContentVersion(version));
 }
 
-bool PathFiles::isSeen(const Path& file) const {
-    const auto version = getFileVersion(file);
-    return !version || version->changed <= beginning_ || seen_.count(getContentVersion(*version)) != 0;
+bool PathFiles::isSeen(const Path& file, const FileVersion& version) const {
+    if (version.changed <= beginning_ || seen_.count(getContentVersion(version)) != 0)
+        return true;
+    // Only its permissions or names are new, unless another file has been put in its place.
+    return version.modified <= beginning_ && isOurs(project::metadata::getParentFolder(file));
+}
+
+bool PathFiles::isOurs(const Path& folder) const {
+    const auto version = getFileVersion(folder);
+    const auto ours = ours_.find(folder.text());
+    return version && (version->changed <= beginning_ || (ours != ours_.end() && ours->second == version->changed));
+}
+
+void PathFiles::markOurs(const Path& folder) {
+    if (const auto version = getFileVersion(folder))
+        ours_.insert_or_assign(folder.text(), version->changed);
 }
 
 bool isCoreFile(const MetadataNode& root) {

@@ -14,6 +14,7 @@
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
 #include "store_support/FileVersion.hpp"
+#include "store_support/XmlFile.hpp"
 #include "stores/fixed_path/Rank.hpp"
 
 namespace stores::fixed_path {
@@ -27,11 +28,14 @@ struct PathFile {
     Rank rank;                                                    ///< empty if it is unknown
     std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch
     std::u16string damage;                                        ///< what is wrong with the file, in words
+    store_support::FileVersion version{};                         ///< the one that says so
 };
 
 using PathFilePtr = std::shared_ptr<const PathFile>;
 
 /// What is read is kept; a file that has changed on disk since is read again. Damage is logged when it is read.
+///
+/// All operations throw `MetadataReadFailure` and `ListChildFilesFailure` naming what the system cannot look at now.
 class PathFiles {
 public:
     /// @param folder the metadata folder
@@ -54,53 +58,52 @@ public:
     std::vector<PathFilePtr> readChildren(const host::Path& childFolder) const;
 
     /// The last rank in `childFolder`; empty if there is none.
-    /// @throws project::metadata::ListChildFilesFailure
     Rank findLastRank(const host::Path& childFolder) const;
 
     /// Notes that `rank` is the last one in `childFolder` now.
     void noteLastRank(const host::Path& childFolder, const Rank& rank);
 
     /// Whether there are paths below the one with the folder `childFolder`.
-    /// @throws project::metadata::ListChildFilesFailure
     bool hasChildren(const host::Path& childFolder) const;
 
     /// All files of paths in `childFolder` and below, in no particular order; none if it does not exist.
-    /// @throws project::metadata::ListChildFilesFailure
     std::vector<host::Path> list(const host::Path& childFolder) const;
 
-    /// Reads all files. @return what is damaged, in the order of the files
-    /// @throws project::metadata::ListChildFilesFailure
+    /// Reads all files. @return what is damaged or cannot be read, in the order of the files, a damaged journal too
     std::vector<project::metadata::MetadataDamage> findDamage() const;
 
-    /// Notes that the user of this store knows what `file` says now.
-    void markSeen(const host::Path& file);
+    /// Notes that the user of this store knows what the version `version` of a file says.
+    void markSeen(const store_support::FileVersion& version);
 
-    /// Takes back `markSeen`, for a file that is about to be replaced.
-    void forget(const host::Path& file);
+    /// Takes back `markSeen`, for a version that is not there any more.
+    void forget(const store_support::FileVersion& version);
 
-    /// Whether `file` says what it said when this object was made or `markSeen` was called last.
-    bool isSeen(const host::Path& file) const;
+    /// Whether a file says what it said when this object was made, or what `markSeen` was called for. New
+    /// permissions or a further name of the file make no difference.
+    /// @param version the one that the file `file` has now
+    bool isSeen(const host::Path& file, const store_support::FileVersion& version) const;
+
+    /// Whether nobody but this store has put files into `folder`, or taken any away, since this object was made.
+    bool isOurs(const host::Path& folder) const;
+
+    /// Notes that it was this store that has changed `folder` last.
+    void markOurs(const host::Path& folder);
 
 private:
-    struct CacheEntry {
-        store_support::FileVersion version;
-        PathFilePtr content;
-    };
-
     struct LastRank {
         store_support::FileVersion version;  // of the folder
         Rank rank;
     };
 
-    PathFile parse(const host::Path& file) const;
+    PathFile interpret(const host::Path& file, const store_support::XmlFile& xml) const;
 
     host::Path folder_;
     host::Path coreFile_;
-    std::int64_t
-        beginning_;  // what has not changed later, by the clock of the file system, was there when this was made
-    mutable std::unordered_map<std::u16string, CacheEntry> cache_;    // by the text of the file's path
+    std::int64_t beginning_;  // by the clock of the file system: what has not changed later was there before
+    mutable std::unordered_map<std::u16string, PathFilePtr> cache_;   // by the text of the file's path
     mutable std::unordered_map<std::u16string, LastRank> lastRanks_;  // by the text of the folder's path
     std::unordered_set<store_support::FileVersion, store_support::FileVersionHash> seen_;  // the user knows these
+    std::unordered_map<std::u16string, std::int64_t> ours_;  // by the folder's text: when this store changed it last
 };
 
 /// Whether `root` is the root of a "fixedPath" store's core file.

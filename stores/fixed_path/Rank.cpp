@@ -11,6 +11,11 @@ namespace {
 
 constexpr std::u16string_view digits = u"0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
+/// Longer ones are not given to anybody; where that would be, neighbours move too until there is room for a while. A
+/// million siblings between two others need 6 characters.
+constexpr std::size_t longestRank = 16;
+constexpr std::size_t roomyRank = 8;
+
 /// The whole part before the first one: never a rank by itself, so there is room for fractions before all others.
 const Rank beginning = u"a0";
 
@@ -62,12 +67,21 @@ std::u16string middle(const std::u16string& a, const std::u16string& b) {
     }
 }
 
+/// Whether there is no whole part after `whole`.
+bool isLastWhole(const Rank& whole) {
+    return whole.find_first_not_of(digits.back()) == Rank::npos;
+}
+
 Rank makeRank(const Rank& after, const Rank& before) {
     const Rank whole = wholePart(after);
     if (!before.empty() && whole == wholePart(before))
         return whole + middle(fraction(after), fraction(before));
-    const Rank next = increment(whole);
-    return before.empty() || next < before ? next : whole + middle(fraction(after), {});
+    if (!isLastWhole(whole)) {
+        Rank next = increment(whole);
+        if (before.empty() || next < before)
+            return next;
+    }
+    return whole + middle(fraction(after), {});
 }
 
 void makeRanks(const Rank& after, const Rank& before, std::size_t count, std::vector<Rank>& ranks) {
@@ -76,7 +90,7 @@ void makeRanks(const Rank& after, const Rank& before, std::size_t count, std::ve
     if (before.empty()) {
         ranks.push_back(makeRank(after, before));
         while (--count > 0)
-            ranks.push_back(increment(wholePart(ranks.back())));
+            ranks.push_back(makeRank(ranks.back(), before));
         return;
     }
     // By halves: the ranks stay short.
@@ -85,6 +99,33 @@ void makeRanks(const Rank& after, const Rank& before, std::size_t count, std::ve
     makeRanks(after, centre, left, ranks);
     ranks.push_back(centre);
     makeRanks(centre, before, count - 1 - left, ranks);
+}
+
+/// The ranks of all, if those at `stops` keep theirs.
+std::vector<Rank> fillUp(const std::vector<std::optional<Rank>>& current, std::vector<std::size_t> stops) {
+    stops.push_back(current.size());
+    std::vector<Rank> ranks;
+    ranks.reserve(current.size());
+    for (const std::size_t stop : stops) {
+        const Rank before = stop < current.size() ? *current[stop] : Rank();
+        makeRanks(ranks.empty() ? Rank() : ranks.back(), before, stop - ranks.size(), ranks);
+        if (stop < current.size())
+            ranks.push_back(before);
+    }
+    return ranks;
+}
+
+/// Which ones lie at most `reach` places from one that has got a rank longer than `longest`.
+std::vector<bool> findCrowd(const std::vector<std::optional<Rank>>& current, const std::vector<Rank>& ranks,
+                            std::size_t longest, std::size_t reach) {
+    std::vector<bool> isCrowded(ranks.size());
+    for (std::size_t i = 0; i < ranks.size(); ++i) {
+        if (ranks[i].size() <= longest || ranks[i] == current[i])
+            continue;
+        for (std::size_t j = i - std::min(i, reach); j < std::min(ranks.size(), i + reach + 1); ++j)
+            isCrowded[j] = true;
+    }
+    return isCrowded;
 }
 
 }  // namespace
@@ -107,16 +148,16 @@ std::vector<Rank> makeRanks(const Rank& after, const Rank& before, std::size_t c
 
 std::vector<Rank> arrangeRanks(const std::vector<std::optional<Rank>>& current) {
     std::vector<std::size_t> stops = store_support::findLongestAscent(current);
-    stops.push_back(current.size());
-    std::vector<Rank> ranks;
-    ranks.reserve(current.size());
-    for (const std::size_t stop : stops) {
-        const Rank before = stop < current.size() ? *current[stop] : Rank();
-        makeRanks(ranks.empty() ? Rank() : ranks.back(), before, stop - ranks.size(), ranks);
-        if (stop < current.size())
-            ranks.push_back(before);
+    std::size_t longest = longestRank;
+    for (std::size_t reach = 1;; reach *= 2) {
+        std::vector<Rank> ranks = fillUp(current, stops);
+        const std::vector<bool> isCrowded = findCrowd(current, ranks, longest, reach);
+        const auto end = std::remove_if(stops.begin(), stops.end(), [&](std::size_t stop) { return isCrowded[stop]; });
+        if (end == stops.end())
+            return ranks;
+        stops.erase(end, stops.end());
+        longest = roomyRank;
     }
-    return ranks;
 }
 
 }  // namespace stores::fixed_path

@@ -26,7 +26,7 @@ bool isRank(const std::u16string& text);
 std::vector<Rank> makeRanks(const Rank& after, const Rank& before, std::size_t count);
 
 /// The ranks with which siblings have the order in which they are listed, given those that they have now; those that
-/// have none are new. As few as possible change.
+/// have none are new. As few as possible change, and some neighbours of these where new ranks would grow long.
 std::vector<Rank> arrangeRanks(const std::vector<std::optional<Rank>>& current);
 
 }  // namespace stores::fixed_path

@@ -9,12 +9,14 @@
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/CoreFileType.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/EqualTrees.hpp"
 #include "store_support/FileBatch.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
 #include "store_support/StoreFiles.hpp"
 #include "store_support/TreeRules.hpp"
+#include "store_support/XmlFile.hpp"
 
 namespace stores::monolithic {
 
@@ -28,14 +30,18 @@ using project::metadata::raise;
 using store_support::commit;
 using store_support::equalTrees;
 using store_support::FileBatch;
+using store_support::findStatus;
 using store_support::FolderLock;
 using store_support::getFileVersion;
 using store_support::JobRunner;
+using store_support::makeFileVersion;
 using store_support::needsProof;
-using store_support::requireDepth;
+using store_support::readXmlFile;
 using store_support::requireMetadataType;
 using store_support::requireReadable;
 using store_support::requireReadsBack;
+using store_support::requireSteps;
+using store_support::XmlFile;
 
 const std::u16string& monolithicName = *new std::u16string(u"monolithic");
 
@@ -50,7 +56,7 @@ void requireSeen(bool isSeen, const MetadataPath& path, const Path& file) {
 
 /// Checks `element` of `path`, which is new in the draft.
 void requireFeasible(Draft& draft, const MetadataPath& path, const PathElement& element, const Path& file) {
-    requireDepth(static_cast<int>(path.getPath().size()), file);
+    requireSteps(path, file);
     draft.needsProof = draft.needsProof || needsProof(element);
 }
 
@@ -259,18 +265,21 @@ void MonolithicManager::change(const Edit& edit) {
 }
 
 PathTree& MonolithicManager::load() const {
-    const auto version = getFileVersion(file_);
-    if (tree_ && version == version_)
+    const auto status = findStatus(file_);
+    if (tree_ && (status ? std::optional(makeFileVersion(*status)) : std::nullopt) == version_)
         return *tree_;
+    const XmlFile xml = status ? readXmlFile(file_, *status) : XmlFile{};
+    if (!xml.root && xml.version)
+        raise<project::metadata::MetadataReadFailure>(file_.text(), xml.problem);
     std::vector<project::metadata::MetadataDamage> damage;
     PathTree tree;
-    if (version)
-        tree = fromXml(*project::metadata::readFromFile(file_), file_, damage);
+    if (xml.root)
+        tree = fromXml(*xml.root, file_, damage);
     if (tree_)
         markUnseen(tree, &*tree_);
     std::for_each(damage.begin(), damage.end(), store_support::reportDamage);
     tree_ = std::move(tree);
-    version_ = version;
+    version_ = xml.version;
     damage_ = std::move(damage);
     return *tree_;
 }

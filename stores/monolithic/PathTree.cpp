@@ -71,7 +71,7 @@ private:
         try {
             step();
         } catch (const MetadataReadFailure& error) {
-            damage_.push_back({file_, getReadProblem(file_, error)});
+            damage_.push_back({file_, getReadProblem(error)});
         }
     }
 

@@ -9,13 +9,16 @@
 #include <ucontext.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 // The one place in this process from which trapped calls get through to the kernel.
@@ -141,6 +144,66 @@ bool isCounted(const TrappedCall& call, const Arguments& a) {
            command == F_OFD_SETLKW;
 }
 
+// The record, which has to do without allocations.
+
+struct RecordHead {
+    const TrappedCall* call;
+    long result;
+    Arguments arguments;
+    std::size_t pathSize;
+    std::size_t targetSize;
+    std::size_t byteCount;
+};
+
+constexpr std::size_t recordSize = std::size_t{64} << 20U;
+std::array<char, recordSize> record;
+std::size_t recordEnd = 0;
+
+void append(const void* bytes, std::size_t size) {
+    if (size > record.size() - recordEnd)
+        std::abort();
+    if (size > 0)
+        std::memcpy(record.data() + recordEnd, bytes, size);
+    recordEnd += size;
+}
+
+void addToRecord(const TrappedCall& call, const Arguments& a, long result) {
+    const auto toText = [](long argument) { return reinterpret_cast<const char*>(argument); };
+    const char* path = "";
+    const char* target = "";
+    const char* bytes = nullptr;
+    std::size_t byteCount = 0;
+    if (call.subject == Subject::path)
+        path = toText(a[0]);
+    if (call.subject == Subject::secondPath)
+        path = toText(a[1]);
+    if (call.number == SYS_rename || call.number == SYS_link)
+        target = toText(a[1]);
+    if (call.number == SYS_renameat || call.number == SYS_renameat2 || call.number == SYS_linkat)
+        target = toText(a[3]);
+    if (call.number == SYS_write || call.number == SYS_pwrite64) {
+        bytes = toText(a[1]);
+        byteCount = static_cast<std::size_t>(result);
+    }
+    std::size_t vectorCount = 0;
+    if (call.number == SYS_writev) {
+        vectorCount = static_cast<std::size_t>(a[2]);
+        byteCount = static_cast<std::size_t>(result);
+    }
+    const RecordHead head{&call, result, a, std::strlen(path), std::strlen(target), byteCount};
+    append(&head, sizeof head);
+    append(path, head.pathSize);
+    append(target, head.targetSize);
+    if (vectorCount == 0)
+        return append(bytes, byteCount);
+    const auto* const vectors = reinterpret_cast<const iovec*>(a[1]);
+    for (std::size_t i = 0; i < vectorCount && byteCount > 0; ++i) {
+        const std::size_t size = std::min(vectors[i].iov_len, byteCount);
+        append(vectors[i].iov_base, size);
+        byteCount -= size;
+    }
+}
+
 /// Reads or writes half of what is asked for.
 long passHalf(const TrappedCall& call, Arguments a) {
     if (call.number == SYS_readv || call.number == SYS_writev) {
@@ -188,7 +251,10 @@ long answer(const TrappedCall& call, const Arguments& a) {
             makeSystemCall(SYS_pause, 0, 0, 0, 0, 0, 0);
     }
     const bool fails = calls == plan.failAt || (plan.isLasting && plan.failAt != 0 && calls > plan.failAt);
-    return fails ? fail(call, a) : pass(call.number, a);
+    const long result = fails ? fail(call, a) : pass(call.number, a);
+    if (plan.isRecording && result >= 0)
+        addToRecord(call, a, result);
+    return result;
 }
 
 void handleTrap(int /*signal*/, siginfo_t* info, void* context) {
@@ -239,6 +305,7 @@ void trapSystemCalls() {
 void startFaults(const FaultPlan& newPlan) {
     plan = newPlan;
     calls = injected = 0;
+    recordEnd = 0;
     isActive = true;
 }
 
@@ -251,6 +318,32 @@ FaultCounts stopFaults() {
                       (firstError == cutShort ? "cut short" : std::strerror(firstError));
     }
     return counts;
+}
+
+std::vector<RecordedCall> takeRecord() {
+    std::vector<RecordedCall> result;
+    for (const char* place = record.data(); place < record.data() + recordEnd;) {
+        RecordHead head;
+        std::memcpy(&head, place, sizeof head);
+        place += sizeof head;
+        RecordedCall call{head.call->name,
+                          static_cast<int>(head.result),
+                          static_cast<int>(head.arguments[0]),
+                          0,
+                          -1,
+                          std::string(place, head.pathSize),
+                          std::string(place + head.pathSize, head.targetSize),
+                          std::string(place + head.pathSize + head.targetSize, head.byteCount)};
+        place += head.pathSize + head.targetSize + head.byteCount;
+        if (head.call->number == SYS_openat)
+            call.flags = static_cast<int>(head.arguments[2]);
+        if (head.call->number == SYS_pwrite64)
+            call.offset = head.arguments[3];
+        if (head.call->number == SYS_ftruncate)
+            call.offset = head.arguments[1];
+        result.push_back(std::move(call));
+    }
+    return result;
 }
 
 }  // namespace test

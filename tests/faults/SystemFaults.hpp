@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace test {
 
@@ -15,6 +16,7 @@ struct FaultPlan {
     bool isLasting = false;  ///< and so do all calls after it
     int variant = 0;  ///< which of the errors that the call can have, counted round; reads and writes may be cut short
     int killAt = 0;   ///< the process is killed in the place of this call; 0 for none
+    bool isRecording = false;
 };
 
 /// Hands the system calls of this process over to this file, for good. To be called in a child process.
@@ -33,6 +35,22 @@ struct FaultCounts {
 
 /// Ends what `startFaults` began.
 FaultCounts stopFaults();
+
+/// A call that succeeded and that changes files, opens or flushes them.
+struct RecordedCall {
+    std::string name;
+    int result;
+    int descriptor;      ///< the first argument of a call that works on a descriptor
+    int flags;           ///< of "openat"
+    long offset;         ///< of "pwrite"; -1 for where the last write ended. The new size of "ftruncate"
+    std::string path;    ///< absolute
+    std::string target;  ///< likewise; the new name of "rename" and "link"
+    std::string bytes;   ///< what was written
+};
+
+/// Those since `startFaults`, which had been called with `isRecording`, in their order. To be called after
+/// `stopFaults`.
+std::vector<RecordedCall> takeRecord();
 
 /// How many variants there are of what a call may have.
 constexpr int faultVariants = 6;

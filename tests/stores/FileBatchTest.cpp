@@ -1,7 +1,10 @@
 // Batches of file changes, their journal and the lock of a metadata folder.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <map>
@@ -13,6 +16,7 @@
 #include "store_support/FileBatch.hpp"
 #include "tests/support/MessageOf.hpp"
 #include "tests/support/TempFolder.hpp"
+#include "tests/support/UnprivilegedUser.hpp"
 
 using namespace test;
 using project::metadata::MetadataWriteFailure;
@@ -122,7 +126,7 @@ TEST_P(InterruptedBatchTest, IsTakenBackWhereItCannotBeCompleted) {
     std::filesystem::remove(metadata() / "removed");
     std::filesystem::create_directories(metadata() / "removed/by now a folder");
     writeBytes(metadata() / ".pending/old/2", "");
-    EXPECT_THROW(store_support::settle(toPath(metadata())), MetadataWriteFailure);
+    EXPECT_THROW(store_support::settle(toPath(metadata())), project::metadata::MetadataReadFailure);
     std::filesystem::remove_all(metadata() / "removed");
     writeBytes(metadata() / ".pending/old/2", "old");
     store_support::settle(toPath(metadata()));
@@ -140,7 +144,13 @@ TEST_F(FileBatchTest, AJournalFromElsewhereHarmsNobody) {
         writeBytes(metadata() / ".pending/journal", "project_metadata batch 1\n" + content);
         std::filesystem::create_directories(metadata() / ".pending/old");
         std::filesystem::create_directories(metadata() / ".pending/new");
-        const std::string message = messageOf<MetadataWriteFailure>([&] { store_support::settle(toPath(metadata())); });
+        // Who only reads is let through, and told about it when he asks.
+        const auto folder = toPath(metadata());
+        store_support::settle(folder);
+        const auto damage = store_support::findJournalDamage(folder);
+        ASSERT_TRUE(damage);
+        EXPECT_EQ(toStd(damage->file), metadata() / ".pending/journal");
+        const std::string message = messageOf<MetadataWriteFailure>([&] { FolderLock lock(folder); });
         EXPECT_NE(message.find(".pending/journal"), std::string::npos) << message;
         EXPECT_TRUE(std::filesystem::exists(metadata() / "removed"));
         EXPECT_EQ(readBytes(folder_ / "victim"), "mine");
@@ -156,6 +166,18 @@ TEST_F(FileBatchTest, TheLockIsWaitedForAndNamed) {
     std::thread other([&] { held.reset(); });
     FolderLock(folder).release();
     other.join();
+    // One that belongs to somebody else is waited for.
+    {
+        writeBytes(metadata() / ".lock", "");
+        const int descriptor = open((metadata() / ".lock").c_str(), O_RDONLY | O_CLOEXEC);
+        ASSERT_EQ(flock(descriptor, LOCK_EX), 0);
+        std::filesystem::permissions(metadata(), std::filesystem::perms::all);
+        const UnprivilegedUser user;
+        const std::string told =
+            messageOf<MetadataWriteFailure>([&] { FolderLock(folder, std::chrono::milliseconds(30)); });
+        EXPECT_NE(told.find("process " + std::to_string(getpid()) + ","), std::string::npos) << told;
+        close(descriptor);
+    }
     // What a killed process leaves holds nobody up.
     writeBytes(metadata() / ".lock", "");
     FolderLock(folder, std::chrono::milliseconds(0)).release();

@@ -1,10 +1,12 @@
 // The disk form of the store "fixedPath".
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "project/metadata/MetadataCopy.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_support/BatchJournal.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/MessageOf.hpp"
 
@@ -177,6 +179,91 @@ TEST_F(FixedPathFilesTest, ADamagedCoreFileHidesNothingElse) {
     EXPECT_THROW(store->setNode(MetadataPath(), *node(u"1")), MetadataWriteFailure);
     store->setNode(path({u"b"}), *node(u"2"));
     EXPECT_EQ(readBytes(file("Project.xml")), "<<<<<<< ours");
+}
+
+TEST_F(FixedPathFilesTest, WhatNobodyHasReadIsStillUnknownWithANewRank) {
+    for (const char16_t* name : {u"a", u"b", u"c"})
+        store_->setNode(path({name}), *node(u"1"));
+    const auto other = openStore(u"fixedPath", folder_.path());
+    other->setNode(path({u"a"}), *node(u"2"));
+    store_->setPaths({path({}), path({u"b"}), path({u"c"}), path({u"a"})});
+    EXPECT_THROW(store_->setNode(path({u"a"}), *node(u"3")), MetadataWriteFailure);
+    EXPECT_EQ(store_->getNode(path({u"a"}))->get(u"Value"), u"2");
+    store_->setNode(path({u"a"}), *node(u"3"));
+    EXPECT_EQ(outline(*store_), "b(1) c(1) a(3)");
+}
+
+TEST_F(FixedPathFilesTest, PermissionsAndFurtherNamesAreNoChange) {
+    const std::vector<MetadataPath> paths{path({u"a", u"read"}), path({u"a", u"unread"}), path({u"a", u"unread too"}),
+                                          path({u"read"})};
+    for (const MetadataPath& each : paths)
+        store_->setNode(each, *node(u"1"));
+    const auto other = openStore(u"fixedPath", folder_.path());
+    other->getNode(paths.front());
+    other->getNode(paths.back());
+    for (const std::string name : {"t=a/t=read.xml", "t=a/t=unread.xml", "t=a/t=unread too.xml", "t=read.xml"}) {
+        std::filesystem::permissions(file(name), std::filesystem::perms(0640));
+        std::filesystem::create_hard_link(file(name), folder_ / file(name).filename().string());
+        std::filesystem::remove(folder_ / file(name).filename().string());
+    }
+    for (const MetadataPath& each : paths)
+        other->setNode(each, *node(u"2"));
+    EXPECT_EQ(outline(*other), "a a/read(2) a/unread(2) a/unread too(2) read(2)");
+    // Another file with old times is one.
+    writeBytes(folder_ / "old", readBytes(file("t=a/t=read.xml")));
+    store_->setNode(paths.front(), *store_->getNode(paths.front()));
+    const auto third = openStore(u"fixedPath", folder_.path());
+    std::filesystem::rename(folder_ / "old", file("t=a/t=read.xml"));
+    EXPECT_THROW(third->setNode(paths.front(), *node(u"3")), MetadataWriteFailure);
+}
+
+TEST_F(FixedPathFilesTest, OnlyRegularFilesAreRead) {
+    store_->setNode(path({u"a"}), *node(u"1"));
+    store_->setNode(path({u"b"}), *node(u"1"));
+    const auto a = file("t=a.xml");
+    const std::vector<std::function<void()>> makers{
+        [&] { ASSERT_EQ(mkfifo(a.c_str(), 0666), 0); },
+        [&] { std::filesystem::create_symlink("/dev/zero", a); },
+        [&] { std::filesystem::create_symlink(file("t=b.xml"), a); },
+        [&] { std::filesystem::create_directory(a); },
+        // What a node refuses.
+        [&] {
+            writeBytes(a, "<Path Location='a' Rank='a1' Type='t'><Node><Info \xf0\x90\x80\x80='1'/></Node></Path>");
+        },
+        [&] {
+            writeBytes(a, "<Path Location='a' Rank='a1' Type='t'><Node><Info Value='\xf0\x9f\x90\x80'/></Node></Path>");
+        },
+    };
+    for (const auto& make : makers) {
+        std::filesystem::remove(a);
+        make();
+        const auto store = project::metadata::getMetadataManagerFor(folder_.path());
+        ASSERT_NE(store, nullptr);
+        EXPECT_EQ(outlineOfReadable(), "b(1) a");
+        EXPECT_EQ(damagedFiles(), std::vector<std::string>{"t=a.xml"});
+        const std::string message = messageOf<MetadataReadFailure>([&] { store->getNode(path({u"a"})); });
+        EXPECT_NE(message.find(a.string()), std::string::npos) << message;
+        EXPECT_THROW(store->setNode(path({u"a"}), *node(u"2")), MetadataWriteFailure);
+    }
+}
+
+TEST_F(FixedPathFilesTest, ADamagedJournalHindersOnlyChanges) {
+    store_->setNode(path({u"a"}), *node(u"1"));
+    writeBytes(file(".pending/journal"), "no journal");
+    const auto store = project::metadata::getMetadataManagerFor(folder_.path());
+    ASSERT_NE(store, nullptr);
+    EXPECT_EQ(outline(*store), "a(1)");
+    EXPECT_EQ(damagedFiles(), std::vector<std::string>{".pending/journal"});
+    const std::string message = messageOf<MetadataWriteFailure>([&] { store->setNode(path({u"a"}), *node(u"2")); });
+    EXPECT_NE(message.find(".pending/journal"), std::string::npos) << message;
+    const auto folder = toPath(file("").parent_path());
+    const auto place = store_support::setAsideDamagedChange(folder);
+    ASSERT_TRUE(place);
+    EXPECT_EQ(readBytes(toStd(*place) / "journal"), "no journal");
+    EXPECT_FALSE(store_support::setAsideDamagedChange(folder));
+    store->setNode(path({u"a"}), *node(u"2"));
+    EXPECT_EQ(outline(*store_), "a(2)");
+    EXPECT_EQ(damagedFiles(), std::vector<std::string>());
 }
 
 TEST_F(FixedPathFilesTest, PathsTooLongForTheFileSystemAreRefused) {

@@ -49,6 +49,36 @@ TEST(RankTest, ArrangingChangesAsFewAsPossible) {
     EXPECT_EQ(changed, 12U);
 }
 
+TEST(RankTest, RanksStayShortWhereverSiblingsAreAdded) {
+    for (const auto& findPlace :
+         std::vector<std::size_t (*)(std::size_t)>{[](std::size_t) { return std::size_t{0}; },
+                                                   [](std::size_t count) { return std::min<std::size_t>(1, count); },
+                                                   [](std::size_t count) { return count / 2; }}) {
+        std::vector<std::optional<Rank>> siblings;
+        std::size_t changed = 0;
+        for (int i = 0; i < 600; ++i) {
+            const std::size_t place = findPlace(siblings.size());
+            siblings.insert(siblings.begin() + static_cast<std::ptrdiff_t>(place), std::nullopt);
+            const std::vector<Rank> arranged = arrangeRanks(siblings);
+            for (std::size_t j = 0; j < siblings.size(); ++j) {
+                changed += siblings[j] != arranged[j] ? 1U : 0U;
+                ASSERT_LE(arranged[j].size(), 16U);
+            }
+            ASSERT_TRUE(isAscending(arranged));
+            siblings.assign(arranged.begin(), arranged.end());
+        }
+        EXPECT_LT(changed, 600U * 6U) << "more files are touched than need be";
+    }
+}
+
+TEST(RankTest, ThereIsRoomAfterTheHighest) {
+    const Rank highest = u"z" + std::u16string(26, u'z');
+    ASSERT_TRUE(isRank(highest));
+    std::vector<Rank> ranks = makeRanks(highest, {}, 3);
+    ranks.insert(ranks.begin(), highest);
+    EXPECT_TRUE(isAscending(ranks));
+}
+
 TEST(RankTest, TellsRanksFromOtherTexts) {
     for (const char16_t* text : {u"", u"a", u"a0", u"A1", u"b1", u"a1 ", u"a10", u"1a", u"a1V0", u"a\u00E4"})
         EXPECT_FALSE(isRank(text));

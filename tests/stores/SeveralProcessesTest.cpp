@@ -2,10 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <limits>
 #include <map>
 #include <set>
 
+#include "project/metadata/MetadataErrors.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/ChildProcess.hpp"
 
@@ -71,6 +77,65 @@ TEST_P(SeveralProcessesTest, TwoWritersLoseNothing) {
         EXPECT_EQ(path.getLeaf().getLocation(), name + number(counts[name]++)) << "out of order";
     }
     EXPECT_EQ(counts, (std::map<std::u16string, int>{{u"a", count}, {u"b", count}}));
+}
+
+/// Increments of shared counters. Some are read, and refused since somebody else was faster; none gets lost, and nobody
+/// waits for ever.
+TEST_P(SeveralProcessesTest, FourProcessesLoseNoIncrement) {
+    constexpr int processes = 4;
+    constexpr int counters = 3;
+    const auto time = std::chrono::seconds(std::getenv("PROJECT_METADATA_SOAK") != nullptr ? 60 : 2);
+    const auto counter = [](int index) { return path({u"counters", number(index)}); };
+    const auto valueOf = [](const MetadataNode& node) { return std::stoi(host::toUtf8(node.get(u"Value"))); };
+    {
+        const auto store = open();
+        for (int i = 0; i < counters; ++i)
+            store->setNode(counter(i), *node(u"0"));
+    }
+    const Pipe reports;
+    const auto increment = [&](int process) {
+        const auto store = open();
+        int done = 0;
+        const auto end = std::chrono::steady_clock::now() + time;
+        for (int i = process; std::chrono::steady_clock::now() < end; ++i) {
+            const MetadataPath target = counter(i % counters);
+            const int value = valueOf(*store->getNode(target));
+            const auto next = node(number(value + 1));
+            next->put(u"By", number(process));  // who writes what is there already has changed nothing
+            try {
+                store->setNode(target, *next);
+                ++done;
+            } catch (const project::metadata::MetadataWriteFailure& error) {
+                if (std::string(error.what()).find("read it again first") == std::string::npos)
+                    throw;
+            }
+            // Others list meanwhile, and orders change.
+            if (i % 10 == 0) {
+                std::vector<MetadataPath> order = store->getChildren(path({u"counters"}));
+                std::rotate(order.begin(), order.begin() + 1, order.end());
+                store->setPaths(order);
+            }
+        }
+        reports.write(done);
+    };
+    std::deque<ChildProcess> children;
+    for (int i = 0; i < processes; ++i)
+        children.emplace_back([&] { increment(i); });
+    for (ChildProcess& child : children)
+        EXPECT_EQ(child.wait(), 0);
+    int expected = 0;
+    int least = std::numeric_limits<int>::max();
+    while (const auto done = reports.read()) {
+        expected += *done;
+        least = std::min(least, *done);
+    }
+    const auto store = open();
+    int found = 0;
+    for (int i = 0; i < counters; ++i)
+        found += valueOf(*store->getNode(counter(i)));
+    std::printf("increments %s: %d, of which one process made %d\n", host::toUtf8(GetParam()).c_str(), expected, least);
+    EXPECT_EQ(found, expected);
+    EXPECT_GT(least, expected / processes / 4) << "one had to wait for the others";
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, SeveralProcessesTest, testing::ValuesIn(builtStores()), nameOfStore);

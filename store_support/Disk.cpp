@@ -1,0 +1,177 @@
+#include "store_support/Disk.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <system_error>
+
+#include "host/Text.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "store_support/StoreErrors.hpp"
+
+namespace store_support {
+
+using host::Path;
+using project::metadata::ListChildFilesFailure;
+using project::metadata::MetadataReadFailure;
+using project::metadata::raise;
+
+namespace {
+
+using Folder = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+bool isItselfOrParent(std::string_view name) {
+    return name == "." || name == "..";
+}
+
+/// The next entry of `folder`, null at the end.
+/// @param code what is wrong, 0 if nothing is
+dirent* readNext(const Folder& folder, int& code) {
+    errno = 0;
+    dirent* entry = nullptr;
+    do
+        entry = readdir(folder.get());
+    while (entry && isItselfOrParent(entry->d_name));
+    code = entry ? 0 : errno;
+    return entry;
+}
+
+/// Removes what is in the folder `name` in the one with the descriptor `parent`, and the folder.
+/// @return 0, or the error number: EPERM if it is no folder, for that is why it was tried
+int removeFolder(int parent, const char* name) {
+    constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    const auto descriptor = static_cast<int>(TEMP_FAILURE_RETRY(openat(parent, name, flags)));
+    if (descriptor < 0)
+        return errno == ENOTDIR ? EPERM : errno;
+    const Folder folder(fdopendir(descriptor), closedir);
+    if (!folder) {
+        const int code = errno;
+        close(descriptor);
+        return code;
+    }
+    int code = 0;
+    while (const dirent* const entry = readNext(folder, code)) {
+        if (unlinkat(descriptor, entry->d_name, 0) == 0 || errno == ENOENT)
+            continue;
+        code = errno == EISDIR || errno == EPERM ? removeFolder(descriptor, entry->d_name) : errno;
+        if (code != 0)
+            return code;
+    }
+    if (code != 0)
+        return code;
+    return unlinkat(parent, name, AT_REMOVEDIR) == 0 || errno == ENOENT ? 0 : errno;
+}
+
+/// @param flags of open(2)
+template <class Flush>
+void flush(const Path& path, int flags, const Flush& flushDescriptor) {
+    const Descriptor descriptor(path.accessName(), O_RDONLY | flags);
+    if (!descriptor.isOpen() || flushDescriptor(descriptor.number()) != 0)
+        raiseSystemError(path, errno);
+}
+
+}  // namespace
+
+int openFile(const std::string& name, int flags, mode_t mode) noexcept {
+    return static_cast<int>(TEMP_FAILURE_RETRY(open(name.c_str(), flags | O_CLOEXEC, mode)));
+}
+
+Descriptor::~Descriptor() {
+    if (number_ >= 0)
+        close(number_);
+}
+
+bool isAbsence(int code) {
+    return code == ENOENT || code == ENOTDIR || code == ENAMETOOLONG;
+}
+
+std::optional<struct stat> findStatus(const Path& path) {
+    struct stat status {};
+    if (lstat(path.accessName().c_str(), &status) == 0)
+        return status;
+    if (!isAbsence(errno))
+        raiseReadError(path, errno);
+    return std::nullopt;
+}
+
+bool exists(const Path& path) {
+    return findStatus(path).has_value();
+}
+
+bool isFolder(const Path& path) {
+    const auto status = findStatus(path);
+    return status && S_ISDIR(status->st_mode);
+}
+
+std::vector<std::string> listNames(const Path& path) {
+    std::vector<std::string> names;
+    const Folder folder(opendir(path.accessName().c_str()), closedir);
+    int code = folder ? 0 : errno;
+    if (!folder && isAbsence(code))
+        return names;
+    while (const dirent* const entry = folder ? readNext(folder, code) : nullptr)
+        names.emplace_back(entry->d_name);
+    if (code != 0)
+        raise<ListChildFilesFailure>(path.text(), host::fromUtf8(std::generic_category().message(code)));
+    return names;
+}
+
+std::optional<std::string> readRegularFile(const Path& file, std::size_t maximumSize) {
+    const Descriptor descriptor(file.accessName(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (!descriptor.isOpen() && isAbsence(errno))
+        return std::nullopt;
+    struct stat status {};
+    if (!descriptor.isOpen() || fstat(descriptor.number(), &status) != 0)
+        raiseReadError(file, errno);
+    if (!S_ISREG(status.st_mode))
+        raise<MetadataReadFailure>(file.text(), u"it is no regular file");
+    std::string bytes;
+    std::array<char, 16384> block{};
+    for (;;) {
+        const auto count = TEMP_FAILURE_RETRY(read(descriptor.number(), block.data(), block.size()));
+        if (count < 0)
+            raiseReadError(file, errno);
+        if (count == 0)
+            return bytes;
+        bytes.append(block.data(), static_cast<std::size_t>(count));
+        if (bytes.size() > maximumSize)
+            raise<MetadataReadFailure>(file.text(), u"it is too large");
+    }
+}
+
+void writeFlushed(const Path& file, std::string_view bytes) {
+    const Descriptor descriptor(file.accessName(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666);
+    bool isGood = descriptor.isOpen();
+    while (isGood && !bytes.empty()) {
+        const auto count = TEMP_FAILURE_RETRY(write(descriptor.number(), bytes.data(), bytes.size()));
+        isGood = count >= 0;
+        bytes.remove_prefix(isGood ? static_cast<std::size_t>(count) : 0);
+    }
+    if (!isGood || fsync(descriptor.number()) != 0)
+        raiseSystemError(file, errno);
+}
+
+void removeTree(const Path& path) {
+    const std::string name = path.accessName();
+    if (unlink(name.c_str()) == 0 || isAbsence(errno))
+        return;
+    const int code = errno == EISDIR || errno == EPERM ? removeFolder(AT_FDCWD, name.c_str()) : errno;
+    if (code != 0)
+        raiseSystemError(path, code);
+}
+
+void flushFile(const Path& path) {
+    flush(path, 0, fsync);
+}
+
+void flushFileSystem(const Path& folder) {
+    flush(folder, O_DIRECTORY, syncfs);
+}
+
+}  // namespace store_support

@@ -1,0 +1,84 @@
+/// What stores ask of the operating system, with exact answers: what does not exist is told apart from what cannot be
+/// looked at, and no symbolic link is followed at the end of a path. Calls that a signal interrupts are made again.
+///
+/// No function keeps state; all may be called from any thread. Those that throw system errors name the path and the
+/// cause. None dies of a lack of memory: that is a `std::bad_alloc`.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/Path.hpp"
+
+namespace store_support {
+
+/// Larger files than this, in bytes, are not read: who opens a project from elsewhere does not choose its size.
+constexpr std::size_t maximumFileSize = std::size_t{4} << 30U;
+
+/// Whether an error number of the operating system says that something does not exist: ENOENT, ENOTDIR, and
+/// ENAMETOOLONG, since nothing can have such a name.
+bool isAbsence(int code);
+
+/// What lstat(2) says about `path`; no value if it does not exist.
+/// @throws project::metadata::MetadataReadFailure if that cannot be found out
+std::optional<struct stat> findStatus(const host::Path& path);
+
+/// Whether `path` exists, as a link too.
+/// @throws as `findStatus`
+bool exists(const host::Path& path);
+
+/// Whether `path` is a folder. A symbolic link to one is none: nothing outside a metadata folder is a store's.
+/// @throws as `findStatus`
+bool isFolder(const host::Path& path);
+
+/// The names in `folder` without "." and "..", in no particular order; none if it does not exist.
+/// @throws project::metadata::ListChildFilesFailure
+std::vector<std::string> listNames(const host::Path& folder);
+
+/// The bytes of the regular file `file`; no value if it does not exist.
+/// @throws project::metadata::MetadataReadFailure, also for anything but a regular file and for one that is larger than
+///         `maximumSize`
+std::optional<std::string> readRegularFile(const host::Path& file, std::size_t maximumSize);
+
+/// Makes `bytes` the content of `file`, which need not exist, and flushes it.
+/// @throws project::metadata::MetadataWriteFailure
+void writeFlushed(const host::Path& file, std::string_view bytes);
+
+/// Removes `path`, a file or a folder with everything below it. What does not exist is no error.
+/// @throws project::metadata::MetadataWriteFailure
+void removeTree(const host::Path& path);
+
+/// Flushes the file or folder `path`.
+/// @throws project::metadata::MetadataWriteFailure
+void flushFile(const host::Path& path);
+
+/// Flushes everything that was written to the file system of `folder`.
+/// @throws project::metadata::MetadataWriteFailure
+void flushFileSystem(const host::Path& folder);
+
+/// open(2) with O_CLOEXEC. @return -1 if that fails; errno says why
+int openFile(const std::string& name, int flags, mode_t mode = 0) noexcept;
+
+/// An open file or folder.
+class Descriptor {
+public:
+    /// Opens `name` as `openFile`; `isOpen` tells whether that succeeded.
+    Descriptor(const std::string& name, int flags, mode_t mode = 0) noexcept : number_(openFile(name, flags, mode)) {}
+    ~Descriptor();
+
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    bool isOpen() const noexcept { return number_ >= 0; }
+    int number() const noexcept { return number_; }
+
+private:
+    int number_;
+};
+
+}  // namespace store_support

@@ -1,0 +1,36 @@
+/// Reading the XML files of a project, which may come from anywhere and be changed by others meanwhile.
+///
+/// No function keeps state; all may be called from any thread.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataNode.hpp"
+#include "store_support/FileVersion.hpp"
+
+namespace store_support {
+
+/// What a file says. A value type.
+struct XmlFile {
+    /// The version that was read: what is on disk now is this one or a later one. No value if the file does not exist.
+    std::optional<FileVersion> version;
+    std::shared_ptr<const project::metadata::MetadataNode> root;  ///< null if there is no such file, or it is damaged
+    std::u16string problem;                                       ///< why it is damaged, in words
+};
+
+enum class XmlExtent { wholeTree, rootOnly };
+
+/// Reads `file`. That it is no regular file, is larger than `maximumFileSize`, is no XML, or holds an attribute that a
+/// node refuses, is damage. That the system cannot read it now is an error, and may be over the next time.
+/// @throws project::metadata::MetadataReadFailure naming `file` and the system's reason
+XmlFile readXmlFile(const host::Path& file, XmlExtent extent = XmlExtent::wholeTree);
+
+/// The same, if `findStatus` has just answered `status` for `file`.
+XmlFile readXmlFile(const host::Path& file, const struct stat& status, XmlExtent extent = XmlExtent::wholeTree);
+
+}  // namespace store_support
