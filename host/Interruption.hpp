@@ -41,7 +41,7 @@ public:
 
     /// For operations that can be stopped here.
     /// @throws InterruptedException if a wish is made that one of the scopes around the caller is for, unless one of
-    /// these ignores it. Outside of all scopes it does nothing.
+    ///         these ignores it. Outside of all scopes it does nothing.
     static void throwIfRequested();
 
     /// To the end of the innermost scope around the caller, no wish stops what goes on in it: what has been done cannot

@@ -38,8 +38,8 @@ using Journal = std::vector<JournalEntry>;
 /// Failing is as good as dying: whatever fails, what is there is the old content, or is made the old or the new one as
 /// a whole by the next `recover`. A step that fails is taken back at once, with those before it. After a flush that
 /// failed nobody knows what is on disk, so nothing is taken back any more.
-/// @throws project::metadata::MetadataWriteFailure, MetadataReadFailure naming the file at which it failed and the
-/// cause
+/// @throws project::metadata::MetadataWriteFailure, MetadataReadFailure naming the file at which it failed and
+///         the cause
 void carryOut(const host::Path& folder, const Journal& journal);
 
 /// Completes, or if that fails takes back, what an interrupted `carryOut` left, and removes the scratch folder.
@@ -58,8 +58,8 @@ bool isInterrupted(const host::Path& folder);
 std::optional<project::metadata::MetadataDamage> findJournalDamage(const host::Path& folder);
 
 /// For a repair: takes a change whose journal is damaged out of the way of those to come. What the scratch folder
-/// holds, which may be the only copies of files, stays in a folder of another name beside it. May be called from any
-/// thread.
+/// holds, which may be the only copies of files, stays in a folder of another name beside it. May be
+/// called from any thread.
 /// @return that folder; no value if no journal is damaged
 /// @throws as `FolderLock`; MetadataReadFailure
 std::optional<host::Path> setAsideDamagedChange(const host::Path& folder);

@@ -40,8 +40,8 @@ std::int64_t toNanoseconds(const timespec& time);
 
 FileVersion makeFileVersion(const struct stat& status);
 
-/// The version of `file` on disk, no value if it does not exist; of a symbolic link, its own. May be called from any
-/// thread.
+/// The version of `file` on disk, no value if it does not exist; of a symbolic link, its own. May be
+/// called from any thread.
 /// @throws project::metadata::MetadataReadFailure if it cannot be examined
 std::optional<FileVersion> getFileVersion(const host::Path& file);
 

@@ -42,7 +42,7 @@ constexpr std::chrono::minutes checkLimit(2);
 /// Checks one rule in a new scratch folder, which is gone afterwards.
 /// @return what was expected and what was found, in UTF-8; no value if the stores keep the rule
 /// @throws host::FileSystemException if there is no place for the scratch folder, std::system_error if there is no
-/// process to be had, host::InterruptedException if the user wishes to stop
+///         process to be had, host::InterruptedException if the user wishes to stop
 std::optional<std::string> findBreach(const Rule& rule, const FactoryMaker& makeFactory,
                                       std::chrono::milliseconds limit = checkLimit);
 

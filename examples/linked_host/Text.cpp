@@ -14,8 +14,8 @@ namespace {
 
 constexpr char32_t replacement = 0xFFFD;
 
-/// The length of the well-formed UTF-8 character at the start of `bytes`, which it puts into `character`; 0 if none is
-/// there.
+/// The length of the well-formed UTF-8 character at the start of `bytes`, which it puts into `character`; 0 if there
+/// is none.
 std::size_t decode(std::string_view bytes, char32_t& character) {
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
     const std::size_t size = byte(0) < 0x80 ? 1 : byte(0) < 0xC2 ? 0 : byte(0) < 0xE0 ? 2 : byte(0) < 0xF0 ? 3 : 4;

@@ -1,8 +1,8 @@
 /// Makes system calls fail, or kills the process in their place, so that a test can see what happens then.
 ///
 /// The kernel hands the calls over itself (seccomp), so none is missed, whichever library makes it. What is trapped are
-/// the calls that work on files; those on the descriptors 0 to 2 do not count. For x86-64, and for processes with one
-/// thread.
+/// the calls that work on files; those on the descriptors 0 to 2 do not count. For x86-64, and
+/// for processes with one thread.
 #pragma once
 
 #include <string>
@@ -48,8 +48,8 @@ struct RecordedCall {
     std::string bytes;   ///< what was written
 };
 
-/// Those since `startFaults`, which had been called with `isRecording`, in their order. To be called after
-/// `stopFaults`.
+/// Those since `startFaults`, which had been called with `isRecording`, in their order. To be called once
+/// that has ended with `stopFaults`.
 std::vector<RecordedCall> takeRecord();
 
 /// How many variants there are of what a call may have.
