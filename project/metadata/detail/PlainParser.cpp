@@ -162,16 +162,17 @@ void PlainParser::giveUp(Obstacle obstacle) {
 
 template <class Step>
 void PlainParser::run(void* context, const Step& step) {
-    auto& self = *static_cast<PlainParser*>(static_cast<xmlParserCtxt*>(context)->_private);
-    if (!self.goesOn())
+    auto* const self = static_cast<PlainParser*>(static_cast<xmlParserCtxt*>(context)->_private);
+    // There is none yet if the memory does not suffice to make the parser.
+    if (!self || !self->goesOn())
         return;
     try {
-        step(self);
+        step(*self);
     } catch (const exception::ProjectException&) {
-        self.giveUp(Obstacle::attribute);
+        self->giveUp(Obstacle::attribute);
     } catch (...) {
-        self.failure_ = std::current_exception();
-        xmlStopParser(self.parser_);
+        self->failure_ = std::current_exception();
+        xmlStopParser(self->parser_);
     }
 }
 
