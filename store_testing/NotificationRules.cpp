@@ -84,8 +84,8 @@ void follow(FileJobManager& manager, Announced& announced) {
     });
 }
 
-/// Expects that every file that differs between `before` and `after` was announced. Hidden files are the store's own
-/// business: locks, and what it writes while it works.
+/// Expects that every file that differs between `before` and `after` was announced. Hidden files and companions, such
+/// as the log of a database, are the store's own business: locks, and what it writes while it works.
 void requireEveryFileAnnounced(const std::string& what, const ScratchProject& project, const Announced& announced,
                                const std::map<std::string, std::string>& before,
                                const std::map<std::string, std::string>& after) {
@@ -101,7 +101,10 @@ void requireEveryFileAnnounced(const std::string& what, const ScratchProject& pr
     for (const auto& each : changed) {
         const host::Path file = project.root() / host::Path::fromAccessName(each.first);
         const bool isFolder = each.first.back() == '/';
-        if (!isFolder && file.fileName().text().front() != u'.')
+        const bool isCompanion = std::any_of(named.begin(), named.end(), [&](const host::Path& other) {
+            return file.text().size() > other.text().size() && file.text().rfind(other.text(), 0) == 0;
+        });
+        if (!isFolder && !isCompanion && file.fileName().text().front() != u'.')
             require(named.count(file) == 1, what + ": expected the file \"" + each.first +
                                                 "\", which was written or removed, to be announced, found it was not");
     }
@@ -166,8 +169,9 @@ std::vector<Rule> getNotificationRules() {
     return {
         {"AnnouncesItsChanges",
          "A change is one `FileJob` that the registered `FileJobManager` runs, so that its subscribers are told before "
-         "and after it which files are new, modified and deleted, hidden ones aside; a change that changes nothing is "
-         "not announced.",
+         "and after it which files are new, modified and deleted, aside from hidden ones and those whose name is that "
+         "of "
+         "an announced one and more; a change that changes nothing is not announced.",
          announcesItsChanges},
         {"SubscribersCanStopAChange",
          "The error of a subscriber that refuses a change ends the operation, and the old content stays.",
