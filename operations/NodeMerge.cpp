@@ -1,12 +1,14 @@
 #include "operations/NodeMerge.hpp"
 
 #include <algorithm>
+#include <array>
+#include <map>
 #include <set>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 #include "operations/NodeMatch.hpp"
+#include "operations/SiblingOrder.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/EqualTrees.hpp"
 
@@ -20,23 +22,6 @@ const std::u16string conflictName = u"Conflict";
 
 namespace {
 
-constexpr auto none = static_cast<std::size_t>(-1);
-
-using Numbers = std::vector<std::size_t>;
-using NumberSet = std::unordered_set<std::size_t>;
-
-Numbers keepOnly(const Numbers& numbers, const NumberSet& kept) {
-    Numbers result;
-    std::copy_if(numbers.begin(), numbers.end(), std::back_inserter(result),
-                 [&](std::size_t number) { return kept.count(number) != 0; });
-    return result;
-}
-
-/// Whether `side` has what it shares with `base` in another order.
-bool isReordered(const Numbers& base, const Numbers& side) {
-    return keepOnly(side, {base.begin(), base.end()}) != keepOnly(base, {side.begin(), side.end()});
-}
-
 Text getText(const MetadataNode* node, const std::u16string& key) {
     if (!node)
         return std::nullopt;
@@ -44,113 +29,144 @@ Text getText(const MetadataNode* node, const std::u16string& key) {
     return std::binary_search(keys.begin(), keys.end(), key) ? Text(node->get(key)) : std::nullopt;
 }
 
-/// A child node as all three have it; null where it is not there.
+/// A child node as all three have it, where it is there.
 struct Versions {
-    const MetadataNode* base = nullptr;
-    const MetadataNode* ours = nullptr;
-    const MetadataNode* theirs = nullptr;
+    enum Side { base, ours, theirs };
+
+    std::array<const MetadataNode*, 3> nodes{};
+    std::array<std::size_t, 3> contents{none, none, none};  // equal for equal nodes
+
+    bool isRemoved() const { return nodes[base] && (!nodes[ours] || !nodes[theirs]); }
+
+    /// Null if nobody has changed what the other has removed.
+    const MetadataNode* findKept() const {
+        const Side side = nodes[ours] ? ours : theirs;
+        return isRemoved() && contents[side] == contents[base] ? nullptr : nodes[side];
+    }
 };
 
 /// All child nodes, numbered: those of the base first, then what was added.
-struct Numbering {
+class Numbering {
+public:
     std::vector<Versions> children;
-    Numbers base, ours, theirs;  // the order of the children there
+    std::set<std::u16string> unclear;  // names of those that both sides have changed, and who is who is not certain
 
-    Numbering(const Nodes& baseNodes, const Nodes& oursNodes, const Nodes& theirNodes, bool hasBase) {
-        for (const auto& node : baseNodes)
-            base.push_back(addNew({node.get(), nullptr, nullptr}));
-        ours = number(base, matchNodes(baseNodes, oursNodes), oursNodes, &Versions::ours);
-        theirs = number(base, matchNodes(baseNodes, theirNodes), theirNodes, &Versions::theirs);
-        joinAdded(oursNodes, theirNodes, hasBase);
+    Numbering(const Nodes& baseNodes, const Nodes& oursNodes, const Nodes& theirNodes, bool hasBase)
+        : nodes_{&baseNodes, &oursNodes, &theirNodes}, siblings_({&baseNodes, &oursNodes, &theirNodes}) {
+        for (const Versions::Side side : {Versions::base, Versions::ours, Versions::theirs})
+            numbers_[side].resize(nodes_[side]->size(), none);
+        for (std::size_t i = 0; i < baseNodes.size(); ++i)
+            addNew(Versions::base, i);
+        numberCommon();
+        const Pairing added = siblings_.pair(Versions::ours, Versions::theirs);
+        for (std::size_t i = 0; i < oursNodes.size(); ++i) {
+            if (numbers_[Versions::ours][i] != none)
+                continue;
+            addNew(Versions::ours, i);
+            const std::size_t partner = added.partners[i];
+            if (partner == none || numbers_[Versions::theirs][partner] != none)
+                continue;
+            // What both have added alike is one child, and what has one identity. Without a base, one name is enough.
+            const bool isOne = siblings_.contentOf(Versions::ours, i) == siblings_.contentOf(Versions::theirs, partner);
+            const bool isCertain = added.isCertain[i] && (!hasBase || siblings_.isIdentified(Versions::ours, i));
+            if (isOne || isCertain)
+                put(Versions::theirs, partner, numbers_[Versions::ours][i]);
+        }
+        for (std::size_t i = 0; i < theirNodes.size(); ++i) {
+            if (numbers_[Versions::theirs][i] == none)
+                addNew(Versions::theirs, i);
+        }
+    }
+
+    /// The order of those that are kept.
+    MergedOrder mergeOrder() const {
+        std::array<Numbers, 3> kept;
+        for (std::size_t side = 0; side < kept.size(); ++side) {
+            std::copy_if(numbers_[side].begin(), numbers_[side].end(), std::back_inserter(kept[side]),
+                         [&](std::size_t number) { return children[number].findKept(); });
+        }
+        return operations::mergeOrder(kept[Versions::base], kept[Versions::ours], kept[Versions::theirs]);
     }
 
 private:
-    std::size_t addNew(Versions versions) {
-        children.push_back(versions);
-        return children.size() - 1;
+    void put(Versions::Side side, std::size_t place, std::size_t number) {
+        numbers_[side][place] = number;
+        children[number].nodes[side] = (*nodes_[side])[place].get();
+        children[number].contents[side] = siblings_.contentOf(side, place);
     }
 
-    /// The numbers of `nodes`, which match those numbered `known`.
-    Numbers number(const Numbers& known, const std::vector<std::optional<std::size_t>>& match, const Nodes& nodes,
-                   const MetadataNode* Versions::*side) {
-        Numbers numbers(nodes.size(), none);
-        for (std::size_t i = 0; i < known.size(); ++i) {
-            if (match[i])
-                numbers[*match[i]] = known[i];
-        }
-        for (std::size_t i = 0; i < nodes.size(); ++i) {
-            if (numbers[i] == none)
-                numbers[i] = addNew({});
-            children[numbers[i]].*side = nodes[i].get();
-        }
-        return numbers;
+    void addNew(Versions::Side side, std::size_t place) {
+        children.emplace_back();
+        put(side, place, children.size() - 1);
     }
 
-    /// What both have added alike is one child; without a base, so is what has the same name.
-    void joinAdded(const Nodes& oursNodes, const Nodes& theirNodes, bool hasBase) {
-        const auto isAdded = [&](std::size_t number) { return !children[number].base; };
-        Numbers oursAdded, theirsAdded;  // places in the lists
-        Nodes oursNew, theirsNew;
-        for (std::size_t i = 0; i < ours.size(); ++i) {
-            if (isAdded(ours[i])) {
-                oursAdded.push_back(i);
-                oursNew.push_back(oursNodes[i]);
+    /// The names of which both sides have not the same children.
+    std::map<std::u16string, bool> findDiffering() const {
+        std::map<std::u16string, std::pair<Numbers, Numbers>> contents;
+        for (const Versions::Side side : {Versions::ours, Versions::theirs}) {
+            for (std::size_t i = 0; i < nodes_[side]->size(); ++i) {
+                auto& [here, there] = contents[(*nodes_[side])[i]->getName()];
+                (side == Versions::ours ? here : there).push_back(siblings_.contentOf(side, i));
             }
         }
-        for (std::size_t i = 0; i < theirs.size(); ++i) {
-            if (isAdded(theirs[i])) {
-                theirsAdded.push_back(i);
-                theirsNew.push_back(theirNodes[i]);
-            }
-        }
-        const auto match = matchNodes(oursNew, theirsNew);
-        for (std::size_t i = 0; i < match.size(); ++i) {
-            if (!match[i] || (hasBase && !store_support::equalTrees(*oursNew[i], *theirsNew[*match[i]])))
+        std::map<std::u16string, bool> differing;
+        for (const auto& [name, sides] : contents)
+            differing[name] = sides.first != sides.second;
+        return differing;
+    }
+
+    /// Numbers what both sides, or one of them, have of the base.
+    void numberCommon() {
+        const Pairing ours = siblings_.pair(Versions::base, Versions::ours);
+        const Pairing theirs = siblings_.pair(Versions::base, Versions::theirs);
+        std::map<std::u16string, bool> differing = findDiffering();
+        const std::vector<bool> isMovedByOurs = findMoved(ours.partners);
+        const std::vector<bool> isMovedByTheirs = findMoved(theirs.partners);
+        for (std::size_t i = 0; i < ours.partners.size(); ++i) {
+            const std::size_t our = ours.partners[i];
+            const std::size_t their = theirs.partners[i];
+            const std::size_t content = children[i].contents[Versions::base];
+            const std::size_t ourContent = our == none ? none : siblings_.contentOf(Versions::ours, our);
+            const std::size_t theirContent = their == none ? none : siblings_.contentOf(Versions::theirs, their);
+            const bool isTouchedByOurs = !ours.isCertain[i] || ourContent != content || isMovedByOurs[i];
+            const bool isTouchedByTheirs = !theirs.isCertain[i] || theirContent != content || isMovedByTheirs[i];
+            // If both have removed one, or may have, nobody knows whether it is the same, unless all is.
+            const bool isMadeAlike = ourContent == theirContent && ourContent != content && ourContent != none;
+            const bool isAlike = isMadeAlike || !differing[children[i].nodes[Versions::base]->getName()];
+            const bool isUnclear =
+                !(ours.isCertain[i] && theirs.isCertain[i]) && isTouchedByOurs && isTouchedByTheirs && !isAlike;
+            if (our != none)
+                put(Versions::ours, our, i);
+            if (!isUnclear) {
+                if (their != none)
+                    put(Versions::theirs, their, i);
                 continue;
-            const std::size_t kept = ours[oursAdded[i]];
-            children[kept].theirs = theirsNew[*match[i]].get();
-            theirs[theirsAdded[*match[i]]] = kept;
+            }
+            // What both sides have stays, each by itself.
+            unclear.insert(children[i].nodes[Versions::base]->getName());
+            if (their != none && (our == none || theirContent != content))
+                addNew(Versions::theirs, their);
+            children[i].nodes[Versions::base] = nullptr;
         }
     }
+
+    std::array<const Nodes*, 3> nodes_;
+    std::array<Numbers, 3> numbers_;  // in the order of each version
+    Siblings siblings_;
 };
 
 }  // namespace
+
+const char16_t* nameOfConflict(Conflict::What what) {
+    constexpr std::array names{u"attribute", u"name", u"removed", u"children", u"order", u"path"};
+    return names.at(static_cast<std::size_t>(what));
+}
 
 Text mergeText(const Text& base, const Text& ours, const Text& theirs, bool& isConflict) {
     isConflict = ours != theirs && ours != base && theirs != base;
     if (isConflict)
         return ours ? ours : theirs;
     return ours == base ? theirs : ours;
-}
-
-std::vector<std::size_t> mergeOrder(const Numbers& base, const Numbers& ours, const Numbers& theirs) {
-    const bool framedByTheirs = !isReordered(base, ours) && isReordered(base, theirs);
-    const Numbers& frame = framedByTheirs ? theirs : ours;
-    const Numbers& other = framedByTheirs ? ours : theirs;
-    const NumberSet inFrame(frame.begin(), frame.end());
-    const NumberSet inOther(other.begin(), other.end());
-
-    std::unordered_map<std::size_t, Numbers> followers;  // of which of the frame, or of none
-    std::size_t anchor = none;
-    for (const std::size_t number : other) {
-        if (inFrame.count(number) != 0)
-            anchor = number;
-        else
-            followers[anchor].push_back(number);
-    }
-    Numbers order;
-    const Numbers* waiting = &followers[none];
-    const auto addWaiting = [&] { order.insert(order.end(), waiting->begin(), waiting->end()); };
-    for (const std::size_t number : frame) {
-        const bool isAnchor = inOther.count(number) != 0;
-        if (isAnchor)
-            addWaiting();
-        order.push_back(number);
-        if (isAnchor)
-            waiting = &followers[number];
-    }
-    addWaiting();
-    return order;
 }
 
 NodePtr NodeMerge::merge(const pm::MetadataPath& path, const NodePtr& base, const NodePtr& ours,
@@ -189,14 +205,10 @@ void NodeMerge::markIn(MetadataNode& node, Conflict conflict) {
     for (const std::u16string& name : names_)
         conflict.node += (conflict.node.empty() ? u"" : u"/") + name;
     MetadataNode& mark = node.createChildNode(conflictName);
+    mark.put(u"What", nameOfConflict(conflict.what));
     if (conflict.what == Conflict::What::removed) {
-        mark.put(u"What", u"removed");
         mark.put(u"RemovedBy", conflict.ours ? u"theirs" : u"ours");
     } else {
-        const bool isName = conflict.what == Conflict::What::name;
-        mark.put(u"What", isName ? u"name" : u"attribute");
-        if (!isName)
-            mark.put(u"Key", conflict.key);
         const std::pair<const char16_t*, const Text&> values[] = {
             {u"Base", conflict.base}, {u"Ours", conflict.ours}, {u"Theirs", conflict.theirs}};
         for (const auto& [key, value] : values) {
@@ -204,6 +216,8 @@ void NodeMerge::markIn(MetadataNode& node, Conflict conflict) {
                 mark.put(key, *value);
         }
     }
+    if (!conflict.key.empty())
+        mark.put(conflict.what == Conflict::What::children ? u"Name" : u"Key", conflict.key);
     conflicts_.push_back(std::move(conflict));
 }
 
@@ -224,7 +238,7 @@ void NodeMerge::mergeInto(MetadataNode& result, const MetadataNode* base, const 
         if (isConflict)
             found.push_back(std::move(conflict));
     }
-    mergeChildren(result, base, ours, theirs);
+    mergeChildren(result, base, ours, theirs, found);
     mergeName(result, base, ours, theirs);
     for (Conflict& conflict : found)
         markIn(result, std::move(conflict));
@@ -242,37 +256,41 @@ void NodeMerge::mergeName(MetadataNode& result, const MetadataNode* base, const 
         markIn(result, std::move(conflict));
 }
 
+/// @param found where conflicts go that are marked in the result itself
 void NodeMerge::mergeChildren(MetadataNode& result, const MetadataNode* base, const MetadataNode& ours,
-                              const MetadataNode& theirs) {
+                              const MetadataNode& theirs, std::vector<Conflict>& found) {
     const Numbering all(base ? base->getChildNodes() : Nodes(), ours.getChildNodes(), theirs.getChildNodes(), base);
+    const MergedOrder merged = all.mergeOrder();
     std::unordered_map<std::u16string, std::size_t> counts;
-    for (const std::size_t number : mergeOrder(all.base, all.ours, all.theirs)) {
+    for (const std::size_t number : merged.order) {
         const Versions& child = all.children[number];
-        const MetadataNode* const kept = child.ours ? child.ours : child.theirs;
-        const bool isRemoved = child.base && (!child.ours || !child.theirs);
-        if (isRemoved && store_support::equalTrees(*kept, *child.base))
-            continue;
-        const std::u16string& name = kept->getName();
-        MetadataNode& merged = result.createChildNode(name);
+        const MetadataNode& kept = *child.findKept();
+        const std::u16string& name = kept.getName();
+        MetadataNode& mergedChild = result.createChildNode(name);
         const std::string position = '[' + std::to_string(++counts[name]) + ']';
         names_.push_back(name + std::u16string(position.begin(), position.end()));
-        if (child.ours && child.theirs) {
-            mergeInto(merged, child.base, *child.ours, *child.theirs);
+        const auto& [baseNode, ourNode, theirNode] = child.nodes;
+        if (ourNode && theirNode && child.contents[Versions::ours] != child.contents[Versions::theirs]) {
+            mergeInto(mergedChild, baseNode, *ourNode, *theirNode);
         } else {
-            merged.copy(*kept);
+            mergedChild.copy(kept);
             const Text changed = u"changed";
-            if (isRemoved) {
-                markIn(merged, {Conflict::What::removed,
-                                {},
-                                {},
-                                {},
-                                {},
-                                child.ours ? changed : Text(),
-                                child.theirs ? changed : Text()});
+            if (child.isRemoved()) {
+                markIn(mergedChild, {Conflict::What::removed,
+                                     {},
+                                     {},
+                                     {},
+                                     {},
+                                     ourNode ? changed : Text(),
+                                     theirNode ? changed : Text()});
             }
         }
         names_.pop_back();
     }
+    for (const std::u16string& name : all.unclear)
+        found.push_back({Conflict::What::children, {}, {}, name, {}, {}, {}});
+    if (!merged.isConsistent)
+        found.push_back({Conflict::What::order, {}, {}, {}, {}, {}, {}});
 }
 
 }  // namespace operations

@@ -6,13 +6,19 @@
 ///     <Conflict Base="10" Key="Size" Ours="12" Theirs="15" What="attribute"/>
 ///     <Conflict Base="Info" Ours="Data" Theirs="Item" What="name"/>
 ///     <Conflict RemovedBy="theirs" What="removed"/>
+///     <Conflict Name="Item" What="children"/>
+///     <Conflict What="order"/>
+///     <Conflict Base="File:a.c" Ours="File:b.c" Theirs="File:a.c" What="path"/>
+///
+/// "children": both have changed child nodes of that name, and it rests on their position alone who is who
+/// (NodeMatch.hpp); those of both sides are kept. "order": both have put the child nodes, or the paths below this one,
+/// into other orders, and there is none that agrees with both. "path": the three are not versions of one path.
 ///
 /// A value that is not there is left out. Whoever has settled it removes the child node.
 ///
 /// One thread at a time may use an object.
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,24 +35,21 @@ extern const std::u16string conflictName;
 using Text = std::optional<std::u16string>;
 
 struct Conflict {
-    enum class What { attribute, name, removed };
+    enum class What { attribute, name, removed, children, order, path };
 
     What what;
     project::metadata::MetadataPath path;
     std::u16string node;      ///< which node below that of the path, such as "Item[2]/Info"; empty for the path's own
-    std::u16string key;       ///< of the attribute
-    Text base, ours, theirs;  ///< the attribute's values or the node's names; of what was removed, the side that kept
-                              ///< it has the text "changed"
+    std::u16string key;       ///< of the attribute, or the name of the child nodes
+    Text base, ours, theirs;  ///< the attribute's values, the node's names or the last steps of the paths; of what was
+                              ///< removed, the side that kept it has the text "changed"
 };
+
+/// "attribute" and so on, as it stands in the mark.
+const char16_t* nameOfConflict(Conflict::What what);
 
 /// The value of three; `isConflict` is set if both sides have changed it differently.
 Text mergeText(const Text& base, const Text& ours, const Text& theirs, bool& isConflict);
-
-/// The order of things that are known by numbers, given their order in the base and on both sides. All that is on
-/// either side is in it: in the order of ours, or of theirs if only they have changed the order, and what only the
-/// other side has comes after what it follows there.
-std::vector<std::size_t> mergeOrder(const std::vector<std::size_t>& base, const std::vector<std::size_t>& ours,
-                                    const std::vector<std::size_t>& theirs);
 
 class NodeMerge {
 public:
@@ -64,7 +67,8 @@ private:
 
     void mergeInto(Node& result, const Node* base, const Node& ours, const Node& theirs);
     void mergeName(Node& result, const Node* base, const Node& ours, const Node& theirs);
-    void mergeChildren(Node& result, const Node* base, const Node& ours, const Node& theirs);
+    void mergeChildren(Node& result, const Node* base, const Node& ours, const Node& theirs,
+                       std::vector<Conflict>& found);
     void markIn(Node& node, Conflict conflict);
 
     project::metadata::MetadataPath path_;

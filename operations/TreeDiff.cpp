@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <map>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "host/Interruption.hpp"
 #include "operations/NodeMatch.hpp"
+#include "operations/SiblingOrder.hpp"
 #include "store_support/EqualTrees.hpp"
-#include "store_support/LongestAscent.hpp"
 
 namespace operations {
 
@@ -44,58 +46,51 @@ std::vector<AttributeDiff> diffAttributes(const Attributes& before, const Attrib
     return diffs;
 }
 
-std::size_t getPosition(const Nodes& siblings, std::size_t index) {
-    const auto hasName = [&](const auto& node) { return node->getName() == siblings[index]->getName(); };
-    if (std::count_if(siblings.begin(), siblings.end(), hasName) == 1)
-        return 0;
-    const auto end = siblings.begin() + static_cast<std::ptrdiff_t>(index) + 1;
-    return static_cast<std::size_t>(std::count_if(siblings.begin(), end, hasName));
+/// The place of each node among its siblings of the same name, from 1; 0 for the only one.
+std::vector<std::size_t> findPositions(const Nodes& siblings) {
+    std::unordered_map<std::u16string_view, std::size_t> counts;
+    std::vector<std::size_t> positions;
+    for (const auto& node : siblings)
+        positions.push_back(++counts[node->getName()]);
+    for (std::size_t i = 0; i < siblings.size(); ++i)
+        positions[i] = counts[siblings[i]->getName()] == 1 ? 0 : positions[i];
+    return positions;
 }
 
 NodeDiff diffNodes(const pm::MetadataNode& before, const pm::MetadataNode& after);
 
 std::vector<NodeDiff> diffChildren(const Nodes& before, const Nodes& after) {
-    std::vector<NodeDiff> diffs;
-    const auto match = matchNodes(before, after);
-    std::vector<bool> isMatched(after.size());
-    for (const auto& partner : match) {
-        if (partner)
-            isMatched[*partner] = true;
-    }
-    std::size_t next = 0;  // of `after`
-    const auto addUpTo = [&](std::size_t end) {
-        for (; next < end; ++next) {
-            if (!isMatched[next])
-                diffs.push_back({nullptr, after[next].get(), getPosition(after, next), {}, {}});
-        }
-    };
+    const Siblings siblings({&before, &after});
+    const Pairing pairing = siblings.pair(0, 1);
+    Numbers partners(after.size(), none);
     for (std::size_t i = 0; i < before.size(); ++i) {
-        if (!match[i]) {
-            diffs.push_back({before[i].get(), nullptr, getPosition(before, i), {}, {}});
-            continue;
-        }
-        addUpTo(*match[i]);
-        if (store_support::equalTrees(*before[i], *after[*match[i]]))
-            continue;
-        diffs.push_back(diffNodes(*before[i], *after[*match[i]]));
-        diffs.back().position = getPosition(after, *match[i]);
+        if (pairing.partners[i] != none)
+            partners[pairing.partners[i]] = i;
     }
-    addUpTo(after.size());
+    const auto positionsBefore = findPositions(before);
+    const auto positionsAfter = findPositions(after);
+    std::vector<NodeDiff> diffs;
+    for (const Aligned& child : align(before.size(), partners)) {
+        if (child.after == none) {
+            diffs.push_back({before[child.before].get(), nullptr, positionsBefore[child.before], false, {}, {}});
+        } else if (child.before == none) {
+            diffs.push_back({nullptr, after[child.after].get(), positionsAfter[child.after], false, {}, {}});
+        } else if (child.isMoved || siblings.contentOf(0, child.before) != siblings.contentOf(1, child.after)) {
+            diffs.push_back(diffNodes(*before[child.before], *after[child.after]));
+            diffs.back().position = positionsAfter[child.after];
+            diffs.back().isMoved = child.isMoved;
+        }
+    }
     return diffs;
 }
 
 NodeDiff diffNodes(const pm::MetadataNode& before, const pm::MetadataNode& after) {
-    return {&before, &after, 0, diffAttributes(getAttributes(before), getAttributes(after)),
+    return {&before,
+            &after,
+            0,
+            false,
+            diffAttributes(getAttributes(before), getAttributes(after)),
             diffChildren(before.getChildNodes(), after.getChildNodes())};
-}
-
-/// Which of `places`, all different, must move so that the others ascend: as few as possible.
-std::vector<bool> findMoved(const std::vector<std::size_t>& places) {
-    std::vector<bool> isMoved(places.size(), true);
-    const std::vector<std::optional<std::size_t>> values(places.begin(), places.end());
-    for (const std::size_t place : store_support::findLongestAscent(values))
-        isMoved[place] = false;
-    return isMoved;
 }
 
 /// One path of two trees, either of which may lack it.
@@ -112,7 +107,7 @@ public:
             if (!store_support::equalTrees(*before.node, *after.node))
                 diff.node = diffNodes(*before.node, *after.node);
         } else if (before.node || after.node) {
-            diff.node = NodeDiff{before.node.get(), after.node.get(), 0, {}, {}};
+            diff.node = NodeDiff{before.node.get(), after.node.get(), 0, false, {}, {}};
         }
         if (isMoved || !diff.attributes.empty() || diff.node)
             diffs_.push_back(std::move(diff));
@@ -125,7 +120,8 @@ private:
     void addWhole(const pm::MetadataPath& path, const PathTree& tree, bool isBefore) {
         PathDiff diff{path, isBefore ? &tree : nullptr, isBefore ? nullptr : &tree, false, {}, std::nullopt};
         if (tree.node)
-            diff.node = NodeDiff{isBefore ? tree.node.get() : nullptr, isBefore ? nullptr : tree.node.get(), 0, {}, {}};
+            diff.node =
+                NodeDiff{isBefore ? tree.node.get() : nullptr, isBefore ? nullptr : tree.node.get(), 0, false, {}, {}};
         diffs_.push_back(std::move(diff));
         for (const PathTree& child : tree.children)
             addWhole(childPath(path, child.step), child, isBefore);
@@ -133,44 +129,25 @@ private:
 
     void compareChildren(const pm::MetadataPath& path, const std::vector<PathTree>& before,
                          const std::vector<PathTree>& after) {
-        std::map<pm::PathElement, std::size_t> places;  // in `before`, of those that are not in `after` in the end
+        std::map<pm::PathElement, std::size_t> places;  // in `before`, of those that have no partner yet
         for (std::size_t i = 0; i < before.size(); ++i)
             places.emplace(before[i].step, i);
-        std::vector<const PathTree*> partners;
-        std::vector<std::size_t> common;
+        Numbers partners;
         for (const PathTree& child : after) {
             const auto place = places.find(child.step);
-            partners.push_back(place == places.end() ? nullptr : &before[place->second]);
-            if (place == places.end())
-                continue;
-            common.push_back(place->second);
-            places.erase(place);
+            partners.push_back(place == places.end() ? none : place->second);
+            if (place != places.end())
+                places.erase(place);
         }
-        const std::vector<bool> isMoved = findMoved(common);
-        std::vector<bool> isRemoved(before.size());
-        for (const auto& [step, place] : places)
-            isRemoved[place] = true;
-
-        std::size_t next = 0;  // of `before`
-        const auto removeUpTo = [&](std::size_t end) {
-            for (; next < end; ++next) {
-                if (isRemoved[next])
-                    addWhole(childPath(path, before[next].step), before[next], true);
-            }
-        };
-        for (std::size_t i = 0, commonCount = 0; i < after.size(); ++i) {
-            const pm::MetadataPath child = childPath(path, after[i].step);
-            if (!partners[i]) {
-                while (next < before.size() && isRemoved[next])
-                    removeUpTo(next + 1);
-                addWhole(child, after[i], false);
-                continue;
-            }
-            if (!isMoved[commonCount])
-                removeUpTo(common[commonCount] + 1);
-            compare(child, *partners[i], after[i], isMoved[commonCount++]);
+        for (const Aligned& child : align(before.size(), partners)) {
+            if (child.after == none)
+                addWhole(childPath(path, before[child.before].step), before[child.before], true);
+            else if (child.before == none)
+                addWhole(childPath(path, after[child.after].step), after[child.after], false);
+            else
+                compare(childPath(path, after[child.after].step), before[child.before], after[child.after],
+                        child.isMoved);
         }
-        removeUpTo(before.size());
     }
 
     bool withPlaces_;

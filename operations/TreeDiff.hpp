@@ -22,8 +22,9 @@ struct NodeDiff {
     const project::metadata::MetadataNode* before = nullptr;
     const project::metadata::MetadataNode* after = nullptr;
     std::size_t position = 0;  ///< among its siblings of the same name, from 1; 0 if it is the only one, or has none
+    bool isMoved = false;      ///< to another place among its siblings
     std::vector<AttributeDiff> attributes;  ///< by key; only if it is on both sides
-    std::vector<NodeDiff> children;         ///< those that are different; only if it is on both sides
+    std::vector<NodeDiff> children;         ///< those that are different or moved; only if it is on both sides
 };
 
 /// A path that is different, other than by what is below it; null on the side where it is not there.

@@ -6,6 +6,7 @@
 
 #include "host/Interruption.hpp"
 #include "operations/Errors.hpp"
+#include "operations/SiblingOrder.hpp"
 #include "store_support/EqualTrees.hpp"
 
 namespace operations {
@@ -64,11 +65,24 @@ private:
             }
             return order;
         };
-        const auto baseOrder = base ? number(*base, &Versions::base) : std::vector<std::size_t>();
-        const auto ourOrder = number(ours, &Versions::ours);
-        const auto theirOrder = number(theirs, &Versions::theirs);
-        for (const std::size_t child : mergeOrder(baseOrder, ourOrder, theirOrder))
+        Numbers baseOrder = base ? number(*base, &Versions::base) : Numbers();
+        Numbers ourOrder = number(ours, &Versions::ours);
+        Numbers theirOrder = number(theirs, &Versions::theirs);
+        const auto isGone = [&](std::size_t child) { return isRemovedUnchanged(children[child]); };
+        for (Numbers* const order : {&baseOrder, &ourOrder, &theirOrder})
+            order->erase(std::remove_if(order->begin(), order->end(), isGone), order->end());
+        const MergedOrder merged = mergeOrder(baseOrder, ourOrder, theirOrder);
+        if (!merged.isConsistent)
+            result.node = nodes_.mark({Conflict::What::order, path, {}, {}, {}, {}, {}}, result.node);
+        for (const std::size_t child : merged.order)
             mergeChild(result, path, children[child]);
+    }
+
+    static bool isRemovedUnchanged(const Versions& child) {
+        if (child.ours && child.theirs)
+            return false;
+        const PathTree* const kept = child.ours ? child.ours : child.theirs;
+        return !kept || (child.base && equalPaths(*child.base, *kept));
     }
 
     void mergeChild(PathTree& result, const pm::MetadataPath& path, const Versions& child) {
@@ -77,8 +91,6 @@ private:
             result.children.push_back(merge(childPath(path, kept.step), child.base, *child.ours, *child.theirs));
             return;
         }
-        if (child.base && equalPaths(*child.base, kept))
-            return;
         result.children.push_back(kept);
         if (!child.base)
             return;
@@ -96,6 +108,29 @@ private:
 
     NodeMerge nodes_;
 };
+
+/// The result for three files of which not all are of one path: version control has taken one path for another.
+MergeResult keepOnePath(const MetadataTree& base, const MetadataTree& ours, const MetadataTree& theirs) {
+    const bool isBase = base.form == TreeForm::path;
+    if (isBase && equalPaths(base.root, theirs.root))
+        return {ours, {}};
+    if (isBase && equalPaths(base.root, ours.root))
+        return {theirs, {}};
+    // The file is to be that of the other path, which has come in place of that of the base.
+    MergeResult result{isBase && base.root.step == ours.root.step ? theirs : ours, {}};
+    const auto describe = [](const MetadataTree& tree) { return tree.rootPath().string(); };
+    NodeMerge nodes;
+    result.tree.root.node = nodes.mark({Conflict::What::path,
+                                        result.tree.rootPath(),
+                                        {},
+                                        {},
+                                        isBase ? Text(describe(base)) : Text(),
+                                        describe(ours),
+                                        describe(theirs)},
+                                       result.tree.root.node);
+    result.conflicts = nodes.takeConflicts();
+    return result;
+}
 
 void requireSameForm(const MetadataTree& a, const MetadataTree& b) {
     if (a.form != b.form && a.form != TreeForm::empty && b.form != TreeForm::empty) {
@@ -120,6 +155,11 @@ MergeResult mergeTrees(const MetadataTree& base, const MetadataTree& ours, const
         result.tree = shape;
         return result;
     }
+    const auto isOther = [&](const MetadataTree& tree) {
+        return tree.form == TreeForm::path && tree.root.step != ours.root.step;
+    };
+    if (isOther(base) || isOther(theirs))
+        return keepOnePath(base, ours, theirs);
     TreeMerge merge;
     const PathTree* const root = base.form == TreeForm::empty ? nullptr : &base.root;
     result.tree.root = merge.merge(ours.rootPath(), root, ours.root, theirs.root);
