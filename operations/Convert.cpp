@@ -236,8 +236,8 @@ std::unique_ptr<pm::MetadataManager> openSource(const host::Path& root, Observer
     openProject(root).reset();
     auto source = openProject(root);
     const auto progress = observer.start("Reading");
-    if (const auto damages = findDamage(*source); !damages.empty()) {
-        refuse(root, quoted(damages.front().file) + " is damaged: " + host::toUtf8(damages.front().problem) +
+    if (const auto loss = findLoss(*source)) {
+        refuse(root, quoted(loss->file) + " is damaged: " + host::toUtf8(loss->problem) +
                          "; \"project-metadata check\" finds all damage");
     }
     return source;

@@ -13,6 +13,7 @@
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "store_support/WholeFile.hpp"
 
 namespace operations {
 
@@ -35,7 +36,9 @@ MetadataTree readFile(const host::Path& file) {
         if (auto content = format->readFile(file))
             return {content->isRoot ? TreeForm::core : TreeForm::path, std::move(content->tree), format};
     }
-    std::shared_ptr<const pm::MetadataNode> xml = pm::readFromFile(file);
+    std::shared_ptr<const pm::MetadataNode> xml = store_support::readWholeFile(file, [](const auto&) { return true; });
+    if (!xml)
+        xml = pm::readFromFile(file);  // which says what is wrong with it
     const std::u16string& type = xml->get(pm::metadataTypeKey());
     if (!type.empty() && !xml->getChildNodes().empty()) {
         throw OperationError(ErrorKind::failure, quoted(file) + " belongs to metadata of type \"" + host::toUtf8(type) +
@@ -61,7 +64,7 @@ void fill(PathTree& tree, const pm::MetadataManager& store, const pm::MetadataPa
 
 /// @param root for the error sentence
 MetadataTree readStore(const pm::MetadataManager& store, const host::Path& root, Progress& progress) {
-    if (!findDamage(store).empty()) {
+    if (findLoss(store)) {
         throw OperationError(ErrorKind::failure, "The metadata of " + quoted(root) +
                                                      " is damaged, and what cannot be read would pass for removed; see "
                                                      "\"project-metadata check\"");

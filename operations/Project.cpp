@@ -74,6 +74,14 @@ std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store) {
     return reporter ? reporter->findDamage() : std::vector<pm::MetadataDamage>();
 }
 
+std::optional<pm::MetadataDamage> findLoss(const pm::MetadataManager& store) {
+    for (pm::MetadataDamage& damage : findDamage(store)) {
+        if (!damage.readsAsBranch)
+            return std::move(damage);
+    }
+    return std::nullopt;
+}
+
 std::string listStoreNames() {
     std::string names;
     for (const auto& factory : pm::getRegisteredFactories()) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,10 @@ std::unique_ptr<project::metadata::MetadataManager> openProject(const host::Path
 /// What is damaged in `store`; nothing for a store that cannot tell.
 /// @throws whatever the store throws
 std::vector<project::metadata::MetadataDamage> findDamage(const project::metadata::MetadataManager& store);
+
+/// The first damage by which something is out of reach, so that it would pass for removed; no value if there is none.
+/// @throws whatever the store throws
+std::optional<project::metadata::MetadataDamage> findLoss(const project::metadata::MetadataManager& store);
 
 /// The names of all stores that users may choose, for an error sentence.
 std::string listStoreNames();

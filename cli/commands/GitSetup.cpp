@@ -96,8 +96,11 @@ std::string findOwnCommand() {
 /// Pairs of a key of git's configuration and its value.
 std::vector<std::pair<std::string, std::string>> makeConfiguration() {
     const std::string command = findOwnCommand();
+    // What is no metadata, and so an error for this program, is merged as git does it.
+    const std::string otherwise =
+        "; s=$?; test $s -ne 3 && exit $s; git merge-file --marker-size=%L -L ours -L base -L theirs %A %O %B";
     return {{"merge.project-metadata.name", "metadata by path and attribute"},
-            {"merge.project-metadata.driver", command + " merge --label %P %O %A %B"},
+            {"merge.project-metadata.driver", command + " merge --label %P %O %A %B" + otherwise},
             {"diff.project-metadata.textconv", command + " textconv"}};
 }
 
@@ -155,6 +158,7 @@ public:
     }
 
     void configure() const {
+        configureRenames();
         for (const auto& [key, value] : makeConfiguration()) {
             const GitOutcome before = runGit(folder_, {"config", "--local", "--get", key});
             if (isRemoval_ && before.status == 0)
@@ -188,6 +192,25 @@ public:
     }
 
 private:
+    /// Git would take a folder for renamed because of what is in its files, and put those of the other side there.
+    void configureRenames() const {
+        const std::string key = "merge.directoryRenames";
+        const std::string noteKey = "merge.project-metadata.directoryRenamesBefore";  // empty if it was not set
+        const GitOutcome now = runGit(folder_, {"config", "--local", "--get", key});
+        const GitOutcome before = runGit(folder_, {"config", "--local", "--get", noteKey});
+        const bool isOff = now.status == 0 && now.out == "false";
+        if (!isRemoval_ && !isOff) {
+            change({"config", "--local", "--replace-all", noteKey, now.out}, "noted " + key + " = " + now.out);
+            change({"config", "--local", "--replace-all", key, "false"}, "set " + key + " = false");
+        } else if (isRemoval_ && before.status == 0) {
+            if (isOff && before.out.empty())
+                change({"config", "--local", "--unset-all", key}, "removed " + key);
+            else if (isOff)
+                change({"config", "--local", "--replace-all", key, before.out}, "set " + key + " = " + before.out);
+            change({"config", "--local", "--unset-all", noteKey}, "removed " + noteKey);
+        }
+    }
+
     void change(std::vector<std::string> arguments, const std::string& text) const {
         if (!isDryRun_ && runGit(folder_, std::move(arguments)).status != 0)
             throw CommandError(Status::failure, "git cannot change the configuration of \"" + folder_ + '"');

@@ -36,9 +36,25 @@ std::string describe(const Conflict& conflict) {
     std::string text = formatPath(conflict.path) + ": ";
     if (!conflict.node.empty())
         text += "node " + escapeName(conflict.node) + ": ";
-    if (conflict.what == Conflict::What::removed)
-        return text + (conflict.ours ? "ours changed it, theirs removed it" : "ours removed it, theirs changed it");
-    text += conflict.what == Conflict::What::name ? "the node's name" : escapeText(conflict.key);
+    switch (conflict.what) {
+        case Conflict::What::removed:
+            return text + (conflict.ours ? "ours changed it, theirs removed it" : "ours removed it, theirs changed it");
+        case Conflict::What::children:
+            return text + "both changed child nodes " + quoteText(conflict.key) +
+                   ", and nothing but their position tells which is which; those of both are kept";
+        case Conflict::What::order:
+            return text +
+                   "both changed the order of what is in it, and no order agrees with both; that of ours is kept";
+        case Conflict::What::attribute:
+            text += escapeText(conflict.key);
+            break;
+        case Conflict::What::name:
+            text += "the node's name";
+            break;
+        case Conflict::What::path:
+            text += "the versions are of different paths";
+            break;
+    }
     return text + ": ours " + describe(conflict.ours) + ", theirs " + describe(conflict.theirs) + ", base " +
            describe(conflict.base);
 }
@@ -48,12 +64,11 @@ Json toJson(const operations::Text& text) {
 }
 
 Json toJson(const Conflict& conflict) {
-    constexpr const char* names[] = {"attribute", "name", "removed"};
     const bool isRemoved = conflict.what == Conflict::What::removed;
     Json json = cli::toJson(conflict.path);
     json["node"] = cli::toJson(conflict.node);
-    json["conflict"] = names[static_cast<int>(conflict.what)];
-    json["key"] = conflict.what == Conflict::What::attribute ? cli::toJson(conflict.key) : Json(nullptr);
+    json["conflict"] = host::toUtf8(nameOfConflict(conflict.what));
+    json["key"] = conflict.key.empty() ? Json(nullptr) : cli::toJson(conflict.key);
     json["base"] = toJson(conflict.base);
     json["ours"] = isRemoved ? Json(nullptr) : toJson(conflict.ours);
     json["theirs"] = isRemoved ? Json(nullptr) : toJson(conflict.theirs);

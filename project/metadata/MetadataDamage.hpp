@@ -14,6 +14,8 @@ namespace project::metadata {
 struct MetadataDamage {
     host::Path file;         ///< the damaged file, also where it is missing
     std::u16string problem;  ///< what is wrong with it, in words
+    /// Whether nothing is out of reach by it: the path reads as a branch, and what is below it as ever.
+    bool readsAsBranch = false;
 };
 
 /// Learns of damage. Called on the thread that uses the store, also by several at once; must not throw.

@@ -278,16 +278,20 @@ std::vector<Path> PathFiles::list(const Path& childFolder) const {
 }
 
 std::vector<MetadataDamage> PathFiles::findDamage() const {
-    std::map<Path, std::u16string> damage;
+    std::map<Path, MetadataDamage> damage;
     std::vector<Path> files = list(folder_);
     if (!files.empty() && !getFileVersion(coreFile_))
-        damage[coreFile_] = missing;
+        damage[coreFile_] = {coreFile_, missing};
     for (const Path& file : files) {
         // Every folder on the way must have its file.
         for (Path folder = project::metadata::getParentFolder(file); folder != folder_;
              folder = project::metadata::getParentFolder(folder)) {
             const Path parent(folder.text() + extension);
-            if (!getFileVersion(parent) && !damage.emplace(parent, missing).second)
+            if (getFileVersion(parent))
+                continue;
+            // A name that was cut does not tell the path.
+            const bool isKnown = parseNodeFolderName(folder.fileName().text()).has_value();
+            if (!damage.emplace(parent, MetadataDamage{parent, missing, isKnown}).second)
                 break;
         }
     }
@@ -296,16 +300,16 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
         try {
             const PathFilePtr content = read(file);
             if (content && !content->damage.empty())
-                damage[file] = content->damage;
+                damage[file] = {file, content->damage};
         } catch (const MetadataReadFailure& error) {
-            damage[file] = getReadProblem(error);
+            damage[file] = {file, getReadProblem(error)};
         }
     }
     if (const auto journal = store_support::findJournalDamage(folder_))
-        damage[journal->file] = journal->problem;
+        damage[journal->file] = *journal;
     std::vector<MetadataDamage> result;
-    for (auto& [file, problem] : damage)
-        result.push_back({file, problem});
+    for (auto& [file, found] : damage)
+        result.push_back(std::move(found));
     return result;
 }
 

@@ -48,6 +48,14 @@ protected:
         EXPECT_EQ(outcome.status, 0) << outcome.err;
     }
 
+    /// Gives the path with the file `name` the node `xml`.
+    void setNode(const std::string& name, const std::string& xml) const {
+        const fs::path file = nodeFile.parent_path() / name;
+        const std::string bytes = test::readBytes(file);
+        const std::size_t begin = bytes.find("<Node>") + std::string("<Node>").size();
+        test::writeBytes(file, bytes.substr(0, begin) + xml + bytes.substr(bytes.find("</Node>")));
+    }
+
     const fs::path nodeFile = root / "resources/project/T=a.xml";
 };
 
@@ -91,6 +99,99 @@ TEST_F(GitTest, aFileThatBothHaveAddedMergesIfOnlyItsRankDiffers) {
     EXPECT_NE(test::readBytes(nodeFile.parent_path() / "T=b.xml"), rank);
 }
 
+/// The edit of one child node must not land on another when the other side has removed it.
+TEST_F(GitTest, childNodesAreMergedByTheirIdentity) {
+    const auto write = [&](const std::string& parts) {
+        setNode("T=a.xml", "<Info>" + parts + "</Info>");
+        commit();
+    };
+    const std::string washer = R"(<part id="washer"/>)";
+    write(R"(<part id="bolt"/><part id="nut"/>)" + washer);
+    setUp();
+    git("checkout -q -b theirs");
+    write(R"(<part checked="1" id="bolt"/><part id="nut"/>)" + washer);
+    git("checkout -q -b ours base");
+    write(R"(<part id="nut" size="2"/>)" + washer);
+    EXPECT_THAT(git("merge theirs || test $? = 1"), HasSubstr("T:a: node part[1]: ours removed it, theirs changed it"));
+    EXPECT_EQ(run({"show", root, "T:a"}).out,
+              "T:a\nInfo\n    part\n        checked = 1\n        id      = bolt\n        Conflict\n"
+              "            RemovedBy = ours\n            What      = removed\n    part\n        id   = nut\n"
+              "        size = 2\n    part\n        id = washer\n0 paths directly below\n");
+}
+
+/// Git takes a file that is like another one for that one, renamed.
+TEST_F(GitTest, anotherPathIsNoVersionOfThisOne) {
+    std::string parts;
+    for (const char* const id : {"a", "b", "c", "d", "e", "f", "g", "h", "i", "j"})
+        parts += std::string("<part id=\"") + id + "\"/>\n";
+    const auto fill = [&](const std::string& name, const std::string& value) {
+        EXPECT_EQ(run({"set", "--create", root, "T:" + name, "s=" + value}).status, 0);
+        setNode("T=" + name + ".xml", "<Info s=\"" + value + "\">" + parts + "</Info>");
+    };
+    fill("pump", "1");
+    commit();
+    setUp();
+    git("checkout -q -b theirs");
+    fill("pump", "2");
+    commit();
+    git("checkout -q -b ours base");
+    EXPECT_EQ(run({"remove", root, "T:pump"}).status, 0);
+    fill("valve", "3");
+    commit();
+    for (const bool isSwapped : {false, true}) {
+        git(isSwapped ? "checkout -q theirs" : "checkout -q ours");
+        EXPECT_THAT(git((isSwapped ? "merge ours" : "merge theirs") + std::string(" || test $? = 1")),
+                    HasSubstr("T:valve: the versions are of different paths"));
+        EXPECT_EQ(run({"get", root, "T:valve", "s"}).out, "3\n");
+        git("reset -q --hard");
+    }
+}
+
+/// What the driver would lose is merged by git itself.
+TEST_F(GitTest, filesThatHoldMoreThanMetadataAreMergedAsText) {
+    const auto write = [&](const std::string& first, const std::string& last) {
+        test::writeBytes(nodeFile, "<!--" + first + "-->\n<a>\n\n\n\n\n\n" + last + "\n</a>\n");
+        commit();
+    };
+    write("first", "text");
+    setUp();
+    EXPECT_EQ(run({"textconv", nodeFile}).out, "<!--first-->\n<a>\n\n\n\n\n\ntext\n</a>\n");
+    git("checkout -q -b theirs");
+    write("first", "other text");
+    git("checkout -q -b ours base");
+    write("changed", "text");
+    git("merge -q --no-edit theirs");
+    EXPECT_EQ(test::readBytes(nodeFile), "<!--changed-->\n<a>\n\n\n\n\n\nother text\n</a>\n");
+    git("checkout -q -b conflicting base");
+    write("other", "text");
+    EXPECT_THAT(git("merge ours || test $? = 1"), HasSubstr("CONFLICT (content)"));
+    EXPECT_THAT(test::readBytes(nodeFile), HasSubstr("<<<<<<< ours\n<!--other-->\n======="));
+}
+
+/// One side removes a path, the other adds one below it: git merges the files, and the path has none.
+TEST_F(GitTest, aPathWithoutFileIsABranch) {
+    const auto commitTo = [&](const std::string& name, const std::vector<std::string>& arguments) {
+        git("checkout -q -b " + name + " base");
+        EXPECT_EQ(run(arguments).status, 0);
+        commit();
+    };
+    setUp();
+    commitTo("theirs", {"set", "--create", root, "T:a|T:b", "k=1"});
+    commitTo("ours", {"remove", root, "T:a"});
+    const fs::path before = folder / "before", after = folder / "after";
+    fs::copy(root, before, fs::copy_options::recursive);
+    git("merge -q --no-edit theirs");
+    EXPECT_FALSE(fs::exists(nodeFile));
+    EXPECT_EQ(run({"diff", before, root}).out, "+ T:a\n+ T:a|T:b\n    + node Info\n        + k=\"1\"\n");
+    EXPECT_EQ(run({"merge", before, before, root}).status, 0);
+    expectSuccess(run({"diff", before, root}), "");
+    fs::copy(root, after, fs::copy_options::recursive);
+    EXPECT_EQ(run({"convert", root, "--to", "monolithic"}).status, 0);
+    expectSuccess(run({"diff", after, root}), "");
+    EXPECT_EQ(run({"check", after}).status, 1);
+    EXPECT_EQ(run({"check", root}).status, 0);
+}
+
 TEST_F(GitTest, setupCanBeRepeatedAndTakenBack) {
     const auto settings = [&] { return test::readBytes(root / ".git/config"); };
     const std::string before = settings();
@@ -105,6 +206,12 @@ TEST_F(GitTest, setupCanBeRepeatedAndTakenBack) {
     EXPECT_EQ(test::readTree(root), tree);
     setUp({"--attributes", "--remove"});
     EXPECT_EQ(settings(), before);
+    git("config merge.directoryRenames conflict");
+    setUp({"--attributes"});
+    EXPECT_EQ(git("config merge.directoryRenames"), "false\n");
+    setUp({"--attributes", "--remove"});
+    EXPECT_EQ(git("config merge.directoryRenames"), "conflict\n");
+    git("config --unset merge.directoryRenames");
     EXPECT_EQ(test::readBytes(root / ".gitattributes"), "*.bin binary\n");
     EXPECT_EQ(test::readBytes(root / ".gitattributes.new"), "somebody's");
     std::filesystem::rename(root / ".gitattributes", folder / "shared");
