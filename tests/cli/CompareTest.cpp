@@ -83,6 +83,14 @@ TEST_F(CompareTest, listsDifferencesByPathAndAttribute) {
     EXPECT_EQ(json[0]["node"]["attributes"][0], nlohmann::json({{"key", "k"}, {"before", "1"}, {"after", "2"}}));
     EXPECT_EQ(json[1]["moved"], true);
     EXPECT_EQ(json[3]["change"], "removed");
+
+    EXPECT_EQ(run({"diff", "--name-only", a, b}).out, "T:a\nT:d\nT:new\nT:c\nT:e\n");
+    EXPECT_EQ(run({"diff", "--stat", a, b}).out, "5 paths: 1 added, 1 removed, 3 changed, of which 1 moved\n");
+    EXPECT_EQ(nlohmann::json::parse(run({"diff", "--stat", "--json", a, b, "T:d"}).out),
+              nlohmann::json({{"added", 0}, {"removed", 0}, {"changed", 1}, {"moved", 1}}));
+    EXPECT_EQ(run({"diff", a, b, "T:c"}).out, "- T:c\n    - node Info\n");
+    expectSuccess(run({"diff", a, b, "T:b"}), "");
+    expectFailure(run({"diff", a, b, "T:none"}), 3, {"T:none", "on either side"});
 }
 
 TEST_F(CompareTest, refusesWhatItCannotCompare) {
@@ -91,6 +99,13 @@ TEST_F(CompareTest, refusesWhatItCannotCompare) {
     expectFailure(run({"diff", folder / "absent", folder / "node.xml"}), 3, {folder / "absent"});
     expectFailure(run({"diff", folder / "bad.xml", folder / "node.xml"}), 3, {folder / "bad.xml", "<Info>"});
     expectFailure(run({"merge", folder / "node.xml", folder / "node.xml", file("a.xml", "")}), 3, {"one form"});
+
+    for (const std::string content : {"<a>text</a>", "<a><!--c--></a>", "<?p?><a/>", "<!DOCTYPE a><a/>"}) {
+        test::writeBytes(folder / "more.xml", content);
+        expectFailure(run({"merge", folder / "node.xml", folder / "more.xml", folder / "node.xml"}), 3,
+                      {folder / "more.xml", "get lost"});
+        EXPECT_EQ(test::readBytes(folder / "more.xml"), content);
+    }
 
     const std::string damaged = project("damaged", path("a", "k=\"1\""), "fixedPath");
     test::writeBytes(fs::path(damaged) / "resources/project/T=a.xml", "<Path");
