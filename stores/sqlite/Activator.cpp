@@ -14,6 +14,7 @@ store_support::StoreKind describe() {
     kind.open = [](const host::Path& folder, store_support::JobRunner runJob) {
         return std::make_unique<SqliteManager>(folder, std::move(runJob));
     };
+    kind.hasContentIn = holdsDatabase;
     return kind;
 }
 

@@ -8,8 +8,11 @@ namespace stores::sqlite {
 namespace {
 
 constexpr const char* selectUnreachable =
-    "WITH RECURSIVE reached (id) AS (SELECT 0 UNION SELECT path.id FROM reached JOIN path ON path.parent = reached.id)"
-    " SELECT id FROM path WHERE id NOT IN reached ORDER BY id";
+    "WITH RECURSIVE reached (id, steps) AS (SELECT 0, 0 UNION ALL SELECT row.id, steps + 1 FROM reached"
+    " CROSS JOIN path AS entry INDEXED BY path_order CROSS JOIN path AS row NOT INDEXED"
+    " WHERE steps < ?1 AND entry.parent = reached.id AND row.id = entry.id AND row.parent = reached.id AND row.id <> 0)"
+    " SELECT id FROM path WHERE id NOT IN (SELECT id FROM reached) AND id <> 0 ORDER BY id";
+constexpr const char* selectRoot = "SELECT parent IS NULL AND type = '' AND location = '' FROM path WHERE id = 0";
 
 std::u16string describe(const PathTable& table, RowId id) {
     return u"the path \"" + table.getPath(id).string() + u"\" (row " + host::fromUtf8(std::to_string(id)) + u")";
@@ -23,9 +26,14 @@ void findDamage(PathTable& table, std::vector<std::u16string>& problems) {
         if (query.bytes(0) != "ok")
             problems.push_back(host::fromUtf8(query.bytes(0)));
     }
+    const Statement root = prepare(connection, selectRoot);
+    if (Query query(root); !query.next() || query.integer(0) == 0)
+        problems.emplace_back(u"the row of the root path (row 0) is missing, or says that it is another path");
     const Statement unreachable = prepare(connection, selectUnreachable);
-    for (Query query(unreachable); query.next();)
-        problems.push_back(describe(table, query.integer(0)) + u" has no way to the root path");
+    for (Query query(unreachable, std::int64_t{maximumSteps}); query.next();) {
+        problems.push_back(describe(table, query.integer(0)) + u" has no way to the root path, or one of more than " +
+                           host::fromUtf8(std::to_string(maximumSteps)) + u" steps");
+    }
     const Statement rows = prepare(connection, "SELECT id, type, location, node FROM path ORDER BY id");
     for (Query query(rows); query.next();) {
         if (!query.text(1) || !query.text(2))

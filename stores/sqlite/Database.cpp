@@ -20,11 +20,14 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdlib>
 #include <fstream>
+#include <system_error>
 #include <thread>
 #include <utility>
 
-#include "host/FileUtils.hpp"
+#include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
@@ -47,9 +50,10 @@ using project::metadata::raise;
 using store_support::commit;
 using store_support::FileBatch;
 using store_support::FolderLock;
-using store_support::getFileVersion;
+using store_support::getReadProblem;
 using store_support::JobRunner;
 using store_support::projectElementName;
+using store_support::readMetadataType;
 using store_support::requireMetadataType;
 using store_support::requireWritable;
 using store_support::settle;
@@ -58,17 +62,30 @@ const std::u16string& sqliteName = *new std::u16string(u"sqlite");
 
 namespace {
 
-/// What is in the file may come from anywhere. A commit is to be on disk also where there is no log. 16 MB of memory
-/// are enough for indices of a million paths.
-constexpr const char* settings = "PRAGMA trusted_schema = OFF; PRAGMA synchronous = EXTRA; PRAGMA cache_size = -16000";
+const char16_t* const databaseName = u"metadata.db";
+
+/// A commit is to be on disk also where there is no log. 16 MB of memory are enough for indices of a million paths.
+constexpr const char* settings = "PRAGMA synchronous = EXTRA; PRAGMA cache_size = -16000";
+
+// How many steps of SQLite's machine one transaction may take: more than any amount of paths that fits into memory, and
+// more than it takes to look at all of a file several times. A damaged file can send SQLite around in it for years.
+constexpr std::int64_t stepsToRead = 2'000'000'000;
+constexpr std::int64_t stepsToWrite = 20'000'000'000;
+constexpr std::int64_t stepsPerByte = 20;
 
 /// Unwinds the making of a project that somebody else has made meanwhile.
 struct ProjectAppeared {};
 
-/// The name of `file` for SQLite, which would take a name that begins with "file:" for a URI.
+/// The name of `file` for SQLite, with the way to it resolved: SQLite is to follow no links by itself.
 std::string getOpenName(const Path& file) {
-    const std::string name = file.accessName();
-    return name.front() == '/' ? name : "./" + name;
+    const std::string folder = project::metadata::getParentFolder(file).accessName();
+    char* const resolved = realpath(folder.c_str(), nullptr);
+    if (!resolved) {
+        raise<MetadataReadFailure>(file.text(), host::fromUtf8(std::generic_category().message(errno)));
+    }
+    std::string name = resolved;
+    std::free(resolved);
+    return name + '/' + file.fileName().accessName();
 }
 
 /// The URI of a file on a medium that nobody can write to.
@@ -95,30 +112,73 @@ using Clock = std::chrono::steady_clock;
 
 /// Turns the log of a database off that nobody else has open, without the help of shared memory.
 void turnLogOffAlone(const Path& file) {
-    const Connection connection = openConnection(getOpenName(file), SQLITE_OPEN_READWRITE);
+    const Connection connection = openConnection(getOpenName(file), SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW);
     execute(*connection, "PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = DELETE");
     unlink((file.accessName() + "-shm").c_str());
 }
 
+bool hasTables(sqlite3& connection, const Path& file) {
+    try {
+        requireTables(connection, file);
+        return true;
+    } catch (const MetadataReadFailure&) {
+        return false;
+    }
+}
+
 }  // namespace
+
+bool holdsDatabase(const Path& folder) {
+    const Path file = folder / databaseName;
+    try {
+        const auto status = examine(file);
+        if (!status)
+            return false;
+        requireHarmlessJournal(file, *status);
+        requireHarmlessLog(file);
+        const Connection connection = openConnection(getOpenName(file), SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW);
+        std::int64_t budget = stepsToRead;
+        distrust(*connection, budget);
+        return hasTables(*connection, file);
+    } catch (const SqliteError& error) {
+        if (error.isLock() || error.isCannotOpen())
+            return true;  // opening it will tell
+        if (error.isNoDatabase())
+            return false;
+        raise<MetadataReadFailure>(file.text(), host::fromUtf8(error.what()));
+    }
+}
 
 Database::Database(const Path& folder, JobRunner runJob, std::chrono::milliseconds lockLimit)
     : folder_(folder),
-      file_(folder / u"metadata.db"),
+      file_(folder / databaseName),
       coreFile_(folder / project::metadata::coreFileName()),
       runJob_(std::move(runJob)),
       lockLimit_(lockLimit) {
     read([](PathTable& table, SeenChanges& seen) { seen = SeenChanges(table.getBatch()); });
 }
 
+std::optional<std::u16string> Database::findCoreFileDamage() const {
+    if (!examine(coreFile_))
+        return std::nullopt;
+    try {
+        if (readMetadataType(coreFile_) == sqliteName)
+            return std::nullopt;
+        return u"it does not name the type of metadata \"" + sqliteName + u'"';
+    } catch (const MetadataReadFailure& error) {
+        return getReadProblem(coreFile_, error);
+    }
+}
+
 bool Database::open() {
-    const auto version = getFileVersion(file_);
-    const bool isSame = version && (isImmutable_ ? *version == version_ : version->inode == version_.inode);
-    if (connection_ && isSame)
+    const auto status = examine(file_);
+    if (connection_ && status && isOpened(*status)) {
+        requireHarmlessJournal(file_, *status);
         return true;
+    }
     close();
     settle(folder_);
-    if (!host::FileUtils::existNoExcept(coreFile_))
+    if (!examine(coreFile_))
         return false;
     try {
         waitWhileLocked([this] { connect(); });
@@ -128,49 +188,65 @@ bool Database::open() {
     return true;
 }
 
+bool Database::isOpened(const struct stat& status) const {
+    const struct stat& opened = held_.getStatus();
+    const auto isSameTime = [](const timespec& a, const timespec& b) {
+        return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+    };
+    return held_.is(status) &&
+           (!isImmutable_ || (status.st_size == opened.st_size && isSameTime(status.st_mtim, opened.st_mtim) &&
+                              isSameTime(status.st_ctim, opened.st_ctim)));
+}
+
 void Database::connect() {
-    const auto version = getFileVersion(file_);
-    if (!version)
+    if (!examine(file_))
         raise<MetadataReadFailure>(file_.text(), u"it is missing, while \"Project.xml\" beside it is there");
+    HeldFile file(file_);
+    requireHarmlessJournal(file_, file.getStatus());
+    requireHarmlessLog(file_);
     const auto tryToOpen = [&](const std::string& name, int flags) {
-        Connection connection = openConnection(name, flags);
+        Connection connection = openConnection(name, flags | SQLITE_OPEN_NOFOLLOW);
         sqlite3_busy_timeout(connection.get(), static_cast<int>(lockLimit_.count()));
+        budget_ = stepsToRead;
+        distrust(*connection, budget_);
         execute(*connection, settings);
-        requireTables(*connection, file_);
+        const std::int64_t schemaVersion = requireTables(*connection, file_);
         table_.emplace(*connection, file_);
         connection_ = std::move(connection);
+        schemaVersion_ = schemaVersion;
     };
     isImmutable_ = false;
     try {
         tryToOpen(getOpenName(file_), SQLITE_OPEN_READWRITE);
     } catch (const SqliteError& error) {
         // A database whose log was on when it was copied to where nothing can be written.
-        if (!error.isCannotOpen() || getFileVersion(getLogFile(file_)))
+        if (!error.isCannotOpen() || examine(getLogFile(file_)))
             throw;
         isImmutable_ = true;
         tryToOpen(getImmutableUri(file_), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     }
-    version_ = *version;
+    if (!held_.is(file.getStatus()))
+        seen_ = SeenChanges();
+    held_ = std::move(file);
     isLogSettled_ = false;
 }
 
 void Database::close() noexcept {
     table_.reset();
-    if (connection_ && sqlite3_db_readonly(connection_.get(), "main") == 0) {
+    if (connection_ && rollBack(*connection_) && sqlite3_db_readonly(connection_.get(), "main") == 0) {
         // Turns the log off if no other store has the database open, and does nothing otherwise.
         sqlite3_busy_timeout(connection_.get(), 0);
         sqlite3_exec(connection_.get(), "PRAGMA journal_mode = DELETE", nullptr, nullptr, nullptr);
     }
     connection_.reset();
-    seen_ = SeenChanges();
 }
 
-void Database::reconnect(const std::function<void()>& meanwhile) {
-    SeenChanges seen = std::move(seen_);
-    close();
-    meanwhile();
-    connect();
-    seen_ = std::move(seen);
+void Database::abandon() noexcept {
+    if (!connection_ || rollBack(*connection_))
+        return;
+    // Without memory not even that works; closing needs none.
+    table_.reset();
+    connection_.reset();
 }
 
 void Database::read(const Read& action) {
@@ -180,15 +256,28 @@ void Database::read(const Read& action) {
 
 void Database::readOpened(const Read& action) {
     try {
+        budget_ = stepsToRead + stepsPerByte * held_.getStatus().st_size;
         Transaction transaction(*connection_, "BEGIN");
-        table_->forgetRows();
         // The first look takes the lock; nothing after it has to wait.
-        waitWhileLocked([this] { table_->getBatch(); });
+        waitWhileLocked([this] { look(); });
         action(*table_, seen_);
         transaction.commit();
     } catch (const SqliteError& error) {
+        abandon();
         raiseReadFailure(error);
+    } catch (...) {
+        abandon();
+        throw;
     }
+}
+
+void Database::look() {
+    table_->forgetRows();
+    table_->getBatch();
+    // Somebody may have changed the schema meanwhile.
+    const std::int64_t schemaVersion = getSchemaVersion(*connection_);
+    if (schemaVersion != schemaVersion_)
+        schemaVersion_ = requireTables(*connection_, file_);
 }
 
 void Database::change(const Edit& edit) {
@@ -218,23 +307,34 @@ void Database::write(const Edit& edit) {
     try {
         waitWhileLocked([&] { tryToWrite(edit); });
     } catch (const SqliteError& error) {
+        abandon();
+        if (error.isGivenUp())
+            host::Interruption::throwIfRequested();
         raise<MetadataWriteFailure>(file_.text(), getCause(error));
+    } catch (...) {
+        abandon();
+        throw;
     }
 }
 
 void Database::tryToWrite(const Edit& edit) {
-    const bool wasReadOnly = sqlite3_db_readonly(connection_.get(), "main") != 0;
-    if (wasReadOnly)
-        reconnect();
+    if (!connection_) {
+        connect();
+    } else if (sqlite3_db_readonly(connection_.get(), "main") != 0) {
+        close();
+        connect();
+    }
     if (!isLogSettled_)
         turnLogOn();
+    budget_ = stepsToWrite + stepsPerByte * held_.getStatus().st_size;
     Transaction transaction(*connection_, "BEGIN IMMEDIATE");
-    table_->forgetRows();
+    look();
     const std::int64_t batch = table_->getBatch() + 1;
     PathEdit write(*table_, seen_, PathEdit::Mode::write, batch);
     if (!edit(write))
         return;
     table_->setBatch(batch);
+    seen_.reserveOwn();
     transaction.commit();
     seen_.addOwn(batch);
     // The first reader after a batch leaves a mark in the shared memory. It is to be this one, so that whoever only
@@ -244,16 +344,17 @@ void Database::tryToWrite(const Edit& edit) {
 
 void Database::turnLogOn() {
     execute(*connection_, "PRAGMA journal_mode = WAL");
-    isLogSettled_ = true;
     try {
         table_->getBatch();
     } catch (const SqliteError& error) {
         if (error.isLock())
             throw;
         // There is no shared memory on this file system.
-        reconnect([this] { turnLogOffAlone(file_); });
-        isLogSettled_ = true;
+        close();
+        turnLogOffAlone(file_);
+        connect();
     }
+    isLogSettled_ = true;
 }
 
 bool Database::create(const Edit& edit) {
@@ -272,9 +373,9 @@ bool Database::create(const Edit& edit) {
     try {
         runJob_(FileJob(batch.filesToWrite, {}, [&] {
             const FolderLock lock(folder_, lockLimit_);
-            if (host::FileUtils::existNoExcept(coreFile_))
+            if (examine(coreFile_))
                 throw ProjectAppeared();
-            if (getFileVersion(file_)) {
+            if (examine(file_)) {
                 raise<MetadataWriteFailure>(
                     file_.text(),
                     u"it is there without a \"Project.xml\" beside it, and not overwritten; it may be "
@@ -285,16 +386,15 @@ bool Database::create(const Edit& edit) {
     } catch (const ProjectAppeared&) {
         return false;
     }
-    if (open())
-        seen_.addOwn(1);
+    open();
     return true;
 }
 
-void Database::createFile(const Path& staged, const Edit& edit) const {
+void Database::createFile(const Path& staged, const Edit& edit) {
     try {
         // SQLite would not give others the permissions that a new file usually has.
         std::ofstream(staged.accessName());
-        const Connection connection = openConnection(getOpenName(staged), SQLITE_OPEN_READWRITE);
+        const Connection connection = openConnection(getOpenName(staged), SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW);
         execute(*connection, settings);
         // Nobody sees the file before it is complete, and it is flushed then.
         execute(*connection, "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF");
@@ -307,6 +407,9 @@ void Database::createFile(const Path& staged, const Edit& edit) const {
         edit(write);
         table.setBatch(batch);
         transaction.commit();
+        // It stays the same file when it is put into place. If that fails half way, this is what will be found.
+        held_ = HeldFile(staged);
+        seen_ = SeenChanges(batch);
     } catch (const SqliteError& error) {
         raise<MetadataWriteFailure>(file_.text(), getCause(error));
     }
@@ -326,6 +429,8 @@ void Database::waitWhileLocked(const std::function<void()>& action) const {
 }
 
 void Database::raiseReadFailure(const SqliteError& error) const {
+    if (error.isGivenUp())
+        host::Interruption::throwIfRequested();
     raise<MetadataReadFailure>(file_.text(), getCause(error));
 }
 
@@ -337,6 +442,8 @@ std::u16string Database::getCause(const SqliteError& error) const {
         return u"its name, with the folders, is too long for SQLite, which takes about " +
                host::fromUtf8(std::to_string(longest)) + u" bytes";
     }
+    if (error.isGivenUp())
+        return u"to look through it takes longer than that of any undamaged file of its size";
     if (!error.isLock())
         return host::fromUtf8(error.what());
     return u"another program has held it for more than " + host::fromUtf8(std::to_string(lockLimit_.count())) + u" ms";

@@ -5,12 +5,14 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "host/Path.hpp"
-#include "store_support/FileVersion.hpp"
 #include "store_support/StoreFactory.hpp"
+#include "stores/sqlite/FileCheck.hpp"
 #include "stores/sqlite/PathEdit.hpp"
 #include "stores/sqlite/PathTable.hpp"
 #include "stores/sqlite/SeenChanges.hpp"
@@ -19,6 +21,10 @@
 namespace stores::sqlite {
 
 extern const std::u16string& sqliteName;
+
+/// Whether the metadata folder `folder` holds a database of this store. It may be in use.
+/// @throws project::metadata::MetadataReadFailure if that cannot be found out
+bool holdsDatabase(const host::Path& folder);
 
 /// A change, and whether it changes something. May be asked several times.
 using Edit = std::function<bool(PathEdit& edit)>;
@@ -37,6 +43,11 @@ public:
     Database& operator=(const Database&) = delete;
 
     const host::Path& getFile() const noexcept { return file_; }
+    const host::Path& getCoreFile() const noexcept { return coreFile_; }
+
+    /// What is wrong with the core file. It says no more than the kind of store, and a sound database can be used
+    /// without it.
+    std::optional<std::u16string> findCoreFileDamage() const;
 
     /// Opens the database, or opens it anew if it is another one by now. @return whether there is one
     /// @throws project::metadata::MetadataReadFailure naming the file and the cause
@@ -56,9 +67,19 @@ public:
 
 private:
     void close() noexcept;
+
+    /// Whether the open file has `status`.
+    bool isOpened(const struct stat& status) const;
+
+    /// The file must exist. What is known of others' changes stays, if it is the file that was open last.
     void connect();
-    void reconnect(const std::function<void()>& meanwhile = [] {});
     void readOpened(const Read& action);
+
+    /// To be called first in each transaction.
+    void look();
+
+    /// To be called when an operation has failed: no transaction stays open.
+    void abandon() noexcept;
     bool wouldChange(const Edit& edit);
     void write(const Edit& edit);
     void tryToWrite(const Edit& edit);
@@ -66,7 +87,7 @@ private:
 
     /// @return false if somebody else has made the project meanwhile
     bool create(const Edit& edit);
-    void createFile(const host::Path& staged, const Edit& edit) const;
+    void createFile(const host::Path& staged, const Edit& edit);
 
     /// Does `action`, again and again while somebody else holds a lock, until the limit is reached. SQLite itself waits
     /// for most locks, but not where two that wait could wait for each other.
@@ -81,12 +102,14 @@ private:
     store_support::JobRunner runJob_;
     std::chrono::milliseconds lockLimit_;
 
-    store_support::FileVersion version_{};  // of the file when it was opened
-    bool isImmutable_ = false;              // opened as a file that nobody can change
-    bool isLogSettled_ = false;             // the log is on, or cannot be
+    HeldFile held_;              // the file that was opened or made last
+    bool isImmutable_ = false;   // opened as a file that nobody can change
+    bool isLogSettled_ = false;  // the log is on, or cannot be
+    std::int64_t budget_ = 0;    // of `connection_`
     Connection connection_;
     std::optional<PathTable> table_;
-    SeenChanges seen_;
+    std::int64_t schemaVersion_ = 0;  // of the schema that was checked
+    SeenChanges seen_;                // of the changes in `held_`
 };
 
 }  // namespace stores::sqlite

@@ -15,7 +15,8 @@ namespace stores::sqlite {
 /// Each operation returns whether it changes something. One that only looks stops at the first sign of that.
 ///
 /// @throws project::metadata::MetadataWriteFailure naming the file and the path, if a node would be replaced or a path
-///         removed that somebody else has changed unseen, or that is damaged; as `PathTable`
+///         removed that somebody else has changed unseen, or that is damaged, or if a path has too many steps; as
+///         `PathTable`
 class PathEdit {
 public:
     enum class Mode { look, write };
@@ -40,6 +41,7 @@ private:
     /// Removes what is below the row, and the row itself unless it is the root path's.
     void removeBelow(RowId id);
 
+    void requireSteps(const project::metadata::MetadataPath& path) const;
     void requireReplaceable(RowId id, const Row& row) const;
 
     PathTable& table_;

@@ -17,6 +17,9 @@
 #include "stores/sqlite/PathTable.hpp"
 
 #include <algorithm>
+#include <array>
+#include <iterator>
+#include <utility>
 
 #include "host/Text.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -33,9 +36,22 @@ namespace {
 constexpr std::int64_t applicationId = 0x504D4442;
 constexpr std::int64_t schemaVersion = 1;
 
-// The bounds of positions leave room for what is computed with them.
-constexpr const char* schema = R"(
-CREATE TABLE path (
+/// Positions within these bounds leave room for what is computed with them.
+constexpr std::int64_t positionBound = 2305843009213693952;
+
+/// No store lives to see more.
+constexpr std::int64_t lastBatch = std::int64_t{1} << 62;
+
+/// What a row of sqlite_schema says of a part of the schema.
+struct SchemaPart {
+    const char* type;
+    const char* name;
+    const char* sql;  ///< null for what SQLite makes by itself
+};
+
+// They are compared with these texts when a database is opened.
+constexpr SchemaPart schema[] = {
+    {"table", "path", R"(CREATE TABLE path (
     id INTEGER PRIMARY KEY,
     parent INTEGER REFERENCES path (id),
     type ANY NOT NULL CHECK (typeof(type) IN ('text', 'blob')),
@@ -44,20 +60,35 @@ CREATE TABLE path (
     node BLOB,
     changed INTEGER NOT NULL,
     UNIQUE (parent, type, location)
-) STRICT;
-CREATE INDEX path_order ON path (parent, position);
-CREATE TABLE state (batch INTEGER NOT NULL) STRICT;
+) STRICT)"},
+    {"index", "path_order", "CREATE INDEX path_order ON path (parent, position)"},
+    {"index", "sqlite_autoindex_path_1", nullptr},
+    {"table", "state", "CREATE TABLE state (batch INTEGER NOT NULL) STRICT"},
+};
+
+constexpr const char* firstRows = R"(
 INSERT INTO path (id, parent, type, location, position, node, changed) VALUES (0, NULL, '', '', 0, NULL, 0);
 INSERT INTO state (batch) VALUES (0);
 )";
 
-// UNION, not UNION ALL: a damaged table may hold a ring.
-constexpr const char* selectBelow =
-    "WITH RECURSIVE below (id) AS (SELECT ?1 UNION SELECT path.id FROM below JOIN path ON path.parent = below.id)"
-    " SELECT id, node, changed, type, location FROM path WHERE id IN below";
-constexpr const char* deleteBelow =
-    "WITH RECURSIVE below (id) AS (SELECT ?1 UNION SELECT path.id FROM below JOIN path ON path.parent = below.id)"
-    " DELETE FROM path WHERE id IN below AND parent IS NOT NULL";
+// The children of a path, and all that is below one. Both take from the index only what the rows themselves say too,
+// and the root path for nobody's child. UNION, not UNION ALL: the index may name a row several times.
+constexpr const char* selectChildren =
+    "SELECT row.id, row.type, row.location, row.position, row.node IS NOT NULL, row.changed, entry.position"
+    " FROM path AS entry INDEXED BY path_order CROSS JOIN path AS row NOT INDEXED"
+    " WHERE entry.parent = ?1 AND row.id = entry.id AND row.parent = ?1 AND row.id <> 0"
+    " ORDER BY entry.position, entry.id";
+constexpr const char* selectChild =
+    "SELECT row.id FROM path AS entry CROSS JOIN path AS row NOT INDEXED"
+    " WHERE entry.parent = ?1 AND entry.type = ?2 AND entry.location = ?3 AND row.id = entry.id"
+    " AND row.parent = ?1 AND row.type = ?2 AND row.location = ?3 AND row.id <> 0";
+#define WITH_BELOW                                                                       \
+    "WITH RECURSIVE below (id) AS (SELECT ?1 UNION SELECT row.id FROM below"             \
+    " CROSS JOIN path AS entry INDEXED BY path_order CROSS JOIN path AS row NOT INDEXED" \
+    " WHERE entry.parent = below.id AND row.id = entry.id AND row.parent = below.id AND row.id <> 0)"
+constexpr const char* selectBelow = WITH_BELOW " SELECT id, node, changed, type, location FROM path WHERE id IN below";
+constexpr const char* deleteBelow = WITH_BELOW " DELETE FROM path WHERE id IN below AND id <> 0";
+#undef WITH_BELOW
 
 std::int64_t getNumber(sqlite3& connection, const char* sql) {
     const Statement statement = prepare(connection, sql);
@@ -74,10 +105,18 @@ std::u16string toText(std::int64_t number) {
 void createTables(sqlite3& connection) {
     execute(connection, ("PRAGMA application_id = " + std::to_string(applicationId)).c_str());
     execute(connection, ("PRAGMA user_version = " + std::to_string(schemaVersion)).c_str());
-    execute(connection, schema);
+    for (const SchemaPart& part : schema) {
+        if (part.sql)
+            execute(connection, part.sql);
+    }
+    execute(connection, firstRows);
 }
 
-void requireTables(sqlite3& connection, const host::Path& file) {
+std::int64_t getSchemaVersion(sqlite3& connection) {
+    return getNumber(connection, "PRAGMA schema_version");
+}
+
+std::int64_t requireTables(sqlite3& connection, const host::Path& file) {
     const std::int64_t id = getNumber(connection, "PRAGMA application_id");
     if (id != applicationId) {
         raise<MetadataReadFailure>(file.text(), u"it is a database of another application, with the application_id " +
@@ -88,6 +127,29 @@ void requireTables(sqlite3& connection, const host::Path& file) {
         raise<MetadataReadFailure>(file.text(), u"its schema has the version " + toText(version) + u"; only version " +
                                                     toText(schemaVersion) + u" is known");
     }
+    const auto refuse = [&](const std::string& type, const std::string& name, const char16_t* problem) {
+        raise<MetadataReadFailure>(
+            file.text(), u"the " + host::fromUtf8(type) + u" \"" + host::fromUtf8(name) + u"\" in it " + problem);
+    };
+    std::array<bool, std::size(schema)> isThere{};
+    const Statement statement = prepare(connection, "SELECT type, name, sql FROM sqlite_schema");
+    for (Query query(statement); query.next();) {
+        const std::string type(query.bytes(0));
+        const std::string name(query.bytes(1));
+        const auto part = std::find_if(std::begin(schema), std::end(schema), [&](const SchemaPart& candidate) {
+            return type == candidate.type && name == candidate.name;
+        });
+        if (part == std::end(schema))
+            refuse(type, name, u"is none that a store makes");
+        if (query.isNull(2) ? part->sql != nullptr : !part->sql || query.bytes(2) != part->sql)
+            refuse(type, name, u"is not as a store makes it");
+        isThere[static_cast<std::size_t>(part - std::begin(schema))] = true;
+    }
+    for (std::size_t i = 0; i < isThere.size(); ++i) {
+        if (!isThere[i])
+            refuse(schema[i].type, schema[i].name, u"is missing");
+    }
+    return getSchemaVersion(connection);
 }
 
 PathTable::PathTable(sqlite3& connection, host::Path file)
@@ -95,7 +157,7 @@ PathTable::PathTable(sqlite3& connection, host::Path file)
       file_(std::move(file)),
       getBatch_(prepare(connection, "SELECT batch FROM state")),
       setBatch_(prepare(connection, "UPDATE state SET batch = ?")),
-      findChild_(prepare(connection, "SELECT id FROM path WHERE parent = ? AND type = ? AND location = ?")),
+      findChild_(prepare(connection, selectChild)),
       getLastPosition_(prepare(connection, "SELECT max(position) FROM path WHERE parent = ?")),
       insert_(prepare(connection,
                       "INSERT INTO path (parent, type, location, position, node, changed)"
@@ -103,9 +165,7 @@ PathTable::PathTable(sqlite3& connection, host::Path file)
       getRow_(prepare(connection, "SELECT node, changed FROM path WHERE id = ?")),
       setNode_(prepare(connection, "UPDATE path SET node = ?, changed = ? WHERE id = ?")),
       setPosition_(prepare(connection, "UPDATE path SET position = ? WHERE id = ?")),
-      getChildren_(prepare(connection,
-                           "SELECT id, type, location, position, node IS NOT NULL, changed FROM path WHERE parent = ?"
-                           " ORDER BY position, id")),
+      getChildren_(prepare(connection, selectChildren)),
       getBelow_(prepare(connection, selectBelow)),
       removeBelow_(prepare(connection, deleteBelow)),
       getStep_(prepare(connection, "SELECT parent, type, location FROM path WHERE id = ?")) {}
@@ -114,7 +174,10 @@ std::int64_t PathTable::getBatch() const {
     Query query(getBatch_);
     if (!query.next())
         raise<MetadataReadFailure>(file_.text(), u"the table \"state\" is empty");
-    return query.integer(0);
+    const std::int64_t batch = query.integer(0);
+    if (batch < 0 || batch > lastBatch)
+        raise<MetadataReadFailure>(file_.text(), u"the number of the last batch in it is " + toText(batch));
+    return batch;
 }
 
 void PathTable::setBatch(std::int64_t batch) {
@@ -159,7 +222,7 @@ RowId PathTable::insert(RowId parent, const PathElement& element, std::int64_t p
 
 std::int64_t PathTable::getLastPosition(RowId parent) const {
     Query query(getLastPosition_, parent);
-    return query.next() ? query.integer(0) : 0;
+    return query.next() ? std::clamp(query.integer(0), -positionBound, positionBound) : 0;
 }
 
 Row PathTable::getRow(RowId id) const {
@@ -183,15 +246,34 @@ bool PathTable::hasChildren(RowId parent) const {
 
 std::vector<ChildRow> PathTable::getChildren(RowId parent) const {
     std::vector<ChildRow> children;
+    std::optional<std::pair<std::int64_t, RowId>> last;
     for (Query query(getChildren_, parent); query.next();) {
+        const RowId id = query.integer(0);
+        const std::pair<std::int64_t, RowId> place(query.integer(6), id);
+        if (last && place <= *last)
+            raiseTwice(id);
+        last = place;
         const auto type = query.text(1);
         const auto location = query.text(2);
         if (type && location) {
-            children.push_back(
-                {query.integer(0), {*type, *location}, query.integer(3), query.integer(4) != 0, query.integer(5)});
+            const std::int64_t position = std::clamp(query.integer(3), -positionBound, positionBound);
+            children.push_back({id, {*type, *location}, position, query.integer(4) != 0, query.integer(5)});
         }
     }
+    std::vector<const ChildRow*> sorted;
+    for (const ChildRow& child : children)
+        sorted.push_back(&child);
+    std::sort(sorted.begin(), sorted.end(), [](const auto* a, const auto* b) { return a->element < b->element; });
+    const auto twin = std::adjacent_find(sorted.begin(), sorted.end(),
+                                         [](const auto* a, const auto* b) { return a->element == b->element; });
+    if (twin != sorted.end())
+        raiseTwice((*twin)->id);
     return children;
+}
+
+void PathTable::raiseTwice(RowId id) const {
+    raise<MetadataReadFailure>(file_.text(),
+                               u"the path \"" + getPath(id).string() + u"\" (row " + toText(id) + u") is in it twice");
 }
 
 void PathTable::visitBelow(RowId id, const std::function<void(RowId id, const Row& row)>& visit) const {
@@ -212,9 +294,8 @@ void PathTable::removeBelow(RowId id) {
 
 MetadataPath PathTable::getPath(RowId id) const {
     // A ring of rows, which only damage makes, ends when it is as long as no path is.
-    constexpr std::size_t longest = 1'000'000;
     std::vector<PathElement> elements;
-    while (id != rootRow && elements.size() < longest) {
+    while (id != rootRow && elements.size() < maximumSteps) {
         Query query(getStep_, id);
         if (!query.next())
             break;

@@ -3,6 +3,9 @@
 ///
 /// No operation opens a transaction or looks at who else has changed a row. All throw `SqliteError`, and
 /// `MetadataReadFailure` naming the file for rows that no store writes. One thread at a time may use an object.
+///
+/// The file may come from anywhere. What its indices say counts only where the rows say it too, so each row is at one
+/// place in the tree, and no walk through the tree goes round in circles.
 #pragma once
 
 #include <cstdint>
@@ -21,6 +24,9 @@ using RowId = std::int64_t;
 
 /// The row of the root path.
 constexpr RowId rootRow = 0;
+
+/// How many steps a path may have.
+constexpr std::size_t maximumSteps = 250;
 
 /// What the row of a path says of it.
 struct Row {
@@ -42,8 +48,13 @@ constexpr std::int64_t positionGap = std::int64_t{1} << 20;
 /// Makes the tables in an empty database, with the root path.
 void createTables(sqlite3& connection);
 
-/// @throws project::metadata::MetadataReadFailure naming `file`, if the database is not one with these tables
-void requireTables(sqlite3& connection, const host::Path& file);
+/// @return the version of the schema, as `getSchemaVersion`
+/// @throws project::metadata::MetadataReadFailure naming `file`, if the database is not one with these tables, or if
+///         there is anything in its schema besides
+std::int64_t requireTables(sqlite3& connection, const host::Path& file);
+
+/// A number that changes with the schema.
+std::int64_t getSchemaVersion(sqlite3& connection);
 
 class PathTable {
 public:
@@ -78,6 +89,7 @@ public:
     bool hasChildren(RowId parent) const;
 
     /// In their order. Those whose type or location is no text, which is damage, are left out.
+    /// @throws project::metadata::MetadataReadFailure if a child is there twice
     std::vector<ChildRow> getChildren(RowId parent) const;
 
     /// Calls `visit` for the row `id` and all rows below it, in no particular order.
@@ -91,6 +103,8 @@ public:
     project::metadata::MetadataPath getPath(RowId id) const;
 
 private:
+    [[noreturn]] void raiseTwice(RowId id) const;
+
     /// 0 if there are no children.
     std::int64_t getLastPosition(RowId parent) const;
 

@@ -36,6 +36,12 @@ public:
             rows_.insert_or_assign(id, changed);
     }
 
+    /// Makes sure that the next `addOwn` needs no memory.
+    void reserveOwn() {
+        if (own_.size() == own_.capacity())
+            own_.reserve(2 * own_.size() + 1);
+    }
+
     /// The store has written the batch `batch`.
     void addOwn(std::int64_t batch) {
         if (batch == known_ + 1)

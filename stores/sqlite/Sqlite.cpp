@@ -1,7 +1,9 @@
 #include "stores/sqlite/Sqlite.hpp"
 
 #include <system_error>
+#include <utility>
 
+#include "host/Interruption.hpp"
 #include "host/Text.hpp"
 
 namespace stores::sqlite {
@@ -27,6 +29,20 @@ std::string describe(sqlite3* connection, int code) {
     return reason == 0 ? text : text + ": " + std::generic_category().message(reason);
 }
 
+constexpr int stepsBetweenLooks = 100'000;
+
+/// @return other than 0 if SQLite is to give up what it does
+int giveUp(void* budget) {
+    std::int64_t& left = *static_cast<std::int64_t*>(budget);
+    left -= stepsBetweenLooks;
+    try {
+        host::Interruption::throwIfRequested();
+    } catch (const host::InterruptedException&) {
+        return 1;
+    }
+    return left < 0 ? 1 : 0;
+}
+
 /// Whether `bytes`, which are `text` in UTF-8, are kept as they are in a column of TEXT.
 bool isKeptAsText(const std::string& bytes, const std::u16string& text) {
     return bytes.find('\0') == std::string::npos && host::fromUtf8(bytes) == text;
@@ -44,6 +60,32 @@ Connection openConnection(const std::string& name, int flags) {
     if (code != SQLITE_OK)
         throw SqliteError(opened, code);
     return connection;
+}
+
+void distrust(sqlite3& connection, std::int64_t& budget) {
+    // Triggers and views are refused when the schema is looked at; nothing of them is to run before or after that.
+    constexpr std::pair<int, int> switches[] = {
+        {SQLITE_DBCONFIG_DEFENSIVE, 1},      {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
+        {SQLITE_DBCONFIG_ENABLE_TRIGGER, 0}, {SQLITE_DBCONFIG_ENABLE_VIEW, 0},
+        {SQLITE_DBCONFIG_ENABLE_FKEY, 0},    {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0},
+    };
+    for (const auto& [option, value] : switches) {
+        const int code = sqlite3_db_config(&connection, option, value, nullptr);
+        if (code != SQLITE_OK)
+            throw SqliteError(&connection, code);
+    }
+    constexpr std::pair<int, int> limits[] = {
+        {SQLITE_LIMIT_SQL_LENGTH, 10000},       {SQLITE_LIMIT_COLUMN, 20},
+        {SQLITE_LIMIT_EXPR_DEPTH, 50},          {SQLITE_LIMIT_COMPOUND_SELECT, 4},
+        {SQLITE_LIMIT_VDBE_OP, 25000},          {SQLITE_LIMIT_FUNCTION_ARG, 8},
+        {SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 50}, {SQLITE_LIMIT_VARIABLE_NUMBER, 10},
+        {SQLITE_LIMIT_TRIGGER_DEPTH, 1},        {SQLITE_LIMIT_ATTACHED, 0},
+        {SQLITE_LIMIT_WORKER_THREADS, 0},
+    };
+    for (const auto& [limit, value] : limits)
+        sqlite3_limit(&connection, limit, value);
+    sqlite3_progress_handler(&connection, stepsBetweenLooks, giveUp, &budget);
+    execute(connection, "PRAGMA cell_size_check = ON");
 }
 
 void execute(sqlite3& connection, const char* sql) {
@@ -82,9 +124,11 @@ bool Query::next() {
 std::string_view Query::bytes(int column) const {
     const void* const data = sqlite3_column_blob(&statement_, column);
     const auto size = static_cast<std::size_t>(sqlite3_column_bytes(&statement_, column));
-    // Larger values are fetched from other pages of the file only now, and these may be damaged.
-    if (!data && size > 0)
-        throw SqliteError(nullptr, SQLITE_CORRUPT);
+    // Larger values are fetched from other pages of the file only now. That may fail for any reason.
+    if (!data && size > 0) {
+        sqlite3* const connection = sqlite3_db_handle(&statement_);
+        throw SqliteError(connection, sqlite3_errcode(connection));
+    }
     return {static_cast<const char*>(data), size};
 }
 
@@ -135,9 +179,10 @@ void Query::require(int code) const {
         throw SqliteError(sqlite3_db_handle(&statement_), code);
 }
 
-Transaction::~Transaction() {
-    if (sqlite3_get_autocommit(&connection_) == 0)
-        sqlite3_exec(&connection_, "ROLLBACK", nullptr, nullptr, nullptr);
+bool rollBack(sqlite3& connection) noexcept {
+    if (sqlite3_get_autocommit(&connection) == 0)
+        sqlite3_exec(&connection, "ROLLBACK", nullptr, nullptr, nullptr);
+    return sqlite3_get_autocommit(&connection) != 0;
 }
 
 }  // namespace stores::sqlite

@@ -14,7 +14,8 @@
 
 namespace stores::sqlite {
 
-/// What SQLite refused. `what()` is its message in UTF-8, with the operating system's where that was the reason.
+/// What SQLite refused, or gave up because a budget was spent or the user wishes so. `what()` is its message in UTF-8,
+/// with the operating system's where that was the reason.
 class SqliteError : public std::runtime_error {
 public:
     /// @param code what the last call for `connection`, which may be null, returned
@@ -22,6 +23,12 @@ public:
 
     /// Whether a lock was held by somebody else for too long.
     bool isLock() const noexcept { return primary_ == SQLITE_BUSY || primary_ == SQLITE_LOCKED; }
+
+    /// Whether a file is no database of SQLite.
+    bool isNoDatabase() const noexcept { return primary_ == SQLITE_NOTADB; }
+
+    /// Whether it was given up: the user wishes so, or the budget is spent.
+    bool isGivenUp() const noexcept { return primary_ == SQLITE_INTERRUPT; }
 
     /// Whether a file could not be opened or made.
     bool isCannotOpen() const noexcept { return primary_ == SQLITE_CANTOPEN || primary_ == SQLITE_READONLY; }
@@ -41,6 +48,12 @@ using Connection = std::unique_ptr<sqlite3, ConnectionCloser>;
 /// @param flags SQLITE_OPEN_...
 /// @throws SqliteError
 Connection openConnection(const std::string& name, int flags);
+
+/// Turns off for `connection` what a database that comes from anywhere could have done to its reader: nothing in it is
+/// run, no other file is opened by it, and what it makes SQLite do ends some time.
+/// @param budget how many steps of SQLite's machine are left for what is run; must outlive `connection`
+/// @throws SqliteError
+void distrust(sqlite3& connection, std::int64_t& budget);
 
 /// Runs `sql` and drops what it returns.
 /// @throws SqliteError
@@ -107,13 +120,17 @@ private:
     sqlite3_stmt& statement_;
 };
 
+/// Rolls back what was begun for `connection`, if anything was.
+/// @return false if that failed: the transaction is still open
+bool rollBack(sqlite3& connection) noexcept;
+
 /// A transaction, rolled back at its end unless it was committed.
 class Transaction {
 public:
     /// @param begin the statement that opens it
     Transaction(sqlite3& connection, const char* begin) : connection_(connection) { execute(connection_, begin); }
 
-    ~Transaction();
+    ~Transaction() { rollBack(connection_); }
 
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;

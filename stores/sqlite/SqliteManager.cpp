@@ -111,7 +111,8 @@ std::vector<MetadataPath> SqliteManager::getChildren(const MetadataPath& path) c
     std::vector<MetadataPath> children;
     database_.read([&](PathTable& table, SeenChanges& seen) {
         const auto parent = table.find(path);
-        if (!parent)
+        // What lies deeper is damage; it would make longer and longer paths.
+        if (!parent || path.getPath().size() >= maximumSteps)
             return;
         for (ChildRow& row : table.getChildren(*parent)) {
             // Of a branch there is no more to know than that it exists.
@@ -137,6 +138,8 @@ void SqliteManager::setPaths(const std::vector<MetadataPath>& paths) {
 
 std::vector<project::metadata::MetadataDamage> SqliteManager::findDamage() const {
     std::vector<project::metadata::MetadataDamage> damage;
+    if (auto problem = database_.findCoreFileDamage())
+        damage.push_back({database_.getCoreFile(), std::move(*problem)});
     database_.read([&](PathTable& table, SeenChanges& /*seen*/) {
         for (std::u16string& problem : sqlite::findDamage(table))
             damage.push_back({database_.getFile(), std::move(problem)});

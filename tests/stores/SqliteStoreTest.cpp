@@ -5,12 +5,19 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
 #include <set>
+#include <sstream>
 
 #include "project/metadata/FileJob.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "stores/sqlite/SqliteManager.hpp"
 #include "tests/stores/StoreHelpers.hpp"
+#include "tests/support/ChildProcess.hpp"
 #include "tests/support/FileSizeLimit.hpp"
 #include "tests/support/MessageOf.hpp"
 #include "tests/support/UnprivilegedUser.hpp"
@@ -41,6 +48,27 @@ protected:
         return value;
     }
 
+    /// Runs `sql` while the database does not keep its indices up to date.
+    void runWithoutIndices(const std::string& sql) const {
+        const std::string texts = "PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = replace(sql, ";
+        const std::string unique = "'UNIQUE (parent, type, location)'";
+        const std::string none = "'CHECK (1) --                   '";
+        run(texts + unique + ", " + none +
+            "); CREATE TABLE hidden AS SELECT * FROM sqlite_schema WHERE type = 'index'; " +
+            "DELETE FROM sqlite_schema WHERE type = 'index'");
+        run(sql);
+        run("PRAGMA writable_schema = ON; INSERT INTO sqlite_schema SELECT * FROM hidden; DROP TABLE hidden");
+        run(texts + none + ", " + unique + ")");
+    }
+
+    std::string damage() const {
+        std::string all;
+        const auto store = open();
+        for (const auto& damage : dynamic_cast<const project::metadata::DamageReporter&>(*store).findDamage())
+            all += host::toUtf8(damage.file.fileName().text()) + ": " + host::toUtf8(damage.problem) + "\n";
+        return all;
+    }
+
     std::set<std::string> listFiles() const {
         std::set<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(metadata()))
@@ -63,7 +91,17 @@ TEST_F(SqliteStoreTest, RefusesWhatIsNoDatabaseOfItsVersionAndLeavesItAlone) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {changed("PRAGMA user_version = 2"), "version 2"},
         {changed("PRAGMA application_id = 7"), "another application"},
-        {changed("ALTER TABLE path DROP COLUMN node"), "no column named node"},
+        {changed("ALTER TABLE path DROP COLUMN node"), "the table \"path\" in it is not as a store makes it"},
+        {changed("DROP INDEX path_order"), "the index \"path_order\" in it is missing"},
+        {changed("DROP TABLE state"), "the table \"state\" in it is missing"},
+        {changed("CREATE TABLE other (x)"), "the table \"other\" in it is none that a store makes"},
+        {changed("CREATE INDEX other ON path (node)"), "the index \"other\" in it is none"},
+        {changed("CREATE VIEW other AS SELECT 1"), "the view \"other\" in it is none"},
+        {changed("CREATE TRIGGER other AFTER UPDATE ON path BEGIN DELETE FROM path; END"), "the trigger \"other\""},
+        {changed("PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = replace(sql, '    UNIQUE (parent, type, "
+                 "location)', '    CHECK (parent <> 9)') WHERE name = 'path'; DELETE FROM sqlite_schema WHERE sql IS "
+                 "NULL"),
+         "the table \"path\" in it is not as a store makes it"},
         {"this is text, and long enough to be taken for the header of a database of SQLite if nobody looks closely",
          "file is not a database"},
         {"", "another application"},
@@ -138,22 +176,29 @@ TEST_F(SqliteStoreTest, WritesOnlyTheRowsThatChange) {
     store->setPaths(paths);
     for (const MetadataPath& path : paths)
         store->setNode(path, *node(u"1"));
-    // As a trigger sees it: each row that is written.
-    run("CREATE TABLE written (id); CREATE TRIGGER note AFTER UPDATE ON path BEGIN INSERT INTO written VALUES (new.id);"
-        " END; CREATE TRIGGER note_new AFTER INSERT ON path BEGIN INSERT INTO written VALUES (new.id); END");
+    std::map<std::string, std::string> rows;
     const auto countWritten = [&] {
-        return run(
-            "SELECT count(*) FROM written; DELETE FROM written; "
-            "SELECT changes()");
+        std::istringstream lines(
+            run("SELECT group_concat(id || ' ' || position || '/' || changed, char(10)) FROM path"));
+        std::map<std::string, std::string> now;
+        for (std::string id, rest; lines >> id >> rest;)
+            now[id] = rest;
+        const auto count = std::count_if(now.begin(), now.end(), [&](const auto& row) {
+            const auto before = rows.find(row.first);
+            return before == rows.end() || before->second != row.second;
+        });
+        rows = std::move(now);
+        return count;
     };
+    EXPECT_EQ(countWritten(), 27);
     store->setNode(path({u"m"}), *node(u"2"));
-    EXPECT_EQ(countWritten(), "1");
+    EXPECT_EQ(countWritten(), 1);
     // One path moves to the front, one to the end, and one between two others; others keep their places.
     std::rotate(paths.begin() + 1, paths.begin() + 13, paths.begin() + 14);
     std::rotate(paths.begin() + 5, paths.begin() + 6, paths.end());
     paths.insert(paths.begin() + 9, path({u"new"}));
     store->setPaths(paths);
-    EXPECT_EQ(countWritten(), "3");
+    EXPECT_EQ(countWritten(), 3);
     // Until there is no room left between two of them.
     for (int i = 0; i < 40; ++i) {
         std::swap(paths[2], paths[i % 2 == 0 ? 3 : 20]);
@@ -276,6 +321,215 @@ TEST_F(SqliteStoreTest, DamageIsNamedAndStays) {
     EXPECT_ANY_THROW(store->setPaths({}));
     EXPECT_EQ(run("SELECT count(*) FROM path"), "9");
     EXPECT_EQ(run("SELECT length(node) FROM path WHERE id = 2"), "7");
+}
+
+// A project from elsewhere.
+
+/// A rollback journal as SQLite writes it for a transaction over several databases: of nothing, and with the name of
+/// the file that is to be removed in the end.
+std::string journalNaming(const std::string& name, std::uint32_t pages) {
+    const std::string mark = "\xD9\xD5\x05\xF9\x20\xA1\x63\xD7";
+    const auto number = [](std::uint32_t value) {
+        std::string bytes;
+        for (int shift = 24; shift >= 0; shift -= 8)
+            bytes += static_cast<char>(value >> shift);
+        return bytes;
+    };
+    std::string journal = mark + number(0) + number(1) + number(pages) + number(512) + number(4096);
+    journal.resize(512);
+    if (name.empty())
+        return journal;
+    std::uint32_t sum = 0;
+    for (const char byte : name)
+        sum += static_cast<std::uint32_t>(static_cast<signed char>(byte));
+    return journal + number(0x40000000 / 4096 + 1) + name + number(static_cast<std::uint32_t>(name.size())) +
+           number(sum) + mark;
+}
+
+TEST_F(SqliteStoreTest, AJournalThatNamesAnotherFileRemovesNothing) {
+    open()->setNode(path({u"a"}), *node(u"1"));
+    const auto victim = folder_ / "victim";
+    const auto journal = metadata() / "metadata.db-journal";
+    const auto pages = static_cast<std::uint32_t>(std::filesystem::file_size(database()) / 4096);
+    const std::string naming = journalNaming(victim.string(), pages);
+    // What SQLite makes of it.
+    writeBytes(victim, "precious");
+    writeBytes(journal, naming);
+    run("SELECT * FROM path");
+    ASSERT_FALSE(std::filesystem::exists(victim));
+    ASSERT_FALSE(std::filesystem::exists(journal));
+
+    const auto store = open();
+    writeBytes(victim, "precious");
+    for (const std::string& content : {naming, "no journal" + naming.substr(10)}) {
+        writeBytes(journal, content);
+        const std::string message = messageOf<MetadataReadFailure>([&] { open(); });
+        EXPECT_NE(message.find(journal.string()), std::string::npos) << message;
+        EXPECT_NE(message.find("names another file"), std::string::npos) << message;
+        EXPECT_THROW(store->getNode(path({u"a"})), MetadataReadFailure);
+        EXPECT_THROW(store->setNode(path({u"a"}), *node(u"2")), MetadataReadFailure);
+        EXPECT_EQ(readBytes(victim), "precious");
+        EXPECT_EQ(readBytes(journal), content);
+    }
+    // Nor does one make the file as large as it says.
+    writeBytes(journal, journalNaming("", 1U << 30U));
+    const std::string message = messageOf<MetadataReadFailure>([&] { open(); });
+    EXPECT_NE(message.find("larger database"), std::string::npos) << message;
+    std::filesystem::remove(journal);
+    EXPECT_EQ(outline(*open()), "a(1)");
+    EXPECT_EQ(outline(*store), "a(1)");
+}
+
+TEST_F(SqliteStoreTest, AJournalOfItsOwnIsRolledBack) {
+    open()->setNode(path({u"a"}), *node(u"1"));
+    ChildProcess child([this] {
+        const auto connection = stores::sqlite::openConnection(database().string(), SQLITE_OPEN_READWRITE);
+        stores::sqlite::execute(*connection,
+                                "PRAGMA cache_size = 1; BEGIN; UPDATE path SET node = zeroblob(100000); PRAGMA "
+                                "cache_spill = 1; UPDATE path SET node = zeroblob(200000)");
+        std::raise(SIGKILL);
+    });
+    ASSERT_EQ(child.wait(), -SIGKILL);
+    ASSERT_TRUE(std::filesystem::exists(metadata() / "metadata.db-journal"));
+    EXPECT_EQ(outline(*open()), "a(1)");
+    EXPECT_EQ(listFiles(), filesAtRest_);
+}
+
+TEST_F(SqliteStoreTest, OnlyRegularFilesAreOpened) {
+    open()->setNode(path({u"a"}), *node(u"1"));
+    const auto elsewhere = folder_ / "elsewhere";
+    std::filesystem::copy(database(), elsewhere);
+    const std::string bytes = readBytes(elsewhere);
+    const auto expectRefused = [&](const std::filesystem::path& file, const std::string& reason) {
+        for (const auto& action :
+             {std::function<void()>([&] { open(); }), std::function<void()>([&] { open()->addPath(path({u"b"})); })}) {
+            const std::string message = messageOf<MetadataReadFailure>(action);
+            EXPECT_NE(message.find(file.string()), std::string::npos) << message;
+            EXPECT_NE(message.find(reason), std::string::npos) << message;
+        }
+        EXPECT_EQ(readBytes(elsewhere), bytes);
+    };
+    for (const char* name : {"metadata.db", "metadata.db-journal", "metadata.db-wal", "metadata.db-shm"}) {
+        const auto file = metadata() / name;
+        std::filesystem::remove(file);
+        std::filesystem::create_symlink(elsewhere, file);
+        expectRefused(file, "symbolic link");
+        std::filesystem::remove(file);
+        ASSERT_EQ(mkfifo(file.c_str(), 0666), 0);
+        expectRefused(file, "no regular file");
+        std::filesystem::remove(file);
+        std::filesystem::create_directory(file);
+        expectRefused(file, "no regular file");
+        std::filesystem::remove(file);
+        if (file == database())
+            writeBytes(file, bytes);
+    }
+    // A project may be reached through a link.
+    const TempFolder other;
+    std::filesystem::create_directory_symlink(folder_.std(), other / "link");
+    const auto store = openStore(u"sqlite", toPath(other / "link"));
+    store->setNode(path({u"a"}), *node(u"2"));
+    EXPECT_EQ(outline(*open()), "a(2)");
+}
+
+TEST_F(SqliteStoreTest, ASchemaThatChangesMeanwhileIsRefused) {
+    const auto store = open();
+    store->setNode(path({u"a"}), *node(u"1"));
+    run("CREATE TRIGGER t AFTER UPDATE ON path BEGIN DELETE FROM path WHERE id <> 0; END");
+    const std::string message = messageOf<MetadataReadFailure>([&] { store->setNode(path({u"a"}), *node(u"2")); });
+    EXPECT_NE(message.find("the trigger \"t\""), std::string::npos) << message;
+    EXPECT_THROW(store->getChildren(MetadataPath()), MetadataReadFailure);
+    run("DROP TRIGGER t");
+    EXPECT_EQ(outline(*store), "a(1)");
+    store->setNode(path({u"a"}), *node(u"2"));
+    EXPECT_EQ(outline(*open()), "a(2)");
+}
+
+TEST_F(SqliteStoreTest, NoWalkGoesRoundInCircles) {
+    const auto countPaths = [this] {
+        const auto store = open();
+        std::deque<MetadataPath> queue(1);
+        std::size_t count = 0;
+        for (; !queue.empty() && count < 1000; ++count, queue.pop_front()) {
+            for (const MetadataPath& child : store->getChildren(queue.front()))
+                queue.push_back(child);
+        }
+        return count;
+    };
+    open()->setPaths({MetadataPath(), path({u"a"}), path({u"a", u"b"}), path({u"c"})});
+    const std::string good = readBytes(database());
+    ASSERT_EQ(countPaths(), 4U);
+
+    // The root path as the child of its child.
+    run("UPDATE path SET parent = 1 WHERE id = 0");
+    EXPECT_EQ(countPaths(), 4U);
+    EXPECT_NE(damage().find("metadata.db: the row of the root path"), std::string::npos) << damage();
+    open()->removePath(path({u"a"}));
+    EXPECT_EQ(outline(*open()), "c");
+
+    // Indices that name the row 1 as its own child, which it is not.
+    writeBytes(database(), good);
+    run("UPDATE path SET parent = 1 WHERE id = 1");
+    runWithoutIndices("UPDATE path SET parent = 77 WHERE id = 1");
+    run("PRAGMA writable_schema = ON; UPDATE path SET parent = 0 WHERE id = 1");
+    ASSERT_EQ(run("SELECT count(*) FROM path INDEXED BY path_order WHERE parent = 1"), "2");
+    EXPECT_EQ(countPaths(), 4U);
+    EXPECT_FALSE(open()->hasPath(path({u"a", u"a"})));
+    EXPECT_NE(damage(), "");
+
+    // Two rows for one path.
+    writeBytes(database(), good);
+    runWithoutIndices(
+        "INSERT INTO path SELECT 9, parent, type, location, position + 9, node, changed FROM path WHERE id = 1");
+    run("PRAGMA writable_schema = ON; REINDEX path_order");
+    const std::string message = messageOf<MetadataReadFailure>([&] { countPaths(); });
+    EXPECT_NE(message.find("\"t:a\" (row "), std::string::npos) << message;
+    EXPECT_NE(message.find("is in it twice"), std::string::npos) << message;
+    EXPECT_NE(damage(), "");
+
+    // More steps than a path has.
+    writeBytes(database(), good);
+    run("WITH RECURSIVE deep (n) AS (SELECT 100 UNION ALL SELECT n + 1 FROM deep WHERE n < 600) INSERT INTO path "
+        "SELECT n, "
+        "n - 1, 't', 'deep', 0, NULL, 1 FROM deep; UPDATE path SET parent = 2 WHERE id = 100");
+    EXPECT_EQ(countPaths(), 4 + stores::sqlite::maximumSteps - 1);
+    EXPECT_NE(damage().find("(row 349) has no way to the root path, or one of more than 250 steps"), std::string::npos)
+        << damage();
+}
+
+TEST_F(SqliteStoreTest, PathsHaveALimitOfSteps) {
+    const auto store = open();
+    std::vector<std::u16string> steps(stores::sqlite::maximumSteps, u"s");
+    store->addPath(path(steps));
+    EXPECT_TRUE(open()->hasPath(path(steps)));
+    EXPECT_EQ(damage(), "");
+    steps.emplace_back(u"s");
+    const std::string message = messageOf<MetadataWriteFailure>([&] { store->setNode(path(steps), *node(u"1")); });
+    EXPECT_NE(message.find("a path of 251 steps"), std::string::npos) << message;
+    EXPECT_THROW(store->setPaths({MetadataPath(), path(steps)}), MetadataWriteFailure);
+    EXPECT_FALSE(store->hasPath(path(steps)));
+}
+
+TEST_F(SqliteStoreTest, ADamagedCoreFileDoesNotLockOutTheDatabase) {
+    open()->setNode(path({u"a"}), *node(u"1"));
+    const auto core = metadata() / "Project.xml";
+    for (const char* content : {"", "no xml", "<Project MetadataType="}) {
+        writeBytes(core, content);
+        ASSERT_TRUE(project::metadata::getNamedFactory(u"sqlite")->canManage(folder_.path()));
+        const auto store = open();
+        EXPECT_EQ(outline(*store), "a(1)");
+        EXPECT_EQ(damage().find("Project.xml: "), 0U) << damage();
+        store->setNode(path({u"b"}), *node(u"2"));
+        store->removePath(path({u"b"}));
+        EXPECT_EQ(readBytes(core), content);
+    }
+    // But not what is no database of a store.
+    run("CREATE TABLE other (x)");
+    EXPECT_FALSE(project::metadata::getNamedFactory(u"sqlite")->canManage(folder_.path()));
+    // Nor one that another kind of store has left.
+    run("DROP TABLE other");
+    writeBytes(core, "<Project MetadataType='other'/>");
+    EXPECT_FALSE(project::metadata::getNamedFactory(u"sqlite")->canManage(folder_.path()));
 }
 
 }  // namespace
