@@ -245,6 +245,10 @@ void Database::abandon() noexcept {
     if (!connection_ || rollBack(*connection_))
         return;
     // Without memory not even that works; closing needs none.
+    drop();
+}
+
+void Database::drop() noexcept {
     table_.reset();
     connection_.reset();
 }
@@ -255,15 +259,28 @@ void Database::read(const Read& action) {
 }
 
 void Database::readOpened(const Read& action) {
-    try {
+    bool isBegun = false;
+    const auto tryToRead = [&] {
         budget_ = stepsToRead + stepsPerByte * held_.getStatus().st_size;
         Transaction transaction(*connection_, "BEGIN");
         // The first look takes the lock; nothing after it has to wait.
         waitWhileLocked([this] { look(); });
+        isBegun = true;
         action(*table_, seen_);
         transaction.commit();
+    };
+    try {
+        try {
+            tryToRead();
+        } catch (const SqliteError& error) {
+            if (isBegun || !error.isStuck())
+                throw;
+            drop();
+            if (open())
+                tryToRead();
+        }
     } catch (const SqliteError& error) {
-        abandon();
+        drop();
         raiseReadFailure(error);
     } catch (...) {
         abandon();
@@ -305,9 +322,18 @@ void Database::write(const Edit& edit) {
     requireWritable(file_);
     requireWritable(folder_);
     try {
-        waitWhileLocked([&] { tryToWrite(edit); });
+        waitWhileLocked([&] {
+            try {
+                tryToWrite(edit);
+            } catch (const SqliteError& error) {
+                if (!error.isStuck())
+                    throw;
+                drop();
+                tryToWrite(edit);
+            }
+        });
     } catch (const SqliteError& error) {
-        abandon();
+        drop();
         if (error.isGivenUp())
             host::Interruption::throwIfRequested();
         raise<MetadataWriteFailure>(file_.text(), getCause(error));

@@ -78,8 +78,12 @@ private:
     /// To be called first in each transaction.
     void look();
 
-    /// To be called when an operation has failed: no transaction stays open.
+    /// To be called when an operation was refused: no transaction stays open.
     void abandon() noexcept;
+
+    /// To be called when SQLite has failed, which may still take locks for its own that it could not give back: the
+    /// next operation opens the database again.
+    void drop() noexcept;
     bool wouldChange(const Edit& edit);
     void write(const Edit& edit);
     void tryToWrite(const Edit& edit);
