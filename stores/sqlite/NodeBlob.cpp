@@ -20,6 +20,7 @@ namespace stores::sqlite {
 using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
 using store_support::maximumXmlDepth;
+using store_support::requireReadable;
 
 namespace {
 
@@ -62,8 +63,11 @@ public:
             const auto byte = static_cast<unsigned char>(bytes_.front());
             bytes_.remove_prefix(1);
             count |= std::uint64_t{byte & 0x7FU} << shift;
-            if ((byte & 0x80) == 0)
-                return count;
+            if ((byte & 0x80) != 0)
+                continue;
+            if (byte == 0 && shift > 0)
+                break;  // longer than it need be
+            return count;
         }
         fail();
         return 0;
@@ -97,11 +101,16 @@ private:
 void fillNode(Reader& reader, MetadataNode& node, int depth) {
     if (depth >= maximumXmlDepth)
         return reader.fail();
+    std::u16string last;
     for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count) {
         std::u16string key = reader.readText();
         std::u16string value = reader.readText();
-        if (!reader.hasFailed())
-            node.put(std::move(key), std::move(value));
+        if (key <= last)
+            reader.fail();
+        if (reader.hasFailed())
+            return;
+        last = key;
+        node.put(std::move(key), std::move(value));
     }
     for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count)
         fillNode(reader, node.createChildNode(reader.readText()), depth + 1);
@@ -120,12 +129,13 @@ std::unique_ptr<MetadataNode> decodeNode(std::string_view bytes) {
     auto node = std::make_unique<MetadataNodeSpecification>(reader.readText());
     try {
         fillNode(reader, *node, 0);
+        if (reader.hasFailed() || !reader.isAtEnd())
+            return nullptr;
+        requireReadable(*node, 0, {});
+        return node;
     } catch (const project::exception::ProjectException&) {
-        return nullptr;  // a key or a value that no node can have
+        return nullptr;  // a name, a key or a value that no store takes
     }
-    if (reader.hasFailed() || !reader.isAtEnd())
-        return nullptr;
-    return node;
 }
 
 }  // namespace stores::sqlite

@@ -497,6 +497,54 @@ TEST_F(SqliteStoreTest, NoWalkGoesRoundInCircles) {
         << damage();
 }
 
+TEST_F(SqliteStoreTest, ANodeThatNoStoreWritesIsDamageOfItsRowOnly) {
+    open()->setPaths({MetadataPath(), path({u"a"}), path({u"b"})});
+    open()->setNode(path({u"b"}), *node(u"1"));
+    const auto text = [](const std::string& bytes) { return std::string(1, static_cast<char>(bytes.size())) + bytes; };
+    const std::string zero(1, '\0');
+    const auto leaf = [&](const std::string& name, const std::string& attributes) {
+        return text(name) + attributes + zero;
+    };
+    const auto attribute = [&](const std::string& key, const std::string& value) { return text(key) + text(value); };
+    const std::pair<std::string, bool> cases[] = {
+        {leaf("n", "\2" + attribute("a", "1") + attribute("b", "2")), true},
+        {leaf("n", "\1" + attribute("a", "\xF0\x9F\x90\x80")), false},   // a value that a node refuses
+        {leaf("n", "\1" + attribute("a\xF0\x90\x80\x80", "1")), false},  // a key that it refuses
+        {leaf("n", "\1" + attribute(" a", "1")), false},                 // one that XML would not keep
+        {leaf("no name", zero), false},
+        {leaf("a><b", zero), false},
+        {leaf("n", "\2" + attribute("b", "1") + attribute("a", "2")), false},  // not in order
+        {leaf("n", "\2" + attribute("a", "1") + attribute("a", "2")), false},  // twice
+        {"\x81" + zero + "n" + zero + zero, false},                            // a count of two bytes for 1
+        {leaf("n", "\1" + attribute("a", "\xC0\x80")), false},                 // no UTF-8
+        {leaf("n", zero) + zero, false},                                       // more than a node
+        {"\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F", false},
+        {"", false},
+    };
+    const std::string hexDigits = "0123456789abcdef";
+    for (const auto& [bytes, isSound] : cases) {
+        std::string hex;
+        for (const char byte : bytes) {
+            hex += hexDigits[static_cast<unsigned char>(byte) / 16];
+            hex += hexDigits[static_cast<unsigned char>(byte) % 16];
+        }
+        run("UPDATE path SET node = x'" + hex + "' WHERE location = 'a'");
+        const auto store = open();
+        EXPECT_EQ(store->getChildren(MetadataPath()).size(), 2U);
+        EXPECT_EQ(store->getNode(path({u"b"}))->get(u"Value"), u"1");
+        if (isSound) {
+            EXPECT_EQ(describe(*store->getNode(path({u"a"}))), u"<n a='1' b='2'>");
+            EXPECT_EQ(damage(), "");
+            continue;
+        }
+        const std::string message = messageOf<MetadataReadFailure>([&] { store->getNode(path({u"a"})); });
+        EXPECT_NE(message.find("the node of the path \"t:a\" in it is damaged"), std::string::npos) << hex << message;
+        EXPECT_NE(damage().find("\"t:a\" (row 1) has a node that cannot be read"), std::string::npos)
+            << hex << damage();
+        EXPECT_THROW(store->setNode(path({u"a"}), *node(u"2")), MetadataWriteFailure) << hex;
+    }
+}
+
 TEST_F(SqliteStoreTest, PathsHaveALimitOfSteps) {
     const auto store = open();
     std::vector<std::u16string> steps(stores::sqlite::maximumSteps, u"s");
