@@ -24,8 +24,9 @@ public:
     /// Whether a lock was held by somebody else for too long.
     bool isLock() const noexcept { return primary_ == SQLITE_BUSY || primary_ == SQLITE_LOCKED; }
 
-    /// Whether it did not come to terms with the locks of a log. It takes those for held that it could not give back.
-    bool isStuck() const noexcept { return primary_ == SQLITE_PROTOCOL; }
+    /// Whether it may be the fault of the connection: it takes locks of a log for held that it could not give back, and
+    /// all for read-only where it could not open a log once.
+    bool isStuck() const noexcept { return primary_ == SQLITE_PROTOCOL || primary_ == SQLITE_READONLY; }
 
     /// Whether a file is no database of SQLite.
     bool isNoDatabase() const noexcept { return primary_ == SQLITE_NOTADB; }
