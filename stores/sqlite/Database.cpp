@@ -438,6 +438,8 @@ void Database::createFile(const Path& staged, const Edit& edit) {
         seen_ = SeenChanges(batch);
     } catch (const SqliteError& error) {
         raise<MetadataWriteFailure>(file_.text(), getCause(error));
+    } catch (const MetadataReadFailure& error) {
+        raise<MetadataWriteFailure>(file_.text(), getReadProblem(staged, error));
     }
 }
 

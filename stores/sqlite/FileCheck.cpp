@@ -139,7 +139,8 @@ void requireHarmlessJournal(const Path& database, const struct stat& status) {
         return;
     // Without a size of pages, that of the database holds, which is not looked up here.
     const std::uint64_t pageSize = getNumber(header, pageSizeAt) == 0 ? largestPage : getNumber(header, pageSizeAt);
-    if (getNumber(header, pageCountAt) * pageSize > static_cast<std::uint64_t>(status.st_size))
+    const auto bytes = static_cast<std::uint64_t>(status.st_size) + static_cast<std::uint64_t>(journal->st_size);
+    if (getNumber(header, pageCountAt) * pageSize > bytes)
         refuse(file, u"it is the journal of a larger database");
 }
 

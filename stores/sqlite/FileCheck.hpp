@@ -2,8 +2,8 @@
 ///
 /// A database and what belongs to it are regular files. A symbolic link would lead out of the project; a pipe would
 /// hold up whoever opens it. A rollback journal may name a file, the "super-journal" of a transaction over several
-/// databases, which SQLite removes once it has rolled back; no store makes such transactions. Nor does any store
-/// make a database shorter, so a journal that would make it longer is none either.
+/// databases, which SQLite removes once it has rolled back; no store makes such transactions. And it may say that
+/// the database was larger than this and the journal together can have made it.
 ///
 /// No function keeps state; all may be called from any thread. None opens the database itself: closing it again would
 /// give up the locks of all stores of the process.

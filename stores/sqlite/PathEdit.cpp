@@ -4,8 +4,8 @@
 #include <optional>
 
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_support/TreeRules.hpp"
 #include "stores/sqlite/NodeBlob.hpp"
 #include "stores/sqlite/Positions.hpp"
 #include "stores/sqlite/WantedTree.hpp"
@@ -15,6 +15,7 @@ namespace stores::sqlite {
 using project::metadata::MetadataPath;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
+using store_support::requireSteps;
 
 namespace {
 
@@ -67,7 +68,7 @@ bool PathEdit::setNode(const MetadataPath& path, const NodeValue& node) {
     host::Interruption::throwIfRequested();
     if (const auto id = table_.find(path))
         return replaceNode(*id, node);
-    requireSteps(path);
+    requireSteps(path, table_.getFile());
     if (!isLooking())
         table_.add(path, node, batch_);
     return true;
@@ -95,7 +96,7 @@ bool PathEdit::remove(const MetadataPath& path) {
 
 bool PathEdit::arrange(const std::vector<MetadataPath>& paths) {
     for (const MetadataPath& path : paths)
-        requireSteps(path);
+        requireSteps(path, table_.getFile());
     const WantedTree wanted(paths);
     std::vector<RowId> rows(wanted.getSize(), rootRow);
     std::vector<bool> isNew(wanted.getSize());
@@ -145,15 +146,6 @@ void PathEdit::removeBelow(RowId id) {
             requireReplaceable(below, row);
     });
     table_.removeBelow(id);
-}
-
-void PathEdit::requireSteps(const MetadataPath& path) const {
-    if (path.getPath().size() > maximumSteps) {
-        raise<MetadataWriteFailure>(table_.getFile().text(), u"a path of " +
-                                                                 host::fromUtf8(std::to_string(path.getPath().size())) +
-                                                                 u" steps would be in it; no store takes more than " +
-                                                                 host::fromUtf8(std::to_string(maximumSteps)));
-    }
 }
 
 void PathEdit::requireReplaceable(RowId id, const Row& row) const {

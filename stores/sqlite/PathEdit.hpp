@@ -41,7 +41,6 @@ private:
     /// Removes what is below the row, and the row itself unless it is the root path's.
     void removeBelow(RowId id);
 
-    void requireSteps(const project::metadata::MetadataPath& path) const;
     void requireReplaceable(RowId id, const Row& row) const;
 
     PathTable& table_;

@@ -23,6 +23,7 @@
 
 #include "host/Text.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_support/TreeRules.hpp"
 
 namespace stores::sqlite {
 
@@ -30,6 +31,7 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using store_support::maximumSteps;
 
 namespace {
 

@@ -25,9 +25,6 @@ using RowId = std::int64_t;
 /// The row of the root path.
 constexpr RowId rootRow = 0;
 
-/// How many steps a path may have.
-constexpr std::size_t maximumSteps = 250;
-
 /// What the row of a path says of it.
 struct Row {
     NodeValue node;

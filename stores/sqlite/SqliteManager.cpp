@@ -20,6 +20,7 @@ using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
 using store_support::JobRunner;
+using store_support::maximumSteps;
 using store_support::needsProof;
 using store_support::requireReadable;
 using store_support::requireReadsBack;

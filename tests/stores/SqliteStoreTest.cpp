@@ -15,6 +15,7 @@
 
 #include "project/metadata/FileJob.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_support/TreeRules.hpp"
 #include "stores/sqlite/SqliteManager.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/ChildProcess.hpp"
@@ -492,7 +493,7 @@ TEST_F(SqliteStoreTest, NoWalkGoesRoundInCircles) {
     run("WITH RECURSIVE deep (n) AS (SELECT 100 UNION ALL SELECT n + 1 FROM deep WHERE n < 600) INSERT INTO path "
         "SELECT n, "
         "n - 1, 't', 'deep', 0, NULL, 1 FROM deep; UPDATE path SET parent = 2 WHERE id = 100");
-    EXPECT_EQ(countPaths(), 4 + stores::sqlite::maximumSteps - 1);
+    EXPECT_EQ(countPaths(), 4 + store_support::maximumSteps - 1);
     EXPECT_NE(damage().find("(row 349) has no way to the root path, or one of more than 250 steps"), std::string::npos)
         << damage();
 }
@@ -547,7 +548,7 @@ TEST_F(SqliteStoreTest, ANodeThatNoStoreWritesIsDamageOfItsRowOnly) {
 
 TEST_F(SqliteStoreTest, PathsHaveALimitOfSteps) {
     const auto store = open();
-    std::vector<std::u16string> steps(stores::sqlite::maximumSteps, u"s");
+    std::vector<std::u16string> steps(store_support::maximumSteps, u"s");
     store->addPath(path(steps));
     EXPECT_TRUE(open()->hasPath(path(steps)));
     EXPECT_EQ(damage(), "");
