@@ -180,8 +180,13 @@ private:
     /// @param isKnown whether the check of the file has told why
     void addDamage(const pm::MetadataDamage& damage, bool isKnown) {
         const bool isMissing = !host::FileUtils::existNoExcept(damage.file);
-        const bool isPathFile = damage.file != location_.getCoreFile() && pm::ends_with(damage.file.text(), extension);
-        const Remedy remedy = !isPathFile ? Remedy::none : isMissing ? Remedy::giveBack : Remedy::moveAside;
+        const bool isCoreFile = damage.file == location_.getCoreFile();
+        const bool isPathFile = !isCoreFile && pm::ends_with(damage.file.text(), extension);
+        Remedy remedy = Remedy::none;
+        if (isPathFile)
+            remedy = isMissing ? Remedy::giveBack : Remedy::moveAside;
+        else if (isCoreFile && !type_)
+            remedy = Remedy::renew;  // a store that has been opened all the same has its paths elsewhere
         for (Problem& problem : result_.problems) {
             if (problem.file != damage.file)
                 continue;

@@ -1,7 +1,9 @@
 #include "operations/ProjectRepair.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -13,6 +15,8 @@
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
 #include "operations/Workshop.hpp"
+#include "project/metadata/CoreMetadataHandler.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/BatchJournal.hpp"
@@ -32,6 +36,7 @@ public:
     std::vector<Repair> run(const std::vector<Problem>& problems) {
         std::set<host::Path> damaged;
         std::set<host::Path> missing;
+        std::optional<host::Path> renewed;
         for (const Problem& problem : problems) {
             if (problem.remedy == Remedy::complete)
                 complete(problem.file);
@@ -43,7 +48,11 @@ public:
                 damaged.insert(problem.file);
             else if (problem.remedy == Remedy::giveBack)
                 missing.insert(problem.file);
+            else if (problem.remedy == Remedy::renew)
+                renewed = problem.file;
         }
+        if (renewed)
+            renew(*renewed);
         if (!damaged.empty())
             moveAside(damaged);
         if (!missing.empty())
@@ -74,16 +83,40 @@ private:
         note(folder, u"is removed");
     }
 
+    /// Where `file` is kept aside.
+    host::Path findShelter(const host::Path& file) const {
+        const host::Path shelter(folder_.text() + u".damaged");
+        const std::u16string relative = file.text().substr(folder_.text().size() + 1);
+        host::Path target = shelter / relative;
+        for (int number = 2; host::FileUtils::existNoExcept(target); ++number)
+            target = host::Path((shelter / relative).text() + u'.' + host::fromUtf8(std::to_string(number)));
+        return target;
+    }
+
+    /// Replaces the core file with one that says no more than the kind of store, which the store itself knows.
+    void renew(const host::Path& coreFile) {
+        const auto factories = pm::getRegisteredFactories();
+        const auto factory = std::find_if(factories.begin(), factories.end(),
+                                          [this](const auto& candidate) { return candidate->canManage(root_); });
+        if (factory == factories.end())
+            return;
+        const host::Path target = findShelter(coreFile);
+        if (!isDryRun_) {
+            const store_support::FolderLock lock(folder_);
+            pm::makeFolder(pm::getParentFolder(target));
+            host::FileSystem::copy_file(coreFile, target, host::CopyOption::none);
+            // The file is in the way of nobody, so it need not be there whole at any moment.
+            pm::CoreMetadataHandler(folder_, (*factory)->getName(), u"Project").createCoreMetadata();
+        }
+        repairs_.push_back({coreFile, u"is made anew; what was in it is in", target});
+    }
+
     void moveAside(const std::set<host::Path>& files) {
         std::optional<store_support::FolderLock> lock;
         if (!isDryRun_)
             lock.emplace(folder_);
-        const host::Path shelter(folder_.text() + u".damaged");
         for (const host::Path& file : files) {
-            const std::u16string relative = file.text().substr(folder_.text().size() + 1);
-            host::Path target = shelter / relative;
-            for (int number = 2; host::FileUtils::existNoExcept(target); ++number)
-                target = host::Path((shelter / relative).text() + u'.' + host::fromUtf8(std::to_string(number)));
+            const host::Path target = findShelter(file);
             if (!isDryRun_) {
                 pm::makeFolder(pm::getParentFolder(target));
                 if (std::rename(file.accessName().c_str(), target.accessName().c_str()) != 0)

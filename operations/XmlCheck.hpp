@@ -13,7 +13,7 @@
 namespace operations {
 
 /// How a problem can be mended.
-enum class Remedy { none, complete, removeLeftover, removeWorkshop, moveAside, giveBack };
+enum class Remedy { none, complete, removeLeftover, removeWorkshop, moveAside, giveBack, renew };
 
 struct Problem {
     host::Path file;

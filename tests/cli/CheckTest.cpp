@@ -113,6 +113,24 @@ TEST_F(CheckTest, repairsWithoutLosingAnything) {
     EXPECT_THAT(run({"scan", root, "--dry-run", "-v"}).out, Not(HasSubstr("damaged")));
 }
 
+TEST_F(CheckTest, makesACoreFileAnewBesideASoundDatabase) {
+    fill("sqlite");
+    const std::string core = test::readBytes(coreFile);
+    const std::string database = test::readBytes(metadata / "metadata.db");
+    for (const std::string damaged : {"", "<Project Meta"}) {
+        writeBytes(coreFile, damaged);
+        EXPECT_EQ(run({"get", root, "T:a|T:b", "k"}).out, "1\n");
+        EXPECT_THAT(check(1, {"--repair", "--dry-run"}), HasSubstr("would repair: Project.xml is made anew"));
+        EXPECT_EQ(test::readBytes(coreFile), damaged);
+        EXPECT_THAT(check(0, {"--repair"}), AllOf(HasSubstr("repaired: Project.xml is made anew; what was in it is in"),
+                                                  HasSubstr("\n0 problems\n")));
+        EXPECT_EQ(test::readBytes(coreFile), core);
+        EXPECT_EQ(test::readBytes(metadata / "metadata.db"), database);
+    }
+    EXPECT_EQ(test::readBytes(root / "resources/project.damaged/Project.xml.2"), "<Project Meta");
+    EXPECT_EQ(run({"get", root, "T:a|T:b", "k"}).out, "1\n");
+}
+
 TEST_F(CheckTest, removesWhatAKilledConversionLeft) {
     fill();
     const fs::path resources = metadata.parent_path();
