@@ -2,7 +2,7 @@
 
 #include "fuzz/Fuzz.hpp"
 #include "project/metadata/MetadataXml.hpp"
-#include "store_support/TreeRules.hpp"
+#include "store_support/EqualTrees.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string file = fuzz::scratch() + "/node.xml";

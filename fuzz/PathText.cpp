@@ -1,7 +1,7 @@
 // Paths as texts of the command line: what is taken for a path is shown in a way that gives the same path.
 
-#include "cli/PathText.hpp"
-#include "cli/Errors.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Errors.hpp"
 #include "fuzz/Fuzz.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -50,7 +50,6 @@ using project::metadata::raise;
 using store_support::commit;
 using store_support::FileBatch;
 using store_support::FolderLock;
-using store_support::getReadProblem;
 using store_support::JobRunner;
 using store_support::projectElementName;
 using store_support::readMetadataType;
@@ -72,6 +71,11 @@ constexpr const char* settings = "PRAGMA synchronous = EXTRA; PRAGMA cache_size 
 constexpr std::int64_t stepsToRead = 2'000'000'000;
 constexpr std::int64_t stepsToWrite = 20'000'000'000;
 constexpr std::int64_t stepsPerByte = 20;
+
+/// What `error` says of its file; empty if it does not say.
+const std::u16string& getCause(const MetadataReadFailure& error) {
+    return std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
+}
 
 /// Unwinds the making of a project that somebody else has made meanwhile.
 struct ProjectAppeared {};
@@ -166,7 +170,8 @@ std::optional<std::u16string> Database::findCoreFileDamage() const {
             return std::nullopt;
         return u"it does not name the type of metadata \"" + sqliteName + u'"';
     } catch (const MetadataReadFailure& error) {
-        return getReadProblem(coreFile_, error);
+        const std::u16string& cause = stores::sqlite::getCause(error);
+        return cause.empty() ? u"it cannot be read, or is no well-formed XML" : cause;
     }
 }
 
@@ -439,7 +444,7 @@ void Database::createFile(const Path& staged, const Edit& edit) {
     } catch (const SqliteError& error) {
         raise<MetadataWriteFailure>(file_.text(), getCause(error));
     } catch (const MetadataReadFailure& error) {
-        raise<MetadataWriteFailure>(file_.text(), getReadProblem(staged, error));
+        raise<MetadataWriteFailure>(file_.text(), stores::sqlite::getCause(error));
     }
 }
 
