@@ -27,6 +27,7 @@
 #include <thread>
 #include <utility>
 
+#include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/CoreFile.hpp"
@@ -50,6 +51,7 @@ using project::metadata::raise;
 using store_support::commit;
 using store_support::FileBatch;
 using store_support::FolderLock;
+using store_support::getScratchFolder;
 using store_support::JobRunner;
 using store_support::projectElementName;
 using store_support::readMetadataType;
@@ -320,7 +322,17 @@ bool Database::wouldChange(const Edit& edit) {
     return changes;
 }
 
+void Database::tidyUp() const {
+    for (const Path& left : {getScratchFolder(folder_), folder_ / u".lock"}) {
+        if (host::FileUtils::existNoExcept(left)) {
+            const FolderLock lock(folder_, lockLimit_);
+            return;
+        }
+    }
+}
+
 void Database::write(const Edit& edit) {
+    tidyUp();
     if (!open())
         raise<MetadataWriteFailure>(file_.text(), u"its project has been removed meanwhile");
     requireMetadataType(folder_, sqliteName);

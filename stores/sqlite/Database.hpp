@@ -85,6 +85,11 @@ private:
     /// next operation opens the database again.
     void drop() noexcept;
     bool wouldChange(const Edit& edit);
+
+    /// Removes what the making of the project, which alone takes the lock of the folder, may have left there.
+    /// @throws as `FolderLock`
+    void tidyUp() const;
+
     void write(const Edit& edit);
     void tryToWrite(const Edit& edit);
     void turnLogOn();

@@ -150,6 +150,16 @@ TEST_F(SqliteStoreTest, LogIsThereOnlyWhileSomebodyWhoWritesIs) {
     EXPECT_EQ(listFiles(), filesAtRest_);
 }
 
+TEST_F(SqliteStoreTest, AChangeRemovesWhatTheMakingOfTheProjectLeft) {
+    open()->setNode(path({u"a"}), *node(u"1"));
+    writeBytes(metadata() / ".lock", "");
+    writeBytes(metadata() / ".pending/new/0", "half a file");
+    EXPECT_EQ(outline(*open()), "a(1)");
+    open()->setNode(path({u"a"}), *node(u"2"));
+    EXPECT_EQ(outline(*open()), "a(2)");
+    EXPECT_EQ(listFiles(), filesAtRest_);
+}
+
 TEST_F(SqliteStoreTest, ReadsWithoutPermissionToWrite) {
     open()->setNode(path({u"a"}), *node(u"1"));
     const std::string atRest = readBytes(database());
