@@ -162,8 +162,8 @@ PathTable::PathTable(sqlite3& connection, host::Path file)
       findChild_(prepare(connection, selectChild)),
       getLastPosition_(prepare(connection, "SELECT max(position) FROM path WHERE parent = ?")),
       insert_(prepare(connection,
-                      "INSERT INTO path (parent, type, location, position, node, changed)"
-                      " VALUES (?, ?, ?, ?, ?, ?)")),
+                      "INSERT INTO path (id, parent, type, location, position, node, changed)"
+                      " VALUES ((SELECT max(id) + 1 FROM path), ?, ?, ?, ?, ?, ?)")),
       getRow_(prepare(connection, "SELECT node, changed FROM path WHERE id = ?")),
       setNode_(prepare(connection, "UPDATE path SET node = ?, changed = ? WHERE id = ?")),
       setPosition_(prepare(connection, "UPDATE path SET position = ? WHERE id = ?")),
@@ -184,6 +184,7 @@ std::int64_t PathTable::getBatch() const {
 
 void PathTable::setBatch(std::int64_t batch) {
     Query(setBatch_, batch).next();
+    requireOneRow();
 }
 
 std::optional<RowId> PathTable::find(const MetadataPath& path) {
@@ -215,11 +216,16 @@ void PathTable::add(const MetadataPath& path, const NodeValue& node, std::int64_
     }
 }
 
+// In a damaged table SQLite may take the number of another row for a new one, and write where it does not find it
+// again.
 RowId PathTable::insert(RowId parent, const PathElement& element, std::int64_t position, const NodeValue& node,
                         std::int64_t batch) {
     Query(insert_, parent, encodeText(element.getType()), encodeText(element.getLocation()), position, node, batch)
         .next();
-    return sqlite3_last_insert_rowid(&connection_);
+    const RowId id = sqlite3_last_insert_rowid(&connection_);
+    if (findChild(parent, element) != id)
+        raiseUnsound();
+    return id;
 }
 
 std::int64_t PathTable::getLastPosition(RowId parent) const {
@@ -236,10 +242,12 @@ Row PathTable::getRow(RowId id) const {
 
 void PathTable::setNode(RowId id, const NodeValue& node, std::int64_t batch) {
     Query(setNode_, node, batch, id).next();
+    requireOneRow();
 }
 
 void PathTable::setPosition(RowId id, std::int64_t position) {
     Query(setPosition_, position, id).next();
+    requireOneRow();
 }
 
 bool PathTable::hasChildren(RowId parent) const {
@@ -273,6 +281,15 @@ std::vector<ChildRow> PathTable::getChildren(RowId parent) const {
     return children;
 }
 
+void PathTable::requireOneRow() const {
+    if (sqlite3_changes(&connection_) != 1)
+        raiseUnsound();
+}
+
+void PathTable::raiseUnsound() const {
+    raise<MetadataReadFailure>(file_.text(), u"it is damaged: what was written to it is not found again");
+}
+
 void PathTable::raiseTwice(RowId id) const {
     raise<MetadataReadFailure>(file_.text(),
                                u"the path \"" + getPath(id).string() + u"\" (row " + toText(id) + u") is in it twice");
@@ -292,6 +309,8 @@ void PathTable::visitBelow(RowId id, const std::function<void(RowId id, const Ro
 void PathTable::removeBelow(RowId id) {
     Query(removeBelow_, id).next();
     forgetRows();
+    if (hasChildren(id) || (id != rootRow && Query(getRow_, id).next()))
+        raiseUnsound();
 }
 
 MetadataPath PathTable::getPath(RowId id) const {

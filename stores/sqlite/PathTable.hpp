@@ -101,6 +101,10 @@ public:
 
 private:
     [[noreturn]] void raiseTwice(RowId id) const;
+    [[noreturn]] void raiseUnsound() const;
+
+    /// To be called after a change of one row.
+    void requireOneRow() const;
 
     /// 0 if there are no children.
     std::int64_t getLastPosition(RowId parent) const;

@@ -304,6 +304,45 @@ TEST_F(SqliteStoreTest, ADamagedPageIsAnErrorWhereverItIs) {
     EXPECT_GT(errors, 4U);
 }
 
+TEST_F(SqliteStoreTest, AChangeInADamagedPageIsNoSuccessThatIsNone) {
+    for (const char16_t* name : {u"a", u"b", u"c"})
+        open()->setNode(path({name}), *node(name));
+    const std::string good = readBytes(database());
+    constexpr std::size_t cells = 4096 + 8;  // of the table of paths: two bytes for each row
+    const Content before = read(*open());
+    std::size_t refused = 0;
+    for (std::size_t row = 0; row < 4; ++row) {
+        for (const std::string& place : {std::string("\5\0", 2), good.substr(cells, 2), good.substr(cells + 2, 2)}) {
+            writeBytes(database(), std::string(good).replace(cells + 2 * row, 2, place));
+            const auto store = open();
+            const auto readAll = [&] {
+                std::vector<std::u16string> nodes;
+                for (const auto& [path, text] : before) {
+                    try {
+                        const auto found = store->getNode(path);
+                        nodes.push_back(found ? describe(*found) : u"none");
+                    } catch (const MetadataReadFailure&) {
+                        nodes.emplace_back(u"damaged");
+                    }
+                }
+                return nodes;
+            };
+            const auto nodes = readAll();
+            try {
+                store->setNode(path({u"new"}), *node(u"new"));
+                EXPECT_EQ(store->getNode(path({u"new"}))->get(u"Value"), u"new");
+                store->removePath(path({u"new"}));
+                EXPECT_FALSE(store->hasPath(path({u"new"})));
+            } catch (const project::exception::ProjectException&) {
+                ++refused;
+            }
+            EXPECT_EQ(readAll(), nodes) << "row " << row;
+        }
+    }
+    EXPECT_GT(refused, 1U);
+    EXPECT_LT(refused, 12U);
+}
+
 TEST_F(SqliteStoreTest, DamageIsNamedAndStays) {
     const auto store = open();
     for (const char16_t* name : {u"a", u"b", u"c", u"d"})
