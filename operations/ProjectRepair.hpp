@@ -20,8 +20,8 @@ struct Repair {
 };
 
 /// Mends what is in `problems`: completes an interrupted change, removes what an ended process has left of its work,
-/// moves damaged files of paths aside, and gives missing ones back; makes a core file anew that cannot be read, where the
-/// store has its paths elsewhere, and keeps the old one aside. Says what it does, and with `isDryRun` does not.
+/// moves damaged files of paths aside, and gives missing ones back; makes a core file anew that cannot be read, where
+/// the store has its paths elsewhere, and keeps the old one aside. Says what it does, and with `isDryRun` does not.
 /// @throws whatever the store throws, host::FileSystemException
 std::vector<Repair> repairProject(const host::Path& root, const std::vector<Problem>& problems, bool isDryRun);
 
