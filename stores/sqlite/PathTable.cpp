@@ -216,8 +216,7 @@ void PathTable::add(const MetadataPath& path, const NodeValue& node, std::int64_
     }
 }
 
-// In a damaged table SQLite may take the number of another row for a new one, and write where it does not find it
-// again.
+// In a damaged table SQLite may take another row's number for a new one, and write where it does not find it again.
 RowId PathTable::insert(RowId parent, const PathElement& element, std::int64_t position, const NodeValue& node,
                         std::int64_t batch) {
     Query(insert_, parent, encodeText(element.getType()), encodeText(element.getLocation()), position, node, batch)
