@@ -174,8 +174,16 @@ bool FileUtils::isReadOnlyNoExcept(const Path& path) noexcept {
 }
 
 void FileUtils::makeWritable(const Path& path) {
-    call(path.empty() ? Path(u".") : path,
-         [](const fs::path& name) { fs::permissions(name, fs::perms::owner_write, fs::perm_options::add); });
+    call(path.empty() ? Path(u".") : path, [](const fs::path& name) {
+        if (!fs::is_symlink(name))
+            fs::permissions(name, fs::perms::owner_write, fs::perm_options::add);
+    });
+}
+
+Path FileUtils::followLink(const Path& path) {
+    std::error_code code;
+    const fs::path target = fs::is_symlink(path.accessName(), code) ? fs::canonical(path.accessName(), code) : "";
+    return target.empty() ? path : Path::fromAccessName(target.native());
 }
 
 Path FileUtils::makeAbsolute(const Path& path) {

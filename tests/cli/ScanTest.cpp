@@ -232,17 +232,19 @@ TEST_F(ScanRefusalTest, treesTooDeepToBeReadBack) {
     fs::create_directories(deep);
     init("monolithic");
     const auto before = readTree(root);
-    expectFailure(run({"scan", root, folder / "source"}), 3, {coreFile, "nested"});
+    expectFailure(run({"scan", root, folder / "source"}), 3, {coreFile, "251 steps"});
     EXPECT_EQ(readTree(root), before);
 
-    // A store with one file for each path has room for it.
+    // The limit is the same for all stores, so what one of them takes can be exported.
     fs::create_directory(folder / "other");
     ASSERT_EQ(run({"init", folder / "other"}).status, 0);
+    expectFailure(run({"scan", folder / "other", folder / "source"}), 3, {"251 steps"});
+    for (int i = 0; i < 50; ++i)
+        deep = deep.parent_path();
+    fs::remove_all(deep / "d");
     expectSuccess(run({"scan", folder / "other", folder / "source"}),
-                  "300 added, 0 updated, 0 removed; 0 files, 300 folders\n");
-    const auto exported = run({"export", folder / "other", folder / "out.xml"});
-    expectFailure(exported, 3, {"nested"});
-    EXPECT_FALSE(fs::exists(folder / "out.xml"));
+                  "250 added, 0 updated, 0 removed; 0 files, 250 folders\n");
+    EXPECT_EQ(run({"export", folder / "other", folder / "out.xml"}).status, 0);
 }
 
 }  // namespace

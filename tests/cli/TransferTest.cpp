@@ -148,10 +148,14 @@ TEST_F(ImportTest, namesTheFileThatItRefuses) {
 
 TEST_F(ConvertTest, refusesToLoseSomethingAndLeavesTheProjectAsItWas) {
     init();
-    std::string path = "F:0";
-    for (int i = 1; i < 300; ++i)
-        path += "|F:" + std::to_string(i);
-    ASSERT_EQ(run({"add", root, path}).status, 0);
+    ASSERT_EQ(run({"add", root, "F:0|F:1|F:2|F:3|F:4|F:5"}).status, 0);
+    // A node that has room in a file of its own, and not where the paths above it are elements too.
+    const fs::path file = coreFile.parent_path() / "F=0/F=1/F=2/F=3/F=4/F=5.xml";
+    const std::string bytes = test::readBytes(file);
+    std::string node = "<n/>";
+    for (int i = 0; i < 250; ++i)
+        node = "<n>" + node + "</n>";
+    test::writeBytes(file, bytes.substr(0, bytes.rfind("/>")) + "><Node>" + node + "</Node></Path>\n");
     const auto before = readTree(root);
     expectFailure(run({"convert", root, "--to", "monolithic"}), 3, {root, "nested"});
     EXPECT_EQ(readTree(root), before);

@@ -113,6 +113,7 @@ TEST_F(ExportTest, aProjectThatCannotBeReadLeavesTheTargetAlone) {
         (Texts{from.text(), u"the metadata store named \"other\" recognises the project, but could not be opened"}));
     const host::Path coreFile = from / u"resources/project/Project.xml";
     writeBytes(toStd(coreFile), "no XML");
-    EXPECT_EQ(raised<MetadataReadFailure>([&] { writeMetadataToSingleFile(from, to); }), (Texts{coreFile.text(), u""}));
+    EXPECT_EQ(raised<MetadataReadFailure>([&] { writeMetadataToSingleFile(from, to); }),
+              (Texts{coreFile.text(), u"it is no well-formed XML"}));
     EXPECT_EQ(readBytes(toStd(to)), "before");
 }

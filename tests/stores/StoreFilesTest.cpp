@@ -242,8 +242,8 @@ TEST_F(FileFormatTest, WhatAFileCannotHoldIsNotWritten) {
     refused(u"fixedPath", {false, {{u"t", u"a"}, nullptr, u"first", {}}}, "no rank: \"first\"");
     refused(u"monolithic", {false, leaf}, "all paths");
     refused(u"monolithic", {true, {{u"", u""}, nullptr, {}, {leaf, leaf}}}, "twice");
-    refused(u"fixedPath", {false, invalid}, "could not be read back");
-    refused(u"monolithic", {true, {{u"", u""}, nullptr, {}, {invalid}}}, "could not be read back");
+    refused(u"fixedPath", {false, invalid}, "\"no name\" is no XML name");
+    refused(u"monolithic", {true, {{u"", u""}, nullptr, {}, {invalid}}}, "\"no name\" is no XML name");
 }
 
 }  // namespace
