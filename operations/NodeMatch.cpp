@@ -400,7 +400,10 @@ private:
         };
         std::unordered_set<std::size_t> added;
         for (std::size_t i = 0; i < after_.size(); ++i) {
-            if (isOpenAfter(i)) {
+            const std::size_t partner = partners_[i];
+            const bool isUncertain =
+                partner != none && !pairing_.isCertain[partner] && before_[partner].content != after_[i].content;
+            if (isUncertain || isOpenAfter(i)) {
                 const Numbers traits = listTraits(after_[i]);
                 added.insert(traits.begin(), traits.end());
             }

@@ -115,13 +115,33 @@ private:
         return differing;
     }
 
+    /// Which of those before have others on another side of them than after.
+    static std::vector<bool> findReordered(const Numbers& partners) {
+        std::vector<bool> isReordered(partners.size());
+        std::size_t end = 0;  // of the places after that have been passed
+        for (std::size_t i = 0; i < partners.size(); ++i) {
+            if (partners[i] == none)
+                continue;
+            isReordered[i] = partners[i] < end;
+            end = std::max(end, partners[i] + 1);
+        }
+        std::size_t begin = none;
+        for (std::size_t i = partners.size(); i-- > 0;) {
+            if (partners[i] == none)
+                continue;
+            isReordered[i] = isReordered[i] || partners[i] > begin;
+            begin = std::min(begin, partners[i]);
+        }
+        return isReordered;
+    }
+
     /// Numbers what both sides, or one of them, have of the base.
     void numberCommon() {
         const Pairing ours = siblings_.pair(Versions::base, Versions::ours);
         const Pairing theirs = siblings_.pair(Versions::base, Versions::theirs);
         std::map<std::u16string, bool> differing = findDiffering();
-        const std::vector<bool> isMovedByOurs = findMoved(ours.partners);
-        const std::vector<bool> isMovedByTheirs = findMoved(theirs.partners);
+        const std::vector<bool> isMovedByOurs = findReordered(ours.partners);
+        const std::vector<bool> isMovedByTheirs = findReordered(theirs.partners);
         for (std::size_t i = 0; i < ours.partners.size(); ++i) {
             const std::size_t our = ours.partners[i];
             const std::size_t their = theirs.partners[i];
@@ -131,8 +151,9 @@ private:
             const bool isTouchedByOurs = !ours.isCertain[i] || ourContent != content || isMovedByOurs[i];
             const bool isTouchedByTheirs = !theirs.isCertain[i] || theirContent != content || isMovedByTheirs[i];
             // If both have removed one, or may have, nobody knows whether it is the same, unless all is.
-            const bool isMadeAlike = ourContent == theirContent && ourContent != content && ourContent != none;
-            const bool isAlike = isMadeAlike || !differing[children[i].nodes[Versions::base]->getName()];
+            const bool isMadeAlike = ourContent != content && ourContent != none;
+            const bool isAlike =
+                ourContent == theirContent && (isMadeAlike || !differing[children[i].nodes[Versions::base]->getName()]);
             const bool isUnclear =
                 !(ours.isCertain[i] && theirs.isCertain[i]) && isTouchedByOurs && isTouchedByTheirs && !isAlike;
             if (our != none)
