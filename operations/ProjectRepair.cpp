@@ -64,6 +64,12 @@ private:
     void note(const host::Path& file, const std::u16string& what) { repairs_.push_back({file, what}); }
 
     void complete(const host::Path& scratch) {
+        // Nobody can tell what the change was, and what it left may be the only copies of files.
+        if (store_support::findJournalDamage(folder_)) {
+            const auto place = isDryRun_ ? std::nullopt : store_support::setAsideDamagedChange(folder_);
+            note(scratch, u"is moved aside, because its journal is damaged" + (place ? u", to " + place->text() : u""));
+            return;
+        }
         const bool isDecided = store_support::isInterrupted(folder_);
         if (!isDryRun_)
             const store_support::FolderLock lock(folder_);  // which completes what was decided, and forgets the rest

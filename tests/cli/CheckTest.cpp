@@ -161,6 +161,15 @@ TEST_F(CheckTest, interruptedChangesAreLeftAloneUntilRepaired) {
     EXPECT_THAT(check(0, {"--repair"}), HasSubstr("the change that was interrupted is completed"));
     EXPECT_FALSE(fs::exists(metadata / ".pending") || fs::exists(metadata / "T=c.xml"));
 
+    // One whose journal is damaged: nobody can complete it, and nothing that it has is lost.
+    writeBytes(metadata / ".pending/journal", "no journal");
+    writeBytes(metadata / ".pending/old/0", "the only copy");
+    EXPECT_EQ(run({"tree", root}).status, 0);
+    EXPECT_THAT(check(1, {"--repair", "--dry-run"}), HasSubstr("would repair: .pending is moved aside"));
+    EXPECT_THAT(check(0, {"--repair"}), HasSubstr("repaired: .pending is moved aside, because its journal is damaged"));
+    EXPECT_EQ(test::readBytes(metadata / "damaged-change-1/old/0"), "the only copy");
+    EXPECT_EQ(run({"set", root, "--create", "T:d", "k=1"}).status, 0);
+
     // One that was not decided, while somebody is at work, and afterwards.
     writeBytes(metadata / ".pending/new/0", "half a fi");
     const int lock = open((metadata / ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
