@@ -78,7 +78,7 @@ void requireFound(const host::Path& root, const host::Path& oldFolder, const hos
 Plan makePlan(const host::Path& root, const ConversionRequest& request) {
     Plan plan;
     const host::Path coreFile = requireCoreFile(root);
-    const std::u16string type = pm::ProjectMetadataLocation(root).getMetadataType().value_or(u"");
+    const std::u16string type = findType(coreFile).value_or(u"");
     plan.before = pm::getNamedFactory(type);
     plan.after = chooseStore(request.store);
     if (plan.after->getName() == type) {

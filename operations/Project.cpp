@@ -12,6 +12,7 @@
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "store_support/CoreFileType.hpp"
 
 namespace operations {
 
@@ -61,12 +62,17 @@ std::unique_ptr<pm::MetadataManager> openProject(const host::Path& root) {
             OperationError(ErrorKind::failure, "The metadata of " + quoted(root) + " cannot be opened"));
     }
     const host::Path coreFile = requireCoreFile(root);
-    const std::optional<std::u16string> type = pm::ProjectMetadataLocation(root).getMetadataType();
+    const std::optional<std::u16string> type = findType(coreFile);
     if (!type)
         throw OperationError(ErrorKind::failure, "The core file " + quoted(coreFile) + " names no type of metadata");
     throw OperationError(ErrorKind::failure, "There is no store for metadata of type \"" + host::toUtf8(*type) +
                                                  "\", which " + quoted(coreFile) +
                                                  " names; there are: " + listStoreNames());
+}
+
+std::optional<std::u16string> findType(const host::Path& file) {
+    const std::u16string type = store_support::readMetadataType(file);
+    return type.empty() ? std::nullopt : std::optional(type);
 }
 
 std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store) {

@@ -26,6 +26,11 @@ void requireNewRoot(const host::Path& root);
 /// @throws MetadataReadFailure if that cannot be found out
 host::Path requireCoreFile(const host::Path& root);
 
+/// The type of metadata that the core file `file` names, no value if it names none. Unlike the library, which opens
+/// whatever has the name, this waits for no pipe.
+/// @throws MetadataReadFailure if the file cannot be read
+std::optional<std::u16string> findType(const host::Path& file);
+
 /// The store that holds the metadata of the project with the root folder `root`; never null.
 /// @throws as `requireCoreFile`
 /// @throws OperationError if there is no store for the type of metadata that the core file names, or if its files are

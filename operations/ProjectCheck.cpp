@@ -101,12 +101,14 @@ private:
 
     /// What cannot be read is told by the check of the file.
     void readType() {
+        if (!location_.hasCoreFile())
+            return;
         try {
-            type_ = location_.getMetadataType();
+            type_ = findType(location_.getCoreFile());
         } catch (const host::UserException&) {
             return;
         }
-        if (location_.hasCoreFile() && !type_)
+        if (!type_)
             add(location_.getCoreFile(), 0, u"it names no type of metadata");
     }
 

@@ -38,7 +38,7 @@ void requireNoMetadata(const host::Path& root) {
     const std::string sentence = "The project " + quoted(root) + " has metadata already: " + quoted(*coreFile);
     std::optional<std::u16string> type;
     try {
-        type = location.getMetadataType();
+        type = operations::findType(*coreFile);
     } catch (...) {
         std::throw_with_nested(CommandError(Status::failure, sentence + ", which cannot be read"));
     }

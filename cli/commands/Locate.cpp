@@ -14,7 +14,6 @@
 #include "operations/Project.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataRoots.hpp"
-#include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
 
@@ -33,7 +32,7 @@ Place locate(const host::Path& root) {
     Place place;
     place.coreFile = operations::requireCoreFile(root);
     place.folder = pm::getParentFolder(place.coreFile);
-    place.type = pm::ProjectMetadataLocation(root).getMetadataType();
+    place.type = operations::findType(place.coreFile);
     for (const std::u16string& name : pm::getSupportedRoots()) {
         const host::Path other = root / name / place.coreFile.fileName();
         if (other != place.coreFile && host::FileSystem::exists(other))

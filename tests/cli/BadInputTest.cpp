@@ -1,5 +1,8 @@
 /// Damaged projects and disks that refuse: each ends with an error that names the path and the cause, and what was
 /// there stays as it was.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "tests/cli/ProjectFixture.hpp"
 
 namespace {
@@ -124,6 +127,24 @@ TEST_P(ReadOnlyProjectTest, isMadeWritableIfTheSettingsAllow) {
     const auto outcome = run({"scan", root, folder / "source"}, nobody);
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_EQ(run({"tree", root}, nobody).out, root.native() + "\n├── File:a\n├── File:added\n└── Folder:folder\n");
+}
+
+TEST(PipeTest, inPlaceOfTheCoreFileHoldsNobodyUp) {
+    const test::TempFolder folder;
+    const fs::path metadata = folder / "project/resources/project";
+    fs::create_directories(metadata);
+    ASSERT_EQ(mkfifo((metadata / "Project.xml").c_str(), 0600), 0);
+    Surroundings impatient;
+    impatient.prepare = [] { alarm(20); };
+    for (const auto& command : std::vector<std::vector<std::string>>{
+             {"tree"}, {"init"}, {"locate"}, {"convert", "--to", "monolithic"}, {"set", "T:a", "k=1", "--create"}}) {
+        std::vector<std::string> arguments = command;
+        arguments.insert(arguments.begin() + 1, folder / "project");
+        const auto outcome = run(arguments, impatient);
+        EXPECT_EQ(outcome.status, 3) << command.front() << outcome.err;
+        EXPECT_THAT(outcome.err, testing::HasSubstr("no regular file")) << command.front();
+    }
+    EXPECT_EQ(run({"check", folder / "project"}, impatient).status, 1);
 }
 
 TEST(ReadOnlyRootTest, getsNoMetadata) {
