@@ -13,7 +13,9 @@
 
 #include "project/metadata/MetadataXml.hpp"
 
+#include <exception>
 #include <filesystem>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -61,11 +63,7 @@ void makeWritable(const host::Path& path) {
         raise<ReadOnlyMetadataFailure>(path.text());
 }
 
-std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent) {
-    initialiseXml();
-    if (isCutOff(file))
-        raise<MetadataReadFailure>(file.text(), getCauseMessage());
-    const detail::SilentXml silent;
+std::unique_ptr<MetadataNode> readEitherWay(const host::Path& file, detail::Extent extent) {
     host::InputFileStream stream(file.accessName(), std::ios::in | std::ios::binary);
     std::error_code code;
     // What is no regular file can be read only once.
@@ -77,6 +75,26 @@ std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent
         stream.seekg(0);
     }
     return detail::readWithTextReader(stream, file, extent);
+}
+
+std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent) {
+    initialiseXml();
+    if (isCutOff(file))
+        raise<MetadataReadFailure>(file.text(), getCauseMessage());
+    const detail::SilentXml libxml;
+    std::unique_ptr<MetadataNode> tree;
+    std::exception_ptr failure;
+    try {
+        tree = readEitherWay(file, extent);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    // Then neither a tree nor an error says what is in the file.
+    if (libxml.ranOutOfMemory())
+        throw std::bad_alloc();
+    if (failure)
+        std::rethrow_exception(failure);
+    return tree;
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
-/// Keeps libxml2 from printing.
+/// Keeps libxml2 from printing, and hears what it does not return.
 #pragma once
+
+#include <initializer_list>
+#include <string_view>
 
 #include <libxml/globals.h>
 #include <libxml/xmlerror.h>
@@ -16,7 +19,10 @@ public:
           generic_(xmlGenericError),
           genericContext_(xmlGenericErrorContext) {
         // The error is constant from libxml2 2.12 on.
-        xmlSetStructuredErrorFunc(nullptr, [](void* /*context*/, auto* /*error*/) {});
+        xmlSetStructuredErrorFunc(this, [](void* context, auto* error) {
+            if (error->code == XML_ERR_NO_MEMORY && !isLimit(*error))
+                static_cast<SilentXml*>(context)->ranOutOfMemory_ = true;
+        });
         xmlSetGenericErrorFunc(nullptr, ignore);
     }
     ~SilentXml() {
@@ -27,13 +33,27 @@ public:
     SilentXml(const SilentXml&) = delete;
     SilentXml& operator=(const SilentXml&) = delete;
 
+    /// Whether libxml2 lacked memory for something. Much of it goes on then, without what there was no room for.
+    bool ranOutOfMemory() const { return ranOutOfMemory_; }
+
 private:
     static void ignore(void* /*context*/, const char* /*format*/, ...) {}
+
+    /// Up to libxml2 2.13, texts that reach its limit of 10,000,000 bytes are called a lack of memory too.
+    static bool isLimit(const xmlError& error) {
+        for (const char* const text : {error.message, error.str1}) {
+            const std::string_view said(text ? text : "");
+            if (said.find("huge text node") != said.npos || said.find("text too long") != said.npos)
+                return true;
+        }
+        return false;
+    }
 
     xmlStructuredErrorFunc structured_;
     void* structuredContext_;
     xmlGenericErrorFunc generic_;
     void* genericContext_;
+    bool ranOutOfMemory_ = false;
 };
 
 }  // namespace project::metadata::detail
