@@ -5,7 +5,10 @@
 
 #include <array>
 #include <cerrno>
+#include <string>
+#include <vector>
 
+#include "host/Text.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/Disk.hpp"
@@ -19,12 +22,16 @@ using project::metadata::MetadataReadFailure;
 using project::metadata::PutMetadataKeyFailure;
 using project::metadata::PutMetadataValueFailure;
 using project::metadata::raise;
+using project::metadata::RefusedAttribute;
 
 namespace {
 
-template <class Error>
-std::u16string getArgument(const Error& error) {
-    return std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(0));
+std::u16string describe(const RefusedAttribute& refused) {
+    const std::u16string line = host::fromUtf8(std::to_string(refused.line));
+    if (refused.isKeyRefused)
+        return u"the key of an attribute in line " + line + u" is no XML name: \"" + refused.key + u"\"";
+    return u"the value of \"" + refused.key + u"\" in line " + line + u" holds characters that XML cannot: \"" +
+           refused.value + u"\"";
 }
 
 /// What is wrong with a file before it is read, nothing if nothing is.
@@ -38,20 +45,36 @@ std::u16string findProblem(const struct stat& status) {
     return {};
 }
 
+void parseAroundRefused(const Path& file, XmlExtent extent, XmlFile& result) {
+    std::vector<RefusedAttribute> refused;
+    try {
+        result.root = project::metadata::readFromFile(file, refused);
+    } catch (const MetadataReadFailure& error) {
+        result.problem = getReadProblem(error);
+    }
+    for (const RefusedAttribute& attribute : refused)
+        result.lacks.push_back({attribute.node, describe(attribute)});
+    if (extent != XmlExtent::aroundRefused && !refused.empty()) {
+        result.root = nullptr;
+        result.problem = result.lacks.front().problem;
+        result.lacks.clear();
+    }
+}
+
 void parse(const Path& file, XmlExtent extent, XmlFile& result) {
     using project::metadata::readFromFile;
     using project::metadata::readRootFromFile;
     result.root = nullptr;
     result.problem.clear();
+    result.lacks.clear();
     try {
-        result.root = extent == XmlExtent::wholeTree ? readFromFile(file) : readRootFromFile(file);
+        result.root = extent == XmlExtent::rootOnly ? readRootFromFile(file) : readFromFile(file);
     } catch (const MetadataReadFailure& error) {
         result.problem = getReadProblem(error);
-    } catch (const PutMetadataKeyFailure& error) {
-        result.problem = u"a key of an attribute in it is no XML name: \"" + getArgument(error) + u"\"";
-    } catch (const PutMetadataValueFailure& error) {
-        result.problem =
-            u"a value of an attribute in it holds characters that XML cannot: \"" + getArgument(error) + u"\"";
+    } catch (const PutMetadataKeyFailure&) {
+        parseAroundRefused(file, extent, result);
+    } catch (const PutMetadataValueFailure&) {
+        parseAroundRefused(file, extent, result);
     }
 }
 

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
@@ -15,15 +16,27 @@
 
 namespace store_support {
 
+/// What a node of a tree lacks of what its file has, in words. A value type.
+struct Lack {
+    const project::metadata::MetadataNode* node;
+    std::u16string problem;
+};
+
 /// What a file says. A value type.
 struct XmlFile {
     /// The version that was read: what is on disk now is this one or a later one. No value if the file does not exist.
     std::optional<FileVersion> version;
     std::shared_ptr<const project::metadata::MetadataNode> root;  ///< null if there is no such file, or it is damaged
     std::u16string problem;                                       ///< why it is damaged, in words
+    std::vector<Lack> lacks;  ///< what the tree lacks, in the order of the file, for `XmlExtent::aroundRefused`
 };
 
-enum class XmlExtent { wholeTree, rootOnly };
+enum class XmlExtent {
+    wholeTree,
+    rootOnly,
+    /// The whole tree; attributes that a node refuses are damage of their nodes only.
+    aroundRefused
+};
 
 /// Reads `file`. That it is no regular file, is larger than `maximumFileSize`, is no XML, or holds an attribute that a
 /// node refuses, is damage. That the system cannot read it now is an error, and may be over the next time.

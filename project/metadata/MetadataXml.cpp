@@ -63,21 +63,24 @@ void makeWritable(const host::Path& path) {
         raise<ReadOnlyMetadataFailure>(path.text());
 }
 
-std::unique_ptr<MetadataNode> readEitherWay(const host::Path& file, detail::Extent extent) {
+std::unique_ptr<MetadataNode> readEitherWay(const host::Path& file, detail::Extent extent,
+                                            std::vector<RefusedAttribute>* refused) {
     host::InputFileStream stream(file.accessName(), std::ios::in | std::ios::binary);
     std::error_code code;
     // What is no regular file can be read only once.
-    if (std::filesystem::is_regular_file(file.accessName(), code)) {
+    if (!refused && std::filesystem::is_regular_file(file.accessName(), code)) {
         detail::PlainDocument document = detail::parsePlainDocument(stream, extent);
         if (document.obstacle == detail::Obstacle::none)
             return std::move(document.root);
         stream.clear();
         stream.seekg(0);
     }
-    return detail::readWithTextReader(stream, file, extent);
+    return detail::readWithTextReader(stream, file, extent, refused);
 }
 
-std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent) {
+/// @param refused as for the text reader
+std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent,
+                                   std::vector<RefusedAttribute>* refused = nullptr) {
     initialiseXml();
     if (isCutOff(file))
         raise<MetadataReadFailure>(file.text(), getCauseMessage());
@@ -85,7 +88,7 @@ std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent
     std::unique_ptr<MetadataNode> tree;
     std::exception_ptr failure;
     try {
-        tree = readEitherWay(file, extent);
+        tree = readEitherWay(file, extent, refused);
     } catch (...) {
         failure = std::current_exception();
     }
@@ -117,6 +120,10 @@ void writeToFile(const MetadataNode& node, const host::Path& file, bool compactE
 
 std::unique_ptr<MetadataNode> readFromFile(const host::Path& file) {
     return read(file, detail::Extent::wholeTree);
+}
+
+std::unique_ptr<MetadataNode> readFromFile(const host::Path& file, std::vector<RefusedAttribute>& refused) {
+    return read(file, detail::Extent::wholeTree, &refused);
 }
 
 std::unique_ptr<MetadataNode> readRootFromFile(const host::Path& file) {

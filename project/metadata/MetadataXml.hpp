@@ -4,6 +4,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "host/Path.hpp"
 #include "project/Export.hpp"
@@ -30,6 +32,23 @@ PROJECT_METADATA_EXPORT void writeToFile(const MetadataNode& node, const host::P
 ///         256 elements inside one another
 /// @throws PutMetadataKeyFailure, PutMetadataValueFailure if it holds an attribute that a node refuses
 PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readFromFile(const host::Path& file);
+
+/// An attribute in a file that a node refuses. A value type.
+struct RefusedAttribute {
+    const MetadataNode* node;  ///< the one that lacks it, in the tree that was read
+    int line;                  ///< where the start tag of the node ends, counted from 1; of lines beyond 65,535, that
+    std::u16string key;
+    std::u16string value;
+    bool isKeyRefused;  ///< otherwise the value is
+};
+
+/// Reads the tree in `file` without the attributes that a node refuses, which are added to `refused` in the order of
+/// the file. What is read this way must not replace the file: it is less than what was there.
+///
+/// @return the root, a `MetadataNodeSpecification`; never null
+/// @throws MetadataReadFailure as `readFromFile`
+PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readFromFile(const host::Path& file,
+                                                                   std::vector<RefusedAttribute>& refused);
 
 /// Reads the root node of the tree in `file` with its attributes and without its children. Of a root with children,
 /// what is far behind its start tag is not looked at: that costs the same for every file, and a file broken there is

@@ -52,7 +52,7 @@ std::optional<FileContent> MonolithicFormat::readFile(const Path& file) const {
     if (!xml)
         return std::nullopt;
     std::vector<project::metadata::MetadataDamage> damage;
-    const PathTree tree = fromXml(*xml, file, damage);
+    const PathTree tree = fromXml(*xml, {}, file, damage);
     if (!damage.empty())
         raise<MetadataReadFailure>(file.text(), damage.front().problem);
     store_support::requireNothingLost(*xml, *toXml(tree), file);

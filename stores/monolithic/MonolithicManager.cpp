@@ -24,6 +24,7 @@ using host::Path;
 using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
+using project::metadata::MetadataReadFailure;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
@@ -189,6 +190,8 @@ std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& pat
     if (!tree)
         return nullptr;
     tree->isUnseen = false;
+    if (tree->problem)
+        raise<MetadataReadFailure>(file_.text(), *tree->problem);
     return tree->node ? std::make_unique<MetadataNodeSpecification>(*tree->node) : nullptr;
 }
 
@@ -268,13 +271,13 @@ PathTree& MonolithicManager::load() const {
     const auto status = findStatus(file_);
     if (tree_ && (status ? std::optional(makeFileVersion(*status)) : std::nullopt) == version_)
         return *tree_;
-    const XmlFile xml = status ? readXmlFile(file_, *status) : XmlFile{};
+    const XmlFile xml = status ? readXmlFile(file_, *status, store_support::XmlExtent::aroundRefused) : XmlFile{};
     if (!xml.root && xml.version)
-        raise<project::metadata::MetadataReadFailure>(file_.text(), xml.problem);
+        raise<MetadataReadFailure>(file_.text(), xml.problem);
     std::vector<project::metadata::MetadataDamage> damage;
     PathTree tree;
     if (xml.root)
-        tree = fromXml(*xml.root, file_, damage);
+        tree = fromXml(*xml.root, xml.lacks, file_, damage);
     if (tree_)
         markUnseen(tree, &*tree_);
     std::for_each(damage.begin(), damage.end(), store_support::reportDamage);

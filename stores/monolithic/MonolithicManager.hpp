@@ -30,8 +30,9 @@ struct Draft {
 };
 
 /// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw
-/// `MetadataReadFailure` if the file cannot be read as XML; of what is damaged inside, the rest is read. Changing ones
-/// throw `MetadataWriteFailure` for a file that is damaged in any way, and what `FileBatch` and `TreeRules` throw.
+/// `MetadataReadFailure` if the file cannot be read as XML. Of what is damaged inside, the rest is read; a path with a
+/// damaged node reads as a branch, but `getNode` throws that too. Changing ones throw `MetadataWriteFailure` for a file
+/// that is damaged in any way, and what `FileBatch` and `TreeRules` throw.
 class MonolithicManager : public project::metadata::MetadataManager,
                           public project::metadata::DamageReporter,
                           public project::metadata::StoreFileLister {

@@ -15,6 +15,7 @@
 #include "stores/monolithic/PathTree.hpp"
 
 #include <algorithm>
+#include <unordered_map>
 
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -37,6 +38,7 @@ using project::metadata::raise;
 using store_support::equalTrees;
 using store_support::getPathElement;
 using store_support::getReadProblem;
+using store_support::Lack;
 using store_support::nodeElementName;
 using store_support::pathElementName;
 using store_support::projectElementName;
@@ -48,12 +50,25 @@ namespace {
 /// Adds what `xml` holds below its own path.
 class Reader {
 public:
-    Reader(const host::Path& file, std::vector<MetadataDamage>& damage) : file_(file), damage_(damage) {}
+    Reader(const host::Path& file, const std::vector<Lack>& lacks, std::vector<MetadataDamage>& damage)
+        : file_(file), damage_(damage) {
+        for (const Lack& lack : lacks) {
+            lacking_.try_emplace(lack.node, std::make_shared<const std::u16string>(lack.problem));
+            damage.push_back({file, lack.problem});
+        }
+    }
 
     void fill(PathTree& tree, const MetadataNode& xml) {
-        attempt([&] { tree.node = store_support::getNode(xml, file_); });
+        attempt(
+            [&] {
+                const auto node = store_support::getNode(xml, file_);
+                tree.problem = node ? findLack(*node) : nullptr;
+                if (!tree.problem)
+                    tree.node = node;
+            },
+            &tree);
         for (const auto& child : xml.getChildNodes()) {
-            if (child->getName() != nodeElementName)
+            if (child->getName() != nodeElementName && lacking_.count(child.get()) == 0)
                 attempt([&] { add(tree, *child); });
         }
     }
@@ -66,16 +81,33 @@ private:
         fill(tree.add(element), xml);
     }
 
+    /// The first in the tree `node`, null if there is none.
+    std::shared_ptr<const std::u16string> findLack(const MetadataNode& node) const {
+        if (lacking_.empty())
+            return nullptr;
+        const auto entry = lacking_.find(&node);
+        if (entry != lacking_.end())
+            return entry->second;
+        for (const auto& child : node.getChildNodes()) {
+            if (auto lack = findLack(*child))
+                return lack;
+        }
+        return nullptr;
+    }
+
     template <class Step>
-    void attempt(const Step& step) {
+    void attempt(const Step& step, PathTree* damaged = nullptr) {
         try {
             step();
         } catch (const MetadataReadFailure& error) {
             damage_.push_back({file_, getReadProblem(error)});
+            if (damaged)
+                damaged->problem = std::make_shared<const std::u16string>(damage_.back().problem);
         }
     }
 
     const host::Path& file_;
+    std::unordered_map<const MetadataNode*, std::shared_ptr<const std::u16string>> lacking_;
     std::vector<MetadataDamage>& damage_;
 };
 
@@ -126,6 +158,7 @@ void fill(SharingElement& xml, const PathTree& tree, const Patterns& patterns) {
 PathTree PathTree::clone() const {
     PathTree copy;
     copy.node = node;
+    copy.problem = problem;
     copy.isUnseen = isUnseen;
     for (const Child& child : getChildren())
         copy.add(child.element) = child.tree.clone();
@@ -173,9 +206,10 @@ std::vector<PathTree::Child> PathTree::getChildren() const {
     return children;
 }
 
-PathTree fromXml(const MetadataNode& xml, const host::Path& file, std::vector<MetadataDamage>& damage) {
+PathTree fromXml(const MetadataNode& xml, const std::vector<Lack>& lacks, const host::Path& file,
+                 std::vector<MetadataDamage>& damage) {
     PathTree tree;
-    Reader(file, damage).fill(tree, xml);
+    Reader(file, lacks, damage).fill(tree, xml);
     return tree;
 }
 

@@ -6,12 +6,14 @@
 #include <cstddef>
 #include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
+#include "store_support/XmlFile.hpp"
 
 namespace stores::monolithic {
 
@@ -19,6 +21,9 @@ namespace stores::monolithic {
 class PathTree {
 public:
     std::shared_ptr<project::metadata::MetadataNode> node;  ///< null for a branch
+
+    /// Why the node of the path cannot be read, null if it can or there is none.
+    std::shared_ptr<const std::u16string> problem;
 
     /// Whether somebody else has put the node, or the whole path, there, and nobody has looked at it since.
     bool isUnseen = false;
@@ -63,9 +68,10 @@ private:
 };
 
 /// The tree of the file `file`, whose root node is `xml`.
+/// @param lacks what nodes below `xml` lack: such an element of a path is not read
 /// @param damage what is in the file and cannot be read is added to this
-PathTree fromXml(const project::metadata::MetadataNode& xml, const host::Path& file,
-                 std::vector<project::metadata::MetadataDamage>& damage);
+PathTree fromXml(const project::metadata::MetadataNode& xml, const std::vector<store_support::Lack>& lacks,
+                 const host::Path& file, std::vector<project::metadata::MetadataDamage>& damage);
 
 /// Marks as unseen what is in `now`, and was unseen or not the same in `before`.
 void markUnseen(PathTree& now, const PathTree* before);

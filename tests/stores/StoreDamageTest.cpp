@@ -194,6 +194,46 @@ TEST_P(StoreDamageTest, ReadOnlyFilesFollowTheUsersSetting) {
     EXPECT_EQ(open()->getNode(root)->get(u"Value"), u"3");
 }
 
+// XML can hold characters that an attribute of a node cannot.
+TEST(RefusedAttributeTest, IsDamageOfItsNodeAndToldWithItsLine) {
+    const std::string rat = "\xF0\x9F\x90\x80";
+    for (const std::u16string name : {u"fixedPath", u"monolithic"}) {
+        const bool isFixedPath = name == u"fixedPath";
+        for (const bool isKey : {false, true}) {
+            const TempFolder folder;
+            MetadataNodeSpecification damaged(u"Info");
+            damaged.createChildNode(u"Child").put(u"marker1", u"marker2");
+            {
+                const auto store = openStore(name, folder.path());
+                store->setNode(path({u"a", u"b"}), damaged);
+                store->setNode(path({u"a", u"b", u"c"}), *node(u"1"));
+                store->setNode(path({u"d"}), *node(u"2"));
+            }
+            const std::filesystem::path file =
+                folder / "resources/project" / (isFixedPath ? "t=a/t=b.xml" : "Project.xml");
+            std::string text = readBytes(file);
+            const std::size_t place = text.find(isKey ? "marker1" : "marker2");
+            ASSERT_NE(place, text.npos);
+            text.replace(place, 7, isKey ? "k\xF0\x90\x80\x80" : rat);
+            writeBytes(file, text);
+            const auto line = std::to_string(1 + std::count(text.begin(), text.begin() + std::ptrdiff_t(place), '\n'));
+
+            const auto store = openStore(name, folder.path());
+            EXPECT_EQ(store->getChildren(MetadataPath()), (std::vector{path({u"a"}), path({u"d"})}));
+            EXPECT_EQ(describe(*store->getNode(path({u"a", u"b", u"c"}))), describe(*node(u"1")));
+            EXPECT_EQ(describe(*store->getNode(path({u"d"}))), describe(*node(u"2")));
+            EXPECT_THROW(store->getNode(path({u"a", u"b"})), MetadataReadFailure);
+            const auto damage = dynamic_cast<project::metadata::DamageReporter&>(*store).findDamage();
+            ASSERT_EQ(damage.size(), 1U);
+            EXPECT_EQ(damage.front().file.accessName(), file);
+            EXPECT_NE(damage.front().problem.find(host::fromUtf8(" line " + line + ' ')), std::u16string::npos)
+                << host::toUtf8(damage.front().problem) << ", not in line " << line;
+            EXPECT_THROW(store->setNode(path({u"a", u"b"}), *node(u"3")), MetadataWriteFailure);
+            EXPECT_EQ(readBytes(file), text);
+        }
+    }
+}
+
 TEST(DamageSinkTest, StoresTellDamageAsTheyComeUponIt) {
     std::vector<std::string> told;
     std::vector<std::string> logged;

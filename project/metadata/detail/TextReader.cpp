@@ -8,6 +8,9 @@
 #include <libxml/entities.h>
 #include <libxml/xmlreader.h>
 
+#include "host/Text.hpp"
+#include "host/XmlText.hpp"
+#include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/detail/TreeBuilder.hpp"
 
@@ -109,17 +112,20 @@ bool hasTooManyDefaults(const xmlNode& documentType) {
 
 class TextReader {
 public:
-    TextReader(host::InputFileStream& stream, const host::Path& file) : source_{stream}, file_(file) {}
+    TextReader(host::InputFileStream& stream, const host::Path& file, std::vector<RefusedAttribute>* refused)
+        : source_{stream}, file_(file), refused_(refused) {}
 
     std::unique_ptr<MetadataNode> read(Extent extent);
 
 private:
     void addNode();
     void addAttribute();
+    bool isRefused(const xmlNode& attribute, std::string_view value);
     [[noreturn]] void fail(const std::u16string& cause) const { raise<MetadataReadFailure>(file_.text(), cause); }
 
     Source source_;
     const host::Path& file_;
+    std::vector<RefusedAttribute>* const refused_;
     std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> reader_{nullptr, xmlFreeTextReader};
     TreeBuilder tree_;
     EntitySizes entitySizes_;
@@ -181,13 +187,30 @@ void TextReader::addAttribute() {
         tree_.endAttributes();
         fail(u"libxml2 cannot expand its entities");
     }
-    tree_.addAttribute(xmlTextReaderConstName(reader_.get()), view(value));
+    if (!refused_ || !isRefused(*attribute, view(value)))
+        tree_.addAttribute(xmlTextReaderConstName(reader_.get()), view(value));
+}
+
+/// Takes `attribute` down if a node refuses it.
+bool TextReader::isRefused(const xmlNode& attribute, std::string_view value) {
+    const std::u16string key = host::XmlText::toUtf16(xmlTextReaderConstName(reader_.get()));
+    const std::u16string text = host::fromUtf8(value);
+    const bool isKeyRefused = !isValidKey(key);
+    if (!isKeyRefused && isValidAttribute(text))
+        return false;
+    // A declaration of a namespace does not know where it stands.
+    const bool hasParent = attribute.type == XML_ATTRIBUTE_NODE;
+    const int line =
+        hasParent ? static_cast<int>(xmlGetLineNo(attribute.parent)) : xmlTextReaderGetParserLineNumber(reader_.get());
+    refused_->push_back({&tree_.getOpenNode(), line, key, text, isKeyRefused});
+    return true;
 }
 
 }  // namespace
 
-std::unique_ptr<MetadataNode> readWithTextReader(host::InputFileStream& stream, const host::Path& file, Extent extent) {
-    return TextReader(stream, file).read(extent);
+std::unique_ptr<MetadataNode> readWithTextReader(host::InputFileStream& stream, const host::Path& file, Extent extent,
+                                                 std::vector<RefusedAttribute>* refused) {
+    return TextReader(stream, file, refused).read(extent);
 }
 
 }  // namespace project::metadata::detail

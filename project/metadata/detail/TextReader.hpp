@@ -2,10 +2,12 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "host/FileSystem.hpp"
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
+#include "project/metadata/MetadataXml.hpp"
 
 namespace project::metadata::detail {
 
@@ -16,7 +18,9 @@ enum class Extent {
 };
 
 /// Reads from the position of `stream`, which is closed afterwards. `file` is what it was opened for.
+/// @param refused if there is one, attributes that a node refuses are added to it and left out, and no error
 /// @throws MetadataReadFailure, PutMetadataKeyFailure, PutMetadataValueFailure as `readFromFile`
-std::unique_ptr<MetadataNode> readWithTextReader(host::InputFileStream& stream, const host::Path& file, Extent extent);
+std::unique_ptr<MetadataNode> readWithTextReader(host::InputFileStream& stream, const host::Path& file, Extent extent,
+                                                 std::vector<RefusedAttribute>* refused);
 
 }  // namespace project::metadata::detail

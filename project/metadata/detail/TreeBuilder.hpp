@@ -49,6 +49,9 @@ public:
     /// How many nodes are open.
     std::size_t getDepth() const noexcept { return open_.size(); }
 
+    /// The innermost node that is open.
+    const MetadataNode& getOpenNode() const { return *open_.back().node; }
+
     bool hasRoot() const noexcept { return root_ != nullptr; }
 
     /// The tree. Nodes that are still open have no children.
