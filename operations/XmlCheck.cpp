@@ -12,8 +12,10 @@
 #include <libxml/xmlreader.h>
 
 #include "host/Text.hpp"
-#include "host/XmlText.hpp"
-#include "project/metadata/AttributeRules.hpp"
+#include "project/exception/ProjectException.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataXml.hpp"
+#include "store_support/StoreErrors.hpp"
 
 namespace operations {
 
@@ -55,8 +57,9 @@ public:
             add(0, u"it is no regular file");
         } else if (status.st_size == 0) {
             add(0, u"it is empty");
-        } else {
-            read(descriptor.get());
+        } else if (!isSound()) {
+            readAsXml(descriptor.get());
+            readAsMetadata();
         }
         return std::move(problems_);
     }
@@ -75,31 +78,43 @@ private:
         check.add(error->line, u"it is no well-formed XML: " + host::fromUtf8(message));
     }
 
-    void read(int descriptor) {
+    bool isSound() const {
+        try {
+            return pm::readFromFile(file_) != nullptr;
+        } catch (const project::exception::ProjectException&) {
+            return false;
+        }
+    }
+
+    /// Metadata is less than XML: some characters, many levels and what entities make large are none.
+    void readAsMetadata() {
+        std::vector<pm::RefusedAttribute> refused;
+        try {
+            pm::readFromFile(file_, refused);
+        } catch (const pm::MetadataReadFailure& error) {
+            if (!hasError_)
+                add(0, store_support::getReadProblem(error));
+        }
+        for (const pm::RefusedAttribute& attribute : refused) {
+            const std::u16string name = u"\"" + attribute.key + u"\" is none that metadata can hold";
+            add(attribute.line,
+                attribute.isKeyRefused ? u"the attribute name " + name : u"the value of the attribute " + name);
+        }
+    }
+
+    void readAsXml(int descriptor) {
         const std::unique_ptr<xmlTextReader, ReaderDeleter> reader(
             xmlReaderForFd(descriptor, nullptr, nullptr, XML_PARSE_NONET));
         if (!reader)
             throw std::bad_alloc();
         xmlTextReaderSetStructuredErrorHandler(reader.get(), noteError, this);
         int result = 0;
-        while ((result = xmlTextReaderRead(reader.get())) == 1) {
-            if (xmlTextReaderNodeType(reader.get()) == XML_READER_TYPE_ELEMENT)
-                checkElement(reader.get());
-        }
+        do {
+            result = xmlTextReaderRead(reader.get());
+        } while (result == 1);
         if (result != 0 && !hasError_)
             add(xmlTextReaderGetParserLineNumber(reader.get()), u"it is no well-formed XML");
-    }
-
-    /// XML takes more than metadata does: the attributes of a document whose type declares entities, for example.
-    void checkElement(xmlTextReader* reader) {
-        const int line = xmlTextReaderGetParserLineNumber(reader);
-        while (xmlTextReaderMoveToNextAttribute(reader) == 1) {
-            const std::u16string key = host::XmlText::toUtf16(xmlTextReaderConstName(reader));
-            if (!pm::isValidKey(key))
-                add(line, u"the attribute name \"" + key + u"\" is none that metadata can hold");
-            if (!pm::isValidAttribute(host::XmlText::toUtf16(xmlTextReaderConstValue(reader))))
-                add(line, u"the value of the attribute \"" + key + u"\" is none that metadata can hold");
-        }
+        hasError_ = hasError_ || result != 0;
     }
 
     const host::Path& file_;

@@ -61,6 +61,9 @@ TEST_F(CheckTest, namesFileLineAndProblem) {
     writeBytes(metadata / "T=d.xml", "<Path Location=\"x\" Type=\"T\" Rank=\"a1\"/>");
     writeBytes(metadata / "T=e.xml", "<!DOCTYPE Path [<!ENTITY f SYSTEM \"" + (folder / "secret").native() +
                                          "\">]>\n<Path Location=\"e\" Type=\"T\" Rank=\"a2\">&f;\n<\n</Path>");
+    writeBytes(metadata / "T=f.xml",
+               "<Path Location=\"f\" Type=\"T\" Rank=\"a3\">\n<Node><N k=\"\xF0\x9F\x90\x80\"/></Node>\n" +
+                   std::string(20, '\n') + "</Path>");
     writeBytes(folder / "secret", "top secret");
     writeBytes(metadata / "uuid-12.xml", "<uuid/>");
     writeBytes(metadata / "readme\x1b.txt", "");
@@ -71,10 +74,11 @@ TEST_F(CheckTest, namesFileLineAndProblem) {
                 AllOf(HasSubstr("T=c.xml:4: it is no well-formed XML"), HasSubstr("T=d.xml: its name does not fit"),
                       HasSubstr("T=e.xml:3: it is no well-formed XML"), HasSubstr("uuid-12.xml: its name"),
                       HasSubstr("T=a.xml: it is missing"), HasSubstr(".TolvaneProject/Project.xml: it is not used"),
-                      HasSubstr("\n6 problems\n"), Not(HasSubstr("readme")), Not(HasSubstr("secret"))));
+                      HasSubstr("T=f.xml:2: the value of the attribute \"k\""), HasSubstr("\n7 problems\n"),
+                      Not(HasSubstr("readme")), Not(HasSubstr("secret"))));
     EXPECT_THAT(check(1, {"-v"}), HasSubstr("readme\\u001B.txt: it does not belong to the metadata\n"));
     const auto json = nlohmann::json::parse(run({"check", root, "--json"}).out);
-    EXPECT_EQ(json["problems"].size(), 6U);
+    EXPECT_EQ(json["problems"].size(), 7U);
     EXPECT_EQ(json["problems"][2]["line"], 4);
 }
 
