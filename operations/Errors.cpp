@@ -37,7 +37,7 @@ std::u16string explain(const host::UserException& error) {
     const auto* const file = arguments.empty() ? nullptr : std::get_if<std::u16string>(&arguments.front());
     if (!file)
         return error.ToUstring();
-    const auto shorten = [suffix = u": \"" + *file + u'"'](std::u16string text) {
+    const auto shorten = [suffix = u": \"" + *file + u'"'](const std::u16string& text) {
         return pm::ends_with(text, suffix) ? text.substr(0, text.size() - suffix.size()) : text;
     };
     if (!dynamic_cast<const pm::MetadataReadFailure*>(&error))

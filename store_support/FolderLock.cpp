@@ -108,10 +108,11 @@ std::u16string describeHolder(const std::string& name) {
         words >> number >> kind >> manner >> access >> process;
         if (kind != "FLOCK" || line.find(place) == std::string::npos)
             continue;
-        std::string program;
         std::ifstream comm("/proc/" + process + "/comm");
-        std::getline(comm, program);
-        return u" (process " + host::fromUtf8(process + (program.empty() ? "" : ", " + program)) + u")";
+        std::string program;
+        if (std::getline(comm, program))
+            process.append(", ").append(program);
+        return u" (process " + host::fromUtf8(process) + u")";
     }
     return {};
 }

@@ -53,7 +53,7 @@ bool hasOnlyCoreFile(const host::Path& folder) {
     const auto files = project::metadata::listChildFiles(folder);
     return std::all_of(files.begin(), files.end(), [](const host::Path& file) {
         const std::u16string name = file.fileName().text();
-        return name == project::metadata::coreFileName() || name.rfind(u".", 0) == 0 ||
+        return name == project::metadata::coreFileName() || name.front() == u'.' ||
                project::metadata::getMarkedUuid(name);
     });
 }

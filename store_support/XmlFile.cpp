@@ -21,7 +21,6 @@ using project::metadata::MetadataNode;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PutMetadataKeyFailure;
 using project::metadata::PutMetadataValueFailure;
-using project::metadata::raise;
 using project::metadata::RefusedAttribute;
 
 namespace {

@@ -47,6 +47,7 @@ struct GitOutcome {
 GitOutcome runGit(const std::string& folder, std::vector<std::string> arguments, bool isSilent = false) {
     arguments.insert(arguments.begin(), {"git", "-C", folder});
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (std::string& argument : arguments)
         argv.push_back(argument.data());
     argv.push_back(nullptr);

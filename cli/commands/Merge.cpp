@@ -20,7 +20,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 using operations::Conflict;
 
 struct Arguments {

@@ -308,6 +308,7 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
     if (const auto journal = store_support::findJournalDamage(folder_))
         damage[journal->file] = *journal;
     std::vector<MetadataDamage> result;
+    result.reserve(damage.size());
     for (auto& [file, found] : damage)
         result.push_back(std::move(found));
     return result;

@@ -436,7 +436,7 @@ bool Database::create(const Edit& edit) {
 void Database::createFile(const Path& staged, const Edit& edit) {
     try {
         // SQLite would not give others the permissions that a new file usually has.
-        std::ofstream(staged.accessName());
+        std::ofstream(staged.accessName()).close();
         const Connection connection = openConnection(getOpenName(staged), SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW);
         execute(*connection, settings);
         // Nobody sees the file before it is complete, and it is flushed then.

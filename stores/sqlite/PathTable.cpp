@@ -270,6 +270,7 @@ std::vector<ChildRow> PathTable::getChildren(RowId parent) const {
         }
     }
     std::vector<const ChildRow*> sorted;
+    sorted.reserve(children.size());
     for (const ChildRow& child : children)
         sorted.push_back(&child);
     std::sort(sorted.begin(), sorted.end(), [](const auto* a, const auto* b) { return a->element < b->element; });

@@ -27,11 +27,11 @@ std::shared_ptr<const NodeForm> shareForm(NodeForm form) {
     thread_local RecentForms recent;
     constexpr std::size_t maxRecent = 32;
     for (const auto& candidate : recent) {
-        const auto other = candidate.lock();
+        auto other = candidate.lock();
         if (other && other->name == form.name && other->keys == form.keys)
             return other;
     }
-    const auto shared = std::make_shared<const NodeForm>(std::move(form));
+    auto shared = std::make_shared<const NodeForm>(std::move(form));
     if (recent.size() == maxRecent)
         recent.erase(recent.begin());
     recent.emplace_back(shared);
