@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include "host/FileSystem.hpp"
+#include "host/TempDirGuard.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -100,6 +102,17 @@ void requireReadsBack(const MetadataNode& node, const host::Path& writtenFile, c
     }
     raise<MetadataWriteFailure>(file.text(),
                                 u"it would read back differently: its names use the namespaces of XML wrongly");
+}
+
+void requireStorable(const MetadataNode& node, const host::Path& file) {
+    constexpr int depth = 2;  // how many elements lie above a node where stores keep it in XML
+    requireReadable(node, depth, file);
+    if (!needsProof(node))
+        return;
+    const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"metadata-", u"");
+    const host::Path proof = host::Path(scratch.getDirectoryName()) / u"node.xml";
+    project::metadata::writeToFile(node, proof, false);
+    requireReadsBack(node, proof, file);
 }
 
 }  // namespace store_support

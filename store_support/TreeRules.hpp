@@ -45,4 +45,10 @@ bool needsProof(const project::metadata::PathElement& element);
 void requireReadsBack(const project::metadata::MetadataNode& node, const host::Path& writtenFile,
                       const host::Path& file);
 
+/// For stores that keep nodes in a form of their own: what one store takes, all take, so that it can be exported and
+/// converted. A node that needs proof is written to a scratch file and read for that.
+/// @param file the file to name in the error
+/// @throws project::metadata::MetadataWriteFailure, if `node` is none that all stores can keep
+void requireStorable(const project::metadata::MetadataNode& node, const host::Path& file);
+
 }  // namespace store_support

@@ -1,11 +1,12 @@
 #include "stores/sqlite/Damage.hpp"
 
 #include "host/Text.hpp"
+#include "store_support/NodeBlob.hpp"
 #include "store_support/TreeRules.hpp"
-#include "stores/sqlite/NodeBlob.hpp"
 
 namespace stores::sqlite {
 
+using store_support::decodeNode;
 using store_support::maximumSteps;
 
 namespace {

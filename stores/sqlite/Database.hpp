@@ -15,7 +15,6 @@
 #include "stores/sqlite/FileCheck.hpp"
 #include "stores/sqlite/PathEdit.hpp"
 #include "stores/sqlite/PathTable.hpp"
-#include "stores/sqlite/SeenChanges.hpp"
 #include "stores/sqlite/Sqlite.hpp"
 
 namespace stores::sqlite {

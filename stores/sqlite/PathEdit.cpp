@@ -5,17 +5,20 @@
 
 #include "host/Interruption.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_support/NodeBlob.hpp"
+#include "store_support/Positions.hpp"
 #include "store_support/TreeRules.hpp"
-#include "stores/sqlite/NodeBlob.hpp"
-#include "stores/sqlite/Positions.hpp"
-#include "stores/sqlite/WantedTree.hpp"
+#include "store_support/WantedTree.hpp"
 
 namespace stores::sqlite {
 
 using project::metadata::MetadataPath;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
+using store_support::arrangePositions;
+using store_support::decodeNode;
 using store_support::requireSteps;
+using store_support::WantedTree;
 
 namespace {
 

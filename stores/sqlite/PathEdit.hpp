@@ -8,7 +8,6 @@
 
 #include "project/metadata/MetadataPath.hpp"
 #include "stores/sqlite/PathTable.hpp"
-#include "stores/sqlite/SeenChanges.hpp"
 
 namespace stores::sqlite {
 

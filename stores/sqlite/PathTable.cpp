@@ -7,7 +7,7 @@
 //         type       of the last step: TEXT, or a BLOB of UTF-16 units with the low byte first where UTF-8 does not
 //         location   keep the text or where it holds zeros; the root path's are empty
 //         position   siblings are in ascending order of it; gaps let a path in between without moving others
-//         node       the node (NodeBlob.cpp); NULL if there is none
+//         node       the node (store_support/NodeBlob.cpp); NULL if there is none
 //         changed    the number of the batch that added the path or changed its node last
 //     state      one row
 //         batch      the number of the last batch
@@ -23,6 +23,7 @@
 
 #include "host/Text.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_support/Positions.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace stores::sqlite {
@@ -32,14 +33,13 @@ using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
 using store_support::maximumSteps;
+using store_support::positionBound;
+using store_support::positionGap;
 
 namespace {
 
 constexpr std::int64_t applicationId = 0x504D4442;
 constexpr std::int64_t schemaVersion = 1;
-
-/// Positions within these bounds leave room for what is computed with them.
-constexpr std::int64_t positionBound = 2305843009213693952;
 
 /// No store lives to see more.
 constexpr std::int64_t lastBatch = std::int64_t{1} << 62;

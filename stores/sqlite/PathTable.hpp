@@ -16,11 +16,15 @@
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataPath.hpp"
+#include "store_support/SeenChanges.hpp"
 #include "stores/sqlite/Sqlite.hpp"
 
 namespace stores::sqlite {
 
 using RowId = std::int64_t;
+
+/// What a store knows of the changes of others.
+using SeenChanges = store_support::SeenChanges<RowId>;
 
 /// The row of the root path.
 constexpr RowId rootRow = 0;
@@ -38,9 +42,6 @@ struct ChildRow {
     bool hasNode;
     std::int64_t changed;  ///< as in `Row`
 };
-
-/// The distance of siblings that are added one after the other: others find room between them.
-constexpr std::int64_t positionGap = std::int64_t{1} << 20;
 
 /// Makes the tables in an empty database, with the root path.
 void createTables(sqlite3& connection);

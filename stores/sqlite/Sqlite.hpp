@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include "store_support/NodeBlob.hpp"
+
 namespace stores::sqlite {
 
 /// What SQLite refused, or gave up because a budget was spent or the user wishes so. `what()` is its message in UTF-8,
@@ -82,8 +84,8 @@ struct TextValue {
 
 TextValue encodeText(const std::u16string& text);
 
-/// A node as a column holds it (NodeBlob.hpp); no value, and NULL in the column, where there is none.
-using NodeValue = std::optional<std::string>;
+/// A node as a column holds it; NULL in the column where there is none.
+using store_support::NodeValue;
 
 /// One run of a statement, which ends with the object.
 class Query {

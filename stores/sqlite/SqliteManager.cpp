@@ -2,14 +2,11 @@
 
 #include <utility>
 
-#include "host/FileSystem.hpp"
-#include "host/TempDirGuard.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "project/metadata/MetadataXml.hpp"
+#include "store_support/NodeBlob.hpp"
 #include "store_support/StoreFiles.hpp"
 #include "store_support/TreeRules.hpp"
 #include "stores/sqlite/Damage.hpp"
-#include "stores/sqlite/NodeBlob.hpp"
 
 namespace stores::sqlite {
 
@@ -19,29 +16,11 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using store_support::decodeNode;
+using store_support::encodeNode;
 using store_support::JobRunner;
 using store_support::maximumSteps;
-using store_support::needsProof;
-using store_support::requireReadable;
-using store_support::requireReadsBack;
-
-namespace {
-
-/// How many elements lie above a node where stores keep it in XML. What one store takes, all take.
-constexpr int nodeDepth = 2;
-
-/// @throws project::metadata::MetadataWriteFailure naming `file`, if `node` is none that all stores can keep
-void requireStorable(const MetadataNode& node, const Path& file) {
-    requireReadable(node, nodeDepth, file);
-    if (!needsProof(node))
-        return;
-    const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"metadata-", u"");
-    const Path proof = Path(scratch.getDirectoryName()) / u"node.xml";
-    project::metadata::writeToFile(node, proof, false);
-    requireReadsBack(node, proof, file);
-}
-
-}  // namespace
+using store_support::requireStorable;
 
 SqliteManager::SqliteManager(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
     : database_(folder, std::move(runJob), limit) {}

@@ -1,9 +1,9 @@
-#include "stores/sqlite/WantedTree.hpp"
+#include "store_support/WantedTree.hpp"
 
 #include <functional>
 #include <string_view>
 
-namespace stores::sqlite {
+namespace store_support {
 
 using project::metadata::MetadataPath;
 using project::metadata::PathElement;
@@ -34,4 +34,4 @@ std::size_t WantedTree::StepHash::operator()(const Step& step) const noexcept {
     return ((step.parent * factor) ^ hash(step.element->getType())) * factor ^ hash(step.element->getLocation());
 }
 
-}  // namespace stores::sqlite
+}  // namespace store_support

@@ -5,15 +5,18 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
-namespace stores::sqlite {
+namespace store_support {
 
 /// Batches are numbered through, whoever made them, and each row says which one changed it last. Everything up to a
 /// certain batch is known; of later ones, those that are the store's own, and single rows that it has read since.
 /// As long as nobody else writes, nothing is kept but one number.
+/// @tparam RowId what tells one row from another
+template <class RowId, class Hash = std::hash<RowId>>
 class SeenChanges {
 public:
     /// @param batch the last one of which everything is known; 0 if nothing is
@@ -23,7 +26,7 @@ public:
     std::int64_t getKnown() const noexcept { return known_; }
 
     /// Whether the row `id` as the batch `changed` left it is known.
-    bool isKnown(std::int64_t id, std::int64_t changed) const {
+    bool isKnown(const RowId& id, std::int64_t changed) const {
         if (changed <= known_ || isOwn(changed))
             return true;
         const auto row = rows_.find(id);
@@ -31,7 +34,7 @@ public:
     }
 
     /// The store has read the row `id` as the batch `changed` left it.
-    void addRow(std::int64_t id, std::int64_t changed) {
+    void addRow(const RowId& id, std::int64_t changed) {
         if (!isKnown(id, changed))
             rows_.insert_or_assign(id, changed);
     }
@@ -61,7 +64,7 @@ private:
 
     std::int64_t known_;
     std::vector<std::pair<std::int64_t, std::int64_t>> own_;  // first and last of a run of batches, ascending
-    std::unordered_map<std::int64_t, std::int64_t> rows_;     // the batch, by the row's id
+    std::unordered_map<RowId, std::int64_t, Hash> rows_;      // the batch, by the row's id
 };
 
-}  // namespace stores::sqlite
+}  // namespace store_support

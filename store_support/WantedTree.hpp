@@ -8,7 +8,7 @@
 
 #include "project/metadata/MetadataPath.hpp"
 
-namespace stores::sqlite {
+namespace store_support {
 
 /// The paths of a list with their ancestors, each once, numbered so that a parent comes before its children; 0 is the
 /// root path. Does not change, and may be used by several threads.
@@ -49,4 +49,4 @@ private:
     std::unordered_map<Step, Index, StepHash, StepEqual> indices_;
 };
 
-}  // namespace stores::sqlite
+}  // namespace store_support

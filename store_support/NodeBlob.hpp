@@ -5,12 +5,16 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "project/metadata/MetadataNode.hpp"
 
-namespace stores::sqlite {
+namespace store_support {
+
+/// A node in this form; no value where there is none.
+using NodeValue = std::optional<std::string>;
 
 /// Equal trees give equal bytes. As in XML files, a surrogate without a partner becomes U+FFFD.
 std::string encodeNode(const project::metadata::MetadataNode& node);
@@ -18,4 +22,4 @@ std::string encodeNode(const project::metadata::MetadataNode& node);
 /// Null if `bytes` are not what `encodeNode` makes.
 std::unique_ptr<project::metadata::MetadataNode> decodeNode(std::string_view bytes);
 
-}  // namespace stores::sqlite
+}  // namespace store_support

@@ -6,7 +6,7 @@
 //     text   = count bytes               in UTF-8; the count is that of the bytes
 //     count  = 7 bits a byte, the lowest first; the highest bit is set in each byte but the last
 
-#include "stores/sqlite/NodeBlob.hpp"
+#include "store_support/NodeBlob.hpp"
 
 #include <cstdint>
 
@@ -15,12 +15,10 @@
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/TreeRules.hpp"
 
-namespace stores::sqlite {
+namespace store_support {
 
 using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
-using store_support::maximumXmlDepth;
-using store_support::requireReadable;
 
 namespace {
 
@@ -138,4 +136,4 @@ std::unique_ptr<MetadataNode> decodeNode(std::string_view bytes) {
     }
 }
 
-}  // namespace stores::sqlite
+}  // namespace store_support

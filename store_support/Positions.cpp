@@ -1,9 +1,8 @@
-#include "stores/sqlite/Positions.hpp"
+#include "store_support/Positions.hpp"
 
 #include "store_support/LongestAscent.hpp"
-#include "stores/sqlite/PathTable.hpp"
 
-namespace stores::sqlite {
+namespace store_support {
 
 std::vector<std::int64_t> arrangePositions(const std::vector<std::optional<std::int64_t>>& now) {
     std::vector<std::int64_t> positions(now.size());
@@ -30,4 +29,4 @@ std::vector<std::int64_t> arrangePositions(const std::vector<std::optional<std::
     return positions;
 }
 
-}  // namespace stores::sqlite
+}  // namespace store_support
