@@ -1,7 +1,8 @@
 /// The user's settings: groups of values, each value known by a key.
 ///
 /// The library reads three: "DefaultMetadataRoot" and "DefaultMetadataManager" in "korvex.project.creation", and
-/// "MakeReadOnlyMetadataWritable" in "korvex.project.metadata".
+/// "MakeReadOnlyMetadataWritable" in "korvex.project.metadata". The store "postgresql" reads "AllowedServers" in
+/// "korvex.project.metadata.postgresql"; where there is no such group, it opens nothing.
 #pragma once
 
 #include <memory>

@@ -37,6 +37,7 @@ const Groups& defaults = *new Groups{
     {"korvex.project.creation",
      {{"DefaultMetadataRoot", u"resources/project"}, {"DefaultMetadataManager", u"fixedPath"}}},
     {"korvex.project.metadata", {{"MakeReadOnlyMetadataWritable", u"no"}}},
+    {"korvex.project.metadata.postgresql", {{"AllowedServers", u""}}},
 };
 
 struct HostMessage {

@@ -324,7 +324,7 @@ TEST_P(FaultTest, AFailedAllocationTearsNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, FaultTest,
-                         testing::Combine(testing::ValuesIn(builtStores()), testing::ValuesIn(allScenarios())),
+                         testing::Combine(testing::ValuesIn(fileStores()), testing::ValuesIn(allScenarios())),
                          [](const auto& param) {
                              return host::toUtf8(std::get<0>(param.param)) + "_" + std::get<1>(param.param).name;
                          });

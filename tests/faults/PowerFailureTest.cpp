@@ -424,7 +424,7 @@ std::vector<Scenario> changingScenarios() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, PowerFailureTest,
-                         testing::Combine(testing::ValuesIn(builtStores()), testing::ValuesIn(changingScenarios())),
+                         testing::Combine(testing::ValuesIn(fileStores()), testing::ValuesIn(changingScenarios())),
                          [](const auto& param) {
                              return host::toUtf8(std::get<0>(param.param)) + "_" + std::get<1>(param.param).name;
                          });

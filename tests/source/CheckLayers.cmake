@@ -39,7 +39,7 @@ function(forbid_words folder)
     endforeach()
 endfunction()
 
-set(storeWords "\"fixedPath\"" "\"monolithic\"" "\"sqlite\"" "metadata\\.db" "\"\\.lock" "\"\\.pending" "\"Rank\"" "-shm")
+set(storeWords "\"fixedPath\"" "\"monolithic\"" "\"sqlite\"" "\"postgresql\"" "metadata\\.db" "\"\\.lock" "\"\\.pending" "\"Rank\"" "-shm")
 forbid_words(operations ${storeWords} nlohmann "CLI/" "std::cout" "std::cerr" "stdout" "stderr")
 forbid_words(cli ${storeWords})
 

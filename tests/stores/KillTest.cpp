@@ -12,6 +12,7 @@
 
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/ChildProcess.hpp"
+#include "tests/support/ServerSession.hpp"
 
 using namespace test;
 
@@ -146,6 +147,8 @@ protected:
         const auto life = std::uniform_int_distribution<std::int64_t>(0, longestLife.count())(random_);
         std::this_thread::sleep_for(std::chrono::microseconds(life));
         ASSERT_EQ(child.kill(), -SIGKILL);
+        if (isOnServer_)
+            waitForSessions();
     }
 
     /// Carries out the steps after `step` in another process until that is killed.
@@ -171,6 +174,7 @@ protected:
         });
     }
 
+    const bool isOnServer_ = std::get<0>(GetParam()) == u"postgresql";
     const Series series_ = std::get<1>(GetParam());
     const unsigned seed_ = std::random_device()();
     std::mt19937 random_{seed_};
@@ -182,7 +186,7 @@ TEST_P(KillTest, LeavesAllOfABatchOrNothing) {
 #ifdef __SANITIZE_ADDRESS__
     constexpr int kills = 40;  // starting a process takes long there
 #else
-    constexpr int kills = 300;
+    const int kills = isOnServer_ ? 100 : 300;
 #endif
     SCOPED_TRACE("seed " + std::to_string(seed_));
     const auto start = Clock::now();
@@ -196,7 +200,7 @@ TEST_P(KillTest, LeavesAllOfABatchOrNothing) {
     int interrupted = 0;
     for (int i = 0; i < kills; ++i) {
         ASSERT_NO_FATAL_FAILURE(step = killWriter(step, std::chrono::milliseconds(8) + 2 * stepTime));
-        interrupted += listStrays(folder_).empty() ? 0 : 1;
+        const bool hasLeftFiles = !listStrays(folder_).empty();
         if (i % 2 != 0)
             killRecovery();
         auto store = open();
@@ -205,6 +209,8 @@ TEST_P(KillTest, LeavesAllOfABatchOrNothing) {
         ASSERT_TRUE(found == before || found == after)
             << "a mixture after kill " << i << " in step " << step + 1 << ":\n"
             << explain(found, before, after);
+        // What a server has begun for a writer leaves no files; there it is the answer that did not arrive.
+        interrupted += hasLeftFiles || (isOnServer_ && found == after) ? 1 : 0;
         step += found == before ? 1 : 2;
         const auto begin = Clock::now();
         series_.apply(*store, step);

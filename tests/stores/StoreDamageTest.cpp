@@ -131,7 +131,9 @@ TEST_P(StoreDamageTest, AProjectThatHasBeenConvertedIsNotWrittenToByTheOldStore)
     EXPECT_EQ(readFiles(folder_.std()), before);
 }
 
-TEST_P(StoreDamageTest, FailedWriteLeavesTheOldContent) {
+class FileStoreDamageTest : public StoreDamageTest {};
+
+TEST_P(FileStoreDamageTest, FailedWriteLeavesTheOldContent) {
     const auto store = open();
     std::map<MetadataPath, std::shared_ptr<MetadataNode>> nodes;
     for (char16_t name = u'a'; name <= u'z'; ++name)
@@ -155,7 +157,7 @@ TEST_P(StoreDamageTest, FailedWriteLeavesTheOldContent) {
     EXPECT_EQ(open()->getNode(path({u"y"}))->get(u"Value").size(), 20000U);
 }
 
-TEST_P(StoreDamageTest, ReadOnlyFilesFollowTheUsersSetting) {
+TEST_P(FileStoreDamageTest, ReadOnlyFilesFollowTheUsersSetting) {
     const SettingsOverride noSettings(std::shared_ptr<const host::SettingsGroup>{});
     // The plug-ins may lie where only the superuser gets.
     const auto store = open();
@@ -266,5 +268,6 @@ TEST(DamageSinkTest, StoresTellDamageAsTheyComeUponIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, StoreDamageTest, testing::ValuesIn(builtStores()), nameOfStore);
+INSTANTIATE_TEST_SUITE_P(Stores, FileStoreDamageTest, testing::ValuesIn(fileStores()), nameOfStore);
 
 }  // namespace

@@ -22,13 +22,22 @@ using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
 using project::metadata::PathElement;
 
-/// The names of the stores that are built.
-inline std::vector<std::u16string> builtStores() {
+inline std::vector<std::u16string> splitNames(const std::string& text) {
     std::vector<std::u16string> names;
-    std::istringstream list(BUILT_STORES);
+    std::istringstream list(text);
     for (std::string name; list >> name;)
         names.push_back(host::fromUtf8(name));
     return names;
+}
+
+/// The names of the stores that are built.
+inline std::vector<std::u16string> builtStores() {
+    return splitNames(BUILT_STORES);
+}
+
+/// Those of them that keep everything in files of the project.
+inline std::vector<std::u16string> fileStores() {
+    return splitNames(FILE_STORES);
 }
 
 /// The end of the name of a test for one store.

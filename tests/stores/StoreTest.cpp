@@ -112,7 +112,8 @@ TEST_P(StoreTest, ExportReadsBackAsTheSameContent) {
     const auto file = target / "resources/project/Project.xml";
     std::filesystem::create_directories(file.parent_path());
     // The user's choice of folder for new projects has no say in it.
-    const SettingsOverride settings({{{"korvex.project.creation", "DefaultMetadataRoot"}, u".TolvaneProject"}});
+    const SettingsOverride settings({{{"korvex.project.creation", "DefaultMetadataRoot"}, u".TolvaneProject"},
+                                     {{"korvex.project.metadata.postgresql", "AllowedServers"}, u"test"}});
     project::metadata::writeMetadataToSingleFile(folder_.path(), toPath(file));
     EXPECT_EQ(read(*openStore(u"monolithic", target.path())), read(*store_));
 }

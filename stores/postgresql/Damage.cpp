@@ -1,0 +1,66 @@
+#include "stores/postgresql/Damage.hpp"
+
+#include <boost/uuid/uuid_io.hpp>
+
+#include <unordered_map>
+#include <unordered_set>
+
+#include "host/Text.hpp"
+#include "store_support/NodeBlob.hpp"
+#include "store_support/TreeRules.hpp"
+
+namespace stores::postgresql {
+
+using project::metadata::MetadataPath;
+using project::metadata::PathElement;
+using store_support::maximumSteps;
+
+namespace {
+
+std::u16string describe(const Row& row) {
+    const PathElement step = row.element.value_or(PathElement(u"?", u"?"));
+    return u"the row " + host::fromUtf8(to_string(row.id)) + u", a path that ends with \"" +
+           MetadataPath(std::vector<PathElement>{step}).string() + u"\",";
+}
+
+/// The rows that can be reached from the root path with as many steps as a path may have.
+std::unordered_set<PathId> findReached(const std::vector<Row>& rows) {
+    std::unordered_map<PathId, std::vector<PathId>> children;
+    for (const Row& row : rows) {
+        if (row.id != rootId)
+            children[row.parent].push_back(row.id);
+    }
+    std::unordered_set<PathId> reached;
+    std::vector<PathId> level{rootId};
+    for (std::size_t steps = 0; steps <= maximumSteps && !level.empty(); ++steps) {
+        std::vector<PathId> next;
+        for (const PathId& id : level) {
+            if (reached.insert(id).second)
+                next.insert(next.end(), children[id].begin(), children[id].end());
+        }
+        level = std::move(next);
+    }
+    return reached;
+}
+
+}  // namespace
+
+std::vector<std::u16string> findDamage(const std::vector<Row>& rows) {
+    const std::unordered_set<PathId> reached = findReached(rows);
+    std::vector<std::u16string> problems;
+    bool hasRoot = false;
+    for (const Row& row : rows) {
+        hasRoot = hasRoot || row.id == rootId;
+        if (!row.isSound())
+            problems.push_back(describe(row) + u" says of its step or its parent what does not fit its number");
+        else if (reached.count(row.id) == 0)
+            problems.push_back(describe(row) + u" has no way to the root path");
+        if (row.node && !store_support::decodeNode(*row.node))
+            problems.push_back(describe(row) + u" has a node that cannot be read");
+    }
+    if (!hasRoot)
+        problems.emplace_back(u"the row of the root path is missing");
+    return problems;
+}
+
+}  // namespace stores::postgresql

@@ -1,0 +1,18 @@
+/// What is damaged in the rows of a project.
+///
+/// No function keeps state; all may be called from any thread.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "stores/postgresql/ProjectTable.hpp"
+
+namespace stores::postgresql {
+
+/// @param rows all rows of a project, with their steps and nodes
+/// @return a line for each damage: rows that do not say which path they are, those that have no way to the root path,
+///         and nodes that are none
+std::vector<std::u16string> findDamage(const std::vector<Row>& rows);
+
+}  // namespace stores::postgresql

@@ -1,0 +1,127 @@
+/// Changes to the paths of a project, worked out without a server: what has to be known for one, and what it then does
+/// to the rows.
+///
+/// An edit does not change; it may be asked again about what others have made of the project meanwhile.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataPath.hpp"
+#include "store_support/SeenChanges.hpp"
+#include "store_support/WantedTree.hpp"
+#include "stores/postgresql/ProjectTable.hpp"
+
+namespace stores::postgresql {
+
+using SeenChanges = store_support::SeenChanges<PathId>;
+
+class PathEdit {
+public:
+    virtual ~PathEdit() = default;
+
+    PathEdit(const PathEdit&) = delete;
+    PathEdit& operator=(const PathEdit&) = delete;
+
+    /// What has to be known for it.
+    virtual Question getQuestion() const = 0;
+
+    /// What it does where that is so.
+    /// @throws project::metadata::MetadataWriteFailure naming the file and the path, if a node would be replaced or a
+    ///         path removed that somebody else has changed unseen, or that is damaged, or if a path has too many steps;
+    ///         host::InterruptedException
+    virtual RowChanges apply(const Answer& answer, const SeenChanges& seen) const = 0;
+
+protected:
+    /// @param file the file to name in errors
+    explicit PathEdit(host::Path file) : file_(std::move(file)) {}
+
+    const host::Path& file() const noexcept { return file_; }
+
+    [[noreturn]] void refuse(const project::metadata::MetadataPath& path, const std::u16string& problem) const;
+
+    /// @param getPath tells the path of the row, as far as it is known
+    void requireReplaceable(const Row& row, const SeenChanges& seen,
+                            const std::function<project::metadata::MetadataPath()>& getPath) const;
+    void requireRemovable(const Row& row, const SeenChanges& seen,
+                          const std::function<project::metadata::MetadataPath()>& getPath) const;
+
+    /// The row of `path`, whose number is `id`; null if there is none.
+    const Row* find(const Answer& answer, const PathId& id, const project::metadata::MetadataPath& path) const;
+
+    /// Replaces the node of a row, unless it is the same.
+    void replaceNode(const Row& row, const NodeValue& node, const SeenChanges& seen,
+                     const project::metadata::MetadataPath& path, RowChanges& changes) const;
+
+private:
+    host::Path file_;
+};
+
+/// Adds paths, and gives nodes to them or takes those away.
+class NodesEdit final : public PathEdit {
+public:
+    struct Entry {
+        project::metadata::MetadataPath path;
+        NodeValue node;
+        bool keepsNode;  ///< whether the node of a path that exists stays
+    };
+
+    NodesEdit(std::vector<Entry> entries, host::Path file);
+
+    Question getQuestion() const override;
+    RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
+
+private:
+    std::vector<Entry> entries_;
+    std::vector<std::vector<PathId>> ids_;  // of the ancestors of each and of itself
+};
+
+/// Takes the node of a path away.
+class NodeRemoval final : public PathEdit {
+public:
+    NodeRemoval(project::metadata::MetadataPath path, host::Path file)
+        : PathEdit(std::move(file)), path_(std::move(path)), id_(getId(path_)) {}
+
+    Question getQuestion() const override;
+    RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
+
+private:
+    project::metadata::MetadataPath path_;
+    PathId id_;
+};
+
+/// Removes paths with all that is below them; of the root path, only that and its node.
+class PathRemoval final : public PathEdit {
+public:
+    PathRemoval(std::vector<project::metadata::MetadataPath> paths, host::Path file);
+
+    Question getQuestion() const override;
+    RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
+
+private:
+    std::vector<project::metadata::MetadataPath> paths_;
+    std::vector<PathId> ids_;
+};
+
+/// Makes certain paths and their ancestors the whole content, in their order.
+class Arrangement final : public PathEdit {
+public:
+    /// @param paths must outlive the object
+    Arrangement(const std::vector<project::metadata::MetadataPath>& paths, host::Path file);
+
+    Question getQuestion() const override;
+    RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
+
+private:
+    project::metadata::MetadataPath getPath(std::size_t wanted) const;
+
+    store_support::WantedTree wanted_;
+    std::vector<PathId> ids_;           // by the index in `wanted_`
+    std::vector<std::size_t> parents_;  // likewise
+    bool keepsRootNode_;
+};
+
+}  // namespace stores::postgresql

@@ -1,0 +1,139 @@
+#include "stores/postgresql/PostgresqlManager.hpp"
+
+#include <utility>
+
+#include "project/metadata/MetadataErrors.hpp"
+#include "store_support/NodeBlob.hpp"
+#include "store_support/StoreFiles.hpp"
+#include "store_support/TreeRules.hpp"
+#include "stores/postgresql/Damage.hpp"
+
+namespace stores::postgresql {
+
+using host::Path;
+using project::metadata::MetadataNode;
+using project::metadata::MetadataPath;
+using project::metadata::PathElement;
+using store_support::decodeNode;
+using store_support::encodeNode;
+using store_support::maximumSteps;
+using store_support::requireStorable;
+
+PostgresqlManager::PostgresqlManager(const Path& folder, store_support::JobRunner runJob,
+                                     std::chrono::milliseconds limit)
+    : project_(folder, std::move(runJob), limit) {}
+
+void PostgresqlManager::setNode(const MetadataPath& path, const MetadataNode& node) {
+    requireStorable(node, project_.getCoreFile());
+    project_.change(NodesEdit({{path, encodeNode(node), false}}, project_.getCoreFile()));
+}
+
+void PostgresqlManager::removeNode(const MetadataPath& path) {
+    if (project_.exists())
+        project_.change(NodeRemoval(path, project_.getCoreFile()));
+}
+
+void PostgresqlManager::addPath(const MetadataPath& path) {
+    project_.change(NodesEdit({{path, std::nullopt, true}}, project_.getCoreFile()));
+}
+
+void PostgresqlManager::removePath(const MetadataPath& path) {
+    removePaths({path});
+}
+
+std::unique_ptr<MetadataNode> PostgresqlManager::getNode(const MetadataPath& path) const {
+    const auto row = findRow(path);
+    if (!row || !row->node)
+        return nullptr;
+    auto node = decodeNode(*row->node);
+    if (!node)
+        project_.raiseDamage(u"the node of the path \"" + path.string() + u"\" is damaged");
+    return node;
+}
+
+void PostgresqlManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
+    std::vector<NodesEdit::Entry> entries;
+    entries.reserve(nodes.size());
+    for (const auto& [path, node] : nodes) {
+        if (node)
+            requireStorable(*node, project_.getCoreFile());
+        entries.push_back({path, node ? NodeValue(encodeNode(*node)) : std::nullopt, false});
+    }
+    project_.change(NodesEdit(std::move(entries), project_.getCoreFile()));
+}
+
+void PostgresqlManager::removePaths(const std::vector<MetadataPath>& paths) {
+    if (project_.exists())
+        project_.change(PathRemoval(paths, project_.getCoreFile()));
+}
+
+bool PostgresqlManager::hasNode(const MetadataPath& path) const {
+    const auto row = findRow(path);
+    return row && row->hasNode;
+}
+
+std::vector<MetadataPath> PostgresqlManager::getChildren(const MetadataPath& path) const {
+    std::vector<MetadataPath> children;
+    Question question;
+    const PathId id = getId(path);
+    question.childrenOf = {id};
+    const auto answer = project_.ask(question);
+    // What lies deeper is damage; it would make longer and longer paths.
+    if (!answer || path.getPath().size() >= maximumSteps)
+        return children;
+    for (const Row& row : answer->childrenOf.at(id)) {
+        if (!row.isSound())
+            continue;  // damage, which findDamage tells
+        // Of a branch there is no more to know than that it exists.
+        if (!row.hasNode)
+            project_.addSeen(row.id, row.changed);
+        std::vector<PathElement> elements = path.getPath();
+        elements.push_back(*row.element);
+        children.emplace_back(std::move(elements));
+    }
+    return children;
+}
+
+bool PostgresqlManager::hasPath(const MetadataPath& path) const {
+    Question question;
+    question.rows = {getId(path)};
+    const auto answer = project_.ask(question);
+    return path.getPath().empty() || (answer && !answer->rows.empty());
+}
+
+void PostgresqlManager::setPaths(const std::vector<MetadataPath>& paths) {
+    project_.change(Arrangement(paths, project_.getCoreFile()));
+}
+
+std::vector<project::metadata::MetadataDamage> PostgresqlManager::findDamage() const {
+    std::vector<project::metadata::MetadataDamage> damage;
+    Question question;
+    question.allBut.emplace();
+    if (const auto answer = project_.ask(question)) {
+        for (std::u16string& problem : postgresql::findDamage(answer->all))
+            damage.push_back({project_.getCoreFile(), project_.describe() + u": " + problem});
+    }
+    return damage;
+}
+
+std::vector<project::metadata::StoreFile> PostgresqlManager::listFiles() const {
+    return store_support::listStoreFiles(project_.getCoreFile().parentPath(), {});
+}
+
+std::optional<Row> PostgresqlManager::findRow(const MetadataPath& path) const {
+    Question question;
+    const PathId id = getId(path);
+    question.rows = {id};
+    const auto answer = project_.ask(question);
+    if (!answer)
+        return std::nullopt;
+    const auto row = answer->rows.find(id);
+    if (row == answer->rows.end())
+        return std::nullopt;
+    if (!row->second.isSound())
+        project_.raiseDamage(u"the row of the path \"" + path.string() + u"\" says that it is another one");
+    project_.addSeen(id, row->second.changed);
+    return row->second;
+}
+
+}  // namespace stores::postgresql

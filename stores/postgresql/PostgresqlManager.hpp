@@ -1,0 +1,58 @@
+/// The store "postgresql".
+///
+/// The content is in a database on a server, where any number of machines work on it at once; the core file says where.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "host/Path.hpp"
+#include "project/metadata/MetadataDamage.hpp"
+#include "project/metadata/MetadataFiles.hpp"
+#include "project/metadata/MetadataManager.hpp"
+#include "store_support/FolderLock.hpp"
+#include "store_support/StoreFactory.hpp"
+#include "stores/postgresql/ServerProject.hpp"
+
+namespace stores::postgresql {
+
+/// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw
+/// `MetadataReadFailure` naming the core file, the server, the project and the cause, if the server cannot be asked or
+/// says what no store writes; changing ones also what `ServerProject::change` and `TreeRules` throw.
+class PostgresqlManager : public project::metadata::MetadataManager,
+                          public project::metadata::DamageReporter,
+                          public project::metadata::StoreFileLister {
+public:
+    /// @param folder the metadata folder, which need not exist
+    /// @param limit how long to wait for the server and for others
+    /// @throws project::metadata::MetadataReadFailure
+    PostgresqlManager(const host::Path& folder, store_support::JobRunner runJob,
+                      std::chrono::milliseconds limit = store_support::lockLimit);
+
+    void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode& node) override;
+    void removeNode(const project::metadata::MetadataPath& path) override;
+    void addPath(const project::metadata::MetadataPath& path) override;
+    void removePath(const project::metadata::MetadataPath& path) override;
+    std::unique_ptr<project::metadata::MetadataNode> getNode(
+        const project::metadata::MetadataPath& path) const override;
+    void setNodes(const std::map<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>&
+                      nodes) override;
+    void removePaths(const std::vector<project::metadata::MetadataPath>& paths) override;
+    bool hasNode(const project::metadata::MetadataPath& path) const override;
+    std::vector<project::metadata::MetadataPath> getChildren(
+        const project::metadata::MetadataPath& path) const override;
+    bool hasPath(const project::metadata::MetadataPath& path) const override;
+    void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
+    std::vector<project::metadata::MetadataDamage> findDamage() const override;
+    std::vector<project::metadata::StoreFile> listFiles() const override;
+
+private:
+    /// The row of `path`; no value if it does not exist.
+    std::optional<Row> findRow(const project::metadata::MetadataPath& path) const;
+
+    mutable ServerProject project_;
+};
+
+}  // namespace stores::postgresql

@@ -1,0 +1,364 @@
+// A project is a core file, which says where the content is (Address.hpp), and the rows there (ProjectTable.cpp).
+//
+// It is made on the server first; the core file comes last and makes it a project. A process that dies in between
+// leaves rows that belong to nobody and that nobody sees.
+//
+// A change is worked out from what the server says at one moment. If it does something, it is announced as a job of the
+// core file, which stands for the project though not a byte of it changes, and then sent with one round trip, on
+// condition that nobody has made a batch since. Where somebody has, the store gets in line: it locks the project's row,
+// asks again, works the change out anew, and writes, with two round trips.
+//
+// What passes is tried again until the limit is reached: the server restarts, or asks for it, as distributed ones do.
+// If the connection breaks while a change is being written, it may have been made or not. The next connection gets in
+// line behind what is left of it, and looks for the token of the batch. Where it is not there, it never will be: what
+// the broken connection may still have sent counts only as the batch after one that is not the last any more.
+
+#include "stores/postgresql/ServerProject.hpp"
+
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid_io.hpp>
+
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+#include "host/Interruption.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/CoreFile.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "store_support/CoreFileType.hpp"
+#include "store_support/Disk.hpp"
+#include "store_support/FileBatch.hpp"
+#include "store_support/FolderLock.hpp"
+
+namespace stores::postgresql {
+
+using host::Path;
+using project::metadata::FileJob;
+using project::metadata::MetadataReadFailure;
+using project::metadata::MetadataWriteFailure;
+using project::metadata::PathElement;
+using project::metadata::raise;
+using store_support::FolderLock;
+
+namespace {
+
+// Codes of the SQL standard, and of PostgreSQL.
+constexpr const char* undefinedTable = "42P01";
+constexpr const char* lockNotAvailable = "55P03";
+constexpr const char* uniqueViolation = "23505";
+constexpr const char* cannotConnectNow = "57P03";
+
+/// Unwinds the making of a project that somebody else has made meanwhile.
+struct ProjectAppeared {};
+
+/// Waits a little before the next try, longer each time.
+void pause(int attempt) {
+    host::Interruption::throwIfRequested();
+    std::this_thread::sleep_for(std::chrono::milliseconds(std::min(200, 5 << std::min(attempt, 6))));
+}
+
+uuid makeRandom() {
+    return boost::uuids::random_generator()();
+}
+
+std::u16string describe(const Address& address) {
+    return u"the project " + host::fromUtf8(to_string(address.project)) + u" in the schema \"" + address.server.schema +
+           u"\" of the service \"" + address.server.service + u'"';
+}
+
+/// What there is in a new project.
+Answer makeFirstAnswer() {
+    Answer answer;
+    Row root{};
+    root.element.emplace(u"", u"");
+    answer.rows.emplace(rootId, root);
+    answer.all.push_back(root);
+    return answer;
+}
+
+}  // namespace
+
+ServerProject::ServerProject(const Path& folder, store_support::JobRunner runJob, std::chrono::milliseconds limit)
+    : folder_(folder),
+      coreFile_(folder / project::metadata::coreFileName()),
+      runJob_(std::move(runJob)),
+      limit_(limit) {
+    if (const auto answer = ask({}))
+        seen_ = SeenChanges(answer->batch);
+}
+
+Server ServerProject::getChosenServer() const {
+    if (chosen_)
+        return *chosen_;
+    const std::vector<Server> allowed = getAllowedServers(coreFile_);
+    if (allowed.empty()) {
+        raise<MetadataWriteFailure>(coreFile_.text(), u"there is no server for a new project: the user's setting " +
+                                                          getSettingName() + u" allows none");
+    }
+    return allowed.front();
+}
+
+bool ServerProject::find() {
+    auto version = store_support::getFileVersion(coreFile_);
+    if (version && version_ && *version == *version_)
+        return true;
+    version_.reset();
+    auto address = version ? readAddress(coreFile_) : std::nullopt;
+    if (!address)
+        return false;
+    requireAllowed(address->server, coreFile_);
+    if (!address_ || !(*address == *address_)) {
+        // Another project: nothing of it is known.
+        seen_ = SeenChanges();
+        address_ = std::move(address);
+    }
+    version_ = version;
+    return true;
+}
+
+void ServerProject::connect(const Server& server, Clock::time_point end) {
+    connection_.emplace(host::toUtf8(server.service), end);
+    connected_ = server;
+    Calls calls;
+    prepareSession(calls, host::toUtf8(server.schema), limit_);
+    const std::size_t version = calls.size();
+    askForVersion(calls);
+    try {
+        requireVersion(connection_->run(calls, Patience::interruptible)[version]);
+        hasTables_ = true;
+    } catch (const ServerError& error) {
+        if (error.state() != undefinedTable) {
+            connection_.reset();
+            throw;
+        }
+        calls.pop_back();
+        connection_->run(calls, Patience::interruptible);
+        hasTables_ = false;
+    }
+}
+
+Connection& ServerProject::useConnection(const Server& server, Clock::time_point end) {
+    if (!connection_ || !connection_->isOpen() || !(*connected_ == server))
+        connect(server, end);
+    return *connection_;
+}
+
+Connection& ServerProject::useProject(Clock::time_point end) {
+    Connection& connection = useConnection(address_->server, end);
+    if (!hasTables_)
+        throw ServerError("the schema has no tables of projects, or this user may not use it", "", false);
+    return connection;
+}
+
+std::optional<Answer> ServerProject::ask(const Question& question) {
+    if (!find())
+        return std::nullopt;
+    const auto end = Clock::now() + limit_;
+    // A server that has been there before may be about to restart.
+    const bool wasThere = connection_ && connection_->isOpen();
+    for (int attempt = 0;; ++attempt) {
+        try {
+            Calls calls;
+            postgresql::ask(calls, address_->project, question, Asking::atOneMoment);
+            const auto results = useProject(end).run(calls, Patience::interruptible);
+            if (auto answer = takeAnswer(question, results.data()))
+                return answer;
+            throw ServerError("there is no such project, or no more", "", false);
+        } catch (const ServerError& error) {
+            const bool mayPass = error.isPassing() && (wasThere || error.state() == cannotConnectNow);
+            if (!mayPass || Clock::now() >= end)
+                raise<MetadataReadFailure>(coreFile_.text(), describe(*address_, error));
+        }
+        pause(attempt);
+    }
+}
+
+void ServerProject::change(const PathEdit& edit) {
+    while (true) {
+        store_support::requireMetadataType(folder_, postgresqlName);
+        const auto answer = ask(edit.getQuestion());
+        if (answer) {
+            const RowChanges changes = edit.apply(*answer, seen_);
+            if (!changes.areNone())
+                runJob_(FileJob({coreFile_}, {}, [&] { write(edit, changes, answer->batch); }));
+            return;
+        }
+        if (create(edit))
+            return;
+    }
+}
+
+void ServerProject::write(const PathEdit& edit, const RowChanges& changes, std::int64_t last) {
+    host::Interruption::throwIfRequested();
+    const uuid project = address_->project;
+    store_support::requireMetadataType(folder_, postgresqlName);
+    if (!find() || address_->project != project)
+        raise<MetadataWriteFailure>(coreFile_.text(), u"its project has been removed or replaced meanwhile");
+    seen_.reserveOwn();
+    try {
+        if (const auto batch = write(edit, changes, last, makeRandom()))
+            seen_.addOwn(*batch);
+    } catch (const ServerError& error) {
+        raise<MetadataWriteFailure>(coreFile_.text(), describe(*address_, error));
+    }
+}
+
+std::optional<std::int64_t> ServerProject::write(const PathEdit& edit, const RowChanges& changes, std::int64_t last,
+                                                 const uuid& token) {
+    const auto end = Clock::now() + limit_;
+    bool isInDoubt = false;
+    try {
+        Calls calls;
+        postgresql::write(calls, address_->project, last, token, changes, false);
+        useProject(end).run(calls, Patience::untilAnswered);
+        return last + 1;
+    } catch (const ServerError& error) {
+        if (!error.isPassing() && !isOvertaken(error))
+            throw;
+        isInDoubt = error.isLost();
+    }
+    const Question question = edit.getQuestion();
+    for (int attempt = 0;; ++attempt) {
+        bool isWriting = false;
+        try {
+            Calls calls;
+            postgresql::ask(calls, address_->project, question, Asking::inTurn);
+            findBatch(calls, address_->project, token);
+            Connection& connection = useProject(end);
+            const auto results = connection.run(calls, isInDoubt ? Patience::untilAnswered : Patience::interruptible);
+            const OpenTransaction transaction(connection);
+            const auto answer = takeAnswer(question, results.data());
+            if (!answer)
+                throw ServerError("there is no such project any more", "", false);
+            if (results.back().size() > 0)
+                return results.back().integer(0, 0);
+            if (isInDoubt && answer->batch > last + rememberedBatches)
+                throw ServerError("too many changes have been made since", "", false);
+            const RowChanges anew = edit.apply(*answer, seen_);
+            if (anew.areNone())
+                return std::nullopt;
+            calls.clear();
+            postgresql::write(calls, address_->project, answer->batch, token, anew, true);
+            isWriting = true;
+            connection.run(calls, Patience::untilAnswered);
+            return answer->batch + 1;
+        } catch (const ServerError& error) {
+            isInDoubt = isInDoubt || (isWriting && error.isLost());
+            if (!error.isPassing() || Clock::now() >= end) {
+                if (!isInDoubt)
+                    throw;
+                throw ServerError(std::string("the connection broke while the change was being written, and whether it "
+                                              "was made cannot be found out: ") +
+                                      error.what(),
+                                  error.state(), error.isLost());
+            }
+        }
+        if (isInDoubt)
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        else
+            pause(attempt);
+    }
+}
+
+bool ServerProject::create(const PathEdit& edit) {
+    const Address address{getChosenServer(), makeRandom()};
+    requireAllowed(address.server, coreFile_);
+    const RowChanges changes = edit.apply(makeFirstAnswer(), SeenChanges());
+    store_support::FileBatch core;
+    core.folder = folder_;
+    core.filesToWrite = {coreFile_};
+    core.write = [&](std::size_t, const Path& staged) { writeAddress(address, staged); };
+    try {
+        runJob_(FileJob({coreFile_}, {}, [&] {
+            const FolderLock lock(folder_, limit_);
+            if (store_support::exists(coreFile_))
+                throw ProjectAppeared();
+            try {
+                createOnServer(address, changes);
+            } catch (const ServerError& error) {
+                raise<MetadataWriteFailure>(coreFile_.text(), describe(address, error));
+            }
+            try {
+                commit(core, lock);
+            } catch (...) {
+                // Unless it is there all the same, and only its flushing has failed.
+                if (!store_support::exists(coreFile_))
+                    removeFromServer(address, 1);
+                throw;
+            }
+        }));
+    } catch (const ProjectAppeared&) {
+        return false;
+    }
+    address_ = address;
+    version_.reset();
+    seen_ = SeenChanges(1);
+    return true;
+}
+
+void ServerProject::createOnServer(const Address& address, const RowChanges& changes) {
+    const auto end = Clock::now() + limit_;
+    for (int attempt = 0;; ++attempt) {
+        try {
+            Connection& connection = useConnection(address.server, end);
+            Calls calls;
+            if (!hasTables_) {
+                makeTables(calls);
+                connection.run(calls, Patience::interruptible);
+                calls.clear();
+                hasTables_ = true;
+            }
+            if (attempt > 0) {
+                postgresql::ask(calls, address.project, {}, Asking::atOneMoment);
+                if (takeAnswer({}, connection.run(calls, Patience::untilAnswered).data()))
+                    return;
+                calls.clear();
+            }
+            makeProject(calls, address.project, makeRandom(), changes);
+            connection.run(calls, Patience::untilAnswered);
+            return;
+        } catch (const ServerError& error) {
+            // Somebody else has made the tables just now, or what a broken connection had sent has been done.
+            const bool isThere = error.state() == uniqueViolation;
+            const bool wasThere = attempt > 0 || (connection_ && connected_ && hasTables_);
+            if (!(isThere || (error.isPassing() && wasThere)) || Clock::now() >= end)
+                throw;
+            hasTables_ = hasTables_ && !isThere;
+        }
+        pause(attempt);
+    }
+}
+
+bool ServerProject::removeFromServer(const Address& address, std::int64_t last) {
+    Calls calls;
+    removeProject(calls, address.project, last);
+    return useConnection(address.server, Clock::now() + limit_).run(calls, Patience::untilAnswered).front().size() > 0;
+}
+
+bool ServerProject::remove(std::int64_t last) {
+    if (!find())
+        return false;
+    try {
+        return removeFromServer(*address_, last);
+    } catch (const ServerError& error) {
+        raise<MetadataWriteFailure>(coreFile_.text(), describe(*address_, error));
+    }
+}
+
+void ServerProject::raiseDamage(const std::u16string& problem) const {
+    raise<MetadataReadFailure>(coreFile_.text(), describe() + u": " + problem);
+}
+
+std::u16string ServerProject::describe() const {
+    return postgresql::describe(*address_);
+}
+
+std::u16string ServerProject::describe(const Address& address, const ServerError& error) const {
+    std::u16string cause = host::fromUtf8(error.what());
+    if (error.state() == lockNotAvailable)
+        cause = u"another program has held it for more than " + host::fromUtf8(std::to_string(limit_.count())) + u" ms";
+    return postgresql::describe(address) + u": " + cause;
+}
+
+}  // namespace stores::postgresql

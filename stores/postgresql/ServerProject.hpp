@@ -1,0 +1,104 @@
+/// A project whose content is on a server: when it is found, made, read and changed. How that goes together with the
+/// core file, with others at work and with what may fail is written down at the top of ServerProject.cpp.
+///
+/// One thread at a time may use an object.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "host/Path.hpp"
+#include "store_support/FileVersion.hpp"
+#include "store_support/StoreFactory.hpp"
+#include "stores/postgresql/Address.hpp"
+#include "stores/postgresql/Connection.hpp"
+#include "stores/postgresql/PathEdit.hpp"
+#include "stores/postgresql/ProjectTable.hpp"
+
+namespace stores::postgresql {
+
+class ServerProject {
+public:
+    /// Looks where the project is, if there is one, and connects to the server.
+    /// @param folder the metadata folder
+    /// @param limit how long to wait for the server and for others
+    /// @throws project::metadata::MetadataReadFailure naming the core file, the server, the project and the cause
+    ServerProject(const host::Path& folder, store_support::JobRunner runJob, std::chrono::milliseconds limit);
+
+    const host::Path& getCoreFile() const noexcept { return coreFile_; }
+
+    /// The servers that the settings allow to choose from for a new project, and the choice.
+    void chooseServer(Server server) { chosen_ = std::move(server); }
+    Server getChosenServer() const;
+
+    /// What there is of the project at one moment. No value if there is no project.
+    /// @throws project::metadata::MetadataReadFailure as the constructor; host::InterruptedException
+    std::optional<Answer> ask(const Question& question);
+
+    /// The store's user knows the row `id` as the batch `changed` left it.
+    void addSeen(const PathId& id, std::int64_t changed) { seen_.addRow(id, changed); }
+
+    /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none.
+    /// @throws project::metadata::MetadataWriteFailure naming the core file, the server, the project and the cause; as
+    ///         `PathEdit` and `ask`
+    void change(const PathEdit& edit);
+
+    /// Removes the project from the server, unless there are batches after `last`. The core file stays.
+    /// @return whether it is gone
+    /// @throws project::metadata::MetadataWriteFailure; as `ask`
+    bool remove(std::int64_t last);
+
+    /// Whether there is a project. @throws project::metadata::MetadataReadFailure as the constructor
+    bool exists() { return find(); }
+
+    /// Which project of which server it is, in words. It must exist.
+    std::u16string describe() const;
+
+    /// That the rows of the server say something that no store writes.
+    [[noreturn]] void raiseDamage(const std::u16string& problem) const;
+
+private:
+    using Clock = Connection::Clock;
+
+    /// Looks at the core file again, if it has changed. @return whether there is a project
+    bool find();
+
+    void connect(const Server& server, Clock::time_point end);
+
+    /// The connection to `server`, made if there is none. @throws ServerError
+    Connection& useConnection(const Server& server, Clock::time_point end);
+
+    /// The connection to the server of the project, which has the tables. @throws ServerError
+    Connection& useProject(Clock::time_point end);
+
+    void write(const PathEdit& edit, const RowChanges& changes, std::int64_t last);
+
+    /// @return the number of the batch, no value if there is nothing left to change
+    /// @throws ServerError; as `PathEdit`
+    std::optional<std::int64_t> write(const PathEdit& edit, const RowChanges& changes, std::int64_t last,
+                                      const uuid& token);
+
+    /// @return false if somebody else has made the project meanwhile
+    bool create(const PathEdit& edit);
+    void createOnServer(const Address& address, const RowChanges& changes);
+    bool removeFromServer(const Address& address, std::int64_t last);
+
+    std::u16string describe(const Address& address, const ServerError& error) const;
+
+    host::Path folder_;
+    host::Path coreFile_;
+    store_support::JobRunner runJob_;
+    std::chrono::milliseconds limit_;
+    std::optional<Server> chosen_;
+
+    std::optional<store_support::FileVersion> version_;  // of the core file that was read last
+    std::optional<Address> address_;                     // what it says
+    std::optional<Server> connected_;                    // where the connection leads
+    std::optional<Connection> connection_;
+    bool hasTables_ = false;  // whether there are tables where the connection leads
+    SeenChanges seen_;
+};
+
+}  // namespace stores::postgresql
