@@ -83,10 +83,10 @@ std::string toLine(const char* message) {
     constexpr std::size_t longest = 500;
     std::string line;
     for (const char* byte = message; *byte != '\0'; ++byte) {
-        if (*byte != '\n')
-            line += *byte;
-        else if (byte[1] != '\0')
+        if (*byte == '\n' && byte[1] != '\0')
             line += "; ";
+        else if (*byte != '\n' && *byte != '\t')
+            line += *byte;
     }
     if (line.size() > longest) {
         line.resize(longest);

@@ -142,7 +142,9 @@ RowChanges NodesEdit::apply(const Answer& answer, const SeenChanges& seen) const
         host::Interruption::throwIfRequested();
         const Entry& entry = entries_[i];
         const std::vector<PathId>& ids = ids_[i];
-        if (const Row* const row = find(answer, ids.back(), entry.path)) {
+        const Row* const row = find(answer, ids.back(), entry.path);
+        requireSoundAncestors(answer, ids, entry.path, row != nullptr);
+        if (row) {
             if (!entry.keepsNode)
                 replaceNode(*row, entry.node, seen, entry.path, changes);
             continue;
@@ -158,6 +160,16 @@ RowChanges NodesEdit::apply(const Answer& answer, const SeenChanges& seen) const
             changes.added[added.at(ids.back())].node = entry.node;
     }
     return changes;
+}
+
+void NodesEdit::requireSoundAncestors(const Answer& answer, const std::vector<PathId>& ids, const MetadataPath& path,
+                                      bool exists) const {
+    for (std::size_t depth = ids.size() - 1; depth > 0; --depth) {
+        const Row* const above = find(answer, ids[depth - 1], path);
+        if (exists && !above)
+            refuse(path, u"is damaged: the row of a path above it is missing");
+        exists = exists || above;
+    }
 }
 
 Question NodeRemoval::getQuestion() const {

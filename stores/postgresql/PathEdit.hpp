@@ -75,6 +75,10 @@ public:
     RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
 
 private:
+    /// @param exists whether the path itself does
+    void requireSoundAncestors(const Answer& answer, const std::vector<PathId>& ids,
+                               const project::metadata::MetadataPath& path, bool exists) const;
+
     std::vector<Entry> entries_;
     std::vector<std::vector<PathId>> ids_;  // of the ancestors of each and of itself
 };

@@ -19,6 +19,13 @@ using store_support::encodeNode;
 using store_support::maximumSteps;
 using store_support::requireStorable;
 
+namespace {
+
+const std::u16string& serviceOption = *new std::u16string(u"service");
+const std::u16string& schemaOption = *new std::u16string(u"schema");
+
+}  // namespace
+
 PostgresqlManager::PostgresqlManager(const Path& folder, store_support::JobRunner runJob,
                                      std::chrono::milliseconds limit)
     : project_(folder, std::move(runJob), limit) {}
@@ -118,6 +125,27 @@ std::vector<project::metadata::MetadataDamage> PostgresqlManager::findDamage() c
 
 std::vector<project::metadata::StoreFile> PostgresqlManager::listFiles() const {
     return store_support::listStoreFiles(project_.getCoreFile().parentPath(), {});
+}
+
+std::vector<project::metadata::MetadataOption> PostgresqlManager::getOptions() const {
+    return {{serviceOption, u"the service in the libpq service file; without it, the first of the allowed servers"},
+            {schemaOption, u"the schema; without it, \"" + usualSchema + u"\" or the allowed one"}};
+}
+
+void PostgresqlManager::setOption(const std::u16string& name, const std::u16string& value) {
+    if (name == serviceOption)
+        project_.chooseService(value);
+    else if (name == schemaOption)
+        project_.chooseSchema(value);
+}
+
+std::int64_t PostgresqlManager::getContentVersion() const {
+    const auto answer = project_.ask({});
+    return answer ? answer->batch : 0;
+}
+
+bool PostgresqlManager::removeContent(std::int64_t version) {
+    return project_.remove(version);
 }
 
 std::optional<Row> PostgresqlManager::findRow(const MetadataPath& path) const {

@@ -12,6 +12,7 @@
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
+#include "project/metadata/MetadataOptions.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/postgresql/ServerProject.hpp"
@@ -23,6 +24,8 @@ namespace stores::postgresql {
 /// says what no store writes; changing ones also what `ServerProject::change` and `TreeRules` throw.
 class PostgresqlManager : public project::metadata::MetadataManager,
                           public project::metadata::DamageReporter,
+                          public project::metadata::MetadataOptions,
+                          public project::metadata::RemoteContent,
                           public project::metadata::StoreFileLister {
 public:
     /// @param folder the metadata folder, which need not exist
@@ -47,6 +50,10 @@ public:
     void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
+    std::vector<project::metadata::MetadataOption> getOptions() const override;
+    void setOption(const std::u16string& name, const std::u16string& value) override;
+    std::int64_t getContentVersion() const override;
+    bool removeContent(std::int64_t version) override;
 
 private:
     /// The row of `path`; no value if it does not exist.

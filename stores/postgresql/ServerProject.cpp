@@ -88,15 +88,15 @@ ServerProject::ServerProject(const Path& folder, store_support::JobRunner runJob
         seen_ = SeenChanges(answer->batch);
 }
 
-Server ServerProject::getChosenServer() const {
-    if (chosen_)
-        return *chosen_;
-    const std::vector<Server> allowed = getAllowedServers(coreFile_);
+Server ServerProject::getServerForNew() const {
+    if (chosenService_)
+        return {*chosenService_, chosenSchema_.value_or(usualSchema)};
+    std::vector<Server> allowed = getAllowedServers(coreFile_);
     if (allowed.empty()) {
         raise<MetadataWriteFailure>(coreFile_.text(), u"there is no server for a new project: the user's setting " +
                                                           getSettingName() + u" allows none");
     }
-    return allowed.front();
+    return {allowed.front().service, chosenSchema_.value_or(allowed.front().schema)};
 }
 
 bool ServerProject::find() {
@@ -262,7 +262,7 @@ std::optional<std::int64_t> ServerProject::write(const PathEdit& edit, const Row
 }
 
 bool ServerProject::create(const PathEdit& edit) {
-    const Address address{getChosenServer(), makeRandom()};
+    const Address address{getServerForNew(), makeRandom()};
     requireAllowed(address.server, coreFile_);
     const RowChanges changes = edit.apply(makeFirstAnswer(), SeenChanges());
     store_support::FileBatch core;

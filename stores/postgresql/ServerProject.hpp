@@ -29,9 +29,9 @@ public:
 
     const host::Path& getCoreFile() const noexcept { return coreFile_; }
 
-    /// The servers that the settings allow to choose from for a new project, and the choice.
-    void chooseServer(Server server) { chosen_ = std::move(server); }
-    Server getChosenServer() const;
+    /// Where a new project is made; without that, on the first server that the settings allow.
+    void chooseService(std::u16string service) { chosenService_ = std::move(service); }
+    void chooseSchema(std::u16string schema) { chosenSchema_ = std::move(schema); }
 
     /// What there is of the project at one moment. No value if there is no project.
     /// @throws project::metadata::MetadataReadFailure as the constructor; host::InterruptedException
@@ -80,6 +80,9 @@ private:
     std::optional<std::int64_t> write(const PathEdit& edit, const RowChanges& changes, std::int64_t last,
                                       const uuid& token);
 
+    /// @throws project::metadata::MetadataWriteFailure if there is none
+    Server getServerForNew() const;
+
     /// @return false if somebody else has made the project meanwhile
     bool create(const PathEdit& edit);
     void createOnServer(const Address& address, const RowChanges& changes);
@@ -91,7 +94,7 @@ private:
     host::Path coreFile_;
     store_support::JobRunner runJob_;
     std::chrono::milliseconds limit_;
-    std::optional<Server> chosen_;
+    std::optional<std::u16string> chosenService_, chosenSchema_;
 
     std::optional<store_support::FileVersion> version_;  // of the core file that was read last
     std::optional<Address> address_;                     // what it says

@@ -29,12 +29,13 @@ Connection connect(const std::filesystem::path& folder) {
 
 }  // namespace
 
-PostgresqlServer::PostgresqlServer(std::vector<std::string> settings, const std::filesystem::path& parent)
-    : folder_(parent), settings_(std::move(settings)), owner_(getpid()) {
+PostgresqlServer::PostgresqlServer(std::vector<std::string> settings, const std::filesystem::path& parent,
+                                   rlim_t fileSizeLimit)
+    : folder_(parent), settings_(std::move(settings)), fileSizeLimit_(fileSizeLimit), owner_(getpid()) {
     if (geteuid() == 0 && chown(folder().c_str(), nobody, nobody) != 0)
         throw std::runtime_error("cannot give a folder away");
     runProgram({"initdb", "--pgdata=" + (folder_ / "data").string(), "--username=postgres", "--auth=trust", "--no-sync",
-                "--encoding=UTF8", "--locale=C"});
+                "--encoding=UTF8", "--locale=C", "--wal-segsize=1"});
     start();
     run("CREATE SCHEMA project_metadata");
 }
@@ -86,17 +87,13 @@ std::string PostgresqlServer::run(const std::string& sql) const {
     return text;
 }
 
-void PostgresqlServer::addService(const std::string& name, const std::string& parameters) {
-    services_ += '[' + name + "]\n" + parameters + '\n';
-    allowed_ += (allowed_.empty() ? "" : ", ") + name;
-    writeBytes(folder_ / "services", services_);
-    writeBytes(folder_ / "settings.ini", "[korvex.project.metadata.postgresql]\nAllowedServers = " + allowed_ + '\n');
-    setenv("PGSERVICEFILE", (folder_ / "services").c_str(), 1);
-    setenv("PROJECT_METADATA_SETTINGS", (folder_ / "settings.ini").c_str(), 1);
+void PostgresqlServer::addService(const std::string& name, const std::string& user) {
+    addOtherService(name, "host=" + folder().string() + "\nuser=" + user + "\ndbname=postgres");
 }
 
-void PostgresqlServer::use() {
-    addService("test", "host=" + folder().string() + "\nuser=postgres\ndbname=postgres");
+void PostgresqlServer::addOtherService(const std::string& name, const std::string& parameters) {
+    const std::string file = std::getenv("PGSERVICEFILE");
+    writeBytes(file, readBytes(file) + '[' + name + "]\n" + parameters + '\n');
 }
 
 void PostgresqlServer::runProgram(const std::vector<std::string>& command) const {
@@ -119,6 +116,10 @@ pid_t PostgresqlServer::startProgram(const std::vector<std::string>& command) co
         return id;
     const bool isOther = geteuid() != 0 || (setgid(nobody) == 0 && setuid(nobody) == 0);
     prctl(PR_SET_PDEATHSIG, SIGQUIT);
+    if (fileSizeLimit_ > 0) {
+        const rlimit limit{fileSizeLimit_, fileSizeLimit_};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
     const bool isLogged = freopen(log.c_str(), "a", stdout) != nullptr && dup2(1, 2) == 2;
     if (isOther && isLogged && chdir("/") == 0)
         execv(program.c_str(), arguments.data());
@@ -128,6 +129,11 @@ pid_t PostgresqlServer::startProgram(const std::vector<std::string>& command) co
 namespace {
 
 PostgresqlServer* server = nullptr;
+
+void writeSettings(const std::string& servers) {
+    writeBytes(std::getenv("PROJECT_METADATA_SETTINGS"),
+               "[korvex.project.metadata.postgresql]\nAllowedServers = " + servers + '\n');
+}
 
 /// Whether a test of the store is going to run.
 bool isNeeded() {
@@ -150,7 +156,11 @@ public:
         if (!isNeeded())
             return;
         server = new PostgresqlServer;
-        server->use();
+        setenv("PGSERVICEFILE", (server->folder() / "services").c_str(), 1);
+        setenv("PROJECT_METADATA_SETTINGS", (server->folder() / "settings.ini").c_str(), 1);
+        writeBytes(std::getenv("PGSERVICEFILE"), "");
+        writeSettings("test");
+        server->addService("test");
         waitForSessions = [] {
             while (server->run("SELECT count(*) FROM pg_stat_activity WHERE application_name = 'project_metadata'") !=
                    "0")
@@ -166,6 +176,14 @@ public:
 const testing::Environment* const environment = testing::AddGlobalTestEnvironment(new ServerEnvironment);
 
 }  // namespace
+
+AllowedServers::AllowedServers(const std::string& servers) {
+    writeSettings("test, " + servers);
+}
+
+AllowedServers::~AllowedServers() {
+    writeSettings("test");
+}
 
 PostgresqlServer& theServer() {
     if (!server)

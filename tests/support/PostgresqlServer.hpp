@@ -1,6 +1,7 @@
 /// A server of its own for the tests of the store "postgresql", from the system's packages, in a scratch folder.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <string>
@@ -15,8 +16,9 @@ namespace test {
 class PostgresqlServer {
 public:
     /// @param settings of the server besides, such as "fsync=on"; without that, nothing outlives the machine
+    /// @param fileSizeLimit none of its files grows beyond so many bytes, as on a full disk; 0 for no limit
     explicit PostgresqlServer(std::vector<std::string> settings = {},
-                              const std::filesystem::path& parent = memoryFolder());
+                              const std::filesystem::path& parent = memoryFolder(), rlim_t fileSizeLimit = 0);
     ~PostgresqlServer();
 
     PostgresqlServer(const PostgresqlServer&) = delete;
@@ -39,12 +41,11 @@ public:
     /// with blanks between
     std::string run(const std::string& sql) const;
 
-    /// Adds a service to the service file of this process, and allows it in its settings.
-    /// @param parameters lines such as "host=/tmp"
-    void addService(const std::string& name, const std::string& parameters);
+    /// Lets this process find the server under the name of a service, with the user "postgres" if no other is named.
+    void addService(const std::string& name, const std::string& user = "postgres");
 
-    /// Lets this process find the server: "test" is the service, and where new projects are made.
-    void use();
+    /// As that, with parameters of another server, such as "host=/tmp", one a line.
+    static void addOtherService(const std::string& name, const std::string& parameters);
 
 private:
     void runProgram(const std::vector<std::string>& command) const;
@@ -53,10 +54,20 @@ private:
 
     TempFolder folder_;
     std::vector<std::string> settings_;
-    std::string services_;
-    std::string allowed_;
+    rlim_t fileSizeLimit_;
     pid_t owner_;
     pid_t server_ = -1;
+};
+
+/// Where the metadata of a project may be, in the settings of this process, as long as the object lives. The service
+/// "test" always is, and where new projects are made.
+class AllowedServers {
+public:
+    explicit AllowedServers(const std::string& servers);
+    ~AllowedServers();
+
+    AllowedServers(const AllowedServers&) = delete;
+    AllowedServers& operator=(const AllowedServers&) = delete;
 };
 
 /// The server of the test program, which runs from the first test with "ostgresql" in its name.
