@@ -16,6 +16,7 @@
 #include "cli/text/Output.hpp"
 #include "cli/text/Warnings.hpp"
 #include "host/Interruption.hpp"
+#include "project/Version.hpp"
 
 namespace {
 

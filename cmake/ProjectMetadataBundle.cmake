@@ -1,5 +1,5 @@
 # project_metadata_add_bundle(<target> NAME <symbolic name> SOURCES <file>...
-#                             [OUTPUT_DIRECTORY <dir>] [INSTALL_DESTINATION <dir>])
+#                             [OUTPUT_DIRECTORY <dir>] [INSTALL_DESTINATION <dir> [COMPONENT <component>]])
 #
 # Adds a bundle for the service framework: a module <target>.so whose sources are compiled with the framework's
 # headers and export an activator with CPPMICROSERVICES_EXPORT_BUNDLE_ACTIVATOR. What makes it a bundle is generated.
@@ -9,14 +9,15 @@
 #   INSTALL_DESTINATION  where it is installed, relative to the prefix; it then finds the libraries in the prefix's
 #                        ${CMAKE_INSTALL_LIBDIR} wherever the prefix is moved. Not installed without.
 #
-# A bundle with a store belongs into bin/tuxa64/ProjectMetadataProvider of the prefix where project_metadata is.
+# A bundle with a store belongs into ${PROJECT_METADATA_PLUGIN_FOLDER}, below the prefix where project_metadata is or
+# another one that PROJECT_METADATA_PREFIX names in the environment.
 #
 # The same in the project's own build and after find_package(project_metadata), with either service framework.
 
 include_guard(GLOBAL)
 
 function(project_metadata_add_bundle target)
-    cmake_parse_arguments(PARSE_ARGV 1 BUNDLE "" "NAME;OUTPUT_DIRECTORY;INSTALL_DESTINATION" "SOURCES")
+    cmake_parse_arguments(PARSE_ARGV 1 BUNDLE "" "NAME;OUTPUT_DIRECTORY;INSTALL_DESTINATION;COMPONENT" "SOURCES")
     if(BUNDLE_UNPARSED_ARGUMENTS OR BUNDLE_KEYWORDS_MISSING_VALUES)
         message(FATAL_ERROR "project_metadata_add_bundle(${target}): what is meant by "
             "'${BUNDLE_UNPARSED_ARGUMENTS}${BUNDLE_KEYWORDS_MISSING_VALUES}'?")
@@ -51,7 +52,10 @@ function(project_metadata_add_bundle target)
         file(RELATIVE_PATH toLibraries
             "/prefix/${BUNDLE_INSTALL_DESTINATION}" "/prefix/${CMAKE_INSTALL_LIBDIR}")
         set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${toLibraries}")
-        install(TARGETS ${target} LIBRARY DESTINATION "${BUNDLE_INSTALL_DESTINATION}")
+        if(BUNDLE_COMPONENT)
+            set(component COMPONENT ${BUNDLE_COMPONENT})
+        endif()
+        install(TARGETS ${target} LIBRARY DESTINATION "${BUNDLE_INSTALL_DESTINATION}" ${component})
     endif()
 endfunction()
 

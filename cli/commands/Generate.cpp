@@ -14,6 +14,7 @@
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Output.hpp"
+#include "project/Version.hpp"
 
 namespace cli {
 

@@ -1,8 +1,10 @@
 /// A framework of its own, made and started when it is first asked for, and the bundles of three places:
 ///
-///     the prefix under which this library is installed
-///     the prefix that the environment variable PROJECT_METADATA_PREFIX names
+///     project_metadata/VERSION beside this library
+///     the same below the prefix of an installation that the environment variable PROJECT_METADATA_PREFIX names
 ///     project-metadata in the user's folder for data, which is found by the XDG Base Directory rules
+///
+/// VERSION is that of the binary interface, since a plug-in belongs to one.
 ///
 /// Of several bundles with one file name, the first counts. A privileged (setuid) process ignores its environment, and
 /// so knows the first place only.
@@ -65,14 +67,9 @@ fs::path findThisLibrary() {
 
 const fs::path& thisLibrary = *new fs::path(findThisLibrary());
 
-/// The folder that is as far above `library` as the prefix of an installation is.
-Path getPrefix(const fs::path& library) {
-    fs::path folder = library.parent_path();
-    for (const fs::path& element : fs::path(PROJECT_METADATA_LIBRARY_FOLDER)) {
-        if (!element.empty() && element != ".")
-            folder = folder.parent_path();
-    }
-    return Path::fromAccessName(folder.native());
+/// Where plug-ins belong that are installed with `library`.
+Path getPluginPrefix(const fs::path& library) {
+    return Path::fromAccessName((library.parent_path() / PROJECT_METADATA_PLUGIN_PREFIX).native());
 }
 
 std::optional<Path> getVariable(const char* name) {
@@ -83,18 +80,18 @@ std::optional<Path> getVariable(const char* name) {
 }
 
 /// `relative` in the installation. Symbolic links may lead to the whole of that or to single files, so that the name of
-/// this library and the file behind it can have different prefixes; the first with such a folder counts.
+/// this library and the file behind it can be in different folders; the first with plug-ins beside it counts.
 Path getInstalledFolder(const Path& relative) {
-    const Path folder = getPrefix(thisLibrary) / relative;
+    const Path folder = getPluginPrefix(thisLibrary) / relative;
     std::error_code code;
     const fs::path file = fs::canonical(thisLibrary, code);
-    return code || FileSystem::exists(folder) ? folder : getPrefix(file) / relative;
+    return code || FileSystem::exists(folder) ? folder : getPluginPrefix(file) / relative;
 }
 
 std::vector<Path> getBundleFolders(const Path& relative) {
     std::vector<Path> folders{getInstalledFolder(relative)};
     if (const auto prefix = getVariable("PROJECT_METADATA_PREFIX"))
-        folders.push_back(*prefix / relative);
+        folders.push_back(*prefix / Path::fromAccessName(PROJECT_METADATA_INSTALLED_PLUGIN_PREFIX) / relative);
     const Path usersOwn = Path(u"project-metadata") / relative;
     if (const auto data = getVariable("XDG_DATA_HOME"))
         folders.push_back(*data / usersOwn);

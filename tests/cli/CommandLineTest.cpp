@@ -124,7 +124,7 @@ TEST_F(CommandPluginsTest, noneIsAnErrorThatSaysSo) {
     surroundings.prefix = folder / "incomplete";
     fs::copy(test::movedInstallation(), surroundings.prefix,
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-    const fs::path plugins = surroundings.prefix / "bin/tuxa64/ProjectMetadataProvider";
+    const fs::path plugins = surroundings.prefix / CLI_TEST_PLUGIN_FOLDER;
     fs::remove_all(plugins);
     surroundings.variables["PROJECT_METADATA_PREFIX"] = folder / "empty";
     expectFailure(run({"stores"}, surroundings), 3,
@@ -138,7 +138,7 @@ TEST_F(CommandPluginsTest, noneIsAnErrorThatSaysSo) {
 TEST_F(CommandPluginsTest, oneThatCannotBeLoadedOrStartedIsNamed) {
     Surroundings surroundings;
     surroundings.variables["PROJECT_METADATA_PREFIX"] = folder / "prefix";
-    const fs::path plugins = folder / "prefix/bin/tuxa64/ProjectMetadataProvider";
+    const fs::path plugins = folder / "prefix" / CLI_TEST_PLUGIN_FOLDER;
     fs::create_directories(plugins);
 
     test::writeBytes(plugins / "text.so", "This is no shared object.\n");

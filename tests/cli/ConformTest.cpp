@@ -16,7 +16,7 @@ using testing::MatchesRegex;
 using ConformTest = test::ProjectFixture;
 
 TEST_F(ConformTest, correctStoresPassEveryRule) {
-    const fs::path plugins = fs::path(CLI_TEST_PREFIX) / "bin/tuxa64/ProjectMetadataProvider";
+    const fs::path plugins = fs::path(CLI_TEST_PREFIX) / CLI_TEST_PLUGIN_FOLDER;
     test::Surroundings surroundings;
     surroundings.folder = plugins;
     surroundings.variables["TMPDIR"] = test::memoryFolder();

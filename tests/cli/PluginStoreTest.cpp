@@ -10,7 +10,7 @@ using testing::HasSubstr;
 class PluginStoreTest : public test::ProjectFixture {
 protected:
     PluginStoreTest() {
-        fs::copy(CLI_TEST_STORE_PLUGIN, test::movedInstallation() / "bin/tuxa64/ProjectMetadataProvider",
+        fs::copy(CLI_TEST_STORE_PLUGIN, test::movedInstallation() / CLI_TEST_PLUGIN_FOLDER,
                  fs::copy_options::overwrite_existing);
     }
 

@@ -10,9 +10,13 @@ using host::ServiceFramework;
 
 namespace {
 
+/// The folder of the bundles, as the host is asked for it, and where the host looks for that below a prefix.
+const std::string relative = "host_test";
+const fs::path belowPrefix = HOST_PLUGINS_BELOW_PREFIX;
+
 TEST(ServiceFramework, BundlesAreInstalledOnceInTheOrderOfTheirNames) {
     const test::TempFolder folder;
-    const fs::path bundles = folder / "some/\xC3\xA4";
+    const fs::path bundles = folder / HOST_PLUGINS_BELOW_PREFIX / "some/\xC3\xA4";
     fs::create_directories(bundles / "folder.so");
     fs::copy(fs::path(HOST_TEST_BUNDLES) / "host_test_1.so", bundles / "b.so");
     fs::copy(fs::path(HOST_TEST_BUNDLES) / "host_test_2.so", bundles / "a.so");
@@ -37,17 +41,16 @@ TEST(ServiceFramework, BundlesAreInstalledOnceInTheOrderOfTheirNames) {
 
 TEST(ServiceFramework, BundlesOfAnotherPrefixAndOfTheUserAreAdded) {
     const test::TempFolder folder;
-    const fs::path relative = fs::relative(HOST_TEST_BUNDLES, HOST_PREFIX);
-    const auto add = [&](const fs::path& prefix, const char* bundle, const char* name) {
-        fs::create_directories(folder / prefix / relative);
-        fs::copy(fs::path(HOST_TEST_BUNDLES) / bundle, folder / prefix / relative / name);
+    const auto add = [&](const fs::path& place, const char* bundle, const char* name) {
+        fs::create_directories(folder / place / relative);
+        fs::copy(fs::path(HOST_TEST_BUNDLES) / bundle, folder / place / relative / name);
     };
     // Under the name of one that is installed, and as others that could not be installed beside it.
-    add("prefix", "host_test_2.so", "host_test_1.so");
+    add("prefix" / belowPrefix, "host_test_2.so", "host_test_1.so");
     add("data/project-metadata", "more/host_test_3.so", "host_test_3.so");
     const auto list = [&](const std::string& variables) {
         return test::runCommand("env -u PROJECT_METADATA_PREFIX -u XDG_DATA_HOME -u HOME " + variables +
-                                " " HOST_PROBE " bundles " + relative.native());
+                                " " HOST_PROBE " bundles " + relative);
     };
     const std::string prefix = "PROJECT_METADATA_PREFIX=" + (folder / "prefix").native();
     EXPECT_EQ(list(prefix), "host_test_1 host_test_2 ");
@@ -59,46 +62,50 @@ TEST(ServiceFramework, BundlesOfAnotherPrefixAndOfTheUserAreAdded) {
 
 TEST(ServiceFramework, NoBundlesAreAWarningThatSaysWhereTheyWereLookedFor) {
     const test::TempFolder folder;
-    fs::create_directories(folder / "some/folder");
-    const std::string none = HOST_PREFIX "/some/folder";
+    const fs::path empty = folder / belowPrefix / "some/folder";
+    fs::create_directories(empty);
+    const std::string none = HOST_LIBRARIES "/" HOST_PLUGINS_BELOW_LIBRARIES "/some/folder";
     EXPECT_EQ(test::runCommand("env -u XDG_DATA_HOME -u HOME PROJECT_METADATA_PREFIX=" + folder.std().native() +
                                " " HOST_PROBE " bundles some/folder 2>&1"),
               "warning: host: There are no plug-ins. They were looked for in \"" + none +
-                  "\", which does not exist; \"" + (folder / "some/folder").native() +
-                  "\", where no file ends with \".so\"\n");
+                  "\", which does not exist; \"" + empty.native() + "\", where no file ends with \".so\"\n");
 }
 
-/// The bundles that the probe finds in `bundles` below its prefix, if it is run in `current` with the libraries of the
-/// folder `libraries`.
-std::string listBundles(const fs::path& bundles, const fs::path& libraries, const fs::path& current = "/") {
+/// The bundles that the probe finds if it is run in `current` with the libraries of the folder `libraries`.
+std::string listBundles(const fs::path& libraries, const fs::path& current = "/") {
     return test::runCommand("cd '" + current.native() +
                             "' && env -u PROJECT_METADATA_PREFIX -u XDG_DATA_HOME -u HOME LD_LIBRARY_PATH='" +
-                            libraries.native() + "' " HOST_PROBE " bundles " + bundles.native());
+                            libraries.native() + "' " HOST_PROBE " bundles " + relative);
 }
 
-TEST(ServiceFramework, BundlesAreFoundInTheTreeOfTheLibrary) {
+TEST(ServiceFramework, BundlesAreFoundBesideTheLibrary) {
     const std::string all = "host_test_1 host_test_2 ";
-    EXPECT_EQ(listBundles(fs::relative(HOST_TEST_BUNDLES, HOST_PREFIX), HOST_LIBRARIES), all);
+    EXPECT_EQ(listBundles(HOST_LIBRARIES), all);
 
     const test::TempFolder folder;
-    const fs::path libraryFolder = fs::relative(HOST_LIBRARIES, HOST_PREFIX);
-    const auto copyAll = fs::copy_options::recursive | fs::copy_options::copy_symlinks;
-    fs::create_directories(folder / "moved" / libraryFolder);
-    fs::copy(HOST_LIBRARIES, folder / "moved" / libraryFolder, copyAll);
-    fs::create_directory(folder / "moved/bin");
-    fs::copy(HOST_TEST_BUNDLES, folder / "moved/bin/plugins");
-    EXPECT_EQ(listBundles("bin/plugins", "moved" / libraryFolder, folder.std()), all);
+    const fs::path moved = folder / "moved/lib";
+    const fs::path movedPlugins = moved / HOST_PLUGINS_BELOW_LIBRARIES;
+    fs::create_directories(movedPlugins);
+    fs::copy(HOST_TEST_BUNDLES, movedPlugins / relative);
+    for (const fs::directory_entry& file : fs::directory_iterator(HOST_LIBRARIES)) {
+        if (!file.is_directory())
+            fs::copy(file.path(), moved / file.path().filename(), fs::copy_options::copy_symlinks);
+    }
+    EXPECT_EQ(listBundles("moved/lib", folder.std()), all);
 
-    // A link may lead to the tree, to the single files in it, or from it to the libraries.
+    // A link may lead to the folder, or to the single files in it.
     fs::create_directory_symlink("moved", folder / "link");
-    EXPECT_EQ(listBundles("bin/plugins", folder / "link" / libraryFolder), all);
-    fs::create_directories(folder / "farm" / libraryFolder);
-    for (const fs::directory_entry& file : fs::directory_iterator(folder / "moved" / libraryFolder))
-        fs::create_symlink(file.path(), folder / "farm" / libraryFolder / file.path().filename());
-    EXPECT_EQ(listBundles("bin/plugins", folder / "farm" / libraryFolder), all);
-    fs::rename(folder / "moved" / libraryFolder, folder / "elsewhere");
-    fs::create_directory_symlink(folder / "elsewhere", folder / "moved" / libraryFolder);
-    EXPECT_EQ(listBundles("bin/plugins", folder / "moved" / libraryFolder), all);
+    EXPECT_EQ(listBundles(folder / "link/lib"), all);
+    fs::create_directory(folder / "farm");
+    for (const fs::directory_entry& file : fs::directory_iterator(moved)) {
+        if (!file.is_directory())
+            fs::create_symlink(file.path(), folder / "farm" / file.path().filename());
+    }
+    EXPECT_EQ(listBundles(folder / "farm"), all);
+    // Plug-ins beside the link go before those beside the file behind it.
+    fs::create_directories(folder / "farm" / HOST_PLUGINS_BELOW_LIBRARIES / relative);
+    fs::copy(fs::path(HOST_TEST_BUNDLES) / "host_test_2.so", folder / "farm" / HOST_PLUGINS_BELOW_LIBRARIES / relative);
+    EXPECT_EQ(listBundles(folder / "farm"), "host_test_2 ");
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ protected:
     void install(const std::filesystem::path& plugin) { create_symlink(plugin, plugins / plugin.filename()); }
 
     const TempFolder folder;
-    const std::filesystem::path plugins = folder / "bin/tuxa64/ProjectMetadataProvider";
+    const std::filesystem::path plugins = folder / PLUGIN_FOLDER;
     const SettingsOverride noSettings{nullptr};
     const std::shared_ptr<cppmicroservices::Framework> framework =
         std::make_shared<cppmicroservices::Framework>(cppmicroservices::FrameworkFactory().NewFramework());
