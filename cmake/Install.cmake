@@ -47,6 +47,11 @@ if(TARGET project_metadata_embedded_services)
     install(FILES ${PROJECT_BINARY_DIR}/project_metadata.pc DESTINATION ${pkgConfigFolder} COMPONENT development)
 endif()
 
+# The guides and the programs that they show, laid out as here, so that what headers and guides refer to is there.
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development PATTERN pump-controller EXCLUDE)
+
 if(PROJECT_IS_TOP_LEVEL)
     add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -D BUILD=${PROJECT_BINARY_DIR}
         -P ${CMAKE_CURRENT_LIST_DIR}/Uninstall.cmake VERBATIM)
