@@ -1,18 +1,21 @@
 #include "operations/Scan.hpp"
 
-#include <algorithm>
+#include <filesystem>
+#include <utility>
 #include <vector>
 
+#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FolderScan.hpp"
 #include "operations/Project.hpp"
-#include "operations/ScanUpdate.hpp"
+#include "operations/ScanRecord.hpp"
 #include "operations/Workshop.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace operations {
 
+namespace fs = std::filesystem;
 namespace pm = project::metadata;
 
 namespace {
@@ -32,30 +35,68 @@ std::vector<FileIdentity> findOwnFolders(const host::Path& root) {
     return identities;
 }
 
-std::vector<ScannedFile> readFolder(const host::Path& root, const host::Path& folder, Progress& progress) {
-    const auto identity = FileIdentity::of(folder);
-    if (!identity)
-        throw OperationError(ErrorKind::failure, "The folder " + quoted(folder) + " does not exist");
-    if (identity == FileIdentity::of(pm::ProjectMetadataLocation(root).getDirectory()))
-        throw OperationError(ErrorKind::usage, quoted(folder) + " is the metadata folder of the project itself");
-    return scanFolder(folder, findOwnFolders(root), progress);
+/// The names that lead from `top` down to `folder`, where both really are; no value if it is not there.
+std::optional<std::vector<std::u16string>> findWay(const host::Path& top, const host::Path& folder) {
+    const fs::path way = fs::canonical(folder.accessName()).lexically_relative(fs::canonical(top.accessName()));
+    std::vector<std::u16string> names;
+    for (const fs::path& name : way) {
+        if (name == "..")
+            return std::nullopt;
+        if (name != ".")
+            names.push_back(host::Path::fromAccessName(name.native()).text());
+    }
+    return names;
+}
+
+FolderScan readFolder(const host::Path& root, const host::Path& folder, const std::vector<std::u16string>& way,
+                      const ScanRequest& request, Progress& progress) {
+    ScanRules rules{findOwnFolders(root), request.heedGit, request.isExcluded};
+    return scanFolder(way.empty() ? folder : root, way, rules, progress);
+}
+
+/// Of the paths that the scan did not look at, what is known stays.
+void remember(ScanRecord& record, const ScanChange& change, const std::vector<std::u16string>& way,
+              const FolderScan& found) {
+    std::u16string top;
+    for (const std::u16string& name : way)
+        top += ScanRecord::makeKey(pm::MetadataPath({{u"Folder", name}}));
+    record.keep(change.traces, [&](const std::u16string& key) {
+        return !found.problems.empty() || key.compare(0, top.size(), top) != 0;
+    });
 }
 
 }  // namespace
 
-ScanResult scanInto(const host::Path& root, const host::Path& folder, bool isDryRun, Observer& observer) {
+ScanResult scanInto(const host::Path& root, const ScanRequest& request, Observer& observer) {
     const auto store = openProject(root);
-    const std::vector<ScannedFile> found = readFolder(root, folder, *observer.start("Scanning"));
+    const host::Path folder = request.folder.value_or(root);
+    const host::Path metadata = pm::ProjectMetadataLocation(root).getDirectory();
+    if (!FileIdentity::of(folder))
+        throw OperationError(ErrorKind::failure, "The folder " + quoted(folder) + " does not exist");
+    if (findWay(metadata, folder))
+        throw OperationError(ErrorKind::usage,
+                             quoted(folder) + " belongs to the metadata folder of the project itself");
+    const std::vector<std::u16string> way = findWay(root, folder).value_or(std::vector<std::u16string>());
+    const FolderScan found = readFolder(root, folder, way, request, *observer.start("Scanning"));
+
+    ScanRecord record(metadata);
     ScanResult result;
-    result.change = findScanChange(*store, found, *observer.start("Comparing"));
-    if (!isDryRun) {
+    result.change = findScanChange(*store, found.files, request.wish, record, *observer.start("Comparing"));
+    result.problems = found.problems;
+    if (!request.isDryRun) {
         const auto progress = observer.start("Storing");
-        applyChange(*store, result.change);
+        applyChange(*store, result.change.change);
+        try {
+            remember(record, result.change, way, found);
+        } catch (const host::UserException& error) {
+            result.notRemembered = host::toUtf8(explain(error));
+        }
     }
-    // The first one is the scanned folder itself, which has no node.
-    const auto isFolder = [](const ScannedFile& file) { return file.kind == FileKind::folder; };
-    result.folders = static_cast<std::size_t>(std::count_if(found.begin() + 1, found.end(), isFolder));
-    result.files = found.size() - 1 - result.folders;
+    // The first ones are the scanned folder itself and those that lead to it.
+    for (std::size_t i = way.size() + 1; i < found.files.size(); ++i) {
+        if (!found.files[i].isLeftOut)
+            ++(found.files[i].kind == FileKind::folder ? result.folders : result.files);
+    }
     return result;
 }
 

@@ -1,24 +1,53 @@
 /// What a scan changes in a store.
 ///
 /// A folder becomes a path element of type "Folder", everything else one of type "File", with the name as location,
-/// and each path has a node with the attributes "Kind" ("file", "folder", "symlink" or "other"), "ModificationTime" (as
-/// `formatTime`) and, for files, "Size" in bytes.
+/// and each path has a node. The attributes "Kind" ("file", "folder", "symlink" or "other"), "Size" (of a file, in
+/// bytes), "ModificationTime" (as `formatTime`, if times are wanted) and "Missing" are the scan's own. The last one is
+/// "true" if the file is gone, but there is something at the path, or below it, that no scan has written.
+///
+/// But for the times, the attributes are the same wherever the same files are, so that two who have scanned can merge.
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include "operations/FolderScan.hpp"
 #include "operations/Progress.hpp"
+#include "operations/ScanRecord.hpp"
 #include "operations/StoreChange.hpp"
 #include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 
-/// What makes `store` hold what `scan` found, siblings in its order. "Folder" and "File" paths of files that are gone
-/// are removed with everything below them. The rest belongs to somebody else and stays: paths of other types and what
-/// is below them, other attributes, child nodes. Main thread only.
+struct ScanWish {
+    bool withTimes = false;
+    bool prune = false;  ///< remove what is missing
+};
+
+struct ScanChange {
+    StoreChange change;  ///< what has moved counts neither as added nor as removed
+    std::vector<std::pair<project::metadata::MetadataPath, project::metadata::MetadataPath>> moved;  ///< from, to
+    std::vector<project::metadata::MetadataPath> missing;  ///< all that are marked below the folder, after the change
+    ScanRecord::Traces traces;                             ///< of all that was described
+};
+
+/// What makes `store` hold what `scan` found, where its first element stands for the root path. New siblings come
+/// before the next one by name; those that are there keep their order. No path is touched that is not in the scanned
+/// folder, or where the scan did not look. Of those that are, nothing is lost that a scan did not write: other
+/// attributes, child nodes and names of nodes, and paths of other types with all below them.
+///
+/// The path of a file that is gone
+///
+/// 1. moves with its node to that of a new file, if that is the same one by its trace: it has the same identity and was
+///    made at the same time, or, where that is not known, has the same time of modification and size too; or it has the
+///    same name, time of modification and size, and there is no other such pair. Below a folder that has moved, what
+///    has kept its name moves with it, and so does what is not on disk;
+/// 2. is removed, if a scan has written all that is there and below it;
+/// 3. stays otherwise, and is marked as missing.
+///
+/// Main thread only.
 /// @throws whatever the store throws; host::InterruptedException
-StoreChange findScanChange(const project::metadata::MetadataManager& store, const std::vector<ScannedFile>& scan,
-                           Progress& progress);
+ScanChange findScanChange(const project::metadata::MetadataManager& store, const std::vector<ScannedFile>& scan,
+                          const ScanWish& wish, ScanRecord& record, Progress& progress);
 
 }  // namespace operations

@@ -1,15 +1,10 @@
 /// project-metadata find: the paths that have what is asked for.
 
-#include <fnmatch.h>
-#include <locale.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -17,6 +12,7 @@
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
+#include "cli/text/Glob.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
@@ -39,29 +35,6 @@ struct Arguments {
     std::vector<std::string> attributes;  // each a key, or a key, "=" and a pattern
     bool branches = false;
     bool ignoreCase = false;
-};
-
-/// Makes fnmatch read UTF-8, whatever the user's language: "?" is one character, and ranges go by code points.
-void useUtf8() {
-    const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-    if (!utf8)
-        throw std::system_error(errno, std::generic_category(), "The locale C.UTF-8 cannot be used");
-    uselocale(utf8);
-}
-
-/// A pattern of the shell, by POSIX 2.13 "Pattern Matching Notation"; "*" and "?" stand for any character.
-class Glob {
-public:
-    Glob(const std::string& pattern, bool ignoreCase)
-        : pattern_(host::toUtf8(host::fromUtf8(pattern))), flags_(ignoreCase ? FNM_CASEFOLD : 0) {}
-
-    bool matches(const std::u16string& text) const {
-        return fnmatch(pattern_.c_str(), host::toUtf8(text).c_str(), flags_) == 0;
-    }
-
-private:
-    std::string pattern_;
-    int flags_;
 };
 
 /// What is asked for. All conditions on the path are tried before the node is read.
@@ -170,7 +143,6 @@ Command::Action configure(CLI::App& app) {
         if (arguments->branches && (arguments->node || !arguments->attributes.empty()))
             throw CommandError(Status::usage,
                                "Branches have no node, so --branches goes with neither --node nor --attribute");
-        useUtf8();
         Progress progress("Searching");
         const auto store = operations::openProject(root);
         requirePath(*store, start);

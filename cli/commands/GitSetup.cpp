@@ -4,16 +4,15 @@
 /// (gitattributes(5), "Defining a custom merge driver" and "Performing text diffs of binary files"), and a block in a
 /// file of attributes that says which files they are for.
 
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -27,6 +26,7 @@
 #include "host/FileSystem.hpp"
 #include "host/Text.hpp"
 #include "operations/FileOutput.hpp"
+#include "operations/Git.hpp"
 #include "operations/MetadataTree.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataRoots.hpp"
@@ -35,52 +35,11 @@ namespace cli {
 
 namespace {
 
+using operations::GitOutcome;
+using operations::runGit;
+
 const std::string blockBegin = "# project-metadata: begin (written by \"project-metadata git-setup\")\n";
 const std::string blockEnd = "# project-metadata: end\n";
-
-struct GitOutcome {
-    int status;
-    std::string out;  // without the line break at its end
-};
-
-/// Runs git in `folder`. What it complains of goes to the standard error of this process.
-GitOutcome runGit(const std::string& folder, std::vector<std::string> arguments, bool isSilent = false) {
-    arguments.insert(arguments.begin(), {"git", "-C", folder});
-    std::vector<char*> argv;
-    argv.reserve(arguments.size() + 1);
-    for (std::string& argument : arguments)
-        argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    std::array<int, 2> ends{};
-    if (pipe(ends.data()) != 0)
-        throw std::system_error(errno, std::generic_category(), "git cannot be started");
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDOUT_FILENO);
-        if (isSilent)
-            dup2(ends[1], STDERR_FILENO);
-        close(ends[0]);
-        close(ends[1]);
-        execvp("git", argv.data());
-        _exit(127);
-    }
-    close(ends[1]);
-    GitOutcome outcome{-1, {}};
-    std::array<char, 4096> buffer{};
-    ssize_t count = 0;
-    while ((count = read(ends[0], buffer.data(), buffer.size())) > 0 || (count < 0 && errno == EINTR))
-        outcome.out.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    close(ends[0]);
-    int status = 0;
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (child < 0 || !WIFEXITED(status) || WEXITSTATUS(status) == 127)
-        throw CommandError(Status::failure, "The program git cannot be started; is it installed?");
-    outcome.status = WEXITSTATUS(status);
-    if (!outcome.out.empty() && outcome.out.back() == '\n')
-        outcome.out.pop_back();
-    return outcome;
-}
 
 /// This program, as the shell takes it, which git runs drivers with.
 std::string findOwnCommand() {
@@ -150,27 +109,27 @@ public:
     /// The absolute path that "git rev-parse" tells for `arguments`.
     host::Path find(std::vector<std::string> arguments) const {
         arguments.insert(arguments.begin(), {"rev-parse", "--path-format=absolute"});
-        const GitOutcome found = runGit(folder_, std::move(arguments), true);
+        const GitOutcome found = runGit(folder_, std::move(arguments));
         if (found.status != 0) {
             throw CommandError(Status::failure,
-                               '"' + folder_ + "\" is not in the work tree of a git repository: " + found.out);
+                               '"' + folder_ + "\" is not in the work tree of a git repository: " + found.error);
         }
-        return host::Path::fromAccessName(found.out);
+        return host::Path::fromAccessName(withoutBreak(found.out));
     }
 
     void configure() const {
         configureRenames();
         for (const auto& [key, value] : makeConfiguration()) {
-            const GitOutcome before = runGit(folder_, {"config", "--local", "--get", key});
-            if (isRemoval_ && before.status == 0)
+            const std::optional<std::string> before = readSetting(key);
+            if (isRemoval_ && before)
                 change({"config", "--local", "--unset-all", key}, "removed " + key);
-            else if (!isRemoval_ && (before.status != 0 || before.out != value))
+            else if (!isRemoval_ && before != value)
                 change({"config", "--local", "--replace-all", key, value}, "set " + key + " = " + value);
         }
         // What is empty now does not go by itself.
         if (isRemoval_ && !isDryRun_) {
             for (const char* section : {"merge.project-metadata", "diff.project-metadata"})
-                runGit(folder_, {"config", "--local", "--remove-section", section}, true);
+                runGit(folder_, {"config", "--local", "--remove-section", section});
         }
     }
 
@@ -197,24 +156,42 @@ private:
     void configureRenames() const {
         const std::string key = "merge.directoryRenames";
         const std::string noteKey = "merge.project-metadata.directoryRenamesBefore";  // empty if it was not set
-        const GitOutcome now = runGit(folder_, {"config", "--local", "--get", key});
-        const GitOutcome before = runGit(folder_, {"config", "--local", "--get", noteKey});
-        const bool isOff = now.status == 0 && now.out == "false";
+        const std::optional<std::string> now = readSetting(key);
+        const std::optional<std::string> before = readSetting(noteKey);
+        const bool isOff = now == "false";
         if (!isRemoval_ && !isOff) {
-            change({"config", "--local", "--replace-all", noteKey, now.out}, "noted " + key + " = " + now.out);
+            change({"config", "--local", "--replace-all", noteKey, now.value_or("")},
+                   "noted " + key + " = " + now.value_or(""));
             change({"config", "--local", "--replace-all", key, "false"}, "set " + key + " = false");
-        } else if (isRemoval_ && before.status == 0) {
-            if (isOff && before.out.empty())
+        } else if (isRemoval_ && before) {
+            if (isOff && before->empty())
                 change({"config", "--local", "--unset-all", key}, "removed " + key);
             else if (isOff)
-                change({"config", "--local", "--replace-all", key, before.out}, "set " + key + " = " + before.out);
+                change({"config", "--local", "--replace-all", key, *before}, "set " + key + " = " + *before);
             change({"config", "--local", "--unset-all", noteKey}, "removed " + noteKey);
         }
     }
 
+    static std::string withoutBreak(std::string text) {
+        if (!text.empty() && text.back() == '\n')
+            text.pop_back();
+        return text;
+    }
+
+    /// No value if it is not set.
+    std::optional<std::string> readSetting(const std::string& key) const {
+        const GitOutcome found = runGit(folder_, {"config", "--local", "--get", key});
+        return found.status == 0 ? std::optional(withoutBreak(found.out)) : std::nullopt;
+    }
+
     void change(std::vector<std::string> arguments, const std::string& text) const {
-        if (!isDryRun_ && runGit(folder_, std::move(arguments)).status != 0)
-            throw CommandError(Status::failure, "git cannot change the configuration of \"" + folder_ + '"');
+        if (!isDryRun_) {
+            const GitOutcome changed = runGit(folder_, std::move(arguments));
+            if (changed.status != 0) {
+                throw CommandError(Status::failure,
+                                   "git cannot change the configuration of \"" + folder_ + "\": " + changed.error);
+            }
+        }
         note(text);
     }
 

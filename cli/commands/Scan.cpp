@@ -1,47 +1,135 @@
 /// project-metadata scan: metadata for every file and folder below a folder.
 
+#include <algorithm>
 #include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
+#include "cli/Options.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/ChangeText.hpp"
 #include "cli/text/CommandObserver.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Glob.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/Terminal.hpp"
+#include "host/FileUtils.hpp"
 #include "operations/Scan.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
 
 namespace {
 
-struct Flags {
+struct Arguments {
+    std::vector<std::string> excluded;
+    bool ignored = false;
+    bool prune = false;
+    bool times = false;
     std::shared_ptr<const bool> json;
     std::shared_ptr<const bool> dryRun;
 };
 
-Status scan(const host::Path& root, const host::Path& folder, const Flags& flags) {
-    CommandObserver observer;
-    const operations::ScanResult result = operations::scanInto(root, folder, *flags.dryRun, observer);
-    if (*flags.json) {
-        Json json = toJson(result.change);
+/// Each excludes by name, or, with a separator in it, by place.
+class Exclusion {
+public:
+    explicit Exclusion(const std::vector<std::string>& patterns) {
+        for (const std::string& pattern : patterns)
+            (pattern.find('/') == std::string::npos ? names_ : places_).emplace_back(pattern, false);
+    }
+
+    bool operator()(const std::u16string& name, const std::u16string& place) const {
+        return matchesAny(names_, name) || matchesAny(places_, place);
+    }
+
+private:
+    static bool matchesAny(const std::vector<Glob>& patterns, const std::u16string& text) {
+        return std::any_of(patterns.begin(), patterns.end(), [&](const Glob& glob) { return glob.matches(text); });
+    }
+
+    std::vector<Glob> names_;
+    std::vector<Glob> places_;
+};
+
+/// The root folder of the project that `folder` lies in; no value if it is one itself, or lies in none.
+std::optional<host::Path> findProjectAbove(const host::Path& folder) {
+    host::Path root = host::FileUtils::normalize(host::FileUtils::makeAbsolute(folder));
+    const host::Path start = root;
+    while (!project::metadata::ProjectMetadataLocation(root).hasCoreFile()) {
+        if (root == root.parentPath())
+            return std::nullopt;
+        root = root.parentPath();
+    }
+    return root == start ? std::nullopt : std::optional(root);
+}
+
+void printDetails(const operations::ScanChange& change) {
+    printPaths(change.change);
+    if (!options().verbose)
+        return;
+    for (const auto& [from, to] : change.moved)
+        printNote(paint(Style::yellow, "> " + formatPath(from) + "  to  " + formatPath(to)) + '\n');
+    for (const auto& path : change.missing)
+        printNote(paint(Style::red, "? " + formatPath(path)) + '\n');
+}
+
+Status printResult(const operations::ScanResult& result, const Arguments& arguments) {
+    const operations::ScanChange& change = result.change;
+    if (*arguments.json) {
+        Json json = toJson(change.change);
+        json["moved"] = change.moved.size();
+        json["missing"] = change.missing.size();
         json["files"] = result.files;
         json["folders"] = result.folders;
+        json["unreadable"] = result.problems.size();
         printJson(json);
-        return Status::done;
+    } else {
+        printDetails(change);
+        printNote((*arguments.dryRun ? "Not done: " : "") + countChanges(change.change) +
+                  (change.moved.empty() ? "" : ", " + formatNumber(change.moved.size()) + " moved") +
+                  (change.missing.empty() ? "" : ", " + formatNumber(change.missing.size()) + " missing") + "; " +
+                  formatCount(result.files, "file") + ", " + formatCount(result.folders, "folder") + '\n');
     }
-    printPaths(result.change);
-    printNote((*flags.dryRun ? "Not done: " : "") + countChanges(result.change) + "; " +
-              formatCount(result.files, "file") + ", " + formatCount(result.folders, "folder") + '\n');
-    return Status::done;
+    for (const std::string& problem : result.problems)
+        reportError(problem + "; what is known of it stays as it is");
+    if (result.notRemembered)
+        reportError("Files that are moved before the next scan will not be known again: " + *result.notRemembered);
+    return result.problems.empty() ? Status::done : Status::foundProblems;
 }
 
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app,
                                   {{"FOLDER", "The folder to describe; without, ROOT", Positional::Kind::optional}});
-    return [positionals, flags = Flags{addJson(app), addDryRun(app)}] {
-        const auto [root, texts] = positionals.get();
-        return scan(root, texts.empty() ? root : host::Path::fromAccessName(texts[0]), flags);
+    const auto arguments = std::make_shared<Arguments>();
+    addOption(app, "--exclude", arguments->excluded,
+              "Leave out what has a name like GLOB, or, with a / in it, a place in FOLDER", "GLOB");
+    addFlag(app, "--ignored", arguments->ignored, "Describe what git ignores too");
+    addFlag(app, "--prune", arguments->prune, "Remove what is missing, with what people have written there");
+    addFlag(app, "--times", arguments->times, "Keep times of modification, which differ from clone to clone");
+    arguments->json = addJson(app);
+    arguments->dryRun = addDryRun(app);
+    return [positionals, arguments] {
+        const auto [given, texts] = positionals.get();
+        host::Path root = given;
+        operations::ScanRequest request;
+        if (!texts.empty()) {
+            request.folder = host::Path::fromAccessName(texts[0]);
+        } else if (const auto above = findProjectAbove(given)) {
+            root = *above;
+            request.folder = given;
+        }
+        request.wish = {arguments->times, arguments->prune};
+        request.heedGit = !arguments->ignored;
+        if (!arguments->excluded.empty())
+            request.isExcluded = Exclusion(arguments->excluded);
+        request.isDryRun = *arguments->dryRun;
+        CommandObserver observer;
+        return printResult(operations::scanInto(root, request, observer), *arguments);
     };
 }
 

@@ -86,13 +86,16 @@ TEST_P(ChangeCommandTest, aDryRunSaysWhatItWouldDoAndWritesNothing) {
         return nlohmann::json::parse(run(arguments).out);
     };
     using Counts = nlohmann::json;
-    EXPECT_EQ(counts({}), Counts({{"added", 2}, {"updated", 0}, {"removed", 0}, {"files", 2}, {"folders", 0}}));
+    const Counts first{{"added", 2},   {"updated", 0}, {"removed", 0}, {"moved", 0},
+                       {"missing", 0}, {"files", 2},   {"folders", 0}, {"unreadable", 0}};
+    EXPECT_EQ(counts({}), first);
     fs::remove(folder / "source/gone");
     test::writeBytes(folder / "source/changed", "22");
     test::writeBytes(folder / "source/new/file", "");
 
     const auto before = readTree(root);
-    const Counts expected{{"added", 2}, {"updated", 1}, {"removed", 1}, {"files", 2}, {"folders", 1}};
+    const Counts expected{{"added", 2},   {"updated", 1}, {"removed", 1}, {"moved", 0},
+                          {"missing", 0}, {"files", 2},   {"folders", 1}, {"unreadable", 0}};
     EXPECT_EQ(counts({"--dry-run"}), expected);
     const std::vector<std::vector<std::string>> lines{{"set", "File:gone", "K=V"},
                                                       {"unset", "File:gone", "Kind"},

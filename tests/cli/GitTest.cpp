@@ -1,4 +1,6 @@
 /// git-setup: git compares and merges files of metadata with this command.
+#include <functional>
+
 #include "tests/cli/ProjectFixture.hpp"
 #include "tests/support/Git.hpp"
 
@@ -190,6 +192,73 @@ TEST_F(GitTest, aPathWithoutFileIsABranch) {
     expectSuccess(run({"diff", after, root}), "");
     EXPECT_EQ(run({"check", after}).status, 1);
     EXPECT_EQ(run({"check", root}).status, 0);
+}
+
+/// Two people who scan, each in a clone, get along: by the driver, and with what git itself merges.
+TEST_F(GitTest, twoClonesThatScanMerge) {
+    for (const std::string store : {"fixedPath", "monolithic"}) {
+        const fs::path shared = folder / store;
+        fs::create_directories(shared);
+        for (const char* const file : {"b", "d", "sub/f", "sub/h", "both"})
+            test::writeBytes(shared / file, "1\n2\n3\n4\n5\n6\n7\n8\n9\n");
+        test::runGit(shared, "init -q -b base");
+        EXPECT_EQ(run({"init", "-q", shared, "--store", store}).status, 0);
+        test::Surroundings own;
+        own.variables["XDG_STATE_HOME"] = folder / "state";
+        const auto work = [&](const std::string& name, const std::function<void(const fs::path&)>& change) {
+            const fs::path clone = name.empty() ? shared : folder / (store + name);
+            if (!name.empty()) {
+                test::runGit(folder.std(), "clone -q '" + shared.string() + "' '" + clone.string() + "'");
+                EXPECT_EQ(run({"git-setup", "-q", clone}, {test::movedInstallation(), {}, {}, {}}).status, 0);
+            }
+            EXPECT_EQ(run({"scan", "-q", clone}, own).status, 0);  // from now on, files are known again
+            change(clone);
+            EXPECT_EQ(run({"scan", "-q", clone}, own).status, 0);
+            test::runGit(clone, "add -A");
+            test::runGit(clone, "commit -q -m change");
+            return clone;
+        };
+        const auto set = [](const fs::path& place, const std::string& path, const std::string& attribute) {
+            EXPECT_EQ(run({"set", "-q", place, path, attribute}).status, 0);
+        };
+        work("", [](const fs::path&) {});
+        const fs::path ours = work("ours", [&](const fs::path& place) {
+            test::writeBytes(place / "c", "");
+            test::writeBytes(place / "sub/g", "");
+            test::writeBytes(place / "both", "1, and more\n2\n3\n4\n5\n6\n7\n8\n9\n");
+            set(place, "File:b", "By=ours");
+            set(place, "Folder:sub|File:f", "By=ours");
+            EXPECT_EQ(run({"scan", "-q", place}).status, 0);
+            fs::remove(place / "d");
+        });
+        const fs::path theirs = work("theirs", [&](const fs::path& place) {
+            test::writeBytes(place / "a", "");
+            test::writeBytes(place / "e", "");
+            test::writeBytes(place / "both", "1\n2\n3\n4\n5\n6\n7\n8\n9, and\nmuch more\n");
+            set(place, "File:b", "Reviewed=yes");
+            set(place, "Folder:sub|File:h", "By=theirs");
+            fs::rename(place / "sub/h", place / "sub/hh");
+        });
+        test::runGit(ours, "fetch -q '" + theirs.string() + "' base:theirs");
+        // The one conflict is the size of the file that both have changed, and that git has merged.
+        EXPECT_THAT(git("-C '" + ours.string() + "' merge theirs || test $? = 1"),
+                    testing::AllOf(HasSubstr("File:both: Size: ours"), Not(HasSubstr("File:b:"))));
+        EXPECT_THAT(test::readBytes(ours / "both"), testing::AllOf(HasSubstr("1, and more\n"), HasSubstr("9, and\n")));
+        EXPECT_EQ(run({"scan", ours, "-v"}).out, "~ File:both\n0 added, 1 updated, 0 removed; 8 files, 2 folders\n");
+        EXPECT_EQ(run({"check", ours}).status, 0);
+        EXPECT_EQ(run({"tree", "--attributes", ours}).out, ours.string() + R"(
+├── File:a  Info Kind=file Size=0
+├── File:b  Info By=ours Kind=file Reviewed=yes Size=18
+├── File:both  Info Kind=file Size=43
+├── File:c  Info Kind=file Size=0
+├── File:e  Info Kind=file Size=0
+├── Folder:resources  Info Kind=folder
+└── Folder:sub  Info Kind=folder
+    ├── File:f  Info By=ours Kind=file Size=18
+    ├── File:g  Info Kind=file Size=0
+    └── File:hh  Info By=theirs Kind=file Size=18
+)");
+    }
 }
 
 TEST_F(GitTest, setupCanBeRepeatedAndTakenBack) {

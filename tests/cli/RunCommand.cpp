@@ -64,8 +64,8 @@ void drain(const Pipe& out, const Pipe& err, Outcome& outcome) {
     for (const std::string& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
-    for (const char* variable :
-         {"PROJECT_METADATA_PREFIX", "PROJECT_METADATA_SETTINGS", "HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"})
+    for (const char* variable : {"PROJECT_METADATA_PREFIX", "PROJECT_METADATA_SETTINGS", "HOME", "XDG_CONFIG_HOME",
+                                 "XDG_DATA_HOME", "XDG_STATE_HOME"})
         unsetenv(variable);
     for (const auto& [key, value] : surroundings.variables)
         setenv(key.c_str(), value.c_str(), 1);

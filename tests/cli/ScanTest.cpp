@@ -3,12 +3,12 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <regex>
 
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "tests/cli/ProjectFixture.hpp"
 #include "tests/cli/StoreContent.hpp"
+#include "tests/support/Git.hpp"
 
 namespace {
 
@@ -66,7 +66,7 @@ std::string expectedNode(const fs::path& file) {
                              : S_ISLNK(status.st_mode) ? "symlink"
                                                        : "other";
     const std::string size = kind == "file" ? " Size=" + std::to_string(status.st_size) : "";
-    return "Info Kind=" + kind + " ModificationTime=*" + size;
+    return "Info Kind=" + kind + size;
 }
 
 /// What a walk through `top` says that its scan must have found, below the path `parent`; siblings sorted by name.
@@ -87,11 +87,8 @@ void walk(const fs::path& top, const pm::MetadataPath& parent, const fs::path& l
     }
 }
 
-/// The content without the times, level by level as a store gives it.
+/// The content level by level.
 std::vector<StoredPath> comparable(std::vector<StoredPath> content) {
-    for (StoredPath& stored : content) {
-        stored.node = std::regex_replace(stored.node, std::regex("ModificationTime=[^ ]+"), "ModificationTime=*");
-    }
     std::stable_sort(content.begin(), content.end(), [](const StoredPath& a, const StoredPath& b) {
         return a.path.getPath().size() < b.path.getPath().size();
     });
@@ -102,6 +99,26 @@ class ScanCommandTest : public test::ProjectFixture, public testing::WithParamIn
 protected:
     std::unique_ptr<pm::MetadataManager> openStore() const { return pm::getMetadataManagerFor(test::toPath(root)); }
     std::vector<StoredPath> content() const { return readContent(*openStore()); }
+
+    /// Every path with its node, level by level.
+    std::vector<std::string> lines() const {
+        std::vector<std::string> stored;
+        for (const StoredPath& entry : comparable(content()))
+            stored.push_back(host::toUtf8(entry.path.string()) + " " + entry.node);
+        return stored;
+    }
+
+    void scan(const std::vector<std::string>& options, const std::string& counts) const {
+        std::vector<std::string> arguments{"scan", root, folder / "source"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        Surroundings remembering;
+        remembering.variables["XDG_STATE_HOME"] = folder / "state";
+        expectSuccess(run(arguments, remembering), counts + '\n');
+    }
+
+    void set(const std::string& path, const std::string& attribute) const {
+        EXPECT_EQ(run({"set", "-q", "--create", root, path, attribute}).status, 0);
+    }
 };
 
 INSTANTIATE_TEST_SUITE_P(Stores, ScanCommandTest, testing::Values("fixedPath", "monolithic"), test::nameOfStore);
@@ -126,7 +143,7 @@ TEST_P(ScanCommandTest, givesEveryFileAndFolderOnePathAndANode) {
     EXPECT_EQ(comparable(content()), comparable(expected));
 }
 
-TEST_P(ScanCommandTest, keepsTimesAsPreciseAsTheyAre) {
+TEST_P(ScanCommandTest, keepsTimesAsPreciseAsTheyAreIfTheyAreWanted) {
     init(GetParam());
     const std::vector<std::pair<std::timespec, std::string>> times{
         {{0, 0}, "1970-01-01T00:00:00Z"},
@@ -137,19 +154,22 @@ TEST_P(ScanCommandTest, keepsTimesAsPreciseAsTheyAre) {
         test::writeBytes(folder / "source/file", "");
         const std::timespec both[] = {time, time};
         ASSERT_EQ(utimensat(AT_FDCWD, (folder / "source/file").c_str(), both, 0), 0);
-        EXPECT_EQ(run({"scan", root, folder / "source"}).status, 0);
+        EXPECT_EQ(run({"scan", root, folder / "source", "--times"}).status, 0);
         EXPECT_EQ(content().front().node, "Info Kind=file ModificationTime=" + text + " Size=0");
     }
+    scan({}, "0 added, 1 updated, 0 removed; 1 file, 0 folders");
+    EXPECT_EQ(content().front().node, "Info Kind=file Size=0");
+    set("File:file", "ModificationTime=in spring");
+    scan({}, "0 added, 0 updated, 0 removed; 1 file, 0 folders");
 }
 
+/// What is gone goes, but for what people have written there, which stays and is marked until the file is back.
 TEST_P(ScanCommandTest, againFollowsTheDiskAndKeepsWhatOthersAdded) {
     init(GetParam());
-    test::writeBytes(folder / "source/changes", "1");
-    test::writeBytes(folder / "source/becomes link", "1");
-    test::writeBytes(folder / "source/goes/with/all", "1");
-    test::writeBytes(folder / "source/stays/file", "1");
-    ASSERT_EQ(run({"scan", root, folder / "source"}).status, 0);
-
+    for (const char* const file :
+         {"changes", "becomes link", "goes/alone", "goes/with/all", "goes/noted", "stays/file"})
+        test::writeBytes(folder / "source" / file, "1");
+    scan({}, "9 added, 0 updated, 0 removed; 6 files, 3 folders");
     const auto path = [](const std::vector<pm::PathElement>& elements) { return pm::MetadataPath(elements); };
     const auto changes = path({{u"File", u"changes"}});
     {
@@ -158,27 +178,56 @@ TEST_P(ScanCommandTest, againFollowsTheDiskAndKeepsWhatOthersAdded) {
         node->put(u"Owner", u"somebody");
         node->createChildNode(u"Note").put(u"Text", u"kept");
         store->setNode(changes, *node);
-        for (const auto& foreign : {path({{u"Folder", u"goes"}, {u"Label", u"x"}}),
+        for (const auto& foreign : {path({{u"Folder", u"goes"}, {u"Folder", u"with"}, {u"Label", u"x"}}),
                                     path({{u"Folder", u"stays"}, {u"Label", u"x"}, {u"File", u"not on disk"}})})
             store->setNode(foreign, pm::MetadataNodeSpecification());
     }
+    set("Folder:goes|File:noted", "By=me");
+    set("File:planned", "By=me");
     test::writeBytes(folder / "source/changes", "12");
     test::writeBytes(folder / "source/added", "");
     fs::remove(folder / "source/becomes link");
     fs::create_symlink("added", folder / "source/becomes link");
-    fs::remove_all(folder / "source/goes");
-    expectSuccess(run({"scan", root, folder / "source"}), "1 added, 2 updated, 4 removed; 4 files, 1 folder\n");
+    fs::rename(folder / "source/goes", folder / "away");
+    const auto before = readTree(root);
+    scan({"--dry-run", "-v"}, R"(+ File:added
+~ File:becomes link
+~ File:changes
+~ Folder:goes
+~ Folder:goes|File:noted
+~ Folder:goes|Folder:with
+~ File:planned
+- Folder:goes|File:alone
+- Folder:goes|Folder:with|File:all
+? Folder:goes
+? Folder:goes|File:noted
+? Folder:goes|Folder:with
+? File:planned
+Not done: 1 added, 6 updated, 2 removed, 4 missing; 4 files, 1 folder)");
+    EXPECT_EQ(readTree(root), before);
+    scan({}, "1 added, 6 updated, 2 removed, 4 missing; 4 files, 1 folder");
+    const std::vector<std::string> away{"File:added Info Kind=file Size=0",
+                                        "File:becomes link Info Kind=symlink",
+                                        "File:changes Info Kind=file Owner=somebody Size=2 (Note Text=kept)",
+                                        "Folder:goes Info Kind=folder Missing=true",
+                                        "Folder:stays Info Kind=folder",
+                                        "File:planned Info By=me Missing=true",
+                                        "Folder:goes|File:noted Info By=me Kind=file Missing=true Size=1",
+                                        "Folder:goes|Folder:with Info Kind=folder Missing=true",
+                                        "Folder:stays|File:file Info Kind=file Size=1",
+                                        "Folder:stays|Label:x ",
+                                        "Folder:goes|Folder:with|Label:x Info",
+                                        "Folder:stays|Label:x|File:not on disk Info"};
+    EXPECT_EQ(lines(), away);
+    scan({}, "0 added, 0 updated, 0 removed, 4 missing; 4 files, 1 folder");
 
-    std::vector<std::string> stored;
-    for (const StoredPath& entry : comparable(content()))
-        stored.push_back(host::toUtf8(entry.path.string()) + " " + entry.node);
-    EXPECT_THAT(stored,
-                ElementsAre("File:added Info Kind=file ModificationTime=* Size=0",
-                            "File:becomes link Info Kind=symlink ModificationTime=*",
-                            "File:changes Info Kind=file ModificationTime=* Owner=somebody Size=2 (Note Text=kept)",
-                            "Folder:stays Info Kind=folder ModificationTime=*",
-                            "Folder:stays|File:file Info Kind=file ModificationTime=* Size=1", "Folder:stays|Label:x ",
-                            "Folder:stays|Label:x|File:not on disk Info"));
+    fs::rename(folder / "away", folder / "source/goes");
+    scan({}, "2 added, 3 updated, 0 removed, 1 missing; 7 files, 3 folders");
+    EXPECT_EQ(lines().at(6), "Folder:goes|File:alone Info Kind=file Size=1");
+    EXPECT_EQ(lines().at(7), "Folder:goes|File:noted Info By=me Kind=file Size=1");
+    fs::remove_all(folder / "source/goes");
+    scan({"--prune"}, "0 added, 0 updated, 7 removed; 4 files, 1 folder");
+    EXPECT_THAT(lines(), ElementsAre(away[0], away[1], away[2], away[4], away[8], away[9], away[11]));
 }
 
 TEST_P(ScanCommandTest, againWritesNothingWhenNothingChanged) {
@@ -195,22 +244,164 @@ TEST_P(ScanCommandTest, againWritesNothingWhenNothingChanged) {
         EXPECT_EQ(fs::last_write_time(file), time) << file;
 }
 
-using ScanRefusalTest = test::ProjectFixture;
+/// A file keeps its node where it goes, if it is certain that it is the same one.
+TEST_P(ScanCommandTest, knowsFilesAgainThatHaveMoved) {
+    init(GetParam());
+    const fs::path source = folder / "source";
+    for (const char* const file : {"plain", "old/below/file", "old/edited", "replaced", "copied"})
+        test::writeBytes(source / file, file);
+    scan({}, "7 added, 0 updated, 0 removed; 5 files, 2 folders");
+    for (const char* const path : {"File:plain", "Folder:old|Folder:below|File:file", "Folder:old|File:edited",
+                                   "Folder:old|File:never there", "Folder:old|Label:x", "File:replaced", "File:copied"})
+        set(path, "By=" + std::string(path));
+    fs::rename(source / "plain", source / "renamed");
+    const auto time = fs::last_write_time(source / "old");
+    fs::rename(source / "old", source / "new");
+    fs::remove(source / "new/edited");
+    test::writeBytes(source / "new/edited", "as an editor saves it");
+    fs::last_write_time(source / "new", time);  // where the time when a folder was made is not known
+    test::writeBytes(source / "holds the number", "");
+    fs::remove(source / "replaced");
+    test::writeBytes(source / "other", "replaced");  // may well get the same identity
+    fs::create_directory(source / "sub");
+    fs::copy(source / "copied", source / "sub/copied");
+    fs::last_write_time(source / "sub/copied", fs::last_write_time(source / "copied"));
+    fs::remove(source / "copied");
+    scan({}, "3 added, 1 updated, 0 removed, 8 moved, 2 missing; 6 files, 3 folders");
+    EXPECT_THAT(lines(),
+                ElementsAre("File:holds the number Info Kind=file Size=0", "Folder:new Info Kind=folder",
+                            "File:other Info Kind=file Size=8", "File:renamed Info By=File:plain Kind=file Size=5",
+                            "File:replaced Info By=File:replaced Kind=file Missing=true Size=8",
+                            "Folder:sub Info Kind=folder", "Folder:new|Folder:below Info Kind=folder",
+                            "Folder:new|File:edited Info By=Folder:old|File:edited Kind=file Size=21",
+                            "Folder:new|File:never there Info By=Folder:old|File:never there Missing=true",
+                            "Folder:new|Label:x Info By=Folder:old|Label:x",
+                            "Folder:sub|File:copied Info By=File:copied Kind=file Size=6",
+                            "Folder:new|Folder:below|File:file Info By=Folder:old|Folder:below|File:file Kind=file "
+                            "Size=14"));
+    // Without what was remembered, nothing is guessed, and nothing lost.
+    fs::rename(source / "renamed", source / "renamed again");
+    fs::remove_all(folder / "state");
+    scan({}, "1 added, 1 updated, 0 removed, 3 missing; 6 files, 3 folders");
+    EXPECT_THAT(lines(), testing::Contains("File:renamed Info By=File:plain Kind=file Missing=true Size=5"));
+    // What cannot be remembered is told.
+    test::writeBytes(folder / "no folder", "");
+    Surroundings forgetful;
+    forgetful.variables["XDG_STATE_HOME"] = folder / "no folder";
+    const auto outcome = run({"scan", root, source}, forgetful);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.err,
+                testing::MatchesRegex("project-metadata: [^\n]+not be known again[^\n]+no folder[^\n]+\n"));
+}
 
-TEST_F(ScanRefusalTest, foldersThatCannotBeListedBeforeChangingAnything) {
+using ScanRefusalTest = test::ProjectFixture;
+using ScanPartTest = test::ProjectFixture;
+
+TEST_F(ScanPartTest, touchesOnlyWhatIsBelowTheFolder) {
+    init();
+    for (const char* const file : {"a/b/c/file", "a/other", "z/file"})
+        test::writeBytes(root / file, "1");
+    Surroundings inside;
+    inside.folder = root / "a";
+    const auto tree = [&] { return run({"tree", "-q", root}).out.substr(root.native().size() + 1); };
+    expectSuccess(run({"scan", "b", "-q"}, inside), "");
+    EXPECT_EQ(tree(), R"(└── Folder:a
+    └── Folder:b
+        └── Folder:c
+            └── File:file
+)");
+    expectSuccess(run({"scan", "-q", "-C", root, root / "z"}), "");
+    EXPECT_EQ(run({"set", "-q", root, "Folder:z|File:file", "By=me"}).status, 0);
+    fs::remove_all(root / "z");
+    fs::remove_all(root / "a/b/c");
+    expectSuccess(run({"scan", root, root / "a/b"}), "0 added, 0 updated, 2 removed; 0 files, 0 folders\n");
+    EXPECT_EQ(tree(), R"(├── Folder:a
+│   └── Folder:b
+└── Folder:z
+    └── File:file
+)");
+    EXPECT_EQ(run({"get", root, "Folder:z|File:file", "Missing"}).status, 1);
+    expectFailure(run({"scan", root / "a" / "absent"}), 4, {root / "a/absent"});
+}
+
+/// What is left out is neither added nor taken for gone.
+TEST_F(ScanPartTest, leavesOutWhatIsExcludedAndWhatGitIgnores) {
+    init();
+    for (const char* const file :
+         {"src/a.c", "src/a.o", "src/gen/b.o", "build/x/y", "kept.o", "inner/build/z", "inner/i"})
+        test::writeBytes(root / file, "1");
+    const auto paths = [&] {
+        std::string text = run({"find", root}).out;
+        std::replace(text.begin(), text.end(), '\n', ' ');
+        return text;
+    };
+    const std::vector<std::string> excluding{"scan",   "-q",        root,    "--exclude", "*.o",   "--exclude",
+                                             "src/g*", "--exclude", "build", "--exclude", "Folder"};
+    expectSuccess(run(excluding), "");
+    const std::string all = paths();
+    EXPECT_EQ(all, "Folder:inner Folder:inner|File:i Folder:resources Folder:src Folder:src|File:a.c ");
+    EXPECT_EQ(run({"set", "-q", "--create", root, "File:kept.o", "By=me"}).status, 0);
+    expectSuccess(run(excluding), "");
+    EXPECT_EQ(run({"get", root, "File:kept.o", "Missing"}).status, 1);
+    EXPECT_EQ(run({"remove", "-q", root, "File:kept.o"}).status, 0);
+
+    test::runGit(root, "init -q");
+    test::runGit(root / "inner", "init -q");
+    test::writeBytes(root / ".gitignore", "*.o\n/build/\n");
+    test::writeBytes(root / "inner/.gitignore", "build\n");
+    test::runGit(root, "add -f kept.o");
+    // A program that git would run if it heeded this configuration.
+    test::writeBytes(folder / "monitor", "#!/bin/sh\ntouch '" + (folder / "was run").native() + "'\n");
+    fs::permissions(folder / "monitor", fs::perms::all);
+    for (const fs::path& place : {root, root / "inner"})
+        test::runGit(place, "config core.fsmonitor '" + (folder / "monitor").native() + "'");
+    Surroundings hook;
+    hook.variables = {{"GIT_DIR", ".git"}, {"GIT_INDEX_FILE", ".git/index"}};
+    expectSuccess(run({"scan", root}, hook), "3 added, 0 updated, 0 removed; 5 files, 3 folders\n");
+    EXPECT_EQ(paths(),
+              "File:.gitignore Folder:inner Folder:inner|File:.gitignore Folder:inner|File:i File:kept.o "
+              "Folder:resources Folder:src Folder:src|File:a.c ");
+    EXPECT_FALSE(fs::exists(folder / "was run"));
+    expectFailure(run({"scan", root, root / "build"}), 2, {root / "build", "--ignored"});
+    expectSuccess(run({"scan", root, "--ignored"}), "8 added, 0 updated, 0 removed; 9 files, 7 folders\n");
+
+    fs::create_directories(root / "lost/.git");
+    expectSuccess(run({"scan", root, "-q"}), "");
+    Surroundings without;
+    without.variables["PATH"] = folder / "nothing";
+    expectFailure(run({"scan", root}, without), 3, {"git", "--ignored"});
+    expectSuccess(run({"scan", "-q", root, "--ignored"}, without), "");
+}
+
+TEST_F(ScanRefusalTest, whatCannotBeReadStaysAsItIsAndIsTold) {
     init();
     makeFolder(folder / "source");
     ASSERT_EQ(run({"scan", root, folder / "source"}).status, 0);
+    const auto below = [&] { return run({"tree", root, "Folder:folders", "--attributes"}).out; };
+    const std::string before = below();
     test::writeBytes(folder / "source/added", "");
-    fs::permissions(folder / "source/folders", fs::perms::none);
-    const auto before = readTree(root);
-
-    fs::permissions(root, fs::perms::all);
+    fs::remove(folder / "source/files/fifo");
     Surroundings nobody;
     nobody.prefix = test::movedInstallation();
     nobody.prepare = test::becomeUnprivileged;
-    expectFailure(run({"scan", root, folder / "source"}, nobody), 3, {folder / "source/folders", "ermission denied"});
-    EXPECT_EQ(readTree(root), before);
+    fs::permissions(root, fs::perms::all);
+    for (const auto& entry : fs::recursive_directory_iterator(root))
+        fs::permissions(entry.path(), fs::perms::all);
+    // One that cannot be listed, and one in which nothing can be looked at.
+    for (const fs::perms rights : {fs::perms::none, fs::perms::others_read}) {
+        fs::permissions(folder / "source/folders", rights);
+        const auto outcome = run({"scan", root, folder / "source", "--json"}, nobody);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.err,
+                    testing::MatchesRegex("[^\n]+source/folders\"[^\n]+ermission denied[^\n]+stays as it is\n"));
+        EXPECT_EQ(nlohmann::json::parse(outcome.out).at("unreadable"), 1);
+        EXPECT_EQ(below(), before);
+    }
+    EXPECT_EQ(run({"get", root, "File:added", "Size"}).out, "0\n");
+    EXPECT_EQ(run({"get", root, "Folder:files|File:fifo", "Kind"}).status, 3);
+    fs::permissions(folder / "source", fs::perms::none);
+    expectFailure(run({"scan", root, folder / "source"}, nobody), 3, {folder / "source", "ermission denied"});
+    fs::permissions(folder / "source", fs::perms::all);
     fs::permissions(folder / "source/folders", fs::perms::all);
 }
 
@@ -221,7 +412,10 @@ TEST_F(ScanRefusalTest, whatIsNoFolderAndTheMetadataItself) {
     for (const std::string& path : {(folder / "absent").native(), std::string()})
         expectFailure(run({"scan", root, path}), 3, {'"' + path + '"', "does not exist"});
     expectFailure(run({"scan", root, folder / "file"}), 3, {folder / "file", "Not a directory"});
-    expectFailure(run({"scan", root, coreFile.parent_path()}), 2, {coreFile.parent_path()});
+    fs::create_directory(coreFile.parent_path() / "below");
+    for (const fs::path& own : {coreFile.parent_path(), coreFile.parent_path() / "below"})
+        expectFailure(run({"scan", root, own}), 2, {own});
+    fs::remove(coreFile.parent_path() / "below");
     EXPECT_EQ(readTree(root), before);
 }
 
