@@ -22,6 +22,7 @@
 #include "benchmarks/Generated.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 
 namespace {
 
@@ -163,6 +164,25 @@ void fullRead(benchmark::State& state, Project& project) {
     state.counters["memory"] = static_cast<double>(memory) / static_cast<double>(project.paths().size());
 }
 
+/// Several clients change nodes of their own in one project; `refused` says how many changes were.
+void setNodeTogether(benchmark::State& state, const Project& project) {
+    const auto store = project.open();
+    const auto clients = static_cast<std::size_t>(state.threads());
+    auto next = static_cast<std::size_t>(state.thread_index());
+    std::size_t revision = 1'000'000;
+    int refused = 0;
+    for (auto _ : state) {
+        try {
+            store->setNode(project.paths()[next], *makeNode(++revision));
+        } catch (const project::metadata::MetadataWriteFailure&) {
+            ++refused;
+        }
+        next = next + clients < project.paths().size() ? next + clients : next % clients;
+    }
+    state.counters["refused"] = refused;
+    state.SetItemsProcessed(state.iterations());
+}
+
 struct Measure {
     const char* name;
     void (*run)(benchmark::State& state, Project& project);
@@ -194,16 +214,50 @@ void registerMeasures(const std::u16string& store, std::size_t count) {
     }
 }
 
+void registerClients(const std::u16string& store) {
+    const auto project = std::make_shared<Project>(store, 1000);
+    project->open()->setPaths(project->paths());
+    for (const int clients : {1, 2, 4, 8, 16}) {
+        const std::string name = host::toUtf8(store) + "/set_node_together/" + std::to_string(clients);
+        benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) { setNodeTogether(state, *project); })
+            ->Threads(clients)
+            ->Iterations(50)
+            ->UseRealTime()
+            ->Unit(benchmark::kMicrosecond);
+    }
+}
+
+/// Whether a project can be made: for a store whose content is on a server, the user has to say where.
+bool isUsable(const std::u16string& store) {
+    try {
+        const Project project(store, 1);
+        project.open()->setPaths({MetadataPath()});
+        return true;
+    } catch (const project::metadata::MetadataWriteFailure&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
-    for (const std::size_t count : {std::size_t{1000}, std::size_t{10000}, std::size_t{100000}}) {
-        for (const auto& factory : project::metadata::getRegisteredFactories())
-            registerMeasures(factory->getName(), count);
+    std::vector<std::u16string> stores;
+    for (const auto& factory : project::metadata::getRegisteredFactories()) {
+        if (isUsable(factory->getName()))
+            stores.push_back(factory->getName());
     }
+    std::vector<std::size_t> counts{1000, 10000, 100000};
+    if (std::getenv("PROJECT_METADATA_MILLION"))
+        counts.push_back(1'000'000);
+    for (const std::size_t count : counts) {
+        for (const std::u16string& store : stores)
+            registerMeasures(store, count);
+    }
+    for (const std::u16string& store : stores)
+        registerClients(store);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::ClearRegisteredBenchmarks();
 }

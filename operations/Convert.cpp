@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -31,6 +32,7 @@
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataFiles.hpp"
+#include "project/metadata/MetadataOptions.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/FolderLock.hpp"
@@ -243,10 +245,40 @@ std::unique_ptr<pm::MetadataManager> openSource(const host::Path& root, Observer
     return source;
 }
 
+/// What the old store has elsewhere than in the folder, if it has anything there.
+class RemoteSource {
+public:
+    RemoteSource() = default;
+
+    /// Looks at it as it is now.
+    explicit RemoteSource(pm::MetadataManager& store) : content_(dynamic_cast<pm::RemoteContent*>(&store)) {
+        if (content_)
+            version_ = content_->getContentVersion();
+    }
+
+    /// Whether it is as it was.
+    bool isUnchanged() const { return !content_ || content_->getContentVersion() == version_; }
+
+    /// Keeps the old store, which alone can remove it.
+    void take(std::unique_ptr<pm::MetadataManager>& store) {
+        if (content_)
+            store_ = std::move(store);
+    }
+
+    /// @return false if it is kept, since it has changed
+    bool remove() { return !content_ || content_->removeContent(version_); }
+
+private:
+    pm::RemoteContent* content_ = nullptr;
+    std::int64_t version_ = 0;
+    std::unique_ptr<pm::MetadataManager> store_;
+};
+
 /// What is in the old folder now, where it has been put aside.
 struct Converted {
     std::size_t pathCount;
     FolderVersion before;
+    RemoteSource remote;
 };
 
 Converted convertFolder(const host::Path& root, const Plan& plan, const ConversionRequest& request,
@@ -254,12 +286,13 @@ Converted convertFolder(const host::Path& root, const Plan& plan, const Conversi
     auto source = openSource(root, observer);
     OwnFiles own = listOwnFiles(root, *source);
     FolderVersion before(plan.oldFolder, own.transient);
+    RemoteSource remote(*source);
     const PathTree content = readPaths(*source, *observer.start("Reading"));
     const fs::path parent = plan.newFolder.parent_path();
     if (!request.isDryRun)
         fs::create_directories(parent);
-    const Workshop workshop(request.isDryRun ? host::FileSystem::temp_directory_name() : toPath(parent), observer);
-    const std::size_t pathCount = workshop.copy(content, *plan.after, "new");
+    Workshop workshop(request.isDryRun ? host::FileSystem::temp_directory_name() : toPath(parent), observer);
+    const std::size_t pathCount = workshop.copy(content, *plan.after, "new", request.options);
     if (own.all.empty()) {
         // What the same kind of store does not make for the same content is not its own.
         workshop.copy(content, *plan.before, "pure");
@@ -271,11 +304,14 @@ Converted convertFolder(const host::Path& root, const Plan& plan, const Conversi
     if (!request.isDryRun)
         lock.emplace(toPath(plan.oldFolder));
     requireEqual(content, toPath(workshop.projectFolder("new")), plan.after, observer);
+    if (!remote.isUnchanged())
+        refuse(root, "another program has changed the metadata meanwhile");
+    remote.take(source);
     source.reset();
     if (const auto file = before.findDifference(plan.oldFolder))
         refuse(root, "another program has changed " + quoted(toPath(plan.oldFolder / *file)) + " meanwhile");
     if (request.isDryRun)
-        return {pathCount, std::move(before)};
+        return {pathCount, std::move(before), {}};
 
     {
         const auto progress = observer.start("Flushing");
@@ -284,18 +320,24 @@ Converted convertFolder(const host::Path& root, const Plan& plan, const Conversi
     host::Interruption::throwIfRequested();
     host::Interruption::ignore();
     swapFolders(plan, workshop.metadataFolder("new"));
+    workshop.giveAway();
     flush(plan.newFolder);
-    return {pathCount, std::move(before)};
+    return {pathCount, std::move(before), std::move(remote)};
 }
 
 /// Unless it holds what the new metadata lacks: there are programs that heed no lock, and a database has its own.
-void removeOldFolder(const host::Path& root, const Plan& plan, const ConversionRequest& request,
-                     const FolderVersion& before, Observer& observer) {
+void removeOldFolder(const host::Path& root, const Plan& plan, const ConversionRequest& request, Converted& converted,
+                     Observer& observer) {
     const auto progress = observer.start("Removing");
     const std::string outcome = "The metadata of " + quoted(root) + " is converted, but the old folder ";
-    requireUnchanged(before, plan.asideFolder, outcome + "is kept as " + quoted(toPath(plan.asideFolder)));
+    const std::string isKept = outcome + "is kept as " + quoted(toPath(plan.asideFolder));
+    requireUnchanged(converted.before, plan.asideFolder, isKept);
     if (request.keep)
         return;
+    if (!converted.remote.remove()) {
+        throw OperationError(ErrorKind::foundProblems,
+                             isKept + ": another program has changed the metadata that it leads to meanwhile");
+    }
     try {
         pm::deleteFiles({toPath(plan.asideFolder)});
     } catch (...) {
@@ -319,7 +361,7 @@ Conversion convertProject(const host::Path& root, const ConversionRequest& reque
             OperationError(ErrorKind::failure, "The metadata of " + quoted(root) + " cannot be converted"));
     }
     if (!request.isDryRun)
-        removeOldFolder(root, plan, request, converted->before, observer);
+        removeOldFolder(root, plan, request, *converted, observer);
     return {plan.before->getName(), plan.after->getName(), converted->pathCount, toPath(plan.newFolder),
             toPath(plan.asideFolder)};
 }

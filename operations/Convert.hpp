@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/Path.hpp"
 #include "operations/Errors.hpp"
@@ -15,6 +16,7 @@ namespace operations {
 struct ConversionRequest {
     std::string store;                  ///< the name of the kind of store
     std::optional<std::string> folder;  ///< of the metadata, relative to the root folder; without, it stays
+    std::vector<std::string> options;   ///< for that store, as `setOptions` takes them
     bool keep = false;                  ///< keep the old folder
     bool isDryRun = false;              ///< do everything elsewhere, and leave the project as it is
 };

@@ -8,6 +8,7 @@
 #include "operations/Project.hpp"
 #include "operations/SettingsOverride.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataOptions.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 
 namespace operations {
@@ -37,6 +38,26 @@ std::shared_ptr<pm::MetadataManagerFactory> chooseStore(const std::optional<std:
     if (name)
         throw OperationError(ErrorKind::usage, "There is no store \"" + *name + "\"; there are: " + listStoreNames());
     throw OperationError(ErrorKind::failure, "There is no default store; there are: " + listStoreNames());
+}
+
+void setOptions(pm::MetadataManager& store, const std::vector<std::string>& options) {
+    auto* const taker = dynamic_cast<pm::MetadataOptions*>(&store);
+    const auto known = taker ? taker->getOptions() : std::vector<pm::MetadataOption>();
+    for (const std::string& option : options) {
+        const std::size_t end = option.find('=');
+        const std::u16string name = host::fromUtf8(option.substr(0, end));
+        const bool isKnown =
+            std::any_of(known.begin(), known.end(), [&](const pm::MetadataOption& each) { return each.name == name; });
+        if (isKnown && end != option.npos) {
+            taker->setOption(name, host::fromUtf8(option.substr(end + 1)));
+            continue;
+        }
+        std::string choices;
+        for (const pm::MetadataOption& each : known)
+            choices += (choices.empty() ? "; it takes " : ", ") + host::toUtf8(each.name) + "=... (" +
+                       host::toUtf8(each.description) + ')';
+        throw OperationError(ErrorKind::usage, "The store takes no option \"" + option + '"' + choices);
+    }
 }
 
 void chooseFolder(const std::optional<std::string>& name) {

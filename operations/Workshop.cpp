@@ -6,9 +6,11 @@
 #include <system_error>
 
 #include "host/FileSystem.hpp"
+#include "operations/NewMetadata.hpp"
 #include "operations/Progress.hpp"
 #include "operations/SettingsOverride.hpp"
 #include "operations/StoreChange.hpp"
+#include "project/metadata/MetadataOptions.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
@@ -52,10 +54,25 @@ fs::path Workshop::metadataFolder(const std::string& name) const {
     return projectFolder(name) / host::Path(pm::getSelectableRoots().front()).accessName();
 }
 
-std::size_t Workshop::copy(const PathTree& content, pm::MetadataManagerFactory& factory,
-                           const std::string& name) const {
+Workshop::~Workshop() {
+    for (const auto& store : remote_) {
+        try {
+            auto& content = dynamic_cast<pm::RemoteContent&>(*store);
+            content.removeContent(content.getContentVersion());
+        } catch (const std::exception&) {
+            // It stays there, and belongs to nobody.
+        }
+    }
+}
+
+std::size_t Workshop::copy(const PathTree& content, pm::MetadataManagerFactory& factory, const std::string& name,
+                           const std::vector<std::string>& options) {
     fs::create_directory(projectFolder(name));
-    const auto store = factory.createManager(toPath(projectFolder(name)));
+    auto made = factory.createManager(toPath(projectFolder(name)));
+    pm::MetadataManager* const store = made.get();
+    setOptions(*store, options);
+    if (dynamic_cast<pm::RemoteContent*>(store))
+        remote_.push_back(std::move(made));
     const auto progress = observer_.start("Copying");
     StoreChange change = findChange({}, content);
     if (!change.paths)

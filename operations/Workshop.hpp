@@ -32,10 +32,19 @@ public:
     /// The metadata folder of the project `name`.
     std::filesystem::path metadataFolder(const std::string& name) const;
 
+    ~Workshop();
+
+    Workshop(const Workshop&) = delete;
+    Workshop& operator=(const Workshop&) = delete;
+
     /// Makes the project `name` with all that `content` holds. @return how many paths that is, the root not counted
-    /// @throws whatever the store throws; host::InterruptedException
+    /// @param options for the store, as `setOptions` takes them
+    /// @throws whatever the store throws; host::InterruptedException; as `setOptions`
     std::size_t copy(const PathTree& content, project::metadata::MetadataManagerFactory& factory,
-                     const std::string& name) const;
+                     const std::string& name, const std::vector<std::string>& options = {});
+
+    /// From now on the projects made here are somebody's: what they have elsewhere does not go with the folder.
+    void giveAway() noexcept { remote_.clear(); }
 
     /// What killed processes have left where the metadata of the project with the root folder `root` is or could be:
     /// folders of that name, with nothing in them but such projects, that are not in use.
@@ -46,6 +55,7 @@ public:
 
 private:
     Observer& observer_;
+    std::vector<std::unique_ptr<project::metadata::MetadataManager>> remote_;  // of projects with content elsewhere
     host::TempDirGuard guard_;
     store_support::FolderLock lock_;
 };

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
@@ -26,6 +27,7 @@ struct Arguments {
     std::string root = ".";
     std::optional<std::string> store;
     std::optional<std::string> folder;
+    std::vector<std::string> options;
     std::shared_ptr<const bool> dryRun;
 };
 
@@ -53,6 +55,7 @@ Status init(const Arguments& arguments) {
     const auto factory = operations::chooseStore(arguments.store);
     // A store writes nothing before its first change, which makes the folders that are missing.
     const auto store = factory->createManager(root);
+    operations::setOptions(*store, arguments.options);
     if (!*arguments.dryRun) {
         store->setPaths({pm::MetadataPath()});
         host::Interruption::ignore();
@@ -68,6 +71,8 @@ Command::Action configure(CLI::App& app) {
                 "The project's root folder, made if it is not there; without, the current folder");
     addOption(app, "--store", arguments->store, "The kind of store; \"project-metadata stores\" lists them", "NAME");
     addOption(app, "--folder", arguments->folder, "The name of the metadata folder, relative to ROOT", "NAME");
+    addOption(app, "--option", arguments->options, "What the store has to know, such as where its server is",
+              "NAME=VALUE");
     arguments->dryRun = addDryRun(app);
     return [arguments] { return init(*arguments); };
 }

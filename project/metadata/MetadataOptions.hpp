@@ -45,7 +45,8 @@ public:
     virtual std::int64_t getContentVersion() const = 0;
 
     /// Removes all content, so that nothing is left but the files in the metadata folder; for tools that have moved it
-    /// elsewhere, or have made it in vain. The store is of no use then.
+    /// elsewhere, or have made it in vain. It is the content that the store was asked about last, whatever has become
+    /// of the metadata folder since. The store is of no use then.
     /// @return false if the content has changed since it had the version `version`: then it is kept
     /// @throws project::metadata::MetadataWriteFailure, MetadataReadFailure
     virtual bool removeContent(std::int64_t version) = 0;

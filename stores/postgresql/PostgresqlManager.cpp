@@ -49,7 +49,7 @@ void PostgresqlManager::removePath(const MetadataPath& path) {
 }
 
 std::unique_ptr<MetadataNode> PostgresqlManager::getNode(const MetadataPath& path) const {
-    const auto row = findRow(path);
+    const Row* const row = findRow(path);
     if (!row || !row->node)
         return nullptr;
     auto node = decodeNode(*row->node);
@@ -75,37 +75,29 @@ void PostgresqlManager::removePaths(const std::vector<MetadataPath>& paths) {
 }
 
 bool PostgresqlManager::hasNode(const MetadataPath& path) const {
-    const auto row = findRow(path);
+    const Row* const row = findRow(path);
     return row && row->hasNode;
 }
 
 std::vector<MetadataPath> PostgresqlManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
-    Question question;
-    const PathId id = getId(path);
-    question.childrenOf = {id};
-    const auto answer = project_.ask(question);
     // What lies deeper is damage; it would make longer and longer paths.
-    if (!answer || path.getPath().size() >= maximumSteps)
+    if (path.getPath().size() >= maximumSteps)
         return children;
-    for (const Row& row : answer->childrenOf.at(id)) {
-        if (!row.isSound())
-            continue;  // damage, which findDamage tells
+    for (const Row* row : project_.readChildren(getId(path))) {
         // Of a branch there is no more to know than that it exists.
-        if (!row.hasNode)
-            project_.addSeen(row.id, row.changed);
+        if (!row->hasNode)
+            project_.addSeen(row->id, row->changed);
         std::vector<PathElement> elements = path.getPath();
-        elements.push_back(*row.element);
+        elements.push_back(*row->element);
         children.emplace_back(std::move(elements));
     }
     return children;
 }
 
 bool PostgresqlManager::hasPath(const MetadataPath& path) const {
-    Question question;
-    question.rows = {getId(path)};
-    const auto answer = project_.ask(question);
-    return path.getPath().empty() || (answer && !answer->rows.empty());
+    const bool exists = project_.readRow(getId(path)) != nullptr;
+    return exists || path.getPath().empty();
 }
 
 void PostgresqlManager::setPaths(const std::vector<MetadataPath>& paths) {
@@ -148,20 +140,13 @@ bool PostgresqlManager::removeContent(std::int64_t version) {
     return project_.remove(version);
 }
 
-std::optional<Row> PostgresqlManager::findRow(const MetadataPath& path) const {
-    Question question;
-    const PathId id = getId(path);
-    question.rows = {id};
-    const auto answer = project_.ask(question);
-    if (!answer)
-        return std::nullopt;
-    const auto row = answer->rows.find(id);
-    if (row == answer->rows.end())
-        return std::nullopt;
-    if (!row->second.isSound())
+const Row* PostgresqlManager::findRow(const MetadataPath& path) const {
+    const Row* const row = project_.readRow(getId(path));
+    if (row && !row->isSound())
         project_.raiseDamage(u"the row of the path \"" + path.string() + u"\" says that it is another one");
-    project_.addSeen(id, row->second.changed);
-    return row->second;
+    if (row)
+        project_.addSeen(row->id, row->changed);
+    return row;
 }
 
 }  // namespace stores::postgresql

@@ -56,8 +56,8 @@ public:
     bool removeContent(std::int64_t version) override;
 
 private:
-    /// The row of `path`; no value if it does not exist.
-    std::optional<Row> findRow(const project::metadata::MetadataPath& path) const;
+    /// The row of `path`, of which the store's user knows then; null if it does not exist.
+    const Row* findRow(const project::metadata::MetadataPath& path) const;
 
     mutable ServerProject project_;
 };

@@ -237,6 +237,10 @@ void makeTables(Calls& calls) {
 void ask(Calls& calls, const uuid& project, const Question& question, Asking asking) {
     const auto about = [&](const std::vector<PathId>& ids) { return Arguments().add(project).add(ids); };
     const bool isInTurn = asking == Asking::inTurn;
+    if (!isInTurn && question.isEmpty()) {
+        calls.push_back({selectBatch, Arguments().add(project)});
+        return;
+    }
     calls.push_back({isInTurn ? begin : beginReading});
     calls.push_back({isInTurn ? lockBatch : selectBatch, Arguments().add(project)});
     if (!question.rows.empty())
@@ -253,8 +257,9 @@ void ask(Calls& calls, const uuid& project, const Question& question, Asking ask
         calls.push_back({commit});
 }
 
-std::optional<Answer> takeAnswer(const Question& question, const Result* results) {
-    ++results;  // of the beginning
+std::optional<Answer> takeAnswer(const Question& question, const Result* results, Asking asking) {
+    if (asking == Asking::inTurn || !question.isEmpty())
+        ++results;  // of the beginning
     Answer answer;
     if (results->size() == 0)
         return std::nullopt;

@@ -45,6 +45,11 @@ struct Question {
     std::vector<PathId> below;        ///< the rows of all that is below these paths
     /// All rows, without the step and the node of those paths.
     std::optional<std::vector<PathId>> allBut;
+
+    /// Whether only the number of the last batch is asked for.
+    bool isEmpty() const {
+        return rows.empty() && childrenOf.empty() && positionsIn.empty() && below.empty() && !allBut;
+    }
 };
 
 /// What there was at one moment.
@@ -96,7 +101,7 @@ enum class Asking {
 void ask(Calls& calls, const uuid& project, const Question& question, Asking asking);
 
 /// The answer, of which the results begin at `results`. No value if there is no such project.
-std::optional<Answer> takeAnswer(const Question& question, const Result* results);
+std::optional<Answer> takeAnswer(const Question& question, const Result* results, Asking asking);
 
 /// Appends what carries out `changes` as the batch after the batch `last`, and ends the transaction. It fails if `last`
 /// is not the last one. `token`, which nobody else has, tells the batch from all others.

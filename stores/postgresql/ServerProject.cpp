@@ -8,6 +8,10 @@
 // condition that nobody has made a batch since. Where somebody has, the store gets in line: it locks the project's row,
 // asks again, works the change out anew, and writes, with two round trips.
 //
+// What is read comes with more, which is kept (ReadAhead.hpp) and is good as long as nobody has made a batch since.
+// Whether somebody has is asked each time, unless it was found out just now: within the time that the fastest such
+// question has taken, by when nobody far away can have told of a change. Changes of this process are known at once.
+//
 // What passes is tried again until the limit is reached: the server restarts, or asks for it, as distributed ones do.
 // If the connection breaks while a change is being written, it may have been made or not. The next connection gets in
 // line behind what is left of it, and looks for the token of the batch. Where it is not there, it never will be: what
@@ -19,6 +23,7 @@
 #include <boost/uuid/uuid_io.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <thread>
 #include <utility>
 
@@ -48,6 +53,9 @@ constexpr const char* undefinedTable = "42P01";
 constexpr const char* lockNotAvailable = "55P03";
 constexpr const char* uniqueViolation = "23505";
 constexpr const char* cannotConnectNow = "57P03";
+
+/// How many batches this process has written, so that its stores see each other's at once.
+std::atomic<std::int64_t> changesHere = 0;
 
 /// Unwinds the making of a project that somebody else has made meanwhile.
 struct ProjectAppeared {};
@@ -111,6 +119,7 @@ bool ServerProject::find() {
     if (!address_ || !(*address == *address_)) {
         // Another project: nothing of it is known.
         seen_ = SeenChanges();
+        ahead_.clear();
         address_ = std::move(address);
     }
     version_ = version;
@@ -161,9 +170,14 @@ std::optional<Answer> ServerProject::ask(const Question& question) {
         try {
             Calls calls;
             postgresql::ask(calls, address_->project, question, Asking::atOneMoment);
-            const auto results = useProject(end).run(calls, Patience::interruptible);
-            if (auto answer = takeAnswer(question, results.data()))
+            Connection& connection = useProject(end);
+            const auto begin = Clock::now();
+            changesKnown_ = changesHere;
+            const auto results = connection.run(calls, Patience::interruptible);
+            if (auto answer = takeAnswer(question, results.data(), Asking::atOneMoment)) {
+                noteLook(begin, answer->batch);
                 return answer;
+            }
             throw ServerError("there is no such project, or no more", "", false);
         } catch (const ServerError& error) {
             const bool mayPass = error.isPassing() && (wasThere || error.state() == cannotConnectNow);
@@ -172,6 +186,42 @@ std::optional<Answer> ServerProject::ask(const Question& question) {
         }
         pause(attempt);
     }
+}
+
+void ServerProject::noteLook(Clock::time_point begin, std::int64_t batch) {
+    const auto now = Clock::now();
+    lastBatch_ = batch;
+    fastestLook_ = std::min(fastestLook_, now - begin);
+    isFreshUntil_ = now + fastestLook_;
+}
+
+bool ServerProject::isUpToDate() {
+    if (changesKnown_ != changesHere || Clock::now() >= isFreshUntil_)
+        ask({});
+    return lastBatch_ == ahead_.getBatch();
+}
+
+const Row* ServerProject::readRow(const PathId& id) {
+    if (!find())
+        return nullptr;
+    if (!ahead_.isKnown(id) || !isUpToDate()) {
+        Question question;
+        question.rows = {id};
+        ahead_.add(question, *ask(question));
+    }
+    return ahead_.find(id);
+}
+
+std::vector<const Row*> ServerProject::readChildren(const PathId& parent) {
+    if (!find())
+        return {};
+    auto children = ahead_.findChildren(parent);
+    if (!children || !isUpToDate()) {
+        const Question question = ahead_.getQuestion(parent);
+        ahead_.add(question, *ask(question));
+        children = ahead_.findChildren(parent);
+    }
+    return *children;
 }
 
 void ServerProject::change(const PathEdit& edit) {
@@ -199,6 +249,7 @@ void ServerProject::write(const PathEdit& edit, const RowChanges& changes, std::
     try {
         if (const auto batch = write(edit, changes, last, makeRandom()))
             seen_.addOwn(*batch);
+        ++changesHere;
     } catch (const ServerError& error) {
         raise<MetadataWriteFailure>(coreFile_.text(), describe(*address_, error));
     }
@@ -228,7 +279,7 @@ std::optional<std::int64_t> ServerProject::write(const PathEdit& edit, const Row
             Connection& connection = useProject(end);
             const auto results = connection.run(calls, isInDoubt ? Patience::untilAnswered : Patience::interruptible);
             const OpenTransaction transaction(connection);
-            const auto answer = takeAnswer(question, results.data());
+            const auto answer = takeAnswer(question, results.data(), Asking::inTurn);
             if (!answer)
                 throw ServerError("there is no such project any more", "", false);
             if (results.back().size() > 0)
@@ -294,6 +345,8 @@ bool ServerProject::create(const PathEdit& edit) {
     address_ = address;
     version_.reset();
     seen_ = SeenChanges(1);
+    ahead_.clear();
+    ++changesHere;
     return true;
 }
 
@@ -311,7 +364,7 @@ void ServerProject::createOnServer(const Address& address, const RowChanges& cha
             }
             if (attempt > 0) {
                 postgresql::ask(calls, address.project, {}, Asking::atOneMoment);
-                if (takeAnswer({}, connection.run(calls, Patience::untilAnswered).data()))
+                if (takeAnswer({}, connection.run(calls, Patience::untilAnswered).data(), Asking::atOneMoment))
                     return;
                 calls.clear();
             }
@@ -337,8 +390,8 @@ bool ServerProject::removeFromServer(const Address& address, std::int64_t last) 
 }
 
 bool ServerProject::remove(std::int64_t last) {
-    if (!find())
-        return false;
+    if (!address_)
+        return true;
     try {
         return removeFromServer(*address_, last);
     } catch (const ServerError& error) {

@@ -16,6 +16,7 @@
 #include "stores/postgresql/Connection.hpp"
 #include "stores/postgresql/PathEdit.hpp"
 #include "stores/postgresql/ProjectTable.hpp"
+#include "stores/postgresql/ReadAhead.hpp"
 
 namespace stores::postgresql {
 
@@ -37,6 +38,14 @@ public:
     /// @throws project::metadata::MetadataReadFailure as the constructor; host::InterruptedException
     std::optional<Answer> ask(const Question& question);
 
+    /// The row `id`, null if there is none. It stays until the next question.
+    /// @throws as `ask`
+    const Row* readRow(const PathId& id);
+
+    /// The rows of the children of a path, in their order; without those that are damaged. They stay until the next
+    /// question. @throws as `ask`
+    std::vector<const Row*> readChildren(const PathId& parent);
+
     /// The store's user knows the row `id` as the batch `changed` left it.
     void addSeen(const PathId& id, std::int64_t changed) { seen_.addRow(id, changed); }
 
@@ -45,7 +54,8 @@ public:
     ///         `PathEdit` and `ask`
     void change(const PathEdit& edit);
 
-    /// Removes the project from the server, unless there are batches after `last`. The core file stays.
+    /// Removes the project that was used last from the server, unless there are batches after `last`. What has become
+    /// of its core file meanwhile does not matter.
     /// @return whether it is gone
     /// @throws project::metadata::MetadataWriteFailure; as `ask`
     bool remove(std::int64_t last);
@@ -64,6 +74,11 @@ private:
 
     /// Looks at the core file again, if it has changed. @return whether there is a project
     bool find();
+
+    void noteLook(Clock::time_point begin, std::int64_t batch);
+
+    /// Whether what was read ahead is what the server has.
+    bool isUpToDate();
 
     void connect(const Server& server, Clock::time_point end);
 
@@ -102,6 +117,11 @@ private:
     std::optional<Connection> connection_;
     bool hasTables_ = false;  // whether there are tables where the connection leads
     SeenChanges seen_;
+    ReadAhead ahead_;
+    Clock::duration fastestLook_ = std::chrono::milliseconds(50);
+    std::int64_t lastBatch_ = 0;      // when the server was asked last
+    Clock::time_point isFreshUntil_;  // that number
+    std::int64_t changesKnown_ = 0;   // of this process, at the last question
 };
 
 }  // namespace stores::postgresql

@@ -67,7 +67,8 @@ TEST_F(CommandLineTest, storesNamesTheDefault) {
     EXPECT_EQ(stores.status, 0);
     EXPECT_THAT(
         stores.out,
-        MatchesRegex("fixedPath \\(default\\)  [^\n]+\nmonolithic           [^\n]+\n(sqlite               [^\n]+\n)?"));
+        MatchesRegex("fixedPath \\(default\\)  [^\n]+\nmonolithic           [^\n]+\n(postgresql           [^\n]+\n)?"
+                     "(sqlite               [^\n]+\n)?"));
 
     Surroundings surroundings;
     surroundings.variables["PROJECT_METADATA_SETTINGS"] = folder / "settings.ini";

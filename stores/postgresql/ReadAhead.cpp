@@ -1,0 +1,114 @@
+#include "stores/postgresql/ReadAhead.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace stores::postgresql {
+
+namespace {
+
+/// How much is kept, in bytes, and how many lists come at once at most.
+constexpr std::size_t largestSize = std::size_t{64} << 20;
+constexpr std::size_t mostAhead = 1024;
+
+/// After an answer of more bytes than this, less is asked for at once.
+constexpr std::size_t largestLot = std::size_t{4} << 20;
+
+/// About what a row takes, with its places in tables and lists.
+std::size_t estimate(const Row& row) {
+    constexpr std::size_t overhead = 400;
+    return overhead + (row.node ? row.node->size() : 0);
+}
+
+}  // namespace
+
+const Row* ReadAhead::find(const PathId& id) const {
+    const auto row = rows_.find(id);
+    return row != rows_.end() && row->second ? &*row->second : nullptr;
+}
+
+std::optional<std::vector<const Row*>> ReadAhead::findChildren(const PathId& parent) {
+    const auto list = lists_.find(parent);
+    if (list == lists_.end())
+        return std::nullopt;
+    std::vector<const Row*> children;
+    for (const PathId& id : list->second) {
+        const Row* const row = find(id);
+        if (!row)
+            return std::nullopt;  // it has been forgotten
+        children.push_back(row);
+    }
+    ++used_;
+    return children;
+}
+
+Question ReadAhead::getQuestion(const PathId& parent) {
+    const bool isLarge = !lots_.empty() && lots_.back().bytes > largestLot;
+    const bool isWorthIt = used_ >= ahead_ / 2 && !isLarge;
+    ahead_ = isWorthIt ? std::min(2 * ahead_, mostAhead) : std::max(ahead_ / 2, std::size_t{1});
+    used_ = 0;
+    Question question;
+    question.childrenOf = {parent};
+    const auto place = places_.find(parent);
+    std::size_t at = place == places_.end() ? listed_.size() : place->second + 1;
+    for (; at < listed_.size() && question.childrenOf.size() < ahead_; ++at) {
+        if (lists_.count(listed_[at]) == 0)
+            question.childrenOf.push_back(listed_[at]);
+    }
+    return question;
+}
+
+void ReadAhead::add(const Question& question, Answer answer) {
+    if (answer.batch != batch_) {
+        clear();
+        batch_ = answer.batch;
+    }
+    Lot& lot = lots_.emplace_back();
+    const auto keep = [&](Row row) {
+        lot.bytes += estimate(row);
+        lot.rows.push_back(row.id);
+        const PathId id = row.id;
+        rows_.insert_or_assign(id, std::move(row));
+    };
+    for (const PathId& id : question.rows) {
+        const auto row = answer.rows.find(id);
+        if (row != answer.rows.end()) {
+            keep(std::move(row->second));
+        } else {
+            rows_.insert_or_assign(id, std::nullopt);
+            lot.rows.push_back(id);
+            lot.bytes += estimate({});
+        }
+    }
+    for (const PathId& parent : question.childrenOf) {
+        std::vector<PathId> list;
+        for (Row& row : answer.childrenOf[parent]) {
+            if (!row.isSound())
+                continue;  // damage, which findDamage tells
+            list.push_back(row.id);
+            if (places_.emplace(row.id, listed_.size()).second)
+                listed_.push_back(row.id);
+            keep(std::move(row));
+        }
+        lot.lists.push_back(parent);
+        lists_.insert_or_assign(parent, std::move(list));
+    }
+    bytes_ += lot.bytes;
+    while (bytes_ > largestSize && lots_.size() > 1)
+        forgetOldest();
+}
+
+void ReadAhead::forgetOldest() {
+    for (const PathId& id : lots_.front().rows)
+        rows_.erase(id);
+    for (const PathId& id : lots_.front().lists)
+        lists_.erase(id);
+    bytes_ -= lots_.front().bytes;
+    lots_.pop_front();
+}
+
+void ReadAhead::clear() {
+    *this = ReadAhead();
+}
+
+}  // namespace stores::postgresql

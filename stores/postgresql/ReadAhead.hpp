@@ -1,0 +1,61 @@
+/// What a store has read of a project ahead of being asked, so that reading everything takes few round trips.
+///
+/// One thread at a time may use an object.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include "stores/postgresql/ProjectTable.hpp"
+
+namespace stores::postgresql {
+
+/// Rows and lists of children as one batch left them. Whoever asks for the children of a path is likely to ask for
+/// their nodes next, and for the children of the path after it. So a list comes with the nodes, and with the lists of
+/// paths that were listed after that one: twice as many each time as the time before, as long as they are asked for
+/// then, and fewer otherwise. Of what was read longest ago, as much is forgotten as exceeds a limit.
+class ReadAhead {
+public:
+    /// The batch of which everything is.
+    std::int64_t getBatch() const noexcept { return batch_; }
+
+    /// Null if the row is not there, or is known to be none: then `isKnown` tells.
+    const Row* find(const PathId& id) const;
+    bool isKnown(const PathId& id) const { return rows_.count(id) > 0; }
+
+    /// The children of `parent`; no value if the list is not there. The rows stay until something is added.
+    std::optional<std::vector<const Row*>> findChildren(const PathId& parent);
+
+    /// What to ask for where the children of `parent` are wanted.
+    Question getQuestion(const PathId& parent);
+
+    /// Keeps the answer to that, or to a question for single rows.
+    void add(const Question& question, Answer answer);
+
+    /// Forgets everything.
+    void clear();
+
+private:
+    struct Lot {
+        std::vector<PathId> rows;
+        std::vector<PathId> lists;
+        std::size_t bytes = 0;
+    };
+
+    void forgetOldest();
+
+    std::int64_t batch_ = 0;
+    std::unordered_map<PathId, std::optional<Row>> rows_;  // no value for what does not exist
+    std::unordered_map<PathId, std::vector<PathId>> lists_;
+    std::deque<Lot> lots_;  // what was added, the oldest first
+    std::size_t bytes_ = 0;
+    std::vector<PathId> listed_;                      // all paths that a list has had, in their order
+    std::unordered_map<PathId, std::size_t> places_;  // in `listed_`
+    std::size_t ahead_ = 1;                           // how many lists came with the last question
+    std::size_t used_ = 0;                            // how many were asked for since, and were there
+};
+
+}  // namespace stores::postgresql
