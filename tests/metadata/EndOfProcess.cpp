@@ -16,6 +16,7 @@
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
+#include "project/metadata/MetadataOptions.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
@@ -62,6 +63,8 @@ std::string use() {
     for (const auto& factory : getRegisteredFactories()) {
         const host::Path root = folder / host::Path(factory->getName());
         host::FileSystem::create_directories(root);
+        if (dynamic_cast<const MetadataOptions*>(factory->createManager(root).get()))
+            continue;  // which asks for a server
         factory->createManager(root)->setNode(path(u"x"), node);
         const auto store = getMetadataManagerFor(root);
         store->setPaths({path(u"y"), path(u"x")});

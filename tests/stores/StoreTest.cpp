@@ -98,7 +98,7 @@ TEST_P(StoreTest, CopiesIntoOtherStoresAreEqualInContentAndOrder) {
     store_->setNodes(nodes);
     store_->setPaths(paths);
     const Content expected = read(*openStore(GetParam(), folder_.path()));
-    for (const std::u16string& other : builtStores()) {
+    for (const std::u16string& other : fileStores()) {
         const TempFolder copyFolder;
         project::metadata::copyMetadata(*store_, *openStore(other, copyFolder.path()));
         EXPECT_EQ(read(*openStore(other, copyFolder.path())), expected);
