@@ -48,8 +48,9 @@ if(TARGET project_metadata_embedded_services)
 endif()
 
 # The guides and the programs that they show, laid out as here, so that what headers and guides refer to is there.
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+    PATTERN Doxyfile EXCLUDE PATTERN picture.py EXCLUDE)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development PATTERN pump-controller EXCLUDE)
 
 if(PROJECT_IS_TOP_LEVEL)

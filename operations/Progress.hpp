@@ -34,7 +34,9 @@ public:
 
     /// @param work what begins, such as "Copying"; the paths in it are bytes as the disk has them
     /// @return never null
-    virtual std::unique_ptr<Progress> start(const std::string& /*work*/) { return std::make_unique<Progress>(); }
+    virtual std::unique_ptr<Progress> start([[maybe_unused]] const std::string& work) {
+        return std::make_unique<Progress>();
+    }
 
     /// Told before a scratch folder is used: what is logged about files in it concerns nobody.
     virtual void useScratchFolder(const host::Path& /*folder*/) {}

@@ -1,10 +1,16 @@
 # cmake -D TOP=<source folder> -P CheckReadme.cmake
 #
-# Fails when the program that README.md shows is not the one in examples/minimal, which is built and run.
+# Fails when a program that a guide shows is not the one in examples/, which is built and run.
 
-file(READ ${TOP}/README.md readme)
-file(READ ${TOP}/examples/minimal/main.cpp program)
-string(FIND "${readme}" "```cpp\n${program}```" found)
-if(found EQUAL -1)
-    message(FATAL_ERROR "README.md does not show examples/minimal/main.cpp as it is")
-endif()
+function(check_shown guide language file)
+    file(READ ${TOP}/${guide} text)
+    file(READ ${TOP}/examples/${file} program)
+    string(FIND "${text}" "```${language}\n${program}```" found)
+    if(found EQUAL -1)
+        message(SEND_ERROR "${guide} does not show examples/${file} as it is")
+    endif()
+endfunction()
+
+check_shown(README.md cpp minimal/main.cpp)
+check_shown(docs/getting-started.md cpp counter/main.cpp)
+check_shown(docs/getting-started.md cmake counter/CMakeLists.txt)

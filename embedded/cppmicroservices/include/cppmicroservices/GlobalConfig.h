@@ -8,7 +8,9 @@
 //   - listeners, hooks, trackers, events other than the one that WaitForStop returns, log sinks;
 //   - service factories and prototype scope; changing the properties of a registered service;
 //   - bundle resources, manifests, versions, headers, data files and start options;
-//   - framework launch properties, AnyMap, LDAPProp, comparison and text and JSON forms of Any;
+//   - framework launch properties, AnyMap, LDAPProp, comparison and text and JSON forms of Any, which holds what can be
+//     written to a stream, and containers of it, as there;
+//   - of a FrameworkEvent, all but its type, one of three, and its bundle: no message and no exception;
 //   - what the handles have for keeping them in containers or printing them: hashes, order, stream output;
 //   - more than one bundle in a shared object, bundles in executables and static libraries.
 // Different by design:
@@ -17,6 +19,11 @@
 //   - an exception of an activator reaches the caller of Start or Stop nested in the error that names the bundle;
 //   - starting or stopping a bundle from its own activator fails or does nothing, where the real one blocks;
 //   - what was registered through the framework's own context is unregistered when the framework stops;
+//   - a framework that is dropped without being stopped calls no Stop; its activators are destroyed, and see by then
+//     that their contexts, and all copies of those, are no longer valid;
+//   - "service.scope" is "singleton" unless a registration says otherwise, and nothing heeds it;
+//   - a filter (LDAPFilter.h) may be nested 200 deep, and compares texts, lists of texts, bools and numbers; a value of
+//     another type only counts as present;
 //   - references are always listed by ranking, without an interface id too.
 #pragma once
 
