@@ -33,6 +33,11 @@ void addOption(CLI::App& app, const char* names, std::vector<std::string>& value
     app.add_option(names, values, description)->type_name(type)->allow_extra_args(false);
 }
 
+void addPairOption(CLI::App& app, const char* names, std::vector<std::string>& values, const char* description,
+                   const char* types) {
+    app.add_option(names, values, description)->type_name(types)->expected(2);
+}
+
 void addArgument(CLI::App& app, const char* name, std::string& value, const char* description, Need need) {
     app.add_option(name, value, description)->required(need == Need::required);
 }

@@ -30,6 +30,10 @@ void addOption(CLI::App& app, const char* names, std::optional<std::string>& val
 void addOption(CLI::App& app, const char* names, std::vector<std::string>& values, const char* description,
                const char* type);
 
+/// As that, for an option with two values; `values` is empty if it is not given.
+void addPairOption(CLI::App& app, const char* names, std::vector<std::string>& values, const char* description,
+                   const char* types);
+
 /// Declares an argument that is no option, of a command that does not use `Positionals`.
 void addArgument(CLI::App& app, const char* name, std::string& value, const char* description,
                  Need need = Need::optional);

@@ -23,25 +23,6 @@ struct Positionals::Given {
     std::vector<std::string> list;
 };
 
-namespace {
-
-const Positional rootArgument{"ROOT", "The project's root folder; without, found from the current folder upwards",
-                              Positional::Kind::optional};
-
-/// Those that must be given, though the parser does not know: where ROOT is left out, it puts them elsewhere.
-std::set<const CLI::Option*>& neededArguments() {
-    static std::set<const CLI::Option*> arguments;
-    return arguments;
-}
-
-std::size_t countRequired(const std::vector<Positional>& arguments) {
-    return static_cast<std::size_t>(std::count_if(arguments.begin(), arguments.end(), [](const Positional& argument) {
-        return argument.kind != Positional::Kind::optional;
-    }));
-}
-
-/// The root folder of the project that the current folder lies in: the nearest one upwards that has metadata.
-/// @throws CommandError with `Status::notAProject` if there is none
 host::Path findRoot() {
     host::Path folder = host::FileUtils::makeAbsolute({});
     while (!project::metadata::ProjectMetadataLocation(folder).hasCoreFile()) {
@@ -54,6 +35,29 @@ host::Path findRoot() {
         folder = parent;
     }
     return folder;
+}
+
+namespace {
+
+const Positional rootArgument{"ROOT", "The project's root folder; without, found from the current folder upwards",
+                              Positional::Kind::optional};
+
+/// Those that must be given, though the parser does not know: where ROOT is left out, it puts them elsewhere.
+std::set<const CLI::Option*>& neededArguments() {
+    static std::set<const CLI::Option*> arguments;
+    return arguments;
+}
+
+/// The commands that heed --root.
+std::set<const CLI::App*>& projectCommands() {
+    static std::set<const CLI::App*> commands;
+    return commands;
+}
+
+std::size_t countRequired(const std::vector<Positional>& arguments) {
+    return static_cast<std::size_t>(std::count_if(arguments.begin(), arguments.end(), [](const Positional& argument) {
+        return argument.kind != Positional::Kind::optional;
+    }));
 }
 
 /// As `findRoot`, for a command line with `argument`, which could have been ROOT if it named a folder.
@@ -75,6 +79,7 @@ std::string formatUsage(const CLI::Option& option) {
 
 Positionals::Positionals(CLI::App& app, std::vector<Positional> arguments, RootPlace place)
     : arguments_(std::move(arguments)), place_(place), given_(std::make_shared<Given>()) {
+    projectCommands().insert(&app);
     std::vector<Positional> all = arguments_;
     all.insert(place == RootPlace::first ? all.begin() : all.end(), rootArgument);
     given_->places.resize(all.size());
@@ -130,6 +135,45 @@ Positionals::Values Positionals::get() const {
         values.root = findRoot();
     values.texts = std::move(given);
     return values;
+}
+
+Operands::Operands(CLI::App& app, std::vector<Positional> arguments, std::size_t rootPlace)
+    : arguments_(std::move(arguments)),
+      rootPlace_(rootPlace),
+      given_(std::make_shared<std::vector<std::optional<std::string>>>(arguments_.size())) {
+    projectCommands().insert(&app);
+    for (std::size_t i = 0; i < arguments_.size(); ++i) {
+        const CLI::Option* const option = app.add_option(arguments_[i].name, (*given_)[i], arguments_[i].description);
+        if (arguments_[i].kind != Positional::Kind::optional)
+            neededArguments().insert(option);
+    }
+}
+
+std::vector<std::optional<std::string>> Operands::get() const {
+    std::vector<std::optional<std::string>> values = *given_;
+    if (options().root) {
+        values.insert(values.begin() + static_cast<std::ptrdiff_t>(rootPlace_), options().root);
+        if (values.back())
+            throw CommandError(Status::usage, "There is one argument too many, since --root names " +
+                                                  std::string(arguments_[rootPlace_].name) + ": \"" + *values.back() +
+                                                  '"');
+        values.pop_back();
+    }
+    for (std::size_t i = 0; i < arguments_.size(); ++i) {
+        if (!values[i] && arguments_[i].kind == Positional::Kind::required)
+            throw CommandError(Status::usage,
+                               std::string(arguments_[i].name) + " is missing; see --help of the command");
+    }
+    return values;
+}
+
+void Operands::requireNone(const std::string& name) const {
+    if (const std::optional<std::string>& first = given_->front())
+        throw CommandError(Status::usage, name + " goes without other arguments, and \"" + *first + "\" is one");
+}
+
+bool heedsRoot(const CLI::App& app) {
+    return projectCommands().count(&app) == 1;
 }
 
 }  // namespace cli

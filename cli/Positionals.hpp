@@ -4,7 +4,9 @@
 /// Main thread only.
 #pragma once
 
+#include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,5 +57,32 @@ private:
     RootPlace place_;
     std::shared_ptr<Given> given_;
 };
+
+/// The arguments of a command that takes folders or files by name, one of which --root can name instead: those behind
+/// it then come one place earlier.
+class Operands {
+public:
+    /// @param rootPlace which argument --root stands for, counted from 0
+    Operands(CLI::App& app, std::vector<Positional> arguments, std::size_t rootPlace);
+
+    /// What was given for each argument, once the command line is parsed.
+    /// @throws CommandError for too few or too many arguments
+    std::vector<std::optional<std::string>> get() const;
+
+    /// @throws CommandError if there is any, which the option `name` excludes
+    void requireNone(const std::string& name) const;
+
+private:
+    std::vector<Positional> arguments_;
+    std::size_t rootPlace_;
+    std::shared_ptr<std::vector<std::optional<std::string>>> given_;
+};
+
+/// The root folder of the project that the current folder lies in: the nearest one upwards that has metadata.
+/// @throws CommandError with `Status::notAProject` if there is none
+host::Path findRoot();
+
+/// Whether the command `app` takes a project, and so heeds --root.
+bool heedsRoot(const CLI::App& app);
 
 }  // namespace cli

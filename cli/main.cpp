@@ -134,7 +134,12 @@ cli::Status run(int argc, const char* const* argv) {
         cli::reportError(explain(app, error) + "; see --help");
         return cli::Status::usage;
     }
-    return actions.at(app.get_subcommands().front())();
+    const CLI::App* const command = app.get_subcommands().front();
+    if (cli::options().root && !cli::heedsRoot(*command)) {
+        cli::reportError("\"" + command->get_name() + "\" takes no project, so --root says nothing to it; see --help");
+        return cli::Status::usage;
+    }
+    return actions.at(command)();
 }
 
 }  // namespace

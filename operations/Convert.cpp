@@ -21,6 +21,7 @@
 #include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FolderVersion.hpp"
 #include "operations/MetadataTree.hpp"
@@ -35,6 +36,7 @@
 #include "project/metadata/MetadataOptions.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/FolderLock.hpp"
 
 namespace operations {
@@ -140,13 +142,15 @@ void copyForeignFiles(const fs::path& folder, const OwnFiles& own, const fs::pat
         const fs::path name = entry.path().lexically_relative(folder);
         if (entry.is_directory() && !entry.is_symlink()) {
             if (fs::is_empty(entry.path()))
-                fs::create_directories(target / name);
+                store_support::makeFolderOfOwner(toPath(target / name));
             continue;
         }
         if (own.all.count(name) > 0 || own.transient.count(name) > 0)
             continue;
-        fs::create_directories((target / name).parent_path());
+        store_support::makeFolderOfOwner(toPath((target / name).parent_path()));
         fs::copy(entry.path(), target / name, fs::copy_options::copy_symlinks);
+        if (const auto status = store_support::findStatus(toPath(entry.path())))
+            store_support::giveToOwner(toPath(target / name), *status);
         if (entry.is_regular_file())
             fs::last_write_time(target / name, entry.last_write_time());
     }
@@ -289,8 +293,12 @@ Converted convertFolder(const host::Path& root, const Plan& plan, const Conversi
     RemoteSource remote(*source);
     const PathTree content = readPaths(*source, *observer.start("Reading"));
     const fs::path parent = plan.newFolder.parent_path();
-    if (!request.isDryRun)
-        fs::create_directories(parent);
+    if (request.isDryRun) {
+        requireFeasibleFile(toPath(plan.newFolder));
+        requireFeasibleFile(toPath(plan.asideFolder));
+    } else {
+        store_support::makeFolderOfOwner(toPath(parent));
+    }
     Workshop workshop(request.isDryRun ? host::FileSystem::temp_directory_name() : toPath(parent), observer);
     const std::size_t pathCount = workshop.copy(content, *plan.after, "new", request.options);
     if (own.all.empty()) {

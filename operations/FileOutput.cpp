@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "operations/Errors.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/FileReplacement.hpp"
 
 namespace operations {
@@ -31,6 +32,10 @@ void writeFile(const host::Path& file, Existing existing, const std::function<vo
 
 void replaceFile(const host::Path& file, std::string_view content) {
     store_support::replaceFile(file, content);
+}
+
+void giveToOwnerOfFolder(const host::Path& file) {
+    store_support::giveToOwnerOfFolder(file);
 }
 
 }  // namespace operations

@@ -27,4 +27,7 @@ void writeFile(const host::Path& file, Existing existing, const std::function<vo
 /// As that, for a file with the bytes `content`, in place of what is there.
 void replaceFile(const host::Path& file, std::string_view content);
 
+/// Gives the new file `file` to the owner of its folder, if this process is the superuser's.
+void giveToOwnerOfFolder(const host::Path& file);
+
 }  // namespace operations

@@ -7,6 +7,7 @@
 
 #include "host/FileSystem.hpp"
 #include "host/Text.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NewMetadata.hpp"
 #include "operations/Project.hpp"
@@ -85,7 +86,9 @@ StoreChange importFile(const host::Path& file, const host::Path& root, const Imp
     progress.reset();
     if (isNew && !change.paths)
         change.paths.emplace(1);  // also a file without content makes a project
-    if (!request.isDryRun) {
+    if (request.isDryRun) {
+        requireFeasible(*destination, root, change);
+    } else {
         progress = observer.start("Storing");
         applyChange(*destination, change);
     }

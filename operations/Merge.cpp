@@ -3,6 +3,7 @@
 #include <memory>
 #include <utility>
 
+#include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/MetadataTree.hpp"
 #include "operations/Project.hpp"
@@ -22,12 +23,13 @@ std::vector<Conflict> mergeMetadata(const MergeRequest& request, Observer& obser
     }
     const MetadataTree ours = project ? readTree(*project, request.ours, observer) : readTree(request.ours, observer);
     MergeResult result = mergeTrees(base, ours, theirs);
-    if (!request.isDryRun) {
-        const auto progress = observer.start("Storing");
-        if (project)
-            applyChange(*project, findChange(ours.root, result.tree.root));
-        else if (request.output || !diffTrees(ours, result.tree).empty())
-            writeTree(result.tree, request.output.value_or(request.ours));
+    const auto progress = observer.start("Storing");
+    if (project) {
+        const StoreChange change = findChange(ours.root, result.tree.root);
+        request.isDryRun ? requireFeasible(*project, request.ours, change) : applyChange(*project, change);
+    } else if (request.output || !diffTrees(ours, result.tree).empty()) {
+        const host::Path output = request.output.value_or(request.ours);
+        request.isDryRun ? requireFeasibleFile(output) : writeTree(result.tree, output);
     }
     return std::move(result.conflicts);
 }

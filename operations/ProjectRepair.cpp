@@ -20,6 +20,7 @@
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/BatchJournal.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/FolderLock.hpp"
 
 namespace operations {
@@ -109,8 +110,9 @@ private:
         const host::Path target = findShelter(coreFile);
         if (!isDryRun_) {
             const store_support::FolderLock lock(folder_);
-            pm::makeFolder(pm::getParentFolder(target));
+            store_support::makeFolderOfOwner(pm::getParentFolder(target));
             host::FileSystem::copy_file(coreFile, target, host::CopyOption::none);
+            store_support::giveToOwnerOfFolder(target);
             // The file is in the way of nobody, so it need not be there whole at any moment.
             pm::CoreMetadataHandler(folder_, (*factory)->getName(), u"Project").createCoreMetadata();
         }
@@ -124,7 +126,7 @@ private:
         for (const host::Path& file : files) {
             const host::Path target = findShelter(file);
             if (!isDryRun_) {
-                pm::makeFolder(pm::getParentFolder(target));
+                store_support::makeFolderOfOwner(pm::getParentFolder(target));
                 if (std::rename(file.accessName().c_str(), target.accessName().c_str()) != 0)
                     throw host::FileSystemException(file, std::error_code(errno, std::generic_category()));
             }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/Text.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FolderScan.hpp"
 #include "operations/Project.hpp"
@@ -83,7 +84,9 @@ ScanResult scanInto(const host::Path& root, const ScanRequest& request, Observer
     ScanResult result;
     result.change = findScanChange(*store, found.files, request.wish, record, *observer.start("Comparing"));
     result.problems = found.problems;
-    if (!request.isDryRun) {
+    if (request.isDryRun) {
+        requireFeasible(*store, root, result.change.change);
+    } else {
         const auto progress = observer.start("Storing");
         applyChange(*store, result.change.change);
         try {

@@ -1,8 +1,11 @@
 #include "operations/StoreChange.hpp"
 
+#include <algorithm>
 #include <map>
+#include <utility>
 
 #include "host/Interruption.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/EqualTrees.hpp"
 
 namespace operations {
@@ -91,6 +94,38 @@ void applyChange(pm::MetadataManager& store, const StoreChange& change, Interrup
             continue;
         store.removeNode(path);
         noteBatch();
+    }
+}
+
+namespace {
+
+bool isSame(const StoreChange& a, const StoreChange& b) {
+    return a.paths == b.paths &&
+           std::equal(a.nodes.begin(), a.nodes.end(), b.nodes.begin(), b.nodes.end(),
+                      [](const auto& mine, const auto& theirs) {
+                          return mine.first == theirs.first &&
+                                 store_support::equalTrees(mine.second.get(), theirs.second.get());
+                      });
+}
+
+}  // namespace
+
+StoreChange changeStore(pm::MetadataManager& store, const std::function<StoreChange()>& find) {
+    // Whoever is overtaken that often has no chance against the others.
+    constexpr int maximumAttempts = 1000;
+    StoreChange change = find();
+    bool isRepeated = false;
+    for (int attempt = 1;; ++attempt) {
+        try {
+            applyChange(store, change);
+            return change;
+        } catch (const pm::MetadataWriteFailure&) {
+            StoreChange next = find();
+            if (attempt == maximumAttempts || (isRepeated && isSame(change, next)))
+                throw;
+            isRepeated = isSame(change, next);
+            change = std::move(next);
+        }
     }
 }
 

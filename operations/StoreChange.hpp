@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -54,5 +55,12 @@ enum class Interruptible { untilFirstBatch, always };
 /// @throws whatever the store throws; host::InterruptedException, by default only while nothing has been changed
 void applyChange(project::metadata::MetadataManager& store, const StoreChange& change,
                  Interruptible interruptible = Interruptible::untilFirstBatch);
+
+/// Makes the change that `find` works out from what `store` holds. As long as that fails since somebody else has
+/// changed the same meanwhile, it is worked out anew: until `find` has the same answer for the second time.
+/// @param find must read what it is about from `store`
+/// @return the change that was made
+/// @throws as `applyChange` and `find`; after an error nothing has been changed if the change takes one batch
+StoreChange changeStore(project::metadata::MetadataManager& store, const std::function<StoreChange()>& find);
 
 }  // namespace operations

@@ -13,6 +13,7 @@
 #include "project/metadata/MetadataOptions.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "store_support/Disk.hpp"
 
 namespace operations {
 
@@ -42,6 +43,7 @@ bool holdsProjectsOnly(const fs::path& folder) {
 
 Workshop::Workshop(const host::Path& parent, Observer& observer)
     : observer_(observer), guard_(parent.text(), prefix, u""), lock_(host::Path(guard_.getDirectoryName())) {
+    store_support::giveToOwnerOfFolder(host::Path(guard_.getDirectoryName()));
     observer.useScratchFolder(host::Path(guard_.getDirectoryName()));
     overrideSetting("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
 }
@@ -68,6 +70,7 @@ Workshop::~Workshop() {
 std::size_t Workshop::copy(const PathTree& content, pm::MetadataManagerFactory& factory, const std::string& name,
                            const std::vector<std::string>& options) {
     fs::create_directory(projectFolder(name));
+    store_support::giveToOwnerOfFolder(toPath(projectFolder(name)));
     auto made = factory.createManager(toPath(projectFolder(name)));
     pm::MetadataManager* const store = made.get();
     setOptions(*store, options);

@@ -225,7 +225,7 @@ bool makeFolders(const Path& folder, const Journal& journal) {
         if (isFolder(place))
             continue;
         isAnyNew = true;
-        project::metadata::makeFolder(place);
+        makeFolderOfOwner(place);
     }
     return isAnyNew;
 }
@@ -309,7 +309,7 @@ Path getStagedFile(const Path& folder, std::size_t index) {
 }
 
 void carryOut(const Path& folder, const Journal& journal) {
-    project::metadata::makeFolder(getScratchFolder(folder) / u"old");
+    makeFolderOfOwner(getScratchFolder(folder) / u"old");
     flushFileSystem(folder);
     writeJournal(folder, journal);
     doAllOrNone(folder, journal);

@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "host/Text.hpp"
+#include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/StoreErrors.hpp"
 
@@ -74,6 +75,10 @@ void flush(const Path& path, int flags, const Flush& flushDescriptor) {
     const Descriptor descriptor(path.accessName(), O_RDONLY | flags);
     if (!descriptor.isOpen() || flushDescriptor(descriptor.number()) != 0)
         raiseSystemError(path, errno);
+}
+
+bool isSuperuser() {
+    return geteuid() == 0;
 }
 
 }  // namespace
@@ -155,6 +160,41 @@ void writeFlushed(const Path& file, std::string_view bytes) {
     }
     if (!isGood || fsync(descriptor.number()) != 0)
         raiseSystemError(file, errno);
+}
+
+void giveToOwner(const Path& made, const struct stat& model) noexcept {
+    if (!isSuperuser())
+        return;
+    const auto isSame = [&](const struct stat& status) {
+        return status.st_uid == model.st_uid && status.st_gid == model.st_gid;
+    };
+    const std::string name = made.accessName();
+    struct stat status {};
+    if (lstat(name.c_str(), &status) != 0 || isSame(status))
+        return;
+    // The owner of the folder may have put something else there: a link to what is not his is never given to him.
+    const Descriptor descriptor(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (!descriptor.isOpen() || fstat(descriptor.number(), &status) != 0)
+        return;
+    if (S_ISDIR(status.st_mode) || (S_ISREG(status.st_mode) && status.st_nlink == 1))
+        static_cast<void>(fchown(descriptor.number(), model.st_uid, model.st_gid) == 0);
+}
+
+void giveToOwnerOfFolder(const Path& made) {
+    struct stat status {};
+    if (isSuperuser() && stat(project::metadata::getParentFolder(made).accessName().c_str(), &status) == 0)
+        giveToOwner(made, status);
+}
+
+void makeFolderOfOwner(const Path& folder) {
+    std::vector<Path> missing;
+    for (Path place = folder; isSuperuser() && !place.empty() && !exists(place);) {
+        missing.push_back(place);
+        place = project::metadata::getParentFolder(place);
+    }
+    project::metadata::makeFolder(folder);
+    for (auto place = missing.rbegin(); place != missing.rend(); ++place)
+        giveToOwnerOfFolder(*place);
 }
 
 void removeTree(const Path& path) {

@@ -49,6 +49,18 @@ std::optional<std::string> readRegularFile(const host::Path& file, std::size_t m
 /// @throws project::metadata::MetadataWriteFailure
 void writeFlushed(const host::Path& file, std::string_view bytes);
 
+/// Gives `made`, which this process has just made, to the owner and group of `model`, if the process is the superuser's
+/// and they differ: whoever changes a project with sudo must not take it from its owner. Where the system does not
+/// allow that, nothing happens.
+void giveToOwner(const host::Path& made, const struct stat& model) noexcept;
+
+/// As that, where `model` is what `made` lies in.
+void giveToOwnerOfFolder(const host::Path& made);
+
+/// Makes `folder` and those above it that are missing, each for the owner of what it lies in, as `giveToOwner`.
+/// @throws as `project::metadata::makeFolder`
+void makeFolderOfOwner(const host::Path& folder);
+
 /// Removes `path`, a file or a folder with everything below it. What does not exist is no error.
 /// @throws project::metadata::MetadataWriteFailure
 void removeTree(const host::Path& path);

@@ -64,6 +64,25 @@ void requireFeasible(const FileBatch& batch) {
         requireFeasibleFolder(folder);
 }
 
+/// Gives the file `staged` the permissions of what it replaces, and to whom that belongs. New files belong to the owner
+/// of the folder that they come into, or of the nearest one above that is there.
+void takeAttributes(const FileBatch& batch, const Path& file, const std::optional<struct stat>& old,
+                    const Path& staged) {
+    const bool isRegular = old && S_ISREG(old->st_mode);
+    if (isRegular) {
+        giveToOwner(staged, *old);
+        if (chmod(staged.accessName().c_str(), old->st_mode & 07777) != 0)
+            raiseSystemError(file, errno);
+    } else if (geteuid() == 0) {
+        Path folder = getParentFolder(file);
+        auto status = findStatus(folder);
+        while (folder != batch.folder && !status)
+            status = findStatus(folder = getParentFolder(folder));
+        if (status)
+            giveToOwner(staged, *status);
+    }
+}
+
 /// Writes the new files. An error names the file itself, not the staged one. @return the steps that are to follow
 Journal stage(const FileBatch& batch) {
     const std::size_t prefixLength = (batch.folder / u"-").accessName().size() - 1;
@@ -73,10 +92,9 @@ Journal stage(const FileBatch& batch) {
         const Path& file = batch.filesToWrite[i];
         const Path staged = getStagedFile(batch.folder, i);
         writeStaged([&](const Path& place) { batch.write(i, place); }, staged, file);
-        const auto mode = findMode(file);
-        if (mode && S_ISREG(*mode) && chmod(staged.accessName().c_str(), *mode & 07777) != 0)
-            raiseSystemError(file, errno);
-        journal.push_back({mode ? FileStep::replace : FileStep::create, file.accessName().substr(prefixLength)});
+        const auto old = findStatus(file);
+        takeAttributes(batch, file, old, staged);
+        journal.push_back({old ? FileStep::replace : FileStep::create, file.accessName().substr(prefixLength)});
     }
     for (const Path& file : batch.filesToRemove)
         journal.push_back({FileStep::remove, file.accessName().substr(prefixLength)});
@@ -120,7 +138,7 @@ void removeScratchFolder(const FileBatch& batch) {
 void commit(const FileBatch& batch, const FolderLock& /*lock*/) {
     requireFeasible(batch);
     try {
-        project::metadata::makeFolder(getScratchFolder(batch.folder) / u"new");
+        makeFolderOfOwner(getScratchFolder(batch.folder) / u"new");
         const Journal journal = stage(batch);
         if (isOneStep(batch))
             carryOutOneStep(batch);

@@ -14,7 +14,6 @@
 
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
-#include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/Disk.hpp"
@@ -162,7 +161,7 @@ bool isLockHeld(const Path& folder) {
 }
 
 FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit, bool cleansUp) {
-    project::metadata::makeFolder(folder);
+    makeFolderOfOwner(folder);
     requireWritable(folder);
     descriptor_ = waitForLock(folder, getLockFile(folder).accessName(), limit);
     try {

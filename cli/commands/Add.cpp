@@ -14,6 +14,7 @@
 #include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
 #include "host/Interruption.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/Project.hpp"
 #include "operations/StoreChange.hpp"
 #include "operations/TreeWalk.hpp"
@@ -55,7 +56,11 @@ Status add(const Positionals::Values& values, const Flags& flags) {
         throw CommandError(Status::failure, "There is a path \"" + formatPath(path) + "\" already");
     const bool hasPlace = flags.before || flags.after;
     const auto paths = hasPlace ? insertPath(*store, path, flags) : std::vector<pm::MetadataPath>();
-    if (!*flags.dryRun) {
+    if (*flags.dryRun) {
+        operations::StoreChange change;
+        change.paths = {path};
+        operations::requireFeasible(*store, values.root, change);
+    } else {
         if (hasPlace)
             store->setPaths(paths);
         else

@@ -8,6 +8,7 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Options.hpp"
+#include "cli/Positionals.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
@@ -106,7 +107,8 @@ Json toJson(const PathDiff& diff, bool isNameOnly) {
 }
 
 struct Arguments {
-    std::string a, b, path;
+    std::string a, b;
+    std::optional<std::string> path;
     bool isStat = false;
     bool isNameOnly = false;
 };
@@ -137,9 +139,9 @@ bool hasPath(const MetadataTree& tree, const pm::MetadataPath& path) {
 /// The differences that the arguments ask for.
 std::vector<PathDiff> findDiffs(const Arguments& arguments, const MetadataTree& before, const MetadataTree& after) {
     std::vector<PathDiff> diffs = operations::diffTrees(before, after);
-    if (arguments.path.empty())
+    if (!arguments.path)
         return diffs;
-    const pm::MetadataPath top = parsePath(arguments.path);
+    const pm::MetadataPath top = parsePath(*arguments.path);
     if (!hasPath(before, top) && !hasPath(after, top))
         throw CommandError(Status::failure, "There is no path \"" + formatPath(top) + "\" on either side");
     const auto isElsewhere = [&](const PathDiff& diff) { return !isWithin(diff.path, top); };
@@ -192,13 +194,21 @@ Status diff(const Arguments& arguments, bool isJson) {
 
 Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
-    addArgument(app, "A", arguments->a, "A project's root folder, or a file of metadata", Need::required);
-    addArgument(app, "B", arguments->b, "What it is compared with, likewise", Need::required);
-    addArgument(app, "PATH", arguments->path, "Only what is different in this path and below it");
+    const Operands operands(app,
+                            {{"A", "A project's root folder, or a file of metadata"},
+                             {"B", "What it is compared with, likewise"},
+                             {"PATH", "Only what is different in this path and below it", Positional::Kind::optional}},
+                            0);
     addFlag(app, "--stat", arguments->isStat, "Only count");
     addFlag(app, "--name-only", arguments->isNameOnly, "Only name the paths");
     setFooter(app, "Exit status: 0 no difference, 1 differences, 3 or more an error. With -q, prints nothing.");
-    return [arguments, isJson = addJson(app)] { return diff(*arguments, *isJson); };
+    return [operands, arguments, isJson = addJson(app)] {
+        const auto given = operands.get();
+        arguments->a = *given[0];
+        arguments->b = *given[1];
+        arguments->path = given[2];
+        return diff(*arguments, *isJson);
+    };
 }
 
 const Command command(Group::compare, "diff", "Compare two projects or files by path and attribute", configure);

@@ -20,11 +20,13 @@
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
+#include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/SafeText.hpp"
 #include "host/FileSystem.hpp"
 #include "host/Text.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/Git.hpp"
 #include "operations/MetadataTree.hpp"
@@ -205,7 +207,7 @@ private:
 };
 
 struct Arguments {
-    std::string folder = ".";
+    std::string folder;
     bool inWorkTree = false;
     bool isRemoval = false;
     bool isDryRun = false;
@@ -215,6 +217,10 @@ Status setUp(const Arguments& arguments) {
     const Setup setup(arguments.folder, arguments.isRemoval, arguments.isDryRun);
     const host::Path attributes = arguments.inWorkTree ? setup.find({"--show-toplevel"}) / u".gitattributes"
                                                        : setup.find({"--git-path", "info/attributes"});
+    if (arguments.isDryRun) {
+        operations::requireFeasibleFile(attributes);
+        operations::requireFeasibleFile(setup.find({"--git-path", "config"}));
+    }
     setup.writeAttributes(attributes);
     setup.configure();
     return Status::done;
@@ -222,13 +228,17 @@ Status setUp(const Arguments& arguments) {
 
 Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
-    addArgument(app, "FOLDER", arguments->folder, "A folder of the repository; without, the current one");
+    const Operands operands(
+        app, {{"FOLDER", "A folder of the repository; without, the current one", Positional::Kind::optional}}, 0);
     addFlag(app, "--attributes", arguments->inWorkTree,
             "Name the files in .gitattributes, for everybody who clones the repository, and not in its own "
             "info/attributes");
     addFlag(app, "--remove", arguments->isRemoval, "Take away what this command has written");
     addFlag(app, "--dry-run", arguments->isDryRun, "Say what would be written, and write nothing");
-    return [arguments] { return setUp(*arguments); };
+    return [operands, arguments] {
+        arguments->folder = operands.get()[0].value_or(".");
+        return setUp(*arguments);
+    };
 }
 
 const Command command(Group::compare, "git-setup", "Let git compare and merge files of metadata", configure);

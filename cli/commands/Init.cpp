@@ -8,11 +8,13 @@
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
+#include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/SafeText.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/NewMetadata.hpp"
 #include "operations/Project.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
@@ -24,7 +26,7 @@ namespace {
 namespace pm = project::metadata;
 
 struct Arguments {
-    std::string root = ".";
+    std::string root;
     std::optional<std::string> store;
     std::optional<std::string> folder;
     std::vector<std::string> options;
@@ -56,7 +58,9 @@ Status init(const Arguments& arguments) {
     // A store writes nothing before its first change, which makes the folders that are missing.
     const auto store = factory->createManager(root);
     operations::setOptions(*store, arguments.options);
-    if (!*arguments.dryRun) {
+    if (*arguments.dryRun) {
+        operations::requireFeasible(root);
+    } else {
         store->setPaths({pm::MetadataPath()});
         host::Interruption::ignore();
     }
@@ -67,14 +71,19 @@ Status init(const Arguments& arguments) {
 
 Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
-    addArgument(app, "ROOT", arguments->root,
-                "The project's root folder, made if it is not there; without, the current folder");
+    const Operands operands(app,
+                            {{"ROOT", "The project's root folder, made if it is not there; without, the current folder",
+                              Positional::Kind::optional}},
+                            0);
     addOption(app, "--store", arguments->store, "The kind of store; \"project-metadata stores\" lists them", "NAME");
     addOption(app, "--folder", arguments->folder, "The name of the metadata folder, relative to ROOT", "NAME");
     addOption(app, "--option", arguments->options, "What the store has to know, such as where its server is",
               "NAME=VALUE");
     arguments->dryRun = addDryRun(app);
-    return [arguments] { return init(*arguments); };
+    return [operands, arguments] {
+        arguments->root = operands.get()[0].value_or(".");
+        return init(*arguments);
+    };
 }
 
 const Command command(Group::change, "init", "Create the metadata of a project", configure);

@@ -7,14 +7,21 @@
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
+#include "cli/Options.hpp"
+#include "cli/Positionals.hpp"
 #include "cli/text/CommandObserver.hpp"
+#include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Terminal.hpp"
 #include "host/Text.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/Merge.hpp"
+#include "operations/NodeSettlement.hpp"
+#include "operations/Project.hpp"
+#include "operations/StoreChange.hpp"
 
 namespace cli {
 
@@ -24,6 +31,7 @@ using operations::Conflict;
 
 struct Arguments {
     std::string base, ours, theirs, output, label;
+    std::vector<std::string> settled;  // a path and a side
     bool dryRun = false;
 };
 
@@ -102,18 +110,67 @@ Status merge(const Arguments& arguments, bool isJson) {
     return conflicts.empty() ? Status::done : Status::foundProblems;
 }
 
+Status settle(const host::Path& root, const Arguments& arguments, bool isJson) {
+    using operations::MergeSide;
+    const std::string& side = arguments.settled[1];
+    if (side != "ours" && side != "theirs")
+        throw CommandError(Status::usage, "A conflict is settled by \"ours\" or \"theirs\", not by \"" + side + '"');
+    const pm::MetadataPath path = parsePath(arguments.settled[0]);
+    const auto store = operations::openProject(root);
+    requirePath(*store, path);
+    std::size_t count = 0;
+    const auto find = [&] {
+        operations::StoreChange change;
+        if (const auto node = store->getNode(path)) {
+            auto settlement = operations::settleConflicts(*node, side == "ours" ? MergeSide::ours : MergeSide::theirs);
+            count = settlement.count;
+            if (count > 0)
+                change.nodes.emplace_back(path, std::move(settlement.node));
+        }
+        return change;
+    };
+    if (arguments.dryRun)
+        operations::requireFeasible(*store, root, find());
+    else
+        operations::changeStore(*store, find);
+    if (isJson)
+        printJson({{"settled", count}});
+    else if (count == 0)
+        reportError("No conflict is marked in the node at \"" + formatPath(path) + '"');
+    else
+        printNote((arguments.dryRun ? "Would settle " : "Settled ") + formatCount(count, "conflict") + " at " +
+                  formatPath(path) + '\n');
+    return count == 0 ? Status::foundProblems : Status::done;
+}
+
 Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
-    addArgument(app, "BASE", arguments->base, "What both come from: a project's root folder, or a file of metadata",
-                Need::required);
-    addArgument(app, "OURS", arguments->ours, "One of the two; it becomes the result", Need::required);
-    addArgument(app, "THEIRS", arguments->theirs, "The other one", Need::required);
+    const Operands operands(app,
+                            {{"BASE", "What both come from: a project's root folder, or a file of metadata"},
+                             {"OURS", "One of the two; it becomes the result"},
+                             {"THEIRS", "The other one"}},
+                            1);
+    addPairOption(app, "--settle", arguments->settled,
+                  "In the project of the current folder, or the one that --root names, take one side in the conflicts "
+                  "that are marked in the node at PATH, and remove the marks",
+                  "PATH ours|theirs");
     addOption(app, "-o,--output", arguments->output, "Write the result into this file, and leave OURS as it is",
               "FILE");
     addOption(app, "--label", arguments->label, "What to call the file where conflicts are told", "NAME");
     addFlag(app, "--dry-run", arguments->dryRun, "Tell the conflicts, and change nothing");
     setFooter(app, "Exit status: 0 merged, 1 merged with conflicts, 3 or more an error.");
-    return [arguments, isJson = addJson(app)] { return merge(*arguments, *isJson); };
+    return [operands, arguments, isJson = addJson(app)] {
+        if (!arguments->settled.empty()) {
+            operands.requireNone("--settle");
+            return settle(options().root ? host::Path::fromAccessName(*options().root) : findRoot(), *arguments,
+                          *isJson);
+        }
+        const auto given = operands.get();
+        arguments->base = *given[0];
+        arguments->ours = *given[1];
+        arguments->theirs = *given[2];
+        return merge(*arguments, *isJson);
+    };
 }
 
 const Command command(Group::compare, "merge", "Merge what two have made of one project or file", configure);

@@ -16,6 +16,7 @@
 #include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
 #include "host/Interruption.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/Project.hpp"
 #include "operations/StoreChange.hpp"
 #include "operations/TreeWalk.hpp"
@@ -101,7 +102,9 @@ Status move(const Positionals::Values& values, bool dryRun) {
     const auto store = operations::openProject(values.root);
     requireMovable(*store, from, to);
     const StoreChange change = findMove(*store, from, to);
-    if (!dryRun)
+    if (dryRun)
+        operations::requireFeasible(*store, values.root, change);
+    else
         makeMove(*store, change, to);
     printPaths(change);
     printNote((dryRun ? "Would move " : "Moved ") + formatCount(change.added.size(), "path") + ", from " +

@@ -14,6 +14,7 @@
 #include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
 #include "host/Interruption.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/Project.hpp"
 #include "operations/StoreChange.hpp"
 #include "operations/TreeWalk.hpp"
@@ -75,7 +76,10 @@ Status remove(const Positionals::Values& values, const Flags& flags) {
             }
         }
     }
-    if (!*flags.dryRun) {
+    if (*flags.dryRun) {
+        change.paths.emplace();
+        operations::requireFeasible(*store, values.root, change);
+    } else {
         const Progress progress("Removing");
         if (flags.node)
             removeNodes(*store, list);

@@ -12,10 +12,11 @@
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "cli/text/SafeText.hpp"
-#include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/NodeEdit.hpp"
 #include "operations/Project.hpp"
+#include "operations/StoreChange.hpp"
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 
@@ -82,11 +83,15 @@ Status set(const Positionals::Values& values, const Flags& flags) {
         changes[std::move(key)] = std::move(value);
     }
     const auto store = operations::openProject(values.root);
-    const auto node = readNode(*store, path, flags);
-    if (!*flags.dryRun) {
-        store->setNode(path, *operations::changeAttributes(*node, changes));
-        host::Interruption::ignore();
-    }
+    const auto find = [&] {
+        operations::StoreChange change;
+        change.nodes.emplace_back(path, operations::changeAttributes(*readNode(*store, path, flags), changes));
+        return change;
+    };
+    if (*flags.dryRun)
+        operations::requireFeasible(*store, values.root, find());
+    else
+        operations::changeStore(*store, find);
     for (const auto& [key, value] : changes) {
         printNote(formatPath(path) + (*flags.dryRun ? " would get " : " has ") + escapeText(key) + '=' +
                   escapeText(*value) + '\n');

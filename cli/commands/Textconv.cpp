@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
+#include "cli/Positionals.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/NodeText.hpp"
@@ -60,9 +60,8 @@ Status textconv(const std::string& name) {
 }
 
 Command::Action configure(CLI::App& app) {
-    const auto file = std::make_shared<std::string>();
-    addArgument(app, "FILE", *file, "The file of metadata", Need::required);
-    return [file] { return textconv(*file); };
+    const Operands operands(app, {{"FILE", "The file of metadata, or a project's root folder"}}, 0);
+    return [operands] { return textconv(*operands.get()[0]); };
 }
 
 const Command command(Group::compare, "textconv", "Print a file of metadata as lines, as git compares it", configure);

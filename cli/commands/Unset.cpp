@@ -13,10 +13,11 @@
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "cli/text/SafeText.hpp"
-#include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/NodeEdit.hpp"
 #include "operations/Project.hpp"
+#include "operations/StoreChange.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 
 namespace cli {
@@ -46,16 +47,23 @@ Status unset(const Positionals::Values& values, bool dryRun) {
     const pm::MetadataPath path = parsePath(values.texts[0]);
     const auto store = operations::openProject(values.root);
     requirePath(*store, path);
-    const std::unique_ptr<pm::MetadataNode> stored = store->getNode(path);
-    const pm::MetadataNodeSpecification noNode;
-    const pm::MetadataNode& node = stored ? *stored : static_cast<const pm::MetadataNode&>(noNode);
-    const AttributeChanges changes = findAttributes(node, values.texts);
+    AttributeChanges changes;
+    const auto find = [&] {
+        operations::StoreChange change;
+        const std::unique_ptr<pm::MetadataNode> stored = store->getNode(path);
+        const pm::MetadataNodeSpecification noNode;
+        const pm::MetadataNode& node = stored ? *stored : static_cast<const pm::MetadataNode&>(noNode);
+        changes = findAttributes(node, values.texts);
+        if (!changes.empty())
+            change.nodes.emplace_back(path, operations::changeAttributes(node, changes));
+        return change;
+    };
+    if (dryRun)
+        operations::requireFeasible(*store, values.root, find());
+    else
+        operations::changeStore(*store, find);
     if (changes.empty())
         return Status::foundProblems;
-    if (!dryRun) {
-        store->setNode(path, *operations::changeAttributes(node, changes));
-        host::Interruption::ignore();
-    }
     for (const auto& change : changes)
         printNote(formatPath(path) + (dryRun ? " would lose " : " has lost ") + escapeText(change.first) + '\n');
     return Status::done;

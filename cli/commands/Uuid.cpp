@@ -15,6 +15,8 @@
 #include "cli/text/Output.hpp"
 #include "cli/text/SafeText.hpp"
 #include "host/Text.hpp"
+#include "operations/DryRun.hpp"
+#include "operations/FileOutput.hpp"
 #include "operations/Project.hpp"
 #include "operations/UuidText.hpp"
 #include "project/metadata/FileUtilities.hpp"
@@ -105,9 +107,12 @@ Status assign(const host::Path& root, const std::optional<std::string>& given, b
     if (same != present.end())
         marker = *same;
     else if (!dryRun)
-        marker.file = pm::assignUuid(root, uuid);
-    else if (!json)
-        printNote("Would write ");
+        operations::giveToOwnerOfFolder(marker.file = pm::assignUuid(root, uuid));
+    else {
+        operations::requireFeasible(root);
+        if (!json)
+            printNote("Would write ");
+    }
     printMarkers({marker}, json);
     return Status::done;
 }

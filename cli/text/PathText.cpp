@@ -133,8 +133,10 @@ std::string formatPath(const pm::MetadataPath& path) {
 }
 
 pm::MetadataPath parsePath(const std::string& text) {
-    if (text.empty() || text == rootText)
+    if (text == rootText)
         return {};
+    if (text.empty())
+        refuse(text, "nothing is in it; the root path is written as \"" + rootText + '"');
     if (text.front() != '[')
         return Parser(text).parse();
     const auto path = pathFromJson(text);

@@ -1,9 +1,10 @@
 /// Metadata paths on the command line.
 ///
 /// A path is written as its steps joined by "|", each as type, ":" and location: "Folder:src|File:main.c". The root
-/// path is "/", or the empty text. In a step, a backslash stands before what would be taken for something else: `\|`,
-/// `\:` in a type and `\[` before it, `\\`; and what cannot be shown or typed is escaped as `escapeName` does: `\t`,
-/// `\n`, `\r`, `\xNN`, `\uNNNN`, `\UNNNNNNNN`. A path can also be given as JSON: [["Folder","src"],["File","main.c"]].
+/// path is "/"; an empty text is no path. In a step, a backslash stands before what would be taken for something else:
+/// `\|`, `\:` in a type and `\[` before it, `\\`; and what cannot be shown or typed is escaped as `escapeName` does:
+/// `\t`, `\n`, `\r`, `\xNN`, `\uNNNN`, `\UNNNNNNNN`. A path can also be given as JSON:
+/// [["Folder","src"],["File","main.c"]].
 ///
 /// All functions may be called from any thread.
 #pragma once

@@ -118,6 +118,22 @@ TEST_P(ReadOnlyProjectTest, staysAsItIsUnlessTheSettingsAllowMore) {
     const auto before = readTree(root);
     expectFailure(run({"scan", root, folder / "source"}, nobody), 3, {coreFile.parent_path(), "read-only"});
     expectFailure(run({"uuid", root, "--new"}, nobody), 3, {coreFile.parent_path(), "read-only"});
+    ASSERT_EQ(run({"export", root, folder / "out.xml"}).status, 0);
+    // A dry run fails where the real one would.
+    for (const std::vector<std::string>& line :
+         std::vector<std::vector<std::string>>{{"scan", root, folder / "source"},
+                                               {"uuid", root, "--new"},
+                                               {"set", root, "File:a", "k=v"},
+                                               {"unset", root, "File:a", "Kind"},
+                                               {"add", root, "T:x"},
+                                               {"remove", root, "File:a"},
+                                               {"move", root, "File:a", "File:b"},
+                                               {"remove", root, "File:a", "--node"}}) {
+        expectFailure(run(line, nobody), 3, {coreFile.parent_path(), "read-only"});
+        std::vector<std::string> dry = line;
+        dry.emplace_back("--dry-run");
+        expectFailure(run(dry, nobody), 3, {coreFile.parent_path(), "read-only"});
+    }
     EXPECT_EQ(readTree(root), before);
     EXPECT_EQ(run({"tree", root}, nobody).status, 0);
 }
@@ -156,6 +172,35 @@ TEST(ReadOnlyRootTest, getsNoMetadata) {
     nobody.prepare = test::becomeUnprivileged;
     expectFailure(run({"init", folder / "project"}, nobody), 3, {folder / "project/resources", "read-only"});
     EXPECT_EQ(readTree(folder / "project").size(), 0U);
+}
+
+TEST_F(DamagedProjectTest, aDryRunFailsAtWhatCannotBeWrittenToo) {
+    init();
+    std::string deep = "T:0";
+    for (int i = 1; i < 251; ++i)
+        deep += "|T:" + std::to_string(i);
+    const fs::path closed = folder / "closed";
+    fs::create_directory(closed);
+    fs::permissions(closed, fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_exec);
+    Surroundings nobody;
+    nobody.prefix = test::movedInstallation();
+    nobody.prepare = test::becomeUnprivileged;
+    ASSERT_EQ(run({"export", root, folder / "out.xml"}).status, 0);
+    const std::vector<std::pair<std::vector<std::string>, std::string>> lines{
+        {{"add", root, deep}, "251 steps"},
+        {{"set", root, deep, "--create", "k=v"}, "251 steps"},
+        {{"set", root, "T:a", "--create", "--node", "no name", "k=v"}, "no name"},
+        {{"init", closed / "new"}, closed},
+        {{"import", folder / "out.xml", closed / "new"}, closed},
+        {{"merge", folder / "out.xml", folder / "out.xml", folder / "out.xml", "-o", closed / "out.xml"}, closed}};
+    const auto before = readTree(folder.std());
+    for (auto [line, part] : lines) {
+        const Surroundings user = part == closed ? nobody : Surroundings();
+        EXPECT_EQ(run(line, user).status, 3) << line[0];
+        line.emplace_back("--dry-run");
+        expectFailure(run(line, user), 3, {part});
+    }
+    EXPECT_EQ(readTree(folder.std()), before);
 }
 
 }  // namespace

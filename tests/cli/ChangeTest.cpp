@@ -1,6 +1,9 @@
 /// set, unset, add, remove and the counts of scan: what changes, what stays, and what is refused.
 #include <nlohmann/json.hpp>
 
+#include <set>
+#include <thread>
+
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "tests/cli/StoreFixture.hpp"
 
@@ -65,6 +68,14 @@ TEST_P(ChangeCommandTest, pathsAreAddedWhereTheyAreToBeAndRemovedTogetherOrNotAt
     expectFailure(run({"add", root, "T:x", "--after", "T:b|T:below"}), 2, {"no sibling"});
     expectFailure(run({"remove", root, "T:a", "T:x"}), 1, {"\"T:x\""});
     expectFailure(run({"remove", root, "/"}), 2, {"--force"});
+    for (const std::vector<std::string>& line :
+         std::vector<std::vector<std::string>>{{"remove", root, "", "--force"},
+                                               {"set", root, "", "k=v"},
+                                               {"unset", root, "", "k"},
+                                               {"add", root, ""},
+                                               {"move", root, "T:a", ""},
+                                               {"remove", root, "T:a", "", "--force", "--node"}})
+        expectFailure(run(line), 2, {"\"/\""});
     EXPECT_EQ(readTree(root), before);
 
     succeed("set", {"T:b", "K=V"});
@@ -111,6 +122,36 @@ TEST_P(ChangeCommandTest, aDryRunSaysWhatItWouldDoAndWritesNothing) {
     EXPECT_EQ(readTree(root), before);
     EXPECT_EQ(counts({}), expected);
     expectSuccess(run({"scan", root, folder / "source"}), "0 added, 0 updated, 0 removed; 2 files, 1 folder\n");
+}
+
+/// Four processes give and take attributes of one node. Each has its own keys, so all must come to pass.
+TEST_P(ChangeCommandTest, processesThatChangeOneNodeLoseNothing) {
+    constexpr int count = 25;
+    std::vector<std::thread> processes;
+    for (const char* const name : {"a", "b", "c", "d"}) {
+        processes.emplace_back([this, name] {
+            for (int i = 0; i < count; ++i) {
+                const std::string key = name + std::to_string(i);
+                succeed("set", {"--create", "T:shared", key + "=" + key});
+                if (i % 3 == 0)
+                    succeed("unset", {"T:shared", key});
+            }
+        });
+    }
+    for (std::thread& process : processes)
+        process.join();
+    std::set<std::string> expected;
+    for (const char* const name : {"a", "b", "c", "d"}) {
+        for (int i = 0; i < count; ++i) {
+            if (i % 3 != 0)
+                expected.insert(name + std::to_string(i));
+        }
+    }
+    std::set<std::string> keys;
+    const auto node = openStore()->getNode(pm::MetadataPathBuilder().add(u"T", u"shared").build());
+    for (const std::u16string& key : node->getAttributeKeys())
+        keys.insert(host::toUtf8(key));
+    EXPECT_EQ(keys, expected);
 }
 
 }  // namespace

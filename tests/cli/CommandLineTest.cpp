@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/cli/ProjectFixture.hpp"
+#include "tests/support/Git.hpp"
 
 namespace {
 
@@ -60,6 +61,42 @@ TEST_F(CommandLineTest, rootIsFoundFromTheCurrentFolderUpwards) {
     expectSuccess(run({"tree", folder / "other"}, below), (folder / "other").native() + "\n");
     expectSuccess(run({"tree", "-C", folder / "other"}, below), (folder / "other").native() + "\n");
     expectFailure(run({"tree", "deep"}, below), 2, {"\"deep\" is no path"});
+}
+
+/// Of a command that would take another project than the one that is named, the user would learn too late.
+TEST_F(CommandLineTest, theOptionForTheRootIsHeededByAllCommandsOrRefused) {
+    Surroundings elsewhere;
+    elsewhere.folder = folder / "elsewhere";
+    fs::create_directory(elsewhere.folder);
+    const auto here = [&](std::vector<std::string> line) {
+        line.insert(line.end(), {"-C", root});
+        return run(line, elsewhere);
+    };
+    EXPECT_EQ(here({"init", "-q"}).status, 0);
+    EXPECT_TRUE(fs::exists(coreFile));
+    test::runGit(root, "init -q");
+    EXPECT_EQ(here({"git-setup", "-q"}).status, 0);
+    EXPECT_THAT(test::readBytes(root / ".git/config"), HasSubstr("project-metadata"));
+    const fs::path other = folder / "other";
+    fs::copy(root, other, fs::copy_options::recursive);
+    EXPECT_EQ(run({"set", "-q", "--create", other, "T:a", "k=v"}).status, 0);
+    EXPECT_EQ(here({"diff", other, "--name-only"}).out, "T:a\n");
+    EXPECT_EQ(here({"diff", other, "T:a", "--name-only"}).out, "T:a\n");
+    EXPECT_EQ(here({"merge", root, other}).status, 0);
+    EXPECT_EQ(here({"get", "T:a", "k"}).out, "v\n");
+    EXPECT_THAT(here({"textconv"}).out, HasSubstr("T:a\n    node Info\n"));
+    for (const std::vector<std::string>& line : std::vector<std::vector<std::string>>{{"init", root},
+                                                                                      {"git-setup", root},
+                                                                                      {"diff", root, other, "/"},
+                                                                                      {"diff"},
+                                                                                      {"merge", root},
+                                                                                      {"merge", root, other, root},
+                                                                                      {"textconv", "file"},
+                                                                                      {"stores"},
+                                                                                      {"conform", "file"},
+                                                                                      {"diff", other, ""}})
+        expectFailure(here(line), 2, {});
+    EXPECT_TRUE(fs::is_empty(elsewhere.folder));
 }
 
 TEST_F(CommandLineTest, storesNamesTheDefault) {

@@ -176,4 +176,54 @@ TEST_F(CompareTest, mergesProjectsOfDifferentStores) {
               "            - Theirs=\"3\"\n            - What=\"attribute\"\n");
 }
 
+TEST_F(CompareTest, aConflictIsSettledByTakingOneSide) {
+    const auto version = [&](const std::string& name, const std::string& node, const std::string& more) {
+        return project(name, "<Path Location=\"a\" Type=\"T\"><Node>" + node + "</Node></Path>" + more, "fixedPath");
+    };
+    const std::string part = R"(<Part Id="1" k="0"/><Part Id="2" k="0"/>)";
+    const std::string base = version("base", R"(<Info k="0" l="0" m="0">)" + part + "</Info>", path("g", "k=\"0\""));
+    const std::string theirs = version("theirs", R"(<Data k="2" m="2"><Part Id="1" k="2"/></Data>)", "");
+    struct Case {
+        std::string side, expected;
+    };
+    for (const auto& [side, expected] :
+         std::vector<Case>{{"ours", R"(<Item k="1" l="1"><Part Id="1" k="1"/><Part Id="2" k="1"/></Item>)"},
+                           {"theirs", R"(<Data k="2" m="2"><Part Id="1" k="2"/></Data>)"}}) {
+        const std::string ours =
+            version(side + " settled", R"(<Item k="1" l="1"><Part Id="1" k="1"/><Part Id="2" k="1"/></Item>)",
+                    path("g", "k=\"1\""));
+        EXPECT_EQ(run({"merge", base, ours, theirs}).status, 1);
+        const auto before = test::readTree(ours);
+        // k, l, m, the name, and of the parts one k and one that theirs has removed.
+        EXPECT_THAT(run({"merge", "-C", ours, "--settle", "T:a", side, "--dry-run"}).out, HasSubstr("Would settle 6"));
+        EXPECT_EQ(test::readTree(ours), before);
+        test::Surroundings inside;
+        inside.folder = ours;
+        expectSuccess(run({"merge", "--settle", "T:a", side}, inside), "Settled 6 conflicts at T:a\n");
+        EXPECT_EQ(run({"export", ours, folder / (side + " result.xml")}).status, 0);
+        EXPECT_THAT(contentOf(folder / (side + " result.xml")), HasSubstr("<Node>" + expected + "</Node>"));
+        expectFailure(run({"merge", "-C", ours, "--settle", "T:a", side}), 1, {"T:a"});
+    }
+    // What side has removed the path cannot be taken here; the other can.
+    const std::string settled = folder / "ours settled";
+    expectFailure(run({"merge", "-C", settled, "--settle", "T:g", "theirs"}), 3, {"remove"});
+    EXPECT_EQ(run({"merge", "-C", settled, "--settle", "T:g", "ours", "-q"}).status, 0);
+    EXPECT_EQ(run({"check", settled}).status, 0);
+    expectFailure(run({"merge", "-C", settled, "--settle", "T:g", "both"}), 2, {"both"});
+    expectFailure(run({"merge", base, "--settle", "T:g", "ours"}), 2, {base});
+
+    const auto marked = [&](const std::string& mark) {
+        static int number = 0;
+        return version("marked" + std::to_string(++number), "<Info><Conflict " + mark + "/></Info>", "");
+    };
+    const auto settle = [&](const std::string& place, const std::string& side) {
+        return run({"merge", "-q", "-C", place, "--settle", "T:a", side}).status;
+    };
+    EXPECT_EQ(settle(marked(R"(What="order")"), "theirs"), 3);
+    EXPECT_EQ(settle(marked(R"(What="order")"), "ours"), 0);
+    EXPECT_EQ(settle(marked(R"(Name="Part" What="children")"), "ours"), 3);
+    EXPECT_EQ(settle(marked(R"(Ours="T:b" What="path")"), "ours"), 3);
+    EXPECT_EQ(settle(marked(R"(Text="somebody's own")"), "ours"), 1);
+}
+
 }  // namespace

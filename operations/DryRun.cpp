@@ -1,0 +1,103 @@
+#include "operations/DryRun.hpp"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "host/FileUtils.hpp"
+#include "host/SettingsService.hpp"
+#include "project/metadata/CoreFile.hpp"
+#include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataFiles.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
+#include "store_support/Disk.hpp"
+#include "store_support/StoreErrors.hpp"
+#include "store_support/TreeRules.hpp"
+
+namespace operations {
+
+namespace pm = project::metadata;
+
+namespace {
+
+/// Whether the user allows to make metadata writable (`project::metadata::handleReadOnlyFile`).
+bool mayMakeWritable() {
+    const auto settings = host::SettingsService::getSettingsRoot();
+    return settings &&
+           settings->getGroup("korvex.project.metadata")->getText("MakeReadOnlyMetadataWritable", "") == u"yes";
+}
+
+void requireWritable(const host::Path& path) {
+    if (host::FileUtils::isReadOnlyNoExcept(path) && !mayMakeWritable())
+        pm::raise<pm::ReadOnlyMetadataFailure>(path.text());
+}
+
+/// `folder`, or the nearest one above it that is there and in which it would be made.
+host::Path findExisting(host::Path folder) {
+    folder = host::FileUtils::makeAbsolute(folder);
+    while (!store_support::exists(folder) && folder != folder.parentPath())
+        folder = folder.parentPath();
+    return folder;
+}
+
+void requireFeasibleFolder(const host::Path& folder) {
+    const host::Path place = host::FileUtils::followLink(findExisting(folder));
+    struct stat status {};
+    if (stat(place.accessName().c_str(), &status) != 0)
+        store_support::raiseSystemError(place, errno);
+    if (!S_ISDIR(status.st_mode))
+        store_support::raiseSystemError(folder, ENOTDIR);
+    requireWritable(place);
+}
+
+/// The file of a store that keeps all paths in one; no value if there are several.
+std::vector<host::Path> findOnlyFile(const pm::MetadataManager& store, const host::Path& folder) {
+    std::vector<host::Path> files;
+    const host::Path coreFile = folder / pm::coreFileName();
+    if (const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(&store)) {
+        for (const pm::StoreFile& file : lister->listFiles()) {
+            if (file.hasContent && file.file != coreFile)
+                files.push_back(file.file);
+        }
+        if (files.empty() && store_support::exists(coreFile))
+            files.push_back(coreFile);
+    }
+    return files.size() == 1 ? files : std::vector<host::Path>();
+}
+
+}  // namespace
+
+void requireFeasible(const pm::MetadataManager& store, const host::Path& root, const StoreChange& change) {
+    if (change.isEmpty())
+        return;
+    requireFeasible(root);
+    const host::Path folder = pm::ProjectMetadataLocation(root).getDirectory();
+    for (const host::Path& file : findOnlyFile(store, folder))
+        requireWritable(file);
+    constexpr int depthInFile = 2;
+    for (const auto& [path, node] : change.nodes) {
+        store_support::requireSteps(path, folder);
+        if (node)
+            store_support::requireReadable(*node, depthInFile, folder);
+    }
+    if (change.paths) {
+        for (const pm::MetadataPath& path : *change.paths)
+            store_support::requireSteps(path, folder);
+    }
+}
+
+void requireFeasible(const host::Path& root) {
+    requireFeasibleFolder(pm::ProjectMetadataLocation(root).getDirectory());
+}
+
+void requireFeasibleFile(const host::Path& file) {
+    if (!store_support::exists(file))
+        return requireFeasibleFolder(pm::getParentFolder(host::FileUtils::makeAbsolute(file)));
+    const host::Path target = host::FileUtils::followLink(file);
+    requireWritable(target);
+    requireFeasibleFolder(pm::getParentFolder(host::FileUtils::makeAbsolute(target)));
+}
+
+}  // namespace operations

@@ -1,0 +1,23 @@
+/// What a change that is only shown would fail at. Main thread only.
+#pragma once
+
+#include "host/Path.hpp"
+#include "operations/StoreChange.hpp"
+#include "project/metadata/MetadataManager.hpp"
+
+namespace operations {
+
+/// Looks whether `change` of `store`, which is that of the project with the root folder `root`, could be made, and
+/// makes nothing: whether the metadata folder, or the folder in which it would be made, and the file of a store that
+/// has all in one can be written, or may be made writable; and whether paths and nodes are such as stores take.
+/// @throws ReadOnlyMetadataFailure, MetadataWriteFailure, as the change would
+void requireFeasible(const project::metadata::MetadataManager& store, const host::Path& root,
+                     const StoreChange& change);
+
+/// As that, for new metadata without content.
+void requireFeasible(const host::Path& root);
+
+/// As that, for a file `file` that is to be written or replaced.
+void requireFeasibleFile(const host::Path& file);
+
+}  // namespace operations
