@@ -3,9 +3,9 @@
 
 namespace benchmarks {
 
-void addXmlBenchmarks();     ///< read/INPUT/PEER, write/INPUT/PEER and memory/INPUT/PEER
-void addPathBenchmarks();    ///< less/PATHS/WAY and copy/PATHS/WAY
-void addNodeBenchmarks();    ///< put/ATTRIBUTES/WAY
-void addExportBenchmarks();  ///< export/NODES/WAY
+void addXmlBenchmarks();      ///< read/INPUT/PEER, write/INPUT/PEER and memory/INPUT/PEER
+void addPathBenchmarks();     ///< less/PATHS/WAY and copy/PATHS/WAY
+void addNodeBenchmarks();     ///< put/ATTRIBUTES/WAY
+void addProjectBenchmarks();  ///< export_STORE, readAll_STORE and firstWrite_STORE/NODES/WAY
 
 }  // namespace benchmarks

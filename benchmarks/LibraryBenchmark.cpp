@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
     benchmarks::addXmlBenchmarks();
     benchmarks::addPathBenchmarks();
     benchmarks::addNodeBenchmarks();
-    benchmarks::addExportBenchmarks();
+    benchmarks::addProjectBenchmarks();
     benchmark::RunSpecifiedBenchmarks();
     benchmark::ClearRegisteredBenchmarks();
 }

@@ -13,6 +13,13 @@
 
 namespace benchmarks {
 
+/// Adds to the processor's time of the iteration what another process has taken, in milliseconds.
+inline void addProcessorTime(benchmark::State& state, double milliseconds) {
+    benchmark::Counter& processor = state.counters["processor_ms"];
+    processor.flags = benchmark::Counter::kAvgIterations;
+    processor.value += milliseconds;
+}
+
 /// Runs `work` once, as the timed part of an iteration of a benchmark registered with `add`. The processor's time is
 /// counted beside the wall's. Under callgrind, started with --collect-atstart=no, only this is counted.
 template <class Work>
@@ -26,9 +33,7 @@ void timed(benchmark::State& state, const Work& work) {
     CALLGRIND_TOGGLE_COLLECT;
     const std::clock_t processorEnd = std::clock();
     state.SetIterationTime(std::chrono::duration<double>(end - start).count());
-    benchmark::Counter& processor = state.counters["processor_ms"];
-    processor.flags = benchmark::Counter::kAvgIterations;
-    processor.value += 1000.0 * static_cast<double>(processorEnd - processorStart) / CLOCKS_PER_SEC;
+    addProcessorTime(state, 1000.0 * static_cast<double>(processorEnd - processorStart) / CLOCKS_PER_SEC);
 }
 
 /// Registers the benchmark `name`. What `run` does in its loop outside of `timed` may take its time.

@@ -42,8 +42,17 @@ GOALS = [
          13, small=("00/", "0/")),
     Goal("copyMetadata, 2,000,000 against 200,000 paths", f"copy/2000000/{OURS}", f"copy/200000/{OURS}", 13),
     Goal("put", f"put/50000/{OURS}", "put/50000/map", 3, small=("50000", "50000")),
-    Goal("export, 100,000 nodes", f"export/100000/{OURS}", "export/100000/read_and_write",
-         1.5, small=("100000", "10000")),
+    *(Goal(f"export, {store}", f"export_{store}/100000/{OURS}", f"export_{store}/100000/{reference}", goal,
+           figure="processor", small=("100000", "10000"))
+      for store, reference, goal in [("monolithic", "read_and_write", 2.5), ("fixedPath", "read_and_write", 2),
+                                     ("sqlite", "select_and_write", 3)]),
+    *(Goal(f"command export, {store}", f"export_{store}/100000/command", f"export_{store}/100000/{OURS}", 1.2,
+           figure="processor") for store in ("monolithic", "fixedPath", "sqlite")),
+    Goal("full read, sqlite", f"readAll_sqlite/100000/{OURS}", "readAll_sqlite/100000/select", 4,
+         figure="processor", small=("100000", "10000")),
+    Goal("full read, fixedPath", f"readAll_fixedPath/100000/{OURS}", "readAll_fixedPath/100000/text_reader", 1.5,
+         figure="processor", small=("100000", "10000")),
+    Goal("first write, fixedPath", f"firstWrite_fixedPath/100000/{OURS}", "firstWrite_fixedPath/100000/tar", 2),
 ]
 UNITS = {"time": "ms", "processor": "ms", "held": "bytes", "peak": "bytes", "allocations": "allocations"}
 

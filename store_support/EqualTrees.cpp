@@ -2,11 +2,18 @@
 
 #include <algorithm>
 
+#include "project/metadata/SharedNode.hpp"
+
 namespace store_support {
 
+using project::metadata::getShared;
 using project::metadata::MetadataNode;
 
-bool equalTrees(const MetadataNode& a, const MetadataNode& b) {
+bool equalTrees(const MetadataNode& first, const MetadataNode& second) {
+    const MetadataNode& a = getShared(first);
+    const MetadataNode& b = getShared(second);
+    if (&a == &b)
+        return true;
     const auto keys = a.getAttributeKeys();
     return a.getName() == b.getName() && keys == b.getAttributeKeys() &&
            std::all_of(keys.begin(), keys.end(), [&](const auto& key) { return a.get(key) == b.get(key); }) &&

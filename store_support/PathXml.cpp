@@ -2,18 +2,23 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/HexDigits.hpp"
 
 namespace store_support {
 
 using project::metadata::MetadataNode;
+using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using project::metadata::XmlSink;
 
 const std::u16string& projectElementName = *new std::u16string(u"Project");
 const std::u16string& pathElementName = *new std::u16string(u"Path");
@@ -60,12 +65,56 @@ std::optional<std::u16string> unescape(const std::u16string& escaped) {
     return text;
 }
 
-void putText(MetadataNode& xml, const std::u16string& key, const std::u16string& text) {
+template <class Xml>
+void putText(Xml& xml, const std::u16string& key, const std::u16string& text) {
     if (survivesXml(text))
         xml.put(key, text);
     else
         xml.put(escapedPrefix + key, escape(text));
 }
+
+template <class Xml>
+void putElement(Xml& xml, const PathElement& element) {
+    putText(xml, typeKey, element.getType());
+    putText(xml, locationKey, element.getLocation());
+}
+
+/// An element that may have any node as a child.
+class SharingElement : public MetadataNodeSpecification {
+public:
+    using MetadataNodeSpecification::MetadataNodeSpecification;
+
+    const std::vector<std::shared_ptr<MetadataNode>>& getChildNodes() const override { return children_; }
+
+    void add(std::shared_ptr<MetadataNode> child) { children_.push_back(std::move(child)); }
+
+private:
+    std::vector<std::shared_ptr<MetadataNode>> children_;
+};
+
+class NodeMaker : public XmlSink {
+public:
+    void begin(const std::u16string& name) override {
+        auto element = std::make_shared<SharingElement>(name);
+        open_.push_back(element.get());
+        if (root_)
+            open_[open_.size() - 2]->add(std::move(element));
+        else
+            root_ = std::move(element);
+    }
+    void put(const std::u16string& key, const std::u16string& value) override { open_.back()->put(key, value); }
+    void add(const std::shared_ptr<const MetadataNode>& node) override {
+        // Whoever gets the root can only read.
+        open_.back()->add(std::const_pointer_cast<MetadataNode>(node));
+    }
+    void end() override { open_.pop_back(); }
+
+    const std::shared_ptr<const MetadataNode>& getRoot() const noexcept { return root_; }
+
+private:
+    std::shared_ptr<const MetadataNode> root_;
+    std::vector<SharingElement*> open_;
+};
 
 /// An absent attribute is the empty text.
 std::u16string getText(const MetadataNode& xml, const std::u16string& key, const host::Path& file) {
@@ -88,8 +137,11 @@ bool survivesXml(const std::u16string& text) {
 }
 
 void putPathElement(MetadataNode& xml, const PathElement& element) {
-    putText(xml, typeKey, element.getType());
-    putText(xml, locationKey, element.getLocation());
+    putElement(xml, element);
+}
+
+void putPathElement(XmlSink& xml, const PathElement& element) {
+    putElement(xml, element);
 }
 
 PathElement getPathElement(const MetadataNode& xml, const host::Path& file) {
@@ -104,6 +156,20 @@ void putNode(MetadataNode& xml, const MetadataNode* node) {
     if (!node)
         return;
     xml.createChildNode(nodeElementName).createChildNode(node->getName()).copy(*node);
+}
+
+void putNode(XmlSink& xml, const std::shared_ptr<const MetadataNode>& node) {
+    if (!node)
+        return;
+    xml.begin(nodeElementName);
+    xml.add(node);
+    xml.end();
+}
+
+std::shared_ptr<const MetadataNode> makeNodes(const std::function<void(XmlSink& sink)>& tell) {
+    NodeMaker maker;
+    tell(maker);
+    return maker.getRoot();
 }
 
 std::shared_ptr<MetadataNode> getNode(const MetadataNode& xml, const host::Path& file) {

@@ -13,12 +13,14 @@
 /// No function keeps state; all may be called from any thread.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
+#include "project/metadata/MetadataXml.hpp"
 
 namespace store_support {
 
@@ -35,12 +37,20 @@ extern const std::u16string& nodeElementName;
 bool survivesXml(const std::u16string& text);
 
 void putPathElement(project::metadata::MetadataNode& xml, const project::metadata::PathElement& element);
+void putPathElement(project::metadata::XmlSink& xml, const project::metadata::PathElement& element);
 
 /// @throws project::metadata::MetadataReadFailure naming `file`, if `xml` does not name a path element
 project::metadata::PathElement getPathElement(const project::metadata::MetadataNode& xml, const host::Path& file);
 
 /// Adds a copy of `node`, unless it is null.
 void putNode(project::metadata::MetadataNode& xml, const project::metadata::MetadataNode* node);
+
+/// Adds `node` itself, unless it is null.
+void putNode(project::metadata::XmlSink& xml, const std::shared_ptr<const project::metadata::MetadataNode>& node);
+
+/// The nodes of a tree that `tell` tells, to be read only: those that are told are shared.
+std::shared_ptr<const project::metadata::MetadataNode> makeNodes(
+    const std::function<void(project::metadata::XmlSink& sink)>& tell);
 
 /// The node in `xml`, which it shares; null if it holds none.
 /// @throws project::metadata::MetadataReadFailure naming `file`, if `xml` holds an empty "Node" or several

@@ -94,6 +94,36 @@ bool isSameContent(FileVersion a, FileVersion b) {
     return a == b;
 }
 
+/// Reads a small file, in which nothing is wrong, with few calls of the system.
+/// @return no value if it is not that, or changes meanwhile
+std::optional<XmlFile> readSmallFile(const Path& file) {
+    constexpr std::size_t size = 16384;
+    const Descriptor descriptor(file.accessName(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    struct stat before {};
+    struct stat after {};
+    if (!descriptor.isOpen() || fstat(descriptor.number(), &before) != 0 || !S_ISREG(before.st_mode) ||
+        before.st_size >= static_cast<off_t>(size)) {
+        return std::nullopt;
+    }
+    std::array<char, size> bytes;
+    const auto count = TEMP_FAILURE_RETRY(read(descriptor.number(), bytes.data(), bytes.size()));
+    if (count != before.st_size || fstat(descriptor.number(), &after) != 0)
+        return std::nullopt;
+    const FileVersion version = makeFileVersion(before);
+    if (!isSameContent(version, makeFileVersion(after)))
+        return std::nullopt;
+    XmlFile result;
+    try {
+        result.root = project::metadata::readPlainBytes({bytes.data(), static_cast<std::size_t>(count)});
+    } catch (const project::exception::ProjectException&) {
+        return std::nullopt;
+    }
+    if (!result.root)
+        return std::nullopt;
+    result.version = version;
+    return result;
+}
+
 }  // namespace
 
 XmlFile readXmlFile(const Path& file, XmlExtent extent) {
@@ -102,6 +132,10 @@ XmlFile readXmlFile(const Path& file, XmlExtent extent) {
 }
 
 XmlFile readXmlFile(const Path& file, const struct stat& firstStatus, XmlExtent extent) {
+    if (extent == XmlExtent::wholeTree && S_ISREG(firstStatus.st_mode)) {
+        if (auto small = readSmallFile(file))
+            return *std::move(small);
+    }
     XmlFile result;
     std::optional<struct stat> status = firstStatus;
     bool hasFailed = false;

@@ -7,6 +7,7 @@
 
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/SharedNode.hpp"
 #include "project/metadata/detail/NodeForm.hpp"
 #include "project/metadata/detail/NodeMemory.hpp"
 
@@ -42,7 +43,8 @@ MetadataNodeSpecification::MetadataNodeSpecification() : form_(getDefaultForm())
 
 MetadataNodeSpecification::MetadataNodeSpecification(std::u16string name) : form_(makeForm(std::move(name))) {}
 
-MetadataNodeSpecification::MetadataNodeSpecification(const MetadataNode& other) {
+MetadataNodeSpecification::MetadataNodeSpecification(const MetadataNode& copied) {
+    const MetadataNode& other = getShared(copied);
     // What is in a node of this very type passed the checks of `put`.
     const auto* const same = typeid(other) == typeid(MetadataNodeSpecification)
                                  ? static_cast<const MetadataNodeSpecification*>(&other)

@@ -45,14 +45,15 @@ bool isCutOff(const host::Path& file) {
     return file.text().find(u'\0') != std::u16string::npos;
 }
 
-bool tryToWrite(const MetadataNode& node, const host::Path& file, bool compactEnding) {
+template <class Tree>
+bool tryToWrite(const Tree& tree, const host::Path& file, bool compactEnding) {
     if (isCutOff(file))
         return false;
     host::OutputFileStream stream;
     // Unbuffered: whole blocks come, and a full disk must show in the call that writes them.
     stream.rdbuf()->pubsetbuf(nullptr, 0);
     stream.open(file.accessName(), std::ios::out | std::ios::trunc | std::ios::binary);
-    detail::TreeFormatter(stream).write(node, compactEnding);
+    detail::TreeFormatter(stream).write(tree, compactEnding);
     stream.close();  // sets the fail state itself if closing fails
     return !stream.fail();
 }
@@ -100,22 +101,31 @@ std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent
     return tree;
 }
 
-}  // namespace
-
-void writeToFile(const MetadataNode& node, const host::Path& file, bool compactEnding) {
+template <class Tree>
+void write(const Tree& tree, const host::Path& file, bool compactEnding) {
     const host::Path folder = getParentFolder(file);
     if (!host::FileUtils::existNoExcept(folder))
         makeFolder(folder);
-    if (tryToWrite(node, file, compactEnding))
+    if (tryToWrite(tree, file, compactEnding))
         return;
 
     const host::Path& obstacle = host::FileUtils::existNoExcept(file) ? file : folder;
     if (host::FileUtils::isReadOnlyNoExcept(obstacle)) {
         makeWritable(obstacle);
-        if (tryToWrite(node, file, compactEnding))
+        if (tryToWrite(tree, file, compactEnding))
             return;
     }
     raise<MetadataWriteFailure>(file.text(), getCauseMessage());
+}
+
+}  // namespace
+
+void writeToFile(const MetadataNode& node, const host::Path& file, bool compactEnding) {
+    write(node, file, compactEnding);
+}
+
+void writeToFile(const std::function<void(XmlSink& sink)>& tell, const host::Path& file, bool compactEnding) {
+    write(tell, file, compactEnding);
 }
 
 std::unique_ptr<MetadataNode> readFromFile(const host::Path& file) {
@@ -124,6 +134,15 @@ std::unique_ptr<MetadataNode> readFromFile(const host::Path& file) {
 
 std::unique_ptr<MetadataNode> readFromFile(const host::Path& file, std::vector<RefusedAttribute>& refused) {
     return read(file, detail::Extent::wholeTree, &refused);
+}
+
+std::unique_ptr<MetadataNode> readPlainBytes(std::string_view bytes) {
+    initialiseXml();
+    const detail::SilentXml libxml;
+    detail::PlainDocument document = detail::parsePlainDocument(bytes);
+    if (libxml.ranOutOfMemory())
+        throw std::bad_alloc();
+    return std::move(document.root);
 }
 
 std::unique_ptr<MetadataNode> readRootFromFile(const host::Path& file) {

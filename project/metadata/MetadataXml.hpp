@@ -3,8 +3,10 @@
 /// Calls for different files may run on different threads; two calls for one file must not overlap.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/Path.hpp"
@@ -24,6 +26,36 @@ namespace project::metadata {
 /// @throws MetadataWriteFailure naming the file
 /// @throws FailedToMakeMetadataWritable naming one of these, or what it leads to if it is a symbolic link
 PROJECT_METADATA_EXPORT void writeToFile(const MetadataNode& node, const host::Path& file, bool compactEnding);
+
+/// Takes a tree in the order in which it stands in a file. Keys must be valid, names XML names.
+class PROJECT_METADATA_EXPORT XmlSink {
+public:
+    virtual ~XmlSink() = default;
+
+    /// Begins an element.
+    /// @param name kept by whoever calls, until the element ends
+    virtual void begin(const std::u16string& name) = 0;
+
+    /// Adds an attribute to the element that has just begun, each key once, in any order.
+    virtual void put(const std::u16string& key, const std::u16string& value) = 0;
+
+    /// Adds the tree below `node` as a child of the element that was begun last and has not ended.
+    /// @param node not null
+    virtual void add(const std::shared_ptr<const MetadataNode>& node) = 0;
+
+    /// Ends the element that was begun last.
+    virtual void end() = 0;
+
+protected:
+    XmlSink() = default;
+    XmlSink(const XmlSink&) = default;
+    XmlSink& operator=(const XmlSink&) = default;
+};
+
+/// The same for a tree that is not made of nodes.
+/// @param tell tells the one root and all that is in it; may be called twice
+PROJECT_METADATA_EXPORT void writeToFile(const std::function<void(XmlSink& sink)>& tell, const host::Path& file,
+                                         bool compactEnding);
 
 /// Reads the tree in `file`. What is not an element or an attribute is ignored.
 ///
@@ -49,6 +81,11 @@ struct RefusedAttribute {
 /// @throws MetadataReadFailure as `readFromFile`
 PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readFromFile(const host::Path& file,
                                                                    std::vector<RefusedAttribute>& refused);
+
+/// Reads the tree in `bytes`, the content of a file, if it is a plain one.
+///
+/// @return the same as `readFromFile`; null if only that can tell what the file means, or what is wrong with it
+PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readPlainBytes(std::string_view bytes);
 
 /// Reads the root node of the tree in `file` with its attributes and without its children. Of a root with children,
 /// what is far behind its start tag is not looked at: that costs the same for every file, and a file broken there is

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "project/metadata/MetadataErrors.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
+#include "project/metadata/SharedNode.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"
 #include "store_support/StoreFiles.hpp"
@@ -12,7 +12,6 @@ namespace stores::fixed_path {
 
 using host::Path;
 using project::metadata::MetadataNode;
-using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
 using store_support::FolderLock;
 using store_support::getFileVersion;
@@ -50,7 +49,7 @@ std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path
         return nullptr;
     if (!content->node)
         project::metadata::raise<project::metadata::MetadataReadFailure>(file.text(), content->damage);
-    return std::make_unique<MetadataNodeSpecification>(*content->node);
+    return project::metadata::copyKeptNode(content->node);
 }
 
 void FixedPathManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
@@ -78,7 +77,9 @@ std::vector<MetadataPath> FixedPathManager::getChildren(const MetadataPath& path
     std::vector<MetadataPath> children;
     for (const PathFilePtr& child : readChildren(files_.getChildFolder(path))) {
         markExistenceSeen(*child);
-        std::vector<project::metadata::PathElement> elements = path.getPath();
+        std::vector<project::metadata::PathElement> elements;
+        elements.reserve(path.getPath().size() + 1);
+        elements = path.getPath();
         elements.push_back(child->element);
         children.emplace_back(std::move(elements));
     }
@@ -118,8 +119,12 @@ void FixedPathManager::markExistenceSeen(const PathFile& content) const {
 }
 
 PathFilePtr FixedPathManager::read(const Path& file) const {
-    settle(files_.getFolder());
-    PathFilePtr content = files_.read(file);
+    // Of a batch that is under way, or was interrupted, a file that has not changed shows nothing.
+    PathFilePtr content = files_.findRead(file);
+    if (!content) {
+        settle(files_.getFolder());
+        content = files_.read(file);
+    }
     if (content)
         files_.markSeen(content->version);
     return content;
@@ -129,6 +134,9 @@ std::vector<PathFilePtr> FixedPathManager::readChildren(const Path& childFolder)
     const Path& folder = files_.getFolder();
     constexpr int patience = 3;
     for (int attempt = 0; attempt < patience; ++attempt) {
+        // Most paths have none.
+        if (!getFileVersion(childFolder) && !isInterrupted(folder))
+            return {};
         settle(folder);
         const auto version = getFileVersion(childFolder);
         const auto isUndisturbed = [&] { return !isInterrupted(folder) && getFileVersion(childFolder) == version; };

@@ -1,5 +1,6 @@
 #include "stores/fixed_path/NodeFileName.hpp"
 
+#include <algorithm>
 #include <string_view>
 
 #include <boost/uuid/name_generator_sha1.hpp>
@@ -35,6 +36,10 @@ bool isLowSurrogate(char16_t unit) {
 /// Control characters, the separators and marks of this scheme, what other systems forbid in file names, and invisible
 /// characters that change the direction of text or break lines.
 bool isUnsafe(char16_t unit) {
+    const bool isAlphanumeric =
+        (unit >= u'a' && unit <= u'z') || (unit >= u'A' && unit <= u'Z') || (unit >= u'0' && unit <= u'9');
+    if (isAlphanumeric)
+        return false;
     constexpr std::u16string_view forbidden = u"\"%*/:<=>?\\|~\u061C\u200E\u200F\u2028\u2029\uFEFF";
     return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F) || (unit >= 0x202A && unit <= 0x202E) ||
            (unit >= 0x2066 && unit <= 0x2069) || forbidden.find(unit) != std::u16string_view::npos;
@@ -55,6 +60,10 @@ std::u16string encodeCharacter(const std::u16string& text, std::size_t& i) {
 }
 
 std::u16string encode(const std::u16string& text) {
+    // Most texts are of letters, digits and the like.
+    const auto isPlain = [](char16_t unit) { return unit >= u' ' && unit < 0x7F && !isUnsafe(unit); };
+    if (std::all_of(text.begin(), text.end(), isPlain))
+        return text;
     std::u16string name;
     for (std::size_t i = 0; i < text.size(); ++i)
         name += encodeCharacter(text, i);
@@ -122,7 +131,9 @@ bool hasSeparator(const host::Path& path) {
 std::u16string nodeFolderName(const project::metadata::PathElement& element) {
     std::u16string name = encode(element.getType()) + separator + encode(element.getLocation());
     escapeEdges(name);
-    return host::toUtf8(name).size() <= maximumNameLength ? name : cut(name);
+    constexpr std::size_t longestCharacter = 3;  // bytes of UTF-8 a unit of UTF-16 at most
+    const bool isShort = longestCharacter * name.size() <= maximumNameLength;
+    return isShort || host::toUtf8(name).size() <= maximumNameLength ? name : cut(name);
 }
 
 std::u16string nodeFileName(const project::metadata::PathElement& element) {

@@ -154,22 +154,30 @@ PathFiles::PathFiles(Path folder)
       coreFile_(folder_ / project::metadata::coreFileName()),
       beginning_(findBeginning(folder_)) {}
 
-Path PathFiles::getFile(const MetadataPath& path) const {
-    if (path.getPath().empty())
-        return coreFile_;
-    Path file = folder_;
-    for (const PathElement& element : path.getPath()) {
-        const bool isLeaf = &element == &path.getPath().back();
-        file /= isLeaf ? nodeFileName(element) : nodeFolderName(element);
+const Path& PathFiles::walk(const MetadataPath& path) const {
+    const auto& elements = path.getPath();
+    std::size_t known = 0;
+    while (known < walk_.size() && known < elements.size() && walk_[known].first == elements[known])
+        ++known;
+    walk_.erase(walk_.begin() + static_cast<std::ptrdiff_t>(known), walk_.end());
+    for (; known < elements.size(); ++known) {
+        const Path& above = walk_.empty() ? folder_ : walk_.back().second;
+        walk_.emplace_back(elements[known], above / nodeFolderName(elements[known]));
     }
-    return file;
+    return walk_.empty() ? folder_ : walk_.back().second;
+}
+
+Path PathFiles::getFile(const MetadataPath& path) const {
+    return path.getPath().empty() ? coreFile_ : Path(walk(path).text() + extension);
 }
 
 Path PathFiles::getChildFolder(const MetadataPath& path) const {
-    Path folder = folder_;
-    for (const PathElement& element : path.getPath())
-        folder /= nodeFolderName(element);
-    return folder;
+    return walk(path);
+}
+
+PathFilePtr PathFiles::findRead(const Path& file) const {
+    const auto cached = cache_.find(file.text());
+    return cached != cache_.end() && getFileVersion(file) == cached->second->version ? cached->second : nullptr;
 }
 
 PathFilePtr PathFiles::read(const Path& file) const {

@@ -7,6 +7,7 @@
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "host/Path.hpp"
@@ -52,6 +53,9 @@ public:
     /// What the file `file` of a path says; null if it does not exist.
     PathFilePtr read(const host::Path& file) const;
 
+    /// The same if it is known already and the file has not changed since; null otherwise.
+    PathFilePtr findRead(const host::Path& file) const;
+
     /// What the files of all paths directly in `childFolder` say, in the order of the paths; those of which no rank is
     /// known come last. A path whose file is missing while there are paths below it counts as damaged.
     /// @throws project::metadata::ListChildFilesFailure
@@ -95,10 +99,14 @@ private:
         Rank rank;
     };
 
+    /// The folder of the children of `path`.
+    const host::Path& walk(const project::metadata::MetadataPath& path) const;
+
     PathFile interpret(const host::Path& file, const store_support::XmlFile& xml) const;
 
     host::Path folder_;
     host::Path coreFile_;
+    mutable std::vector<std::pair<project::metadata::PathElement, host::Path>> walk_;  // the last path, with folders
     std::int64_t beginning_;  // by the clock of the file system: what has not changed later was there before
     mutable std::unordered_map<std::u16string, PathFilePtr> cache_;   // by the text of the file's path
     mutable std::unordered_map<std::u16string, LastRank> lastRanks_;  // by the text of the folder's path

@@ -2,7 +2,6 @@
 
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/WholeFile.hpp"
 #include "stores/monolithic/MonolithicManager.hpp"
@@ -13,7 +12,6 @@ namespace stores::monolithic {
 using host::Path;
 using project::metadata::FileContent;
 using project::metadata::MetadataNode;
-using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataReadFailure;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
@@ -28,12 +26,12 @@ bool isOwn(const MetadataNode& root) {
 void copyTo(project::metadata::PathTree& to, const PathTree& from) {
     to.node = from.node;
     for (const PathTree::Child& child : from.getChildren())
-        copyTo(to.children.emplace_back(project::metadata::PathTree{child.element, nullptr, {}, {}}), child.tree);
+        copyTo(to.children.emplace_back(project::metadata::PathTree{child.element, nullptr, {}, {}}), *child.tree);
 }
 
 /// @param file for the error
 void copyTo(PathTree& to, const project::metadata::PathTree& from, const Path& file) {
-    to.node = from.node ? std::make_shared<MetadataNodeSpecification>(*from.node) : nullptr;
+    to.node = from.node;
     for (const project::metadata::PathTree& child : from.children) {
         if (to.find(child.step))
             raise<MetadataWriteFailure>(file.text(), u"a path would stand twice under one parent in it");

@@ -6,8 +6,8 @@
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "project/metadata/SharedNode.hpp"
 #include "store_support/CoreFileType.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/EqualTrees.hpp"
@@ -21,8 +21,9 @@
 namespace stores::monolithic {
 
 using host::Path;
+using project::metadata::getShared;
+using project::metadata::keepNode;
 using project::metadata::MetadataNode;
-using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::MetadataWriteFailure;
@@ -31,11 +32,11 @@ using project::metadata::raise;
 using store_support::commit;
 using store_support::equalTrees;
 using store_support::FileBatch;
+using store_support::FileWatch;
 using store_support::findStatus;
 using store_support::FolderLock;
 using store_support::getFileVersion;
 using store_support::JobRunner;
-using store_support::makeFileVersion;
 using store_support::needsProof;
 using store_support::readXmlFile;
 using store_support::requireMetadataType;
@@ -65,7 +66,7 @@ void requireFeasible(Draft& draft, const MetadataPath& path, const PathElement& 
 PathTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) {
     PathTree* tree = &draft.tree;
     for (const PathElement& element : path.getPath()) {
-        if (PathTree* const existing = tree->find(element)) {
+        if (PathTree* const existing = tree->own(element)) {
             tree = existing;
             continue;
         }
@@ -77,7 +78,8 @@ PathTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) {
 }
 
 /// @param node null to remove the node
-void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* node, const Path& file) {
+void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* newNode, const Path& file) {
+    const MetadataNode* const node = newNode ? &getShared(*newNode) : nullptr;
     PathTree& tree = addPathTo(draft, path, file);
     if (equalTrees(node, tree.node.get()))
         return;
@@ -87,7 +89,7 @@ void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* node,
         requireReadable(*node, depth, file);
         draft.needsProof = draft.needsProof || needsProof(*node);
     }
-    tree.node = node ? std::make_shared<MetadataNodeSpecification>(*node) : nullptr;
+    tree.node = newNode ? keepNode(*newNode) : nullptr;
     tree.isUnseen = false;
     draft.isChanged = true;
 }
@@ -101,12 +103,11 @@ void removePathFrom(Draft& draft, const MetadataPath& path, const Path& file) {
         root = PathTree();
         return;
     }
-    // The parent is found for reading; what it leads to is ours to change.
-    PathTree* parent = &root;
-    for (std::size_t i = 0; parent && i + 1 < path.getPath().size(); ++i)
-        parent = parent->find(path.getPath()[i]);
-    if (!parent || !parent->find(path.getPath().back()))
+    if (!removed)
         return;
+    PathTree* parent = &root;
+    for (std::size_t i = 0; i + 1 < path.getPath().size(); ++i)
+        parent = parent->own(path.getPath()[i]);
     parent->remove(path.getPath().back());
     draft.isChanged = true;
 }
@@ -119,7 +120,7 @@ void requireSeen(const PathTree& old, const PathTree* arranged, std::vector<Path
         requireSeen(false, MetadataPath(steps), file);
     for (const PathTree::Child& child : old.getChildren()) {
         steps.push_back(child.element);
-        requireSeen(child.tree, arranged ? arranged->find(child.element) : nullptr, steps, file);
+        requireSeen(*child.tree, arranged ? arranged->find(child.element) : nullptr, steps, file);
         steps.pop_back();
     }
 }
@@ -154,7 +155,7 @@ template <class Edit>
 auto edited(const Edit& edit) {
     return [&edit](const PathTree& old) {
         Draft draft;
-        draft.tree = old.clone();
+        draft.tree = old;
         edit(draft);
         return draft;
     };
@@ -192,7 +193,7 @@ std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& pat
     tree->isUnseen = false;
     if (tree->problem)
         raise<MetadataReadFailure>(file_.text(), *tree->problem);
-    return tree->node ? std::make_unique<MetadataNodeSpecification>(*tree->node) : nullptr;
+    return tree->node ? project::metadata::copyKeptNode(tree->node) : nullptr;
 }
 
 void MonolithicManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
@@ -225,8 +226,10 @@ std::vector<MetadataPath> MonolithicManager::getChildren(const MetadataPath& pat
         return children;
     for (const PathTree::Child& child : tree->getChildren()) {
         // Of a branch there is no more to know than that it exists.
-        child.tree.isUnseen = child.tree.isUnseen && child.tree.node;
-        std::vector<PathElement> elements = path.getPath();
+        child.tree->isUnseen = child.tree->isUnseen && child.tree->node;
+        std::vector<PathElement> elements;
+        elements.reserve(path.getPath().size() + 1);
+        elements = path.getPath();
         elements.push_back(child.element);
         children.emplace_back(std::move(elements));
     }
@@ -252,15 +255,15 @@ std::vector<project::metadata::StoreFile> MonolithicManager::listFiles() const {
 
 void MonolithicManager::change(const Edit& edit) {
     Draft draft = edit(load());
-    if (!draft.isChanged && version_)
+    if (!draft.isChanged && watch_.getVersion())
         return;
     requireSound();
     FolderLock lock(folder_);
     requireMetadataType(folder_, monolithicName);
-    if (getFileVersion(file_) != version_) {
+    if (getFileVersion(file_) != watch_.getVersion()) {
         // Somebody else was faster.
         draft = edit(load());
-        if (!draft.isChanged && version_)
+        if (!draft.isChanged && watch_.getVersion())
             return;
         requireSound();
     }
@@ -268,9 +271,9 @@ void MonolithicManager::change(const Edit& edit) {
 }
 
 PathTree& MonolithicManager::load() const {
-    const auto status = findStatus(file_);
-    if (tree_ && (status ? std::optional(makeFileVersion(*status)) : std::nullopt) == version_)
+    if (tree_ && watch_.isUnchanged())
         return *tree_;
+    const auto status = findStatus(file_);
     const XmlFile xml = status ? readXmlFile(file_, *status, store_support::XmlExtent::aroundRefused) : XmlFile{};
     if (!xml.root && xml.version)
         raise<MetadataReadFailure>(file_.text(), xml.problem);
@@ -282,7 +285,7 @@ PathTree& MonolithicManager::load() const {
         markUnseen(tree, &*tree_);
     std::for_each(damage.begin(), damage.end(), store_support::reportDamage);
     tree_ = std::move(tree);
-    version_ = xml.version;
+    watch_ = FileWatch(file_, xml.version);
     damage_ = std::move(damage);
     return *tree_;
 }
@@ -295,20 +298,19 @@ void MonolithicManager::requireSound() const {
 }
 
 void MonolithicManager::save(Draft draft, FolderLock& lock) {
-    const std::unique_ptr<const MetadataNode> xml = toXml(draft.tree);
-
     FileBatch batch;
     batch.folder = folder_;
     batch.filesToWrite = {file_};
     batch.write = [&](std::size_t /*index*/, const Path& staged) {
         // An empty store is as the library makes a core file.
-        project::metadata::writeToFile(*xml, staged, xml->getChildNodes().empty());
+        const bool isEmpty = !draft.tree.node && draft.tree.getChildren().empty();
+        project::metadata::writeToFile([&](auto& sink) { tellXml(draft.tree, sink); }, staged, isEmpty);
         if (draft.needsProof)
-            requireReadsBack(*xml, staged, file_);
+            requireReadsBack(*toXml(draft.tree), staged, file_);
     };
     runJob_(project::metadata::FileJob(batch.filesToWrite, {}, [&] {
         commit(batch, lock);
-        version_ = getFileVersion(file_);
+        watch_ = FileWatch(file_, getFileVersion(file_));
         tree_ = std::move(draft.tree);
         lock.release();
     }));

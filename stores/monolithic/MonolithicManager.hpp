@@ -13,7 +13,7 @@
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
-#include "store_support/FileVersion.hpp"
+#include "store_support/FileWatch.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/monolithic/PathTree.hpp"
@@ -74,8 +74,8 @@ private:
     host::Path folder_;
     host::Path file_;
     store_support::JobRunner runJob_;
-    mutable std::optional<store_support::FileVersion> version_;  // of the file that `tree_` was read from or written to
-    mutable std::optional<PathTree> tree_;                       // none only while it is being read first
+    mutable store_support::FileWatch watch_;  // of the file that `tree_` was read from or written to
+    mutable std::optional<PathTree> tree_;    // none only while it is being read first
     mutable std::vector<project::metadata::MetadataDamage> damage_;  // of that file
 };
 

@@ -15,26 +15,26 @@
 #include "stores/monolithic/PathTree.hpp"
 
 #include <algorithm>
+#include <functional>
+#include <string_view>
 #include <unordered_map>
 
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/EqualTrees.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
-#include "store_support/TreeRules.hpp"
 #include "stores/monolithic/MonolithicManager.hpp"
 
 namespace stores::monolithic {
 
 using project::metadata::MetadataDamage;
 using project::metadata::MetadataNode;
-using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using project::metadata::XmlSink;
 using store_support::equalTrees;
 using store_support::getPathElement;
 using store_support::getReadProblem;
@@ -42,8 +42,8 @@ using store_support::Lack;
 using store_support::nodeElementName;
 using store_support::pathElementName;
 using store_support::projectElementName;
+using store_support::putNode;
 using store_support::putPathElement;
-using store_support::survivesXml;
 
 namespace {
 
@@ -111,63 +111,30 @@ private:
     std::vector<MetadataDamage>& damage_;
 };
 
-/// An element that may have any node as a child. A copy of each would only be made to be written and thrown away.
-class SharingElement : public MetadataNodeSpecification {
-public:
-    using MetadataNodeSpecification::MetadataNodeSpecification;
-
-    const std::vector<std::shared_ptr<MetadataNode>>& getChildNodes() const override { return children_; }
-
-    void add(std::shared_ptr<MetadataNode> child) { children_.push_back(std::move(child)); }
-
-private:
-    std::vector<std::shared_ptr<MetadataNode>> children_;
-};
-
-/// The element of a path with the attributes that nearly all have.
-MetadataNodeSpecification makePathPattern() {
-    MetadataNodeSpecification pattern(pathElementName);
-    putPathElement(pattern, PathElement(u"", u""));
-    return pattern;
-}
-
-/// Elements to copy: copies of a copy share its name and its keys.
-struct Patterns {
-    const MetadataNodeSpecification node{nodeElementName};
-    const MetadataNodeSpecification path{static_cast<const MetadataNode&>(makePathPattern())};
-    const MetadataNodeSpecification pathWithEscapes{pathElementName};
-};
-
-void fill(SharingElement& xml, const PathTree& tree, const Patterns& patterns) {
-    if (tree.node) {
-        const auto element = std::make_shared<SharingElement>(patterns.node);
-        element->add(tree.node);
-        xml.add(element);
-    }
+void tellChildren(const PathTree& tree, XmlSink& sink) {
+    putNode(sink, tree.node);
     for (const PathTree::Child& child : tree.getChildren()) {
-        const bool isPlain = survivesXml(child.element.getType()) && survivesXml(child.element.getLocation());
-        const auto element = std::make_shared<SharingElement>(isPlain ? patterns.path : patterns.pathWithEscapes);
-        putPathElement(*element, child.element);
-        fill(*element, child.tree, patterns);
-        xml.add(element);
+        sink.begin(pathElementName);
+        putPathElement(sink, child.element);
+        tellChildren(*child.tree, sink);
+        sink.end();
     }
 }
+
+std::size_t hash(const PathElement& element) {
+    const std::hash<std::u16string_view> hash;
+    constexpr std::size_t factor = 1099511628211U;  // of the FNV hash
+    return hash(element.getType()) * factor ^ hash(element.getLocation());
+}
+
+/// Fewer children are looked through.
+constexpr std::size_t leastForTable = 16;
 
 }  // namespace
 
-PathTree PathTree::clone() const {
-    PathTree copy;
-    copy.node = node;
-    copy.problem = problem;
-    copy.isUnseen = isUnseen;
-    for (const Child& child : getChildren())
-        copy.add(child.element) = child.tree.clone();
-    return copy;
-}
-
 PathTree* PathTree::find(const PathElement& element) const {
-    const auto entry = entries_.find(element);
-    return entry == entries_.end() ? nullptr : entry->second.tree.get();
+    const std::size_t place = findPlace(element);
+    return place == children_.size() ? nullptr : children_[place].tree.get();
 }
 
 PathTree* PathTree::find(const MetadataPath& path) {
@@ -180,30 +147,82 @@ PathTree* PathTree::find(const MetadataPath& path) {
     return tree;
 }
 
+PathTree* PathTree::own(const PathElement& element) {
+    const std::size_t place = findPlace(element);
+    if (place == children_.size())
+        return nullptr;
+    std::shared_ptr<PathTree>& tree = children_[place].tree;
+    if (tree.use_count() > 1)
+        tree = std::make_shared<PathTree>(*tree);
+    return tree.get();
+}
+
 PathTree& PathTree::add(const PathElement& element) {
-    const std::size_t position = order_.empty() ? 0 : order_.rbegin()->first + 1;
-    const auto [entry, isNew] = entries_.try_emplace(element, Entry{position, nullptr});
-    if (isNew) {
-        entry->second.tree = std::make_unique<PathTree>();
-        order_.emplace(position, entry);
-    }
-    return *entry->second.tree;
+    if (PathTree* const existing = own(element))
+        return *existing;
+    children_.push_back({element, std::make_shared<PathTree>()});
+    last_ = children_.size() - 1;
+    if (2 * children_.size() <= places_.size())
+        enterPlace(last_);
+    else
+        places_.clear();
+    return *children_.back().tree;
 }
 
 void PathTree::remove(const PathElement& element) {
-    const auto entry = entries_.find(element);
-    if (entry == entries_.end())
+    const std::size_t place = findPlace(element);
+    if (place == children_.size())
         return;
-    order_.erase(entry->second.position);
-    entries_.erase(entry);
+    children_[place].tree.reset();
+    hasGaps_ = true;
 }
 
-std::vector<PathTree::Child> PathTree::getChildren() const {
-    std::vector<Child> children;
-    children.reserve(order_.size());
-    for (const auto& [position, entry] : order_)
-        children.push_back({entry->first, *entry->second.tree});
-    return children;
+const std::vector<PathTree::Child>& PathTree::getChildren() const {
+    if (hasGaps_) {
+        children_.erase(
+            std::remove_if(children_.begin(), children_.end(), [](const Child& child) { return !child.tree; }),
+            children_.end());
+        places_.clear();
+        hasGaps_ = false;
+    }
+    return children_;
+}
+
+std::size_t PathTree::findPlace(const PathElement& element) const {
+    const auto isAt = [&](std::size_t place) { return children_[place].tree && children_[place].element == element; };
+    for (std::size_t place = last_; place < children_.size() && place <= last_ + 1; ++place) {
+        if (isAt(place))
+            return last_ = place;
+    }
+    if (children_.size() < leastForTable) {
+        for (std::size_t place = 0; place < children_.size(); ++place) {
+            if (isAt(place))
+                return last_ = place;
+        }
+        return children_.size();
+    }
+    if (places_.empty()) {
+        std::size_t size = leastForTable;
+        while (size < 4 * children_.size())
+            size *= 2;
+        places_.assign(size, 0);
+        for (std::size_t place = 0; place < children_.size(); ++place)
+            enterPlace(place);
+    }
+    for (std::size_t i = hash(element);; ++i) {
+        const std::size_t entry = places_[i & (places_.size() - 1)];
+        if (entry == 0)
+            return children_.size();
+        if (isAt(entry - 1))
+            return last_ = entry - 1;
+    }
+}
+
+void PathTree::enterPlace(std::size_t place) const {
+    std::size_t i = hash(children_[place].element);
+    while (places_[i & (places_.size() - 1)] != 0)
+        ++i;
+    places_[i & (places_.size() - 1)] = static_cast<std::uint32_t>(place + 1);
 }
 
 PathTree fromXml(const MetadataNode& xml, const std::vector<Lack>& lacks, const host::Path& file,
@@ -217,28 +236,33 @@ void markUnseen(PathTree& now, const PathTree* before) {
     const bool isSame = before && equalTrees(now.node.get(), before->node.get());
     now.isUnseen = !isSame || before->isUnseen;
     for (const PathTree::Child& child : now.getChildren())
-        markUnseen(child.tree, before ? before->find(child.element) : nullptr);
+        markUnseen(*child.tree, before ? before->find(child.element) : nullptr);
 }
 
 bool isAllSeen(const PathTree& tree) {
-    const auto children = tree.getChildren();
+    const auto& children = tree.getChildren();
     return !tree.isUnseen && std::all_of(children.begin(), children.end(),
-                                         [](const PathTree::Child& child) { return isAllSeen(child.tree); });
+                                         [](const PathTree::Child& child) { return isAllSeen(*child.tree); });
 }
 
-std::unique_ptr<const MetadataNode> toXml(const PathTree& tree) {
-    auto xml = std::make_unique<SharingElement>(projectElementName);
-    xml->put(project::metadata::metadataTypeKey(), monolithicName);
-    fill(*xml, tree, Patterns());
-    return xml;
+void tellXml(const PathTree& tree, XmlSink& sink) {
+    sink.begin(projectElementName);
+    sink.put(project::metadata::metadataTypeKey(), monolithicName);
+    tellChildren(tree, sink);
+    sink.end();
+}
+
+std::shared_ptr<const MetadataNode> toXml(const PathTree& tree) {
+    return store_support::makeNodes([&](XmlSink& sink) { tellXml(tree, sink); });
 }
 
 bool isSameTree(const PathTree& a, const PathTree& b) {
-    const auto childrenA = a.getChildren();
-    const auto childrenB = b.getChildren();
+    const auto& childrenA = a.getChildren();
+    const auto& childrenB = b.getChildren();
     return a.node == b.node && std::equal(childrenA.begin(), childrenA.end(), childrenB.begin(), childrenB.end(),
                                           [](const PathTree::Child& x, const PathTree::Child& y) {
-                                              return x.element == y.element && isSameTree(x.tree, y.tree);
+                                              return x.element == y.element &&
+                                                     (x.tree == y.tree || isSameTree(*x.tree, *y.tree));
                                           });
 }
 

@@ -50,7 +50,9 @@ using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
 using store_support::commit;
 using store_support::FileBatch;
+using store_support::FileWatch;
 using store_support::FolderLock;
+using store_support::getFileVersion;
 using store_support::getScratchFolder;
 using store_support::JobRunner;
 using store_support::projectElementName;
@@ -239,6 +241,7 @@ void Database::connect() {
 }
 
 void Database::close() noexcept {
+    mark_.reset();
     table_.reset();
     if (connection_ && rollBack(*connection_) && sqlite3_db_readonly(connection_.get(), "main") == 0) {
         // Turns the log off if no other store has the database open, and does nothing otherwise.
@@ -256,6 +259,7 @@ void Database::abandon() noexcept {
 }
 
 void Database::drop() noexcept {
+    mark_.reset();
     table_.reset();
     connection_.reset();
 }
@@ -269,9 +273,12 @@ void Database::readOpened(const Read& action) {
     bool isBegun = false;
     const auto tryToRead = [&] {
         budget_ = stepsToRead + stepsPerByte * held_.getStatus().st_size;
+        if (!watch_.getVersion() || !watch_.isUnchanged())
+            watch_ = FileWatch(file_, getFileVersion(file_));
+        const auto mark = readMark();
         Transaction transaction(*connection_, "BEGIN");
         // The first look takes the lock; nothing after it has to wait.
-        waitWhileLocked([this] { look(); });
+        waitWhileLocked([&] { look(mark); });
         isBegun = true;
         action(*table_, seen_);
         transaction.commit();
@@ -295,9 +302,29 @@ void Database::readOpened(const Read& action) {
     }
 }
 
-void Database::look() {
-    table_->forgetRows();
+SeenChanges* Database::findUnchanged() {
+    const bool isUnchanged = connection_ && mark_ && watch_.getVersion() &&
+                             watch_.getVersion()->inode == held_.getStatus().st_ino && watch_.isUnchanged() &&
+                             readMark() == mark_;
+    return isUnchanged ? &seen_ : nullptr;
+}
+
+std::optional<ChangeMark> Database::readMark() const {
+    return connection_ ? readChangeMark(*connection_, isLogOn_) : std::nullopt;
+}
+
+void Database::look(const std::optional<ChangeMark>& before) {
     table_->getBatch();
+    const bool wasLogOn = std::exchange(isLogOn_, !isImmutable_ && hasLog(*connection_));
+    auto mark = readMark();
+    // With a log somebody may write meanwhile, without one nobody.
+    if (isLogOn_ && (!wasLogOn || mark != before))
+        mark.reset();
+    if (!mark || mark != mark_) {
+        table_->forgetRows();
+        ++generation_;
+    }
+    mark_ = mark;
     // Somebody may have changed the schema meanwhile.
     const std::int64_t schemaVersion = getSchemaVersion(*connection_);
     if (schemaVersion != schemaVersion_)
@@ -371,7 +398,8 @@ void Database::tryToWrite(const Edit& edit) {
         turnLogOn();
     budget_ = stepsToWrite + stepsPerByte * held_.getStatus().st_size;
     Transaction transaction(*connection_, "BEGIN IMMEDIATE");
-    look();
+    look(std::nullopt);
+    mark_.reset();
     const std::int64_t batch = table_->getBatch() + 1;
     PathEdit write(*table_, seen_, PathEdit::Mode::write, batch);
     if (!edit(write))

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "host/Path.hpp"
+#include "store_support/FileWatch.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/sqlite/FileCheck.hpp"
 #include "stores/sqlite/PathEdit.hpp"
@@ -59,6 +60,14 @@ public:
     /// @throws project::metadata::MetadataReadFailure naming the file and the cause
     void read(const Read& action);
 
+    /// What is known of others' changes, if everything is as `read` found it last; null if it may not be. Costs less
+    /// than `read`.
+    /// @throws project::metadata::MetadataReadFailure if that cannot be found out
+    SeenChanges* findUnchanged();
+
+    /// How often `read` has found something that may have been changed since it was called last.
+    std::uint64_t getGeneration() const noexcept { return generation_; }
+
     /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none.
     /// @throws project::metadata::MetadataWriteFailure, ReadOnlyMetadataFailure naming the file or folder and the
     ///         cause; FailedToMakeMetadataWritable; as `read`
@@ -75,7 +84,11 @@ private:
     void readOpened(const Read& action);
 
     /// To be called first in each transaction.
-    void look();
+    /// @param before the mark before it
+    void look(const std::optional<ChangeMark>& before);
+
+    /// No value while nothing is open, or if it cannot be had.
+    std::optional<ChangeMark> readMark() const;
 
     /// To be called when an operation was refused: no transaction stays open.
     void abandon() noexcept;
@@ -118,6 +131,12 @@ private:
     std::optional<PathTable> table_;
     std::int64_t schemaVersion_ = 0;  // of the schema that was checked
     SeenChanges seen_;                // of the changes in `held_`
+
+    // What tells that nothing has changed since the last reading:
+    bool isLogOn_ = false;
+    std::optional<ChangeMark> mark_;  // no value if it is not known
+    store_support::FileWatch watch_;  // of the file that is open
+    std::uint64_t generation_ = 0;
 };
 
 }  // namespace stores::sqlite

@@ -80,6 +80,13 @@ constexpr const char* selectChildren =
     " FROM path AS entry INDEXED BY path_order CROSS JOIN path AS row NOT INDEXED"
     " WHERE entry.parent = ?1 AND row.id = entry.id AND row.parent = ?1 AND row.id <> 0"
     " ORDER BY entry.position, entry.id";
+constexpr const char* selectChildrenAfter =
+    "SELECT row.id, row.type, row.location, row.position, row.node, row.changed,"
+    " EXISTS (SELECT 1 FROM path AS entryBelow INDEXED BY path_order WHERE entryBelow.parent = row.id)"
+    " FROM path AS entry INDEXED BY path_order CROSS JOIN path AS row NOT INDEXED"
+    " WHERE entry.parent = ?1 AND entry.position >= ?2 AND (entry.position > ?2 OR entry.id > ?3)"
+    " AND row.id = entry.id AND row.parent = ?1 AND row.id <> 0"
+    " ORDER BY entry.position, entry.id";
 constexpr const char* selectChild =
     "SELECT row.id FROM path AS entry CROSS JOIN path AS row NOT INDEXED"
     " WHERE entry.parent = ?1 AND entry.type = ?2 AND entry.location = ?3 AND row.id = entry.id"
@@ -88,7 +95,8 @@ constexpr const char* selectChild =
     "WITH RECURSIVE below (id) AS (SELECT ?1 UNION SELECT row.id FROM below"             \
     " CROSS JOIN path AS entry INDEXED BY path_order CROSS JOIN path AS row NOT INDEXED" \
     " WHERE entry.parent = below.id AND row.id = entry.id AND row.parent = below.id AND row.id <> 0)"
-constexpr const char* selectBelow = WITH_BELOW " SELECT id, node, changed, type, location FROM path WHERE id IN below";
+constexpr const char* selectBelow =
+    WITH_BELOW " SELECT id, node, changed, type, location, position FROM path WHERE id IN below";
 constexpr const char* deleteBelow = WITH_BELOW " DELETE FROM path WHERE id IN below AND id <> 0";
 #undef WITH_BELOW
 
@@ -164,10 +172,11 @@ PathTable::PathTable(sqlite3& connection, host::Path file)
       insert_(prepare(connection,
                       "INSERT INTO path (id, parent, type, location, position, node, changed)"
                       " VALUES ((SELECT max(id) + 1 FROM path), ?, ?, ?, ?, ?, ?)")),
-      getRow_(prepare(connection, "SELECT node, changed FROM path WHERE id = ?")),
+      getRow_(prepare(connection, "SELECT node, changed, position FROM path WHERE id = ?")),
       setNode_(prepare(connection, "UPDATE path SET node = ?, changed = ? WHERE id = ?")),
       setPosition_(prepare(connection, "UPDATE path SET position = ? WHERE id = ?")),
       getChildren_(prepare(connection, selectChildren)),
+      getChildrenAfter_(prepare(connection, selectChildrenAfter)),
       getBelow_(prepare(connection, selectBelow)),
       removeBelow_(prepare(connection, deleteBelow)),
       getStep_(prepare(connection, "SELECT parent, type, location FROM path WHERE id = ?")) {}
@@ -203,6 +212,10 @@ std::optional<RowId> PathTable::find(const MetadataPath& path) {
     return walk_.empty() ? rootRow : walk_.back().second;
 }
 
+RowId PathTable::findParent() const noexcept {
+    return walk_.size() < 2 ? rootRow : walk_[walk_.size() - 2].second;
+}
+
 void PathTable::add(const MetadataPath& path, const NodeValue& node, std::int64_t batch) {
     find(path);
     const auto& elements = path.getPath();
@@ -236,7 +249,7 @@ Row PathTable::getRow(RowId id) const {
     Query query(getRow_, id);
     if (!query.next())
         raise<MetadataReadFailure>(file_.text(), u"the row " + toText(id) + u" of a path is missing");
-    return {query.node(0), query.integer(1)};
+    return {query.node(0), query.integer(1), query.integer(2)};
 }
 
 void PathTable::setNode(RowId id, const NodeValue& node, std::int64_t batch) {
@@ -281,6 +294,20 @@ std::vector<ChildRow> PathTable::getChildren(RowId parent) const {
     return children;
 }
 
+void PathTable::visitChildrenAfter(RowId parent, std::int64_t position, RowId id,
+                                   const std::function<bool(FullRow row)>& visit) const {
+    for (Query query(getChildrenAfter_, parent, position, id); query.next();) {
+        const auto type = query.text(1);
+        const auto location = query.text(2);
+        if (!type || !location)
+            return;
+        FullRow row{query.integer(0), {*type, *location}, query.integer(3),
+                    query.node(4),    query.integer(5),   query.integer(6) != 0};
+        if (!visit(std::move(row)))
+            return;
+    }
+}
+
 void PathTable::requireOneRow() const {
     if (sqlite3_changes(&connection_) != 1)
         raiseUnsound();
@@ -302,7 +329,7 @@ void PathTable::visitBelow(RowId id, const std::function<void(RowId id, const Ro
             raise<MetadataReadFailure>(file_.text(), u"the path \"" + getPath(below).string() + u"\" in it (row " +
                                                          toText(below) + u") has a type or a location that is no text");
         }
-        visit(below, {query.node(1), query.integer(2)});
+        visit(below, {query.node(1), query.integer(2), query.integer(5)});
     }
 }
 

@@ -32,7 +32,18 @@ constexpr RowId rootRow = 0;
 /// What the row of a path says of it.
 struct Row {
     NodeValue node;
-    std::int64_t changed;  ///< the batch that has added the path or changed its node last
+    std::int64_t changed;   ///< the batch that has added the path or changed its node last
+    std::int64_t position;  ///< among its siblings
+};
+
+/// A child with its node.
+struct FullRow {
+    RowId id;
+    project::metadata::PathElement element;
+    std::int64_t position;
+    NodeValue node;
+    std::int64_t changed;  ///< as in `Row`
+    bool hasChildren;
 };
 
 struct ChildRow {
@@ -73,6 +84,9 @@ public:
     /// No value if the path does not exist.
     std::optional<RowId> find(const project::metadata::MetadataPath& path);
 
+    /// The row above the one that `find` has found last; the root path's for itself.
+    RowId findParent() const noexcept;
+
     /// Adds `path`, which does not exist, with `node`, and its missing ancestors without, each as the last child
     /// of its parent.
     void add(const project::metadata::MetadataPath& path, const NodeValue& node, std::int64_t batch);
@@ -89,6 +103,11 @@ public:
     /// In their order. Those whose type or location is no text, which is damage, are left out.
     /// @throws project::metadata::MetadataReadFailure if a child is there twice
     std::vector<ChildRow> getChildren(RowId parent) const;
+
+    /// Calls `visit` for the children after the one with the given position and row, in their order, for as long as
+    /// that returns true and nothing damaged is met.
+    void visitChildrenAfter(RowId parent, std::int64_t position, RowId id,
+                            const std::function<bool(FullRow row)>& visit) const;
 
     /// Calls `visit` for the row `id` and all rows below it, in no particular order.
     /// @throws project::metadata::MetadataReadFailure for those that `getChildren` leaves out
@@ -123,6 +142,7 @@ private:
     Statement setNode_;
     Statement setPosition_;
     Statement getChildren_;
+    Statement getChildrenAfter_;
     Statement getBelow_;
     Statement removeBelow_;
     Statement getStep_;

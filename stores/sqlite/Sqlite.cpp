@@ -1,5 +1,6 @@
 #include "stores/sqlite/Sqlite.hpp"
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -41,6 +42,13 @@ int giveUp(void* budget) {
         return 1;
     }
     return left < 0 ? 1 : 0;
+}
+
+/// The file of the main database; null if it has none.
+sqlite3_file* findFile(sqlite3& connection) {
+    sqlite3_file* file = nullptr;
+    const int code = sqlite3_file_control(&connection, "main", SQLITE_FCNTL_FILE_POINTER, &file);
+    return code == SQLITE_OK && file && file->pMethods ? file : nullptr;
 }
 
 /// Whether `bytes`, which are `text` in UTF-8, are kept as they are in a column of TEXT.
@@ -92,6 +100,40 @@ void execute(sqlite3& connection, const char* sql) {
     const int code = sqlite3_exec(&connection, sql, nullptr, nullptr, nullptr);
     if (code != SQLITE_OK)
         throw SqliteError(&connection, code);
+}
+
+// What is read here without the help of SQLite is described in https://sqlite.org/fileformat2.html, "The Database
+// Header", and https://sqlite.org/walformat.html, "The WAL-Index Header".
+
+bool hasLog(sqlite3& connection) {
+    constexpr int versionPlace = 18;
+    constexpr char versionWithLog = 2;
+    char version = 0;
+    sqlite3_file* const file = findFile(connection);
+    return file && file->pMethods->xRead(file, &version, 1, versionPlace) == SQLITE_OK && version == versionWithLog;
+}
+
+// Without a log each transaction raises the counter in the header of the file. With one it changes the header of the
+// log's index, which lies in shared memory; it is written twice, this copy last, and only then is it committed.
+std::optional<ChangeMark> readChangeMark(sqlite3& connection, bool isLogOn) {
+    constexpr int counterPlace = 24;
+    constexpr int counterSize = 4;
+    constexpr int indexRegionSize = 32768;
+    sqlite3_file* const file = findFile(connection);
+    if (!file)
+        return std::nullopt;
+    ChangeMark mark{};
+    if (!isLogOn) {
+        const int code = file->pMethods->xRead(file, mark.data(), counterSize, counterPlace);
+        return code == SQLITE_OK ? std::optional(mark) : std::nullopt;
+    }
+    void volatile* index = nullptr;
+    if (file->pMethods->iVersion < 2 || file->pMethods->xShmMap(file, 0, indexRegionSize, 0, &index) != SQLITE_OK ||
+        !index) {
+        return std::nullopt;
+    }
+    std::copy_n(static_cast<const volatile char*>(index), mark.size(), mark.begin());
+    return mark;
 }
 
 Statement prepare(sqlite3& connection, const char* sql) {

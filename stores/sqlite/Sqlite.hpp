@@ -5,6 +5,7 @@
 
 #include <sqlite3.h>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -64,6 +65,17 @@ void distrust(sqlite3& connection, std::int64_t& budget);
 /// Runs `sql` and drops what it returns.
 /// @throws SqliteError
 void execute(sqlite3& connection, const char* sql);
+
+/// A mark that changes with everything that anybody writes to a database, read without a lock and without waiting.
+using ChangeMark = std::array<char, 48>;
+
+/// Whether the changes of the database go to the write-ahead log, as its file says.
+bool hasLog(sqlite3& connection);
+
+/// The mark of the database.
+/// @param isLogOn as `hasLog` has answered in a transaction
+/// @return no value if it cannot be had
+std::optional<ChangeMark> readChangeMark(sqlite3& connection, bool isLogOn);
 
 struct StatementFinalizer {
     void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }

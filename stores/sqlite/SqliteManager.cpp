@@ -45,10 +45,10 @@ void SqliteManager::removePath(const MetadataPath& path) {
 }
 
 std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) const {
-    const NodeValue value = readNode(path);
-    if (!value)
+    const ReadAhead::Entry* const entry = read(path);
+    if (!entry || !entry->node)
         return nullptr;
-    auto node = decodeNode(*value);
+    auto node = decodeNode(*entry->node);
     if (!node) {
         raise<MetadataReadFailure>(database_.getFile().text(),
                                    u"the node of the path \"" + path.string() + u"\" in it is damaged");
@@ -84,11 +84,17 @@ void SqliteManager::removePaths(const std::vector<MetadataPath>& paths) {
 }
 
 bool SqliteManager::hasNode(const MetadataPath& path) const {
-    return readNode(path).has_value();
+    const ReadAhead::Entry* const entry = read(path);
+    return entry && entry->node;
 }
 
 std::vector<MetadataPath> SqliteManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
+    if (database_.findUnchanged()) {
+        const ReadAhead::Entry* const entry = getAhead().find(path);
+        if (entry && entry->hasChildren == false)
+            return children;
+    }
     database_.read([&](PathTable& table, SeenChanges& seen) {
         const auto parent = table.find(path);
         // What lies deeper is damage; it would make longer and longer paths.
@@ -137,16 +143,27 @@ std::vector<project::metadata::StoreFile> SqliteManager::listFiles() const {
         {{file, true}, {beside(u"-journal"), true}, {beside(u"-wal"), true}, {beside(u"-shm"), false}});
 }
 
-NodeValue SqliteManager::readNode(const MetadataPath& path) const {
-    NodeValue value;
+ReadAhead& SqliteManager::getAhead() const {
+    if (std::exchange(generation_, database_.getGeneration()) != database_.getGeneration())
+        ahead_.clear();
+    return ahead_;
+}
+
+const ReadAhead::Entry* SqliteManager::read(const MetadataPath& path) const {
+    const ReadAhead::Entry* entry = nullptr;
+    SeenChanges* const unchanged = database_.findUnchanged();
+    if (unchanged)
+        entry = getAhead().find(path);
+    if (entry) {
+        unchanged->addRow(entry->id, entry->changed);
+        return entry;
+    }
     database_.read([&](PathTable& table, SeenChanges& seen) {
-        if (const auto id = table.find(path)) {
-            Row row = table.getRow(*id);
-            seen.addRow(*id, row.changed);
-            value = std::move(row.node);
-        }
+        entry = getAhead().read(table, path);
+        if (entry)
+            seen.addRow(entry->id, entry->changed);
     });
-    return value;
+    return entry;
 }
 
 }  // namespace stores::sqlite

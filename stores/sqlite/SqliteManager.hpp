@@ -5,6 +5,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/sqlite/Database.hpp"
+#include "stores/sqlite/ReadAhead.hpp"
 
 namespace stores::sqlite {
 
@@ -50,10 +52,15 @@ public:
     std::vector<project::metadata::StoreFile> listFiles() const override;
 
 private:
-    /// The node value at `path`, which counts as read then.
-    NodeValue readNode(const project::metadata::MetadataPath& path) const;
+    /// What is at `path`, whose node counts as read then; null if it does not exist. Valid until the next operation.
+    const ReadAhead::Entry* read(const project::metadata::MetadataPath& path) const;
+
+    /// What was read ahead and still holds, as far as the last `Database::read` has seen.
+    ReadAhead& getAhead() const;
 
     mutable Database database_;
+    mutable ReadAhead ahead_;
+    mutable std::uint64_t generation_ = 0;  // of the database, in `ahead_`
 };
 
 }  // namespace stores::sqlite

@@ -1,5 +1,8 @@
 /// The node in memory: attributes, children, and copies.
+#include <random>
+
 #include "project/metadata/MetadataNodeSpecification.hpp"
+#include "project/metadata/SharedNode.hpp"
 #include "tests/metadata/Helpers.hpp"
 
 using namespace project::metadata;
@@ -51,4 +54,64 @@ TEST(NodeTest, copyingMergesAttributesAndAppendsCopiesOfChildren) {
     source.getChildNodes().front()->createChildNode();
     EXPECT_EQ(render(target), u"T{b=source}{c=target}[x][x[y{k=v}]]");
     EXPECT_EQ(render(constructed), u"S{b=source}[x[y{k=v}]]");
+}
+
+namespace {
+
+/// Changes some node of the tree below `node`, as `random` has it.
+void changeSomething(MetadataNode& node, std::mt19937& random) {
+    const auto& children = node.getChildNodes();
+    if (!children.empty() && random() % 2 == 0)
+        return changeSomething(*children[random() % children.size()], random);
+    const std::u16string text(1, static_cast<char16_t>(u'a' + random() % 4));
+    switch (random() % 4) {
+        case 0:
+            return node.put(text, text + text);
+        case 1:
+            node.createChildNode(text).put(u"k", text);
+            return;
+        case 2:
+            if (!children.empty())
+                node.remove(*children[random() % children.size()]);
+            return;
+        default:
+            MetadataNodeSpecification source(u"source");
+            source.put(text, u"copied");
+            source.createChildNode();
+            node.copy(source);
+    }
+}
+
+}  // namespace
+
+TEST(NodeTest, aCopyThatSharesIsToItsUserAsAnyOther) {
+    auto source = std::make_shared<MetadataNodeSpecification>(u"S");
+    std::mt19937 random(1);  // NOLINT: the same in each run
+    for (int i = 0; i < 30; ++i)
+        changeSomething(*source, random);
+    const std::u16string before = render(*source);
+    for (unsigned seed = 0; seed < 100; ++seed) {
+        const auto copy = copyKeptNode(source);
+        MetadataNodeSpecification plain(static_cast<const MetadataNode&>(*source));
+        std::mt19937 forCopy(seed);
+        std::mt19937 forPlain(seed);
+        const std::u16string& value = copy->get(u"a");
+        const std::u16string valueBefore = value;
+        const auto& children = copy->getChildNodes();
+        for (unsigned i = 0; i < seed % 10; ++i) {
+            changeSomething(*copy, forCopy);
+            changeSomething(plain, forPlain);
+        }
+        EXPECT_EQ(render(*copy), render(plain));
+        EXPECT_EQ(&copy->getChildNodes(), &children);
+        EXPECT_TRUE(value == valueBefore || copy->get(u"a") != valueBefore);
+        // What is kept of it is what it says, and stays that.
+        const auto kept = keepNode(*copy);
+        EXPECT_EQ(render(getShared(*copy)), render(plain));
+        copy->put(u"later", u"1");
+        EXPECT_EQ(render(*kept), render(plain));
+        EXPECT_EQ(render(*source), before);
+    }
+    EXPECT_EQ(keepNode(*copyKeptNode(source)), source);
+    EXPECT_EQ(&getShared(*copyKeptNode(source)), source.get());
 }

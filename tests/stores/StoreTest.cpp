@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <map>
+#include <optional>
+#include <random>
 #include <thread>
 
 #include <cppmicroservices/Framework.h>
@@ -116,6 +119,92 @@ TEST_P(StoreTest, ExportReadsBackAsTheSameContent) {
                                      {{"korvex.project.metadata.postgresql", "AllowedServers"}, u"test"}});
     project::metadata::writeMetadataToSingleFile(folder_.path(), toPath(file));
     EXPECT_EQ(read(*openStore(u"monolithic", target.path())), read(*store_));
+}
+
+/// What stores are to say of some paths, kept in the plainest way.
+struct Model {
+    std::map<std::vector<std::u16string>, std::optional<std::u16string>> paths;     // with the value of the node
+    std::map<std::vector<std::u16string>, std::vector<std::u16string>> childrenOf;  // in order
+
+    void add(const std::vector<std::u16string>& steps, const std::optional<std::u16string>& value) {
+        paths[steps] = value;
+        childrenOf[{steps.begin(), steps.end() - 1}].push_back(steps.back());
+    }
+};
+
+/// Asks `store` the three questions of a copy about `steps`, in the given order, each after `between` was called.
+template <class Between>
+void expectAsModel(const MetadataManager& store, const Model& model, const std::vector<std::u16string>& steps,
+                   const Between& between) {
+    const auto wanted = [&] {
+        const auto found = model.paths.find(steps);
+        return found == model.paths.end() ? std::nullopt : found->second;
+    };
+    between();
+    ASSERT_EQ(store.hasNode(path(steps)), wanted().has_value());
+    between();
+    const auto node = store.getNode(path(steps));
+    ASSERT_EQ(node ? std::optional(node->get(u"Value")) : std::nullopt, wanted());
+    between();
+    std::vector<std::u16string> children;
+    for (const MetadataPath& child : store.getChildren(path(steps)))
+        children.push_back(child.getPath().back().getLocation());
+    const auto known = model.childrenOf.find(steps);
+    ASSERT_EQ(children, known == model.childrenOf.end() ? std::vector<std::u16string>() : known->second);
+}
+
+TEST_P(StoreTest, WhoeverGoesThroughTheTreeSeesWhatOthersChangeMeanwhileAtOnce) {
+    Model model;
+    std::map<MetadataPath, std::shared_ptr<MetadataNode>> nodes;
+    for (int i = 0; i < 4; ++i) {
+        for (int j = -1; j < 30; ++j) {
+            std::vector<std::u16string> steps{number(i)};
+            if (j >= 0)
+                steps.push_back(u"n" + number(100 + j));
+            model.add(steps, u"old");
+            nodes[path(steps)] = node(u"old");
+        }
+    }
+    store_->setNodes(nodes);
+    // Once nobody has written since the project was opened, then with all that a store keeps for its own writing.
+    for (const bool isWriterNew : {true, false}) {
+        if (isWriterNew)
+            store_.reset();
+        const auto reader = openStore(GetParam(), folder_.path());
+        if (!store_)
+            store_ = openStore(GetParam(), folder_.path());
+        std::mt19937 random(isWriterNew ? 1 : 2);  // NOLINT: the same in each run
+        int changes = 0;
+        std::vector<std::u16string> place;
+        const auto change = [&] {
+            if (random() % 40 != 0)
+                return;
+            ++changes;
+            // Mostly what comes next.
+            const std::u16string value = u"new" + number(changes);
+            switch (random() % 3) {
+                case 0:
+                    model.paths[place] = value;
+                    store_->setNode(path(place), *node(value));
+                    break;
+                case 1:
+                    model.paths[place].reset();
+                    store_->removeNode(path(place));
+                    break;
+                default:
+                    place.push_back(u"below" + number(changes));
+                    model.add(place, value);
+                    store_->setNode(path(place), *node(value));
+                    place.pop_back();
+            }
+        };
+        const auto all = model.paths;
+        for (const auto& entry : all) {
+            place = entry.first;
+            ASSERT_NO_FATAL_FAILURE(expectAsModel(*reader, model, place, change)) << changes << " changes";
+        }
+        EXPECT_GT(changes, 3);
+    }
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
 #include "project/metadata/detail/PlainParser.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <exception>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include <libxml/SAX2.h>
 #include <libxml/dict.h>
@@ -17,6 +19,27 @@ namespace project::metadata::detail {
 
 namespace {
 
+/// Whether the parser that this thread has kept is gone, while what is destroyed after it may still read files.
+thread_local bool isSpareGone = false;
+
+/// A parser to be used again: to make one takes as long as to read a small file.
+struct SpareParser {
+    ~SpareParser() {
+        xmlFreeParserCtxt(parser);
+        isSpareGone = true;
+    }
+
+    xmlParserCtxt* parser = nullptr;
+};
+
+/// Where this thread keeps one; null at its end.
+xmlParserCtxt** findSpareParser() {
+    if (isSpareGone)
+        return nullptr;
+    thread_local SpareParser spare;
+    return &spare.parser;
+}
+
 class PlainParser {
 public:
     explicit PlainParser(Extent extent);
@@ -26,8 +49,11 @@ public:
     PlainParser& operator=(const PlainParser&) = delete;
 
     PlainDocument parse(host::InputFileStream& stream);
+    PlainDocument parse(std::string_view bytes);
 
 private:
+    void requireEncoding(std::string_view firstBlock);
+    PlainDocument finish();
     void parseBlock(std::string_view block, bool isLast);
     void startElement(const xmlChar* name, const xmlChar** attributes, int attributeCount);
     void endElement();
@@ -41,7 +67,7 @@ private:
     static void run(void* context, const Step& step);
 
     const Extent extent_;
-    xmlParserCtxt* parser_;
+    xmlParserCtxt* parser_ = nullptr;
     TreeBuilder tree_;
     std::size_t depth_ = 0;          ///< how many elements are open
     std::size_t bytesSinceTag_ = 0;  ///< at least as many, to a block, as no tag has ended in
@@ -72,7 +98,12 @@ PlainParser::PlainParser(Extent extent) : extent_(extent) {
     handler.serror = [](void* context, auto* /*error*/) {
         run(context, [](PlainParser& self) { self.giveUp(Obstacle::error); });
     };
-    parser_ = xmlCreatePushParserCtxt(&handler, nullptr, nullptr, 0, nullptr);
+    if (xmlParserCtxt** const spare = findSpareParser())
+        parser_ = std::exchange(*spare, nullptr);
+    if (parser_ && xmlCtxtResetPush(parser_, nullptr, 0, nullptr, nullptr) != 0)
+        xmlFreeParserCtxt(std::exchange(parser_, nullptr));
+    if (!parser_)
+        parser_ = xmlCreatePushParserCtxt(&handler, nullptr, nullptr, 0, nullptr);
     if (!parser_)
         throw std::bad_alloc();
     parser_->_private = this;
@@ -81,8 +112,15 @@ PlainParser::PlainParser(Extent extent) : extent_(extent) {
 }
 
 PlainParser::~PlainParser() {
-    xmlFreeDoc(parser_->myDoc);
-    xmlFreeParserCtxt(parser_);
+    xmlFreeDoc(std::exchange(parser_->myDoc, nullptr));
+    parser_->_private = nullptr;
+    // With the names of the files that it has read.
+    constexpr std::size_t maxBytes = 64 * 1024;
+    xmlParserCtxt** const spare = goesOn() && xmlDictGetUsage(parser_->dict) <= maxBytes ? findSpareParser() : nullptr;
+    if (spare && !*spare)
+        *spare = parser_;
+    else
+        xmlFreeParserCtxt(parser_);
 }
 
 PlainDocument PlainParser::parse(host::InputFileStream& stream) {
@@ -91,9 +129,8 @@ PlainDocument PlainParser::parse(host::InputFileStream& stream) {
     bool isEnough = false;
     while (goesOn() && !isEnough && stream.read(block.data(), block.size()).gcount() > 0) {
         const std::string_view bytes(block.data(), static_cast<std::size_t>(stream.gcount()));
-        // The other encodings that libxml2 detects without a declaration begin with other bytes.
-        if (isFirst && (bytes.front() != '<' || bytes.substr(0, 2).back() == '\0'))
-            giveUp(Obstacle::encoding);
+        if (isFirst)
+            requireEncoding(bytes);
         isFirst = false;
         // For the root alone the text reader looks at up to 512 bytes behind it, or at all if it is an empty element.
         const bool hadRoot = tree_.hasRoot();
@@ -105,6 +142,25 @@ PlainDocument PlainParser::parse(host::InputFileStream& stream) {
             giveUp(Obstacle::error);
         parseBlock({}, true);
     }
+    return finish();
+}
+
+PlainDocument PlainParser::parse(std::string_view bytes) {
+    constexpr std::size_t blockSize = 32 * 1024;
+    requireEncoding(bytes.empty() ? std::string_view("\0", 1) : bytes);
+    for (; !bytes.empty(); bytes.remove_prefix(std::min(blockSize, bytes.size())))
+        parseBlock(bytes.substr(0, blockSize), false);
+    parseBlock({}, true);
+    return finish();
+}
+
+/// The other encodings that libxml2 detects without a declaration begin with other bytes.
+void PlainParser::requireEncoding(std::string_view firstBlock) {
+    if (firstBlock.front() != '<' || firstBlock.substr(0, 2).back() == '\0')
+        giveUp(Obstacle::encoding);
+}
+
+PlainDocument PlainParser::finish() {
     if (failure_)
         std::rethrow_exception(failure_);
     if (obstacle_ != Obstacle::none)
@@ -180,6 +236,10 @@ void PlainParser::run(void* context, const Step& step) {
 
 PlainDocument parsePlainDocument(host::InputFileStream& stream, Extent extent) {
     return PlainParser(extent).parse(stream);
+}
+
+PlainDocument parsePlainDocument(std::string_view bytes) {
+    return PlainParser(Extent::wholeTree).parse(bytes);
 }
 
 }  // namespace project::metadata::detail

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 
 #include "host/FileSystem.hpp"
 #include "project/metadata/MetadataNode.hpp"
@@ -29,5 +30,8 @@ struct PlainDocument {
 
 /// Reads from the position of `stream`. What libxml2 prints is not kept back.
 PlainDocument parsePlainDocument(host::InputFileStream& stream, Extent extent);
+
+/// Reads the whole tree in `bytes`.
+PlainDocument parsePlainDocument(std::string_view bytes);
 
 }  // namespace project::metadata::detail

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/XmlText.hpp"
+#include "project/metadata/SharedNode.hpp"
 
 namespace project::metadata::detail {
 
@@ -51,19 +52,80 @@ void TreeFormatter::write(const MetadataNode& root, bool compactEnding) {
     flush();
 }
 
+void TreeFormatter::write(const std::function<void(XmlSink& sink)>& tell, bool compactEnding) {
+    bytes_ = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+    tell(*this);
+    if (!compactEnding)
+        bytes_ += '\n';
+    flush();
+}
+
+void TreeFormatter::begin(const std::u16string& name) {
+    beginChild();
+    bytes_.append(open_.size() * indentation, ' ') += '<';
+    appendName(name);
+    open_.push_back({&name, false});
+}
+
+void TreeFormatter::put(const std::u16string& key, const std::u16string& value) {
+    attributes_.emplace_back(key, value);
+}
+
+void TreeFormatter::add(const std::shared_ptr<const MetadataNode>& node) {
+    beginChild();
+    append(*node, open_.size());
+    bytes_ += '\n';
+}
+
+void TreeFormatter::end() {
+    const Open ended = open_.back();
+    open_.pop_back();
+    if (ended.hasChildren) {
+        bytes_.append(open_.size() * indentation, ' ') += "</";
+        appendName(*ended.name);
+        bytes_ += '>';
+    } else {
+        appendAttributes();
+        bytes_ += "/>";
+    }
+    if (!open_.empty())
+        bytes_ += '\n';
+}
+
+void TreeFormatter::appendAttributes() {
+    std::sort(attributes_.begin(), attributes_.end());
+    for (const auto& [key, value] : attributes_)
+        appendAttribute(key, value);
+    attributes_.clear();
+}
+
+void TreeFormatter::beginChild() {
+    if (bytes_.size() >= blockSize)
+        flush();
+    if (open_.empty() || open_.back().hasChildren)
+        return;
+    open_.back().hasChildren = true;
+    appendAttributes();
+    bytes_ += ">\n";
+}
+
+void TreeFormatter::appendAttribute(std::u16string_view key, std::u16string_view value) {
+    bytes_ += ' ';
+    appendName(key);
+    bytes_ += "=\"";
+    appendValue(value);
+    bytes_ += '"';
+}
+
 /// Without the line break that ends the element.
-void TreeFormatter::append(const MetadataNode& node, std::size_t depth) {
+void TreeFormatter::append(const MetadataNode& written, std::size_t depth) {
+    const MetadataNode& node = getShared(written);
     if (bytes_.size() >= blockSize)
         flush();
     bytes_.append(depth * indentation, ' ') += '<';
     appendName(node.getName());
-    for (std::u16string& key : node.getAttributeKeys()) {
-        bytes_ += ' ';
-        appendName(key);
-        bytes_ += "=\"";
-        appendValue(node.get(std::move(key)));
-        bytes_ += '"';
-    }
+    for (const std::u16string& key : node.getAttributeKeys())
+        appendAttribute(key, node.get(key));
     if (node.getChildNodes().empty()) {
         bytes_ += "/>";
         return;

@@ -4,31 +4,56 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "project/metadata/MetadataNode.hpp"
+#include "project/metadata/MetadataXml.hpp"
 
 namespace project::metadata::detail {
 
-class TreeFormatter {
+class TreeFormatter : private XmlSink {
 public:
     /// @param out takes the bytes, block by block; its state tells about failures
     explicit TreeFormatter(std::ostream& out) : out_(out) {}
 
     /// Writes a whole document. See `writeToFile`.
     void write(const MetadataNode& root, bool compactEnding);
+    void write(const std::function<void(XmlSink& sink)>& tell, bool compactEnding);
 
 private:
+    void begin(const std::u16string& name) override;
+    void put(const std::u16string& key, const std::u16string& value) override;
+    void add(const std::shared_ptr<const MetadataNode>& node) override;
+    void end() override;
+
+    /// Writes the attributes of the element that has just begun.
+    void appendAttributes();
+
+    /// Before a child of the element that was begun last.
+    void beginChild();
+
     void append(const MetadataNode& node, std::size_t depth);
+    void appendAttribute(std::u16string_view key, std::u16string_view value);
     void appendName(std::u16string_view name);
     void appendValue(std::u16string_view value);
     void appendAscii(std::u16string_view text);
     void flush();
 
+    struct Open {
+        const std::u16string* name;
+        bool hasChildren;
+    };
+
     std::ostream& out_;
     std::string bytes_;  ///< formed, but not yet written
+    // What was told of elements that have not ended:
+    std::vector<Open> open_;
+    std::vector<std::pair<std::u16string, std::u16string>> attributes_;  ///< of the last one, until it has a child
 };
 
 }  // namespace project::metadata::detail

@@ -1,0 +1,251 @@
+// Whole projects, in each kind of store: exported into one file, by the library and by the command, read through the
+// interface of stores, written first, and changed in one place. Next to each stands the least that has to be done with
+// the same bytes, or what one would do instead.
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <utility>
+
+#include "benchmarks/Benchmarks.hpp"
+#include "benchmarks/Generated.hpp"
+#include "benchmarks/Measuring.hpp"
+#include "benchmarks/Peers.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataXml.hpp"
+#include "project/metadata/SingleFileExport.hpp"
+#include "store_support/NodeBlob.hpp"
+#include "stores/sqlite/Sqlite.hpp"
+
+namespace benchmarks {
+
+namespace {
+
+using project::metadata::MetadataManager;
+using project::metadata::MetadataNode;
+using project::metadata::MetadataPath;
+
+std::unique_ptr<MetadataManager> openStore(const std::u16string& store, const host::Path& root) {
+    return project::metadata::getNamedFactory(store)->createManager(root);
+}
+
+void fill(MetadataManager& store, std::size_t count) {
+    const std::vector<MetadataPath> paths = makePaths(count);
+    std::map<MetadataPath, std::shared_ptr<MetadataNode>> nodes;
+    for (std::size_t i = 0; i < paths.size(); ++i)
+        nodes[paths[i]] = makeNode(i);
+    store.setNodes(nodes);
+    store.setPaths(paths);
+}
+
+/// The root folder of a project with `count` nodes in the store named `store`, made when it is first needed.
+host::Path projectOf(const std::u16string& store, std::size_t count) {
+    const host::Path root = scratchFolder() / (store + number(count));
+    if (!std::filesystem::exists(root.accessName()))
+        fill(*openStore(store, root), count);
+    return root;
+}
+
+host::Path metadataFolderOf(const host::Path& root) {
+    return root / u"resources/project";
+}
+
+std::vector<std::string> listFiles(const host::Path& root) {
+    std::vector<std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root.accessName())) {
+        if (entry.is_regular_file())
+            files.push_back(entry.path().native());
+    }
+    return files;
+}
+
+/// Starts `words` and waits for its end. @return the processor's time that it took, in milliseconds
+double run(std::vector<std::string> words) {
+    std::vector<char*> arguments;
+    for (std::string& word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t child = 0;
+    const int error = posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    struct rusage usage {};
+    if (error != 0 || wait4(child, &status, 0, &usage) != child || status != 0)
+        throw std::runtime_error("failed: " + words[0]);
+    const auto milliseconds = [](const timeval& time) {
+        return 1000.0 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1000.0;
+    };
+    return milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
+}
+
+/// The command that was built with this program.
+std::string findCommand() {
+    return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "project-metadata").native();
+}
+
+void readAll(const MetadataManager& store, const MetadataPath& path) {
+    if (store.hasNode(path))
+        benchmark::DoNotOptimize(store.getNode(path));
+    for (const MetadataPath& child : store.getChildren(path))
+        readAll(store, child);
+}
+
+/// Every row of the table of paths, with its node. @return how many nodes there were
+std::size_t selectAll(const host::Path& root) {
+    using namespace stores::sqlite;
+    using store_support::decodeNode;
+    const host::Path file = metadataFolderOf(root) / u"metadata.db";
+    const Connection connection = openConnection(file.accessName(), SQLITE_OPEN_READONLY);
+    const Statement statement = prepare(*connection, "SELECT node FROM path");
+    std::size_t count = 0;
+    for (Query query(statement); query.next();)
+        count += !query.isNull(0) && decodeNode(query.bytes(0)) ? 1U : 0U;
+    return count;
+}
+
+using Work = std::function<void(const host::Path& root, const host::Path& target)>;
+
+/// @param target a file that does not exist when `work` begins
+void addWork(const std::string& name, const std::u16string& store, std::size_t count, const Work& work) {
+    add(name, 1, [=](benchmark::State& state) {
+        const host::Path root = projectOf(store, count);
+        const host::Path target = scratchFolder() / u"exported.xml";
+        for (auto _ : state) {
+            std::filesystem::remove(target.accessName());
+            timed(state, [&] { work(root, target); });
+        }
+    });
+}
+
+void addExports(const std::u16string& store, std::size_t count, const char* reference, const Work& readIt) {
+    const std::string name = "export_" + host::toUtf8(store) + "/" + std::to_string(count) + "/";
+    addWork(name + "project_metadata", store, count, [](const host::Path& root, const host::Path& target) {
+        project::metadata::writeMetadataToSingleFile(root, target);
+    });
+    // What is written is the same for all kinds of store, and is ready here.
+    addWork(name + reference, store, count,
+            [=](const host::Path& root, const host::Path& target) { readIt(root, target); });
+    add(name + "command", 1, [=](benchmark::State& state) {
+        const host::Path root = projectOf(store, count);
+        const std::string target = (scratchFolder() / u"exported.xml").accessName();
+        for (auto _ : state) {
+            std::filesystem::remove(target);
+            double processor = 0;
+            timed(state, [&] { processor = run({findCommand(), "export", root.accessName(), target}); });
+            addProcessorTime(state, processor);
+        }
+    });
+}
+
+/// The tree that an export of `count` nodes writes, which is read when it is first needed.
+const MetadataNode& exportedTree(std::size_t count) {
+    static std::map<std::size_t, std::unique_ptr<MetadataNode>> trees;
+    auto& tree = trees[count];
+    if (!tree) {
+        const host::Path root = projectOf(u"monolithic", count);
+        tree = project::metadata::readFromFile(metadataFolderOf(root) / u"Project.xml");
+    }
+    return *tree;
+}
+
+void addExportBenchmarks(std::size_t count) {
+    addExports(u"monolithic", count, "read_and_write", [](const host::Path& root, const host::Path& target) {
+        const auto node = project::metadata::readFromFile(metadataFolderOf(root) / u"Project.xml");
+        project::metadata::writeToFile(*node, target, false);
+    });
+    addExports(u"fixedPath", count, "read_and_write", [=](const host::Path& root, const host::Path& target) {
+        for (const std::string& file : listFiles(root))
+            benchmark::DoNotOptimize(project::metadata::readFromFile(host::Path::fromAccessName(file)));
+        project::metadata::writeToFile(exportedTree(count), target, false);
+    });
+    addExports(u"sqlite", count, "select_and_write", [=](const host::Path& root, const host::Path& target) {
+        selectAll(root);
+        project::metadata::writeToFile(exportedTree(count), target, false);
+    });
+}
+
+void addReadBenchmarks(std::size_t count) {
+    const std::string end = "/" + std::to_string(count) + "/";
+    for (const std::u16string store : {u"fixedPath", u"sqlite"}) {
+        addWork("readAll_" + host::toUtf8(store) + end + "project_metadata", store, count,
+                [=](const host::Path& root, const host::Path&) { readAll(*openStore(store, root), {}); });
+    }
+    addWork("readAll_fixedPath" + end + "text_reader", u"fixedPath", count, [](const host::Path& root, const auto&) {
+        for (const std::string& file : listFiles(root))
+            visitWithTextReader(file);
+    });
+    addWork("readAll_sqlite" + end + "select", u"sqlite", count,
+            [](const host::Path& root, const auto&) { selectAll(root); });
+}
+
+void flushAll(const host::Path& folder) {
+    const int descriptor = open(folder.accessName().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    syncfs(descriptor);
+    close(descriptor);
+}
+
+/// A new folder each time: some file systems are slow in making files when many have just been removed.
+host::Path newFolder(const char16_t* name) {
+    static std::uint64_t last = 0;
+    return scratchFolder() / (name + number(++last));
+}
+
+void addWriteBenchmarks(std::size_t count) {
+    const std::string name = "firstWrite_fixedPath/" + std::to_string(count) + "/";
+    add(name + "project_metadata", 1, [=](benchmark::State& state) {
+        for (auto _ : state) {
+            const host::Path root = newFolder(u"first");
+            const std::vector<MetadataPath> paths = makePaths(count);
+            std::map<MetadataPath, std::shared_ptr<MetadataNode>> nodes;
+            for (std::size_t i = 0; i < paths.size(); ++i)
+                nodes[paths[i]] = makeNode(i);
+            const auto store = openStore(u"fixedPath", root);
+            sync();
+            timed(state, [&] {
+                store->setNodes(nodes);
+                store->setPaths(paths);
+            });
+        }
+    });
+    add(name + "tar", 1, [=](benchmark::State& state) {
+        const std::string archive = (scratchFolder() / u"first.tar").accessName();
+        if (!std::filesystem::exists(archive))
+            run({"tar", "cf", archive, "-C", projectOf(u"fixedPath", count).accessName(), "."});
+        for (auto _ : state) {
+            const host::Path root = newFolder(u"tar");
+            std::filesystem::create_directory(root.accessName());
+            sync();
+            double processor = 0;
+            timed(state, [&] {
+                processor = run({"tar", "xf", archive, "-C", root.accessName()});
+                flushAll(root);
+            });
+            addProcessorTime(state, processor);
+        }
+    });
+}
+
+}  // namespace
+
+void addProjectBenchmarks() {
+    for (const std::size_t count : {10000U, 100000U}) {
+        addExportBenchmarks(count);
+        addReadBenchmarks(count);
+    }
+    addWriteBenchmarks(100000);
+}
+
+}  // namespace benchmarks
