@@ -1,5 +1,7 @@
 #include "cli/Arguments.hpp"
 
+#include <map>
+
 #include <CLI/CLI.hpp>
 
 namespace cli {
@@ -40,6 +42,28 @@ void addPairOption(CLI::App& app, const char* names, std::vector<std::string>& v
 
 void addArgument(CLI::App& app, const char* name, std::string& value, const char* description, Need need) {
     app.add_option(name, value, description)->required(need == Need::required);
+}
+
+void OrderedOptions::addOption(const char* name, const char* description, const char* type) {
+    options_.insert(
+        app_.add_option(name, values_.emplace_back(), description)->type_name(type)->allow_extra_args(false));
+}
+
+void OrderedOptions::addFlag(const char* name, const char* description) {
+    options_.insert(
+        app_.add_flag(name, flags_.emplace_back(), description)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll));
+}
+
+std::vector<std::pair<std::string, std::string>> OrderedOptions::get() const {
+    std::vector<std::pair<std::string, std::string>> given;
+    std::map<const CLI::Option*, std::size_t> taken;
+    for (const CLI::Option* option : app_.parse_order()) {
+        if (options_.count(option) == 0)
+            continue;
+        const bool isFlag = option->get_items_expected_max() == 0;
+        given.emplace_back(option->get_lnames().front(), isFlag ? "" : option->results().at(taken[option]++));
+    }
+    return given;
 }
 
 void setFooter(CLI::App& app, const char* text) {

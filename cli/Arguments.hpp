@@ -3,14 +3,18 @@
 /// A value is set while the command line is parsed, and must live as long as `app`. Main thread only.
 #pragma once
 
+#include <list>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace cli {
 
@@ -37,6 +41,26 @@ void addPairOption(CLI::App& app, const char* names, std::vector<std::string>& v
 /// Declares an argument that is no option, of a command that does not use `Positionals`.
 void addArgument(CLI::App& app, const char* name, std::string& value, const char* description,
                  Need need = Need::optional);
+
+/// Options whose order counts, and which may be repeated.
+class OrderedOptions {
+public:
+    /// @param app must outlive the object
+    explicit OrderedOptions(CLI::App& app) : app_(app) {}
+
+    /// @param name such as "--type"
+    void addOption(const char* name, const char* description, const char* type);
+    void addFlag(const char* name, const char* description);
+
+    /// Those that were given in their order, each by its name without dashes and with its value.
+    std::vector<std::pair<std::string, std::string>> get() const;
+
+private:
+    CLI::App& app_;
+    std::set<const CLI::Option*> options_;
+    std::list<std::vector<std::string>> values_;  // where the parser puts them, by option
+    std::list<std::vector<std::string>> flags_;
+};
 
 /// What stands below the help of the command.
 void setFooter(CLI::App& app, const char* text);

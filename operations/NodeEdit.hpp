@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "project/metadata/MetadataNode.hpp"
 
@@ -13,8 +14,20 @@ namespace operations {
 /// Values by key; without a value, the attribute is not to be there.
 using AttributeChanges = std::map<std::u16string, std::optional<std::u16string>>;
 
-/// A copy of `before` with `changes`; its other attributes, its name and its children are the same.
+/// A node that can be changed in every way, as `MetadataNode` cannot. A value type; nothing is checked.
+struct NodeDraft {
+    std::u16string name;
+    std::map<std::u16string, std::u16string> attributes;
+    std::vector<NodeDraft> children;
+};
+
+NodeDraft makeDraft(const project::metadata::MetadataNode& node);
+
 /// @throws PutMetadataKeyFailure, PutMetadataValueFailure for what no node can hold
+std::unique_ptr<project::metadata::MetadataNode> makeNode(const NodeDraft& draft);
+
+/// A copy of `before` with `changes`; its other attributes, its name and its children are the same.
+/// @throws as `makeNode`
 std::unique_ptr<project::metadata::MetadataNode> changeAttributes(const project::metadata::MetadataNode& before,
                                                                   const AttributeChanges& changes);
 

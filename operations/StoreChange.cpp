@@ -89,6 +89,10 @@ void applyChange(pm::MetadataManager& store, const StoreChange& change, Interrup
         store.setPaths(*change.paths);
         noteBatch();
     }
+    if (!change.gone.empty()) {
+        store.removePaths(change.gone);
+        noteBatch();
+    }
     for (const auto& [path, node] : change.nodes) {
         if (node)
             continue;

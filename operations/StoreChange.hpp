@@ -38,8 +38,11 @@ struct StoreChange {
     /// The whole content in its order, as `MetadataManager::setPaths` takes it; no value if `nodes` are all.
     std::optional<std::vector<project::metadata::MetadataPath>> paths;
 
+    /// What is removed, by the tops, if `paths` does not say it.
+    std::vector<project::metadata::MetadataPath> gone;
+
     /// Whether the store is already as it is to be.
-    bool isEmpty() const { return nodes.empty() && !paths; }
+    bool isEmpty() const { return nodes.empty() && !paths && gone.empty(); }
 };
 
 /// What makes a store that holds `before` hold exactly `after`: all paths, their order, all nodes, also the root's.

@@ -1,10 +1,13 @@
-/// project-metadata get: the value of one attribute, for scripts.
+/// project-metadata get: the values of attributes, for scripts.
 
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/Arguments.hpp"
@@ -25,42 +28,82 @@ namespace {
 
 namespace pm = project::metadata;
 
-bool hasKey(const pm::MetadataNode& node, const std::u16string& key) {
-    const std::vector<std::u16string> keys = node.getAttributeKeys();
-    return std::binary_search(keys.begin(), keys.end(), key);
+struct Flags {
+    std::optional<std::string> fallback;
+    bool isNullSeparated = false;
+    bool isBare = false;
+    std::shared_ptr<const bool> isJson;
+};
+
+/// The value of `key`, or else what is to be taken for it; no value, which is reported, if there is neither.
+/// @param node null for a branch
+std::optional<std::u16string> findValue(const pm::MetadataNode* node, const operations::NodeAddress& address,
+                                        const std::string& key, const Flags& flags) {
+    const std::u16string name = host::fromUtf8(key);
+    if (node) {
+        const std::vector<std::u16string> keys = node->getAttributeKeys();
+        if (std::binary_search(keys.begin(), keys.end(), name))
+            return node->get(name);
+    }
+    if (flags.fallback)
+        return host::fromUtf8(*flags.fallback);
+    reportError(node ? "The node at \"" + formatAddress(address) + "\" has no attribute \"" + key + '"'
+                     : "There is no node at \"" + formatAddress(address) + "\", only a branch");
+    return std::nullopt;
 }
 
-Status get(const host::Path& root, const pm::MetadataPath& path, const std::string& keyText, bool json) {
-    std::optional<Progress> progress("Reading");
-    const auto store = operations::openProject(root);
-    requirePath(*store, path);
-    const std::u16string key = host::fromUtf8(keyText);
-    const auto node = store->getNode(path);
-    progress.reset();
-    if (!node || !hasKey(*node, key)) {
-        reportError(node ? "The node at \"" + formatPath(path) + "\" has no attribute \"" + keyText + '"'
-                         : "There is no node at \"" + formatPath(path) + "\", only a branch");
-        return Status::foundProblems;
-    }
-    const std::u16string& value = node->get(key);
+void printText(const std::vector<std::u16string>& values, const Flags& flags) {
     const bool isForPeople = isatty(STDOUT_FILENO) == 1;
-    if (json)
-        print(toJson(value).dump() + '\n');
-    else
-        print((isForPeople ? escapeText(value) : host::toUtf8(value)) + '\n');
+    const std::string end = flags.isNullSeparated ? std::string(1, '\0') : flags.isBare ? "" : "\n";
+    for (const std::u16string& value : values)
+        print((isForPeople ? escapeText(value) : host::toUtf8(value)) + end);
+}
+
+Status get(const Positionals::Values& arguments, const Flags& flags) {
+    const operations::NodeAddress address = parseAddress(arguments.texts[0]);
+    const std::vector<std::string> keys(arguments.texts.begin() + 1, arguments.texts.end());
+    if (flags.isBare && keys.size() > 1)
+        throw CommandError(Status::usage, "-n is for one KEY; several values have something between them, such as -0");
+    std::optional<Progress> progress("Reading");
+    const auto store = operations::openProject(arguments.root);
+    requirePath(*store, address.path);
+    const auto stored = store->getNode(address.path);
+    const pm::MetadataNode* const node =
+        address.inside.empty() ? stored.get() : &operations::requireNode(stored.get(), address);
+    progress.reset();
+    std::vector<std::u16string> values;
+    for (const std::string& key : keys) {
+        if (auto value = findValue(node, address, key, flags))
+            values.push_back(std::move(*value));
+    }
+    if (values.size() < keys.size())
+        return Status::foundProblems;
+    if (!*flags.isJson) {
+        printText(values, flags);
+    } else if (keys.size() == 1) {
+        print(toJson(values.front()).dump() + '\n');
+    } else {
+        Json json = Json::object();
+        for (std::size_t i = 0; i < keys.size(); ++i)
+            json[host::toUtf8(host::fromUtf8(keys[i]))] = toJson(values[i]);
+        print(json.dump() + '\n');
+    }
     return Status::done;
 }
 
 Command::Action configure(CLI::App& app) {
-    const Positionals positionals(
-        app, {{"PATH", "The node's path, as tree and find print it"}, {"KEY", "The attribute's key"}});
-    return [positionals, json = addJson(app)] {
-        const auto [root, texts] = positionals.get();
-        return get(root, parsePath(texts[0]), texts[1], *json);
-    };
+    const Positionals positionals(app,
+                                  {{"PATH", "The node's path, as tree and find print it, or the address of one in it"},
+                                   {"KEY", "The attribute's key", Positional::Kind::list}});
+    const auto flags = std::make_shared<Flags>();
+    addOption(app, "--default", flags->fallback, "What to print for an attribute that is not there", "VALUE");
+    addFlag(app, "-n,--no-newline", flags->isBare, "Print the value alone, without a line break");
+    addFlag(app, "-0,--null", flags->isNullSeparated, "End each value with NUL, not with a line break");
+    flags->isJson = addJson(app);
+    return [positionals, flags] { return get(positionals.get(), *flags); };
 }
 
-const Command command(Group::look, "get", "Print the value of an attribute", configure);
+const Command command(Group::look, "get", "Print the values of attributes", configure);
 
 }  // namespace
 

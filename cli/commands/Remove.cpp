@@ -1,108 +1,115 @@
-/// project-metadata remove: removes paths with everything below them.
+/// project-metadata remove: removes paths with everything below them, or nodes.
 
-#include <iterator>
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
+#include "cli/Editing.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/text/ChangeText.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
-#include "cli/text/Progress.hpp"
-#include "host/Interruption.hpp"
-#include "operations/DryRun.hpp"
-#include "operations/Project.hpp"
-#include "operations/StoreChange.hpp"
-#include "operations/TreeWalk.hpp"
 
 namespace cli {
 
 namespace {
 
 namespace pm = project::metadata;
+using operations::NodeAddress;
 
 struct Flags {
-    bool force = false;
-    bool node = false;
-    std::shared_ptr<const bool> dryRun;
+    bool ignoreMissing = false;
+    bool all = false;
+    bool nodes = false;
+    EditFlags edit;
 };
 
-/// Those of `texts` that exist, and have a node if that is to go. The others are reported.
-std::vector<pm::MetadataPath> findPaths(const pm::MetadataManager& store, const std::vector<std::string>& texts,
-                                        const Flags& flags) {
-    std::vector<pm::MetadataPath> paths;
-    for (const std::string& text : texts) {
-        pm::MetadataPath path = parsePath(text);
-        if (path.getPath().empty() && !flags.force && !flags.node)
-            throw CommandError(Status::usage, "Removing the root path removes all metadata; that needs --force");
-        if (flags.node ? store.hasNode(path) : store.hasPath(path))
-            paths.push_back(std::move(path));
-        else if (!flags.force)
-            reportError("There is no " + std::string(flags.node ? "node at" : "path") + " \"" + formatPath(path) +
-                        "\"; nothing is removed");
-    }
-    return paths;
+/// By their steps, a child node after those that its removal would not renumber.
+bool isBefore(const NodeAddress& a, const NodeAddress& b) {
+    const auto compareSteps = [](const operations::NodeStep& x, const operations::NodeStep& y) {
+        return std::tie(x.name, x.position) < std::tie(y.name, y.position);
+    };
+    if (a.path != b.path)
+        return a.path.getPath() < b.path.getPath();
+    return std::lexicographical_compare(a.inside.begin(), a.inside.end(), b.inside.begin(), b.inside.end(),
+                                        compareSteps);
 }
 
-/// Each in a batch of its own.
-void removeNodes(pm::MetadataManager& store, const std::vector<pm::MetadataPath>& paths) {
-    for (const pm::MetadataPath& path : paths) {
-        store.removeNode(path);
-        host::Interruption::ignore();
+bool exists(const pm::MetadataManager& store, const NodeAddress& address, bool asksForNode) {
+    if (address.inside.empty())
+        return asksForNode ? store.hasNode(address.path) : store.hasPath(address.path);
+    return operations::findNode(store.getNode(address.path).get(), address) != nullptr;
+}
+
+/// What `texts` name, or nothing if a node is missing, which is reported, unless that is to be ignored.
+/// @throws CommandError for a path that is missing
+std::vector<NodeAddress> findAddresses(const pm::MetadataManager& store, const std::vector<std::string>& texts,
+                                       const Flags& flags) {
+    std::vector<NodeAddress> addresses, missing;
+    for (const std::string& text : texts) {
+        NodeAddress address = parseAddress(text);
+        if (address == NodeAddress{} && !flags.all && !flags.nodes)
+            throw CommandError(Status::usage, "Removing the root path removes all metadata; that needs --all");
+        if (exists(store, address, flags.nodes))
+            addresses.push_back(std::move(address));
+        else if (!flags.ignoreMissing)
+            missing.push_back(std::move(address));
     }
+    for (const NodeAddress& address : missing) {
+        if (store.hasPath(address.path))
+            reportError("There is no node at \"" + formatAddress(address) + "\"; nothing is removed");
+        else
+            requirePath(store, address.path);
+    }
+    if (!missing.empty())
+        addresses.clear();
+    return addresses;
 }
 
 Status remove(const Positionals::Values& values, const Flags& flags) {
-    const auto store = operations::openProject(values.root);
-    const std::vector<pm::MetadataPath> paths = findPaths(*store, values.texts, flags);
-    if (paths.size() < values.texts.size() && !flags.force)
+    Editing editing(values.root, flags.edit);
+    std::vector<NodeAddress> addresses = findAddresses(editing.store(), values.texts, flags);
+    if (addresses.empty() && !flags.ignoreMissing)
         return Status::foundProblems;
 
-    // A path may be named twice, and one that lies below another.
-    operations::StoreChange change;
-    std::vector<pm::MetadataPath>& list = flags.node ? change.updated : change.removed;
-    {
-        Progress progress("Reading");
-        operations::PathSet seen;
-        for (const pm::MetadataPath& path : paths) {
-            auto gone = flags.node ? std::vector{path} : operations::listPaths(*store, path, progress);
-            for (pm::MetadataPath& each : gone) {
-                if (seen.insert(each).second)
-                    list.push_back(std::move(each));
-            }
-        }
-    }
-    if (*flags.dryRun) {
-        change.paths.emplace();
-        operations::requireFeasible(*store, values.root, change);
-    } else {
-        const Progress progress("Removing");
-        if (flags.node)
-            removeNodes(*store, list);
+    // One may be named twice, or lie below another. The last go first, so that the numbers of child nodes hold.
+    std::sort(addresses.begin(), addresses.end(), isBefore);
+    addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
+    std::reverse(addresses.begin(), addresses.end());
+    std::size_t nodes = 0;
+    for (const NodeAddress& address : addresses) {
+        nodes += flags.nodes || !address.inside.empty() ? 1U : 0U;
+        if (flags.nodes && address.inside.empty())
+            editing.edit().removeNode(address.path);
         else
-            store->removePaths(paths);
-        host::Interruption::ignore();
+            editing.edit().remove(address);
     }
-    printPaths(change);
-    printNote((*flags.dryRun ? "Would remove " : "Removed ") + formatCount(list.size(), flags.node ? "node" : "path") +
-              '\n');
+    const operations::StoreChange change = editing.finish();
+    std::string count = formatCount(change.removed.size(), "path");
+    if (nodes > 0)
+        count = (change.removed.empty() ? "" : count + " and ") + formatCount(nodes, "node");
+    editing.tell(change, (editing.isDryRun() ? "Would remove " : "Removed ") + count + '\n');
     return Status::done;
 }
 
 Command::Action configure(CLI::App& app) {
-    const Positionals positionals(app, {{"PATH", "A path to remove with everything below it", Positional::Kind::list}});
+    const Positionals positionals(app,
+                                  {{"PATH", "A path to remove with everything below it, or the address of a node in it",
+                                    Positional::Kind::list}});
     const auto flags = std::make_shared<Flags>();
-    addFlag(app, "--force", flags->force, "Ignore paths that do not exist, and allow to remove the root path");
-    addFlag(app, "--node", flags->node, "Remove only the node of each PATH; the path and what is below it stay");
-    flags->dryRun = addDryRun(app);
+    addFlag(app, "--all", flags->all, "Allow to remove the root path, which means everything");
+    addFlag(app, "--ignore-missing", flags->ignoreMissing, "Pass over what does not exist");
+    addFlag(app, "--node-only", flags->nodes, "Remove only the node of each PATH; the path and what is below it stay");
+    flags->edit = addEditFlags(app);
     return [positionals, flags] { return remove(positionals.get(), *flags); };
 }
 
-const Command command(Group::change, "remove", "Remove paths with everything below them", configure);
+const Command command(Group::change, "remove", "Remove paths with everything below them, or nodes", configure);
 
 }  // namespace
 

@@ -44,33 +44,38 @@ void printNode(const pm::MetadataNode& node, const std::string& indent) {
         printNode(*child, indent + "    ");
 }
 
-Status show(const host::Path& root, const pm::MetadataPath& path, bool json) {
+Status show(const host::Path& root, const operations::NodeAddress& address, bool json) {
     std::optional<Progress> progress("Reading");
     const auto store = operations::openProject(root);
-    requirePath(*store, path);
-    const auto node = store->getNode(path);
-    const std::size_t childCount = store->getChildren(path).size();
+    requirePath(*store, address.path);
+    const auto stored = store->getNode(address.path);
+    const bool isInside = !address.inside.empty();
+    const pm::MetadataNode* const node = isInside ? &operations::requireNode(stored.get(), address) : stored.get();
+    const std::size_t childCount = isInside ? 0 : store->getChildren(address.path).size();
     progress.reset();
     if (json) {
-        Json object = toJson(path, node.get());
+        Json object = toJson(address);
+        object["node"] = node ? toJson(*node) : Json(nullptr);
         object["childCount"] = childCount;
         printJson(object);
         return Status::done;
     }
-    print(formatPath(path) + '\n');
+    print(formatAddress(address) + '\n');
     if (node)
         printNode(*node, "");
     else
         print("No node, only a branch\n");
-    print(formatCount(childCount, "path") + " directly below\n");
+    if (!isInside)
+        print(formatCount(childCount, "path") + " directly below\n");
     return Status::done;
 }
 
 Command::Action configure(CLI::App& app) {
-    const Positionals positionals(app, {{"PATH", "The node's path, as tree and find print it"}});
+    const Positionals positionals(
+        app, {{"PATH", "The node's path, as tree and find print it, or the address of one in it"}});
     return [positionals, json = addJson(app)] {
         const auto [root, texts] = positionals.get();
-        return show(root, parsePath(texts[0]), *json);
+        return show(root, parseAddress(texts[0]), *json);
     };
 }
 

@@ -6,9 +6,11 @@
 #include <new>
 #include <system_error>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Warnings.hpp"
@@ -17,6 +19,7 @@
 #include "host/Path.hpp"
 #include "host/Text.hpp"
 #include "operations/Errors.hpp"
+#include "operations/NodeAddress.hpp"
 
 namespace cli {
 
@@ -59,6 +62,18 @@ Status statusOf(operations::ErrorKind kind) {
     return Status::failure;
 }
 
+/// The sentence of `error`, with its addresses as the command writes them.
+std::string describe(const operations::AddressError& error) {
+    std::string sentence;
+    for (const auto& piece : error.pieces()) {
+        if (const auto* const words = std::get_if<std::string>(&piece))
+            sentence += escapeBytes(*words);
+        else
+            sentence += '"' + formatAddress(std::get<operations::NodeAddress>(piece)) + '"';
+    }
+    return sentence;
+}
+
 void addCurrentException(Report& report);
 
 /// Adds what is nested in `error`, whatever its type.
@@ -81,6 +96,11 @@ void addCurrentException(Report& report) {
         if (report.sentences.empty())
             report.status = error.status();
         report.add(escapeBytes(error.what()));
+        addCauses(report, error);
+    } catch (const operations::AddressError& error) {
+        if (report.sentences.empty())
+            report.status = statusOf(error.kind());
+        report.add(describe(error));
         addCauses(report, error);
     } catch (const operations::OperationError& error) {
         if (report.sentences.empty())
@@ -152,6 +172,12 @@ Status reportCurrentException() {
     addCurrentException(report);
     for (const std::string& sentence : report.sentences)
         tell(sentence == report.sentences.front() ? programStart : indentation, sentence);
+    return report.status;
+}
+
+Status statusOfCurrentException() {
+    Report report;
+    addCurrentException(report);
     return report.status;
 }
 

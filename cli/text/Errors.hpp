@@ -32,6 +32,9 @@ void reportError(const std::string& sentence);
 /// @return with what the process ends
 Status reportCurrentException();
 
+/// With what the process would end for the exception being handled.
+Status statusOfCurrentException();
+
 /// To be called while an error of reading is handled that does not end the command: tells it after all output so far.
 void reportReadError();
 

@@ -25,6 +25,12 @@ Json toJson(const pm::MetadataPath& path) {
     return json;
 }
 
+Json toJson(const operations::NodeAddress& address) {
+    Json json = toJson(address.path);
+    json["path"] = formatAddress(address);
+    return json;
+}
+
 Json toJson(const pm::MetadataNode& node) {
     Json attributes = Json::object();
     for (const std::u16string& key : node.getAttributeKeys())
@@ -41,17 +47,28 @@ Json toJson(const pm::MetadataPath& path, const pm::MetadataNode* node) {
     return json;
 }
 
-std::optional<pm::MetadataPath> pathFromJson(const std::string& json) {
+std::optional<operations::NodeAddress> addressFromJson(const std::string& json) {
     const Json list = Json::parse(json, nullptr, false);
     if (!list.is_array())
         return std::nullopt;
     std::vector<pm::PathElement> elements;
-    for (const Json& pair : list) {
-        if (!pair.is_array() || pair.size() != 2 || !pair[0].is_string() || !pair[1].is_string())
+    operations::NodeAddress address;
+    for (const Json& step : list) {
+        if (!step.is_array() || step.empty() || step.size() > 2 || !step[0].is_string())
             return std::nullopt;
-        elements.emplace_back(host::fromUtf8(pair[0].get<std::string>()), host::fromUtf8(pair[1].get<std::string>()));
+        const std::u16string name = host::fromUtf8(step[0].get<std::string>());
+        if (step.size() == 2 && step[1].is_string() && address.inside.empty()) {
+            elements.emplace_back(name, host::fromUtf8(step[1].get<std::string>()));
+        } else if (step.size() == 1 || (step[1].is_number_unsigned() && step[1].get<std::size_t>() > 0)) {
+            if (name.empty())
+                return std::nullopt;
+            address.inside.push_back({name, step.size() == 1 ? 0 : step[1].get<std::size_t>()});
+        } else {
+            return std::nullopt;
+        }
     }
-    return pm::MetadataPath(elements);
+    address.path = pm::MetadataPath(elements);
+    return address;
 }
 
 void printJson(const Json& json) {

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/Path.hpp"
+#include "operations/NodeAddress.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
 
@@ -29,11 +30,14 @@ Json toJson(const project::metadata::MetadataPath& path);
 /// The members "name", "attributes" (an object) and "children" (a list of the same).
 Json toJson(const project::metadata::MetadataNode& node);
 
+/// As `toJson(path)` of the address's path, with "path" as `formatAddress`.
+Json toJson(const operations::NodeAddress& address);
+
 /// As `toJson(path)`, and the member "node": `node`, or null.
 Json toJson(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode* node);
 
-/// The path that `json`, a list of pairs of texts, names; no value if it is none.
-std::optional<project::metadata::MetadataPath> pathFromJson(const std::string& json);
+/// The address that `json`, a list of steps, is (PathText.hpp); no value if it is none.
+std::optional<operations::NodeAddress> addressFromJson(const std::string& json);
 
 /// Prints `json` over several lines.
 void printJson(const Json& json);

@@ -38,19 +38,47 @@ class Parser {
 public:
     explicit Parser(const std::string& text) : text_(text), units_(host::Path::fromAccessName(text).text()) {}
 
-    pm::MetadataPath parse() {
-        std::vector<pm::PathElement> elements;
-        do {
-            const std::u16string type = readPart(u":|");
-            if (isAtEnd() || units_[next_++] != u':')
-                refuse(text_, "a step has no \":\" between its type and its location");
-            elements.emplace_back(type, readPart(u"|"));
-        } while (!isAtEnd() && units_[next_++] == u'|');
-        return pm::MetadataPath(elements);
+    operations::NodeAddress parse() {
+        operations::NodeAddress address;
+        if (units_.compare(0, 2, u"/#") == 0)
+            next_ = 1;
+        else
+            address.path = parsePath();
+        while (!isAtEnd() && units_[next_++] == u'#')
+            address.inside.push_back(parseStep());
+        return address;
     }
 
 private:
     bool isAtEnd() const { return next_ == units_.size(); }
+
+    pm::MetadataPath parsePath() {
+        std::vector<pm::PathElement> elements;
+        do {
+            const std::u16string type = readPart(u":|#");
+            if (isAtEnd() || units_[next_++] != u':')
+                refuse(text_, "a step has no \":\" between its type and its location");
+            elements.emplace_back(type, readPart(u"|#"));
+        } while (!isAtEnd() && units_[next_] == u'|' && ++next_ > 0);
+        return pm::MetadataPath(elements);
+    }
+
+    operations::NodeStep parseStep() {
+        operations::NodeStep step{readPart(u"#[")};
+        if (step.name.empty())
+            refuse(text_, "after \"#\" comes the name of a child node");
+        if (isAtEnd() || units_[next_] == u'#')
+            return step;
+        std::string digits;
+        while (!isAtEnd() && units_[++next_] >= u'0' && units_[next_] <= u'9')
+            digits += static_cast<char>(units_[next_]);
+        if (digits.empty() || digits.size() > 9 || digits.front() == '0' || isAtEnd() || units_[next_++] != u']' ||
+            !(isAtEnd() || units_[next_] == u'#')) {
+            refuse(text_, "after the name of a child node, \"[2]\" says which one of that name is meant, from 1");
+        }
+        step.position = std::stoul(digits);
+        return step;
+    }
 
     /// Up to one of `ends`, or to the end.
     std::u16string readPart(std::u16string_view ends) {
@@ -72,6 +100,7 @@ private:
             case u'|':
             case u':':
             case u'[':
+            case u'#':
                 return std::u16string(1, mark);
             case u't':
                 return u"\t";
@@ -86,7 +115,7 @@ private:
             case u'U':
                 return toUtf16(readNumber(8));
             default:
-                refuse(text_, "after a backslash comes one of \\ | : [ t n r x u U");
+                refuse(text_, "after a backslash comes one of \\ | : # [ t n r x u U");
         }
     }
 
@@ -120,9 +149,9 @@ private:
 }  // namespace
 
 std::string formatElement(const pm::PathElement& element) {
-    const std::string type = escapePart(element.getType(), ":|");
+    const std::string type = escapePart(element.getType(), ":|#");
     // A path that begins with "[" is JSON.
-    return (type.rfind('[', 0) == 0 ? "\\" : "") + type + ':' + escapePart(element.getLocation(), "|");
+    return (type.rfind('[', 0) == 0 ? "\\" : "") + type + ':' + escapePart(element.getLocation(), "|#");
 }
 
 std::string formatPath(const pm::MetadataPath& path) {
@@ -132,17 +161,34 @@ std::string formatPath(const pm::MetadataPath& path) {
     return text.empty() ? rootText : text;
 }
 
-pm::MetadataPath parsePath(const std::string& text) {
+std::string formatAddress(const operations::NodeAddress& address) {
+    std::string text = formatPath(address.path);
+    for (const operations::NodeStep& step : address.inside) {
+        text += '#' + escapePart(step.name, "#[");
+        if (step.position > 0)
+            text += '[' + std::to_string(step.position) + ']';
+    }
+    return text;
+}
+
+operations::NodeAddress parseAddress(const std::string& text) {
     if (text == rootText)
         return {};
     if (text.empty())
         refuse(text, "nothing is in it; the root path is written as \"" + rootText + '"');
     if (text.front() != '[')
         return Parser(text).parse();
-    const auto path = pathFromJson(text);
-    if (!path)
-        refuse(text, "as JSON it is a list of pairs, [[\"Folder\",\"src\"],[\"File\",\"main.c\"]]");
-    return *path;
+    const auto address = addressFromJson(text);
+    if (!address)
+        refuse(text, "as JSON it is a list of steps, [[\"Folder\",\"src\"],[\"File\",\"main.c\"]]");
+    return *address;
+}
+
+pm::MetadataPath parsePath(const std::string& text) {
+    operations::NodeAddress address = parseAddress(text);
+    if (!address.inside.empty())
+        refuse(text, "it leads into a node, and a path is needed here; a \"#\" in a location is written \"\\#\"");
+    return std::move(address.path);
 }
 
 void requirePath(const pm::MetadataManager& store, const pm::MetadataPath& path) {

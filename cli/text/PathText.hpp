@@ -1,16 +1,20 @@
-/// Metadata paths on the command line.
+/// Metadata paths, and addresses of nodes, on the command line.
 ///
 /// A path is written as its steps joined by "|", each as type, ":" and location: "Folder:src|File:main.c". The root
-/// path is "/"; an empty text is no path. In a step, a backslash stands before what would be taken for something else:
-/// `\|`, `\:` in a type and `\[` before it, `\\`; and what cannot be shown or typed is escaped as `escapeName` does:
-/// `\t`, `\n`, `\r`, `\xNN`, `\uNNNN`, `\UNNNNNNNN`. A path can also be given as JSON:
-/// [["Folder","src"],["File","main.c"]].
+/// path is "/"; an empty text is no path. An address goes on from there into the node, each step as "#", the name of the child
+/// node, and if several have that name the position among these: "File:main.c#Review[2]#Comment".
+///
+/// In a step, a backslash stands before what would be taken for something else: `\|`, `\#`, `\:` in a type and `\[`
+/// before it or in the name of a node, `\\`; and what cannot be shown or typed is escaped as `escapeName` does: `\t`,
+/// `\n`, `\r`, `\xNN`, `\uNNNN`, `\UNNNNNNNN`. As JSON, an address is a list of steps such as
+/// [["Folder","src"],["File","main.c"],["Review",2],["Comment"]].
 ///
 /// All functions may be called from any thread.
 #pragma once
 
 #include <string>
 
+#include "operations/NodeAddress.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/MetadataPath.hpp"
 
@@ -22,8 +26,14 @@ std::string formatPath(const project::metadata::MetadataPath& path);
 /// The text of one step, as it stands in that of a path.
 std::string formatElement(const project::metadata::PathElement& element);
 
-/// The path that `text`, in bytes, names.
+/// The text of `address`, likewise for `parseAddress`.
+std::string formatAddress(const operations::NodeAddress& address);
+
+/// The address that `text`, in bytes, is.
 /// @throws CommandError with `Status::usage` saying what is wrong with it
+operations::NodeAddress parseAddress(const std::string& text);
+
+/// As that, for one that has no steps into the node.
 project::metadata::MetadataPath parsePath(const std::string& text);
 
 /// @throws CommandError naming the nearest ancestor that exists, unless `path` is in `store`

@@ -24,7 +24,7 @@ INSTANTIATE_TEST_SUITE_P(Stores, ChangeCommandTest, testing::Values("fixedPath",
                          test::nameOfStore);
 
 TEST_P(ChangeCommandTest, attributesChangeAndTheRestOfTheNodeStays) {
-    succeed("set", {"Folder:a|File:b", "--create", "--node", "Note", "Owner=Ann", "Text=x=y", "Empty="});
+    succeed("set", {"Folder:a|File:b", "--create", "--name", "Note", "Owner=Ann", "Text=x=y", "Empty="});
     const pm::MetadataPath path({{u"Folder", u"a"}, {u"File", u"b"}});
     {
         const auto store = openStore();
@@ -49,7 +49,7 @@ TEST_P(ChangeCommandTest, attributesChangeAndTheRestOfTheNodeStays) {
     expectFailure(run({"unset", root, "Folder:a|File:b", "Owner", "Text"}), 1, {"Folder:a|File:b", "\"Text\""});
     expectFailure(run({"unset", root, "Folder:x", "Owner"}), 3, {"Folder:x"});
     expectFailure(run({"set", root, "Folder:x", "K=V"}), 3, {"Folder:x", "--create"});
-    expectFailure(run({"set", root, "Folder:a", "K=V", "--node", "Other"}), 3, {"\"Info\"", "\"Other\""});
+    expectFailure(run({"set", root, "Folder:a", "K=V", "--name", "Other"}), 3, {"\"Info\"", "\"Other\""});
     for (const std::string pair : {"=x", "1=x", "K=\xff", "K\xff=x", "K=\x01"})
         expectFailure(run({"set", root, "Folder:a", "Good=1", pair}), 2, {"in \""});
     expectFailure(run({"set", root, "Folder:a", "Good"}), 2, {"\"Good\"", "no \"=\""});
@@ -66,25 +66,25 @@ TEST_P(ChangeCommandTest, pathsAreAddedWhereTheyAreToBeAndRemovedTogetherOrNotAt
     const auto before = readTree(root);
     expectFailure(run({"add", root, "T:a"}), 3, {"\"T:a\""});
     expectFailure(run({"add", root, "T:x", "--after", "T:b|T:below"}), 2, {"no sibling"});
-    expectFailure(run({"remove", root, "T:a", "T:x"}), 1, {"\"T:x\""});
-    expectFailure(run({"remove", root, "/"}), 2, {"--force"});
+    expectFailure(run({"remove", root, "T:a", "T:x"}), 3, {"\"T:x\""});
+    expectFailure(run({"remove", root, "/"}), 2, {"--all"});
     for (const std::vector<std::string>& line :
-         std::vector<std::vector<std::string>>{{"remove", root, "", "--force"},
+         std::vector<std::vector<std::string>>{{"remove", root, "", "--all"},
                                                {"set", root, "", "k=v"},
                                                {"unset", root, "", "k"},
                                                {"add", root, ""},
                                                {"move", root, "T:a", ""},
-                                               {"remove", root, "T:a", "", "--force", "--node"}})
+                                               {"remove", root, "T:a", "", "--ignore-missing", "--node-only"}})
         expectFailure(run(line), 2, {"\"/\""});
     EXPECT_EQ(readTree(root), before);
 
     succeed("set", {"T:b", "K=V"});
-    expectSuccess(run({"remove", "--node", root, "T:b", "T:b"}), "Removed 1 node\n");
+    expectSuccess(run({"remove", "--node-only", root, "T:b", "T:b"}), "Removed 1 node\n");
     EXPECT_THAT(content(), ElementsAre("T:a", "T:b", "T:c", "T:d", "T:b|T:below"));
-    expectFailure(run({"remove", "--node", root, "T:b"}), 1, {"\"T:b\""});
-    expectSuccess(run({"remove", root, "T:b|T:below", "T:b", "T:x", "--force"}), "Removed 2 paths\n");
+    expectFailure(run({"remove", "--node-only", root, "T:b"}), 1, {"\"T:b\""});
+    expectSuccess(run({"remove", root, "T:b|T:below", "T:b", "T:x", "--ignore-missing"}), "Removed 2 paths\n");
     EXPECT_THAT(content(), ElementsAre("T:a", "T:c", "T:d"));
-    succeed("remove", {"/", "--force"});
+    succeed("remove", {"/", "--all"});
     EXPECT_THAT(content(), ElementsAre());
 }
 

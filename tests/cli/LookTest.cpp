@@ -139,8 +139,20 @@ TEST_F(LookTest, findPrintsThePathsThatHaveEverythingAskedFor) {
         {{"--attribute", "Id=[0-9]", "--attribute", "Owner=* Doe"}, source + '\n'},
         {{"--attribute", "Id", "--attribute", "Odd"}, ""},
         {{"--attribute", "Odd=tab?\u202e*\n*ü"}, odd + '\n'},
-        {{"--node", "Source"}, source + '\n'},
-        {{"--branches"}, "Folder:src\nLabel:x\n"}};
+        {{"--name", "Source"}, source + '\n'},
+        {{"--branches"}, "Folder:src\nLabel:x\n"},
+        {{"--not", "--branches"}, both},
+        {{"--not", "--attribute", "Id", "--type", "F*"}, "Folder:src\n" + odd + '\n'},
+        {{"--type", "Label", "--or", "--type", "File", "--not", "--name", "Info"}, source + "\nLabel:x\n"},
+        {{"--branches", "--type", "L*", "--or", "--name", "Source"}, source + "\nLabel:x\n"},
+        {{"--attribute", "Id<7.5"}, source + '\n'},
+        {{"--attribute", "Id<7"}, ""},
+        {{"--attribute", "Id>=0.7e1", "--attribute", "Id<=7"}, source + '\n'},
+        {{"--attribute", "Owner>1"}, ""},
+        {{"--attribute", "Id>2026-11-21"}, ""},
+        {{"--regex", "--location", "^[gm]..?n\\."}, both.substr(0, source.size() + 1)},
+        {{"--regex", "-i", "--location", "^GRÜN"}, odd + '\n'},
+        {{"--regex", "--attribute", "Odd=\u202e\n.*ü$"}, odd + '\n'}};
     for (const auto& [options, expected] : cases) {
         std::vector<std::string> line{"find", root};
         line.insert(line.end(), options.begin(), options.end());
@@ -150,7 +162,43 @@ TEST_F(LookTest, findPrintsThePathsThatHaveEverythingAskedFor) {
     }
     EXPECT_EQ(json::parse(run({"find", root, "--attribute", "Id", "--json"}).out).at(0)["node"]["name"], "Source");
     EXPECT_EQ(json::parse(run({"find", root, "--type", "none", "--json"}).out), json::array());
-    expectFailure(run({"find", root, "--branches", "--node", "x"}), 2, {"--branches", "--node"});
+    expectFailure(run({"find", root, "--branches", "--name", "x"}), 2, {"--branches", "--name"});
+}
+
+TEST_F(LookTest, findComparesMomentsAndRefusesWhatItCannotTell) {
+    const std::vector<std::string> moments{"1969-12-31T23:59:59.25Z",
+                                           "2000-02-29",
+                                           "2026-11-21T10:00:00+02:00",
+                                           "2026-11-21 08:00:00.5Z",
+                                           "2026-11-21T08:00",
+                                           "not-a-date",
+                                           "2026-13-01",
+                                           "2026-11-21T08:00:00.5Zx"};
+    for (std::size_t i = 0; i < moments.size(); ++i)
+        ASSERT_EQ(run({"set", root, "M:" + std::to_string(i), "--create", "At=" + moments[i], "-q"}).status, 0);
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"<1969-12-31T23:59:59.3", "0"},         {"<1969-12-31T23:59:59.25", ""},   {"<=2000-03-01", "01"},
+        {">2000-02-28T23:59:59Z", "1234"},       {">=2026-11-21T08:00:00Z", "234"}, {">2026-11-21T08:00:00Z", "3"},
+        {"<2026-11-21T03:00:00.4-05:00", "0124"}};
+    for (const auto& [condition, expected] : cases) {
+        std::string found;
+        for (const char mark : expected)
+            found += std::string("M:") + mark + '\n';
+        EXPECT_EQ(run({"find", root, "--attribute", "At" + condition}).out, found) << condition;
+    }
+    for (const auto& [options, part] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"--attribute", "At<soon"}, "neither a number nor a date"},
+             {{"--regex", "--location", "(("}, "no regular expression"},
+             {{"--not"}, "After --not"},
+             {{"--or", "--type", "x"}, "Before --or"},
+             {{"--type", "x", "--or", "--or", "--type", "x"}, "Before --or"}}) {
+        std::vector<std::string> line{"find", root};
+        line.insert(line.end(), options.begin(), options.end());
+        expectFailure(run(line), 2, {part});
+    }
+    // What would take for ever by trying is an error, and costs neither the stack nor the day.
+    ASSERT_EQ(run({"set", root, "M:0", "-q", "Long=" + std::string(100000, 'a')}).status, 0);
+    expectFailure(run({"find", root, "--regex", "--attribute", "Long=^(a|aa)+$(?<!a)"}), 3, {"takes too long"});
 }
 
 TEST_F(LookTest, statCountsPathsNodesAndFiles) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -123,6 +124,17 @@ std::function<void()> limitFileSize(unsigned long bytes) {
         if (setrlimit(RLIMIT_FSIZE, &limit) != 0)
             throwErrno("setrlimit");
     };
+}
+
+Surroundings withInput(const std::string& bytes) {
+    Surroundings surroundings;
+    surroundings.prepare = [bytes] {
+        const int input = memfd_create("input", 0);
+        if (write(input, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()) ||
+            lseek(input, 0, SEEK_SET) != 0 || dup2(input, STDIN_FILENO) < 0)
+            throwErrno("memfd");
+    };
+    return surroundings;
 }
 
 const fs::path& movedInstallation() {

@@ -39,6 +39,9 @@ void becomeUnprivileged();
 /// For `Surroundings::prepare`: no file may become larger than `bytes`, as on a disk that is full.
 std::function<void()> limitFileSize(unsigned long bytes);
 
+/// The command reads `bytes` from its standard input.
+Surroundings withInput(const std::string& bytes);
+
 /// A copy of the installation in another folder, which every user can use. The same one for all tests of a process.
 const std::filesystem::path& movedInstallation();
 

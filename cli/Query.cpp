@@ -1,0 +1,289 @@
+#include "cli/Query.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <locale>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+#include <boost/regex.hpp>
+
+#include "cli/text/Errors.hpp"
+#include "cli/text/Glob.hpp"
+#include "host/Text.hpp"
+
+namespace cli {
+
+namespace {
+
+namespace pm = project::metadata;
+
+using Test = std::function<bool(const std::u16string& text)>;
+
+/// One element for each character; what is no Unicode counts as U+FFFD.
+std::wstring toWide(const std::u16string& text) {
+    std::wstring wide;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char16_t unit = text[i];
+        const bool isPair =
+            unit >= 0xD800 && unit <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF;
+        if (isPair) {
+            wide += static_cast<wchar_t>(0x10000 + ((unit - 0xD800) << 10) + (text[i + 1] - 0xDC00));
+            ++i;
+        } else {
+            wide += unit >= 0xD800 && unit <= 0xDFFF ? L'\xFFFD' : static_cast<wchar_t>(unit);
+        }
+    }
+    return wide;
+}
+
+/// A regular expression in the syntax of Perl, found anywhere in the text. The library keeps its state off the stack,
+/// and gives up where it would try too many ways.
+Test makeRegex(const std::string& pattern, const Query::Manner& manner) {
+    boost::wregex regex;
+    try {
+        regex.imbue(std::locale("C.UTF-8"));
+        boost::wregex::flag_type flags = boost::regex_constants::perl;
+        if (manner.ignoreCase)
+            flags |= boost::regex_constants::icase;
+        regex.assign(toWide(host::fromUtf8(pattern)), flags);
+    } catch (const std::runtime_error& error) {
+        throw CommandError(Status::usage, '"' + pattern + "\" is no regular expression: " + error.what());
+    }
+    return [regex, pattern](const std::u16string& text) {
+        try {
+            return boost::regex_search(toWide(text), regex);
+        } catch (const std::runtime_error&) {
+            throw CommandError(Status::failure, "The regular expression \"" + pattern +
+                                                    "\" takes too long for a text of " + std::to_string(text.size()) +
+                                                    " characters");
+        }
+    };
+}
+
+Test makePattern(const std::string& pattern, const Query::Manner& manner) {
+    if (manner.isRegex)
+        return makeRegex(pattern, manner);
+    return [glob = Glob(pattern, manner.ignoreCase)](const std::u16string& text) { return glob.matches(text); };
+}
+
+/// @return no value unless all of `text` is a decimal number, such as "12", "-0.5" or "1e6"
+std::optional<long double> readNumber(std::string_view text) {
+    long double number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isPlain = text.find_first_not_of("0123456789+-.eE") == std::string_view::npos;
+    return isPlain && error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
+/// Reads digits and marks one after the other.
+class DateReader {
+public:
+    explicit DateReader(std::string_view text) : rest_(text) {}
+
+    bool skip(char mark) {
+        if (rest_.empty() || rest_.front() != mark)
+            return false;
+        rest_.remove_prefix(1);
+        return true;
+    }
+
+    /// A number of `digits` digits, from `least` to `most`.
+    std::optional<std::int64_t> read(std::size_t digits, std::int64_t least, std::int64_t most) {
+        if (rest_.size() < digits || rest_.substr(0, digits).find_first_not_of("0123456789") != std::string_view::npos)
+            return std::nullopt;
+        std::int64_t number = 0;
+        for (const char digit : rest_.substr(0, digits))
+            number = number * 10 + (digit - '0');
+        rest_.remove_prefix(digits);
+        return number >= least && number <= most ? std::optional(number) : std::nullopt;
+    }
+
+    /// Digits after a point, as nanoseconds; further ones do not count.
+    std::optional<std::int64_t> readFraction() {
+        const std::size_t count = std::min(rest_.find_first_not_of("0123456789"), rest_.size());
+        if (count == 0)
+            return std::nullopt;
+        std::int64_t number = 0;
+        for (std::size_t i = 0; i < 9; ++i)
+            number = number * 10 + (i < count ? rest_[i] - '0' : 0);
+        rest_.remove_prefix(count);
+        return number;
+    }
+
+    bool isAtEnd() const { return rest_.empty(); }
+
+private:
+    std::string_view rest_;
+};
+
+/// Seconds since the beginning of 1970, and nanoseconds.
+using Moment = std::pair<std::int64_t, std::int64_t>;
+
+/// The days from 1970-01-01 to a date of the Gregorian calendar. The year is taken to begin in March, so that the day
+/// that some have more comes last: 365 days a year, and one for every fourth but every hundredth but every 400th.
+std::int64_t countDays(std::int64_t year, std::int64_t month, std::int64_t day) {
+    const std::int64_t years = month <= 2 ? year - 1 : year;
+    const std::int64_t months = (month + 9) % 12;
+    return years * 365 + years / 4 - years / 100 + years / 400 + (153 * months + 2) / 5 + day - 1 - 719468;
+}
+
+/// A date or a time by ISO 8601: "2026-11-21", "2026-11-21T23:26:25.5Z", "2026-11-21 23:26+01:00". Without an offset it
+/// is UTC.
+std::optional<Moment> readMoment(std::string_view text) {
+    DateReader reader(text);
+    const auto year = reader.read(4, 0, 9999);
+    const auto month = year && reader.skip('-') ? reader.read(2, 1, 12) : std::nullopt;
+    const auto day = month && reader.skip('-') ? reader.read(2, 1, 31) : std::nullopt;
+    if (!day)
+        return std::nullopt;
+    Moment moment{countDays(*year, *month, *day) * 86400, 0};
+    if (reader.isAtEnd())
+        return moment;
+    if (!reader.skip('T') && !reader.skip(' '))
+        return std::nullopt;
+    const auto hour = reader.read(2, 0, 24);
+    const auto minute = hour && reader.skip(':') ? reader.read(2, 0, 59) : std::nullopt;
+    if (!minute)
+        return std::nullopt;
+    moment.first += *hour * 3600 + *minute * 60;
+    if (reader.skip(':')) {
+        const auto second = reader.read(2, 0, 60);
+        const auto fraction = second && reader.skip('.') ? reader.readFraction() : std::optional<std::int64_t>(0);
+        if (!second || !fraction)
+            return std::nullopt;
+        moment.first += *second;
+        moment.second = *fraction;
+    }
+    const bool isEast = reader.skip('+');
+    if (isEast || reader.skip('-')) {
+        const auto hours = reader.read(2, 0, 23);
+        reader.skip(':');
+        const auto minutes = hours ? reader.read(2, 0, 59) : std::nullopt;
+        if (!minutes)
+            return std::nullopt;
+        moment.first += (isEast ? -1 : 1) * (*hours * 3600 + *minutes * 60);
+    } else {
+        reader.skip('Z');
+    }
+    return reader.isAtEnd() ? std::optional(moment) : std::nullopt;
+}
+
+template <class Value>
+bool compare(const std::string& relation, const Value& a, const Value& b) {
+    return relation == "<" ? a < b : relation == "<=" ? a <= b : relation == ">" ? a > b : a >= b;
+}
+
+/// Whether a text is a number, or a date, as `bound` is one, and less or greater.
+Test makeComparison(const std::string& relation, const std::string& bound) {
+    if (const auto number = readNumber(bound)) {
+        return [relation, number = *number](const std::u16string& text) {
+            const auto value = readNumber(host::toUtf8(text));
+            return value && compare(relation, *value, number);
+        };
+    }
+    if (const auto moment = readMoment(bound)) {
+        return [relation, moment = *moment](const std::u16string& text) {
+            const auto value = readMoment(host::toUtf8(text));
+            return value && compare(relation, *value, moment);
+        };
+    }
+    throw CommandError(Status::usage, '"' + bound + "\" is neither a number nor a date such as 2026-11-21 or " +
+                                          "2026-11-21T23:26:25Z, to be compared by \"" + relation + '"');
+}
+
+/// @param text a key; or a key, one of = < <= > >= and what the value is compared with
+std::function<bool(const pm::MetadataNode*)> makeAttributeTest(const std::string& text, const Query::Manner& manner) {
+    const std::size_t end = std::min(text.find_first_of("=<>"), text.size());
+    std::string relation = text.substr(end, 1);
+    if (!relation.empty() && relation != "=" && text.compare(end + 1, 1, "=") == 0)
+        relation += '=';
+    const std::string operand = text.substr(std::min(end + relation.size(), text.size()));
+    const Test test = relation.empty()  ? [](const std::u16string&) { return true; }
+                      : relation == "=" ? makePattern(operand, manner)
+                                        : makeComparison(relation, operand);
+    return [key = host::fromUtf8(text.substr(0, end)), test](const pm::MetadataNode* node) {
+        if (!node)
+            return false;
+        const std::vector<std::u16string> keys = node->getAttributeKeys();
+        return std::binary_search(keys.begin(), keys.end(), key) && test(node->get(key));
+    };
+}
+
+template <class Conditions, class Thing>
+bool holdAll(const Conditions& conditions, const Thing& thing) {
+    return std::all_of(conditions.begin(), conditions.end(), [&](const auto& holds) { return holds(thing); });
+}
+
+}  // namespace
+
+Query::Query(const std::vector<std::pair<std::string, std::string>>& options, const Manner& manner) : alternatives_(1) {
+    bool isNegated = false;
+    bool isComplete = true;  // whether a condition may end here
+    bool wantsBranch = false, wantsNode = false;
+    for (const auto& [name, value] : options) {
+        if (name == "not" || name == "or") {
+            if (isNegated || (name == "or" && (!isComplete || options.front().first == "or")))
+                throw CommandError(Status::usage, "Before --" + name + " a condition is missing");
+            isComplete = false;
+            isNegated = name == "not";
+            if (name == "or") {
+                alternatives_.emplace_back();
+                wantsBranch = wantsNode = false;
+            }
+            continue;
+        }
+        Alternative& alternative = alternatives_.back();
+        if (name == "type" || name == "location") {
+            const Test test = makePattern(value, manner);
+            const bool isType = name == "type";
+            alternative.onPath.emplace_back([test, isType, isNegated](const pm::MetadataPath& path) {
+                const bool isRoot = path.getPath().empty();
+                return (!isRoot && test(isType ? path.getPath().back().getType()
+                                               : path.getPath().back().getLocation())) != isNegated;
+            });
+        } else if (name == "branches") {
+            alternative.onNode.emplace_back(
+                [isNegated](const pm::MetadataNode* node) { return (node == nullptr) != isNegated; });
+            wantsBranch = wantsBranch || !isNegated;
+        } else {
+            auto test = name == "attribute" ? makeAttributeTest(value, manner)
+                                            : [test = makePattern(value, manner)](const pm::MetadataNode* node) {
+                                                  return node && test(node->getName());
+                                              };
+            alternative.onNode.emplace_back(
+                [test, isNegated](const pm::MetadataNode* node) { return test(node) != isNegated; });
+            wantsNode = wantsNode || !isNegated;
+        }
+        if (wantsBranch && wantsNode) {
+            throw CommandError(Status::usage,
+                               "Branches have no node, so --branches goes with neither --name nor --attribute");
+        }
+        isNegated = false;
+        isComplete = true;
+    }
+    if (!isComplete)
+        throw CommandError(Status::usage, "After --" + options.back().first + " a condition is missing");
+}
+
+Query::Need Query::needFor(const pm::MetadataPath& path) const {
+    Need need = Need::noMatch;
+    for (const Alternative& alternative : alternatives_) {
+        if (!holdAll(alternative.onPath, path))
+            continue;
+        if (alternative.onNode.empty())
+            return Need::nothing;
+        need = Need::node;
+    }
+    return need;
+}
+
+bool Query::matches(const pm::MetadataPath& path, const pm::MetadataNode* node) const {
+    return std::any_of(alternatives_.begin(), alternatives_.end(), [&](const Alternative& alternative) {
+        return holdAll(alternative.onPath, path) && holdAll(alternative.onNode, node);
+    });
+}
+
+}  // namespace cli

@@ -1,0 +1,77 @@
+/// Addresses of nodes: a path, and steps from its node down to a child node.
+///
+/// Value types. All functions may be called from any thread.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "operations/Errors.hpp"
+#include "project/metadata/MetadataNode.hpp"
+#include "project/metadata/MetadataPath.hpp"
+
+namespace operations {
+
+/// From a node to one of its child nodes.
+struct NodeStep {
+    std::u16string name;
+    std::size_t position = 0;  ///< among the child nodes of that name, from 1; 0 for the only one
+
+    friend bool operator==(const NodeStep& a, const NodeStep& b) {
+        return a.name == b.name && a.position == b.position;
+    }
+};
+
+struct NodeAddress {
+    project::metadata::MetadataPath path;
+    std::vector<NodeStep> inside = {};  ///< none for the path's own node
+
+    friend bool operator==(const NodeAddress& a, const NodeAddress& b) {
+        return a.path == b.path && a.inside == b.inside;
+    }
+};
+
+/// An error about addresses. How these are written is up to whoever tells it, so the sentence is kept in pieces.
+class AddressError : public OperationError {
+public:
+    /// Either words in UTF-8, or an address, which is to stand in quotes.
+    using Piece = std::variant<std::string, NodeAddress>;
+
+    AddressError(ErrorKind kind, std::vector<Piece> pieces);
+
+    const std::vector<Piece>& pieces() const { return pieces_; }
+
+private:
+    std::vector<Piece> pieces_;
+};
+
+/// The node that `address` names, null if it is not there.
+/// @param node the node of its path, or null
+/// @throws AddressError if a step without a position could mean several
+const project::metadata::MetadataNode* findNode(const project::metadata::MetadataNode* node,
+                                                const NodeAddress& address);
+
+/// As that, for one that must be there.
+/// @throws AddressError besides, if it is not
+const project::metadata::MetadataNode& requireNode(const project::metadata::MetadataNode* node,
+                                                   const NodeAddress& address);
+
+/// Where among `count` siblings the one stands that the step `depth` of `address` leads to.
+/// @param nameOf the name of the sibling at a place, from 0
+/// @return no value if there is none
+/// @throws AddressError if the step has no position and could mean several
+std::optional<std::size_t> findChild(std::size_t count,
+                                     const std::function<const std::u16string&(std::size_t place)>& nameOf,
+                                     const NodeAddress& address, std::size_t depth);
+
+/// What says that the step `depth` of `address` leads nowhere.
+AddressError makeMissing(const NodeAddress& address, std::size_t depth);
+
+/// The steps to all child nodes of `node`, in their order.
+std::vector<NodeStep> listSteps(const project::metadata::MetadataNode& node);
+
+}  // namespace operations

@@ -1,0 +1,113 @@
+/// Several changes of a project as one, worked out before anything is written.
+///
+/// One thread at a time, as the stores.
+#pragma once
+
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "operations/NodeAddress.hpp"
+#include "operations/NodeEdit.hpp"
+#include "operations/Progress.hpp"
+#include "operations/StoreChange.hpp"
+#include "project/metadata/MetadataManager.hpp"
+
+namespace operations {
+
+/// What `ProjectEdit::set` may make.
+struct SetRequest {
+    bool create = false;                     ///< the path, and child nodes on the way, if they are missing
+    std::optional<std::u16string> nodeName;  ///< of a path's node that is made; one that exists must have this name
+};
+
+/// Where `ProjectEdit::add` puts what it adds; by default it is the last.
+struct Place {
+    enum class Side { before, after };
+
+    NodeAddress sibling;
+    Side side;
+};
+
+/// Each change sees what those before it have made of the project. Errors are OperationErrors and whatever the store
+/// throws; after one, the object can only be destroyed.
+class ProjectEdit {
+public:
+    /// @param store is only read, but for `apply`; both must outlive the object
+    ProjectEdit(project::metadata::MetadataManager& store, Observer& observer);
+    ~ProjectEdit();
+
+    /// Gives the node at `address` attributes. The node of a path that has none is made.
+    /// @param changes each with a value
+    void set(const NodeAddress& address, const AttributeChanges& changes, const SetRequest& request);
+
+    /// Takes the attributes `keys` from the node at `address`, unless it lacks some of them.
+    /// @return those that it lacks
+    std::vector<std::u16string> unset(const NodeAddress& address, const std::vector<std::u16string>& keys);
+
+    /// Adds a path, with its missing ancestors, or one more child node, in a node that is made if it is missing.
+    /// @return its address
+    NodeAddress add(const NodeAddress& address, const std::optional<Place>& place);
+
+    /// Removes a path with everything below it, or a child node. The root path loses its node and everything below.
+    void remove(const NodeAddress& address);
+
+    /// Removes the node of a path.
+    void removeNode(const project::metadata::MetadataPath& path);
+
+    /// Moves a path with everything below it. Below the same parent it keeps its place, elsewhere it becomes the last.
+    void move(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to);
+
+    /// Copies a path with everything below it; the copy becomes the last.
+    void copy(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to);
+
+    bool hasPath(const project::metadata::MetadataPath& path);
+
+    /// All changes so far.
+    StoreChange finish();
+
+    /// Makes `change`, which `finish` has returned, as `applyChange` does. If a later one of several batches fails,
+    /// what the earlier ones did is taken back.
+    /// @throws OperationError besides, if that fails too: it says so, with the reason nested in it
+    void apply(const StoreChange& change);
+
+private:
+    struct Branch;
+    struct Content;
+
+    Content& contentOf(const project::metadata::MetadataPath& path);
+    NodeDraft& editNode(const project::metadata::MetadataPath& path);
+    NodeDraft& requireNode(const NodeAddress& address);
+    NodeDraft& makeNode(const NodeAddress& address);
+    NodeAddress addChild(const NodeAddress& address, const std::optional<Place>& place);
+    void removeBranch(const project::metadata::MetadataPath& path);
+    void makePath(const project::metadata::MetadataPath& path);
+    void requirePath(const project::metadata::MetadataPath& path);
+    void requireTarget(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to,
+                       const std::string& verb);
+    void fillCopy(const Branch& source, const project::metadata::MetadataPath& from,
+                  const project::metadata::MetadataPath& to, Branch& target, Progress& progress);
+    void forget(const Branch& branch, const project::metadata::MetadataPath& path);
+    static void listBranch(const Branch& branch, const project::metadata::MetadataPath& path,
+                           std::vector<project::metadata::MetadataPath>& paths);
+    Branch& tree();
+    Branch* findBranch(const project::metadata::MetadataPath& path);
+
+    project::metadata::MetadataManager& store_;
+    Observer& observer_;
+    std::map<project::metadata::MetadataPath, Content, BySteps> contents_;  // of paths that were looked at
+    std::vector<project::metadata::MetadataPath> added_;                    // until there is a tree
+    PathSet addedSet_;
+    std::vector<project::metadata::MetadataPath> gone_;     // the tops of what was removed; likewise
+    std::vector<project::metadata::MetadataPath> removed_;  // all of it
+    PathSet removedSet_;
+    bool hasBranches_ = false;                             // whether a path was added that may have no node
+    std::unique_ptr<Branch> tree_;                         // once adding alone, or removing alone, is not all
+    std::vector<project::metadata::MetadataPath> before_;  // the paths of the store, in the order of the tree
+};
+
+}  // namespace operations
