@@ -42,6 +42,11 @@ namespace {
 const Positional rootArgument{"ROOT", "The project's root folder; without, found from the current folder upwards",
                               Positional::Kind::optional};
 
+const Positional rootOrFileArgument{"ROOT",
+                                    "The project's root folder, an exported file, or - for one on the standard input; "
+                                    "without, found from the current folder upwards",
+                                    Positional::Kind::optional};
+
 /// Those that must be given, though the parser does not know: where ROOT is left out, it puts them elsewhere.
 std::set<const CLI::Option*>& neededArguments() {
     static std::set<const CLI::Option*> arguments;
@@ -77,11 +82,12 @@ std::string formatUsage(const CLI::Option& option) {
     return option.get_required() || neededArguments().count(&option) == 1 ? usage : '[' + usage + ']';
 }
 
-Positionals::Positionals(CLI::App& app, std::vector<Positional> arguments, RootPlace place)
-    : arguments_(std::move(arguments)), place_(place), given_(std::make_shared<Given>()) {
+Positionals::Positionals(CLI::App& app, std::vector<Positional> arguments, RootPlace place, RootKind kind)
+    : arguments_(std::move(arguments)), place_(place), kind_(kind), given_(std::make_shared<Given>()) {
     projectCommands().insert(&app);
     std::vector<Positional> all = arguments_;
-    all.insert(place == RootPlace::first ? all.begin() : all.end(), rootArgument);
+    all.insert(place == RootPlace::first ? all.begin() : all.end(),
+               kind == RootKind::project ? rootArgument : rootOrFileArgument);
     given_->places.resize(all.size());
     for (std::size_t i = 0; i < all.size(); ++i) {
         const CLI::Option* const option = all[i].kind == Positional::Kind::list
@@ -101,7 +107,8 @@ bool Positionals::hasRoot(const std::vector<std::string>& given) const {
     const bool isEnough = given.size() > countRequired(arguments_);
     const std::string& candidate = place_ == RootPlace::first ? given.front() : given.back();
     // "/" is how the root path is written.
-    return isEnough && candidate != "/" && operations::leadsToFolder(candidate);
+    const bool isFile = kind_ == RootKind::projectOrFile && (candidate == "-" || operations::isFile(candidate));
+    return isEnough && candidate != "/" && (isFile || operations::leadsToFolder(candidate));
 }
 
 Positionals::Values Positionals::get() const {

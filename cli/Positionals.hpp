@@ -30,13 +30,17 @@ struct Positional {
 
 enum class RootPlace { first, last };
 
+/// What may take the place of a project: nothing; or an exported file, which is looked at, or "-".
+enum class RootKind { project, projectOrFile };
+
 /// How the argument `option` stands in a line on usage: in brackets if it may be left out, with dots if it is a list.
 std::string formatUsage(const CLI::Option& option);
 
 class Positionals {
 public:
     /// Declares ROOT and `arguments`, in this order or with ROOT as the last, to `app`.
-    explicit Positionals(CLI::App& app, std::vector<Positional> arguments = {}, RootPlace place = RootPlace::first);
+    explicit Positionals(CLI::App& app, std::vector<Positional> arguments = {}, RootPlace place = RootPlace::first,
+                         RootKind kind = RootKind::project);
 
     struct Values {
         host::Path root;
@@ -44,7 +48,7 @@ public:
     };
 
     /// What was given, once the command line is parsed. If it could be read with ROOT and without, the first argument
-    /// is ROOT where that names a folder.
+    /// is ROOT where that names a folder, or a file where one may stand for a project.
     /// @throws CommandError for too few or too many arguments, and where no project is found
     Values get() const;
 
@@ -55,6 +59,7 @@ private:
 
     std::vector<Positional> arguments_;
     RootPlace place_;
+    RootKind kind_;
     std::shared_ptr<Given> given_;
 };
 

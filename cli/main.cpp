@@ -1,11 +1,13 @@
 /// The command project-metadata: reads the command line and lets one command do its work.
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <map>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -14,6 +16,7 @@
 #include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"
+#include "cli/text/Suggestion.hpp"
 #include "cli/text/Warnings.hpp"
 #include "host/Interruption.hpp"
 #include "project/Version.hpp"
@@ -60,10 +63,29 @@ std::shared_ptr<CLI::Formatter> makeFormatter() {
 
 /// The sentence of `error`, or a better one.
 std::string explain(const CLI::App& app, const CLI::ParseError& error) {
-    if (!app.get_subcommands().empty())
-        return error.what();
-    return app.remaining_size() == 0 ? "A command is missing"
-                                     : "There is no command \"" + app.remaining().front() + '"';
+    std::vector<std::string> names;
+    if (!app.get_subcommands().empty()) {
+        const CLI::App& command = *app.get_subcommands().front();
+        const std::vector<std::string> rest = app.remaining(true);
+        const auto unknown = std::find_if(rest.begin(), rest.end(),
+                                          [](const std::string& word) { return word.compare(0, 1, "-") == 0; });
+        if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError) || unknown == rest.end())
+            return error.what();
+        for (const CLI::App* each : {&command, &app}) {
+            for (const CLI::Option* option : each->get_options()) {
+                for (const std::string& name : option->get_lnames())
+                    names.push_back("--" + name);
+            }
+        }
+        const std::string name = unknown->substr(0, unknown->find('='));
+        return '"' + command.get_name() + "\" has no option \"" + name + '"' + cli::suggest(name, names);
+    }
+    if (app.remaining_size() == 0)
+        return "A command is missing";
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+        names.push_back(command->get_name());
+    const std::string name = app.remaining().front();
+    return "There is no command \"" + name + '"' + cli::suggest(name, names);
 }
 
 /// Puts the number of the value that `text` names in its place. @return an error sentence; empty if it names one
@@ -91,7 +113,10 @@ void addOptions(CLI::App& app) {
 
 host::Interruption interruption;
 
-void requestInterruption(int /*signal*/) {
+/// The second Ctrl-C ends the process: what it is at cannot be stopped where everything is as it was.
+void requestInterruption(int signal) {
+    if (signal == SIGINT && interruption.isRequested())
+        std::signal(SIGINT, SIG_DFL), raise(SIGINT);
     interruption.request();
 }
 
@@ -131,7 +156,7 @@ cli::Status run(int argc, const char* const* argv) {
         cli::print(text.str());
         return cli::Status::done;
     } catch (const CLI::ParseError& error) {
-        cli::reportError(explain(app, error) + "; see --help");
+        cli::reportError(explain(app, error) + " (see --help)");
         return cli::Status::usage;
     }
     const CLI::App* const command = app.get_subcommands().front();

@@ -1,4 +1,4 @@
-/// All metadata of a project in one file.
+/// All metadata of a project, or of one of its paths, in one file.
 #pragma once
 
 #include "host/Path.hpp"
@@ -8,11 +8,11 @@
 
 namespace operations {
 
-/// Writes everything that can be read of `store` to `file`, once it has been seen to read back as it is.
+/// Writes `top` and everything below it that can be read of `store` to `file`, once that is seen to read back the same.
 /// @param isDryRun whether all of that is done elsewhere, and `file` left as it is
 /// @throws OperationError if there is no store that keeps everything in one file; whatever the store throws;
 ///         as `writeFile`
-void exportMetadata(const project::metadata::MetadataManager& store, const host::Path& file, Existing existing,
-                    bool isDryRun, Observer& observer);
+void exportMetadata(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& top,
+                    const host::Path& file, Existing existing, bool isDryRun, Observer& observer);
 
 }  // namespace operations

@@ -18,8 +18,8 @@ void requireWritable(const host::Path& file, Existing existing) {
                                  ", so no other file can take its place");
     }
     if (existing == Existing::keep) {
-        throw OperationError(ErrorKind::failure,
-                             "The file " + quoted(file) + " exists already and is left as it is; --force replaces it");
+        throw OperationError(ErrorKind::failure, "The file " + quoted(file) +
+                                                     " exists already and is left as it is; --replace replaces it");
     }
 }
 

@@ -99,13 +99,13 @@ void drain(std::array<Pipe, 2>& pipes, const std::array<std::string*, 2>& texts)
 
 }  // namespace
 
-GitOutcome runGit(const std::string& folder, std::vector<std::string> arguments) {
+GitOutcome runGit(const std::string& folder, std::vector<std::string> arguments, const std::string& input) {
     arguments.insert(arguments.begin(), {"git", "-c", "core.fsmonitor=false", "-C", folder});
     std::vector<std::string> environment = makeEnvironment();
     std::array<Pipe, 2> pipes;
     posix_spawn_file_actions_t actions{};
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, pipes[0].ends[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, pipes[1].ends[1], STDERR_FILENO);
     pid_t child = -1;

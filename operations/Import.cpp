@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <variant>
 
@@ -10,6 +11,7 @@
 #include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NewMetadata.hpp"
+#include "operations/NodeAddress.hpp"
 #include "operations/Project.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
@@ -65,12 +67,39 @@ std::unique_ptr<pm::MetadataManager> openDestination(const host::Path& root, boo
                                                    "\"project-metadata convert\" changes both");
     }
     auto store = openProject(root);
+    const bool isPart = !request.top.getPath().empty();
+    if (isPart && !request.replace && store->hasPath(request.top)) {
+        throw AddressError(ErrorKind::failure, {"The project has a path ", NodeAddress{request.top},
+                                                " already; --replace replaces it and all that is below it"});
+    }
     const bool hasContent = !store->getChildren({}).empty() || store->hasNode({}) || !findDamage(*store).empty();
-    if (hasContent && !request.replace) {
+    if (!isPart && hasContent && !request.replace) {
         throw OperationError(ErrorKind::failure,
                              "The project " + quoted(root) + " has metadata already; --replace replaces all of it");
     }
     return store;
+}
+
+/// What the project is to hold: all of `content`; or `before`, but at `top` and below it what `content` has there.
+PathTree makeContent(const PathTree& before, const PathTree& content, const pm::MetadataPath& top) {
+    if (top.getPath().empty())
+        return content;
+    const PathTree* const part = findPath(content, top);
+    if (!part)
+        throw AddressError(ErrorKind::failure, {"The file has no path ", NodeAddress{top}});
+    PathTree after = before;
+    PathTree* at = &after;
+    for (const pm::PathElement& step : top.getPath()) {
+        auto child = std::find_if(at->children.begin(), at->children.end(),
+                                  [&](const PathTree& tried) { return tried.step == step; });
+        if (child == at->children.end()) {
+            at->children.emplace_back().step = step;
+            child = at->children.end() - 1;
+        }
+        at = &*child;
+    }
+    *at = *part;
+    return after;
 }
 
 }  // namespace
@@ -82,7 +111,8 @@ StoreChange importFile(const host::Path& file, const host::Path& root, const Imp
     const PathTree content = readExported(file);
     const bool isNew = !pm::ProjectMetadataLocation(root).hasCoreFile();
     const auto destination = openDestination(root, isNew, request);
-    StoreChange change = findChange(readPaths(*destination, *progress), content);
+    const PathTree before = readPaths(*destination, *progress);
+    StoreChange change = findChange(before, makeContent(before, content, request.top));
     progress.reset();
     if (isNew && !change.paths)
         change.paths.emplace(1);  // also a file without content makes a project

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
 #include <set>
 #include <utility>
@@ -110,6 +111,30 @@ PathTree readPaths(const pm::MetadataManager& store, Progress& progress, Damaged
     PathTree tree;
     fill(tree, store, {}, progress, damaged);
     return tree;
+}
+
+PathTree readSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress,
+                     Damaged damaged) {
+    PathTree tree;
+    PathTree* at = &tree;
+    for (const pm::PathElement& step : top.getPath()) {
+        at = &at->children.emplace_back();
+        at->step = step;
+    }
+    fill(*at, store, top, progress, damaged);
+    return tree;
+}
+
+const PathTree* findPath(const PathTree& tree, const pm::MetadataPath& top) {
+    const PathTree* at = &tree;
+    for (const pm::PathElement& step : top.getPath()) {
+        const auto child = std::find_if(at->children.begin(), at->children.end(),
+                                        [&](const PathTree& tried) { return tried.step == step; });
+        if (child == at->children.end())
+            return nullptr;
+        at = &*child;
+    }
+    return at;
 }
 
 void writeTree(const MetadataTree& tree, const host::Path& file) {

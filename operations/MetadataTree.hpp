@@ -54,6 +54,13 @@ enum class Damaged { refused, leftOut };
 PathTree readPaths(const project::metadata::MetadataManager& store, Progress& progress,
                    Damaged damaged = Damaged::refused);
 
+/// As that, but only `top` with everything below it, and the paths above it without their nodes.
+PathTree readSubtree(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& top,
+                     Progress& progress, Damaged damaged = Damaged::refused);
+
+/// The path `top` in `tree`, which is that of the root path; null if it is not there.
+const PathTree* findPath(const PathTree& tree, const project::metadata::MetadataPath& top);
+
 /// Replaces `file` in one step by what `tree`, which is no project, says. A line break at its end stays, or stays away.
 /// @throws MetadataWriteFailure; the file is then as it was
 void writeTree(const MetadataTree& tree, const host::Path& file);

@@ -23,6 +23,11 @@ bool leadsToFolder(const std::string& name) {
     return stat(name.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+bool isFile(const std::string& name) {
+    struct stat status {};
+    return stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 void requireRoot(const host::Path& root) {
     struct stat status {};
     if (stat(root.accessName().c_str(), &status) != 0) {

@@ -15,6 +15,9 @@ namespace operations {
 /// Whether `name`, as it stands on the command line, leads to a folder.
 bool leadsToFolder(const std::string& name);
 
+/// Whether `name` leads to a file that is none of the other kinds.
+bool isFile(const std::string& name);
+
 /// @throws OperationError with `ErrorKind::notAProject` unless `root` is a folder
 void requireRoot(const host::Path& root);
 

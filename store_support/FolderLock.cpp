@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include "host/DiagnosticLogger.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -28,6 +29,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* lockName = ".lock";
+
+/// After how long somebody who waits says so.
+constexpr auto noticeAfter = std::chrono::milliseconds(500);
 
 /// How often to look whether somebody has finished. Changes take some milliseconds each.
 constexpr auto pollInterval = std::chrono::microseconds(500);
@@ -121,10 +125,17 @@ std::u16string describeHolder(const std::string& name) {
 template <class Attempt>
 int waitFor(const Attempt& attempt, Clock::time_point end, std::chrono::milliseconds limit, const Path& file,
             const std::string& name) {
-    for (;;) {
+    const auto patience = Clock::now() + noticeAfter;
+    for (bool isTold = false;;) {
         const int descriptor = attempt();
         if (descriptor >= 0)
             return descriptor;
+        if (!isTold && Clock::now() >= patience) {
+            isTold = true;
+            host::DiagnosticLogger(project::metadata::waitingChannel)
+                .log(host::Severity::info, "Waiting for another program" + host::toUtf8(describeHolder(name)) +
+                                               ", which holds the lock \"" + name + '"');
+        }
         if (Clock::now() >= end) {
             project::metadata::raise<project::metadata::MetadataWriteFailure>(
                 file.text(), u"another program" + describeHolder(name) + u" has held this lock for more than " +

@@ -8,6 +8,7 @@
 #include "cli/Positionals.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "cli/text/SafeText.hpp"
@@ -19,7 +20,7 @@ namespace {
 
 using operations::ConversionRequest;
 
-Status convert(const host::Path& root, const ConversionRequest& request) {
+Status convert(const host::Path& root, const ConversionRequest& request, bool isJson) {
     CommandObserver observer;
     operations::Conversion done;
     try {
@@ -27,6 +28,14 @@ Status convert(const host::Path& root, const ConversionRequest& request) {
     } catch (const operations::PathNotConverted& error) {
         throw CommandError(Status::failure,
                            "Not converted: \"" + formatPath(error.path()) + "\" would not stay as it is");
+    }
+    if (isJson) {
+        printJson({{"paths", done.pathCount},
+                   {"before", toJson(done.before)},
+                   {"after", toJson(done.after)},
+                   {"folder", toJson(done.folder)},
+                   {"oldFolder", request.keep ? toJson(done.oldFolder) : Json(nullptr)}});
+        return Status::done;
     }
     printNote((request.isDryRun ? "Would convert " : "Converted ") + formatCount(done.pathCount, "path") + " from \"" +
               escapeName(done.before) + "\" to \"" + escapeName(done.after) + "\", in " +
@@ -40,16 +49,16 @@ Status convert(const host::Path& root, const ConversionRequest& request) {
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app);
     const auto request = std::make_shared<ConversionRequest>();
-    addOption(app, "--to", request->store, "The kind of store; \"project-metadata stores\" lists them", "STORE",
+    addOption(app, "--store", request->store, "The kind of store; \"project-metadata stores\" lists them", "NAME",
               Need::required);
     addOption(app, "--folder", request->folder, "The name of the new metadata folder, relative to ROOT", "NAME");
     addOption(app, "--option", request->options, "What the new store has to know, such as where its server is",
               "NAME=VALUE");
     addFlag(app, "--keep", request->keep, "Keep the old folder, with the name of its kind of store appended");
     const auto dryRun = addDryRun(app);
-    return [positionals, request, dryRun] {
+    return [positionals, request, dryRun, isJson = addJson(app)] {
         request->isDryRun = *dryRun;
-        return convert(positionals.get().root, *request);
+        return convert(positionals.get().root, *request, *isJson);
     };
 }
 

@@ -9,10 +9,11 @@
 #include "cli/Command.hpp"
 #include "cli/Options.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Streams.hpp"
 #include "cli/text/CommandObserver.hpp"
+#include "cli/text/DiffText.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
-#include "cli/text/NodeText.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
@@ -23,88 +24,8 @@ namespace cli {
 namespace {
 
 namespace pm = project::metadata;
-using operations::AttributeDiff;
 using operations::MetadataTree;
-using operations::NodeDiff;
 using operations::PathDiff;
-
-void printAttributes(std::size_t level, const std::vector<AttributeDiff>& attributes) {
-    for (const AttributeDiff& attribute : attributes) {
-        if (attribute.before)
-            print(makeLine(Sign::removed, level, makeAttribute(attribute.key, *attribute.before)));
-        if (attribute.after)
-            print(makeLine(Sign::added, level, makeAttribute(attribute.key, *attribute.after)));
-    }
-}
-
-const char* nameOfMove(bool isMoved) {
-    return isMoved ? "  (moved among its siblings)" : "";
-}
-
-void printNodeDiff(std::size_t level, const NodeDiff& diff) {
-    if (!diff.before || !diff.after) {
-        printNode(diff.before ? Sign::removed : Sign::added, level, diff.before ? *diff.before : *diff.after,
-                  diff.position);
-        return;
-    }
-    if (diff.before->getName() == diff.after->getName()) {
-        print(makeLine(Sign::changed, level, makeNodeName(*diff.after, diff.position) + nameOfMove(diff.isMoved)));
-    } else {
-        print(makeLine(Sign::removed, level, makeNodeName(*diff.before, 0)));
-        print(makeLine(Sign::added, level, makeNodeName(*diff.after, 0)));
-    }
-    printAttributes(level + 1, diff.attributes);
-    for (const NodeDiff& child : diff.children)
-        printNodeDiff(level + 1, child);
-}
-
-const char* nameOfChange(bool isBefore, bool isAfter) {
-    return isBefore && isAfter ? "changed" : isBefore ? "removed" : "added";
-}
-
-void printDiff(const PathDiff& diff) {
-    const Sign sign = diff.before && diff.after ? Sign::changed : diff.before ? Sign::removed : Sign::added;
-    print(makeLine(sign, 0, formatPath(diff.path) + nameOfMove(diff.isMoved)));
-    printAttributes(1, diff.attributes);
-    if (diff.node)
-        printNodeDiff(1, *diff.node);
-}
-
-Json toJson(const std::optional<std::u16string>& text) {
-    return text ? cli::toJson(*text) : Json(nullptr);
-}
-
-Json toJson(const std::vector<AttributeDiff>& attributes) {
-    Json json = Json::array();
-    for (const AttributeDiff& attribute : attributes) {
-        json.push_back({{"key", cli::toJson(attribute.key)},
-                        {"before", toJson(attribute.before)},
-                        {"after", toJson(attribute.after)}});
-    }
-    return json;
-}
-
-Json toJson(const NodeDiff& diff) {
-    Json json{{"change", nameOfChange(diff.before, diff.after)}, {"position", diff.position}, {"moved", diff.isMoved}};
-    json["before"] = diff.before ? cli::toJson(*diff.before) : Json(nullptr);
-    json["after"] = diff.after ? cli::toJson(*diff.after) : Json(nullptr);
-    json["attributes"] = toJson(diff.attributes);
-    json["children"] = Json::array();
-    for (const NodeDiff& child : diff.children)
-        json["children"].push_back(toJson(child));
-    return json;
-}
-
-Json toJson(const PathDiff& diff, bool isNameOnly) {
-    Json json = cli::toJson(diff.path);
-    json["change"] = nameOfChange(diff.before, diff.after);
-    json["moved"] = diff.isMoved;
-    if (isNameOnly)
-        return json;
-    json["attributes"] = toJson(diff.attributes);
-    json["node"] = diff.node ? toJson(*diff.node) : Json(nullptr);
-    return json;
-}
 
 struct Arguments {
     std::string a, b;
@@ -165,8 +86,9 @@ void printCounts(const std::vector<PathDiff>& diffs, bool isJson) {
 
 Status diff(const Arguments& arguments, bool isJson) {
     CommandObserver observer;
-    const MetadataTree before = operations::readTree(host::Path::fromAccessName(arguments.a), observer);
-    const MetadataTree after = operations::readTree(host::Path::fromAccessName(arguments.b), observer);
+    const InputFile a(arguments.a), b(arguments.b);
+    const MetadataTree before = operations::readTree(a.path(), observer);
+    const MetadataTree after = operations::readTree(b.path(), observer);
     Progress progress("Comparing");
     const std::vector<PathDiff> diffs = findDiffs(arguments, before, after);
     progress.giveWay();
@@ -181,7 +103,7 @@ Status diff(const Arguments& arguments, bool isJson) {
     for (const PathDiff& diff : diffs) {
         progress.advance();
         if (isJson)
-            list.add(toJson(diff, arguments.isNameOnly));
+            list.add(toJson(diff, arguments.isNameOnly ? DiffParts::name : DiffParts::all));
         else if (arguments.isNameOnly)
             print(formatPath(diff.path) + '\n');
         else
@@ -195,7 +117,7 @@ Status diff(const Arguments& arguments, bool isJson) {
 Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
     const Operands operands(app,
-                            {{"A", "A project's root folder, or a file of metadata"},
+                            {{"A", "A project's root folder, or a file of metadata; - is the standard input"},
                              {"B", "What it is compared with, likewise"},
                              {"PATH", "Only what is different in this path and below it", Positional::Kind::optional}},
                             0);

@@ -1,16 +1,20 @@
-/// project-metadata export: all metadata of a project in one file.
+/// project-metadata export: the metadata of a project, or of one of its paths, in one file.
 
 #include <cstddef>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Streams.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Warnings.hpp"
 #include "host/Interruption.hpp"
@@ -21,26 +25,43 @@ namespace cli {
 
 namespace {
 
-struct Flags {
-    bool force = false;
+struct Request {
+    std::string file;
+    std::optional<std::string> top;
+    bool replace = false;
     std::shared_ptr<const bool> dryRun;
+    std::shared_ptr<const bool> isJson;
 };
 
-Status exportTo(const host::Path& root, const host::Path& file, const Flags& flags) {
+void tell(const OutputFile& file, const Request& request) {
+    if (file.isStandard())
+        return;
+    if (*request.isJson)
+        printJson({{"file", toJson(file.path())}});
+    else
+        printNote((*request.dryRun ? "Would write " : "") + escapeName(file.path().text()) + '\n');
+}
+
+Status exportProject(const host::Path& root, const Request& request) {
+    const auto top = request.top ? parsePath(*request.top) : project::metadata::MetadataPath();
     const auto store = operations::openProject(root);
-    const auto existing = flags.force ? operations::Existing::replace : operations::Existing::keep;
-    operations::requireWritable(file, existing);
+    requirePath(*store, top);
+    const OutputFile file(request.file);
+    const auto existing = request.replace ? operations::Existing::replace : operations::Existing::keep;
+    operations::requireWritable(file.path(), existing);
     CommandObserver observer;
     try {
-        operations::exportMetadata(*store, file, existing, *flags.dryRun, observer);
+        operations::exportMetadata(*store, top, file.path(), existing, *request.dryRun, observer);
     } catch (const host::InterruptedException&) {
         throw;
     } catch (...) {
         std::throw_with_nested(CommandError(
-            Status::failure, "The metadata of " + quoted(root) + " cannot be exported to " + quoted(file)));
+            Status::failure, "The metadata of " + quoted(root) + " cannot be exported to " + quoted(file.path())));
     }
     host::Interruption::ignore();
-    printNote((*flags.dryRun ? "Would write " : "") + escapeName(file.text()) + '\n');
+    if (!*request.dryRun)
+        file.finish();
+    tell(file, request);
     flushOutput();
     const std::size_t damages = keepDamage(operations::findDamage(*store));
     if (damages == 0)
@@ -51,14 +72,14 @@ Status exportTo(const host::Path& root, const host::Path& file, const Flags& fla
 }
 
 Command::Action configure(CLI::App& app) {
-    const Positionals positionals(app, {{"FILE", "The file to make; one that exists is left alone"}});
-    const auto flags = std::make_shared<Flags>();
-    addFlag(app, "--force", flags->force, "Replace a file that exists");
-    flags->dryRun = addDryRun(app);
-    return [positionals, flags] {
-        const auto [root, texts] = positionals.get();
-        return exportTo(root, host::Path::fromAccessName(texts[0]), *flags);
-    };
+    const Positionals positionals(app);
+    const auto request = std::make_shared<Request>();
+    addOption(app, "-o,--output", request->file, "The file to make; - is the standard output", "FILE", Need::required);
+    addOption(app, "--path", request->top, "Only this path, with everything below it", "PATH");
+    addFlag(app, "--replace", request->replace, "Replace a file that exists");
+    request->dryRun = addDryRun(app);
+    request->isJson = addJson(app);
+    return [positionals, request] { return exportProject(positionals.get().root, *request); };
 }
 
 const Command command(Group::move, "export", "Write a project's metadata into one new file", configure);

@@ -9,12 +9,14 @@
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/Query.hpp"
+#include "cli/Streams.hpp"
+#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
-#include "operations/Project.hpp"
+#include "operations/TreeStore.hpp"
 #include "operations/TreeWalk.hpp"
 
 namespace cli {
@@ -105,7 +107,9 @@ private:
 Status find(const Positionals::Values& values, const Query& query, const Flags& flags) {
     const NodeAddress start = values.texts.empty() ? NodeAddress() : parseAddress(values.texts[0]);
     Progress progress("Searching");
-    const auto store = operations::openProject(values.root);
+    const InputFile input(values.root.accessName());
+    CommandObserver observer;
+    const auto store = operations::openForReading(input.path(), observer);
     requirePath(*store, start.path);
     Finder finder(query, flags, progress);
     if (!start.inside.empty()) {
@@ -122,8 +126,10 @@ Status find(const Positionals::Values& values, const Query& query, const Flags& 
 }
 
 Command::Action configure(CLI::App& app) {
-    const Positionals positionals(app, {{"PATH", "Where to start, which may be a node in a node; without, at the top",
-                                         Positional::Kind::optional}});
+    const Positionals positionals(
+        app,
+        {{"PATH", "Where to start, which may be a node in a node; without, at the top", Positional::Kind::optional}},
+        RootPlace::first, RootKind::projectOrFile);
     const auto flags = std::make_shared<Flags>();
     const auto conditions = std::make_shared<OrderedOptions>(app);
     conditions->addOption("--type", "The type of the path's last step", "GLOB");

@@ -13,6 +13,8 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Streams.hpp"
+#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
@@ -20,7 +22,7 @@
 #include "cli/text/Progress.hpp"
 #include "cli/text/SafeText.hpp"
 #include "host/Text.hpp"
-#include "operations/Project.hpp"
+#include "operations/TreeStore.hpp"
 
 namespace cli {
 
@@ -65,7 +67,9 @@ Status get(const Positionals::Values& arguments, const Flags& flags) {
     if (flags.isBare && keys.size() > 1)
         throw CommandError(Status::usage, "-n is for one KEY; several values have something between them, such as -0");
     std::optional<Progress> progress("Reading");
-    const auto store = operations::openProject(arguments.root);
+    const InputFile input(arguments.root.accessName());
+    CommandObserver observer;
+    const auto store = operations::openForReading(input.path(), observer);
     requirePath(*store, address.path);
     const auto stored = store->getNode(address.path);
     const pm::MetadataNode* const node =
@@ -94,7 +98,8 @@ Status get(const Positionals::Values& arguments, const Flags& flags) {
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app,
                                   {{"PATH", "The node's path, as tree and find print it, or the address of one in it"},
-                                   {"KEY", "The attribute's key", Positional::Kind::list}});
+                                   {"KEY", "The attribute's key", Positional::Kind::list}},
+                                  RootPlace::first, RootKind::projectOrFile);
     const auto flags = std::make_shared<Flags>();
     addOption(app, "--default", flags->fallback, "What to print for an attribute that is not there", "VALUE");
     addFlag(app, "-n,--no-newline", flags->isBare, "Print the value alone, without a line break");

@@ -230,7 +230,7 @@ Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
     const Operands operands(
         app, {{"FOLDER", "A folder of the repository; without, the current one", Positional::Kind::optional}}, 0);
-    addFlag(app, "--attributes", arguments->inWorkTree,
+    addFlag(app, "--shared", arguments->inWorkTree,
             "Name the files in .gitattributes, for everybody who clones the repository, and not in its own "
             "info/attributes");
     addFlag(app, "--remove", arguments->isRemoval, "Take away what this command has written");

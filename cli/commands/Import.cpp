@@ -1,14 +1,18 @@
 /// project-metadata import: what export wrote, as the metadata of a project.
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Streams.hpp"
 #include "cli/text/ChangeText.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
 #include "cli/text/SafeText.hpp"
 #include "operations/Import.hpp"
 #include "operations/Project.hpp"
@@ -34,15 +38,21 @@ Status importFile(const host::Path& file, const host::Path& root, const operatio
 }
 
 Command::Action configure(CLI::App& app) {
-    const Positionals positionals(app, {{"FILE", "A file that \"project-metadata export\" wrote"}}, RootPlace::last);
+    const Positionals positionals(
+        app, {{"FILE", "A file that \"project-metadata export\" wrote; - is the standard input"}}, RootPlace::last);
     const auto request = std::make_shared<operations::ImportRequest>();
-    addFlag(app, "--replace", request->replace, "Replace all metadata that the project has");
+    const auto top = std::make_shared<std::optional<std::string>>();
+    addOption(app, "--path", *top, "Only this path, with everything below it; the rest of the project stays", "PATH");
+    addFlag(app, "--replace", request->replace, "Replace all metadata that the project has, or that PATH has");
     addOption(app, "--store", request->store, "The kind of store of a new project", "NAME");
     addOption(app, "--folder", request->folder, "The metadata folder of a new project, relative to ROOT", "NAME");
-    return [positionals, request, isJson = addJson(app), dryRun = addDryRun(app)] {
+    return [positionals, request, top, isJson = addJson(app), dryRun = addDryRun(app)] {
         request->isDryRun = *dryRun;
+        if (*top)
+            request->top = parsePath(**top);
         const auto [root, texts] = positionals.get();
-        return importFile(host::Path::fromAccessName(texts[0]), root, *request, *isJson);
+        const InputFile file(texts[0]);
+        return importFile(file.path(), root, *request, *isJson);
     };
 }
 

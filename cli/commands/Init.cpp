@@ -10,6 +10,7 @@
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/SafeText.hpp"
 #include "host/Interruption.hpp"
@@ -31,6 +32,7 @@ struct Arguments {
     std::optional<std::string> folder;
     std::vector<std::string> options;
     std::shared_ptr<const bool> dryRun;
+    std::shared_ptr<const bool> isJson;
 };
 
 /// @throws CommandError if the project has a core file already
@@ -64,8 +66,13 @@ Status init(const Arguments& arguments) {
         store->setPaths({pm::MetadataPath()});
         host::Interruption::ignore();
     }
+    const host::Path folder = pm::ProjectMetadataLocation(root).getDirectory();
+    if (*arguments.isJson) {
+        printJson({{"folder", toJson(folder)}, {"type", toJson(factory->getName())}});
+        return Status::done;
+    }
     printNote("Metadata of type \"" + escapeName(factory->getName()) + '"' + (*arguments.dryRun ? " would be" : "") +
-              " created in " + escapeName(pm::ProjectMetadataLocation(root).getDirectory().text()) + '\n');
+              " created in " + escapeName(folder.text()) + '\n');
     return Status::done;
 }
 
@@ -80,6 +87,7 @@ Command::Action configure(CLI::App& app) {
     addOption(app, "--option", arguments->options, "What the store has to know, such as where its server is",
               "NAME=VALUE");
     arguments->dryRun = addDryRun(app);
+    arguments->isJson = addJson(app);
     return [operands, arguments] {
         arguments->root = operands.get()[0].value_or(".");
         return init(*arguments);

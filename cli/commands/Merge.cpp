@@ -9,6 +9,7 @@
 #include "cli/Command.hpp"
 #include "cli/Options.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Streams.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
@@ -102,11 +103,16 @@ void report(const Arguments& arguments, const std::vector<Conflict>& conflicts, 
 
 Status merge(const Arguments& arguments, bool isJson) {
     CommandObserver observer;
-    const auto toPath = [](const std::string& name) { return host::Path::fromAccessName(name); };
-    const auto output = arguments.output.empty() ? std::nullopt : std::optional(toPath(arguments.output));
+    const InputFile base(arguments.base), theirs(arguments.theirs);
+    const OutputFile output(arguments.output);
     const std::vector<Conflict> conflicts = operations::mergeMetadata(
-        {toPath(arguments.base), toPath(arguments.ours), toPath(arguments.theirs), output, arguments.dryRun}, observer);
-    report(arguments, conflicts, isJson);
+        {base.path(), host::Path::fromAccessName(arguments.ours), theirs.path(),
+         arguments.output.empty() ? std::nullopt : std::optional(output.path()), arguments.dryRun},
+        observer);
+    if (!output.isStandard())
+        report(arguments, conflicts, isJson);
+    else if (!arguments.dryRun)
+        output.finish();
     return conflicts.empty() ? Status::done : Status::foundProblems;
 }
 
@@ -154,8 +160,8 @@ Command::Action configure(CLI::App& app) {
                   "In the project of the current folder, or the one that --root names, take one side in the conflicts "
                   "that are marked in the node at PATH, and remove the marks",
                   "PATH ours|theirs");
-    addOption(app, "-o,--output", arguments->output, "Write the result into this file, and leave OURS as it is",
-              "FILE");
+    addOption(app, "-o,--output", arguments->output,
+              "Write the result into this file, - for the standard output, and leave OURS as it is", "FILE");
     addOption(app, "--label", arguments->label, "What to call the file where conflicts are told", "NAME");
     addFlag(app, "--dry-run", arguments->dryRun, "Tell the conflicts, and change nothing");
     setFooter(app, "Exit status: 0 merged, 1 merged with conflicts, 3 or more an error.");

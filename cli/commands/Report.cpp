@@ -18,6 +18,7 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Streams.hpp"
 #include "cli/report/ReportPage.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
@@ -147,23 +148,32 @@ Outcome writePage(const host::Path& root, const pm::MetadataManager& store, cons
 
 struct Wish {
     std::string file;
-    bool force = false;
+    bool replace = false;
     std::shared_ptr<const bool> dryRun;
+    std::shared_ptr<const bool> isJson;
 };
 
 Status report(const host::Path& root, const Wish& wish) {
     const auto store = operations::openProject(root);
-    const host::Path name = host::Path::fromAccessName(wish.file);
-    const auto existing = wish.force ? operations::Existing::replace : operations::Existing::keep;
+    const OutputFile file(wish.file);
+    const host::Path& name = file.path();
+    const auto existing = wish.replace ? operations::Existing::replace : operations::Existing::keep;
     operations::requireWritable(name, existing);
     if (*wish.dryRun) {
-        printNote("Would write " + escapeName(name.text()) + '\n');
+        if (*wish.isJson)
+            printJson({{"file", toJson(name)}, {"bytes", nullptr}});
+        else
+            printNote("Would write " + escapeName(name.text()) + '\n');
         return Status::done;
     }
     Outcome outcome;
     operations::writeFile(name, existing, [&](const host::Path& staged) { outcome = writePage(root, *store, staged); });
     host::Interruption::ignore();
-    printNote(escapeName(name.text()) + ", " + formatSize(outcome.size) + '\n');
+    file.finish();
+    if (*wish.isJson && !file.isStandard())
+        printJson({{"file", toJson(name)}, {"bytes", outcome.size}});
+    else if (!file.isStandard())
+        printNote(escapeName(name.text()) + ", " + formatSize(outcome.size) + '\n');
     flushOutput();
     if (outcome.damages == 0)
         return Status::done;
@@ -175,9 +185,10 @@ Status report(const host::Path& root, const Wish& wish) {
 Command::Action configure(CLI::App& app) {
     const auto wish = std::make_shared<Wish>();
     const Positionals positionals(app);
-    addOption(app, "-o,--output", wish->file, "The page to make", "FILE", Need::required);
-    addFlag(app, "--force", wish->force, "Replace a file that exists");
+    addOption(app, "-o,--output", wish->file, "The page to make; - is the standard output", "FILE", Need::required);
+    addFlag(app, "--replace", wish->replace, "Replace a file that exists");
     wish->dryRun = addDryRun(app);
+    wish->isJson = addJson(app);
     return [positionals, wish] { return report(positionals.get().root, *wish); };
 }
 

@@ -9,13 +9,15 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Streams.hpp"
+#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Terminal.hpp"
-#include "operations/Project.hpp"
+#include "operations/TreeStore.hpp"
 
 namespace cli {
 
@@ -46,7 +48,9 @@ void printNode(const pm::MetadataNode& node, const std::string& indent) {
 
 Status show(const host::Path& root, const operations::NodeAddress& address, bool json) {
     std::optional<Progress> progress("Reading");
-    const auto store = operations::openProject(root);
+    const InputFile input(root.accessName());
+    CommandObserver observer;
+    const auto store = operations::openForReading(input.path(), observer);
     requirePath(*store, address.path);
     const auto stored = store->getNode(address.path);
     const bool isInside = !address.inside.empty();
@@ -71,8 +75,9 @@ Status show(const host::Path& root, const operations::NodeAddress& address, bool
 }
 
 Command::Action configure(CLI::App& app) {
-    const Positionals positionals(
-        app, {{"PATH", "The node's path, as tree and find print it, or the address of one in it"}});
+    const Positionals positionals(app,
+                                  {{"PATH", "The node's path, as tree and find print it, or the address of one in it"}},
+                                  RootPlace::first, RootKind::projectOrFile);
     return [positionals, json = addJson(app)] {
         const auto [root, texts] = positionals.get();
         return show(root, parseAddress(texts[0]), *json);

@@ -14,6 +14,8 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Streams.hpp"
+#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
@@ -23,6 +25,7 @@
 #include "cli/text/Terminal.hpp"
 #include "host/Text.hpp"
 #include "operations/Project.hpp"
+#include "operations/TreeStore.hpp"
 #include "operations/TreeWalk.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 
@@ -95,6 +98,13 @@ void countPaths(TreeWalk& walk, Progress& progress, Statistics& statistics) {
     statistics.unreadable = walk.unreadableCount();
 }
 
+void countFile(const std::filesystem::path& file, Statistics& statistics) {
+    std::error_code vanished;
+    const std::uintmax_t size = std::filesystem::file_size(file, vanished);
+    statistics.files += vanished ? 0U : 1U;
+    statistics.size += vanished ? 0U : size;
+}
+
 /// What cannot be looked at, or vanishes meanwhile, is left out.
 void countFiles(const host::Path& folder, Progress& progress, Statistics& statistics) {
     namespace fs = std::filesystem;
@@ -103,11 +113,8 @@ void countFiles(const host::Path& folder, Progress& progress, Statistics& statis
     for (; !error && file != fs::end(file); file.increment(error)) {
         progress.advance();
         std::error_code vanished;
-        if (!file->is_regular_file(vanished))
-            continue;
-        const std::uintmax_t size = file->file_size(vanished);
-        statistics.files += vanished ? 0U : 1U;
-        statistics.size += vanished ? 0U : size;
+        if (file->is_regular_file(vanished))
+            countFile(file->path(), statistics);
     }
 }
 
@@ -173,15 +180,20 @@ Json describe(const Statistics& statistics) {
 }
 
 Command::Action configure(CLI::App& app) {
-    return [positionals = Positionals(app), json = addJson(app)] {
+    return [positionals = Positionals(app, {}, RootPlace::first, RootKind::projectOrFile), json = addJson(app)] {
         const host::Path root = positionals.get().root;
-        const auto store = operations::openProject(root);
+        const InputFile input(root.accessName());
+        CommandObserver observer;
+        const auto store = operations::openForReading(input.path(), observer);
         TreeWalk walk(*store, {}, TreeWalk::anyDepth, reportReadError);
         Statistics statistics;
         {
             Progress progress("Reading");
             countPaths(walk, progress, statistics);
-            countFiles(pm::ProjectMetadataLocation(root).getDirectory(), progress, statistics);
+            if (operations::isFile(input.path().accessName()))
+                countFile(input.path().accessName(), statistics);
+            else
+                countFiles(pm::ProjectMetadataLocation(root).getDirectory(), progress, statistics);
         }
         if (*json)
             printJson(describe(statistics));

@@ -6,6 +6,7 @@
 
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Streams.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/NodeText.hpp"
@@ -44,7 +45,8 @@ Status printLines(const host::Path& file) {
 }
 
 Status textconv(const std::string& name) {
-    const host::Path file = host::Path::fromAccessName(name);
+    const InputFile input(name);
+    const host::Path& file = input.path();
     CommandObserver observer;
     operations::MetadataTree tree;
     try {

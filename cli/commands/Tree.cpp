@@ -9,6 +9,8 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/Streams.hpp"
+#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
@@ -16,7 +18,7 @@
 #include "cli/text/Progress.hpp"
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Terminal.hpp"
-#include "operations/Project.hpp"
+#include "operations/TreeStore.hpp"
 #include "operations/TreeWalk.hpp"
 
 namespace cli {
@@ -95,7 +97,8 @@ std::size_t parseDepth(const std::string& text) {
 }
 
 Command::Action configure(CLI::App& app) {
-    const Positionals positionals(app, {{"PATH", "Where to start; without, at the top", Positional::Kind::optional}});
+    const Positionals positionals(app, {{"PATH", "Where to start; without, at the top", Positional::Kind::optional}},
+                                  RootPlace::first, RootKind::projectOrFile);
     const auto arguments = std::make_shared<Arguments>();
     addOption(app, "--depth", arguments->depth, "How many levels to go down", "N");
     addFlag(app, "--attributes", arguments->attributes, "Print each node's name and attributes");
@@ -104,7 +107,9 @@ Command::Action configure(CLI::App& app) {
         const auto [root, texts] = positionals.get();
         const pm::MetadataPath start = texts.empty() ? pm::MetadataPath() : parsePath(texts[0]);
         Progress progress("Reading");
-        const auto store = operations::openProject(root);
+        const InputFile input(root.accessName());
+        CommandObserver observer;
+        const auto store = operations::openForReading(input.path(), observer);
         requirePath(*store, start);
         TreeWalk walk(*store, start, depth, reportReadError);
         progress.giveWay();

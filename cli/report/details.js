@@ -3,7 +3,9 @@
 
 const details = {
     box: document.getElementById("details"),
-    step: 30,  // how many children are listed at a time
+    step: 30,   // how many children of one node or path are listed at a time
+    most: 300,  // how many child nodes at all levels together are listed at a time
+    room: 0,    // for how many of them there is still room
 
     show(path, select) {
         const type = path === 0 ? "root path" : typeOf(path);
@@ -11,6 +13,7 @@ const details = {
             element("small", "", [element("bdi", "", type)])]);
         title.tabIndex = -1;
         this.box.replaceChildren(this.makeAncestors(path, select), title, element("code", "", formatPath(path)));
+        this.room = this.most;
         if (nodeOf(path))
             this.addNode(nodeOf(path), this.box, "Attributes");
         else
@@ -47,12 +50,36 @@ const details = {
         }
         parent.append(rows.length ? element("table", "", [element("tbody", "", rows)])
             : element("p", "none", `The node "${data.names[name]}" has no attributes.`));
-        for (const child of children) {
+        const list = element("div", "");
+        parent.append(list);
+        this.addSome(children, list, child => {
             const box = element("div", "child");
-            parent.append(box);
             this.addNode(child, box, "");
             box.firstChild.append("Child node ", element("bdi", "", data.names[child[0]]));
-        }
+            return box;
+        }, "child node");
+    },
+
+    /** Appends to `list` what `make` makes of each of `things`, a few at a time, with a button for more behind it. */
+    addSome(things, list, make, thing) {
+        const more = element("button", "more");
+        more.type = "button";
+        let shown = 0;
+        const show = () => {
+            for (const end = Math.min(shown + this.step, things.length); shown < end && this.room > 0; ++shown) {
+                --this.room;
+                list.append(make(things[shown]));
+            }
+            more.textContent = `Show more of ${formatCount(things.length - shown, (shown ? "other " : "") + thing)}`;
+            more.hidden = shown === things.length;
+        };
+        more.addEventListener("click", () => {
+            this.room = this.most;
+            show();
+        });
+        show();
+        if (!more.hidden)
+            list.after(more);
     },
 
     addChildren(path, select) {
@@ -62,18 +89,11 @@ const details = {
         if (children.length === 0)
             return;
         const list = element("ul", "paths");
-        const more = element("button", "more");
-        more.type = "button";
-        const addSome = () => {
-            for (const child of children.splice(0, this.step)) {
-                const content = [dotOf(child), element("bdi", "", locationOf(child))];
-                list.append(element("li", "", [this.makeButton(child, content, select)]));
-            }
-            more.textContent = `Show more of ${formatCount(children.length, "other path")}`;
-            more.hidden = children.length === 0;
-        };
-        this.box.append(element("h3", "", formatCount(children.length, "path") + " below"), list, more);
-        more.addEventListener("click", addSome);
-        addSome();
+        this.box.append(element("h3", "", formatCount(children.length, "path") + " below"), list);
+        this.room = this.most;
+        this.addSome(children, list, child => {
+            const content = [dotOf(child), element("bdi", "", locationOf(child))];
+            return element("li", "", [this.makeButton(child, content, select)]);
+        }, "path");
     },
 };

@@ -48,16 +48,37 @@ function visitAttributes([, attributes, children], visit) {
         visitAttributes(child, visit);
 }
 
-// The types, the most frequent first, with their number of paths and the number of their colour.
+/** A short text for a type that no other type has: its first characters, or the first one and a number. */
+function makeMark(type, taken) {
+    const characters = [...type];
+    for (const length of [1, 2]) {
+        const mark = characters.slice(0, length).join("");
+        if (mark.trim() && !taken.has(mark))
+            return mark;
+    }
+    const start = (characters[0] || "").trim();
+    let number = 2;
+    while (taken.has(start + number))
+        ++number;
+    return start + number;
+}
+
+// The types, the most frequent first, with their number of paths, their mark and the number of their colour.
 const types = new Map();
 {
     const counts = new Map();
     for (let path = 1; path < pathCount; ++path)
         counts.set(typeOf(path), (counts.get(typeOf(path)) || 0) + 1);
     const sorted = [...counts].sort((a, b) => b[1] - a[1]);
-    sorted.forEach(([type, count], place) => types.set(type, {count, hue: Math.min(place, 8)}));
+    const marks = new Set();
+    sorted.forEach(([type, count], place) => {
+        const mark = makeMark(type, marks);
+        marks.add(mark);
+        types.set(type, {count, mark, hue: Math.min(place, 8)});
+    });
 }
 const hueOf = path => path === 0 ? 8 : types.get(typeOf(path)).hue;
+const markOf = path => path === 0 ? "/" : types.get(typeOf(path)).mark;
 
 // A path is a hit, shown as the ancestor of one, or hidden.
 const hidden = 0, context = 1, hit = 2;

@@ -72,7 +72,7 @@ const picture = {
         this.rectOf.set(path, rect);
         const hasTitle = width > 34 && height > 16;
         if (hasTitle)
-            this.addText(locationOf(path), x, y, width, this.titleHeight);
+            this.addText(markOf(path) + " " + locationOf(path), x, y, width, this.titleHeight);
         const top = hasTitle ? this.titleHeight : 2;
         if (isBranch && width > 16 && height > top + 12)
             this.drawChildren(path, x + 2, y + top, width - 4, height - top - 2);

@@ -124,7 +124,7 @@ function showHeader() {
 }
 
 function showTypes() {
-    for (const [type, {count, hue}] of types) {
+    for (const [type, {count, mark, hue}] of types) {
         const box = element("input");
         box.type = "checkbox";
         box.checked = true;
@@ -132,10 +132,8 @@ function showTypes() {
             filter.hiddenTypes[box.checked ? "delete" : "add"](type);
             filterChanged();
         });
-        const dot = element("span", "dot");
-        dot.dataset.hue = hue;
         document.getElementById("types").append(element("label", "",
-            [box, dot, element("bdi", "", type), element("span", "number", count.toLocaleString("en"))]));
+            [box, makeDot(mark, hue), element("bdi", "", type), element("span", "number", count.toLocaleString("en"))]));
     }
     document.getElementById("types").hidden = types.size === 0;
 }

@@ -29,11 +29,15 @@ function markedText(text) {
     return isolated;
 }
 
-function dotOf(path) {
-    const dot = element("span", "dot");
-    dot.dataset.hue = hueOf(path);
+/** What a type looks like: a colour, which the most frequent ones have, and a mark, which all have. */
+function makeDot(mark, hue) {
+    const dot = element("span", "dot", mark);
+    dot.dataset.hue = hue;
+    dot.setAttribute("aria-hidden", "true");
     return dot;
 }
+
+const dotOf = path => makeDot(markOf(path), hueOf(path));
 
 const tree = {
     box: document.getElementById("tree"),

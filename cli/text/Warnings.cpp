@@ -1,12 +1,18 @@
 #include "cli/text/Warnings.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <set>
 #include <utility>
 
+#include "cli/text/Progress.hpp"
+#include "cli/text/SafeText.hpp"
 #include "host/DiagnosticLogger.hpp"
+#include "project/metadata/FileUtilities.hpp"
 
 namespace cli {
 
@@ -35,6 +41,12 @@ void keep(Warning warning) {
         kept().warnings.push_back(std::move(warning));
 }
 
+/// Tells at once what a person may want to do something about.
+void tell(const std::string& text) {
+    Progress::makeRoom();
+    std::fprintf(stderr, "project-metadata: %s\n", escapeText(host::Path::fromAccessName(text).text()).c_str());
+}
+
 void keepOne(const project::metadata::MetadataDamage& damage) {
     keep({damage.file, damage.problem});
 }
@@ -48,6 +60,8 @@ void collectWarnings() {
     host::DiagnosticLogger::setSink([](const host::LogRecord& record) {
         if (record.severity >= host::Severity::warning)
             keep({{}, host::Path::fromAccessName(record.text).text()});
+        else if (record.channel == project::metadata::waitingChannel && isatty(STDERR_FILENO) == 1)
+            tell(std::string(record.text));
     });
     project::metadata::setDamageSink(keepOne);
 }

@@ -59,4 +59,7 @@ PROJECT_METADATA_EXPORT void deleteFiles(const std::vector<host::Path>& paths);
 /// The library's one logger, channel "project::metadata".
 PROJECT_METADATA_EXPORT host::DiagnosticLogger& logger();
 
+/// The channel on which stores log, as info, that they wait for another program and for which.
+constexpr const char* waitingChannel = "project::metadata::waiting";
+
 }  // namespace project::metadata

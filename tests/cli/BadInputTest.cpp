@@ -40,7 +40,7 @@ TEST_F(DamagedProjectTest, isRefusedByEveryCommandThatReadsIt) {
         const auto before = readTree(root);
         for (const std::string command : {"tree", "scan"})
             expectFailure(run({command, root}), 3, {coreFile, cause});
-        expectFailure(run({"export", root, folder / "out.xml"}), 3, {coreFile, cause});
+        expectFailure(run({"export", root, "-o", folder / "out.xml"}), 3, {coreFile, cause});
         EXPECT_EQ(readTree(root), before);
         EXPECT_FALSE(fs::exists(folder / "out.xml"));
     }
@@ -52,7 +52,7 @@ TEST_F(DamagedProjectTest, namesTheNodeFileThatCannotBeReadAndGoesOnWithoutIt) {
     const fs::path nodeFile = coreFile.parent_path() / "File=README.md.xml";
     test::writeBytes(nodeFile, "<Path");
     const auto before = readTree(root);
-    const Outcome exported = run({"export", root, folder / "out.xml"});
+    const Outcome exported = run({"export", root, "-o", folder / "out.xml"});
     EXPECT_EQ(exported.status, 1);
     EXPECT_THAT(exported.err, MatchesRegex("[^\n]+ lacks [^\n]+: 1 file\n    \"" + nodeFile.native() +
                                            "\" is damaged: in line 1, it is no well-formed XML[^\n]+\n"));
@@ -153,7 +153,7 @@ TEST(PipeTest, inPlaceOfTheCoreFileHoldsNobodyUp) {
     Surroundings impatient;
     impatient.prepare = [] { alarm(20); };
     for (const auto& command : std::vector<std::vector<std::string>>{
-             {"tree"}, {"init"}, {"locate"}, {"convert", "--to", "monolithic"}, {"set", "T:a", "k=1", "--create"}}) {
+             {"tree"}, {"init"}, {"locate"}, {"convert", "--store", "monolithic"}, {"set", "T:a", "k=1", "--create"}}) {
         std::vector<std::string> arguments = command;
         arguments.insert(arguments.begin() + 1, folder / "project");
         const auto outcome = run(arguments, impatient);

@@ -50,6 +50,24 @@ TEST_F(CommandLineTest, wrongUsageIsExplainedInOneSentence) {
     expectFailure(run({"gr\x1b[31mow\xff\n"}), 2, {"gr\\u001B[31mow\\xFF\\n"});
 }
 
+TEST_F(CommandLineTest, whatIsMisspeltIsAnsweredWithWhatMayBeMeant) {
+    init();
+    ASSERT_EQ(run({"set", root, "Folder:sources|File:main.c", "--create", "K=V"}).status, 0);
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{"tre"}, "did you mean \"tree\"?"},
+        {{"exprot"}, "did you mean \"export\"?"},
+        {{"tree", root, "--atributes"}, "no option \"--atributes\"; did you mean \"--attributes\"?"},
+        {{"export", root, "-o", "x", "--pth=x"}, "did you mean \"--path\"?"},
+        {{"tree", root, "--colour=never"}, "did you mean \"--color\"?"},
+        {{"show", root, "Folder:soruces|File:main.c"}, "is \"/\"; did you mean \"Folder:sources\"?"},
+        {{"get", root, "Folder:sources|File:Main.C", "K"}, "is \"Folder:sources\"; did you mean \"File:main.c\"?"}};
+    for (const auto& [line, answer] : cases)
+        EXPECT_THAT(run(line).err, HasSubstr(answer));
+    for (const std::vector<std::string>& line :
+         {std::vector<std::string>{"frobnicate"}, {"tree", root, "--zzz"}, {"show", root, "Label:x"}})
+        EXPECT_THAT(run(line).err, testing::Not(HasSubstr("did you mean")));
+}
+
 TEST_F(CommandLineTest, rootIsFoundFromTheCurrentFolderUpwards) {
     init();
     Surroundings below;

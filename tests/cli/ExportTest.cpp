@@ -80,7 +80,7 @@ TEST_F(TreeCommandTest, showsNamesSoThatTheyCannotActOnATerminal) {
 }
 
 TEST_P(ExportCommandTest, holdsExactlyWhatTheStoreHolds) {
-    expectSuccess(run({"export", root, file}), file.native() + "\n");
+    expectSuccess(run({"export", root, "-o", file}), file.native() + "\n");
     const auto lint = test::runProgram(XMLLINT, {"--noout", file});
     EXPECT_EQ(lint.status, 0) << lint.err;
 
@@ -98,7 +98,7 @@ TEST_P(ExportCommandTest, holdsExactlyWhatTheStoreHolds) {
 
 TEST_P(ExportCommandTest, leavesExistingFilesAlone) {
     test::writeBytes(file, "important");
-    expectFailure(run({"export", root, file}), 3, {'"' + file.native() + '"', "exists already"});
+    expectFailure(run({"export", root, "-o", file}), 3, {'"' + file.native() + '"', "exists already"});
     EXPECT_EQ(test::readBytes(file), "important");
 }
 
@@ -106,8 +106,8 @@ TEST_P(ExportCommandTest, replacesNothingButFilesAndKeepsTheirPermissions) {
     const fs::path pipe = folder / "pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     for (const std::string& place : {std::string("/dev/null"), pipe.native(), root.native()}) {
-        expectFailure(run({"export", root, place, "--force"}), 3, {place});
-        expectFailure(run({"report", root, "-o", place, "--force"}), 3, {place});
+        expectFailure(run({"export", root, "-o", place, "--replace"}), 3, {place});
+        expectFailure(run({"report", root, "-o", place, "--replace"}), 3, {place});
     }
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
     EXPECT_TRUE(fs::is_fifo(pipe));
@@ -116,7 +116,7 @@ TEST_P(ExportCommandTest, replacesNothingButFilesAndKeepsTheirPermissions) {
     test::writeBytes(file, "old");
     fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write);
     fs::create_symlink(file, folder / "link");
-    EXPECT_EQ(run({"export", root, folder / "link", "--force"}).status, 0);
+    EXPECT_EQ(run({"export", root, "-o", folder / "link", "--replace"}).status, 0);
     EXPECT_TRUE(fs::is_symlink(folder / "link"));
     EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     EXPECT_NE(test::readBytes(file), "old");
@@ -128,11 +128,11 @@ TEST_P(ExportCommandTest, leavesNothingBehindAndTheProjectAlone) {
     surroundings.variables["TMPDIR"] = folder / "scratch";
     fs::create_directories(folder / "scratch");
 
-    EXPECT_EQ(run({"export", root, file}, surroundings).status, 0);
-    expectFailure(run({"export", root, folder / "absent/out.xml"}, surroundings), 3,
+    EXPECT_EQ(run({"export", root, "-o", file}, surroundings).status, 0);
+    expectFailure(run({"export", root, "-o", folder / "absent/out.xml"}, surroundings), 3,
                   {folder / "absent/out.xml", "No such file"});
     surroundings.prepare = test::limitFileSize(1000);
-    expectFailure(run({"export", root, folder / "full.xml"}, surroundings), 3, {"File too large"});
+    expectFailure(run({"export", root, "-o", folder / "full.xml"}, surroundings), 3, {"File too large"});
 
     EXPECT_FALSE(fs::exists(folder / "full.xml"));
     EXPECT_EQ(readTree(folder / "scratch").size(), 0U);

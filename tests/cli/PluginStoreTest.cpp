@@ -39,7 +39,7 @@ TEST_F(PluginStoreTest, isCheckedAndConvertedWithoutALoss) {
     test::writeBytes(metadata / "notes/others.txt", "somebody's");
     EXPECT_THAT(run(0, {"check", project}), HasSubstr("1 path read\n0 problems\n"));
     for (const std::string store : {"sqlite", "plain", "fixedPath", "plain"}) {
-        run(0, {"convert", project, "--to", store});
+        run(0, {"convert", project, "--store", store});
         EXPECT_THAT(run(0, {"locate", project}), HasSubstr("Type        " + store + "\n"));
         EXPECT_EQ(run(0, {"get", project, "T:a", "l"}), "2\n");
         EXPECT_EQ(test::readBytes(metadata / "notes/others.txt"), "somebody's");
@@ -56,7 +56,7 @@ TEST_F(PluginStoreTest, isMergedExportedAndImported) {
     const fs::path theirs = make("theirs", {"k=1", "l=3"});
     run(0, {"merge", base, ours, theirs});
     EXPECT_EQ(run(0, {"get", ours, "T:a", "k"}) + run(0, {"get", ours, "T:a", "l"}), "2\n3\n");
-    run(0, {"export", ours, folder / "all.xml"});
+    run(0, {"export", ours, "-o", folder / "all.xml"});
     run(0, {"import", folder / "all.xml", base, "--replace"});
     EXPECT_EQ(run(0, {"diff", base, ours}), "");
     EXPECT_EQ(run(0, {"diff", base, folder / "all.xml"}), "");

@@ -153,7 +153,7 @@ TEST_F(InitCommandTest, whatIsNoProjectHasAStatusOfItsOwn) {
         // What is no folder could be another argument, but there is no project around the current folder either.
         for (const std::string command : {"tree", "scan", "uuid"})
             expectFailure(run({command, path}), 4, {'"' + path + '"', path == root ? reason : "is no folder"});
-        expectFailure(run({"export", path, folder / "out.xml"}), 4, {'"' + path + '"', reason});
+        expectFailure(run({"export", path, "-o", folder / "out.xml"}), 4, {'"' + path + '"', reason});
         if (path != root && path != folder / "absent")
             expectFailure(run({"init", path}), 4, {'"' + path + '"', reason});
     }

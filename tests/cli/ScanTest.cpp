@@ -438,7 +438,7 @@ TEST_F(ScanRefusalTest, treesTooDeepToBeReadBack) {
     fs::remove_all(deep / "d");
     expectSuccess(run({"scan", folder / "other", folder / "source"}),
                   "250 added, 0 updated, 0 removed; 0 files, 250 folders\n");
-    EXPECT_EQ(run({"export", folder / "other", folder / "out.xml"}).status, 0);
+    EXPECT_EQ(run({"export", folder / "other", "-o", folder / "out.xml"}).status, 0);
 }
 
 }  // namespace

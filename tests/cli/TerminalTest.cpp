@@ -7,6 +7,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
+#include <csignal>
+#include <thread>
 
 #include "tests/cli/ProjectFixture.hpp"
 
@@ -48,6 +51,11 @@ public:
 
     void type(char key) const { ASSERT_EQ(write(screen_, &key, 1), 1); }
 
+    bool isRunning() const {
+        siginfo_t end{};
+        return waitid(P_PID, static_cast<id_t>(process_), &end, WEXITED | WNOHANG | WNOWAIT) == 0 && end.si_pid == 0;
+    }
+
     /// The exit status, after the end.
     int wait() const {
         int status = 0;
@@ -75,14 +83,29 @@ TEST_F(TerminalTest, longWorkShowsProgressAndEndsWithCtrlCWithoutAChange) {
 
     TerminalSession session(program + "scan '" + root.native() + "' '" + (folder / "source").native() + "' > '" +
                             (folder / "out").native() + "'");
+    const std::string owner = "Waiting for another program (process " + std::to_string(getpid());
+    EXPECT_THAT(session.readUntil("/.lock\""), HasSubstr("\r\x1b[Kproject-metadata: " + owner));
     EXPECT_THAT(session.readUntil("Storing, "), HasSubstr("\r\x1b[KStoring, "));
     session.type(3);  // Ctrl-C
-    EXPECT_THAT(session.readUntil("\n"), HasSubstr("\r\x1b[Kproject-metadata: Interrupted; everything is as it was"));
+    EXPECT_THAT(session.readUntil("as it was"),
+                HasSubstr("\r\x1b[Kproject-metadata: Interrupted; everything is as it was"));
     EXPECT_EQ(session.wait(), 130);
     EXPECT_EQ(test::readBytes(folder / "out"), "");
     EXPECT_EQ(readTree(root), before);
     close(lock);
     EXPECT_EQ(run({"scan", root, folder / "source"}).status, 0);
+}
+
+TEST_F(TerminalTest, theSecondCtrlCEndsWhatCannotBeStopped) {
+    TerminalSession session("export METADATA_TEST_PLUGIN=hanging; " + program + "conform " CLI_TEST_PLUGIN);
+    EXPECT_THAT(session.readUntil("hanging on purpose"), HasSubstr("hanging on purpose"));
+    session.type(3);
+    // Until the first one has been delivered, a second one is the same to the system.
+    for (int i = 0; i < 100 && session.isRunning(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        session.type(3);
+    }
+    EXPECT_EQ(session.wait(), -SIGINT);
 }
 
 TEST_F(TerminalTest, outputIsColouredThereUnlessTheUserObjects) {

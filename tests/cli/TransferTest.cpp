@@ -64,9 +64,9 @@ INSTANTIATE_TEST_SUITE_P(Stores, TransferTest, testing::Values("fixedPath", "mon
 
 TEST_P(TransferTest, whatIsExportedIsImportedExactlyIntoEveryStore) {
     test::writeBytes(file, "old");
-    expectSuccess(run({"export", root, file, "--force", "--dry-run", "-q"}), "");
+    expectSuccess(run({"export", root, "-o", file, "--replace", "--dry-run", "-q"}), "");
     EXPECT_EQ(test::readBytes(file), "old");
-    expectSuccess(run({"export", root, file, "--force", "-q"}), "");
+    expectSuccess(run({"export", root, "-o", file, "--replace", "-q"}), "");
     for (const std::string store : {"fixedPath", "monolithic", "sqlite"}) {
         const fs::path other = folder / store;
         fs::create_directory(other);
@@ -80,7 +80,7 @@ TEST_P(TransferTest, whatIsExportedIsImportedExactlyIntoEveryStore) {
 }
 
 TEST_P(TransferTest, anImportReplacesContentOnlyIfToldTo) {
-    ASSERT_EQ(run({"export", root, file}).status, 0);
+    ASSERT_EQ(run({"export", root, "-o", file}).status, 0);
     ASSERT_EQ(run({"set", root, "F:branch", "Stale=1"}).status, 0);
     ASSERT_EQ(run({"set", root, "F:z", "Changed=1"}).status, 0);
     ASSERT_EQ(run({"remove", root, R"(F:b\|F:c)"}).status, 0);
@@ -95,6 +95,57 @@ TEST_P(TransferTest, anImportReplacesContentOnlyIfToldTo) {
     EXPECT_EQ(contentOf(root), content);
 }
 
+TEST_P(TransferTest, onePathIsExportedAndImportedAndTheRestStays) {
+    const std::string top = "F:branch";
+    ASSERT_EQ(run({"set", root, top + "|F:leaf", "K=V"}).status, 0);
+    const test::Outcome exported = run({"export", root, "--path", top, "-o", "-"});
+    test::writeBytes(file, exported.out);
+    for (const std::string store : {"fixedPath", "monolithic", "sqlite"}) {
+        const fs::path other = folder / store;
+        ASSERT_EQ(run({"init", other, "--store", store}).status, 0);
+        ASSERT_EQ(run({"set", other, "F:mine", "--create", "K=V"}).status, 0);
+        const auto before = contentOf(other);
+        expectFailure(run({"import", file, other, "--path", "F:mine"}), 3, {"\"F:mine\" already", "--replace"});
+        expectFailure(run({"import", file, other, "--path", "F:gone"}), 3, {"no path \"F:gone\""});
+        EXPECT_EQ(contentOf(other), before);
+        expectSuccess(run({"import", "-", other, "--path", top + "|F:leaf", "-q"}, test::withInput(exported.out)), "");
+        expectSuccess(run({"find", other}), "F:mine\nF:branch\nF:branch|F:leaf\n");
+        ASSERT_EQ(run({"set", other, top + "|F:leaf|F:new", "--create", "K=old"}).status, 0);
+        expectSuccess(run({"import", file, other, "--path", top, "--replace"}), "0 added, 0 updated, 1 removed\n");
+        expectSuccess(run({"get", other, top + "|F:leaf", "K"}), "V\n");
+    }
+}
+
+TEST_P(TransferTest, aFileIsLookedAtAsTheProjectIs) {
+    ASSERT_EQ(run({"export", root, "-o", file}).status, 0);
+    const std::string bytes = test::readBytes(file);
+    for (const std::vector<std::string>& options :
+         std::vector<std::vector<std::string>>{{"tree", "--attributes", "--json"},
+                                               {"find", "--json"},
+                                               {"find", "--inside", "--attribute", "Text"},
+                                               {"show", "F:z", "--json"},
+                                               {"stat", "--json"}}) {
+        const auto runOn = [&](const std::string& place, const test::Surroundings& surroundings) {
+            std::vector<std::string> line = options;
+            line.insert(line.begin() + 1, place);
+            test::Outcome outcome = run(line, surroundings);
+            EXPECT_EQ(outcome.status, 0) << outcome.err;
+            if (options[0] != "stat")
+                return outcome.out;
+            auto counts = nlohmann::json::parse(outcome.out);
+            counts.erase("fileBytes"), counts.erase("files");
+            return counts.dump();
+        };
+        const std::string expected = runOn(root, {});
+        EXPECT_GT(expected.size(), 3U);
+        EXPECT_EQ(runOn(file, {}), expected) << options[0];
+        EXPECT_EQ(runOn("-", test::withInput(bytes)), expected) << options[0];
+    }
+    EXPECT_EQ(run({"diff", "-", root}, test::withInput(bytes)).status, 0);
+    expectFailure(run({"diff", "-", "-"}, test::withInput(bytes)), 2, {"only once"});
+    expectFailure(run({"set", "-C", file, "F:z", "K=V"}), 4, {file, "no folder"});
+}
+
 TEST_P(TransferTest, aConversionKeepsEverythingAndTheFilesOfOthers) {
     const fs::path metadata = coreFile.parent_path();
     const std::map<std::string, std::string> foreign{{".gitattributes", "*.xml text"},
@@ -102,15 +153,15 @@ TEST_P(TransferTest, aConversionKeepsEverythingAndTheFilesOfOthers) {
                                                      {"uuid-6ba7b810-9dad-11d1-80b4-00c04fd430c8.xml", "<uuid/>"}};
     for (const auto& [name, bytes] : foreign)
         test::writeBytes(metadata / name, bytes);
-    expectFailure(run({"convert", root, "--to", GetParam()}), 2, {GetParam(), "already"});
+    expectFailure(run({"convert", root, "--store", GetParam()}), 2, {GetParam(), "already"});
 
     for (const std::string store : {"sqlite", "fixedPath", "monolithic", "fixedPath"}) {
         if (store == typeOf(coreFile))
             continue;
         const auto before = readTree(root);
-        EXPECT_THAT(run({"convert", root, "--to", store, "--dry-run"}).out, HasSubstr("Would convert 7 paths"));
+        EXPECT_THAT(run({"convert", root, "--store", store, "--dry-run"}).out, HasSubstr("Would convert 7 paths"));
         EXPECT_EQ(readTree(root), before);
-        expectSuccess(run({"convert", root, "--to", store, "-q"}), "");
+        expectSuccess(run({"convert", root, "--store", store, "-q"}), "");
         EXPECT_EQ(typeOf(coreFile), store);
         EXPECT_EQ(contentOf(root), content);
         for (const auto& [name, bytes] : foreign)
@@ -120,7 +171,7 @@ TEST_P(TransferTest, aConversionKeepsEverythingAndTheFilesOfOthers) {
     const auto last = readTree(metadata);
     const std::string type = typeOf(coreFile);
     const std::string other = type == "sqlite" ? "monolithic" : "sqlite";
-    expectSuccess(run({"convert", root, "--to", other, "--keep", "--folder", ".TolvaneProject", "-q"}), "");
+    expectSuccess(run({"convert", root, "--store", other, "--keep", "--folder", ".TolvaneProject", "-q"}), "");
     EXPECT_EQ(readTree(metadata.native() + '.' + type), last);
     EXPECT_EQ(contentOf(root), content);
 }
@@ -128,7 +179,7 @@ TEST_P(TransferTest, aConversionKeepsEverythingAndTheFilesOfOthers) {
 TEST_F(ImportTest, namesTheFileThatItRefuses) {
     init();
     const fs::path file = folder / "exported.xml";
-    ASSERT_EQ(run({"export", root, file}).status, 0);
+    ASSERT_EQ(run({"export", root, "-o", file}).status, 0);
     const auto before = readTree(root);
     const std::string whole = test::readBytes(file);
     const std::vector<std::pair<std::string, std::string>> damages{
@@ -157,15 +208,15 @@ TEST_F(ConvertTest, refusesToLoseSomethingAndLeavesTheProjectAsItWas) {
         node = "<n>" + node + "</n>";
     test::writeBytes(file, bytes.substr(0, bytes.rfind("/>")) + "><Node>" + node + "</Node></Path>\n");
     const auto before = readTree(root);
-    expectFailure(run({"convert", root, "--to", "monolithic"}), 3, {root, "nested"});
+    expectFailure(run({"convert", root, "--store", "monolithic"}), 3, {root, "nested"});
     EXPECT_EQ(readTree(root), before);
 
     // A file of somebody else that the new store would take for its own.
-    ASSERT_EQ(run({"convert", root, "--to", "sqlite"}).status, 0);
+    ASSERT_EQ(run({"convert", root, "--store", "sqlite"}).status, 0);
     ASSERT_EQ(run({"remove", root, "F:0"}).status, 0);
     test::writeBytes(coreFile.parent_path() / "F=1.xml", "<Path Type=\"F\" Location=\"1\" Rank=\"a\"/>");
     const auto foreign = readTree(root);
-    expectFailure(run({"convert", root, "--to", "fixedPath"}), 3, {"project-metadata: The file \"F=1.xml\""});
+    expectFailure(run({"convert", root, "--store", "fixedPath"}), 3, {"project-metadata: The file \"F=1.xml\""});
     EXPECT_EQ(readTree(root), foreign);
 }
 
@@ -180,7 +231,7 @@ TEST_F(ConvertTest, keepsWhatAnotherProgramMayBeChanging) {
     lock.l_len = 510;
     ASSERT_EQ(fcntl(database, F_OFD_SETLK, &lock), 0);
     const fs::path old = coreFile.parent_path().native() + ".sqlite";
-    expectFailure(run({"convert", root, "--to", "monolithic"}), 1, {"is converted", old / "metadata.db"});
+    expectFailure(run({"convert", root, "--store", "monolithic"}), 1, {"is converted", old / "metadata.db"});
     close(database);
     EXPECT_TRUE(fs::exists(old / "metadata.db"));
     EXPECT_EQ(run({"get", root, "F:0", "k"}).out, "1\n");

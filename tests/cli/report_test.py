@@ -185,14 +185,38 @@ class ReportTest(unittest.TestCase):
         self.assertLess(browser.run("return document.getElementsByTagName('*').length"), 10000)
         self.assert_quiet()
 
+    def test_many_children_and_types_and_blanks(self):
+        self.make("wide", [])
+        lines = "".join(f"add 'File:a  b#Item'\nset 'T{i}:x' K=1 --create\n" if i < 40 else "add 'File:a  b#Item'\n"
+                        for i in range(10000))
+        edits = self.folder / "edits"
+        edits.write_text(lines + "set 'File:a  b#Item[1]' 'K=x  y '\n")
+        command("edit", str(self.root), str(edits))
+        command("report", str(self.root), "-o", str(self.page), "--replace")
+        self.browser.open(self.page)
+        browser = self.browser
+        browser.search("a  b")
+        browser.type("Enter")
+        count = "return document.getElementsByTagName('*').length"
+        few = browser.run(count)
+        self.assertLess(few, 2000)
+        self.assertIn("9,970", browser.text("#details .more"))
+        browser.click("#details .more")
+        self.assertGreater(browser.run(count), few)
+        self.assertIn("x  y ", browser.run("return document.querySelector('#details td').innerText"))
+        self.assertEqual(browser.text("#details h2 bdi"), "a  b")
+        marks = browser.run("return [...document.querySelectorAll('#types .dot')].map(dot => dot.innerText)")
+        self.assertEqual((len(marks), len(set(marks))), (41, 41))
+        self.assert_quiet()
+
     def test_damage_and_files_that_exist(self):
         self.make("damaged", ["good", "bad"], store="fixedPath")
         before = self.page.read_bytes()
-        self.assertIn("--force", command("report", str(self.root), "-o", str(self.page), status=3).stderr)
+        self.assertIn("--replace", command("report", str(self.root), "-o", str(self.page), status=3).stderr)
         self.assertEqual(self.page.read_bytes(), before)
         damaged = next(file for file in (self.root / "resources/project").rglob("*bad*") if file.is_file())
         damaged.write_text("<broken")
-        command("report", str(self.root), "-o", str(self.page), "--force", status=1)
+        command("report", str(self.root), "-o", str(self.page), "--replace", status=1)
         self.browser.open(self.page)
         self.assertIn(str(damaged), self.browser.text("#damages"))
         self.assertIn("good", self.browser.rows())

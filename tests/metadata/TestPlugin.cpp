@@ -1,8 +1,12 @@
-/// A plug-in that takes a while to start, and fails if METADATA_TEST_PLUGIN is set.
+/// A plug-in that takes a while to start; it fails if METADATA_TEST_PLUGIN is set, or hangs if that is "hanging".
+#include <unistd.h>
+
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
 #include <cppmicroservices/BundleActivator.h>
@@ -24,7 +28,13 @@ public:
 class Activator : public cppmicroservices::BundleActivator {
 public:
     void Start(cppmicroservices::BundleContext context) override {
-        if (std::getenv("METADATA_TEST_PLUGIN"))
+        const char* const wish = std::getenv("METADATA_TEST_PLUGIN");
+        if (wish && std::string_view(wish) == "hanging") {
+            std::fputs("hanging on purpose\n", stderr);
+            for (;;)
+                pause();
+        }
+        if (wish)
             throw std::runtime_error("failing on purpose");
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         context.RegisterService<project::metadata::MetadataManagerFactory>(std::make_shared<Factory>());

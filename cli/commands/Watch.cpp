@@ -1,0 +1,61 @@
+/// project-metadata watch: prints changes as they happen.
+
+#include <algorithm>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli/Arguments.hpp"
+#include "cli/Command.hpp"
+#include "cli/Positionals.hpp"
+#include "cli/text/CommandObserver.hpp"
+#include "cli/text/DiffText.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "operations/ProjectWatch.hpp"
+
+namespace cli {
+
+namespace {
+
+namespace pm = project::metadata;
+
+bool isAtOrBelow(const pm::MetadataPath& path, const pm::MetadataPath& top) {
+    const auto& steps = path.getPath();
+    const auto& topSteps = top.getPath();
+    return steps.size() >= topSteps.size() && std::equal(topSteps.begin(), topSteps.end(), steps.begin());
+}
+
+/// @return it never does
+Status watch(const Positionals::Values& values, bool isJson) {
+    const pm::MetadataPath top = values.texts.empty() ? pm::MetadataPath() : parsePath(values.texts[0]);
+    operations::Observer observer;  // what goes on is nothing to wait for
+    operations::ProjectWatch project(values.root, observer);
+    if (!isJson)
+        printNote("Watching; Ctrl-C ends it\n");
+    for (;;) {
+        flushOutput();
+        for (const operations::PathDiff& diff : project.wait()) {
+            if (!isAtOrBelow(diff.path, top))
+                continue;
+            if (isJson)
+                print(toJson(diff).dump() + '\n');
+            else
+                printDiff(diff);
+        }
+    }
+}
+
+Command::Action configure(CLI::App& app) {
+    const Positionals positionals(
+        app, {{"PATH", "Only what changes in this path and below it; without, in all", Positional::Kind::optional}});
+    return [positionals, isJson = addJson(app)] { return watch(positionals.get(), *isJson); };
+}
+
+const Command command(Group::look, "watch", "Print changes as they happen", configure);
+
+}  // namespace
+
+}  // namespace cli
