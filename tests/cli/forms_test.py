@@ -193,7 +193,7 @@ class FormsTest(unittest.TestCase):
                     schema = core if file.name == 'Project.xml' else 'fixedPath-path' if '=' in file.name else 'node'
                     for name in (path.stem for path in SCHEMAS.glob('*.rng')):
                         self.assertEqual(validates(name, file), name in (schema, 'node'), f'{name} {file}')
-                run('export', root, top / 'exported.xml', '--force')
+                run('export', root, '-o', top / 'exported.xml', '--replace')
                 self.assertTrue(validates('monolithic', top / 'exported.xml'))
             for schema, text in (('node', '<a>text</a>'), ('fixedPath-path', '<Path Location="" Type=""/>'),
                                  ('fixedPath-path', '<Path Location="" Type="" Rank="1"/>'),

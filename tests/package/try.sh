@@ -18,7 +18,7 @@ for store in fixedPath monolithic sqlite; do
     project-metadata init "$store" --store "$store"
     project-metadata scan "$store" examples
     project-metadata check "$store"
-    project-metadata export "$store" "$store.xml"
+    project-metadata export "$store" -o "$store.xml"
 done
 cmp fixedPath.xml monolithic.xml
 cmp fixedPath.xml sqlite.xml
