@@ -15,6 +15,7 @@
 #include "host/DiagnosticLogger.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/Disk.hpp"

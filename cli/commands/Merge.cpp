@@ -28,6 +28,7 @@ namespace cli {
 
 namespace {
 
+namespace pm = project::metadata;
 using operations::Conflict;
 
 struct Arguments {

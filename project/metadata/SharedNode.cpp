@@ -1,7 +1,9 @@
 #include "project/metadata/SharedNode.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
+#include <mutex>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -17,9 +19,8 @@ public:
     explicit SharingNode(std::shared_ptr<const MetadataNode> kept) : kept_(std::move(kept)) {}
 
     /// What is kept; null if this node has a content of its own.
-    const std::shared_ptr<const MetadataNode>& getKept() const noexcept {
-        static const auto& none = *new std::shared_ptr<const MetadataNode>;
-        return attributes_ || hasChildren_ ? none : kept_;
+    const std::shared_ptr<const MetadataNode>* getKept() const noexcept {
+        return attributes_ || hasChildren_ ? nullptr : &kept_;
     }
 
     const std::u16string& get(std::u16string key) const override { return attributes().get(std::move(key)); }
@@ -72,15 +73,20 @@ private:
         copies.reserve(kept_->getChildNodes().size());
         for (const std::shared_ptr<MetadataNode>& child : kept_->getChildNodes())
             copies.push_back(std::make_shared<SharingNode>(child));
-        children_ = std::move(copies);
-        hasChildren_ = true;
+        // Several threads may read one node.
+        static std::mutex filling;
+        const std::lock_guard<std::mutex> lock(filling);
+        if (!hasChildren_) {
+            children_ = std::move(copies);
+            hasChildren_ = true;
+        }
         return children_;
     }
 
     std::shared_ptr<const MetadataNode> kept_;  // as long as this lives: there are references to its values
     std::unique_ptr<MetadataNode> attributes_;  // null while they are those that are kept
     mutable std::vector<std::shared_ptr<MetadataNode>> children_;
-    mutable bool hasChildren_ = false;  // whether `children_` has them
+    mutable std::atomic<bool> hasChildren_ = false;  // whether `children_` has them
 };
 
 const SharingNode* toSharing(const MetadataNode& node) noexcept {
@@ -92,7 +98,7 @@ const SharingNode* toSharing(const MetadataNode& node) noexcept {
 std::shared_ptr<const MetadataNode> keepNode(const MetadataNode& node) {
     const SharingNode* const sharing = toSharing(node);
     if (sharing && sharing->getKept())
-        return sharing->getKept();
+        return *sharing->getKept();
     return std::make_shared<const MetadataNodeSpecification>(node);
 }
 
@@ -102,7 +108,7 @@ std::unique_ptr<MetadataNode> copyKeptNode(std::shared_ptr<const MetadataNode> k
 
 const MetadataNode& getShared(const MetadataNode& node) noexcept {
     const SharingNode* const sharing = toSharing(node);
-    return sharing && sharing->getKept() ? *sharing->getKept() : node;
+    return sharing && sharing->getKept() ? **sharing->getKept() : node;
 }
 
 }  // namespace project::metadata

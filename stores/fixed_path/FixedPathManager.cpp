@@ -119,12 +119,8 @@ void FixedPathManager::markExistenceSeen(const PathFile& content) const {
 }
 
 PathFilePtr FixedPathManager::read(const Path& file) const {
-    // Of a batch that is under way, or was interrupted, a file that has not changed shows nothing.
-    PathFilePtr content = files_.findRead(file);
-    if (!content) {
-        settle(files_.getFolder());
-        content = files_.read(file);
-    }
+    settle(files_.getFolder());
+    PathFilePtr content = files_.read(file);
     if (content)
         files_.markSeen(content->version);
     return content;

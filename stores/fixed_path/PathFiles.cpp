@@ -175,11 +175,6 @@ Path PathFiles::getChildFolder(const MetadataPath& path) const {
     return walk(path);
 }
 
-PathFilePtr PathFiles::findRead(const Path& file) const {
-    const auto cached = cache_.find(file.text());
-    return cached != cache_.end() && getFileVersion(file) == cached->second->version ? cached->second : nullptr;
-}
-
 PathFilePtr PathFiles::read(const Path& file) const {
     host::Interruption::throwIfRequested();
     const auto status = findStatus(file);

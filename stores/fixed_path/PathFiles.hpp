@@ -53,9 +53,6 @@ public:
     /// What the file `file` of a path says; null if it does not exist.
     PathFilePtr read(const host::Path& file) const;
 
-    /// The same if it is known already and the file has not changed since; null otherwise.
-    PathFilePtr findRead(const host::Path& file) const;
-
     /// What the files of all paths directly in `childFolder` say, in the order of the paths; those of which no rank is
     /// known come last. A path whose file is missing while there are paths below it counts as damaged.
     /// @throws project::metadata::ListChildFilesFailure

@@ -118,7 +118,7 @@ TEST_P(ReadOnlyProjectTest, staysAsItIsUnlessTheSettingsAllowMore) {
     const auto before = readTree(root);
     expectFailure(run({"scan", root, folder / "source"}, nobody), 3, {coreFile.parent_path(), "read-only"});
     expectFailure(run({"uuid", root, "--new"}, nobody), 3, {coreFile.parent_path(), "read-only"});
-    ASSERT_EQ(run({"export", root, folder / "out.xml"}).status, 0);
+    ASSERT_EQ(run({"export", root, "-o", folder / "out.xml"}).status, 0);
     // A dry run fails where the real one would.
     for (const std::vector<std::string>& line :
          std::vector<std::vector<std::string>>{{"scan", root, folder / "source"},
@@ -128,7 +128,7 @@ TEST_P(ReadOnlyProjectTest, staysAsItIsUnlessTheSettingsAllowMore) {
                                                {"add", root, "T:x"},
                                                {"remove", root, "File:a"},
                                                {"move", root, "File:a", "File:b"},
-                                               {"remove", root, "File:a", "--node"}}) {
+                                               {"remove", root, "File:a", "--node-only"}}) {
         expectFailure(run(line, nobody), 3, {coreFile.parent_path(), "read-only"});
         std::vector<std::string> dry = line;
         dry.emplace_back("--dry-run");
@@ -185,11 +185,11 @@ TEST_F(DamagedProjectTest, aDryRunFailsAtWhatCannotBeWrittenToo) {
     Surroundings nobody;
     nobody.prefix = test::movedInstallation();
     nobody.prepare = test::becomeUnprivileged;
-    ASSERT_EQ(run({"export", root, folder / "out.xml"}).status, 0);
+    ASSERT_EQ(run({"export", root, "-o", folder / "out.xml"}).status, 0);
     const std::vector<std::pair<std::vector<std::string>, std::string>> lines{
         {{"add", root, deep}, "251 steps"},
         {{"set", root, deep, "--create", "k=v"}, "251 steps"},
-        {{"set", root, "T:a", "--create", "--node", "no name", "k=v"}, "no name"},
+        {{"set", root, "T:a", "--create", "--name", "no name", "k=v"}, "no name"},
         {{"init", closed / "new"}, closed},
         {{"import", folder / "out.xml", closed / "new"}, closed},
         {{"merge", folder / "out.xml", folder / "out.xml", folder / "out.xml", "-o", closed / "out.xml"}, closed}};

@@ -200,7 +200,7 @@ TEST_F(CompareTest, aConflictIsSettledByTakingOneSide) {
         test::Surroundings inside;
         inside.folder = ours;
         expectSuccess(run({"merge", "--settle", "T:a", side}, inside), "Settled 6 conflicts at T:a\n");
-        EXPECT_EQ(run({"export", ours, folder / (side + " result.xml")}).status, 0);
+        EXPECT_EQ(run({"export", ours, "-o", folder / (side + " result.xml")}).status, 0);
         EXPECT_THAT(contentOf(folder / (side + " result.xml")), HasSubstr("<Node>" + expected + "</Node>"));
         expectFailure(run({"merge", "-C", ours, "--settle", "T:a", side}), 1, {"T:a"});
     }

@@ -40,11 +40,11 @@ TEST_P(OwnerTest, whatTheSuperuserMakesAndReplacesBelongsToTheOwnerOfTheProject)
     succeed({"set", "--create", "U:c", "k=v"});
     succeed({"move", "T:a", "T:d"});
     succeed({"uuid", "--new"});
-    EXPECT_EQ(run({"export", root, folder / "out.xml"}).status, 0);
+    EXPECT_EQ(run({"export", root, "-o", folder / "out.xml"}).status, 0);
     succeed({"import", folder / "out.xml", "--replace"});
     for (const char* const store : {"sqlite", "fixedPath", "monolithic"}) {
         if (std::string(store) != GetParam())
-            succeed({"convert", "--to", store});
+            succeed({"convert", "--store", store});
     }
     test::Surroundings nobody;
     nobody.prefix = test::movedInstallation();

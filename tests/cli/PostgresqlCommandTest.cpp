@@ -61,29 +61,30 @@ TEST_F(PostgresqlCommandTest, aConversionLeavesNothingWhereItWas) {
         expectSuccess(run({"set", root, path, "Key=value", "--create", "-q"}), "");
     const auto before = content();
     const std::string empty = count();
-    EXPECT_THAT(run({"convert", root, "--to", "postgresql", "--dry-run"}).out, HasSubstr("Would convert 3 paths"));
+    EXPECT_THAT(run({"convert", root, "--store", "postgresql", "--dry-run"}).out, HasSubstr("Would convert 3 paths"));
     EXPECT_EQ(count(), empty);
-    expectFailure(run({"convert", root, "--to", "postgresql", "--option", "service=x"}), 3, {"\"x/project_metadata\""});
+    expectFailure(run({"convert", root, "--store", "postgresql", "--option", "service=x"}), 3,
+                  {"\"x/project_metadata\""});
     // What has been copied to the server goes too, if the conversion fails after that.
     const fs::path pipe = coreFile.parent_path() / "pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    expectFailure(run({"convert", root, "--to", "postgresql"}), 3, {"cannot be converted"});
+    expectFailure(run({"convert", root, "--store", "postgresql"}), 3, {"cannot be converted"});
     EXPECT_EQ(count(), empty);
     fs::remove(pipe);
 
-    expectSuccess(run({"convert", root, "--to", "postgresql", "--option", "service=test", "-q"}), "");
+    expectSuccess(run({"convert", root, "--store", "postgresql", "--option", "service=test", "-q"}), "");
     EXPECT_EQ(content(), before);
     EXPECT_NE(count(), empty);
     const fs::path exported = folder / "exported.xml";
-    expectSuccess(run({"export", root, exported, "-q"}), "");
+    expectSuccess(run({"export", root, "-o", exported, "-q"}), "");
     EXPECT_THAT(test::readBytes(exported), HasSubstr("value"));
-    expectSuccess(run({"convert", root, "--to", "fixedPath", "-q"}), "");
+    expectSuccess(run({"convert", root, "--store", "fixedPath", "-q"}), "");
     EXPECT_EQ(content(), before);
     EXPECT_EQ(count(), empty);
 
-    expectSuccess(run({"convert", root, "--to", "postgresql", "-q"}), "");
+    expectSuccess(run({"convert", root, "--store", "postgresql", "-q"}), "");
     const std::string full = count();
-    expectSuccess(run({"convert", root, "--to", "monolithic", "--keep", "-q"}), "");
+    expectSuccess(run({"convert", root, "--store", "monolithic", "--keep", "-q"}), "");
     EXPECT_EQ(count(), full);
 }
 

@@ -94,6 +94,7 @@ class ReportTest(unittest.TestCase):
         """Opens the report of a project that holds `files`, and of `values` (path, key=value) besides."""
         self.root = self.folder / name
         scanned = self.folder / (name + " files")
+        scanned.mkdir()
         for file in files:
             path = os.path.join(os.fsencode(scanned), os.fsencode(file))
             os.makedirs(os.path.dirname(path), exist_ok=True)
