@@ -162,7 +162,7 @@ void writeFlushed(const Path& file, std::string_view bytes) {
         raiseSystemError(file, errno);
 }
 
-void giveToOwner(const Path& made, const struct stat& model) noexcept {
+void giveToOwner(const Path& made, const struct stat& model) {
     if (!isSuperuser())
         return;
     const auto isSame = [&](const struct stat& status) {

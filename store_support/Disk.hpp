@@ -52,7 +52,7 @@ void writeFlushed(const host::Path& file, std::string_view bytes);
 /// Gives `made`, which this process has just made, to the owner and group of `model`, if the process is the superuser's
 /// and they differ: whoever changes a project with sudo must not take it from its owner. Where the system does not
 /// allow that, nothing happens.
-void giveToOwner(const host::Path& made, const struct stat& model) noexcept;
+void giveToOwner(const host::Path& made, const struct stat& model);
 
 /// As that, where `model` is what `made` lies in.
 void giveToOwnerOfFolder(const host::Path& made);

@@ -334,7 +334,11 @@ TEST_F(PostgresqlStoreTest, NothingIsLostWhenTheServerRestarts) {
     server.stop();
     expectNamed(messageOf<MetadataReadFailure>([&] { open(); }), "No such file or directory");
     server.start();
-    EXPECT_EQ(store->getChildren(path({u"n"})), children);
+    // What the writer had sent before its death may have been done after it.
+    auto later = store->getChildren(path({u"n"}));
+    ASSERT_TRUE(later.size() == children.size() || later.size() == children.size() + 1);
+    later.resize(children.size());
+    EXPECT_EQ(later, children);
 }
 
 /// Whichever message is the last one that gets through, a change ends with the new content, or with an error and with
