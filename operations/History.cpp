@@ -17,6 +17,7 @@
 #include "operations/MetadataTree.hpp"
 #include "operations/Project.hpp"
 #include "operations/StoreChange.hpp"
+#include "operations/TreeWalk.hpp"
 #include "project/exception/ProjectException.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
@@ -27,12 +28,6 @@ namespace fs = std::filesystem;
 namespace pm = project::metadata;
 
 namespace {
-
-bool isAtOrBelow(const pm::MetadataPath& path, const pm::MetadataPath& top) {
-    const auto& steps = path.getPath();
-    const auto& topSteps = top.getPath();
-    return steps.size() >= topSteps.size() && std::equal(topSteps.begin(), topSteps.end(), steps.begin());
-}
 
 /// The repository that a project is in.
 class Repository {

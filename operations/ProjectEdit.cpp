@@ -48,12 +48,6 @@ struct ProjectEdit::Content {
 
 namespace {
 
-bool isAtOrBelow(const pm::MetadataPath& path, const pm::MetadataPath& top) {
-    const auto& steps = path.getPath();
-    const auto& topSteps = top.getPath();
-    return steps.size() >= topSteps.size() && std::equal(topSteps.begin(), topSteps.end(), steps.begin());
-}
-
 std::optional<std::size_t> findDraft(const NodeDraft& node, const NodeAddress& address, std::size_t depth) {
     return findChild(
         node.children.size(), [&](std::size_t i) -> const std::u16string& { return node.children[i].name; }, address,

@@ -1,5 +1,6 @@
 #include "operations/TreeWalk.hpp"
 
+#include <algorithm>
 #include <utility>
 
 #include "host/Interruption.hpp"
@@ -64,6 +65,12 @@ void TreeWalk::noteError() {
     onError_();
     unreadableCount_ += isUnreadable_ ? 0 : 1;
     isUnreadable_ = true;
+}
+
+bool isAtOrBelow(const pm::MetadataPath& path, const pm::MetadataPath& top) {
+    const auto& steps = path.getPath();
+    const auto& topSteps = top.getPath();
+    return steps.size() >= topSteps.size() && std::equal(topSteps.begin(), topSteps.end(), steps.begin());
 }
 
 std::vector<pm::MetadataPath> listPaths(const pm::MetadataManager& store, const pm::MetadataPath& top,

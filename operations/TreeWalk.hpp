@@ -70,6 +70,9 @@ private:
     std::size_t unreadableCount_ = 0;
 };
 
+/// Whether `path` is `top` or lies below it.
+bool isAtOrBelow(const project::metadata::MetadataPath& path, const project::metadata::MetadataPath& top);
+
 /// `top` and every path below it, each before those below it, siblings in their order.
 /// @throws whatever the store throws; host::InterruptedException
 std::vector<project::metadata::MetadataPath> listPaths(const project::metadata::MetadataManager& store,

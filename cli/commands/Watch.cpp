@@ -15,18 +15,13 @@
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "operations/ProjectWatch.hpp"
+#include "operations/TreeWalk.hpp"
 
 namespace cli {
 
 namespace {
 
 namespace pm = project::metadata;
-
-bool isAtOrBelow(const pm::MetadataPath& path, const pm::MetadataPath& top) {
-    const auto& steps = path.getPath();
-    const auto& topSteps = top.getPath();
-    return steps.size() >= topSteps.size() && std::equal(topSteps.begin(), topSteps.end(), steps.begin());
-}
 
 /// @return it never does
 Status watch(const Positionals::Values& values, bool isJson) {
@@ -38,7 +33,7 @@ Status watch(const Positionals::Values& values, bool isJson) {
     for (;;) {
         flushOutput();
         for (const operations::PathDiff& diff : project.wait()) {
-            if (!isAtOrBelow(diff.path, top))
+            if (!operations::isAtOrBelow(diff.path, top))
                 continue;
             if (isJson)
                 print(toJson(diff).dump() + '\n');

@@ -341,22 +341,6 @@ void Connection::rollBack() noexcept {
     }
 }
 
-bool Connection::waitForNotification(Clock::time_point end) {
-    while (true) {
-        bool isThere = false;
-        while (PGnotify* const notification = PQnotifies(connection_.get())) {
-            PQfreemem(notification);
-            isThere = true;
-        }
-        if (isThere)
-            return true;
-        if (!wait(POLLIN, Patience::interruptible, end))
-            return false;
-        if (PQconsumeInput(connection_.get()) != 1)
-            lose();
-    }
-}
-
 void Connection::lose(const std::string& cause) {
     connection_.reset();
     throw ServerError(cause, "", true);

@@ -127,10 +127,6 @@ public:
     /// Rolls back the open transaction, if there is one. What fails there closes the connection.
     void rollBack() noexcept;
 
-    /// Waits until a notification comes for which the session listens. @return false if none has come until `end`
-    /// @throws ServerError; host::InterruptedException
-    bool waitForNotification(Clock::time_point end);
-
 private:
     struct Closer {
         void operator()(PGconn* connection) const { PQfinish(connection); }
