@@ -1,8 +1,8 @@
 /// Metadata paths, and addresses of nodes, on the command line.
 ///
 /// A path is written as its steps joined by "|", each as type, ":" and location: "Folder:src|File:main.c". The root
-/// path is "/"; an empty text is no path. An address goes on from there into the node, each step as "#", the name of the child
-/// node, and if several have that name the position among these: "File:main.c#Review[2]#Comment".
+/// path is "/"; an empty text is no path. An address goes on from there into the node, each step as "#", the name of
+/// the child node, and if several have that name the position among these: "File:main.c#Review[2]#Comment".
 ///
 /// In a step, a backslash stands before what would be taken for something else: `\|`, `\#`, `\:` in a type and `\[`
 /// before it or in the name of a node, `\\`; and what cannot be shown or typed is escaped as `escapeName` does: `\t`,
