@@ -72,6 +72,7 @@ std::vector<std::string> makeEnvironment() {
 
 std::vector<char*> makePointers(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts)
         pointers.push_back(text.data());
     pointers.push_back(nullptr);

@@ -181,7 +181,7 @@ using TreePtr = std::shared_ptr<const MetadataTree>;
 class Snapshots {
 public:
     Snapshots(const Repository& repository, const HistoryRequest& request, Observer& observer)
-        : repository_(repository), request_(request), checkout_(repository, observer) {}
+        : request_(request), checkout_(repository, observer) {}
 
     /// @param commit empty for the time before the first one
     /// @return null if it cannot be read
@@ -221,7 +221,6 @@ private:
         return tree;
     }
 
-    const Repository& repository_;
     const HistoryRequest& request_;
     Checkout checkout_;
     std::map<std::string, TreePtr> trees_;  // by commit
@@ -263,6 +262,7 @@ std::vector<Revision> walkHistory(const host::Path& root, const HistoryRequest& 
         if (parents.empty())
             parents.emplace_back();
         std::vector<TreePtr> before;
+        before.reserve(parents.size());
         for (const std::string& parent : parents)
             before.push_back(snapshots.read(parent, *progress));
         progress.reset();

@@ -17,7 +17,7 @@ namespace pm = project::metadata;
 
 /// A path, by its last step, with what is below it. It is moved, never copied.
 struct ProjectEdit::Branch {
-    explicit Branch(pm::PathElement itsStep) : step(std::move(itsStep)) {}
+    explicit Branch(const pm::PathElement& itsStep) : step(itsStep) {}
 
     /// @param next what follows it then
     Branch& insert(std::list<Branch>::iterator next, const pm::PathElement& child) {

@@ -445,9 +445,8 @@ private:
     /// A file or folder that the scan has found, at `path`.
     void arrange(std::size_t index) {
         const pm::MetadataPath& path = paths_[index];
-        if (scan_[index].isLeftOut)
-            arrangeOther(path);
-        else if (isKnown_[index] && scan_[index].kind != FileKind::folder)
+        const bool isKnownFile = isKnown_[index] && scan_[index].kind != FileKind::folder;
+        if (scan_[index].isLeftOut || isKnownFile)
             arrangeOther(path);
         else
             arrangeFolder(path, index);

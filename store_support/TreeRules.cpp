@@ -13,7 +13,6 @@
 namespace store_support {
 
 using project::metadata::MetadataNode;
-using project::metadata::MetadataReadFailure;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;

@@ -17,7 +17,6 @@
 namespace store_support {
 
 using host::Path;
-using project::metadata::MetadataNode;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PutMetadataKeyFailure;
 using project::metadata::PutMetadataValueFailure;

@@ -33,7 +33,6 @@
 
 namespace stores::postgresql {
 
-using project::metadata::PathElement;
 using store_support::positionBound;
 
 namespace {

@@ -42,7 +42,6 @@ using host::Path;
 using project::metadata::FileJob;
 using project::metadata::MetadataReadFailure;
 using project::metadata::MetadataWriteFailure;
-using project::metadata::PathElement;
 using project::metadata::raise;
 using store_support::FolderLock;
 
