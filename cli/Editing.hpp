@@ -40,8 +40,8 @@ public:
     /// @throws whatever the store throws
     operations::StoreChange finish();
 
-    /// Has `ask` say what is to be done with nodes alone, and makes it, unless it is a dry run. If somebody else changes
-    /// the same meanwhile, it begins anew.
+    /// Has `ask` say what is to be done with nodes alone, and makes it, unless it is a dry run. If somebody else
+    /// changes the same meanwhile, it begins anew.
     /// @param ask may be called several times, each time with a new object
     /// @return what it is
     /// @throws whatever the store and `ask` throw
