@@ -1,12 +1,12 @@
 #include "operations/NodeMatch.hpp"
 
 #include <algorithm>
-#include <array>
 #include <functional>
-#include <set>
-#include <tuple>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
+
+#include <boost/container_hash/hash.hpp>
 
 #include "store_support/EqualTrees.hpp"
 
@@ -15,52 +15,6 @@ namespace operations {
 using project::metadata::MetadataNode;
 
 namespace {
-
-std::size_t mix(std::size_t hash, std::size_t more) {
-    constexpr std::size_t golden = 0x9e3779b97f4a7c15U;
-    return (hash ^ more) * golden + (hash >> 29U);
-}
-
-std::size_t hashNode(const MetadataNode& node) {
-    const std::hash<std::u16string> hashText;
-    std::size_t hash = hashText(node.getName());
-    for (const std::u16string& key : node.getAttributeKeys())
-        hash = mix(mix(hash, hashText(key)), hashText(node.get(key)));
-    for (const auto& child : node.getChildNodes())
-        hash = mix(hash, hashNode(*child));
-    return mix(hash, node.getChildNodes().size());
-}
-
-/// A node by what it is like.
-struct Content {
-    const MetadataNode* node;
-    std::size_t hash;
-
-    bool operator==(const Content& other) const {
-        return hash == other.hash && store_support::equalTrees(*node, *other.node);
-    }
-};
-
-struct HashOfContent {
-    std::size_t operator()(const Content& content) const { return content.hash; }
-};
-
-/// How well an attribute serves as an identity by its name; the last for those that are not made for that.
-std::size_t rankKey(const std::u16string& name) {
-    constexpr std::array<std::u16string_view, 5> identities{u"uuid", u"guid", u"id", u"key", u"name"};
-    const auto isLetter = [](char16_t letter, char16_t small) {
-        return letter == small || (letter >= u'A' && letter <= u'Z' && letter - u'A' + u'a' == small);
-    };
-    const auto found = std::find_if(identities.begin(), identities.end(), [&](std::u16string_view identity) {
-        return std::equal(name.begin(), name.end(), identity.begin(), identity.end(), isLetter);
-    });
-    return static_cast<std::size_t>(found - identities.begin());
-}
-
-bool isIdentity(const std::u16string& name) {
-    static const std::size_t others = rankKey({});
-    return rankKey(name) != others;
-}
 
 /// Whether one may have been made of the other by a change, and not put in its place.
 bool haveCommon(const MetadataNode& a, const MetadataNode& b) {
@@ -81,96 +35,6 @@ bool haveCommon(const MetadataNode& a, const MetadataNode& b) {
     return isEmpty(a) || isEmpty(b) || std::any_of(keys.begin(), keys.end(), isShared);
 }
 
-}  // namespace
-
-Siblings::Siblings(const std::vector<const Nodes*>& versions) {
-    std::unordered_map<Content, std::size_t, HashOfContent> contents;
-    std::unordered_map<std::u16string_view, std::size_t> names;
-    for (const Nodes* const nodes : versions) {
-        std::vector<Child>& children = versions_.emplace_back();
-        children.reserve(nodes->size());
-        for (const auto& node : *nodes) {
-            const std::size_t name = names.try_emplace(node->getName(), names.size()).first->second;
-            const Content content{node.get(), hashNode(*node)};
-            children.push_back({node.get(), name, contents.try_emplace(content, contents.size()).first->second});
-            if (name == groups_.size())
-                groups_.emplace_back().places.resize(versions.size());
-            Numbers& places = groups_[name].places[versions_.size() - 1];
-            places.push_back(children.size() - 1);
-            groups_[name].isSingle = groups_[name].isSingle && places.size() == 1;
-        }
-    }
-    contentCount_ = contents.size();
-    for (Group& group : groups_)
-        findKeys(group);
-}
-
-Siblings::Key Siblings::readKey(const Group& group, const std::u16string& name) const {
-    Key key;
-    key.name = name;
-    key.values.resize(versions_.size());
-    const bool isRequired = !isIdentity(name);
-    for (std::size_t version = 0; version < versions_.size(); ++version) {
-        Values& values = key.values[version];
-        values.reserve(group.places[version].size());
-        for (const std::size_t place : group.places[version]) {
-            const std::u16string& value = versions_[version][place].node->get(name);
-            if (!value.empty()) {
-                const auto [entry, isNew] = values.try_emplace(value, place);
-                if (isNew)
-                    continue;
-                entry->second = none;
-            }
-            key.isEverywhere = false;
-            if (isRequired)
-                return key;
-        }
-    }
-    return key;
-}
-
-/// Finds the attributes that identify the siblings of a group.
-void Siblings::findKeys(Group& group) const {
-    std::set<std::u16string> names, identities;
-    for (std::size_t version = 0; version < versions_.size(); ++version) {
-        for (const std::size_t place : group.places[version]) {
-            // What all have, the first one has.
-            const bool isFirst = names.empty();
-            for (std::u16string& name : versions_[version][place].node->getAttributeKeys()) {
-                if (isIdentity(name))
-                    identities.insert(std::move(name));
-                else if (isFirst)
-                    names.insert(std::move(name));
-            }
-        }
-    }
-    if (identities.empty() && group.isSingle)
-        return;
-    std::vector<std::tuple<std::size_t, std::size_t, Key>> keys;  // with how many it does not pair, and its rank
-    for (const std::u16string& name : identities.empty() ? names : identities) {
-        Key key = readKey(group, name);
-        if (!key.isEverywhere && identities.empty())
-            continue;
-        std::size_t pairs = 0;
-        for (std::size_t before = 0; before < versions_.size(); ++before) {
-            for (std::size_t after = before + 1; after < versions_.size(); ++after) {
-                for (const auto& [value, place] : key.values[before]) {
-                    const auto partner = key.values[after].find(value);
-                    if (place != none && partner != key.values[after].end() && partner->second != none)
-                        ++pairs;
-                }
-            }
-        }
-        keys.emplace_back(none - pairs, rankKey(name), std::move(key));
-    }
-    std::stable_sort(keys.begin(), keys.end(), [](const auto& a, const auto& b) {
-        return std::tie(std::get<0>(a), std::get<1>(a)) < std::tie(std::get<0>(b), std::get<1>(b));
-    });
-    for (auto& [unpaired, rank, key] : keys)
-        group.keys.push_back(std::move(key));
-    group.isStrict = !identities.empty() && group.keys.front().isEverywhere;
-}
-
 /// One pairing in the making.
 class Matching {
 public:
@@ -178,13 +42,13 @@ public:
         : siblings_(siblings),
           beforeVersion_(before),
           afterVersion_(after),
-          before_(siblings.versions_[before]),
-          after_(siblings.versions_[after]),
+          before_(siblings.children(before)),
+          after_(siblings.children(after)),
           pairing_{Numbers(before_.size(), none), std::vector<bool>(before_.size(), true)},
           partners_(after_.size(), none) {}
 
     Pairing run() {
-        for (const Siblings::Group& group : siblings_.groups_)
+        for (const Siblings::Group& group : siblings_.groups())
             pairIdentical(group);
         pairUniques();
         pairBetweenNeighbours();
@@ -205,7 +69,7 @@ private:
 
     /// The one in `version` that has the same value as the one at `place` in `otherVersion`, each as the only one.
     std::size_t findPartner(const Key& key, std::size_t otherVersion, std::size_t place, std::size_t version) const {
-        const std::u16string& value = siblings_.versions_[otherVersion][place].node->get(key.name);
+        const std::u16string& value = siblings_.children(otherVersion)[place].node->get(key.name);
         const auto own = key.values[otherVersion].find(value);
         const auto other = key.values[version].find(value);
         return own == key.values[otherVersion].end() || own->second == none || other == key.values[version].end()
@@ -241,15 +105,15 @@ private:
     }
 
     bool isOpenBefore(std::size_t place) const {
-        return pairing_.partners[place] == none && !siblings_.groups_[before_[place].name].isStrict;
+        return pairing_.partners[place] == none && !siblings_.groupOf(before_[place]).isStrict;
     }
     bool isOpenAfter(std::size_t place) const {
-        return partners_[place] == none && !siblings_.groups_[after_[place].name].isStrict;
+        return partners_[place] == none && !siblings_.groupOf(after_[place]).isStrict;
     }
 
     void pairUniques() {
         constexpr std::size_t several = none - 1;
-        Numbers inBefore(siblings_.contentCount_, none), inAfter(siblings_.contentCount_, none);
+        Numbers inBefore(siblings_.contentCount(), none), inAfter(siblings_.contentCount(), none);
         for (std::size_t i = 0; i < before_.size(); ++i) {
             std::size_t& place = inBefore[before_[i].content];
             if (isOpenBefore(i))
@@ -260,7 +124,7 @@ private:
             if (isOpenAfter(i))
                 place = place == none ? i : several;
         }
-        for (std::size_t content = 0; content < siblings_.contentCount_; ++content) {
+        for (std::size_t content = 0; content < siblings_.contentCount(); ++content) {
             if (inBefore[content] < several && inAfter[content] < several)
                 pair(inBefore[content], inAfter[content], true);
         }
@@ -362,7 +226,7 @@ private:
     bool canBecome(std::size_t before, std::size_t after) const {
         const MetadataNode& node = *before_[before].node;
         const MetadataNode& other = *after_[after].node;
-        const auto& keys = siblings_.groups_[before_[before].name].keys;
+        const auto& keys = siblings_.groupOf(before_[before]).keys;
         const bool isOther = std::any_of(keys.begin(), keys.end(), [&](const Key& key) {
             // One of them may have got an identity; whether it has got another one, or gone, is not to be seen.
             const bool isNew = isIdentity(key.name) && (node.get(key.name).empty() || other.get(key.name).empty());
@@ -392,10 +256,12 @@ private:
         const auto listTraits = [](const Siblings::Child& child) {
             const std::hash<std::u16string> hashText;
             Numbers traits;
-            for (const std::u16string& key : child.node->getAttributeKeys())
-                traits.push_back(mix(mix(child.name, hashText(key)), hashText(child.node->get(key))));
+            for (const std::u16string& key : child.node->getAttributeKeys()) {
+                boost::hash_combine(traits.emplace_back(child.name), hashText(key));
+                boost::hash_combine(traits.back(), hashText(child.node->get(key)));
+            }
             for (const auto& part : child.node->getChildNodes())
-                traits.push_back(mix(child.name, hashNode(*part)));
+                boost::hash_combine(traits.emplace_back(child.name), hashNode(*part));
             return traits;
         };
         std::unordered_set<std::size_t> added;
@@ -439,7 +305,7 @@ private:
     void doubtAlike() {
         Numbers places;
         for (std::size_t i = 0; i < before_.size(); ++i) {
-            if (!siblings_.groups_[before_[i].name].isStrict)
+            if (!siblings_.groupOf(before_[i]).isStrict)
                 places.push_back(i);
         }
         doubtAlike(places, false);
@@ -453,8 +319,10 @@ private:
     Numbers partners_;  // by place after
 };
 
-Pairing Siblings::pair(std::size_t before, std::size_t after) const {
-    return Matching(*this, before, after).run();
+}  // namespace
+
+Pairing pairNodes(const Siblings& siblings, std::size_t before, std::size_t after) {
+    return Matching(siblings, before, after).run();
 }
 
 }  // namespace operations

@@ -58,7 +58,7 @@ public:
         for (std::size_t i = 0; i < baseNodes.size(); ++i)
             addNew(Versions::base, i);
         numberCommon();
-        const Pairing added = siblings_.pair(Versions::ours, Versions::theirs);
+        const Pairing added = pairNodes(siblings_, Versions::ours, Versions::theirs);
         for (std::size_t i = 0; i < oursNodes.size(); ++i) {
             if (numbers_[Versions::ours][i] != none)
                 continue;
@@ -67,8 +67,10 @@ public:
             if (partner == none || numbers_[Versions::theirs][partner] != none)
                 continue;
             // What both have added alike is one child, and what has one identity. Without a base, one name is enough.
-            const bool isOne = siblings_.contentOf(Versions::ours, i) == siblings_.contentOf(Versions::theirs, partner);
-            const bool isCertain = added.isCertain[i] && (!hasBase || siblings_.isIdentified(Versions::ours, i));
+            const bool isOne =
+                siblings_.children(Versions::ours)[i].content == siblings_.children(Versions::theirs)[partner].content;
+            const bool isCertain =
+                added.isCertain[i] && (!hasBase || siblings_.groupOf(siblings_.children(Versions::ours)[i]).isStrict);
             if (isOne || isCertain)
                 put(Versions::theirs, partner, numbers_[Versions::ours][i]);
         }
@@ -92,7 +94,7 @@ private:
     void put(Versions::Side side, std::size_t place, std::size_t number) {
         numbers_[side][place] = number;
         children[number].nodes[side] = (*nodes_[side])[place].get();
-        children[number].contents[side] = siblings_.contentOf(side, place);
+        children[number].contents[side] = siblings_.children(side)[place].content;
     }
 
     void addNew(Versions::Side side, std::size_t place) {
@@ -106,7 +108,7 @@ private:
         for (const Versions::Side side : {Versions::ours, Versions::theirs}) {
             for (std::size_t i = 0; i < nodes_[side]->size(); ++i) {
                 auto& [here, there] = contents[(*nodes_[side])[i]->getName()];
-                (side == Versions::ours ? here : there).push_back(siblings_.contentOf(side, i));
+                (side == Versions::ours ? here : there).push_back(siblings_.children(side)[i].content);
             }
         }
         std::map<std::u16string, bool> differing;
@@ -137,8 +139,8 @@ private:
 
     /// Numbers what both sides, or one of them, have of the base.
     void numberCommon() {
-        const Pairing ours = siblings_.pair(Versions::base, Versions::ours);
-        const Pairing theirs = siblings_.pair(Versions::base, Versions::theirs);
+        const Pairing ours = pairNodes(siblings_, Versions::base, Versions::ours);
+        const Pairing theirs = pairNodes(siblings_, Versions::base, Versions::theirs);
         std::map<std::u16string, bool> differing = findDiffering();
         const std::vector<bool> isMovedByOurs = findReordered(ours.partners);
         const std::vector<bool> isMovedByTheirs = findReordered(theirs.partners);
@@ -146,8 +148,8 @@ private:
             const std::size_t our = ours.partners[i];
             const std::size_t their = theirs.partners[i];
             const std::size_t content = children[i].contents[Versions::base];
-            const std::size_t ourContent = our == none ? none : siblings_.contentOf(Versions::ours, our);
-            const std::size_t theirContent = their == none ? none : siblings_.contentOf(Versions::theirs, their);
+            const std::size_t ourContent = our == none ? none : siblings_.children(Versions::ours)[our].content;
+            const std::size_t theirContent = their == none ? none : siblings_.children(Versions::theirs)[their].content;
             const bool isTouchedByOurs = !ours.isCertain[i] || ourContent != content || isMovedByOurs[i];
             const bool isTouchedByTheirs = !theirs.isCertain[i] || theirContent != content || isMovedByTheirs[i];
             // If both have removed one, or may have, nobody knows whether it is the same, unless all is.

@@ -61,7 +61,7 @@ NodeDiff diffNodes(const pm::MetadataNode& before, const pm::MetadataNode& after
 
 std::vector<NodeDiff> diffChildren(const Nodes& before, const Nodes& after) {
     const Siblings siblings({&before, &after});
-    const Pairing pairing = siblings.pair(0, 1);
+    const Pairing pairing = pairNodes(siblings, 0, 1);
     Numbers partners(after.size(), none);
     for (std::size_t i = 0; i < before.size(); ++i) {
         if (pairing.partners[i] != none)
@@ -75,7 +75,8 @@ std::vector<NodeDiff> diffChildren(const Nodes& before, const Nodes& after) {
             diffs.push_back({before[child.before].get(), nullptr, positionsBefore[child.before], false, {}, {}});
         } else if (child.before == none) {
             diffs.push_back({nullptr, after[child.after].get(), positionsAfter[child.after], false, {}, {}});
-        } else if (child.isMoved || siblings.contentOf(0, child.before) != siblings.contentOf(1, child.after)) {
+        } else if (child.isMoved ||
+                   siblings.children(0)[child.before].content != siblings.children(1)[child.after].content) {
             diffs.push_back(diffNodes(*before[child.before], *after[child.after]));
             diffs.back().position = positionsAfter[child.after];
             diffs.back().isMoved = child.isMoved;
