@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <new>
 #include <string_view>
 #include <unordered_map>
 
@@ -121,6 +122,7 @@ private:
     void addNode();
     void addAttribute();
     bool isRefused(const xmlNode& attribute, std::string_view value);
+    const xmlChar* getName() const;
     [[noreturn]] void fail(const std::u16string& cause) const { raise<MetadataReadFailure>(file_.text(), cause); }
 
     Source source_;
@@ -161,7 +163,7 @@ void TextReader::addNode() {
     if (tree_.getDepth() == TreeBuilder::maxDepth)
         fail(u"its elements are nested more than 256 levels deep");
     const bool isEmpty = xmlTextReaderIsEmptyElement(reader_.get()) != 0;
-    tree_.startElement(xmlTextReaderConstName(reader_.get()));
+    tree_.startElement(getName());
     while (xmlTextReaderMoveToNextAttribute(reader_.get()) == 1)
         addAttribute();
     tree_.endAttributes();
@@ -188,12 +190,20 @@ void TextReader::addAttribute() {
         fail(u"libxml2 cannot expand its entities");
     }
     if (!refused_ || !isRefused(*attribute, view(value)))
-        tree_.addAttribute(xmlTextReaderConstName(reader_.get()), view(value));
+        tree_.addAttribute(getName(), view(value));
+}
+
+/// The name of what the reader is at. That libxml2 has no room for a name with a prefix it tells only by having none.
+const xmlChar* TextReader::getName() const {
+    const xmlChar* const name = xmlTextReaderConstName(reader_.get());
+    if (!name)
+        throw std::bad_alloc();
+    return name;
 }
 
 /// Takes `attribute` down if a node refuses it.
 bool TextReader::isRefused(const xmlNode& attribute, std::string_view value) {
-    const std::u16string key = host::XmlText::toUtf16(xmlTextReaderConstName(reader_.get()));
+    const std::u16string key = host::XmlText::toUtf16(getName());
     const std::u16string text = host::fromUtf8(value);
     const bool isKeyRefused = !isValidKey(key);
     if (!isKeyRefused && isValidAttribute(text))
