@@ -33,4 +33,5 @@ c++ -std=c++17 -o minimal examples/minimal/main.cpp $(pkg-config --cflags --libs
 
 echo "== removal"
 apt-get purge -qq -y '*project-metadata*' >/dev/null
+rm -r ~/.local/state/project-metadata # what scans remember is the user's
 [ -z "$(list_ours)" ] || fail "these are left: $(list_ours)"
