@@ -81,6 +81,8 @@ protected:
     const StoreKind& kind() const noexcept { return kind_; }
 
 private:
+    std::optional<bool> isOfKind(const ProjectMetadataLocation& location) const;
+
     StoreKind kind_;
     cppmicroservices::BundleContext context_;
 };
@@ -101,12 +103,11 @@ public:
 
 std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& root) {
     const ProjectMetadataLocation location(root);
-    settle(location.getDirectory());
-    const auto coreFile = location.locateCoreFile();
-    if (coreFile && !canManage(root)) {
-        const std::u16string type = readMetadataType(*coreFile);
+    if (isOfKind(location) == false) {
+        const host::Path coreFile = location.getCoreFile();
         project::metadata::raise<MetadataReadFailure>(
-            coreFile->text(), u"its metadata is of the type \"" + type + u"\", not \"" + kind_.name + u"\"");
+            coreFile.text(),
+            u"its metadata is of the type \"" + readMetadataType(coreFile) + u"\", not \"" + kind_.name + u"\"");
     }
     return kind_.open(location.getDirectory(), [context = context_](FileJob job) mutable {
         std::vector<FileJob> jobs;
@@ -116,14 +117,18 @@ std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& r
 }
 
 bool StoreFactory::canManage(const host::Path& root) {
-    const ProjectMetadataLocation location(root);
+    return isOfKind(ProjectMetadataLocation(root)) == true;
+}
+
+/// Whether the metadata at `location` is of this kind; nothing if there is none.
+std::optional<bool> StoreFactory::isOfKind(const ProjectMetadataLocation& location) const {
     // The core file itself may be part of a change that was interrupted.
     settle(location.getDirectory());
     try {
         const auto coreFile = location.locateCoreFile();
-        if (!coreFile || readMetadataType(*coreFile) != kind_.name)
-            return false;
-        return kind_.isAllInCoreFile || requireSound(*coreFile);
+        if (!coreFile)
+            return std::nullopt;
+        return readMetadataType(*coreFile) == kind_.name && (kind_.isAllInCoreFile || requireSound(*coreFile));
     } catch (const MetadataReadFailure&) {
         const host::Path folder = location.getDirectory();
         if (kind_.hasContentIn && kind_.hasContentIn(folder))
