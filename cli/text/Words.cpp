@@ -54,7 +54,7 @@ private:
         const std::size_t end = line_.find('\'', next_);
         if (end == std::string::npos)
             throw CommandError(Status::usage, "a ' has no second one");
-        const std::string text = line_.substr(next_, end - next_);
+        std::string text = line_.substr(next_, end - next_);
         next_ = end + 1;
         return text;
     }
