@@ -1,5 +1,6 @@
 #include "project/metadata/SingleFileExport.hpp"
 
+#include <array>
 #include <memory>
 #include <string>
 
@@ -18,6 +19,14 @@ const char16_t* const singleFileStore = u"monolithic";
 
 /// The name that this store gives to the root node of its file.
 const char16_t* const singleFileRootName = u"Project";
+
+/// The bytes of a small file, or the first ones of a large one; none if it cannot be read.
+std::string readStart(const host::Path& file) {
+    std::array<char, 256> bytes;
+    host::InputFileStream stream(file.accessName(), std::ios::in | std::ios::binary);
+    stream.read(bytes.data(), bytes.size());
+    return {bytes.data(), static_cast<std::size_t>(stream.gcount())};
+}
 
 /// Why `getMetadataManagerFor` has found no store for the project in `root`.
 std::u16string explainMissingSource(const host::Path& root) {
@@ -43,6 +52,7 @@ void writeMetadataToSingleFile(const host::Path& from, const host::Path& to) {
         raise<MetadataWriteFailure>(to.text(), u"there is no metadata store named \"monolithic\"");
     // A core file that is there decides where the store keeps its own, not the user's settings for new projects.
     CoreMetadataHandler(scratchFolder, singleFileStore, singleFileRootName).createCoreMetadata();
+    const std::string emptyFile = readStart(scratchFile);
     const std::unique_ptr<MetadataManager> destination = factory->createManager(scratchRoot);
     if (!destination)
         raise<MetadataWriteFailure>(to.text(), u"the metadata store named \"monolithic\" could not be opened");
@@ -51,6 +61,9 @@ void writeMetadataToSingleFile(const host::Path& from, const host::Path& to) {
         raise<MetadataReadFailure>(from.text(), explainMissingSource(from));
 
     copyMetadata(*source, *destination);
+    // A store that keeps what it was given in another place, or nowhere, would otherwise pass for an empty project.
+    if (readStart(scratchFile) == emptyFile && !source->getChildren(MetadataPath()).empty())
+        raise<MetadataWriteFailure>(to.text(), u"the metadata store named \"monolithic\" has not written its file");
     // The store has completed the file by now; the stores and the scratch folder are released in reverse order.
     host::FileSystem::copy_file(scratchFile, to, host::CopyOption::none);
 }

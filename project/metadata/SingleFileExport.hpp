@@ -15,7 +15,7 @@ namespace project::metadata {
 /// the copying leaves `to` alone; an existing `to` is not replaced where the host's `copy_file` refuses to. The scratch
 /// folder is removed on every way out. May be called from any thread, as far as the stores allow.
 ///
-/// @throws MetadataWriteFailure if there is no store "monolithic", or it cannot be opened
+/// @throws MetadataWriteFailure if there is no store "monolithic", it cannot be opened, or has not written its file
 /// @throws MetadataReadFailure if no store recognises `from`, or the one that does cannot be opened
 /// @throws host::FileSystemException if the scratch folder cannot be made or the file not copied
 /// @throws whatever the stores throw

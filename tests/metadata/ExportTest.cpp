@@ -10,16 +10,18 @@ using namespace test;
 
 namespace {
 
-/// A factory whose stores cannot be opened.
+/// A factory whose stores cannot be opened, but for one that it was given.
 struct ClosedFactory : MetadataManagerFactory {
-    explicit ClosedFactory(std::u16string factoryName) : name(std::move(factoryName)) {}
+    ClosedFactory(std::u16string factoryName, std::unique_ptr<MetadataManager> oneStore)
+        : name(std::move(factoryName)), store(std::move(oneStore)) {}
 
-    std::unique_ptr<MetadataManager> createManager(const host::Path& /*root*/) override { return nullptr; }
+    std::unique_ptr<MetadataManager> createManager(const host::Path& /*root*/) override { return std::move(store); }
     bool canManage(const host::Path& /*root*/) override { return true; }
     std::u16string getName() override { return name; }
     std::u16string getDescription() override { return u"for tests"; }
 
     std::u16string name;
+    std::unique_ptr<MetadataManager> store;
 };
 
 class ExportTest : public InstallationTest {
@@ -35,8 +37,9 @@ protected:
         unsetenv("TMPDIR");
     }
 
-    void addClosed(const std::u16string& name) const {
-        framework->GetBundleContext().RegisterService<MetadataManagerFactory>(std::make_shared<ClosedFactory>(name));
+    void addClosed(const std::u16string& name, std::unique_ptr<MetadataManager> store = nullptr) const {
+        framework->GetBundleContext().RegisterService<MetadataManagerFactory>(
+            std::make_shared<ClosedFactory>(name, std::move(store)));
     }
 
     void makeProject() const {
@@ -89,7 +92,7 @@ TEST_F(ExportTest, theUsersSettingsDoNotChangeAByte) {
     }
 }
 
-TEST_F(ExportTest, withoutAMonolithicStoreTheTargetIsLeftAlone) {
+TEST_F(ExportTest, withoutAMonolithicStoreThatWritesItsFileTheTargetIsLeftAlone) {
     makeProject();
     for (cppmicroservices::Bundle& bundle : framework->GetBundleContext().GetBundles()) {
         if (bundle.GetSymbolicName() == "project_metadata_monolithic")
@@ -97,7 +100,9 @@ TEST_F(ExportTest, withoutAMonolithicStoreTheTargetIsLeftAlone) {
     }
     EXPECT_EQ(raised<MetadataWriteFailure>([&] { writeMetadataToSingleFile(from, to); }),
               (Texts{to.text(), u"there is no metadata store named \"monolithic\""}));
-    addClosed(u"monolithic");
+    addClosed(u"monolithic", getNamedFactory(u"fixedPath")->createManager(folder.path() / u"elsewhere"));
+    EXPECT_EQ(raised<MetadataWriteFailure>([&] { writeMetadataToSingleFile(from, to); }),
+              (Texts{to.text(), u"the metadata store named \"monolithic\" has not written its file"}));
     EXPECT_EQ(raised<MetadataWriteFailure>([&] { writeMetadataToSingleFile(from, to); }),
               (Texts{to.text(), u"the metadata store named \"monolithic\" could not be opened"}));
     EXPECT_EQ(readBytes(toStd(to)), "before");
