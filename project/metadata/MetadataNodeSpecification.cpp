@@ -55,8 +55,9 @@ MetadataNodeSpecification::MetadataNodeSpecification(const MetadataNode& copied)
             MetadataNodeSpecification::put(key, other.get(key));
     }
     takeAttributes(same ? *same : *this);
-    children_.reserve(other.getChildNodes().size());
-    for (const std::shared_ptr<MetadataNode>& child : other.getChildNodes())
+    const std::vector<std::shared_ptr<MetadataNode>>& children = other.getChildNodes();
+    children_.reserve(children.size());
+    for (const std::shared_ptr<MetadataNode>& child : children)
         children_.push_back(std::make_shared<MetadataNodeSpecification>(*child));
 }
 

@@ -56,6 +56,41 @@ TEST(NodeTest, copyingMergesAttributesAndAppendsCopiesOfChildren) {
     EXPECT_EQ(render(constructed), u"S{b=source}[x[y{k=v}]]");
 }
 
+TEST(NodeTest, aNodeOfAnotherTypeIsAskedOnceForEachThing) {
+    struct Recording : MetadataNodeSpecification {
+        using MetadataNodeSpecification::MetadataNodeSpecification;
+        const std::u16string& get(std::u16string key) const override {
+            calls.push_back(u"get " + key);
+            return MetadataNodeSpecification::get(key);
+        }
+        std::vector<std::u16string> getAttributeKeys() const override {
+            calls.emplace_back(u"getAttributeKeys");
+            return {u"b", u"a", u"absent"};
+        }
+        const std::u16string& getName() const override {
+            calls.emplace_back(u"getName");
+            return MetadataNodeSpecification::getName();
+        }
+        const std::vector<std::shared_ptr<MetadataNode>>& getChildNodes() const override {
+            calls.emplace_back(u"getChildNodes");
+            return MetadataNodeSpecification::getChildNodes();
+        }
+        MetadataNode& createChildNode(std::u16string name) override {
+            return MetadataNodeSpecification::createChildNode(u"own " + name);
+        }
+        using MetadataNodeSpecification::createChildNode;
+        mutable Texts calls;
+    };
+    Recording node(u"N");
+    node.put(u"a", u"1");
+    node.put(u"b", u"2");
+    node.createChildNode();
+    const MetadataNodeSpecification copy(static_cast<const MetadataNodeSpecification&>(node));
+    EXPECT_EQ(node.calls,
+              (Texts{u"getName", u"getAttributeKeys", u"get b", u"get a", u"get absent", u"getChildNodes"}));
+    EXPECT_EQ(render(copy), u"N{a=1}{absent=}{b=2}[own Info]");
+}
+
 namespace {
 
 /// Changes some node of the tree below `node`, as `random` has it.
