@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -54,6 +55,13 @@ public:
     }
 
     int count() const { return count_; }
+
+    /// How often a client has waited for an answer since the last call.
+    int takeRoundTrips() { return roundTrips_.exchange(0); }
+
+    /// Lets each round trip take so much longer.
+    void delay(std::chrono::milliseconds time) { delay_ = time; }
+
     bool isCut() const { return isCut_; }
 
     /// How many connections there have been.
@@ -122,6 +130,11 @@ private:
                     return;
                 held.at(from).append(buffer.data(), static_cast<std::size_t>(size));
                 while (const std::size_t length = framings.at(from).next(held.at(from))) {
+                    constexpr char sync = 'S';
+                    if (from == 0 && held.at(from).front() == sync) {
+                        ++roundTrips_;
+                        std::this_thread::sleep_for(delay_.load());
+                    }
                     if (send(ends.at(1 - from), held.at(from).data(), length, MSG_NOSIGNAL) < 0)
                         return;
                     held.at(from).erase(0, length);
@@ -140,6 +153,8 @@ private:
     std::atomic<int> count_ = 0;
     std::atomic<int> cutAfter_ = 0;
     std::atomic<int> connections_ = 0;
+    std::atomic<int> roundTrips_ = 0;
+    std::atomic<std::chrono::milliseconds> delay_{};
     std::atomic<bool> isForGood_ = false;
     std::atomic<bool> isCut_ = false;
     std::atomic<bool> isOver_ = false;

@@ -341,6 +341,59 @@ TEST_F(PostgresqlStoreTest, NothingIsLostWhenTheServerRestarts) {
     EXPECT_EQ(later, children);
 }
 
+TEST_F(PostgresqlStoreTest, RoundTripsDoNotGrowWithTheProject) {
+    constexpr int folders = 100;
+    constexpr int files = 200;
+    open()->addPath(path({u"0"}));
+    CuttingProxy proxy(theServer().socket());
+    PostgresqlServer::addOtherService("counted", "host=" + proxy.host() + "\nuser=postgres\ndbname=postgres");
+    const AllowedServers allowed("counted");
+    changeCore("Service", "counted");
+    auto store = open();
+    // The session and the version of the tables, and the number of the last batch.
+    EXPECT_EQ(proxy.takeRoundTrips(), 2);
+    std::map<MetadataPath, std::shared_ptr<MetadataNode>> nodes;
+    std::vector<MetadataPath> paths;
+    for (int i = 0; i < folders; ++i) {
+        for (int j = 0; j < files; ++j) {
+            paths.push_back(path({number(i), number(j)}));
+            nodes[paths.back()] = node(number(j));
+        }
+    }
+    // What there is, and the batch.
+    store->setNodes(nodes);
+    EXPECT_EQ(proxy.takeRoundTrips(), 2);
+    store->setPaths(paths);
+    EXPECT_EQ(proxy.takeRoundTrips(), 2);
+    store->setNode(paths.front(), *node(u"new"));
+    EXPECT_EQ(proxy.takeRoundTrips(), 2);
+    store->setNode(paths.front(), *node(u"new"));
+    EXPECT_EQ(proxy.takeRoundTrips(), 1);
+    store = nullptr;  // the proxy serves one after the other
+    store = open();
+    proxy.takeRoundTrips();
+    store->getNode(paths.back());
+    EXPECT_EQ(proxy.takeRoundTrips(), 1);
+    store = nullptr;
+    // Lists of twice as many paths each time up to 1024; and a look for each round trip's time that the reader takes.
+    constexpr auto delay = std::chrono::milliseconds(5);
+    proxy.delay(delay);
+    const auto start = Clock::now();
+    EXPECT_EQ(read(*open()).size(), 1U + folders + folders * files);
+    const auto time = Clock::now() - start;
+    const int roundTrips = proxy.takeRoundTrips();
+    EXPECT_LT(roundTrips, 2 + 20 + 2 * 15 + (time - roundTrips * delay) / delay);
+}
+
+TEST_F(PostgresqlStoreTest, AStoreSeesItsOwnChangesHoweverItHasLookedMeanwhile) {
+    const auto store = open();
+    for (int i = 0; i < 100; ++i) {
+        store->setNode(path({u"a"}), *node(number(i)));
+        store->addPath(path({u"a"}));
+        ASSERT_EQ(store->getNode(path({u"a"}))->get(u"Value"), number(i));
+    }
+}
+
 /// Whichever message is the last one that gets through, a change ends with the new content, or with an error and with
 /// one of both; and it is never made twice.
 TEST_F(PostgresqlStoreTest, ACutAtAnyMessageIsFoundOut) {
