@@ -1,7 +1,8 @@
 /// What has to be said to a store before it can make a project, for stores that keep content elsewhere than in the
-/// project's folder; and how such content is removed. Both interfaces are optional.
+/// project's folder; and how such content is followed and removed. Both interfaces are optional.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -43,6 +44,13 @@ public:
     /// A number that grows with each change of the content, whoever makes it.
     /// @throws project::metadata::MetadataReadFailure
     virtual std::int64_t getContentVersion() const = 0;
+
+    /// Waits until the content has another version than `version`, until `limit` is over, or until the file descriptor
+    /// `descriptor` can be read; -1 for none.
+    /// @return the version that is known then; 0 if there is no project any more
+    /// @throws project::metadata::MetadataReadFailure, also if the way to the content breaks and cannot be found again;
+    ///         host::InterruptedException
+    virtual std::int64_t waitForChange(std::int64_t version, int descriptor, std::chrono::milliseconds limit) = 0;
 
     /// Removes all content, so that nothing is left but the files in the metadata folder; for tools that have moved it
     /// elsewhere, or have made it in vain. It is the content that the store was asked about last, whatever has become

@@ -252,6 +252,7 @@ std::vector<Result> Connection::exchange(const std::vector<Call>& calls, Patienc
         throw ServerError(cause, error ? error->state() : "", true);
     }
     PQexitPipelineMode(connection_.get());
+    readNotices();
     if (error)
         throw ServerError(*error);
     return results;
@@ -328,6 +329,44 @@ bool Connection::wait(short events, Patience patience, std::optional<Clock::time
         if (end && Clock::now() >= *end)
             return false;
     }
+}
+
+void Connection::expect(std::string text) {
+    expected_ = std::move(text);
+    isNoticed_ = false;
+}
+
+bool Connection::takeNotice() {
+    return std::exchange(isNoticed_, false);
+}
+
+bool Connection::waitForNotice(int other, Clock::time_point end) {
+    constexpr std::chrono::milliseconds betweenLooks(100);
+    while (true) {
+        readNotices();
+        if (isNoticed_)
+            return true;
+        host::Interruption::throwIfRequested();
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+        const auto time = std::clamp(left, std::chrono::milliseconds(0), betweenLooks);
+        std::array<pollfd, 2> polled{pollfd{PQsocket(connection_.get()), POLLIN, 0}, pollfd{other, POLLIN, 0}};
+        const int ready = poll(polled.data(), polled.size(), static_cast<int>(time.count()));
+        if ((ready < 0 && errno != EINTR) || (polled[0].revents != 0 && PQconsumeInput(connection_.get()) != 1)) {
+            connection_.reset();
+            return false;
+        }
+        if (polled[1].revents != 0 || (ready == 0 && Clock::now() >= end))
+            return false;
+    }
+}
+
+/// None of them is kept, so that they need no memory however long nobody asks for them.
+void Connection::readNotices() {
+    struct Releaser {
+        void operator()(PGnotify* notice) const { PQfreemem(notice); }
+    };
+    while (const std::unique_ptr<PGnotify, Releaser> notice{PQnotifies(connection_.get())})
+        isNoticed_ = isNoticed_ || notice->extra == expected_;
 }
 
 void Connection::rollBack() noexcept {

@@ -121,6 +121,18 @@ public:
     ///         connection is gone.
     std::vector<Result> run(const std::vector<Call>& calls, Patience patience);
 
+    /// From now on takes notice of what the server tells with `text` on a channel that this session listens to.
+    void expect(std::string text);
+
+    /// Whether the server has told that since the last call.
+    bool takeNotice();
+
+    /// Waits until the server tells something that is expected, until `end`, or until the file descriptor `other` can
+    /// be read, -1 for none. A connection that breaks meanwhile is closed then.
+    /// @return whether the server has told something; `takeNotice` will say so too
+    /// @throws host::InterruptedException
+    bool waitForNotice(int other, Clock::time_point end);
+
     /// Whether it can be used.
     bool isOpen() const noexcept { return connection_ != nullptr; }
 
@@ -145,12 +157,16 @@ private:
     /// @return whether the socket is ready before `end`
     bool wait(short events, Patience patience, std::optional<Clock::time_point> end = std::nullopt);
 
+    void readNotices();
+
     /// Closes the connection. @throws ServerError
     [[noreturn]] void lose(const std::string& cause);
     [[noreturn]] void lose();
 
     std::unique_ptr<PGconn, Closer> connection_;
     std::set<const Statement*> prepared_;
+    std::string expected_;    // what the server may tell
+    bool isNoticed_ = false;  // whether it has
 };
 
 /// Rolls back at its end what is open then.

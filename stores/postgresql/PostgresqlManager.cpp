@@ -136,6 +136,10 @@ std::int64_t PostgresqlManager::getContentVersion() const {
     return answer ? answer->batch : 0;
 }
 
+std::int64_t PostgresqlManager::waitForChange(std::int64_t version, int descriptor, std::chrono::milliseconds limit) {
+    return project_.waitForBatch(version, descriptor, std::chrono::steady_clock::now() + limit);
+}
+
 bool PostgresqlManager::removeContent(std::int64_t version) {
     return project_.remove(version);
 }

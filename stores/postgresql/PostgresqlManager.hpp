@@ -53,6 +53,7 @@ public:
     std::vector<project::metadata::MetadataOption> getOptions() const override;
     void setOption(const std::u16string& name, const std::u16string& value) override;
     std::int64_t getContentVersion() const override;
+    std::int64_t waitForChange(std::int64_t version, int descriptor, std::chrono::milliseconds limit) override;
     bool removeContent(std::int64_t version) override;
 
 private:

@@ -23,8 +23,16 @@
 // A batch begins with writing the next number into the row of its project. So the batches of a project happen one after
 // the other, each seeing all that the one before it has done: they are serializable, whatever the level of isolation,
 // and nobody is sent away because of somebody else's project. What is read comes from one moment.
+//
+// A batch tells those who wait for changes by NOTIFY on the channel "project_metadata". All transactions that do so
+// take turns, on the whole server. So it does that only where somebody listens: a listener holds an advisory lock of
+// the project, shared with others, and a batch tries to take it alone. The number of the lock and the text of the
+// notice follow from the project's, but do not tell it, since anybody in the database can see them.
 
 #include "stores/postgresql/ProjectTable.hpp"
+
+#include <boost/uuid/name_generator_sha1.hpp>
+#include <boost/uuid/uuid_io.hpp>
 
 #include <algorithm>
 
@@ -51,6 +59,11 @@ constexpr Statement setSchema{"set_schema",
 constexpr Statement setCommit{"set_commit",
                               "SELECT set_config('synchronous_commit', 'on', false)"
                               " WHERE current_setting('synchronous_commit') = 'off'"};
+// Each of them once: one has the same name as another that takes other arguments.
+constexpr Statement selectNotify{
+    "select_notify",
+    "SELECT count(DISTINCT proname) = 3 FROM pg_proc WHERE has_function_privilege(oid, 'EXECUTE') AND"
+    " proname IN ('pg_notify', 'pg_try_advisory_xact_lock', 'pg_advisory_lock_shared')"};
 constexpr Statement selectVersion{"select_version", "SELECT version FROM format"};
 
 constexpr Statement createTables[] = {
@@ -81,6 +94,11 @@ constexpr Statement takeTurn{"take_turn",
 constexpr Statement insertBatch{"insert_batch", "INSERT INTO batch (project, number, token) VALUES ($1, $2, $3)"};
 constexpr Statement selectToken{"select_token", "SELECT number FROM batch WHERE project = $1 AND token = $2"};
 constexpr Statement deleteBatches{"delete_batches", "DELETE FROM batch WHERE project = $1 AND number <= $2"};
+
+constexpr Statement notify{"notify",
+                           "SELECT pg_notify('project_metadata', $2) WHERE NOT pg_try_advisory_xact_lock($1)"};
+constexpr Statement listenToChanges{"listen", "LISTEN project_metadata"};
+constexpr Statement holdListenersLock{"hold_listeners_lock", "SELECT pg_advisory_lock_shared($1)"};
 
 #define COLUMNS                                                                                        \
     "path.id, path.parent, path.type, path.location, path.position, path.node IS NOT NULL, path.node," \
@@ -180,6 +198,18 @@ void update(Calls& calls, const Statement& statement, const Arguments& first,
     });
 }
 
+uuid getListenersName(const uuid& project) {
+    return boost::uuids::name_generator_sha1(project)("changes");
+}
+
+std::int64_t getListenersLock(const uuid& project) {
+    std::uint64_t number = 0;
+    const uuid name = getListenersName(project);
+    for (std::size_t i = 0; i < sizeof number; ++i)
+        number = number << 8U | name.data[i];
+    return static_cast<std::int64_t>(number);
+}
+
 Row readRow(const Result& result, int row) {
     Row read{};
     read.id = result.id(row, 0);
@@ -210,6 +240,11 @@ bool Row::isSound() const {
 void prepareSession(Calls& calls, const std::string& schema, std::chrono::milliseconds limit) {
     calls.push_back({setSchema, Arguments().add(schema).add(std::to_string(limit.count()))});
     calls.push_back({setCommit});
+    calls.push_back({selectNotify});
+}
+
+bool canTell(const Result& result) {
+    return result.boolean(0, 0);
 }
 
 void askForVersion(Calls& calls) {
@@ -298,7 +333,7 @@ std::optional<Answer> takeAnswer(const Question& question, const Result* results
 }
 
 void write(Calls& calls, const uuid& project, std::int64_t last, const uuid& token, const RowChanges& changes,
-           bool isBegun) {
+           bool isBegun, bool isTold) {
     const std::int64_t batch = last + 1;
     if (!isBegun)
         calls.push_back({begin});
@@ -311,7 +346,23 @@ void write(Calls& calls, const uuid& project, std::int64_t last, const uuid& tok
     update(calls, updateNodes, Arguments().add(project).add(batch), changes.nodes);
     insert(calls, project, batch, changes.added);
     calls.push_back({deleteBatches, Arguments().add(project).add(batch - rememberedBatches)});
+    if (isTold)
+        calls.push_back({notify, Arguments().add(getListenersLock(project)).add(getNotice(project))});
     calls.push_back({commit});
+}
+
+void listen(Calls& calls, const uuid& project) {
+    calls.push_back({listenToChanges});
+    calls.push_back({holdListenersLock, Arguments().add(getListenersLock(project))});
+}
+
+std::string getNotice(const uuid& project) {
+    return to_string(getListenersName(project));
+}
+
+bool isUnsupported(const ServerError& error) {
+    constexpr std::string_view featureNotSupported = "0A000";
+    return error.state() == featureNotSupported;
 }
 
 bool isOvertaken(const ServerError& error) {

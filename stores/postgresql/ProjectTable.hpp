@@ -82,6 +82,9 @@ struct RowChanges {
 /// Appends what prepares a session for a schema, in which nobody is waited for longer than `limit`.
 void prepareSession(Calls& calls, const std::string& schema, std::chrono::milliseconds limit);
 
+/// Whether the answer to the last one of those calls is that the server can tell of changes.
+bool canTell(const Result& result);
+
 /// Appends the question for the version of the schema.
 void askForVersion(Calls& calls);
 
@@ -106,8 +109,18 @@ std::optional<Answer> takeAnswer(const Question& question, const Result* results
 /// Appends what carries out `changes` as the batch after the batch `last`, and ends the transaction. It fails if `last`
 /// is not the last one. `token`, which nobody else has, tells the batch from all others.
 /// @param isBegun whether a transaction has been begun by `Asking::inTurn`
+/// @param isTold whether those who listen are told of it
 void write(Calls& calls, const uuid& project, std::int64_t last, const uuid& token, const RowChanges& changes,
-           bool isBegun);
+           bool isBegun, bool isTold);
+
+/// Appends what makes the session be told of batches of the project that are made from now on.
+void listen(Calls& calls, const uuid& project);
+
+/// The text with which it is told.
+std::string getNotice(const uuid& project);
+
+/// Whether `error` says that the server cannot do that although it has the functions.
+bool isUnsupported(const ServerError& error);
 
 /// Whether `error` says that somebody else has made a batch after `last`.
 bool isOvertaken(const ServerError& error);

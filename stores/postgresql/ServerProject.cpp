@@ -12,6 +12,9 @@
 // Whether somebody has is asked each time, unless it was found out just now: within the time that the fastest such
 // question has taken, by when nobody far away can have told of a change. Changes of this process are known at once.
 //
+// Whoever waits for changes is told of them, where the server can do that (LISTEN, NOTIFY), and looks at the number of
+// the last batch only now and then, since others may not be able to tell; otherwise each second.
+//
 // What passes is tried again until the limit is reached: the server restarts, or asks for it, as distributed ones do.
 // If the connection breaks while a change is being written, it may have been made or not. The next connection gets in
 // line behind what is left of it, and looks for the token of the batch. Where it is not there, it never will be: what
@@ -128,12 +131,15 @@ bool ServerProject::find() {
 void ServerProject::connect(const Server& server, Clock::time_point end) {
     connection_.emplace(host::toUtf8(server.service), end);
     connected_ = server;
+    listensTo_.reset();
     Calls calls;
     prepareSession(calls, host::toUtf8(server.schema), limit_);
     const std::size_t version = calls.size();
     askForVersion(calls);
     try {
-        requireVersion(connection_->run(calls, Patience::interruptible)[version]);
+        const auto results = connection_->run(calls, Patience::interruptible);
+        requireVersion(results[version]);
+        canTell_ = canTell(results[version - 1]);
         hasTables_ = true;
     } catch (const ServerError& error) {
         if (error.state() != undefinedTable) {
@@ -141,7 +147,7 @@ void ServerProject::connect(const Server& server, Clock::time_point end) {
             throw;
         }
         calls.pop_back();
-        connection_->run(calls, Patience::interruptible);
+        canTell_ = canTell(connection_->run(calls, Patience::interruptible).back());
         hasTables_ = false;
     }
 }
@@ -223,6 +229,51 @@ std::vector<const Row*> ServerProject::readChildren(const PathId& parent) {
     return *children;
 }
 
+bool ServerProject::listen() {
+    Connection& connection = useProject(Clock::now() + limit_);
+    if (listensTo_ == address_->project)
+        return false;
+    isTold_ = false;
+    if (canTell_) {
+        Calls calls;
+        postgresql::listen(calls, address_->project);
+        connection.expect(getNotice(address_->project));
+        try {
+            connection.run(calls, Patience::interruptible);
+            isTold_ = true;
+        } catch (const ServerError& error) {
+            if (error.isLost())
+                throw;
+            // A server that only follows another one, for example. Looking does as well.
+        }
+    }
+    listensTo_ = address_->project;
+    return true;
+}
+
+std::int64_t ServerProject::waitForBatch(std::int64_t known, int other, Clock::time_point end) {
+    constexpr auto betweenLooks = std::chrono::seconds(1);
+    constexpr auto betweenLooksWhenTold = std::chrono::seconds(10);
+    while (find()) {
+        try {
+            // The look comes last: what is told from now on may be older than it, but what is not told is not newer.
+            if (listen() || connection_->takeNotice() || lastBatch_ != known || Clock::now() >= nextLook_) {
+                const auto answer = ask({});
+                nextLook_ = Clock::now() + (isTold_ ? betweenLooksWhenTold : betweenLooks);
+                if (!answer || answer->batch != known)
+                    return answer ? answer->batch : 0;
+            }
+            if (!connection_->isOpen() || connection_->waitForNotice(other, std::min(end, nextLook_)))
+                continue;
+            if (connection_->isOpen() && Clock::now() < nextLook_)
+                return known;
+        } catch (const ServerError& error) {
+            raise<MetadataReadFailure>(coreFile_.text(), describe(*address_, error));
+        }
+    }
+    return 0;
+}
+
 void ServerProject::change(const PathEdit& edit) {
     while (true) {
         store_support::requireMetadataType(folder_, postgresqlName);
@@ -260,11 +311,12 @@ std::optional<std::int64_t> ServerProject::write(const PathEdit& edit, const Row
     bool isInDoubt = false;
     try {
         Calls calls;
-        postgresql::write(calls, address_->project, last, token, changes, false);
-        useProject(end).run(calls, Patience::untilAnswered);
+        Connection& connection = useProject(end);
+        postgresql::write(calls, address_->project, last, token, changes, false, canTell_ && !refusesToTell_);
+        connection.run(calls, Patience::untilAnswered);
         return last + 1;
     } catch (const ServerError& error) {
-        if (!error.isPassing() && !isOvertaken(error))
+        if (!error.isPassing() && !isOvertaken(error) && !canDoWithoutTelling(error))
             throw;
         isInDoubt = error.isLost();
     }
@@ -289,13 +341,13 @@ std::optional<std::int64_t> ServerProject::write(const PathEdit& edit, const Row
             if (anew.areNone())
                 return std::nullopt;
             calls.clear();
-            postgresql::write(calls, address_->project, answer->batch, token, anew, true);
+            postgresql::write(calls, address_->project, answer->batch, token, anew, true, canTell_ && !refusesToTell_);
             isWriting = true;
             connection.run(calls, Patience::untilAnswered);
             return answer->batch + 1;
         } catch (const ServerError& error) {
             isInDoubt = isInDoubt || (isWriting && error.isLost());
-            if (!error.isPassing() || Clock::now() >= end) {
+            if ((!error.isPassing() && !canDoWithoutTelling(error)) || Clock::now() >= end) {
                 if (!isInDoubt)
                     throw;
                 throw ServerError(std::string("the connection broke while the change was being written, and whether it "
@@ -309,6 +361,10 @@ std::optional<std::int64_t> ServerProject::write(const PathEdit& edit, const Row
         else
             pause(attempt);
     }
+}
+
+bool ServerProject::canDoWithoutTelling(const ServerError& error) {
+    return isUnsupported(error) && canTell_ && !std::exchange(refusesToTell_, true);
 }
 
 bool ServerProject::create(const PathEdit& edit) {

@@ -60,6 +60,11 @@ public:
     /// @throws project::metadata::MetadataWriteFailure; as `ask`
     bool remove(std::int64_t last);
 
+    /// Waits until the number of the last batch is another than `known`, until `end`, or until the file descriptor
+    /// `other` can be read, -1 for none. @return the number; 0 if there is no project
+    /// @throws project::metadata::MetadataReadFailure; host::InterruptedException
+    std::int64_t waitForBatch(std::int64_t known, int other, std::chrono::steady_clock::time_point end);
+
     /// Whether there is a project. @throws project::metadata::MetadataReadFailure as the constructor
     bool exists() { return find(); }
 
@@ -88,12 +93,19 @@ private:
     /// The connection to the server of the project, which has the tables. @throws ServerError
     Connection& useProject(Clock::time_point end);
 
+    /// Makes the connection be told of batches of the project, if it is not yet and the server can do that.
+    /// @return whether there may have been batches of which it was not told
+    bool listen();
+
     void write(const PathEdit& edit, const RowChanges& changes, std::int64_t last);
 
     /// @return the number of the batch, no value if there is nothing left to change
     /// @throws ServerError; as `PathEdit`
     std::optional<std::int64_t> write(const PathEdit& edit, const RowChanges& changes, std::int64_t last,
                                       const uuid& token);
+
+    /// Whether a batch that failed like that may succeed if nobody is told of it, as is done from now on.
+    bool canDoWithoutTelling(const ServerError& error);
 
     /// @throws project::metadata::MetadataWriteFailure if there is none
     Server getServerForNew() const;
@@ -115,7 +127,12 @@ private:
     std::optional<Address> address_;                     // what it says
     std::optional<Server> connected_;                    // where the connection leads
     std::optional<Connection> connection_;
-    bool hasTables_ = false;  // whether there are tables where the connection leads
+    bool hasTables_ = false;         // whether there are tables where the connection leads
+    bool canTell_ = false;           // whether batches are told to those who listen there
+    bool refusesToTell_ = false;     // whether a server has refused to, though it has what is needed
+    std::optional<uuid> listensTo_;  // the project of whose batches the connection is told, or cannot be
+    bool isTold_ = false;            // whether it is
+    Clock::time_point nextLook_;     // when to look for batches if nothing is told before
     SeenChanges seen_;
     ReadAhead ahead_;
     Clock::duration fastestLook_ = std::chrono::milliseconds(50);

@@ -12,6 +12,7 @@
 
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataOptions.hpp"
 #include "stores/postgresql/PostgresqlManager.hpp"
 #include "tests/faults/Scenarios.hpp"
 #include "tests/stores/CuttingProxy.hpp"
@@ -392,6 +393,81 @@ TEST_F(PostgresqlStoreTest, AStoreSeesItsOwnChangesHoweverItHasLookedMeanwhile) 
         store->addPath(path({u"a"}));
         ASSERT_EQ(store->getNode(path({u"a"}))->get(u"Value"), number(i));
     }
+}
+
+/// Where a look would come too late to explain it, those who wait are told of a change; elsewhere they look.
+TEST_F(PostgresqlStoreTest, WhoWaitsLearnsOfChanges) {
+    open()->setNode(path({u"a"}), *node(u"0"));
+    const TempFolder other;
+    const auto stranger = openStore(u"postgresql", other.path());
+    theServer().run(
+        "CREATE ROLE silent LOGIN; GRANT USAGE ON SCHEMA project_metadata TO silent;"
+        "GRANT SELECT, INSERT, UPDATE, DELETE ON ALL TABLES IN SCHEMA project_metadata TO silent;"
+        "REVOKE EXECUTE ON FUNCTION pg_notify FROM PUBLIC");
+    theServer().addService("silent", "silent");
+    const AllowedServers allowed("silent");
+    int value = 0;
+    const auto change = [&] { open()->setNode(path({u"a"}), *node(number(++value))); };
+    std::array<int, 2> readable{};
+    ASSERT_EQ(pipe(readable.data()), 0);
+    struct Case {
+        const char* what;
+        const char* service;
+        std::function<void()> meanwhile;
+        std::int64_t batches;  ///< how many more there are when the waiting ends
+        bool isShort;          ///< whether it ends before its time is over
+    };
+    const Case cases[] = {
+        {"a change", "test", change, 1, true},
+        {"nothing", "test", [] {}, 0, false},
+        {"a change of another project", "test", [&] { stranger->addPath(path({number(++value)})); }, 0, false},
+        {"a change after the connection broke", "test",
+         [&] {
+             theServer().run(
+                 "SELECT pg_terminate_backend(pid) FROM pg_stat_activity"
+                 " WHERE application_name = 'project_metadata'");
+             change();
+         },
+         1, true},
+        {"a change of which nobody may be told", "silent", change, 1, true},
+        {"something else", "test", [&] { EXPECT_EQ(write(readable[1], "", 1), 1); }, 0, true},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.what);
+        changeCore("Service", each.service);
+        const auto limit = std::chrono::milliseconds(each.isShort ? 8000 : 700);
+        const auto store = open();
+        auto& content = dynamic_cast<project::metadata::RemoteContent&>(*store);
+        const std::int64_t version = content.getContentVersion();
+        std::thread others([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            each.meanwhile();
+        });
+        const auto start = Clock::now();
+        EXPECT_EQ(content.waitForChange(version, readable[0], limit), version + each.batches);
+        EXPECT_EQ(Clock::now() - start < limit, each.isShort);
+        others.join();
+    }
+    theServer().run("GRANT EXECUTE ON FUNCTION pg_notify TO PUBLIC");
+    for (const int end : readable)
+        close(end);
+    changeCore("Service", "test");
+    // A server that has all that is needed, but does nothing with it.
+    theServer().run(
+        "SET allow_system_table_mods = on; ALTER FUNCTION pg_notify RENAME TO kept;"
+        "CREATE FUNCTION pg_catalog.pg_notify(text, text) RETURNS void LANGUAGE plpgsql"
+        " AS $$ BEGIN RAISE feature_not_supported; END $$");
+    const auto store = open();
+    auto& content = dynamic_cast<project::metadata::RemoteContent&>(*store);
+    content.waitForChange(content.getContentVersion(), -1, std::chrono::milliseconds(0));
+    change();
+    EXPECT_EQ(open()->getNode(path({u"a"}))->get(u"Value"), number(value));
+    theServer().run("DROP FUNCTION pg_catalog.pg_notify; ALTER FUNCTION kept RENAME TO pg_notify");
+    run("DELETE FROM project WHERE id = $project");
+    expectNamed(messageOf<MetadataReadFailure>([&] { content.waitForChange(0, -1, std::chrono::seconds(8)); }),
+                "there is no such project");
+    std::filesystem::remove(coreFile());
+    EXPECT_EQ(content.waitForChange(1, -1, std::chrono::seconds(8)), 0);
 }
 
 /// Whichever message is the last one that gets through, a change ends with the new content, or with an error and with
