@@ -47,7 +47,7 @@ ProjectWatch::ProjectWatch(const host::Path& root, Observer& observer)
     try {
         requireCoreFile(root_);
         watchFolders();
-        now_ = readTree(root_, observer_);
+        readProject();
     } catch (...) {
         close(inotify_);
         throw;
@@ -103,13 +103,38 @@ void ProjectWatch::watch(const std::string& folder) {
 
 /// @return whether anything happened within `limit`
 bool ProjectWatch::waitForEvent(std::chrono::milliseconds limit) {
+    bool isChanged = false;
+    if (remote_) {
+        try {
+            const std::int64_t version = remote_->waitForChange(version_, inotify_, limit);
+            isChanged = std::exchange(version_, version) != version;
+        } catch (const project::exception::ProjectException&) {
+            // Reading it again will tell, if it goes on.
+            remote_ = nullptr;
+            isChanged = true;
+        }
+        limit = 0ms;
+    }
     pollfd ready{inotify_, POLLIN, 0};
     if (poll(&ready, 1, static_cast<int>(limit.count())) <= 0)
-        return false;
+        return isChanged;
     std::array<char, 65536> buffer{};
     while (read(inotify_, buffer.data(), buffer.size()) > 0) {
     }
     return true;
+}
+
+void ProjectWatch::readProject() {
+    remote_ = nullptr;
+    store_ = openProject(root_);
+    auto* const remote = dynamic_cast<pm::RemoteContent*>(store_.get());
+    // First: a change that is made meanwhile comes twice rather than never.
+    const std::int64_t version = remote ? remote->getContentVersion() : 0;
+    before_ = std::exchange(now_, readTree(*store_, root_, observer_));
+    version_ = version;
+    remote_ = remote;
+    if (!remote)
+        store_ = nullptr;
 }
 
 /// @return whether the metadata is there
@@ -119,8 +144,7 @@ bool ProjectWatch::readAgain() {
         try {
             // First: what is made in a folder that is new is seen now, or told later.
             watchFolders();
-            MetadataTree tree = readTree(root_, observer_);
-            before_ = std::exchange(now_, std::move(tree));
+            readProject();
             return true;
         } catch (const project::exception::ProjectException&) {
             if (std::chrono::steady_clock::now() >= end)

@@ -5,7 +5,7 @@
 
 #include <chrono>
 #include <functional>
-#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,6 +13,8 @@
 #include "operations/MetadataTree.hpp"
 #include "operations/Progress.hpp"
 #include "operations/TreeDiff.hpp"
+#include "project/metadata/MetadataManager.hpp"
+#include "project/metadata/MetadataOptions.hpp"
 
 namespace operations {
 
@@ -36,10 +38,14 @@ private:
     void watch(const std::string& folder);
     bool waitForEvent(std::chrono::milliseconds limit);
     bool readAgain();
+    void readProject();
 
     host::Path root_;
     Observer& observer_;
     int inotify_ = -1;
+    std::unique_ptr<project::metadata::MetadataManager> store_;
+    project::metadata::RemoteContent* remote_ = nullptr;  // where content changes without a file
+    std::int64_t version_ = 0;                            // of that
     MetadataTree before_, now_;
 };
 

@@ -1,19 +1,8 @@
 /// log and watch: who changed what, and what changes now.
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
-#include <stdexcept>
-
 #include <nlohmann/json.hpp>
 
 #include "tests/cli/ProjectFixture.hpp"
+#include "tests/cli/Watching.hpp"
 #include "tests/support/Git.hpp"
 
 namespace {
@@ -106,69 +95,13 @@ TEST_F(HistoryTest, logNeedsARepository) {
     expectFailure(run({"log", root, "F:a"}), 3, {root, "git repository"});
 }
 
-/// `watch` at work, and its lines as they come.
-class Watching {
-public:
-    explicit Watching(const fs::path& root) {
-        std::array<int, 2> ends{};
-        if (pipe(ends.data()) != 0)
-            throw std::runtime_error("pipe");
-        process_ = fork();
-        if (process_ == 0) {
-            dup2(ends[1], STDOUT_FILENO);
-            dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
-            close(ends[0]);
-            execl(CLI_TEST_PREFIX "/bin/project-metadata", "project-metadata", "watch", root.c_str(), "F:top", "--json",
-                  nullptr);
-            _exit(125);
-        }
-        close(ends[1]);
-        lines_ = fdopen(ends[0], "r");
-    }
-
-    ~Watching() {
-        fclose(lines_);
-        kill(process_, SIGKILL);
-        waitpid(process_, nullptr, 0);
-    }
-
-    Watching(const Watching&) = delete;
-    Watching& operator=(const Watching&) = delete;
-
-    bool hearsSomething() const {
-        pollfd ready{fileno(lines_), POLLIN, 0};
-        return poll(&ready, 1, 300) == 1;
-    }
-
-    json next() const {
-        char* line = nullptr;
-        std::size_t size = 0;
-        alarm(60);  // rather than for ever
-        const ssize_t length = getline(&line, &size, lines_);
-        alarm(0);
-        const std::unique_ptr<char, decltype(&free)> owner(line, free);
-        return length > 0 ? json::parse(line) : json();
-    }
-
-    int stop() const {
-        kill(process_, SIGTERM);
-        int status = 0;
-        waitpid(process_, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-private:
-    pid_t process_ = -1;
-    FILE* lines_ = nullptr;
-};
-
 TEST_F(HistoryTest, watchPrintsEachChangeOnceWhateverTheStoreBecomes) {
     for (const std::string store : {"fixedPath", "monolithic", "sqlite"}) {
         fs::remove_all(root);
         fs::create_directories(root);
         init(store);
         ASSERT_EQ(run({"add", root, "F:top"}).status, 0);
-        const Watching watching(root);
+        const test::Watching watching(root);
         // It is at work once it tells of something.
         for (int i = 0; i < 100 && !watching.hearsSomething(); ++i)
             ASSERT_EQ(run({"set", root, "F:top|F:" + std::to_string(i), "--create", "K=1", "-q"}).status, 0);

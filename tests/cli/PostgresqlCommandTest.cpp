@@ -10,6 +10,7 @@
 #include "project/metadata/FactoryRegistry.hpp"
 #include "tests/cli/ProjectFixture.hpp"
 #include "tests/cli/StoreContent.hpp"
+#include "tests/cli/Watching.hpp"
 #include "tests/support/PostgresqlServer.hpp"
 
 using testing::HasSubstr;
@@ -86,6 +87,25 @@ TEST_F(PostgresqlCommandTest, aConversionLeavesNothingWhereItWas) {
     const std::string full = count();
     expectSuccess(run({"convert", root, "--store", "monolithic", "--keep", "-q"}), "");
     EXPECT_EQ(count(), full);
+}
+
+TEST_F(PostgresqlCommandTest, watchTellsWhatOthersDoOnTheServer) {
+    expectSuccess(run({"init", root, "--store", "postgresql", "--option", "service=test", "-q"}), "");
+    expectSuccess(run({"add", root, "F:top", "-q"}), "");
+    const test::Watching watching(root);
+    for (int i = 0; i < 100 && !watching.hearsSomething(); ++i)
+        expectSuccess(run({"set", root, "F:top|F:" + std::to_string(i), "--create", "K=1", "-q"}), "");
+    auto last = watching.next();
+    for (const std::string store : {"postgresql", "fixedPath"}) {
+        if (store != "postgresql")
+            expectSuccess(run({"convert", root, "--store", store, "-q"}), "");
+        expectSuccess(run({"set", root, "F:top", "Last=" + store, "-q"}), "");
+        while (!last.is_null() && last["path"] != "F:top")
+            last = watching.next();
+        EXPECT_EQ(last["node"]["after"]["attributes"]["Last"], store);
+        last = {{"path", ""}};
+    }
+    EXPECT_EQ(watching.stop(), 130);
 }
 
 }  // namespace
