@@ -1,6 +1,7 @@
 #include "stores/postgresql/ReadAhead.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace stores::postgresql {
@@ -10,6 +11,9 @@ namespace {
 /// How much is kept, in bytes, and how many lists come at once at most.
 constexpr std::size_t largestSize = std::size_t{64} << 20;
 constexpr std::size_t mostAhead = 1024;
+
+/// How many paths are kept in mind that are likely to be asked for, about 100 bytes each.
+constexpr std::size_t mostListed = std::size_t{1} << 20;
 
 /// After an answer of more bytes than this, less is asked for at once.
 constexpr std::size_t largestLot = std::size_t{4} << 20;
@@ -39,6 +43,7 @@ std::optional<std::vector<const Row*>> ReadAhead::findChildren(const PathId& par
         children.push_back(row);
     }
     ++used_;
+    takeOut(parent);
     return children;
 }
 
@@ -50,17 +55,17 @@ Question ReadAhead::getQuestion(const PathId& parent) {
     Question question;
     question.childrenOf = {parent};
     const auto place = places_.find(parent);
-    std::size_t at = place == places_.end() ? listed_.size() : place->second + 1;
-    for (; at < listed_.size() && question.childrenOf.size() < ahead_; ++at) {
-        if (lists_.count(listed_[at]) == 0)
-            question.childrenOf.push_back(listed_[at]);
+    auto next = place == places_.end() ? listed_.end() : std::next(place->second);
+    for (; next != listed_.end() && question.childrenOf.size() < ahead_; ++next) {
+        if (lists_.count(*next) == 0)
+            question.childrenOf.push_back(*next);
     }
     return question;
 }
 
 void ReadAhead::add(const Question& question, Answer answer) {
     if (answer.batch != batch_) {
-        clear();
+        forgetRows();
         batch_ = answer.batch;
     }
     Lot& lot = lots_.emplace_back();
@@ -86,8 +91,8 @@ void ReadAhead::add(const Question& question, Answer answer) {
             if (!row.isSound())
                 continue;  // damage, which findDamage tells
             list.push_back(row.id);
-            if (places_.emplace(row.id, listed_.size()).second)
-                listed_.push_back(row.id);
+            if (listed_.size() < mostListed && places_.emplace(row.id, listed_.end()).second)
+                places_[row.id] = listed_.insert(listed_.end(), row.id);
             keep(std::move(row));
         }
         lot.lists.push_back(parent);
@@ -96,6 +101,21 @@ void ReadAhead::add(const Question& question, Answer answer) {
     bytes_ += lot.bytes;
     while (bytes_ > largestSize && lots_.size() > 1)
         forgetOldest();
+}
+
+void ReadAhead::forgetRows() {
+    rows_.clear();
+    lists_.clear();
+    lots_.clear();
+    bytes_ = 0;
+}
+
+void ReadAhead::takeOut(const PathId& id) {
+    const auto place = places_.find(id);
+    if (place == places_.end())
+        return;
+    listed_.erase(place->second);
+    places_.erase(place);
 }
 
 void ReadAhead::forgetOldest() {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <list>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -16,7 +17,8 @@ namespace stores::postgresql {
 /// Rows and lists of children as one batch left them. Whoever asks for the children of a path is likely to ask for
 /// their nodes next, and for the children of the path after it. So a list comes with the nodes, and with the lists of
 /// paths that were listed after that one: twice as many each time as the time before, as long as they are asked for
-/// then, and fewer otherwise. Of what was read longest ago, as much is forgotten as exceeds a limit.
+/// then, and fewer otherwise. Of what was read longest ago, as much is forgotten as exceeds a limit. Which paths are
+/// likely to be asked for outlives batches, since somebody else may be at work all the time.
 class ReadAhead {
 public:
     /// The batch of which everything is.
@@ -45,17 +47,22 @@ private:
         std::size_t bytes = 0;
     };
 
+    /// Forgets what the rows were.
+    void forgetRows();
     void forgetOldest();
+
+    /// The path has been asked for, so it is not likely to be next.
+    void takeOut(const PathId& id);
 
     std::int64_t batch_ = 0;
     std::unordered_map<PathId, std::optional<Row>> rows_;  // no value for what does not exist
     std::unordered_map<PathId, std::vector<PathId>> lists_;
     std::deque<Lot> lots_;  // what was added, the oldest first
     std::size_t bytes_ = 0;
-    std::vector<PathId> listed_;                      // all paths that a list has had, in their order
-    std::unordered_map<PathId, std::size_t> places_;  // in `listed_`
-    std::size_t ahead_ = 1;                           // how many lists came with the last question
-    std::size_t used_ = 0;                            // how many were asked for since, and were there
+    std::list<PathId> listed_;  // the paths that a list has had and whose children nobody has asked for, in their order
+    std::unordered_map<PathId, std::list<PathId>::iterator> places_;  // in `listed_`
+    std::size_t ahead_ = 1;                                           // how many lists came with the last question
+    std::size_t used_ = 0;                                            // how many were asked for since, and were there
 };
 
 }  // namespace stores::postgresql

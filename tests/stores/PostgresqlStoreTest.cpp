@@ -384,6 +384,29 @@ TEST_F(PostgresqlStoreTest, RoundTripsDoNotGrowWithTheProject) {
     const auto time = Clock::now() - start;
     const int roundTrips = proxy.takeRoundTrips();
     EXPECT_LT(roundTrips, 2 + 20 + 2 * 15 + (time - roundTrips * delay) / delay);
+
+    // What others change costs what was read ahead, but not the reading ahead.
+    constexpr int changes = 20;
+    changeCore("Service", "test");
+    const TempFolder copy;
+    std::filesystem::copy(folder_ / "resources", copy / "resources", std::filesystem::copy_options::recursive);
+    const auto other = openStore(u"postgresql", copy.path());
+    changeCore("Service", "counted");
+    store = open();
+    proxy.takeRoundTrips();
+    const auto again = Clock::now();
+    int children = 0;
+    for (const MetadataPath& folder : store->getChildren({})) {
+        for (const MetadataPath& file : store->getChildren(folder)) {
+            store->getChildren(file);
+            if (++children % (folders * files / changes) == 1)
+                other->setNode(paths.back(), *node(number(children)));
+        }
+    }
+    EXPECT_EQ(children, folders * files);
+    const auto timeAgain = Clock::now() - again;
+    const int more = proxy.takeRoundTrips();
+    EXPECT_LT(more, 20 + 2 * 15 + 10 * changes + (timeAgain - more * delay) / delay);
 }
 
 TEST_F(PostgresqlStoreTest, AStoreSeesItsOwnChangesHoweverItHasLookedMeanwhile) {
