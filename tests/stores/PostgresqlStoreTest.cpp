@@ -553,6 +553,55 @@ TEST_F(PostgresqlStoreTest, ACutAtAnyMessageIsFoundOut) {
     EXPECT_EQ(outcomes["unknown, new"] + outcomes["unknown, old"], 0);
 }
 
+/// Whichever message is the last one that gets through while the first project of a schema is made, it is there as a
+/// whole, or there is an error and no project.
+TEST_F(PostgresqlStoreTest, ACutWhileAProjectIsMadeLeavesAllOrNothing) {
+    CuttingProxy proxy(theServer().socket());
+    PostgresqlServer::addOtherService("cutting", "host=" + proxy.host() + "\nuser=postgres\ndbname=postgres");
+    const AllowedServers allowed("cutting/cut, test/cut");
+    std::map<std::string, int> outcomes;
+    for (const bool isForGood : {false, true}) {
+        int messages = 1;
+        const int step = std::getenv("PROJECT_METADATA_SOAK") != nullptr ? 1 : 5;
+        for (int cut = 0; cut <= messages; cut += cut == 0 ? 1 + (isForGood ? step / 2 : 0) : step) {
+            SCOPED_TRACE("cut after message " + std::to_string(cut));
+            std::filesystem::remove_all(folder_ / "resources");
+            theServer().run("SET client_min_messages = warning; DROP SCHEMA IF EXISTS cut CASCADE; CREATE SCHEMA cut");
+            proxy.cutAfter(cut, isForGood);
+            bool isMade = true;
+            try {
+                const auto runJob = [](project::metadata::FileJob job) { job.run(); };
+                const std::chrono::milliseconds limit(isForGood ? 20 : 2000);
+                PostgresqlManager store(toPath(folder_ / "resources/project"), runJob, limit);
+                store.setOption(u"service", u"cutting");
+                store.setOption(u"schema", u"cut");
+                store.setNodes({{path({u"a"}), node(u"1")}, {path({u"a", u"b"}), node(u"2")}});
+            } catch (const MetadataWriteFailure& failure) {
+                isMade = false;
+                EXPECT_TRUE(contains(failure.what(), "the service \"cutting\"")) << failure.what();
+            }
+            if (cut == 0)
+                messages = proxy.count();
+            proxy.cutAfter(0, false);
+            waitForSessions();
+            EXPECT_EQ(std::filesystem::exists(coreFile()), isMade);
+            if (isMade) {
+                changeCore("Service", "test");
+                EXPECT_EQ(outline(*open()), "a(1) a/b(2)");
+                EXPECT_EQ(theServer().run("SELECT count(*) FROM cut.path"), "3");
+            } else if (!isForGood && theServer().run("SELECT to_regclass('cut.path')") != "") {
+                EXPECT_EQ(theServer().run("SELECT count(*) FROM cut.path"), "0") << "a failure that was none";
+            }
+            ++outcomes[isMade ? "made" : isForGood ? "not made, for good" : "not made"];
+        }
+        EXPECT_GT(messages, 20);
+    }
+    for (const auto& [outcome, count] : outcomes)
+        std::printf("cut while made: %s: %d\n", outcome.c_str(), count);
+    EXPECT_GT(outcomes["made"], 1);
+    EXPECT_GT(outcomes["not made, for good"], 1);
+}
+
 /// Each of many clients knows what is below its own folder, whatever the others do; and all add to one number.
 TEST_F(PostgresqlStoreTest, SixteenClientsLoseNothing) {
     constexpr int clients = 16;
