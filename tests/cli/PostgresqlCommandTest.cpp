@@ -108,4 +108,37 @@ TEST_F(PostgresqlCommandTest, watchTellsWhatOthersDoOnTheServer) {
     EXPECT_EQ(watching.stop(), 130);
 }
 
+TEST_F(PostgresqlCommandTest, checkTellsDamagedRowsAndRepairLeavesThem) {
+    expectSuccess(run({"init", root, "--store", "postgresql", "--option", "service=test", "-q"}), "");
+    for (const char* path : {"A:a", "A:a|B:b", "A:c"})
+        expectSuccess(run({"set", root, path, "Key=value", "--create", "-q"}), "");
+    const std::string core = test::readBytes(coreFile);
+    const std::size_t at = core.find("Project=\"") + 9;
+    const std::string project = " project = '" + core.substr(at, core.find('"', at) - at) + "'";
+    const auto sql = [](const std::string& text) {
+        return test::theServer().run("SET search_path = project_metadata; " + text);
+    };
+    const std::string rows = "SELECT md5(string_agg(path::text, ';' ORDER BY id)) FROM path WHERE" + project;
+    sql("CREATE TABLE sound AS SELECT * FROM path WHERE" + project);
+    EXPECT_EQ(run({"check", root, "--repair"}).status, 0);
+    for (const auto& [damage, problem] : std::vector<std::pair<std::string, std::string>>{
+             {"UPDATE path SET node = '\\xff' WHERE location = 'b'", "\"B:b\", has a node that cannot be read"},
+             {"UPDATE path SET location = 'x' WHERE location = 'b'", "\"B:x\", says of its step"},
+             {"UPDATE path SET parent = gen_random_uuid() WHERE location = 'a'", "has no way to the root path"},
+             {"DELETE FROM path WHERE parent IS NULL", "the row of the root path is missing"}}) {
+        sql(damage + " AND" + project);
+        const std::string before = sql(rows);
+        for (const std::string option : {"-v", "--repair"}) {
+            const auto outcome = run({"check", root, option});
+            EXPECT_EQ(outcome.status, 1) << damage;
+            EXPECT_THAT(outcome.out, HasSubstr(problem));
+            EXPECT_THAT(outcome.out, HasSubstr("service \"test\""));
+        }
+        EXPECT_EQ(sql(rows), before) << damage;
+        sql("DELETE FROM path WHERE" + project + "; INSERT INTO path SELECT * FROM sound");
+    }
+    sql("DROP TABLE sound");
+    EXPECT_EQ(run({"check", root}).status, 0);
+}
+
 }  // namespace
