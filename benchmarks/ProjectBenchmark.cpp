@@ -18,6 +18,7 @@
 
 #include "benchmarks/Benchmarks.hpp"
 #include "benchmarks/Generated.hpp"
+#include "benchmarks/Heap.hpp"
 #include "benchmarks/Measuring.hpp"
 #include "benchmarks/Peers.hpp"
 #include "host/Text.hpp"
@@ -119,8 +120,9 @@ std::size_t selectAll(const host::Path& root) {
 using Work = std::function<void(const host::Path& root, const host::Path& target)>;
 
 /// @param target a file that does not exist when `work` begins
-void addWork(const std::string& name, const std::u16string& store, std::size_t count, const Work& work) {
-    add(name, 1, [=](benchmark::State& state) {
+benchmark::internal::Benchmark* addWork(const std::string& name, const std::u16string& store, std::size_t count,
+                                        const Work& work) {
+    return add(name, 1, [=](benchmark::State& state) {
         const host::Path root = projectOf(store, count);
         const host::Path target = scratchFolder() / u"exported.xml";
         for (auto _ : state) {
@@ -179,7 +181,7 @@ void addExportBenchmarks(std::size_t count) {
 
 void addReadBenchmarks(std::size_t count) {
     const std::string end = "/" + std::to_string(count) + "/";
-    for (const std::u16string store : {u"fixedPath", u"sqlite"}) {
+    for (const std::u16string store : {u"fixedPath", u"monolithic", u"sqlite"}) {
         addWork("readAll_" + host::toUtf8(store) + end + "project_metadata", store, count,
                 [=](const host::Path& root, const host::Path&) { readAll(*openStore(store, root), {}); });
     }
@@ -238,6 +240,56 @@ void addWriteBenchmarks(std::size_t count) {
     });
 }
 
+/// A node in the middle of the project is changed, by a store that was opened before and has made its first change.
+void addChangeBenchmark(const std::u16string& store, std::size_t count) {
+    constexpr benchmark::IterationCount changes = 20;
+    const std::string name = "change_" + host::toUtf8(store) + "/" + std::to_string(count) + "/project_metadata";
+    add(name, changes, [=](benchmark::State& state) {
+        static std::uint64_t revision = 1'000'000'000;  // no node is changed to what it is
+        const std::vector<MetadataPath> paths = makePaths(count);
+        const auto opened = openStore(store, projectOf(store, count));
+        opened->setNode(paths.back(), *makeNode(++revision));
+        sync();
+        std::size_t next = count / 2;
+        for (auto _ : state) {
+            const auto node = makeNode(++revision);
+            timed(state, [&] { opened->setNode(paths[next], *node); });
+            next = (next + count / 50) % count;
+        }
+    });
+}
+
+void addOpenBenchmark(const std::u16string& store, std::size_t count) {
+    addWork("open_" + host::toUtf8(store) + "/" + std::to_string(count) + "/project_metadata", store, count,
+            [=](const host::Path& root, const auto&) {
+                benchmark::DoNotOptimize(openStore(store, root)->getChildren({}));
+            });
+}
+
+/// What a large project costs to read and to export, and what memory it takes while it is open.
+void addLargeBenchmarks(const std::u16string& store, std::size_t count) {
+    const std::string end = "_" + host::toUtf8(store) + "/" + std::to_string(count) + "/";
+    const auto addOnce = [&](const std::string& name, const Work& work) {
+        addWork(name, store, count, work)->Repetitions(1);
+    };
+    addOnce("readAll" + end + "project_metadata",
+            [=](const host::Path& root, const auto&) { readAll(*openStore(store, root), {}); });
+    addOnce("export" + end + "project_metadata", [](const host::Path& root, const host::Path& target) {
+        project::metadata::writeMetadataToSingleFile(root, target);
+    });
+    const auto addMemory = [&](const std::string& name, const std::function<std::int64_t()>& measure) {
+        add("memory" + end + name, 1, [=](benchmark::State& state) {
+            for (auto _ : state)
+                timed(state, [&] { state.counters["peak"] = static_cast<double>(measure()); });
+        })->Repetitions(1);
+    };
+    addMemory("project_metadata", [=] {
+        const host::Path root = projectOf(store, count);
+        return measureHeap([&] { readAll(*openStore(store, root), {}); }).peak;
+    });
+    addMemory("one_kilobyte", [=] { return static_cast<std::int64_t>(1024 * count); });
+}
+
 }  // namespace
 
 void addProjectBenchmarks() {
@@ -246,6 +298,14 @@ void addProjectBenchmarks() {
         addReadBenchmarks(count);
     }
     addWriteBenchmarks(100000);
+    constexpr std::size_t large = 1'000'000;
+    for (const std::u16string store : {u"fixedPath", u"monolithic", u"sqlite"}) {
+        for (const std::size_t count : {std::size_t{1000}, large}) {
+            addChangeBenchmark(store, count);
+            addOpenBenchmark(store, count);
+        }
+        addLargeBenchmarks(store, large);
+    }
 }
 
 }  // namespace benchmarks

@@ -53,6 +53,16 @@ GOALS = [
     Goal("full read, fixedPath", f"readAll_fixedPath/100000/{OURS}", "readAll_fixedPath/100000/text_reader", 1.5,
          figure="processor", small=("100000", "10000")),
     Goal("first write, fixedPath", f"firstWrite_fixedPath/100000/{OURS}", "firstWrite_fixedPath/100000/tar", 2),
+    *(Goal(f"{what}, {store}, 1,000,000 against 1,000 nodes", f"{name}_{store}/1000000/{OURS}",
+           f"{name}_{store}/1000/{OURS}", goal)
+      for what, name in [("open", "open"), ("one change", "change")]
+      for store, goal in [("fixedPath", 1.5), ("monolithic", 1300), ("sqlite", 1.5)]),
+    *(Goal(f"{what}, {store}, 1,000,000 against 100,000 nodes", f"{name}_{store}/1000000/{OURS}",
+           f"{name}_{store}/100000/{OURS}", 13, figure="processor")
+      for what, name in [("full read", "readAll"), ("export", "export")]
+      for store in ("fixedPath", "monolithic", "sqlite")),
+    *(Goal(f"memory of 1,000,000 nodes, {store}", f"memory_{store}/1000000/{OURS}",
+           f"memory_{store}/1000000/one_kilobyte", 1, figure="peak") for store in ("fixedPath", "monolithic", "sqlite")),
 ]
 UNITS = {"time": "ms", "processor": "ms", "held": "bytes", "peak": "bytes", "allocations": "allocations"}
 

@@ -83,6 +83,10 @@ void writeJournal(const Path& folder, const Journal& journal) {
     const Path file = getJournalFile(folder);
     const Path draft = getScratchFolder(folder) / u"draft";
     std::string bytes(header);
+    std::size_t size = bytes.size();
+    for (const JournalEntry& entry : journal)
+        size += entry.file.size() + 2;
+    bytes.reserve(size);
     for (const JournalEntry& entry : journal)
         bytes += static_cast<char>(entry.step) + entry.file + '\0';
     writeFlushed(draft, bytes);

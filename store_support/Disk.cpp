@@ -97,8 +97,12 @@ bool isAbsence(int code) {
 }
 
 std::optional<struct stat> findStatus(const Path& path) {
+    return findStatus(path, path.accessName());
+}
+
+std::optional<struct stat> findStatus(const Path& path, const std::string& name) {
     struct stat status {};
-    if (lstat(path.accessName().c_str(), &status) == 0)
+    if (lstat(name.c_str(), &status) == 0)
         return status;
     if (!isAbsence(errno))
         raiseReadError(path, errno);

@@ -28,6 +28,10 @@ bool isAbsence(int code);
 /// @throws project::metadata::MetadataReadFailure if that cannot be found out
 std::optional<struct stat> findStatus(const host::Path& path);
 
+/// The same for who asks again and again.
+/// @param name the access name of `path`
+std::optional<struct stat> findStatus(const host::Path& path, const std::string& name);
+
 /// Whether `path` exists, as a link too.
 /// @throws as `findStatus`
 bool exists(const host::Path& path);

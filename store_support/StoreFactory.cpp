@@ -28,23 +28,20 @@ using project::metadata::ProjectMetadataLocation;
 
 namespace {
 
-/// The registered manager. One of our own if there is none, and if the plug-in or the whole framework has stopped: a
-/// store that is still open then can be saved all the same.
+/// The registered manager, null if there is none, or the plug-in or the whole framework has stopped.
 std::shared_ptr<FileJobManager> findJobManager(cppmicroservices::BundleContext& context) {
     try {
         if (!context)
-            return std::make_shared<FileJobManager>();
-        if (const auto reference = context.GetServiceReference<FileJobManager>()) {
-            if (auto manager = context.GetService(reference))
-                return manager;
-        }
+            return nullptr;
+        if (const auto reference = context.GetServiceReference<FileJobManager>())
+            return context.GetService(reference);
     } catch (const std::invalid_argument&) {
         // It was unregistered just now.
     } catch (const std::runtime_error&) {
         if (context)
             throw;  // otherwise it is the context that has become invalid just now
     }
-    return std::make_shared<FileJobManager>();
+    return nullptr;
 }
 
 /// Whether there is nothing in the metadata folder `folder` but the core file, markers and hidden files. Then nobody
@@ -110,9 +107,13 @@ std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& r
             u"its metadata is of the type \"" + readMetadataType(coreFile) + u"\", not \"" + kind_.name + u"\"");
     }
     return kind_.open(location.getDirectory(), [context = context_](FileJob job) mutable {
+        const auto manager = findJobManager(context);
+        // Nobody is told. A store that is still open when everything else has stopped can be saved all the same.
+        if (!manager)
+            return job.run();
         std::vector<FileJob> jobs;
         jobs.push_back(std::move(job));
-        findJobManager(context)->process(std::move(jobs));
+        manager->process(std::move(jobs));
     });
 }
 

@@ -14,8 +14,8 @@
 
 namespace store_support {
 
-/// Runs one job through the `FileJobManager` that is registered as a service at that moment, otherwise, as when the
-/// service framework has stopped, through one of its own. May be called from any thread.
+/// Runs one job, through the `FileJobManager` that is registered as a service at that moment if there is one. May be
+/// called from any thread.
 using JobRunner = std::function<void(project::metadata::FileJob job)>;
 
 /// A kind of store.

@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <string>
+#include <typeinfo>
 
 #include "host/FileSystem.hpp"
 #include "host/TempDirGuard.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "project/metadata/SharedNode.hpp"
 
 namespace store_support {
 
@@ -53,6 +56,12 @@ void requireSteps(const project::metadata::MetadataPath& path, const host::Path&
                                                      u" steps would be in it; no store takes more than " +
                                                      host::fromUtf8(std::to_string(maximumSteps)));
     }
+}
+
+std::shared_ptr<const MetadataNode> borrowNode(const MetadataNode* node) {
+    if (node && typeid(project::metadata::getShared(*node)) != typeid(project::metadata::MetadataNodeSpecification))
+        return project::metadata::keepNode(*node);
+    return {std::shared_ptr<const MetadataNode>(), node};
 }
 
 void requireDepth(int depth, const host::Path& file) {
@@ -105,6 +114,7 @@ void requireReadsBack(const MetadataNode& node, const host::Path& writtenFile, c
 
 void requireStorable(const MetadataNode& node, const host::Path& file) {
     constexpr int depth = 2;  // how many elements lie above a node where stores keep it in XML
+    static_cast<void>(borrowNode(&node));
     requireReadable(node, depth, file);
     if (!needsProof(node))
         return;

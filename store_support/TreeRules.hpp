@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
@@ -30,6 +31,12 @@ void requireSteps(const project::metadata::MetadataPath& path, const host::Path&
 /// @throws project::metadata::MetadataWriteFailure naming the file and what is wrong
 void requireReadable(const project::metadata::MetadataNode& node, int depth, const host::Path& file);
 
+/// What `node` says, for a change that is over before anybody changes or destroys `node`: not copied, unless it is a
+/// node of somebody else's kind, which may hold what no other takes.
+/// @return null if `node` is null; a `use_count` of 0 if it was not copied
+/// @throws project::metadata::PutMetadataKeyFailure, PutMetadataValueFailure
+std::shared_ptr<const project::metadata::MetadataNode> borrowNode(const project::metadata::MetadataNode* node);
+
 /// Checks that a path of `depth` steps can be kept.
 /// @throws as `requireReadable`
 void requireDepth(int depth, const host::Path& file);
@@ -48,7 +55,7 @@ void requireReadsBack(const project::metadata::MetadataNode& node, const host::P
 /// For stores that keep nodes in a form of their own: what one store takes, all take, so that it can be exported and
 /// converted. A node that needs proof is written to a scratch file and read for that.
 /// @param file the file to name in the error
-/// @throws project::metadata::MetadataWriteFailure, if `node` is none that all stores can keep
+/// @throws project::metadata::MetadataWriteFailure, if `node` is none that all stores can keep; as `borrowNode`
 void requireStorable(const project::metadata::MetadataNode& node, const host::Path& file);
 
 }  // namespace store_support

@@ -66,7 +66,7 @@ void MetadataNodeSpecification::takeAttributes(const MetadataNodeSpecification& 
         return;
     auto form = source.form_;
     if (source.rest_)
-        form = std::make_shared<detail::NodeForm>(detail::NodeForm{form->name, source.getAttributeKeys()});
+        form = detail::shareForm({form->name, source.getAttributeKeys()});
     auto values = detail::Values::make(form->keys.size(), nullptr);
     std::transform(form->keys.begin(), form->keys.end(), values->begin(),
                    [&](const std::u16string& key) { return source.get(key); });

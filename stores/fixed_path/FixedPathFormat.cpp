@@ -37,7 +37,7 @@ void FixedPathFormat::writeFile(const FileContent& content, const Path& file) co
     if (!content.isRoot && !isRank(tree.place))
         raise<MetadataWriteFailure>(file.text(), u"the place of the path is no rank: \"" + tree.place + u"\"");
     const bool compactEnding = content.isRoot && !tree.node;
-    const auto xml = toXml({tree.step, tree.place, tree.node, {}}, content.isRoot);
+    const auto xml = toXml({tree.step, tree.place, tree.node, {}, {}, tree.node != nullptr}, content.isRoot);
     store_support::writeWholeFile(*xml, compactEnding, file);
 }
 

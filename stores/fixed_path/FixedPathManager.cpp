@@ -1,11 +1,12 @@
 #include "stores/fixed_path/FixedPathManager.hpp"
 
+#include <optional>
 #include <utility>
 
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/SharedNode.hpp"
-#include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/StoreFiles.hpp"
 
 namespace stores::fixed_path {
@@ -14,24 +15,18 @@ using host::Path;
 using project::metadata::MetadataNode;
 using project::metadata::MetadataPath;
 using store_support::FolderLock;
-using store_support::getFileVersion;
-using store_support::isInterrupted;
 using store_support::JobRunner;
 using store_support::requireMetadataType;
-using store_support::settle;
 
 FixedPathManager::FixedPathManager(const host::Path& folder, JobRunner runJob)
     : files_(folder), runJob_(std::move(runJob)) {}
 
 void FixedPathManager::setNode(const MetadataPath& path, const MetadataNode& node) {
-    change([&](PathFileChange& change) {
-        change.add(path);
-        change.setNode(path, &node);
-    });
+    change([&](PathFileChange& change) { change.setNode(path, &node); });
 }
 
 void FixedPathManager::removeNode(const MetadataPath& path) {
-    change([&](PathFileChange& change) { change.setNode(path, nullptr); });
+    change([&](PathFileChange& change) { change.removeNode(path); });
 }
 
 void FixedPathManager::addPath(const MetadataPath& path) {
@@ -43,21 +38,19 @@ void FixedPathManager::removePath(const MetadataPath& path) {
 }
 
 std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path) const {
-    const Path file = files_.getFile(path);
-    const PathFilePtr content = read(file);
+    const PathFiles::Place& place = files_.locate(path);
+    const PathFilePtr content = read(place, Extent::whole);
     if (!content || (!content->node && content->damage.empty()))
         return nullptr;
     if (!content->node)
-        project::metadata::raise<project::metadata::MetadataReadFailure>(file.text(), content->damage);
+        project::metadata::raise<project::metadata::MetadataReadFailure>(place.file.text(), content->damage);
     return project::metadata::copyKeptNode(content->node);
 }
 
 void FixedPathManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
     change([&](PathFileChange& change) {
-        for (const auto& [path, node] : nodes) {
-            change.add(path);
+        for (const auto& [path, node] : nodes)
             change.setNode(path, node.get());
-        }
     });
 }
 
@@ -69,13 +62,13 @@ void FixedPathManager::removePaths(const std::vector<MetadataPath>& paths) {
 }
 
 bool FixedPathManager::hasNode(const MetadataPath& path) const {
-    const PathFilePtr content = read(files_.getFile(path));
-    return content && content->node;
+    const PathFilePtr content = read(files_.locate(path), Extent::place);
+    return content && content->hasNode;
 }
 
 std::vector<MetadataPath> FixedPathManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
-    for (const PathFilePtr& child : readChildren(files_.getChildFolder(path))) {
+    for (const PathFilePtr& child : readChildren(files_.locate(path))) {
         markExistenceSeen(*child);
         std::vector<project::metadata::PathElement> elements;
         elements.reserve(path.getPath().size() + 1);
@@ -89,11 +82,12 @@ std::vector<MetadataPath> FixedPathManager::getChildren(const MetadataPath& path
 bool FixedPathManager::hasPath(const MetadataPath& path) const {
     if (path.getPath().empty())
         return true;
-    settle(files_.getFolder());
-    const PathFilePtr content = files_.read(files_.getFile(path));
+    files_.settle();
+    const PathFiles::Place& place = files_.locate(path);
+    const PathFilePtr content = files_.read(place, Extent::place);
     if (content)
         markExistenceSeen(*content);
-    return content || files_.hasChildren(files_.getChildFolder(path));
+    return content || files_.hasChildren(place.folder);
 }
 
 void FixedPathManager::setPaths(const std::vector<MetadataPath>& paths) {
@@ -101,12 +95,12 @@ void FixedPathManager::setPaths(const std::vector<MetadataPath>& paths) {
 }
 
 std::vector<project::metadata::MetadataDamage> FixedPathManager::findDamage() const {
-    settle(files_.getFolder());
+    files_.settle();
     return files_.findDamage();
 }
 
 std::vector<project::metadata::StoreFile> FixedPathManager::listFiles() const {
-    settle(files_.getFolder());
+    files_.settle();
     std::vector<project::metadata::StoreFile> files;
     for (const Path& file : files_.list(files_.getFolder()))
         files.push_back({file, true});
@@ -114,30 +108,33 @@ std::vector<project::metadata::StoreFile> FixedPathManager::listFiles() const {
 }
 
 void FixedPathManager::markExistenceSeen(const PathFile& content) const {
-    if (!content.node)
+    if (!content.hasNode)
         files_.markSeen(content.version);
 }
 
-PathFilePtr FixedPathManager::read(const Path& file) const {
-    settle(files_.getFolder());
-    PathFilePtr content = files_.read(file);
+PathFilePtr FixedPathManager::read(const PathFiles::Place& place, Extent extent) const {
+    files_.settle();
+    PathFilePtr content = files_.read(place, extent);
     if (content)
         files_.markSeen(content->version);
     return content;
 }
 
-std::vector<PathFilePtr> FixedPathManager::readChildren(const Path& childFolder) const {
-    const Path& folder = files_.getFolder();
+std::vector<PathFilePtr> FixedPathManager::readChildren(const PathFiles::Place& place) const {
+    const auto findVersion = [&] {
+        const auto status = store_support::findStatus(place.folder, place.folderName);
+        return status ? std::optional(store_support::makeFileVersion(*status)) : std::nullopt;
+    };
     constexpr int patience = 3;
     for (int attempt = 0; attempt < patience; ++attempt) {
         // Most paths have none.
-        if (!getFileVersion(childFolder) && !isInterrupted(folder))
+        if (!findVersion() && !files_.isInterrupted())
             return {};
-        settle(folder);
-        const auto version = getFileVersion(childFolder);
-        const auto isUndisturbed = [&] { return !isInterrupted(folder) && getFileVersion(childFolder) == version; };
+        files_.settle();
+        const auto version = findVersion();
+        const auto isUndisturbed = [&] { return !files_.isInterrupted() && findVersion() == version; };
         try {
-            auto children = files_.readChildren(childFolder);
+            auto children = files_.readChildren(place.folder);
             if (isUndisturbed())
                 return children;
         } catch (const project::exception::ProjectException&) {
@@ -146,16 +143,18 @@ std::vector<PathFilePtr> FixedPathManager::readChildren(const Path& childFolder)
         }
     }
     // Somebody changes this folder again and again.
-    const FolderLock lock(folder);
-    return files_.readChildren(childFolder);
+    const FolderLock lock(files_.getFolder());
+    return files_.readChildren(place.folder);
 }
 
 void FixedPathManager::change(const std::function<void(PathFileChange&)>& collect) {
-    settle(files_.getFolder());
-    PathFileChange expected(files_);
-    collect(expected);
-    if (expected.isEmpty())
-        return;
+    files_.settle();
+    {
+        PathFileChange expected(files_);
+        collect(expected);
+        if (expected.isEmpty())
+            return;
+    }
     FolderLock lock(files_.getFolder());
     requireMetadataType(files_.getFolder(), fixedPathName);
     // Somebody else may have been faster.

@@ -48,15 +48,15 @@ public:
     std::vector<project::metadata::StoreFile> listFiles() const override;
 
 private:
-    /// What `file` says for the user of this store; null if it does not exist.
-    PathFilePtr read(const host::Path& file) const;
+    /// What the file at `place` says for the user of this store; null if it does not exist.
+    PathFilePtr read(const PathFiles::Place& place, Extent extent) const;
 
     /// Notes that the user of this store knows that the path of the file that says `content` exists. Of a branch there
     /// is no more to know.
     void markExistenceSeen(const PathFile& content) const;
 
-    /// What the files in `childFolder` say, without a change in between.
-    std::vector<PathFilePtr> readChildren(const host::Path& childFolder) const;
+    /// What the files of the children of `place` say, without a change in between.
+    std::vector<PathFilePtr> readChildren(const PathFiles::Place& place) const;
 
     /// Carries out what `collect` asks for, if that changes anything. It is called twice: once without the lock, to see
     /// whether there is anything to do.

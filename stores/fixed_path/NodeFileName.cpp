@@ -12,9 +12,10 @@
 
 namespace stores::fixed_path {
 
+const std::u16string& nodeFileExtension = *new std::u16string(u".xml");
+
 namespace {
 
-const std::u16string& extension = *new std::u16string(u".xml");
 constexpr char16_t separator = u'=';
 constexpr char16_t cutMark = u'~';
 
@@ -76,8 +77,8 @@ void escapeEdges(std::u16string& name) {
     const auto isEdgy = [](char16_t unit) { return unit == u'.' || unit == u' '; };
     if (isEdgy(name.back()))
         name.replace(name.size() - 1, 1, escape(name.back()));
-    if (project::metadata::ends_with(name, extension))
-        name.replace(name.size() - extension.size(), 1, escape(u'.'));
+    if (project::metadata::ends_with(name, nodeFileExtension))
+        name.replace(name.size() - nodeFileExtension.size(), 1, escape(u'.'));
     if (isEdgy(name.front()))
         name.replace(0, 1, escape(name.front()));
 }
@@ -137,7 +138,7 @@ std::u16string nodeFolderName(const project::metadata::PathElement& element) {
 }
 
 std::u16string nodeFileName(const project::metadata::PathElement& element) {
-    return nodeFolderName(element) + extension;
+    return nodeFolderName(element) + nodeFileExtension;
 }
 
 std::optional<project::metadata::PathElement> parseNodeFolderName(const std::u16string& name) {
@@ -154,11 +155,11 @@ std::optional<project::metadata::PathElement> parseNodeFolderName(const std::u16
 }
 
 bool isNodeFile(const host::Path& path) {
-    return hasSeparator(path) && project::metadata::ends_with(path.fileName().text(), extension);
+    return hasSeparator(path) && project::metadata::ends_with(path.fileName().text(), nodeFileExtension);
 }
 
 std::u16string nodeFilePattern() {
-    return std::u16string(u"**/*") + separator + u"*" + extension;
+    return std::u16string(u"**/*") + separator + u"*" + nodeFileExtension;
 }
 
 bool isNodeFolder(const host::Path& path) {

@@ -16,6 +16,9 @@
 
 namespace stores::fixed_path {
 
+/// How the names of files end; those of folders do not.
+extern const std::u16string& nodeFileExtension;
+
 /// The name of the folder that holds the files of the children of `element`.
 std::u16string nodeFolderName(const project::metadata::PathElement& element);
 

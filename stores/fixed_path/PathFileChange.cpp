@@ -1,14 +1,15 @@
 #include "stores/fixed_path/PathFileChange.hpp"
 
 #include <algorithm>
-#include <optional>
+#include <functional>
+#include <string_view>
 #include <unordered_set>
-#include <utility>
 
+#include "host/Interruption.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/EqualTrees.hpp"
 #include "store_support/FileBatch.hpp"
 #include "store_support/PathXml.hpp"
@@ -19,11 +20,11 @@ namespace stores::fixed_path {
 
 using host::Path;
 using project::metadata::MetadataNode;
-using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using store_support::borrowNode;
 using store_support::equalTrees;
 using store_support::FileBatch;
 using store_support::FolderLock;
@@ -33,237 +34,355 @@ using store_support::needsProof;
 using store_support::requireReadable;
 using store_support::requireReadsBack;
 using store_support::requireSteps;
+using store_support::WantedTree;
 
 namespace {
 
 /// How many elements lie above a node in its file: the path's own and "Node".
 constexpr int nodeDepth = 2;
 
-void requireSound(const Path& file, const PathFile& content) {
-    if (!content.damage.empty()) {
-        raise<MetadataWriteFailure>(
-            file.text(),
-            u"it is damaged, and neither overwritten nor removed before it is repaired: " + content.damage);
-    }
+[[noreturn]] void raiseDamage(const Path& file, const std::u16string& damage) {
+    raise<MetadataWriteFailure>(file.text(),
+                                u"it is damaged, and neither overwritten nor removed before it is repaired: " + damage);
 }
-
-/// The children that a folder is to have, in order, each once.
-struct WantedFolder {
-    Path folder;
-    std::vector<PathElement> children;
-};
 
 /// Whether the file tells which path it belongs to.
-bool isNamed(const Path& file, const PathFile* content) {
-    return content && file.fileName().text() == nodeFileName(content->element);
+bool isNamed(const Path& file, const PathFile& content) {
+    return file.fileName().text() == nodeFileName(content.element);
 }
 
-/// What `paths` and their ancestors amount to, by folder; a folder comes before those below it.
-struct WantedTree {
-    std::vector<WantedFolder> folders;
-    std::unordered_set<std::u16string> files;
+/// Of what a file says now, or will say.
+struct Sibling {
+    const PathElement* element;
+    std::optional<Rank> rank;  // none if it does not exist
 };
 
-WantedTree makeWantedTree(const PathFiles& files, const std::vector<MetadataPath>& paths) {
-    WantedTree tree;
-    std::unordered_map<std::u16string, std::size_t> folderIndex;
-    for (const MetadataPath& path : paths) {
-        Path folder = files.getFolder();
-        for (const PathElement& element : path.getPath()) {
-            const auto [place, isNewFolder] = folderIndex.emplace(folder.text(), tree.folders.size());
-            if (isNewFolder)
-                tree.folders.push_back({folder, {}});
-            if (tree.files.insert((folder / nodeFileName(element)).text()).second)
-                tree.folders[place->second].children.push_back(element);
-            folder /= nodeFolderName(element);
+/// Siblings that share a rank are in order by their elements.
+bool areInOrder(const std::vector<Sibling>& siblings) {
+    for (std::size_t i = 0; i < siblings.size(); ++i) {
+        if (!siblings[i].rank)
+            return false;
+        if (i == 0)
+            continue;
+        const Sibling& before = siblings[i - 1];
+        if (!(*before.rank < *siblings[i].rank ||
+              (*before.rank == *siblings[i].rank && *before.element < *siblings[i].element))) {
+            return false;
         }
     }
-    return tree;
+    return true;
 }
 
 }  // namespace
 
-PathFileChange::PathFileChange(PathFiles& files) : files_(files) {}
-
-const PathFile* PathFileChange::find(const Path& file) {
-    const auto written = writeIndex_.find(file.text());
-    if (written != writeIndex_.end())
-        return &writes_[written->second].content;
-    auto existing = existing_.find(file.text());
-    if (existing == existing_.end())
-        existing = existing_.emplace(file.text(), files_.read(file)).first;
-    return existing->second.get();
+std::size_t PathFileChange::StepHash::operator()(const Step& step) const noexcept {
+    const std::hash<std::u16string_view> hash;
+    constexpr std::size_t factor = 1099511628211U;  // of the FNV hash
+    return ((step.parent * factor) ^ hash(step.element->getType())) * factor ^ hash(step.element->getLocation());
 }
 
-void PathFileChange::write(const Path& file, PathFile content, bool replacesNode) {
-    requireSound(file, content);
-    const auto [place, isNew] = writeIndex_.emplace(file.text(), writes_.size());
-    if (isNew) {
-        writes_.push_back({file, std::move(content), file == files_.getFile(MetadataPath()), replacesNode, false});
-        return;
+PathFileChange::PathFileChange(PathFiles& files) : files_(files), lastFolder_(rootItem, files.getFolder()) {
+    items_.push_back({rootItem, PathElement({}, {}), {}});
+    look(rootItem, files_.readForChange(files_.locate(MetadataPath()).file, Extent::place));
+}
+
+void PathFileChange::look(Index index, const PathFilePtr& content) {
+    Item& item = items_[index];
+    item.exists = content != nullptr;
+    item.isDamaged = content && !content->damage.empty();
+    item.hasNode = content && content->hasNode;
+    item.keepsNode = item.hasNode;
+    item.rank = content ? content->rank : Rank();
+    item.old = content ? content->version : store_support::FileVersion{};
+    lastContent_ = {index, content};
+}
+
+PathFileChange::Index PathFileChange::find(Index parent, const PathElement& element) {
+    const auto known = index_.find(Step{parent, &element});
+    if (known != index_.end())
+        return known->second;
+    const PathFilePtr content = files_.readForChange(getFolder(parent) / nodeFileName(element), Extent::place);
+    const Index index = items_.size();
+    items_.push_back({parent, element, {}});
+    look(index, content);
+    index_.emplace(Step{parent, &element}, index);
+    return index;
+}
+
+std::optional<PathFileChange::Index> PathFileChange::find(const MetadataPath& path) {
+    Index index = rootItem;
+    for (const PathElement& element : path.getPath())
+        index = find(index, element);
+    return items_[index].isThere() ? std::optional(index) : std::nullopt;
+}
+
+const Path& PathFileChange::getFolder(Index index) {
+    if (lastFolder_.first == index)
+        return lastFolder_.second;
+    std::vector<Index> steps;
+    for (Index step = index; step != rootItem; step = items_[step].parent)
+        steps.push_back(step);
+    Path folder = files_.getFolder();
+    for (auto step = steps.rbegin(); step != steps.rend(); ++step)
+        folder /= nodeFolderName(items_[*step].element);
+    lastFolder_ = {index, std::move(folder)};
+    return lastFolder_.second;
+}
+
+Path PathFileChange::getFile(Index index) {
+    if (index == rootItem)
+        return files_.locate(MetadataPath()).file;
+    return getFolder(items_[index].parent) / nodeFileName(items_[index].element);
+}
+
+std::shared_ptr<const MetadataNode> PathFileChange::readNode(Index index) {
+    if (!items_[index].hasNode)
+        return nullptr;
+    if (lastContent_.first == index && lastContent_.second && lastContent_.second->node)
+        return lastContent_.second->node;
+    const PathFilePtr content = files_.readForChange(getFile(index), Extent::whole);
+    if (!content || content->version != items_[index].old)
+        raise<MetadataWriteFailure>(getFile(index).text(), u"somebody else is changing it just now");
+    return content->node;
+}
+
+void PathFileChange::write(Index index) {
+    Item& item = items_[index];
+    if (item.isDamaged) {
+        const Path file = getFile(index);
+        const PathFilePtr content = files_.readForChange(file, Extent::place);
+        raiseDamage(file, content ? content->damage : u"");
     }
-    Write& write = writes_[place->second];
-    write.content = std::move(content);
-    write.replacesNode = write.replacesNode || replacesNode;
+    if (!item.isWritten)
+        writes_.push_back(index);
+    item.isWritten = true;
 }
 
-void PathFileChange::removeFile(const Path& file) {
-    if (const PathFile* const now = find(file)) {
-        requireSound(file, *now);
-        removals_.insert(file);
-    }
-}
-
-Rank PathFileChange::makeLastRank(const Path& childFolder) {
-    auto last = lastRanks_.find(childFolder.text());
+Rank PathFileChange::makeLastRank(Index parent) {
+    auto last = lastRanks_.find(parent);
     if (last == lastRanks_.end())
-        last = lastRanks_.emplace(childFolder.text(), files_.findLastRank(childFolder)).first;
+        last = lastRanks_.emplace(parent, files_.findLastRank(getFolder(parent))).first;
     last->second = makeRanks(last->second, {}, 1).front();
     return last->second;
 }
 
-void PathFileChange::addCoreFile() {
-    const Path coreFile = files_.getFile(MetadataPath());
-    if (!find(coreFile))
-        write(coreFile, {{u"", u""}, {}, nullptr, {}});
+PathFileChange::Index PathFileChange::addPath(const MetadataPath& path) {
+    if (!items_[rootItem].isThere())
+        write(rootItem);  // with the core file a project has metadata
+    Index index = rootItem;
+    for (const PathElement& element : path.getPath()) {
+        index = find(index, element);
+        if (items_[index].isThere())
+            continue;
+        requireSteps(path, getFile(index));
+        items_[index].rank = makeLastRank(items_[index].parent);
+        write(index);
+    }
+    return index;
 }
 
 void PathFileChange::add(const MetadataPath& path) {
-    addCoreFile();
-    Path folder = files_.getFolder();
-    for (const PathElement& element : path.getPath()) {
-        const Path file = folder / nodeFileName(element);
-        if (!find(file)) {
-            requireSteps(path, file);
-            write(file, {element, makeLastRank(folder), nullptr, {}, {}});
-        }
-        folder /= nodeFolderName(element);
-    }
+    addPath(path);
 }
 
 void PathFileChange::setNode(const MetadataPath& path, const MetadataNode* node) {
-    const Path file = files_.getFile(path);
-    const PathFile* const now = find(file);
-    if (!now || equalTrees(now->node.get(), node))
+    setNode(addPath(path), node);
+}
+
+void PathFileChange::removeNode(const MetadataPath& path) {
+    if (const auto index = find(path))
+        setNode(*index, nullptr);
+}
+
+void PathFileChange::setNode(Index index, const MetadataNode* node) {
+    const auto now = items_[index].keepsNode ? readNode(index) : nullptr;
+    const MetadataNode* const current = items_[index].keepsNode ? now.get() : items_[index].newNode.get();
+    if (equalTrees(current, node))
         return;
     if (node)
-        requireReadable(*node, nodeDepth, file);
-    PathFile content = *now;
-    content.node = node ? std::make_shared<MetadataNodeSpecification>(*node) : nullptr;
-    write(file, std::move(content), now->node != nullptr);
+        requireReadable(*node, nodeDepth, getFile(index));
+    write(index);
+    Item& item = items_[index];
+    item.replacesNode = item.replacesNode || current;
+    item.keepsNode = false;
+    item.newNode = borrowNode(node);
+}
+
+void PathFileChange::removeFile(const Path& file) {
+    const PathFilePtr now = files_.readForChange(file, Extent::place);
+    if (!now)
+        return;
+    if (!now->damage.empty())
+        raiseDamage(file, now->damage);
+    removals_.push_back({file, now->version});
+}
+
+void PathFileChange::removeNamedFiles(const Path& folder) {
+    files_.visitFiles(folder, [this](const Path& file) {
+        const PathFilePtr content = files_.readForChange(file, Extent::place);
+        if (content && isNamed(file, *content))
+            removeFile(file);
+        return true;
+    });
 }
 
 void PathFileChange::remove(const MetadataPath& path) {
-    for (const Path& file : files_.list(files_.getChildFolder(path)))
+    files_.visitFiles(files_.locate(path).folder, [this](const Path& file) {
         removeFile(file);
+        return true;
+    });
     if (path.getPath().empty())
-        setNode(path, nullptr);
+        removeNode(path);
     else
-        removeFile(files_.getFile(path));
+        removeFile(files_.locate(path).file);
 }
 
 void PathFileChange::arrange(const std::vector<MetadataPath>& paths) {
-    addCoreFile();
+    addPath(MetadataPath());
     for (const MetadataPath& path : paths) {
-        const Path file = files_.getFile(path);
-        if (!find(file))
-            requireSteps(path, file);
+        if (path.getPath().size() > store_support::maximumSteps && !find(path))
+            requireSteps(path, files_.locate(path).file);
     }
-    const WantedTree wanted = makeWantedTree(files_, paths);
-    for (const WantedFolder& folder : wanted.folders)
-        arrangeFolder(folder.folder, folder.children);
-    for (const Path& file : files_.list(files_.getFolder())) {
-        if (wanted.files.count(file.text()) == 0 && isNamed(file, find(file)))
-            removeFile(file);
-    }
+    const WantedTree wanted(paths);
+    arrangeFolder(wanted, 0, rootItem);
     if (std::find(paths.begin(), paths.end(), MetadataPath()) == paths.end())
-        setNode(MetadataPath(), nullptr);
+        removeNode(MetadataPath());
 }
 
-void PathFileChange::arrangeFolder(const Path& folder, const std::vector<PathElement>& children) {
-    std::vector<const PathElement*> elements;
+void PathFileChange::arrangeFolder(const WantedTree& wanted, WantedTree::Index parent, Index index) {
+    host::Interruption::throwIfRequested();
+    arrangeChildren(wanted, parent, index);
+    const Path folder = getFolder(index);
+    std::unordered_map<std::u16string, WantedTree::Index> children;  // by the name of the folder
+    for (const WantedTree::Index child : wanted.getChildren(parent))
+        children.emplace(nodeFolderName(wanted.getElement(child)), child);
+    std::vector<WantedTree::Index> below;
+    for (const std::string& name : store_support::listNames(folder)) {
+        const Path entry = folder / Path::fromAccessName(name);
+        if (isNodeFile(entry)) {
+            const std::u16string text = entry.fileName().text();
+            if (children.count(text.substr(0, text.size() - nodeFileExtension.size())) != 0)
+                continue;
+            const PathFilePtr content = files_.readForChange(entry, Extent::place);
+            if (content && isNamed(entry, *content))
+                removeFile(entry);
+        } else if (isNodeFolder(entry) && store_support::isFolder(entry)) {
+            const auto child = children.find(entry.fileName().text());
+            if (child == children.end())
+                removeNamedFiles(entry);
+            else if (wanted.getChildren(child->second).empty())
+                below.push_back(child->second);
+        }
+    }
+    for (const WantedTree::Index child : wanted.getChildren(parent)) {
+        if (!wanted.getChildren(child).empty())
+            below.push_back(child);
+    }
+    for (const WantedTree::Index child : below)
+        arrangeFolder(wanted, child, find(index, wanted.getElement(child)));
+}
+
+void PathFileChange::arrangeChildren(const WantedTree& wanted, WantedTree::Index parent, Index index) {
+    const Path folder = getFolder(index);
+    std::vector<Sibling> siblings;
     std::vector<std::optional<Rank>> ranks;
-    bool inOrder = true;
-    for (const PathElement& child : children) {
-        const PathFile* const now = find(folder / nodeFileName(child));
+    for (const WantedTree::Index child : wanted.getChildren(parent)) {
+        const PathElement& element = wanted.getElement(child);
+        const PathFilePtr now = files_.readForChange(folder / nodeFileName(element), Extent::place);
         // The place of a damaged one is the last.
         if (now && !now->damage.empty())
             continue;
-        // Siblings that share a rank are in order by their elements.
-        inOrder =
-            inOrder && now &&
-            (elements.empty() || *ranks.back() < now->rank || (*ranks.back() == now->rank && *elements.back() < child));
-        elements.push_back(&child);
         ranks.push_back(now ? std::optional(now->rank) : std::nullopt);
+        siblings.push_back({&element, ranks.back()});
     }
-    if (inOrder)
+    if (areInOrder(siblings))
         return;
     const std::vector<Rank> arranged = arrangeRanks(ranks);
-    for (std::size_t i = 0; i < elements.size(); ++i) {
+    for (std::size_t i = 0; i < siblings.size(); ++i) {
         if (ranks[i] == arranged[i])
             continue;
-        const Path file = folder / nodeFileName(*elements[i]);
-        const PathFile* const now = find(file);
-        write(file, {*elements[i], arranged[i], now ? now->node : nullptr, {}});
+        const Index child = find(index, *siblings[i].element);
+        write(child);
+        items_[child].rank = arranged[i];
     }
 }
 
-void PathFileChange::writeStaged(const Write& write, const Path& staged) const {
-    if (write.isRoot && !write.content.node) {
-        project::metadata::writeToFile(*toXml(write.content, true), staged, true);
-        return;
-    }
-    const auto xml = toXml(write.content, write.isRoot);
-    project::metadata::writeToFile(*xml, staged, false);
-    if (needsProof(*xml))
-        requireReadsBack(*xml, staged, write.file);
+void PathFileChange::writeStaged(Index index, const Path& staged) {
+    const Item& item = items_[index];
+    const auto node = item.keepsNode ? readNode(index) : item.newNode;
+    const PathFile content{item.element, item.rank, node, {}, {}, node != nullptr};
+    const bool isRoot = index == rootItem;
+    const auto tell = [&](project::metadata::XmlSink& sink) { tellXml(content, isRoot, sink); };
+    project::metadata::writeToFile(tell, staged, isRoot && !node);
+    if ((node && needsProof(*node)) || needsProof(item.element))
+        requireReadsBack(*toXml(content, isRoot), staged, getFile(index));
 }
 
-bool PathFileChange::isSeen(const Path& file) const {
-    const auto existing = existing_.find(file.text());
-    return existing == existing_.end() || !existing->second || files_.isSeen(file, existing->second->version);
-}
-
-void PathFileChange::requireSeen() const {
-    const auto require = [&](const Path& file) {
-        if (!isSeen(file)) {
+void PathFileChange::requireSeen() {
+    const auto require = [](bool isSeen, const Path& file) {
+        if (!isSeen) {
             raise<MetadataWriteFailure>(file.text(),
                                         u"somebody else has changed it since it was read; read it again first");
         }
     };
-    for (const Write& write : writes_) {
-        if (write.replacesNode)
-            require(write.file);
+    for (const Index index : writes_) {
+        Item& item = items_[index];
+        // What the user does not know he does not know either when it only gets a new rank.
+        item.isSeen = !item.exists || files_.isSeen(getFile(index), item.old);
+        if (item.replacesNode)
+            require(item.isSeen, getFile(index));
     }
-    for (const Path& file : removals_)
-        require(file);
+    for (const Removal& removal : removals_)
+        require(files_.isSeen(removal.file, removal.version), removal.file);
+}
+
+std::vector<Path> PathFileChange::findOurFolders() {
+    std::vector<Path> folders;
+    std::unordered_set<std::u16string> known;
+    const auto add = [&](const Path& folder) {
+        if (known.insert(folder.text()).second && files_.isOurs(folder))
+            folders.push_back(folder);
+    };
+    for (const Index index : writes_)
+        add(getFolder(items_[index].parent));
+    for (const Removal& removal : removals_)
+        add(project::metadata::getParentFolder(removal.file));
+    return folders;
 }
 
 void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
+    // Several removals may have met the same files.
+    const auto isBefore = [](const Removal& a, const Removal& b) { return a.file < b.file; };
+    if (!std::is_sorted(removals_.begin(), removals_.end(), isBefore))
+        std::sort(removals_.begin(), removals_.end(), isBefore);
+    removals_.erase(std::unique(removals_.begin(), removals_.end(),
+                                [](const Removal& a, const Removal& b) { return a.file == b.file; }),
+                    removals_.end());
     requireSeen();
-    // What the user does not know he does not know either when it only gets a new rank.
-    for (Write& write : writes_)
-        write.isSeen = isSeen(write.file);
+    const std::vector<Path> ourFolders = findOurFolders();
+    // What is not needed any more makes room for the lists of files.
+    index_ = {};
+    lastContent_ = {};
+    for (const Index index : writes_)
+        files_.drop(items_[index].old);
+    for (const Removal& removal : removals_)
+        files_.drop(removal.version);
     FileBatch batch;
     batch.folder = files_.getFolder();
-    for (const Write& write : writes_)
-        batch.filesToWrite.push_back(write.file);
-    batch.filesToRemove.assign(removals_.begin(), removals_.end());
-    batch.write = [this](std::size_t index, const Path& staged) {
-        writeStaged(writes_[index], staged);
-        // It keeps this version when it is put into place.
-        const auto version = getFileVersion(staged);
-        if (version && writes_[index].isSeen)
-            files_.markSeen(*version);
+    batch.filesToWrite.reserve(writes_.size());
+    for (const Index index : writes_)
+        batch.filesToWrite.push_back(getFile(index));
+    batch.filesToRemove.reserve(removals_.size());
+    for (Removal& removal : removals_)
+        batch.filesToRemove.push_back(std::move(removal.file));
+    batch.write = [this](std::size_t number, const Path& staged) {
+        writeStaged(writes_[number], staged);
+        Item& item = items_[writes_[number]];
+        // But for the time of the last change it keeps this version when it is put into place.
+        item.staged = getFileVersion(staged).value_or(item.staged);
+        if (item.isSeen)
+            files_.markSeen(item.staged);
     };
-    std::set<Path> ourFolders;
-    for (const auto* files : {&batch.filesToWrite, &batch.filesToRemove}) {
-        for (const Path& file : *files) {
-            const Path folder = project::metadata::getParentFolder(file);
-            if (ourFolders.count(folder) == 0 && files_.isOurs(folder))
-                ourFolders.insert(folder);
-        }
-    }
     runJob(project::metadata::FileJob(batch.filesToWrite, batch.filesToRemove, [&] {
         try {
             store_support::commit(batch, lock);
@@ -271,24 +390,43 @@ void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
             keepSeen();
             throw;
         }
-        for (const auto& [file, content] : existing_) {
-            if (content && (writeIndex_.count(file) != 0 || removals_.count(Path(file)) != 0))
-                files_.forget(content->version);
-        }
-        for (const Path& folder : ourFolders)
-            files_.markOurs(folder);
-        for (const auto& [folder, rank] : lastRanks_)
-            files_.noteLastRank(Path(folder), rank);
+        batch = {};
+        noteDone(ourFolders);
         lock.release();
     }));
 }
 
-void PathFileChange::keepSeen() const noexcept {
+void PathFileChange::noteDone(const std::vector<Path>& ourFolders) noexcept {
+    // What cannot be noted will be looked up again.
     try {
-        for (const Write& write : writes_) {
-            if (!write.isSeen)
+        for (const Index index : writes_) {
+            Item& item = items_[index];
+            if (item.exists)
+                files_.forget(item.old);
+            const Path file = getFile(index);
+            const auto version = getFileVersion(file);
+            if (version && version->inode == item.staged.inode && version->size == item.staged.size &&
+                version->modified == item.staged.modified) {
+                const bool hasNode = item.keepsNode || item.newNode;
+                files_.noteWritten(file, {item.element, item.rank, nullptr, {}, *version, hasNode});
+            }
+        }
+        for (const Removal& removal : removals_)
+            files_.forget(removal.version);
+        for (const Path& folder : ourFolders)
+            files_.markOurs(folder);
+        for (const auto& [parent, rank] : lastRanks_)
+            files_.noteLastRank(getFolder(parent), rank);
+    } catch (...) {
+    }
+}
+
+void PathFileChange::keepSeen() noexcept {
+    try {
+        for (const Index index : writes_) {
+            if (!items_[index].isSeen)
                 continue;
-            if (const auto version = getFileVersion(write.file))
+            if (const auto version = getFileVersion(getFile(index)))
                 files_.markSeen(*version);
         }
     } catch (...) {

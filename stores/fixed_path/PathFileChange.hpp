@@ -4,32 +4,44 @@
 #pragma once
 
 #include <cstddef>
+#include <deque>
 #include <memory>
-#include <set>
+#include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
+#include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
+#include "store_support/WantedTree.hpp"
 #include "stores/fixed_path/PathFiles.hpp"
 
 namespace stores::fixed_path {
 
 /// Damaged files are left as they are: an operation that would overwrite or remove one throws `MetadataWriteFailure`.
+///
+/// A change of a million paths is one, so of each there is little here: neither the name of its file nor the node that
+/// it has, which is read again when the file is written.
 class PathFileChange {
 public:
     /// @param files what is there; must outlive the change
     explicit PathFileChange(PathFiles& files);
 
+    // Paths and nodes must live as long as the change.
+
     /// Adds `path` and its missing ancestors, each as the last child of its parent.
     void add(const project::metadata::MetadataPath& path);
 
-    /// Gives the existing or added `path` a copy of `node`, or takes its node away if that is null.
+    /// Adds `path` as `add`, and gives it a copy of `node`, or takes its node away if that is null.
     /// @throws project::metadata::MetadataWriteFailure if the node could not be read back
     void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode* node);
+
+    /// Takes the node of `path` away, if it exists.
+    void removeNode(const project::metadata::MetadataPath& path);
 
     /// Removes `path` with everything below it, if it exists. Not together with other changes.
     void remove(const project::metadata::MetadataPath& path);
@@ -48,47 +60,106 @@ public:
     void commit(const store_support::JobRunner& runJob, store_support::FolderLock& lock);
 
 private:
-    struct Write {
-        host::Path file;
-        PathFile content;
-        bool isRoot;
-        bool replacesNode;
-        bool isSeen;  // whether the user knows what it replaces
+    using Index = std::size_t;
+
+    /// A path whose file has been looked at, and what is to become of that.
+    struct Item {
+        Index parent;
+        project::metadata::PathElement element;
+        Rank rank;
+        std::shared_ptr<const project::metadata::MetadataNode> newNode = nullptr;  // if it gets one
+        store_support::FileVersion old{};                                          // of the file, if it exists
+        store_support::FileVersion staged{};                                       // of its new content
+        bool exists = false;
+        bool isDamaged = false;
+        bool hasNode = false;    // what it says now
+        bool keepsNode = false;  // whether the new content has the node of the old
+        bool isWritten = false;
+        bool replacesNode = false;
+        bool isSeen = false;  // whether the user knows what is replaced
+
+        bool isThere() const noexcept { return exists || isWritten; }
     };
 
-    /// What `file` says now, or will say after this change; null if it does not exist.
-    const PathFile* find(const host::Path& file);
+    struct Step {
+        Index parent;
+        const project::metadata::PathElement* element;
+    };
+    struct StepHash {
+        std::size_t operator()(const Step& step) const noexcept;
+    };
+    struct StepEqual {
+        bool operator()(const Step& a, const Step& b) const noexcept {
+            return a.parent == b.parent && *a.element == *b.element;
+        }
+    };
 
-    void write(const host::Path& file, PathFile content, bool replacesNode = false);
+    struct Removal {
+        host::Path file;
+        store_support::FileVersion version;
+    };
 
-    /// Notes that the path of `file` goes.
+    static constexpr Index rootItem = 0;
+
+    /// The child `element` of the path `parent`, whose file is looked at if it has not been yet.
+    Index find(Index parent, const project::metadata::PathElement& element);
+
+    /// The path `path`, if its file and those of its ancestors exist or will.
+    std::optional<Index> find(const project::metadata::MetadataPath& path);
+
+    /// The path `path`, which is added with its missing ancestors.
+    Index addPath(const project::metadata::MetadataPath& path);
+
+    /// Notes in the item `index` what its file says: `content`, null if it does not exist.
+    void look(Index index, const PathFilePtr& content);
+
+    /// The node of the file of `index`, null if there is none.
+    std::shared_ptr<const project::metadata::MetadataNode> readNode(Index index);
+
+    host::Path getFile(Index index);
+    const host::Path& getFolder(Index index);
+
+    /// Notes that the file of `index` is to be written.
+    void write(Index index);
+
+    void setNode(Index index, const project::metadata::MetadataNode* node);
+
+    /// Notes that the file `file` goes, if it exists.
     void removeFile(const host::Path& file);
 
-    /// Whether the user knows what `file` says now.
-    bool isSeen(const host::Path& file) const;
+    /// As `removeFile` for all files in `folder` and below that tell which path they belong to.
+    void removeNamedFiles(const host::Path& folder);
 
-    void requireSeen() const;
+    void requireSeen();
 
     /// After a change that failed, for old files that have come back as copies.
-    void keepSeen() const noexcept;
+    void keepSeen() noexcept;
 
-    /// Makes the core file if it is missing: with that, a project has metadata.
-    void addCoreFile();
+    /// After a change that succeeded.
+    void noteDone(const std::vector<host::Path>& ourFolders) noexcept;
 
-    /// Makes `children` the order in `folder`; those that do not exist are added.
-    void arrangeFolder(const host::Path& folder, const std::vector<project::metadata::PathElement>& children);
+    /// Makes what `wanted` has below `parent` the content of the folder of `index`.
+    void arrangeFolder(const store_support::WantedTree& wanted, store_support::WantedTree::Index parent, Index index);
 
-    /// The rank after all children in `childFolder`.
-    Rank makeLastRank(const host::Path& childFolder);
+    /// The same for the order of the children only, without those that are not wanted.
+    void arrangeChildren(const store_support::WantedTree& wanted, store_support::WantedTree::Index parent, Index index);
 
-    void writeStaged(const Write& write, const host::Path& staged) const;
+    /// The rank after all children of `parent`.
+    Rank makeLastRank(Index parent);
+
+    /// The folders of all files of the change that nobody but this store has changed.
+    std::vector<host::Path> findOurFolders();
+
+    void writeStaged(Index index, const host::Path& staged);
 
     PathFiles& files_;
-    std::vector<Write> writes_;
-    std::unordered_map<std::u16string, std::size_t> writeIndex_;  // by the text of the file's path
-    std::unordered_map<std::u16string, PathFilePtr> existing_;    // likewise; what was read, null where nothing is
-    std::unordered_map<std::u16string, Rank> lastRanks_;          // by the text of the folder's path
-    std::set<host::Path> removals_;
+    std::deque<Item> items_;
+    std::unordered_map<Step, Index, StepHash, StepEqual> index_;
+    std::vector<Index> writes_;  // in the order in which they were asked for
+    std::vector<Removal> removals_;
+    std::unordered_map<Index, Rank> lastRanks_;  // by the parent
+    std::pair<Index, host::Path> lastFolder_;    // of the item that was asked for last
+    std::pair<Index, PathFilePtr> lastContent_;  // likewise
 };
 
 }  // namespace stores::fixed_path

@@ -24,14 +24,15 @@
 #include <chrono>
 #include <map>
 #include <optional>
+#include <string_view>
 #include <thread>
 #include <utility>
 
 #include "host/Interruption.hpp"
+#include "host/Text.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/PathXml.hpp"
@@ -43,7 +44,6 @@ namespace stores::fixed_path {
 using host::Path;
 using project::metadata::MetadataDamage;
 using project::metadata::MetadataNode;
-using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
@@ -70,7 +70,7 @@ const std::u16string& fixedPathName = *new std::u16string(u"fixedPath");
 namespace {
 
 const std::u16string& rankKey = *new std::u16string(u"Rank");
-const std::u16string& extension = *new std::u16string(u".xml");
+const std::string& extension = *new std::string(host::toUtf8(nodeFileExtension));
 const std::u16string& missing = *new std::u16string(u"it is missing, while there are paths below it");
 
 bool isBefore(const PathFilePtr& a, const PathFilePtr& b) {
@@ -81,7 +81,7 @@ bool isBefore(const PathFilePtr& a, const PathFilePtr& b) {
 
 /// The path element that the name of `file` tells, if it does.
 std::optional<PathElement> parseFileName(const Path& file) {
-    return parseNodeFolderName(project::metadata::stripExtension(file.fileName().text(), extension));
+    return parseNodeFolderName(project::metadata::stripExtension(file.fileName().text(), nodeFileExtension));
 }
 
 std::int64_t readClock(clockid_t clock) {
@@ -147,51 +147,164 @@ Rank getRank(const MetadataNode& xml) {
     return isRank(rank) ? rank : Rank();
 }
 
+/// About as much memory as `content` takes.
+std::size_t estimateBytes(const PathFile& content) {
+    constexpr std::size_t place = 400;
+    constexpr std::size_t nodeToFile = 3;
+    return place + (content.node ? nodeToFile * static_cast<std::size_t>(content.version.size) : 0);
+}
+
+/// Whether `content` says what is to be found out.
+bool isEnough(const PathFilePtr& content, Extent extent) {
+    return content && (extent == Extent::place || !content->hasNode || content->node);
+}
+
+std::size_t hashName(const Path& file) {
+    const std::u16string_view text = file.text();
+    return std::hash<std::u16string_view>()(text.substr(text.rfind(u'/') + 1));
+}
+
 }  // namespace
+
+PathFilePtr PathFileCache::find(const Path& file, const FileVersion& version) {
+    const auto isIt = [&](const Entry& entry) {
+        return entry.content->version == version && entry.nameHash == hashName(file);
+    };
+    const auto young = young_.find(version.inode);
+    if (young != young_.end())
+        return isIt(young->second) ? young->second.content : nullptr;
+    const auto old = old_.find(version.inode);
+    if (old == old_.end() || !isIt(old->second))
+        return nullptr;
+    PathFilePtr content = old->second.content;
+    makeRoom(*content);
+    young_.insert(old_.extract(version.inode));
+    return content;
+}
+
+PathFilePtr PathFileCache::findAnyVersion(std::uint64_t inode) const {
+    for (const Entries* entries : {&young_, &old_}) {
+        const auto entry = entries->find(inode);
+        if (entry != entries->end())
+            return entry->second.content;
+    }
+    return nullptr;
+}
+
+void PathFileCache::insert(const Path& file, PathFilePtr content) {
+    const std::uint64_t inode = content->version.inode;
+    erase(inode);
+    makeRoom(*content);
+    young_.emplace(inode, Entry{std::move(content), hashName(file)});
+}
+
+void PathFileCache::erase(std::uint64_t inode) {
+    const auto young = young_.find(inode);
+    if (young != young_.end()) {
+        youngBytes_ -= estimateBytes(*young->second.content);
+        young_.erase(young);
+    } else {
+        old_.erase(inode);
+    }
+}
+
+void PathFileCache::makeRoom(const PathFile& content) {
+    constexpr std::size_t maximumBytes = std::size_t{200} << 20U;
+    if (youngBytes_ > maximumBytes) {
+        old_ = std::exchange(young_, {});
+        youngBytes_ = 0;
+    }
+    youngBytes_ += estimateBytes(content);
+}
 
 PathFiles::PathFiles(Path folder)
     : folder_(std::move(folder)),
       coreFile_(folder_ / project::metadata::coreFileName()),
+      scratchFolder_(store_support::getScratchFolder(folder_)),
+      scratchName_(scratchFolder_.accessName()),
+      walk_{{PathElement({}, {}), coreFile_, coreFile_.accessName(), folder_, folder_.accessName()}},
       beginning_(findBeginning(folder_)) {}
 
-const Path& PathFiles::walk(const MetadataPath& path) const {
+const PathFiles::Place& PathFiles::locate(const MetadataPath& path) const {
     const auto& elements = path.getPath();
     std::size_t known = 0;
-    while (known < walk_.size() && known < elements.size() && walk_[known].first == elements[known])
+    while (known + 1 < walk_.size() && known < elements.size() && walk_[known + 1].element == elements[known])
         ++known;
-    walk_.erase(walk_.begin() + static_cast<std::ptrdiff_t>(known), walk_.end());
+    walk_.erase(walk_.begin() + static_cast<std::ptrdiff_t>(known + 1), walk_.end());
     for (; known < elements.size(); ++known) {
-        const Path& above = walk_.empty() ? folder_ : walk_.back().second;
-        walk_.emplace_back(elements[known], above / nodeFolderName(elements[known]));
+        const Place& above = walk_.back();
+        const Path folderHere(nodeFolderName(elements[known]));
+        Path folder = above.folder / folderHere;
+        std::string folderName = above.folderName + '/' + folderHere.accessName();
+        Path file(folder.text() + nodeFileExtension);
+        std::string fileName = folderName + extension;
+        walk_.push_back(
+            {elements[known], std::move(file), std::move(fileName), std::move(folder), std::move(folderName)});
     }
-    return walk_.empty() ? folder_ : walk_.back().second;
+    return walk_.back();
 }
 
-Path PathFiles::getFile(const MetadataPath& path) const {
-    return path.getPath().empty() ? coreFile_ : Path(walk(path).text() + extension);
+bool PathFiles::hasScratchFolder() const {
+    return findStatus(scratchFolder_, scratchName_).has_value();
 }
 
-Path PathFiles::getChildFolder(const MetadataPath& path) const {
-    return walk(path);
+void PathFiles::settle() const {
+    if (hasScratchFolder())
+        store_support::settle(folder_);
 }
 
-PathFilePtr PathFiles::read(const Path& file) const {
+bool PathFiles::isInterrupted() const {
+    return hasScratchFolder() && store_support::isInterrupted(folder_);
+}
+
+PathFilePtr PathFiles::read(const Path& file, Extent extent) const {
+    return read(file, file.accessName(), extent);
+}
+
+PathFilePtr PathFiles::read(const Path& file, const std::string& name, Extent extent) const {
+    host::Interruption::throwIfRequested();
+    const auto status = findStatus(file, name);
+    if (!status)
+        return nullptr;
+    auto content = cache_.find(file, makeFileVersion(*status));
+    if (isEnough(content, extent))
+        return content;
+    content = readAnew(file, *status);
+    if (content)
+        cache_.insert(file, content);
+    return content;
+}
+
+PathFilePtr PathFiles::readForChange(const Path& file, Extent extent) const {
     host::Interruption::throwIfRequested();
     const auto status = findStatus(file);
-    if (!status) {
-        cache_.erase(file.text());
+    if (!status)
         return nullptr;
+    const auto known = cache_.find(file, makeFileVersion(*status));
+    if (isEnough(known, extent))
+        return known;
+    auto content = readAnew(file, *status);
+    if (content && !known) {
+        auto place = std::make_shared<PathFile>(*content);
+        place->node = nullptr;
+        cache_.insert(file, std::move(place));
     }
-    const auto cached = cache_.find(file.text());
-    if (cached != cache_.end() && cached->second->version == makeFileVersion(*status))
-        return cached->second;
-    const XmlFile xml = readXmlFile(file, *status);
+    return content;
+}
+
+PathFilePtr PathFiles::readAnew(const Path& file, const struct stat& status) const {
+    const XmlFile xml = readXmlFile(file, status);
     if (!xml.version)
         return nullptr;
     auto content = std::make_shared<const PathFile>(interpret(file, xml));
     if (!content->damage.empty())
         store_support::reportDamage({file, content->damage});
-    cache_.insert_or_assign(file.text(), content);
+    // What was there in the beginning is known. It still is if only its permissions or names are new.
+    const auto before = cache_.findAnyVersion(content->version.inode);
+    if (before && content->version.changed > beginning_ && before->version.changed <= beginning_ &&
+        getContentVersion(before->version) == getContentVersion(content->version)) {
+        seen_.insert(getContentVersion(content->version));
+    }
     return content;
 }
 
@@ -212,6 +325,7 @@ PathFile PathFiles::interpret(const Path& file, const XmlFile& xml) const {
     if (!content.damage.empty() && !isRoot)
         content.element = parseFileName(file).value_or(content.element);
     content.version = *xml.version;
+    content.hasNode = content.node != nullptr;
     return content;
 }
 
@@ -225,7 +339,7 @@ std::vector<PathFilePtr> PathFiles::readChildren(const Path& childFolder) const 
             foldersHere.push_back(std::move(entry));
         else if (isNodeFile(entry)) {
             // Another process may have removed it since. A damaged one may not even tell which path it was.
-            const PathFilePtr child = read(entry);
+            const PathFilePtr child = read(entry, Extent::place);
             if (child && entry.fileName().text() == nodeFileName(child->element))
                 children.push_back(child);
             filesHere.insert(entry.text());
@@ -233,7 +347,7 @@ std::vector<PathFilePtr> PathFiles::readChildren(const Path& childFolder) const 
     }
     for (const Path& folder : foldersHere) {
         const auto element = parseNodeFolderName(folder.fileName().text());
-        if (element && filesHere.count(folder.text() + extension) == 0 && hasChildren(folder))
+        if (element && filesHere.count(folder.text() + nodeFileExtension) == 0 && hasChildren(folder))
             children.push_back(std::make_shared<PathFile>(PathFile{*element, {}, nullptr, missing, {}}));
     }
     std::sort(children.begin(), children.end(), isBefore);
@@ -260,23 +374,33 @@ void PathFiles::noteLastRank(const Path& childFolder, const Rank& rank) {
 }
 
 bool PathFiles::hasChildren(const Path& childFolder) const {
-    return isFolder(childFolder) && !list(childFolder).empty();
+    return isFolder(childFolder) && !visitFiles(childFolder, [](const Path& /*file*/) { return false; });
 }
 
-std::vector<Path> PathFiles::list(const Path& childFolder) const {
-    std::vector<Path> files;
+bool PathFiles::visitFiles(const Path& childFolder, const std::function<bool(const Path& file)>& visit) const {
     std::vector<Path> folders{childFolder};
     while (!folders.empty()) {
         const Path folder = std::move(folders.back());
         folders.pop_back();
         for (const std::string& name : listNames(folder)) {
             Path entry = folder / Path::fromAccessName(name);
-            if (isNodeFile(entry))
-                files.push_back(std::move(entry));
-            else if (isNodeFolder(entry) && isFolder(entry))
+            if (isNodeFile(entry)) {
+                if (!visit(entry))
+                    return false;
+            } else if (isNodeFolder(entry) && isFolder(entry)) {
                 folders.push_back(std::move(entry));
+            }
         }
     }
+    return true;
+}
+
+std::vector<Path> PathFiles::list(const Path& childFolder) const {
+    std::vector<Path> files;
+    visitFiles(childFolder, [&](const Path& file) {
+        files.push_back(file);
+        return true;
+    });
     return files;
 }
 
@@ -289,7 +413,7 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
         // Every folder on the way must have its file.
         for (Path folder = project::metadata::getParentFolder(file); folder != folder_;
              folder = project::metadata::getParentFolder(folder)) {
-            const Path parent(folder.text() + extension);
+            const Path parent(folder.text() + nodeFileExtension);
             if (getFileVersion(parent))
                 continue;
             // A name that was cut does not tell the path.
@@ -301,7 +425,7 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
     files.push_back(coreFile_);
     for (const Path& file : files) {
         try {
-            const PathFilePtr content = read(file);
+            const PathFilePtr content = read(file, Extent::place);
             if (content && !content->damage.empty())
                 damage[file] = {file, content->damage};
         } catch (const MetadataReadFailure& error) {
@@ -317,8 +441,13 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
     return result;
 }
 
+void PathFiles::noteWritten(const Path& file, PathFile content) {
+    cache_.insert(file, std::make_shared<const PathFile>(std::move(content)));
+}
+
 void PathFiles::markSeen(const FileVersion& version) {
-    seen_.insert(getContentVersion(version));
+    if (version.changed > beginning_)
+        seen_.insert(getContentVersion(version));
 }
 
 void PathFiles::forget(const FileVersion& version) {
@@ -362,16 +491,20 @@ PathFile fromXml(const MetadataNode& xml, bool isRoot, const Path& file) {
     return content;
 }
 
-std::unique_ptr<MetadataNode> toXml(const PathFile& content, bool isRoot) {
-    auto xml = std::make_unique<MetadataNodeSpecification>(isRoot ? projectElementName : pathElementName);
+void tellXml(const PathFile& content, bool isRoot, project::metadata::XmlSink& sink) {
+    sink.begin(isRoot ? projectElementName : pathElementName);
     if (isRoot) {
-        xml->put(project::metadata::metadataTypeKey(), fixedPathName);
+        sink.put(project::metadata::metadataTypeKey(), fixedPathName);
     } else {
-        putPathElement(*xml, content.element);
-        xml->put(rankKey, content.rank);
+        putPathElement(sink, content.element);
+        sink.put(rankKey, content.rank);
     }
-    putNode(*xml, content.node.get());
-    return xml;
+    putNode(sink, content.node);
+    sink.end();
+}
+
+std::shared_ptr<const MetadataNode> toXml(const PathFile& content, bool isRoot) {
+    return store_support::makeNodes([&](project::metadata::XmlSink& sink) { tellXml(content, isRoot, sink); });
 }
 
 }  // namespace stores::fixed_path

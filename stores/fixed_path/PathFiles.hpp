@@ -3,17 +3,22 @@
 /// One thread at a time may use an object.
 #pragma once
 
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
-#include <utility>
 #include <vector>
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
+#include "project/metadata/MetadataXml.hpp"
 #include "store_support/FileVersion.hpp"
 #include "store_support/XmlFile.hpp"
 #include "stores/fixed_path/Rank.hpp"
@@ -27,34 +32,88 @@ extern const std::u16string& fixedPathName;
 struct PathFile {
     project::metadata::PathElement element{{}, {}};
     Rank rank;                                                    ///< empty if it is unknown
-    std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch
+    std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch, or if it was left out
     std::u16string damage;                                        ///< what is wrong with the file, in words
     store_support::FileVersion version{};                         ///< the one that says so
+    bool hasNode = false;                                         ///< whether the file has a node
 };
 
 using PathFilePtr = std::shared_ptr<const PathFile>;
 
-/// What is read is kept; a file that has changed on disk since is read again. Damage is logged when it is read.
+/// What is to be found out of a file: everything, or all but its node, which is left out where that saves reading.
+enum class Extent { whole, place };
+
+/// What was read or written last. It forgets what was not asked for since, so as to take some 400 MB at most.
+///
+/// Files are told apart by their inodes: that takes less memory than their names.
+class PathFileCache {
+public:
+    /// What the file `file` says in the version `version`, null if that is not known.
+    PathFilePtr find(const host::Path& file, const store_support::FileVersion& version);
+
+    /// What the file with that inode said last, under any name; null if that is not known.
+    PathFilePtr findAnyVersion(std::uint64_t inode) const;
+
+    void insert(const host::Path& file, PathFilePtr content);
+    void erase(std::uint64_t inode);
+
+private:
+    struct Entry {
+        PathFilePtr content;
+        std::size_t nameHash;  // of the name in its folder, which has to fit the content
+    };
+    using Entries = std::unordered_map<std::uint64_t, Entry>;  // by the inode
+
+    void makeRoom(const PathFile& content);
+
+    // When there are enough of the young ones, they become the old ones, and the old ones go. An old one that is asked
+    // for becomes young again.
+    Entries young_;
+    Entries old_;
+    std::size_t youngBytes_ = 0;
+};
+
+/// What is read is kept, up to a limit; a file that has changed on disk since is read again. Damage is logged when it
+/// is read.
 ///
 /// All operations throw `MetadataReadFailure` and `ListChildFilesFailure` naming what the system cannot look at now.
 class PathFiles {
 public:
+    /// Where a path is kept, with the names that the system knows.
+    struct Place {
+        project::metadata::PathElement element;
+        host::Path file;
+        std::string fileName;
+        host::Path folder;  ///< of the children
+        std::string folderName;
+    };
+
     /// @param folder the metadata folder
     explicit PathFiles(host::Path folder);
 
     const host::Path& getFolder() const noexcept { return folder_; }
 
-    /// The file of `path`.
-    host::Path getFile(const project::metadata::MetadataPath& path) const;
+    /// Where `path` is kept; the root path has its own element "". Valid until the next path is asked about.
+    const Place& locate(const project::metadata::MetadataPath& path) const;
 
-    /// The folder that holds the files of the children of `path`.
-    host::Path getChildFolder(const project::metadata::MetadataPath& path) const;
+    /// Waits for a change that is being carried out, and completes one that was interrupted, as `settle` does.
+    void settle() const;
+
+    /// As `store_support::isInterrupted` for the metadata folder.
+    bool isInterrupted() const;
 
     /// What the file `file` of a path says; null if it does not exist.
-    PathFilePtr read(const host::Path& file) const;
+    PathFilePtr read(const host::Path& file, Extent extent) const;
+
+    /// The same for the file of a path.
+    PathFilePtr read(const Place& place, Extent extent) const { return read(place.file, place.fileName, extent); }
+
+    /// As `read`, for changes, which come upon many files and ask for each node once: none is kept that was not before.
+    PathFilePtr readForChange(const host::Path& file, Extent extent) const;
 
     /// What the files of all paths directly in `childFolder` say, in the order of the paths; those of which no rank is
-    /// known come last. A path whose file is missing while there are paths below it counts as damaged.
+    /// known come last. A path whose file is missing while there are paths below it counts as damaged. Nodes may be
+    /// left out.
     /// @throws project::metadata::ListChildFilesFailure
     std::vector<PathFilePtr> readChildren(const host::Path& childFolder) const;
 
@@ -67,11 +126,21 @@ public:
     /// Whether there are paths below the one with the folder `childFolder`.
     bool hasChildren(const host::Path& childFolder) const;
 
+    /// Calls `visit` with all files of paths in `childFolder` and below, in no particular order, until it returns
+    /// false. @return whether it never did
+    bool visitFiles(const host::Path& childFolder, const std::function<bool(const host::Path& file)>& visit) const;
+
     /// All files of paths in `childFolder` and below, in no particular order; none if it does not exist.
     std::vector<host::Path> list(const host::Path& childFolder) const;
 
     /// Reads all files. @return what is damaged or cannot be read, in the order of the files, a damaged journal too
     std::vector<project::metadata::MetadataDamage> findDamage() const;
+
+    /// Lets go of what was read in that version.
+    void drop(const store_support::FileVersion& version) { cache_.erase(version.inode); }
+
+    /// Notes what this store has written into `file`, where it has the version `content.version`.
+    void noteWritten(const host::Path& file, PathFile content);
 
     /// Notes that the user of this store knows what the version `version` of a file says.
     void markSeen(const store_support::FileVersion& version);
@@ -96,18 +165,26 @@ private:
         Rank rank;
     };
 
-    /// The folder of the children of `path`.
-    const host::Path& walk(const project::metadata::MetadataPath& path) const;
+    PathFilePtr read(const host::Path& file, const std::string& name, Extent extent) const;
+
+    /// Whether there is the folder of a change under way, which mostly there is not.
+    bool hasScratchFolder() const;
+
+    /// What `file` says in its version `status`, which is not known yet; null if it does not exist any more.
+    PathFilePtr readAnew(const host::Path& file, const struct stat& status) const;
 
     PathFile interpret(const host::Path& file, const store_support::XmlFile& xml) const;
 
     host::Path folder_;
     host::Path coreFile_;
-    mutable std::vector<std::pair<project::metadata::PathElement, host::Path>> walk_;  // the last path, with folders
-    std::int64_t beginning_;  // by the clock of the file system: what has not changed later was there before
-    mutable std::unordered_map<std::u16string, PathFilePtr> cache_;   // by the text of the file's path
+    host::Path scratchFolder_;
+    std::string scratchName_;
+    mutable std::vector<Place> walk_;  // the last path, with those above it, from the root path on
+    std::int64_t beginning_;           // by the clock of the file system: what has not changed later was there before
+    mutable PathFileCache cache_;
     mutable std::unordered_map<std::u16string, LastRank> lastRanks_;  // by the text of the folder's path
-    std::unordered_set<store_support::FileVersion, store_support::FileVersionHash> seen_;  // the user knows these
+    // The user knows these, besides what was there in the beginning.
+    mutable std::unordered_set<store_support::FileVersion, store_support::FileVersionHash> seen_;
     std::unordered_map<std::u16string, std::int64_t> ours_;  // by the folder's text: when this store changed it last
 };
 
@@ -121,7 +198,10 @@ bool isPathFile(const project::metadata::MetadataNode& root);
 /// @throws project::metadata::MetadataReadFailure naming `file`, if it does not name a path, or not its one node
 PathFile fromXml(const project::metadata::MetadataNode& xml, bool isRoot, const host::Path& file);
 
-/// The XML of a file that says `content`, `isRoot` for the core file.
-std::unique_ptr<project::metadata::MetadataNode> toXml(const PathFile& content, bool isRoot);
+/// Tells `sink` the file that says `content`, `isRoot` for the core file. Its node must not be left out.
+void tellXml(const PathFile& content, bool isRoot, project::metadata::XmlSink& sink);
+
+/// The root node of that file. Shares the node of the path.
+std::shared_ptr<const project::metadata::MetadataNode> toXml(const PathFile& content, bool isRoot);
 
 }  // namespace stores::fixed_path

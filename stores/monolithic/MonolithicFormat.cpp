@@ -26,7 +26,7 @@ bool isOwn(const MetadataNode& root) {
 void copyTo(project::metadata::PathTree& to, const PathTree& from) {
     to.node = from.node;
     for (const PathTree::Child& child : from.getChildren())
-        copyTo(to.children.emplace_back(project::metadata::PathTree{child.element, nullptr, {}, {}}), *child.tree);
+        copyTo(to.children.emplace_back(project::metadata::PathTree{child.element, nullptr, {}, {}}), child.tree);
 }
 
 /// @param file for the error

@@ -1,6 +1,7 @@
 #include "stores/monolithic/MonolithicManager.hpp"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "project/metadata/CoreFile.hpp"
@@ -29,6 +30,7 @@ using project::metadata::MetadataReadFailure;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using store_support::borrowNode;
 using store_support::commit;
 using store_support::equalTrees;
 using store_support::FileBatch;
@@ -48,6 +50,18 @@ using store_support::XmlFile;
 const std::u16string& monolithicName = *new std::u16string(u"monolithic");
 
 namespace {
+
+bool isBorrowed(const std::shared_ptr<const MetadataNode>& node) {
+    return node && node.use_count() == 0;
+}
+
+/// Keeps the nodes that `tree` has borrowed. Only parts that nobody else shares have any.
+void keepBorrowed(const PathTree& tree) {
+    if (isBorrowed(tree.node))
+        tree.node = keepNode(*tree.node);
+    for (const PathTree::Child& child : tree.getChildren())
+        keepBorrowed(child.tree);
+}
 
 void requireSeen(bool isSeen, const MetadataPath& path, const Path& file) {
     if (!isSeen) {
@@ -89,7 +103,7 @@ void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* newNo
         requireReadable(*node, depth, file);
         draft.needsProof = draft.needsProof || needsProof(*node);
     }
-    tree.node = newNode ? keepNode(*newNode) : nullptr;
+    tree.node = borrowNode(newNode);
     tree.isUnseen = false;
     draft.isChanged = true;
 }
@@ -120,7 +134,7 @@ void requireSeen(const PathTree& old, const PathTree* arranged, std::vector<Path
         requireSeen(false, MetadataPath(steps), file);
     for (const PathTree::Child& child : old.getChildren()) {
         steps.push_back(child.element);
-        requireSeen(*child.tree, arranged ? arranged->find(child.element) : nullptr, steps, file);
+        requireSeen(child.tree, arranged ? arranged->find(child.element) : nullptr, steps, file);
         steps.pop_back();
     }
 }
@@ -187,12 +201,12 @@ void MonolithicManager::removePath(const MetadataPath& path) {
 }
 
 std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& path) const {
-    PathTree* const tree = load().find(path);
+    const PathTree* const tree = load().find(path);
     if (!tree)
         return nullptr;
     tree->isUnseen = false;
-    if (tree->problem)
-        raise<MetadataReadFailure>(file_.text(), *tree->problem);
+    if (const auto problem = tree->getProblem())
+        raise<MetadataReadFailure>(file_.text(), *problem);
     return tree->node ? project::metadata::copyKeptNode(tree->node) : nullptr;
 }
 
@@ -213,7 +227,7 @@ void MonolithicManager::removePaths(const std::vector<MetadataPath>& paths) {
 }
 
 bool MonolithicManager::hasNode(const MetadataPath& path) const {
-    PathTree* const tree = load().find(path);
+    const PathTree* const tree = load().find(path);
     if (tree)
         tree->isUnseen = false;
     return tree && tree->node;
@@ -221,12 +235,12 @@ bool MonolithicManager::hasNode(const MetadataPath& path) const {
 
 std::vector<MetadataPath> MonolithicManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
-    PathTree* const tree = load().find(path);
+    const PathTree* const tree = load().find(path);
     if (!tree)
         return children;
     for (const PathTree::Child& child : tree->getChildren()) {
         // Of a branch there is no more to know than that it exists.
-        child.tree->isUnseen = child.tree->isUnseen && child.tree->node;
+        child.tree.isUnseen = child.tree.isUnseen && child.tree.node;
         std::vector<PathElement> elements;
         elements.reserve(path.getPath().size() + 1);
         elements = path.getPath();
@@ -281,10 +295,11 @@ PathTree& MonolithicManager::load() const {
     PathTree tree;
     if (xml.root)
         tree = fromXml(*xml.root, xml.lacks, file_, damage);
-    if (tree_)
-        markUnseen(tree, &*tree_);
+    if (tree_ || hasLostSight_)
+        markUnseen(tree, tree_ ? &*tree_ : nullptr);
     std::for_each(damage.begin(), damage.end(), store_support::reportDamage);
     tree_ = std::move(tree);
+    hasLostSight_ = false;
     watch_ = FileWatch(file_, xml.version);
     damage_ = std::move(damage);
     return *tree_;
@@ -311,7 +326,15 @@ void MonolithicManager::save(Draft draft, FolderLock& lock) {
     runJob_(project::metadata::FileJob(batch.filesToWrite, {}, [&] {
         commit(batch, lock);
         watch_ = FileWatch(file_, getFileVersion(file_));
-        tree_ = std::move(draft.tree);
+        // The old nodes go before the new ones are copied: there are never both.
+        tree_.reset();
+        try {
+            keepBorrowed(draft.tree);
+            tree_ = std::move(draft.tree);
+        } catch (const std::bad_alloc&) {
+            // The file is on disk, and is read again.
+            hasLostSight_ = true;
+        }
         lock.release();
     }));
 }

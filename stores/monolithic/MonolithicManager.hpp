@@ -75,7 +75,8 @@ private:
     host::Path file_;
     store_support::JobRunner runJob_;
     mutable store_support::FileWatch watch_;  // of the file that `tree_` was read from or written to
-    mutable std::optional<PathTree> tree_;    // none only while it is being read first
+    mutable std::optional<PathTree> tree_;    // none until it is read first, or for lack of memory
+    mutable bool hasLostSight_ = false;       // then nobody knows any more what the user has seen
     mutable std::vector<project::metadata::MetadataDamage> damage_;  // of that file
 };
 

@@ -15,9 +15,11 @@
 #include "stores/monolithic/PathTree.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -62,11 +64,15 @@ public:
         attempt(
             [&] {
                 const auto node = store_support::getNode(xml, file_);
-                tree.problem = node ? findLack(*node) : nullptr;
-                if (!tree.problem)
+                if (const auto lack = node ? findLack(*node) : nullptr)
+                    tree.setProblem(lack);
+                else
                     tree.node = node;
             },
             &tree);
+        const std::size_t count = xml.getChildNodes().size() - (tree.node ? 1 : 0);
+        if (count > 0)
+            tree.reserve(count);
         for (const auto& child : xml.getChildNodes()) {
             if (child->getName() != nodeElementName && lacking_.count(child.get()) == 0)
                 attempt([&] { add(tree, *child); });
@@ -102,7 +108,7 @@ private:
         } catch (const MetadataReadFailure& error) {
             damage_.push_back({file_, getReadProblem(error)});
             if (damaged)
-                damaged->problem = std::make_shared<const std::u16string>(damage_.back().problem);
+                damaged->setProblem(std::make_shared<const std::u16string>(damage_.back().problem));
         }
     }
 
@@ -116,7 +122,7 @@ void tellChildren(const PathTree& tree, XmlSink& sink) {
     for (const PathTree::Child& child : tree.getChildren()) {
         sink.begin(pathElementName);
         putPathElement(sink, child.element);
-        tellChildren(*child.tree, sink);
+        tellChildren(child.tree, sink);
         sink.end();
     }
 }
@@ -132,13 +138,46 @@ constexpr std::size_t leastForTable = 16;
 
 }  // namespace
 
-PathTree* PathTree::find(const PathElement& element) const {
-    const std::size_t place = findPlace(element);
-    return place == children_.size() ? nullptr : children_[place].tree.get();
+/// The children of a path, and what is rare: most paths have neither.
+struct PathTree::Below {
+    std::vector<Child> children;
+    bool hasGaps = false;  // whether some of them were removed
+    // Places in `children` plus one, each near the hash of its element, 0 where nothing is. Empty while there are few
+    // children, or until it is needed again.
+    std::vector<std::uint32_t> places;
+    std::size_t last = 0;  // what was found last: mostly the same or the next one is wanted next
+    std::shared_ptr<const std::u16string> problem;
+
+    /// Where the child `element` is, or the number of children if there is none.
+    std::size_t findPlace(const PathElement& element);
+
+    /// Enters what is at `place` into the table.
+    void enterPlace(std::size_t place);
+};
+
+PathTree::Below& PathTree::ownBelow() {
+    if (!below_)
+        below_ = std::make_shared<Below>();
+    else if (below_.use_count() > 1)
+        below_ = std::make_shared<Below>(*below_);
+    return *below_;
 }
 
-PathTree* PathTree::find(const MetadataPath& path) {
-    PathTree* tree = this;
+std::shared_ptr<const std::u16string> PathTree::getProblem() const {
+    return below_ ? below_->problem : nullptr;
+}
+
+void PathTree::setProblem(std::shared_ptr<const std::u16string> problem) {
+    ownBelow().problem = std::move(problem);
+}
+
+const PathTree* PathTree::find(const PathElement& element) const {
+    const std::size_t place = below_ ? below_->findPlace(element) : 0;
+    return !below_ || place == below_->children.size() ? nullptr : &below_->children[place].tree;
+}
+
+const PathTree* PathTree::find(const MetadataPath& path) const {
+    const PathTree* tree = this;
     for (const PathElement& element : path.getPath()) {
         tree = tree->find(element);
         if (!tree)
@@ -148,81 +187,90 @@ PathTree* PathTree::find(const MetadataPath& path) {
 }
 
 PathTree* PathTree::own(const PathElement& element) {
-    const std::size_t place = findPlace(element);
-    if (place == children_.size())
+    if (!find(element))
         return nullptr;
-    std::shared_ptr<PathTree>& tree = children_[place].tree;
-    if (tree.use_count() > 1)
-        tree = std::make_shared<PathTree>(*tree);
-    return tree.get();
+    Below& below = ownBelow();
+    return &below.children[below.findPlace(element)].tree;
 }
 
 PathTree& PathTree::add(const PathElement& element) {
     if (PathTree* const existing = own(element))
         return *existing;
-    children_.push_back({element, std::make_shared<PathTree>()});
-    last_ = children_.size() - 1;
-    if (2 * children_.size() <= places_.size())
-        enterPlace(last_);
+    Below& below = ownBelow();
+    below.children.push_back({element, {}});
+    below.last = below.children.size() - 1;
+    if (2 * below.children.size() <= below.places.size())
+        below.enterPlace(below.last);
     else
-        places_.clear();
-    return *children_.back().tree;
+        below.places.clear();
+    return below.children.back().tree;
+}
+
+void PathTree::reserve(std::size_t count) {
+    ownBelow().children.reserve(count);
 }
 
 void PathTree::remove(const PathElement& element) {
-    const std::size_t place = findPlace(element);
-    if (place == children_.size())
+    PathTree* const removed = own(element);
+    if (!removed)
         return;
-    children_[place].tree.reset();
-    hasGaps_ = true;
+    *removed = PathTree();
+    removed->isRemoved_ = true;
+    below_->hasGaps = true;
 }
 
 const std::vector<PathTree::Child>& PathTree::getChildren() const {
-    if (hasGaps_) {
-        children_.erase(
-            std::remove_if(children_.begin(), children_.end(), [](const Child& child) { return !child.tree; }),
-            children_.end());
-        places_.clear();
-        hasGaps_ = false;
+    static const auto& none = *new std::vector<Child>();
+    if (!below_)
+        return none;
+    auto& children = below_->children;
+    if (below_->hasGaps) {
+        children.erase(
+            std::remove_if(children.begin(), children.end(), [](const Child& child) { return child.tree.isRemoved_; }),
+            children.end());
+        below_->places.clear();
+        below_->hasGaps = false;
     }
-    return children_;
+    return children;
 }
 
-std::size_t PathTree::findPlace(const PathElement& element) const {
-    const auto isAt = [&](std::size_t place) { return children_[place].tree && children_[place].element == element; };
-    for (std::size_t place = last_; place < children_.size() && place <= last_ + 1; ++place) {
+std::size_t PathTree::Below::findPlace(const PathElement& element) {
+    const auto isAt = [&](std::size_t place) {
+        return !children[place].tree.isRemoved_ && children[place].element == element;
+    };
+    for (std::size_t place = last; place < children.size() && place <= last + 1; ++place) {
         if (isAt(place))
-            return last_ = place;
+            return last = place;
     }
-    if (children_.size() < leastForTable) {
-        for (std::size_t place = 0; place < children_.size(); ++place) {
+    if (children.size() < leastForTable) {
+        for (std::size_t place = 0; place < children.size(); ++place) {
             if (isAt(place))
-                return last_ = place;
+                return last = place;
         }
-        return children_.size();
+        return children.size();
     }
-    if (places_.empty()) {
+    if (places.empty()) {
         std::size_t size = leastForTable;
-        while (size < 4 * children_.size())
+        while (size < 4 * children.size())
             size *= 2;
-        places_.assign(size, 0);
-        for (std::size_t place = 0; place < children_.size(); ++place)
+        places.assign(size, 0);
+        for (std::size_t place = 0; place < children.size(); ++place)
             enterPlace(place);
     }
     for (std::size_t i = hash(element);; ++i) {
-        const std::size_t entry = places_[i & (places_.size() - 1)];
+        const std::size_t entry = places[i & (places.size() - 1)];
         if (entry == 0)
-            return children_.size();
+            return children.size();
         if (isAt(entry - 1))
-            return last_ = entry - 1;
+            return last = entry - 1;
     }
 }
 
-void PathTree::enterPlace(std::size_t place) const {
-    std::size_t i = hash(children_[place].element);
-    while (places_[i & (places_.size() - 1)] != 0)
+void PathTree::Below::enterPlace(std::size_t place) {
+    std::size_t i = hash(children[place].element);
+    while (places[i & (places.size() - 1)] != 0)
         ++i;
-    places_[i & (places_.size() - 1)] = static_cast<std::uint32_t>(place + 1);
+    places[i & (places.size() - 1)] = static_cast<std::uint32_t>(place + 1);
 }
 
 PathTree fromXml(const MetadataNode& xml, const std::vector<Lack>& lacks, const host::Path& file,
@@ -232,17 +280,17 @@ PathTree fromXml(const MetadataNode& xml, const std::vector<Lack>& lacks, const 
     return tree;
 }
 
-void markUnseen(PathTree& now, const PathTree* before) {
+void markUnseen(const PathTree& now, const PathTree* before) {
     const bool isSame = before && equalTrees(now.node.get(), before->node.get());
     now.isUnseen = !isSame || before->isUnseen;
     for (const PathTree::Child& child : now.getChildren())
-        markUnseen(*child.tree, before ? before->find(child.element) : nullptr);
+        markUnseen(child.tree, before ? before->find(child.element) : nullptr);
 }
 
 bool isAllSeen(const PathTree& tree) {
     const auto& children = tree.getChildren();
     return !tree.isUnseen && std::all_of(children.begin(), children.end(),
-                                         [](const PathTree::Child& child) { return isAllSeen(*child.tree); });
+                                         [](const PathTree::Child& child) { return isAllSeen(child.tree); });
 }
 
 void tellXml(const PathTree& tree, XmlSink& sink) {
@@ -257,12 +305,13 @@ std::shared_ptr<const MetadataNode> toXml(const PathTree& tree) {
 }
 
 bool isSameTree(const PathTree& a, const PathTree& b) {
+    if (a.sharesChildren(b))
+        return a.node == b.node;
     const auto& childrenA = a.getChildren();
     const auto& childrenB = b.getChildren();
     return a.node == b.node && std::equal(childrenA.begin(), childrenA.end(), childrenB.begin(), childrenB.end(),
                                           [](const PathTree::Child& x, const PathTree::Child& y) {
-                                              return x.element == y.element &&
-                                                     (x.tree == y.tree || isSameTree(*x.tree, *y.tree));
+                                              return x.element == y.element && isSameTree(x.tree, y.tree);
                                           });
 }
 

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,19 +20,25 @@ namespace stores::monolithic {
 /// A path with or without a node, and its children in order. Copies share what is below them until it is changed.
 class PathTree {
 public:
-    std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch; never changes
+    struct Child;
+
+    /// Null for a branch. What it says never changes.
+    mutable std::shared_ptr<const project::metadata::MetadataNode> node;
+
+    /// Whether somebody else has put the node, or the whole path, there, and nobody has looked at it since. It is no
+    /// part of the content.
+    mutable bool isUnseen = false;
 
     /// Why the node of the path cannot be read, null if it can or there is none.
-    std::shared_ptr<const std::u16string> problem;
+    std::shared_ptr<const std::u16string> getProblem() const;
 
-    /// Whether somebody else has put the node, or the whole path, there, and nobody has looked at it since.
-    bool isUnseen = false;
+    void setProblem(std::shared_ptr<const std::u16string> problem);
 
     /// The child `element`, null if there is none. Valid until the children of this path change.
-    PathTree* find(const project::metadata::PathElement& element) const;
+    const PathTree* find(const project::metadata::PathElement& element) const;
 
     /// The descendant at `path`, null if there is none.
-    PathTree* find(const project::metadata::MetadataPath& path);
+    const PathTree* find(const project::metadata::MetadataPath& path) const;
 
     /// The child `element`, to be changed; null if there is none.
     PathTree* own(const project::metadata::PathElement& element);
@@ -41,30 +46,31 @@ public:
     /// The child `element`, to be changed; added as the last one if there is none.
     PathTree& add(const project::metadata::PathElement& element);
 
+    /// Makes room for `count` children.
+    void reserve(std::size_t count);
+
     /// Removes the child `element` with everything below it, if it exists.
     void remove(const project::metadata::PathElement& element);
-
-    struct Child {
-        project::metadata::PathElement element;
-        std::shared_ptr<PathTree> tree;
-    };
 
     /// The children in order.
     const std::vector<Child>& getChildren() const;
 
+    /// Whether both share what is below them.
+    bool sharesChildren(const PathTree& other) const noexcept { return below_ == other.below_; }
+
 private:
-    /// Where the child `element` is, or the number of children if there is none.
-    std::size_t findPlace(const project::metadata::PathElement& element) const;
+    struct Below;
 
-    /// Enters what is at `place` into the table.
-    void enterPlace(std::size_t place) const;
+    /// What is below, which nobody shares any more.
+    Below& ownBelow();
 
-    mutable std::vector<Child> children_;  // those that were removed have no tree
-    mutable bool hasGaps_ = false;         // whether there are such
-    // Places in `children_` plus one, each near the hash of its element, 0 where nothing is. Empty while there are few
-    // children, or until it is needed again.
-    mutable std::vector<std::uint32_t> places_;
-    mutable std::size_t last_ = 0;  // what was found last: mostly the same or the next one is wanted next
+    std::shared_ptr<Below> below_;  // null for most paths: they have no children
+    bool isRemoved_ = false;        // then it is a gap among the children of its parent
+};
+
+struct PathTree::Child {
+    project::metadata::PathElement element;
+    PathTree tree;
 };
 
 /// The tree of the file `file`, whose root node is `xml`.
@@ -74,7 +80,7 @@ PathTree fromXml(const project::metadata::MetadataNode& xml, const std::vector<s
                  const host::Path& file, std::vector<project::metadata::MetadataDamage>& damage);
 
 /// Marks as unseen what is in `now`, and was unseen or not the same in `before`.
-void markUnseen(PathTree& now, const PathTree* before);
+void markUnseen(const PathTree& now, const PathTree* before);
 
 /// Whether nothing in `tree` is unseen.
 bool isAllSeen(const PathTree& tree);

@@ -12,6 +12,7 @@
 
 #include "host/Interruption.hpp"
 #include "host/ServiceFramework.hpp"
+#include "project/exception/ProjectException.hpp"
 #include "project/metadata/MetadataCopy.hpp"
 #include "project/metadata/SingleFileExport.hpp"
 #include "store_testing/StoreContractTest.hpp"
@@ -54,6 +55,25 @@ TEST_P(StoreTest, LibraryFindsTheStoreOfAProject) {
     const auto found = project::metadata::getMetadataManagerFor(folder_.path());
     ASSERT_NE(found, nullptr);
     EXPECT_EQ(outline(*found), "a(1)");
+}
+
+TEST_P(StoreTest, ANodeOfAnotherKindIsRefusedIfItHoldsWhatNoNodeTakes) {
+    struct ForeignNode : MetadataNodeSpecification {
+        const std::u16string& get(std::u16string /*key*/) const override { return value; }
+        std::vector<std::u16string> getAttributeKeys() const override { return {u"Key"}; }
+        std::u16string value;
+    };
+    const auto foreign = std::make_shared<ForeignNode>();
+    foreign->value = u"\u0001";
+    store_->setNode(path({u"a"}), *node(u"1"));
+    EXPECT_THROW(store_->setNode(path({u"a"}), *foreign), project::exception::ProjectException);
+    EXPECT_THROW(store_->setNodes({{path({u"b"}), node(u"2")}, {path({u"c"}), foreign}}),
+                 project::exception::ProjectException);
+    EXPECT_EQ(outline(*store_), "a(1)");
+    foreign->value = u"sound";
+    store_->setNode(path({u"a"}), *foreign);
+    foreign->value = u"changed afterwards";
+    EXPECT_EQ(store_->getNode(path({u"a"}))->get(u"Key"), u"sound");
 }
 
 TEST_P(StoreTest, OpenStoresCanBeSavedOnceTheFrameworkHasStopped) {

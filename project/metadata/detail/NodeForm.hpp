@@ -3,6 +3,7 @@
 /// Immutable once made: any number of threads may read it.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,5 +14,8 @@ struct NodeForm {
     /// Ascending, each of them a valid key.
     std::vector<std::u16string> keys;
 };
+
+/// A form like `form` that nodes made on this thread have, or it itself. May be called from any thread.
+std::shared_ptr<const NodeForm> shareForm(NodeForm form);
 
 }  // namespace project::metadata::detail

@@ -12,15 +12,16 @@ namespace project::metadata::detail {
 
 namespace {
 
-/// Whether the forms that this thread has kept are gone, while what is destroyed after them may still read files.
+/// Whether the forms that this thread has kept are gone, while what is destroyed after them may still make nodes.
 thread_local bool areFormsGone = false;
 
-/// The forms of nodes that were read on this thread last.
+/// The forms of nodes that were made on this thread last.
 struct RecentForms : std::vector<std::weak_ptr<const NodeForm>> {
     ~RecentForms() { areFormsGone = true; }
 };
 
-/// A form like `form` that nodes of other files read on this thread have, or it itself.
+}  // namespace
+
 std::shared_ptr<const NodeForm> shareForm(NodeForm form) {
     if (areFormsGone)
         return std::make_shared<const NodeForm>(std::move(form));
@@ -37,8 +38,6 @@ std::shared_ptr<const NodeForm> shareForm(NodeForm form) {
     recent.emplace_back(shared);
     return shared;
 }
-
-}  // namespace
 
 void TreeBuilder::startElement(const xmlChar* name) {
     MetadataNodeSpecification& node = addNode();
