@@ -105,7 +105,7 @@ PathFileChange::Index PathFileChange::find(Index parent, const PathElement& elem
     const Index index = items_.size();
     items_.push_back({parent, element, {}});
     look(index, content);
-    index_.emplace(Step{parent, &element}, index);
+    index_.emplace(Step{parent, &items_[index].element}, index);
     return index;
 }
 

@@ -31,7 +31,7 @@ public:
     /// @param files what is there; must outlive the change
     explicit PathFileChange(PathFiles& files);
 
-    // Paths and nodes must live as long as the change.
+    // Nodes must live as long as the change.
 
     /// Adds `path` and its missing ancestors, each as the last child of its parent.
     void add(const project::metadata::MetadataPath& path);
@@ -153,7 +153,7 @@ private:
     void writeStaged(Index index, const host::Path& staged);
 
     PathFiles& files_;
-    std::deque<Item> items_;
+    std::deque<Item> items_;  // they do not move: `index_` points to their elements
     std::unordered_map<Step, Index, StepHash, StepEqual> index_;
     std::vector<Index> writes_;  // in the order in which they were asked for
     std::vector<Removal> removals_;
