@@ -1,13 +1,12 @@
 #include "operations/ProjectEdit.hpp"
 
 #include <algorithm>
-#include <exception>
 #include <iterator>
 #include <utility>
 
-#include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "operations/TreeWalk.hpp"
+#include "operations/WayBack.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/EqualTrees.hpp"
 
@@ -457,25 +456,7 @@ void ProjectEdit::listBranch(const Branch& branch, const pm::MetadataPath& path,
 }
 
 void ProjectEdit::apply(const StoreChange& change) {
-    try {
-        applyChange(store_, change);
-    } catch (...) {
-        // A single batch has taken itself back.
-        if ((!change.paths && change.gone.empty()) || change.nodes.empty())
-            throw;
-        host::Interruption::ignore();
-        try {
-            StoreChange back;
-            for (const pm::MetadataPath& path : change.updated)
-                back.nodes.emplace_back(path, contents_.at(path).stored);
-            applyChange(store_, back);
-            store_.removePaths(change.added);
-        } catch (const std::exception&) {
-            std::throw_with_nested(OperationError(
-                ErrorKind::failure, "The change has been made in part, and cannot be taken back any more"));
-        }
-        throw;
-    }
+    applyOrTakeBack(store_, change, [&](const pm::MetadataPath& path) { return contents_.at(path).stored; });
 }
 
 }  // namespace operations

@@ -70,9 +70,7 @@ public:
     /// All changes so far.
     StoreChange finish();
 
-    /// Makes `change`, which `finish` has returned, as `applyChange` does. If a later one of several batches fails,
-    /// what the earlier ones did is taken back.
-    /// @throws OperationError besides, if that fails too: it says so, with the reason nested in it
+    /// Makes `change`, which `finish` has returned, as `applyOrTakeBack` does.
     void apply(const StoreChange& change);
 
 private:
