@@ -67,7 +67,7 @@ Command::Action configure(CLI::App& app) {
     };
 }
 
-const Command command(Group::move, "import", "Read exported metadata into a project, which may be new", configure);
+const Command command(Group::transfer, "import", "Read exported metadata into a project, which may be new", configure);
 
 }  // namespace
 
