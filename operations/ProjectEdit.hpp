@@ -84,7 +84,8 @@ private:
     NodeAddress addChild(const NodeAddress& address, const std::optional<Place>& place);
     void removeBranch(const project::metadata::MetadataPath& path);
     void makePath(const project::metadata::MetadataPath& path);
-    void requirePath(const project::metadata::MetadataPath& path);
+    bool moveLeaf(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to);
+    void requirePath(const project::metadata::MetadataPath& path, const std::string& advice = {});
     void requireTarget(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to,
                        const std::string& verb);
     void fillCopy(const Branch& source, const project::metadata::MetadataPath& from,
