@@ -27,14 +27,14 @@ const char* Command::groupTitle() const {
             return "Look";
         case Group::change:
             return "Change";
-        case Group::move:
-            return "Move";
+        case Group::transfer:
+            return "Transfer";
         case Group::compare:
             return "Compare";
         case Group::trust:
             return "Trust";
-        case Group::show:
-            return "Show";
+        case Group::report:
+            return "Report";
         case Group::hidden:
             return "";
     }

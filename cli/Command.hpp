@@ -17,7 +17,7 @@ namespace cli {
 enum class Status { done = 0, foundProblems = 1, usage = 2, failure = 3, notAProject = 4, interrupted = 130 };
 
 /// Where the overview of all commands shows a command; hidden ones are for the build, not for users.
-enum class Group { look, change, move, compare, trust, show, hidden };
+enum class Group { look, change, transfer, compare, trust, report, hidden };
 
 class Command {
 public:

@@ -197,6 +197,8 @@ Test makeComparison(const std::string& relation, const std::string& bound) {
 /// @param text a key; or a key, one of = < <= > >= and what the value is compared with
 std::function<bool(const pm::MetadataNode*)> makeAttributeTest(const std::string& text, const Query::Manner& manner) {
     const std::size_t end = std::min(text.find_first_of("=<>"), text.size());
+    if (end == 0)
+        throw CommandError(Status::usage, '"' + text + "\" is no condition such as Owner=Ann: it names no attribute");
     std::string relation = text.substr(end, 1);
     if (!relation.empty() && relation != "=" && text.compare(end + 1, 1, "=") == 0)
         relation += '=';

@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
+#include "cli/HelpText.hpp"
 #include "cli/Options.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
@@ -25,10 +26,6 @@ namespace {
 
 const char* const versionText =
     "project-metadata " PROJECT_METADATA_VERSION " (service framework: " PROJECT_METADATA_SERVICES_NAME ")";
-
-const char* const statusText =
-    "Exit status: 0 done, 1 found differences or problems, 2 wrong usage, 3 an error, "
-    "4 not a project, 130 interrupted.";
 
 /// Help that says of a command also which options it shares with all others.
 class HelpFormatter : public CLI::Formatter {
@@ -69,8 +66,15 @@ std::string explain(const CLI::App& app, const CLI::ParseError& error) {
         const std::vector<std::string> rest = app.remaining(true);
         const auto unknown = std::find_if(rest.begin(), rest.end(),
                                           [](const std::string& word) { return word.compare(0, 1, "-") == 0; });
-        if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError) || unknown == rest.end())
+        if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError))
             return error.what();
+        if (unknown == rest.end()) {
+            const bool hasConditions = command.get_option_no_throw("--attribute") != nullptr;
+            return "There is one argument too many: \"" + rest.front() + '"' +
+                   (hasConditions && rest.front().find_first_of("=<>") != std::string::npos
+                        ? "; a condition is written --attribute \"" + rest.front() + '"'
+                        : "");
+        }
         for (const CLI::App* each : {&command, &app}) {
             for (const CLI::Option* option : each->get_options()) {
                 for (const std::string& name : option->get_lnames())
@@ -86,6 +90,18 @@ std::string explain(const CLI::App& app, const CLI::ParseError& error) {
         names.push_back(command->get_name());
     const std::string name = app.remaining().front();
     return "There is no command \"" + name + '"' + cli::suggest(name, names);
+}
+
+/// What stands below the list of commands. That of a command has the exit status only.
+std::string makeFooter() {
+    std::string text;
+    for (const cli::HelpSection& section : cli::helpSections()) {
+        text += std::string(section.title) + ":\n";
+        for (const char* line : section.lines)
+            text += std::string("    ") + line + '\n';
+        text += '\n';
+    }
+    return text + cli::statusText;
 }
 
 /// Puts the number of the value that `text` names in its place. @return an error sentence; empty if it names one
@@ -136,7 +152,7 @@ cli::Status run(int argc, const char* const* argv) {
     app.formatter(makeFormatter());
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag("--version", versionText, "Print the version and the service framework in use");
-    app.footer(statusText);
+    app.footer(cli::statusText);
     app.require_subcommand(1);
     addOptions(app);
 
@@ -148,6 +164,7 @@ cli::Status run(int argc, const char* const* argv) {
         actions[subcommand] = command->makeAction(*subcommand);
     }
 
+    app.footer(makeFooter());
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& request) {

@@ -7,8 +7,10 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "host/Export.hpp"
+#include "host/Path.hpp"
 
 namespace host {
 
@@ -25,6 +27,28 @@ public:
     /// them; the library always passes it empty.
     /// @throws std::exception if there is no such value
     virtual std::u16string getText(const std::string& key, const std::string& qualifier) const = 0;
+};
+
+/// A value that is in effect, or that stands where settings are kept. A value type.
+struct Setting {
+    std::string group, key;
+    std::u16string value;
+    Path file;               ///< where it is set; empty for what holds without being set
+    unsigned long line = 0;  ///< in that file, from 1; 0 if that is not known
+    bool isKnown = true;     ///< false for what nobody reads, as if its name is misspelt
+};
+
+/// What the root of the settings may implement besides, so that people can look at them. Ask for it by `dynamic_cast`.
+class HOST_EXPORT SettingsLister {
+public:
+    virtual ~SettingsLister();
+
+    /// All settings, by group and key. May be called from any thread.
+    /// @throws std::exception if the settings cannot be read
+    virtual std::vector<Setting> listSettings() const = 0;
+
+    /// The file in which a user changes them, which need not be there; empty if there is none.
+    virtual Path getSettingsFile() const = 0;
 };
 
 /// Both operations may be called from any thread.

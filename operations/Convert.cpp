@@ -24,6 +24,7 @@
 #include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FolderVersion.hpp"
+#include "operations/MetadataFolder.hpp"
 #include "operations/MetadataTree.hpp"
 #include "operations/NewMetadata.hpp"
 #include "operations/Project.hpp"
@@ -46,10 +47,6 @@ namespace {
 namespace fs = std::filesystem;
 namespace pm = project::metadata;
 using Factory = std::shared_ptr<pm::MetadataManagerFactory>;
-
-host::Path toPath(const fs::path& path) {
-    return host::Path::fromAccessName(path.native());
-}
 
 /// What is to be converted, and where it goes.
 struct Plan {
@@ -103,58 +100,12 @@ Plan makePlan(const host::Path& root, const ConversionRequest& request) {
     return plan;
 }
 
-/// The names of the store's files in the metadata folder, relative to it.
-struct OwnFiles {
-    std::set<std::string> all;
-    std::set<std::string> transient;  // come and go while programs are at work, and hold no content
-};
-
-/// What `store`, that of the old metadata folder, tells of its files; without any, if it cannot tell.
-OwnFiles listOwnFiles(const host::Path& root, const pm::MetadataManager& store) {
-    const fs::path folder = pm::ProjectMetadataLocation(root).getDirectory().accessName();
-    const std::string lock = store_support::getLockFile({}).accessName();
-    OwnFiles own{{}, {lock}};
-    const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(&store);
-    for (const pm::StoreFile& file : lister ? lister->listFiles() : std::vector<pm::StoreFile>()) {
-        const fs::path name = fs::path(file.file.accessName()).lexically_relative(folder);
-        if (name.empty() || *name.begin() == "..")
-            refuse(root, "its store takes " + quoted(file.file) + ", which lies elsewhere, for its own");
-        own.all.insert(name);
-        if (!file.hasContent)
-            own.transient.insert(name);
-    }
-    return own;
-}
-
 /// All files below `folder`, by their names relative to it.
 std::set<std::string> listFiles(const fs::path& folder) {
     std::set<std::string> names;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder))
         names.insert(entry.path().lexically_relative(folder));
     return names;
-}
-
-/// Copies to `target` what lies in the metadata folder `folder` and is not the store's.
-void copyForeignFiles(const fs::path& folder, const OwnFiles& own, const fs::path& target, Observer& observer) {
-    const auto progress = observer.start("Copying");
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
-        progress->advance();
-        const fs::path name = entry.path().lexically_relative(folder);
-        if (entry.is_directory() && !entry.is_symlink()) {
-            if (fs::is_empty(entry.path()))
-                store_support::makeFolderOfOwner(toPath(target / name));
-            continue;
-        }
-        if (own.all.count(name) > 0 || own.transient.count(name) > 0)
-            continue;
-        store_support::makeFolderOfOwner(toPath((target / name).parent_path()));
-        fs::copy(entry.path(), target / name, fs::copy_options::copy_symlinks);
-        if (const auto status = store_support::findStatus(toPath(entry.path())))
-            store_support::giveToOwner(toPath(target / name), *status);
-        if (entry.is_regular_file())
-            fs::last_write_time(target / name, entry.last_write_time());
-    }
-    fs::permissions(target, fs::status(folder).permissions());
 }
 
 /// @throws OperationError naming the first path that differs, or a file that the new store takes for its own
@@ -176,34 +127,14 @@ void requireEqual(const PathTree& before, const host::Path& root, const Factory&
     throw OperationError(ErrorKind::failure, "Not converted: the order of the paths would not stay as it is");
 }
 
-/// Waits until the names in the folder of `path`, and all that has been written to its file system, are on disk.
-void flush(const fs::path& path) {
-    const int folder = open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const bool isFlushed = folder >= 0 && syncfs(folder) == 0;
-    const int error = errno;
-    if (folder >= 0)
-        close(folder);
-    if (!isFlushed)
-        throw fs::filesystem_error("cannot flush", path, std::error_code(error, std::generic_category()));
-}
-
-/// @return whether the file system can do that and has done it
-bool exchange(const fs::path& a, const fs::path& b) {
-    if (renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0)
-        return true;
-    if (errno == EINVAL || errno == ENOSYS)
-        return false;
-    throw fs::filesystem_error("cannot exchange", a, b, std::error_code(errno, std::generic_category()));
-}
-
 /// Puts the folder `made` in its place and the old one aside. If that fails, everything is as it was.
 void swapFolders(const Plan& plan, const fs::path& made) {
     const bool isSamePlace = plan.newFolder == plan.oldFolder;
-    if (isSamePlace && exchange(made, plan.oldFolder)) {
+    if (isSamePlace && exchangeFolders(made, plan.oldFolder)) {
         try {
             fs::rename(made, plan.asideFolder);
         } catch (...) {
-            exchange(made, plan.oldFolder);
+            exchangeFolders(made, plan.oldFolder);
             throw;
         }
         return;
@@ -323,13 +254,13 @@ Converted convertFolder(const host::Path& root, const Plan& plan, const Conversi
 
     {
         const auto progress = observer.start("Flushing");
-        flush(plan.newFolder);
+        flushNames(plan.newFolder);
     }
     host::Interruption::throwIfRequested();
     host::Interruption::ignore();
     swapFolders(plan, workshop.metadataFolder("new"));
     workshop.giveAway();
-    flush(plan.newFolder);
+    flushNames(plan.newFolder);
     return {pathCount, std::move(before), std::move(remote)};
 }
 

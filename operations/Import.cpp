@@ -13,6 +13,7 @@
 #include "operations/NewMetadata.hpp"
 #include "operations/NodeAddress.hpp"
 #include "operations/Project.hpp"
+#include "operations/Restore.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "project/metadata/SingleFileExport.hpp"
@@ -59,25 +60,33 @@ PathTree readExported(const host::Path& file) {
 std::unique_ptr<pm::MetadataManager> openDestination(const host::Path& root, bool isNew, const ImportRequest& request) {
     if (isNew) {
         chooseFolder(request.folder);
-        return chooseStore(request.store)->createManager(root);
+        auto store = chooseStore(request.store)->createManager(root);
+        setOptions(*store, request.options);
+        return store;
     }
-    if (request.store || request.folder) {
+    if (request.store || request.folder || !request.options.empty()) {
         throw OperationError(ErrorKind::usage, "The project " + quoted(root) +
-                                                   " has metadata already; --store and --folder are for new ones, and "
-                                                   "\"project-metadata convert\" changes both");
+                                                   " has metadata already; --store, --option and --folder are for new "
+                                                   "ones, and \"project-metadata convert\" changes all of them");
     }
-    auto store = openProject(root);
-    const bool isPart = !request.top.getPath().empty();
-    if (isPart && !request.replace && store->hasPath(request.top)) {
-        throw AddressError(ErrorKind::failure, {"The project has a path ", NodeAddress{request.top},
-                                                " already; --replace replaces it and all that is below it"});
+    return openProject(root);
+}
+
+/// @throws OperationError if there is metadata where `request` says that some is to be, and that is to stay
+void requirePlace(const pm::MetadataManager& store, const host::Path& root, const ImportRequest& request) {
+    if (request.replace)
+        return;
+    if (!request.top.getPath().empty()) {
+        if (store.hasPath(request.top)) {
+            throw AddressError(ErrorKind::failure, {"The project has a path ", NodeAddress{request.top},
+                                                    " already; --replace replaces it and all that is below it"});
+        }
+        return;
     }
-    const bool hasContent = !store->getChildren({}).empty() || store->hasNode({}) || !findDamage(*store).empty();
-    if (!isPart && hasContent && !request.replace) {
+    if (!store.getChildren({}).empty() || store.hasNode({}) || !findDamage(store).empty()) {
         throw OperationError(ErrorKind::failure,
                              "The project " + quoted(root) + " has metadata already; --replace replaces all of it");
     }
-    return store;
 }
 
 /// What the project is to hold: all of `content`; or `before`, but at `top` and below it what `content` has there.
@@ -104,13 +113,21 @@ PathTree makeContent(const PathTree& before, const PathTree& content, const pm::
 
 }  // namespace
 
-StoreChange importFile(const host::Path& file, const host::Path& root, const ImportRequest& request,
-                       Observer& observer) {
+Import importFile(const host::Path& file, const host::Path& root, const ImportRequest& request, Observer& observer) {
     requireNewRoot(root);
     auto progress = observer.start("Reading");
     const PathTree content = readExported(file);
+    progress.reset();
+    const bool mayReplaceAll = request.replace && request.top.getPath().empty() && !request.folder;
+    if (mayReplaceAll && isDamaged(root, observer)) {
+        const RestoreRequest restoration{request.store, request.options, request.isDryRun};
+        const host::Path damaged = restoreProject(root, content, restoration, observer);
+        return {findChange({}, content), damaged};
+    }
+    progress = observer.start("Reading");
     const bool isNew = !pm::ProjectMetadataLocation(root).hasCoreFile();
     const auto destination = openDestination(root, isNew, request);
+    requirePlace(*destination, root, request);
     const PathTree before = readPaths(*destination, *progress);
     StoreChange change = findChange(before, makeContent(before, content, request.top));
     progress.reset();
@@ -122,7 +139,7 @@ StoreChange importFile(const host::Path& file, const host::Path& root, const Imp
         progress = observer.start("Storing");
         applyChange(*destination, change);
     }
-    return change;
+    return {std::move(change), std::nullopt};
 }
 
 }  // namespace operations

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/Path.hpp"
 #include "operations/Progress.hpp"
@@ -14,18 +15,24 @@ namespace operations {
 struct ImportRequest {
     project::metadata::MetadataPath top;  ///< what is imported, with everything below it; the root path for all
     bool replace = false;                 ///< whether metadata that the project has there may go
-    std::optional<std::string> store;     ///< the name of the kind of store of a new project
-    std::optional<std::string> folder;    ///< its metadata folder, relative to its root folder
-    bool isDryRun = false;                ///< work the change out, and leave the project as it is
+    std::optional<std::string> store;  ///< the name of the kind of store of a new project, or in place of a damaged one
+    std::vector<std::string> options;  ///< for that store, as `setOptions` takes them
+    std::optional<std::string> folder;  ///< the metadata folder of a new project, relative to its root folder
+    bool isDryRun = false;              ///< work the change out, and leave the project as it is
+};
+
+/// What was done.
+struct Import {
+    StoreChange change;
+    std::optional<host::Path> damaged;  ///< where the metadata folder is now that was damaged
 };
 
 /// Makes the project with the root folder `root`, which need not be there, hold exactly what `file` holds; or only at
-/// one path and below it, which is added as the last if it is missing. What is elsewhere stays.
-/// @return what was changed
+/// one path and below it, which is added as the last if it is missing. What is elsewhere stays. Metadata that is
+/// damaged, and may go as a whole, is moved aside and made anew (`restoreProject`).
 /// @throws OperationError if `file` does not hold all metadata of a project, or is damaged, or the project has metadata
 ///         that is to stay, or `file` has not the path; whatever the store throws; host::InterruptedException while
 ///         nothing has been changed
-StoreChange importFile(const host::Path& file, const host::Path& root, const ImportRequest& request,
-                       Observer& observer);
+Import importFile(const host::Path& file, const host::Path& root, const ImportRequest& request, Observer& observer);
 
 }  // namespace operations

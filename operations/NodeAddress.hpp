@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -47,6 +48,23 @@ public:
 
 private:
     std::vector<Piece> pieces_;
+};
+
+/// A path is missing. What lies beside the place where it should go on may be what was meant.
+class MissingPath : public AddressError {
+public:
+    /// @param step the first step of the path that is missing
+    /// @param siblings those that there are in its place
+    MissingPath(std::vector<Piece> pieces, project::metadata::PathElement step,
+                std::vector<project::metadata::PathElement> siblings)
+        : AddressError(ErrorKind::failure, std::move(pieces)), step_(std::move(step)), siblings_(std::move(siblings)) {}
+
+    const project::metadata::PathElement& step() const { return step_; }
+    const std::vector<project::metadata::PathElement>& siblings() const { return siblings_; }
+
+private:
+    project::metadata::PathElement step_;
+    std::vector<project::metadata::PathElement> siblings_;
 };
 
 /// The node that `address` names, null if it is not there.

@@ -1,13 +1,12 @@
 #include "operations/ProjectEdit.hpp"
 
 #include <algorithm>
-#include <exception>
 #include <iterator>
 #include <utility>
 
-#include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "operations/TreeWalk.hpp"
+#include "operations/WayBack.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/EqualTrees.hpp"
 
@@ -78,9 +77,8 @@ ProjectEdit::ProjectEdit(pm::MetadataManager& store, Observer& observer) : store
 ProjectEdit::~ProjectEdit() = default;
 
 void ProjectEdit::set(const NodeAddress& address, const AttributeChanges& changes, const SetRequest& request) {
-    if (!request.create && !hasPath(address.path)) {
-        throw AddressError(ErrorKind::failure, {"There is no path ", NodeAddress{address.path}, "; --create adds it"});
-    }
+    if (!request.create)
+        requirePath(address.path, "; --create adds it");
     if (request.nodeName && !address.inside.empty())
         throw AddressError(ErrorKind::usage, {"A node at ", address, " has the name that is in its address"});
     const Content& content = contentOf(address.path);
@@ -192,6 +190,9 @@ void ProjectEdit::removeNode(const pm::MetadataPath& path) {
 
 void ProjectEdit::move(const pm::MetadataPath& from, const pm::MetadataPath& to) {
     requireTarget(from, to, "moved");
+    if (moveLeaf(from, to))
+        return;
+    tree();
     const bool staysBelow = from.getParent() == to.getParent();
     Branch& oldParent = *findBranch(from.getParent());
     Branch& newParent = *findBranch(to.getParent());
@@ -204,8 +205,30 @@ void ProjectEdit::move(const pm::MetadataPath& from, const pm::MetadataPath& to)
     oldParent.places.erase(from.getLeaf());
 }
 
+/// Moves a path with a node and nothing below it as the first of all changes of paths, if that needs no order: what it
+/// becomes is the last of its siblings. Then there is no need to know all other paths.
+/// @return whether that could be done
+bool ProjectEdit::moveLeaf(const pm::MetadataPath& from, const pm::MetadataPath& to) {
+    if (tree_ || hasBranches_ || !added_.empty() || !removed_.empty() || !store_.getChildren(from).empty())
+        return false;
+    const Content& content = contentOf(from);
+    if (!content.draft && !content.node)
+        return false;
+    if (from.getParent() == to.getParent() && store_.getChildren(from.getParent()).back() != from)
+        return false;
+    const NodePtr node = content.draft ? NodePtr(operations::makeNode(*content.draft)) : content.node;
+    makePath(to);
+    contentOf(to).set(node);
+    contentOf(from).set(nullptr);
+    removed_.push_back(from);
+    removedSet_.insert(from);
+    gone_.push_back(from);
+    return true;
+}
+
 void ProjectEdit::copy(const pm::MetadataPath& from, const pm::MetadataPath& to) {
     requireTarget(from, to, "copied");
+    tree();
     Branch& parent = *findBranch(to.getParent());
     Branch& target = parent.insert(parent.children.end(), to.getLeaf());
     const auto progress = observer_.start("Reading");
@@ -362,17 +385,30 @@ void ProjectEdit::makePath(const pm::MetadataPath& path) {
     }
 }
 
-void ProjectEdit::requirePath(const pm::MetadataPath& path) {
+void ProjectEdit::requirePath(const pm::MetadataPath& path, const std::string& advice) {
     if (hasPath(path))
         return;
     pm::MetadataPath above = path.getParent();
     while (!hasPath(above))
         above = above.getParent();
-    throw AddressError(ErrorKind::failure, {"There is no path ", NodeAddress{path}, "; the nearest one above it is ",
-                                            NodeAddress{std::move(above)}});
+    std::vector<pm::PathElement> siblings;
+    if (tree_) {
+        for (const Branch& child : findBranch(above)->children)
+            siblings.push_back(child.step);
+    } else {
+        for (const pm::MetadataPath& child : store_.getChildren(above))
+            siblings.push_back(child.getLeaf());
+    }
+    const pm::PathElement step = path.getPath()[above.getPath().size()];
+    std::vector<AddressError::Piece> pieces{"There is no path ", NodeAddress{path}};
+    if (advice.empty())
+        pieces.insert(pieces.end(), {"; the nearest one above it is ", NodeAddress{std::move(above)}});
+    else
+        pieces.emplace_back(advice);
+    throw MissingPath(std::move(pieces), step, std::move(siblings));
 }
 
-/// Sees to it that `from` can become `to`, or be copied there, and that there is a tree.
+/// Sees to it that `from` can become `to`, or be copied there.
 void ProjectEdit::requireTarget(const pm::MetadataPath& from, const pm::MetadataPath& to, const std::string& verb) {
     if (from.getPath().empty())
         throw OperationError(ErrorKind::usage, "The root path cannot be " + verb);
@@ -383,11 +419,7 @@ void ProjectEdit::requireTarget(const pm::MetadataPath& from, const pm::Metadata
         throw AddressError(ErrorKind::usage,
                            {NodeAddress{from}, " cannot be " + verb + " into itself, to ", NodeAddress{to}});
     }
-    if (!hasPath(to.getParent())) {
-        throw AddressError(ErrorKind::failure, {"There is no path ", NodeAddress{to.getParent()},
-                                                " to be " + verb + " to; \"project-metadata add\" adds it"});
-    }
-    tree();
+    requirePath(to.getParent(), " to be " + verb + " to; \"project-metadata add\" adds it");
 }
 
 /// Makes `target` at `to` what `source` at `from` is.
@@ -457,25 +489,7 @@ void ProjectEdit::listBranch(const Branch& branch, const pm::MetadataPath& path,
 }
 
 void ProjectEdit::apply(const StoreChange& change) {
-    try {
-        applyChange(store_, change);
-    } catch (...) {
-        // A single batch has taken itself back.
-        if ((!change.paths && change.gone.empty()) || change.nodes.empty())
-            throw;
-        host::Interruption::ignore();
-        try {
-            StoreChange back;
-            for (const pm::MetadataPath& path : change.updated)
-                back.nodes.emplace_back(path, contents_.at(path).stored);
-            applyChange(store_, back);
-            store_.removePaths(change.added);
-        } catch (const std::exception&) {
-            std::throw_with_nested(OperationError(
-                ErrorKind::failure, "The change has been made in part, and cannot be taken back any more"));
-        }
-        throw;
-    }
+    applyOrTakeBack(store_, change, [&](const pm::MetadataPath& path) { return contents_.at(path).stored; });
 }
 
 }  // namespace operations

@@ -70,9 +70,7 @@ public:
     /// All changes so far.
     StoreChange finish();
 
-    /// Makes `change`, which `finish` has returned, as `applyChange` does. If a later one of several batches fails,
-    /// what the earlier ones did is taken back.
-    /// @throws OperationError besides, if that fails too: it says so, with the reason nested in it
+    /// Makes `change`, which `finish` has returned, as `applyOrTakeBack` does.
     void apply(const StoreChange& change);
 
 private:
@@ -86,7 +84,8 @@ private:
     NodeAddress addChild(const NodeAddress& address, const std::optional<Place>& place);
     void removeBranch(const project::metadata::MetadataPath& path);
     void makePath(const project::metadata::MetadataPath& path);
-    void requirePath(const project::metadata::MetadataPath& path);
+    bool moveLeaf(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to);
+    void requirePath(const project::metadata::MetadataPath& path, const std::string& advice = {});
     void requireTarget(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to,
                        const std::string& verb);
     void fillCopy(const Branch& source, const project::metadata::MetadataPath& from,

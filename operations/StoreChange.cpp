@@ -85,18 +85,18 @@ void applyChange(pm::MetadataManager& store, const StoreChange& change, Interrup
         store.setNodes(nodes);
         noteBatch();
     }
+    for (const auto& [path, node] : change.nodes) {
+        if (node)
+            continue;
+        store.removeNode(path);
+        noteBatch();
+    }
     if (change.paths) {
         store.setPaths(*change.paths);
         noteBatch();
     }
     if (!change.gone.empty()) {
         store.removePaths(change.gone);
-        noteBatch();
-    }
-    for (const auto& [path, node] : change.nodes) {
-        if (node)
-            continue;
-        store.removeNode(path);
         noteBatch();
     }
 }

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "host/FileSystem.hpp"
+#include "operations/MetadataFolder.hpp"
 #include "operations/NewMetadata.hpp"
 #include "operations/Progress.hpp"
 #include "operations/SettingsOverride.hpp"
@@ -23,10 +24,6 @@ namespace pm = project::metadata;
 namespace {
 
 const std::u16string prefix = u".project-metadata-";
-
-host::Path toPath(const fs::path& path) {
-    return host::Path::fromAccessName(path.native());
-}
 
 /// Whether `folder` was in use, and nothing in it is of anybody else.
 bool holdsProjectsOnly(const fs::path& folder) {

@@ -62,7 +62,7 @@ Command::Action configure(CLI::App& app) {
     };
 }
 
-const Command command(Group::move, "convert", "Move a project's metadata into another kind of store", configure);
+const Command command(Group::transfer, "convert", "Move a project's metadata into another kind of store", configure);
 
 }  // namespace
 

@@ -82,7 +82,7 @@ Command::Action configure(CLI::App& app) {
     return [positionals, request] { return exportProject(positionals.get().root, *request); };
 }
 
-const Command command(Group::move, "export", "Write a project's metadata into one new file", configure);
+const Command command(Group::transfer, "export", "Write a project's metadata into one new file", configure);
 
 }  // namespace
 

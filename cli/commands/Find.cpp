@@ -147,6 +147,10 @@ Command::Action configure(CLI::App& app) {
     addFlag(app, "-i,--ignore-case", flags->manner.ignoreCase, "Match letters of either case");
     addFlag(app, "-0,--null", flags->isNullSeparated, "End each path with NUL, not with a line break");
     flags->isJson = addJson(app);
+    setFooter(app,
+              "Conditions hold together; --or stands between those of which one is enough, and --not before one: "
+              "find --attribute Owner=Ann --or --type File --not --attribute 'Size<1000' finds what is Ann's, and the "
+              "files of at least 1000 or without a size.");
     return [positionals, flags, conditions] {
         const Query query(conditions->get(), flags->manner);
         return find(positionals.get(), query, *flags);

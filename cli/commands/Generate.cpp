@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Command.hpp"
+#include "cli/HelpText.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Output.hpp"
 #include "project/Version.hpp"
@@ -110,9 +111,7 @@ std::string manualCommand(const CLI::App& command) {
         usage += (usage.empty() ? "" : " ") + formatUsage(*option);
     }
     return manualEntry(command.get_name(), usage, command.get_description()) + ".RS\n" + manualOptions(command) +
-           (command.get_footer() == command.get_parent()->get_footer() ? ""
-                                                                       : ".PP\n" + roff(command.get_footer()) + '\n') +
-           ".RE\n";
+           (command.get_footer() == statusText ? "" : ".PP\n" + roff(command.get_footer()) + '\n') + ".RE\n";
 }
 
 std::string makeManual(const CLI::App& app) {
@@ -130,7 +129,15 @@ std::string makeManual(const CLI::App& app) {
             text += ".SS " + roff(group = command->get_group()) + '\n';
         text += manualCommand(*command);
     }
-    return text + ".SH EXIT STATUS\n" + roff(app.get_footer()) + '\n';
+    for (const HelpSection& section : helpSections()) {
+        std::string title = section.title;
+        std::transform(title.begin(), title.end(), title.begin(),
+                       [](char letter) { return static_cast<char>(std::toupper(static_cast<unsigned char>(letter))); });
+        text += ".SH " + roff(title) + '\n';
+        for (const char* line : section.lines)
+            text += roff(line) + "\n.PP\n";
+    }
+    return text + ".SH EXIT STATUS\n" + roff(statusText) + '\n';
 }
 
 // The completion for bash. Where it offers nothing of its own, bash offers files.

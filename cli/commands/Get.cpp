@@ -14,6 +14,7 @@
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
+#include "cli/text/AttributeText.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
@@ -49,7 +50,7 @@ std::optional<std::u16string> findValue(const pm::MetadataNode* node, const oper
     }
     if (flags.fallback)
         return host::fromUtf8(*flags.fallback);
-    reportError(node ? "The node at \"" + formatAddress(address) + "\" has no attribute \"" + key + '"'
+    reportError(node ? describeMissingKey(*node, address, name)
                      : "There is no node at \"" + formatAddress(address) + "\", only a branch");
     return std::nullopt;
 }

@@ -22,6 +22,7 @@
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/SafeText.hpp"
 #include "host/FileSystem.hpp"
@@ -105,8 +106,8 @@ void requireNoLink(const host::Path& file) {
 
 class Setup {
 public:
-    Setup(std::string folder, bool isRemoval, bool isDryRun)
-        : folder_(std::move(folder)), isRemoval_(isRemoval), isDryRun_(isDryRun) {}
+    Setup(std::string folder, bool isRemoval, bool isDryRun, bool isJson)
+        : folder_(std::move(folder)), isRemoval_(isRemoval), isDryRun_(isDryRun), isJson_(isJson) {}
 
     /// The absolute path that "git rev-parse" tells for `arguments`.
     host::Path find(std::vector<std::string> arguments) const {
@@ -119,14 +120,14 @@ public:
         return host::Path::fromAccessName(withoutBreak(found.out));
     }
 
-    void configure() const {
+    void configure() {
         configureRenames();
         for (const auto& [key, value] : makeConfiguration()) {
             const std::optional<std::string> before = readSetting(key);
             if (isRemoval_ && before)
-                change({"config", "--local", "--unset-all", key}, "removed " + key);
+                change(key, std::nullopt);
             else if (!isRemoval_ && before != value)
-                change({"config", "--local", "--replace-all", key, value}, "set " + key + " = " + value);
+                change(key, value);
         }
         // What is empty now does not go by itself.
         if (isRemoval_ && !isDryRun_) {
@@ -135,7 +136,7 @@ public:
         }
     }
 
-    void writeAttributes(const host::Path& file) const {
+    void writeAttributes(const host::Path& file) {
         const std::string before = readAll(file);
         const std::string after = replaceBlock(before, isRemoval_ ? "" : makeBlock());
         if (after == before)
@@ -148,29 +149,30 @@ public:
             project::metadata::makeFolder(project::metadata::getParentFolder(file));
             operations::replaceFile(file, after);
         }
+        done_["attributes"] = toJson(file);
         note((isRemoval_ ? "removed the attributes of metadata files from "
                          : "put the attributes of metadata files into ") +
              file.accessName());
     }
 
+    /// What has been done, or would be.
+    const Json& done() const { return done_; }
+
 private:
     /// Git would take a folder for renamed because of what is in its files, and put those of the other side there.
-    void configureRenames() const {
+    void configureRenames() {
         const std::string key = "merge.directoryRenames";
         const std::string noteKey = "merge.project-metadata.directoryRenamesBefore";  // empty if it was not set
         const std::optional<std::string> now = readSetting(key);
         const std::optional<std::string> before = readSetting(noteKey);
         const bool isOff = now == "false";
         if (!isRemoval_ && !isOff) {
-            change({"config", "--local", "--replace-all", noteKey, now.value_or("")},
-                   "noted " + key + " = " + now.value_or(""));
-            change({"config", "--local", "--replace-all", key, "false"}, "set " + key + " = false");
+            change(noteKey, now.value_or(""));
+            change(key, "false");
         } else if (isRemoval_ && before) {
-            if (isOff && before->empty())
-                change({"config", "--local", "--unset-all", key}, "removed " + key);
-            else if (isOff)
-                change({"config", "--local", "--replace-all", key, *before}, "set " + key + " = " + *before);
-            change({"config", "--local", "--unset-all", noteKey}, "removed " + noteKey);
+            if (isOff)
+                change(key, before->empty() ? std::nullopt : before);
+            change(noteKey, std::nullopt);
         }
     }
 
@@ -186,24 +188,32 @@ private:
         return found.status == 0 ? std::optional(withoutBreak(found.out)) : std::nullopt;
     }
 
-    void change(std::vector<std::string> arguments, const std::string& text) const {
+    /// @param value what the key is to have; none to take it away
+    void change(const std::string& key, const std::optional<std::string>& value) {
         if (!isDryRun_) {
+            std::vector<std::string> arguments{"config", "--local", value ? "--replace-all" : "--unset-all", key};
+            if (value)
+                arguments.push_back(*value);
             const GitOutcome changed = runGit(folder_, std::move(arguments));
             if (changed.status != 0) {
                 throw CommandError(Status::failure,
                                    "git cannot change the configuration of \"" + folder_ + "\": " + changed.error);
             }
         }
-        note(text);
+        done_["settings"][key] = value ? toJson(host::fromUtf8(*value)) : Json(nullptr);
+        note(value ? "set " + key + " = " + *value : "removed " + key);
     }
 
     void note(const std::string& text) const {
-        printNote((isDryRun_ ? "would have " : "") + escapeText(host::Path::fromAccessName(text).text()) + '\n');
+        if (!isJson_)
+            printNote((isDryRun_ ? "would have " : "") + escapeText(host::Path::fromAccessName(text).text()) + '\n');
     }
 
     std::string folder_;
     bool isRemoval_;
     bool isDryRun_;
+    bool isJson_;
+    Json done_{{"settings", Json::object()}, {"attributes", nullptr}};
 };
 
 struct Arguments {
@@ -211,10 +221,11 @@ struct Arguments {
     bool inWorkTree = false;
     bool isRemoval = false;
     bool isDryRun = false;
+    std::shared_ptr<const bool> isJson;
 };
 
 Status setUp(const Arguments& arguments) {
-    const Setup setup(arguments.folder, arguments.isRemoval, arguments.isDryRun);
+    Setup setup(arguments.folder, arguments.isRemoval, arguments.isDryRun, *arguments.isJson);
     const host::Path attributes = arguments.inWorkTree ? setup.find({"--show-toplevel"}) / u".gitattributes"
                                                        : setup.find({"--git-path", "info/attributes"});
     if (arguments.isDryRun) {
@@ -223,6 +234,8 @@ Status setUp(const Arguments& arguments) {
     }
     setup.writeAttributes(attributes);
     setup.configure();
+    if (*arguments.isJson)
+        printJson(setup.done());
     return Status::done;
 }
 
@@ -235,6 +248,7 @@ Command::Action configure(CLI::App& app) {
             "info/attributes");
     addFlag(app, "--remove", arguments->isRemoval, "Take away what this command has written");
     addFlag(app, "--dry-run", arguments->isDryRun, "Say what would be written, and write nothing");
+    arguments->isJson = addJson(app);
     return [operands, arguments] {
         arguments->folder = operands.get()[0].value_or(".");
         return setUp(*arguments);

@@ -25,10 +25,17 @@ Status importFile(const host::Path& file, const host::Path& root, const operatio
                   bool isJson) {
     const bool makesRoot = !operations::leadsToFolder(root.accessName());
     CommandObserver observer;
-    const operations::StoreChange change = operations::importFile(file, root, request, observer);
+    const auto [change, damaged] = operations::importFile(file, root, request, observer);
     if (isJson) {
-        printJson(toJson(change));
+        Json json = toJson(change);
+        json["damaged"] = damaged ? toJson(*damaged) : Json(nullptr);
+        printJson(json);
         return Status::done;
+    }
+    if (damaged) {
+        printNote("What was there is damaged, and " +
+                  std::string(request.isDryRun ? "would be moved to " : "has been moved to ") +
+                  escapeName(damaged->text()) + '\n');
     }
     if (makesRoot)
         printNote((request.isDryRun ? "Would make the folder " : "Made the folder ") + escapeName(root.text()) + '\n');
@@ -43,8 +50,12 @@ Command::Action configure(CLI::App& app) {
     const auto request = std::make_shared<operations::ImportRequest>();
     const auto top = std::make_shared<std::optional<std::string>>();
     addOption(app, "--path", *top, "Only this path, with everything below it; the rest of the project stays", "PATH");
-    addFlag(app, "--replace", request->replace, "Replace all metadata that the project has, or that PATH has");
-    addOption(app, "--store", request->store, "The kind of store of a new project", "NAME");
+    addFlag(app, "--replace", request->replace,
+            "Replace all metadata that the project has, or that PATH has; what is damaged is moved aside");
+    addOption(app, "--store", request->store, "The kind of store of a new project, or in place of a damaged one",
+              "NAME");
+    addOption(app, "--option", request->options, "What that store has to know, such as where its server is",
+              "NAME=VALUE");
     addOption(app, "--folder", request->folder, "The metadata folder of a new project, relative to ROOT", "NAME");
     return [positionals, request, top, isJson = addJson(app), dryRun = addDryRun(app)] {
         request->isDryRun = *dryRun;
@@ -56,7 +67,7 @@ Command::Action configure(CLI::App& app) {
     };
 }
 
-const Command command(Group::move, "import", "Read exported metadata into a project, which may be new", configure);
+const Command command(Group::transfer, "import", "Read exported metadata into a project, which may be new", configure);
 
 }  // namespace
 

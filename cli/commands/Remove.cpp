@@ -46,8 +46,8 @@ bool exists(const pm::MetadataManager& store, const NodeAddress& address, bool a
     return operations::findNode(store.getNode(address.path).get(), address) != nullptr;
 }
 
-/// What `texts` name, or nothing if a node is missing, which is reported, unless that is to be ignored.
-/// @throws CommandError for a path that is missing
+/// What `texts` name, or nothing if the node of a path is missing, which is reported, unless that is to be ignored.
+/// @throws CommandError for a path that is missing; AddressError for a child node
 std::vector<NodeAddress> findAddresses(const pm::MetadataManager& store, const std::vector<std::string>& texts,
                                        const Flags& flags) {
     std::vector<NodeAddress> addresses, missing;
@@ -61,10 +61,10 @@ std::vector<NodeAddress> findAddresses(const pm::MetadataManager& store, const s
             missing.push_back(std::move(address));
     }
     for (const NodeAddress& address : missing) {
-        if (store.hasPath(address.path))
-            reportError("There is no node at \"" + formatAddress(address) + "\"; nothing is removed");
-        else
-            requirePath(store, address.path);
+        requirePath(store, address.path);
+        if (!address.inside.empty())
+            operations::requireNode(store.getNode(address.path).get(), address);
+        reportError("There is no node at \"" + formatAddress(address) + "\", only a branch; nothing is removed");
     }
     if (!missing.empty())
         addresses.clear();

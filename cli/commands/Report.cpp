@@ -192,7 +192,7 @@ Command::Action configure(CLI::App& app) {
     return [positionals, wish] { return report(positionals.get().root, *wish); };
 }
 
-const Command command(Group::show, "report", "Make a web page of a project's metadata, to look at and search",
+const Command command(Group::report, "report", "Make a web page of a project's metadata, to look at and search",
                       configure);
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "cli/Command.hpp"
 #include "cli/Editing.hpp"
 #include "cli/Positionals.hpp"
+#include "cli/text/AttributeText.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/PathText.hpp"
 #include "cli/text/SafeText.hpp"
@@ -28,8 +29,11 @@ Status unset(const Positionals::Values& values, const EditFlags& flags) {
     const operations::StoreChange change =
         editing.make([&](operations::ProjectEdit& edit) { missing = edit.unset(address, keys); });
     for (const std::u16string& key : missing) {
-        reportError("The node at \"" + formatAddress(address) + "\" has no attribute \"" + host::toUtf8(key) +
-                    "\"; nothing is changed");
+        const auto stored = editing.store().getNode(address.path);
+        const auto* const node = operations::findNode(stored.get(), address);
+        const std::string consequence = "; nothing is changed";
+        reportError(node ? describeMissingKey(*node, address, key, consequence)
+                         : "There is no node at \"" + formatAddress(address) + "\", only a branch" + consequence);
     }
     if (!missing.empty())
         return Status::foundProblems;

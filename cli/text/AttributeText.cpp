@@ -3,7 +3,9 @@
 #include "cli/Streams.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
 #include "cli/text/SafeText.hpp"
+#include "cli/text/Suggestion.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
 
@@ -52,6 +54,15 @@ operations::AttributeChanges parseAttributes(const std::vector<std::string>& tex
         changes[std::move(key)] = std::move(value);
     }
     return changes;
+}
+
+std::string describeMissingKey(const pm::MetadataNode& node, const operations::NodeAddress& address,
+                               const std::u16string& key, const std::string& consequence) {
+    std::vector<std::string> keys;
+    for (const std::u16string& each : node.getAttributeKeys())
+        keys.push_back(host::toUtf8(each));
+    return "The node at \"" + formatAddress(address) + "\" has no attribute \"" + host::toUtf8(key) + '"' +
+           consequence + suggest(host::toUtf8(key), keys);
 }
 
 std::string describeAttribute(const std::u16string& key, const std::u16string& value) {

@@ -13,6 +13,7 @@
 #include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
 #include "cli/text/SafeText.hpp"
+#include "cli/text/Suggestion.hpp"
 #include "cli/text/Warnings.hpp"
 #include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
@@ -74,6 +75,17 @@ std::string describe(const operations::AddressError& error) {
     return sentence;
 }
 
+/// What may have been meant by a path that is missing.
+std::string suggestPath(const operations::AddressError& error) {
+    const auto* const missing = dynamic_cast<const operations::MissingPath*>(&error);
+    if (!missing)
+        return "";
+    std::vector<std::string> steps;
+    for (const project::metadata::PathElement& sibling : missing->siblings())
+        steps.push_back(formatElement(sibling));
+    return suggest(formatElement(missing->step()), steps);
+}
+
 void addCurrentException(Report& report);
 
 /// Adds what is nested in `error`, whatever its type.
@@ -100,7 +112,7 @@ void addCurrentException(Report& report) {
     } catch (const operations::AddressError& error) {
         if (report.sentences.empty())
             report.status = statusOf(error.kind());
-        report.add(describe(error));
+        report.add(describe(error) + suggestPath(error));
         addCauses(report, error);
     } catch (const operations::OperationError& error) {
         if (report.sentences.empty())

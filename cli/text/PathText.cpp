@@ -8,7 +8,6 @@
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/SafeText.hpp"
-#include "cli/text/Suggestion.hpp"
 #include "host/Path.hpp"
 #include "host/Text.hpp"
 
@@ -198,13 +197,12 @@ void requirePath(const pm::MetadataManager& store, const pm::MetadataPath& path)
     pm::MetadataPath ancestor = path.getParent();
     while (!ancestor.getPath().empty() && !store.hasPath(ancestor))
         ancestor = ancestor.getParent();
-    const pm::PathElement& wanted = path.getPath()[ancestor.getPath().size()];
-    std::vector<std::string> steps;
+    std::vector<pm::PathElement> siblings;
     for (const pm::MetadataPath& child : store.getChildren(ancestor))
-        steps.push_back(formatElement(child.getLeaf()));
-    throw CommandError(Status::failure, "There is no path \"" + formatPath(path) +
-                                            "\"; the nearest one above it is \"" + formatPath(ancestor) + '"' +
-                                            suggest(formatElement(wanted), steps));
+        siblings.push_back(child.getLeaf());
+    throw operations::MissingPath({"There is no path ", operations::NodeAddress{path}, "; the nearest one above it is ",
+                                   operations::NodeAddress{ancestor}},
+                                  path.getPath()[ancestor.getPath().size()], std::move(siblings));
 }
 
 }  // namespace cli

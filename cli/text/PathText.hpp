@@ -36,7 +36,7 @@ operations::NodeAddress parseAddress(const std::string& text);
 /// As that, for one that has no steps into the node.
 project::metadata::MetadataPath parsePath(const std::string& text);
 
-/// @throws CommandError naming the nearest ancestor that exists, unless `path` is in `store`
+/// @throws operations::MissingPath naming the nearest ancestor that exists, unless `path` is in `store`
 /// @throws whatever the store throws
 void requirePath(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& path);
 

@@ -133,6 +133,26 @@ Groups readGroups(const Path& file) {
     return groups;
 }
 
+/// The lines of a settings file, which has been read without an error, by group and key.
+std::map<std::pair<std::string, std::string>, unsigned long> findLines(const std::string& content) {
+    const auto trim = [](const std::string& text) {
+        const std::size_t begin = text.find_first_not_of(" \t\r\xEF\xBB\xBF");
+        return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t\r") + 1 - begin);
+    };
+    std::map<std::pair<std::string, std::string>, unsigned long> lines;
+    std::istringstream stream(content);
+    std::string group, line;
+    for (unsigned long number = 1; std::getline(stream, line); ++number) {
+        line = trim(line);
+        const std::size_t end = line.find('=');
+        if (line.compare(0, 1, "[") == 0)
+            group = trim(line.substr(1, line.find(']') - 1));
+        else if (line.compare(0, 1, ";") != 0 && line.compare(0, 1, "#") != 0 && end != std::string::npos)
+            lines[{group, trim(line.substr(0, end))}] = number;
+    }
+    return lines;
+}
+
 /// One group as the file had it when the group was asked for.
 class FileGroup final : public SettingsGroup {
 public:
@@ -173,7 +193,7 @@ private:
 
 /// The group of all groups. It holds nothing itself, so that a process that runs for long sees every change of the
 /// file and of the environment.
-class FileRoot final : public SettingsGroup {
+class FileRoot final : public SettingsGroup, public SettingsLister {
 public:
     std::shared_ptr<const SettingsGroup> getGroup(const std::string& fullName) const override {
         return read()->getGroup(fullName);
@@ -182,6 +202,25 @@ public:
     std::u16string getText(const std::string& key, const std::string& qualifier) const override {
         return read()->getText(key, qualifier);
     }
+
+    std::vector<Setting> listSettings() const override {
+        const Path file = getSettingsFile();
+        const Groups groups = file.empty() ? defaults : readGroups(file);
+        const auto lines = findLines(file.empty() ? std::string() : readContent(file));
+        std::vector<Setting> settings;
+        for (const auto& [group, values] : groups) {
+            const auto known = defaults.find(group);
+            for (const auto& [key, value] : values) {
+                const auto line = lines.find({group, key});
+                const bool isSet = line != lines.end();
+                settings.push_back({group, key, value, isSet ? file : Path(), isSet ? line->second : 0,
+                                    known != defaults.end() && known->second.count(key) > 0});
+            }
+        }
+        return settings;
+    }
+
+    Path getSettingsFile() const override { return findSettingsFile().value_or(Path()); }
 
 private:
     static std::shared_ptr<const SettingsGroup> read() {
@@ -204,6 +243,8 @@ Root& theRoot() {
 }  // namespace
 
 SettingsGroup::~SettingsGroup() = default;
+
+SettingsLister::~SettingsLister() = default;
 
 std::shared_ptr<const SettingsGroup> SettingsService::getSettingsRoot() {
     Root& root = theRoot();

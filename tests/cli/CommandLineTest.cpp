@@ -60,7 +60,14 @@ TEST_F(CommandLineTest, whatIsMisspeltIsAnsweredWithWhatMayBeMeant) {
         {{"export", root, "-o", "x", "--pth=x"}, "did you mean \"--path\"?"},
         {{"tree", root, "--colour=never"}, "did you mean \"--color\"?"},
         {{"show", root, "Folder:soruces|File:main.c"}, "is \"/\"; did you mean \"Folder:sources\"?"},
-        {{"get", root, "Folder:sources|File:Main.C", "K"}, "is \"Folder:sources\"; did you mean \"File:main.c\"?"}};
+        {{"get", root, "Folder:sources|File:Main.C", "K"}, "is \"Folder:sources\"; did you mean \"File:main.c\"?"},
+        {{"set", root, "Folder:soruces", "K=V"}, "--create adds it; did you mean \"Folder:sources\"?"},
+        {{"unset", root, "Folder:soruces", "K"}, "did you mean \"Folder:sources\"?"},
+        {{"move", root, "Folder:soruces", "F:x"}, "did you mean \"Folder:sources\"?"},
+        {{"copy", root, "Folder:sources", "Folder:soruces|F:x"}, "did you mean \"Folder:sources\"?"},
+        {{"remove", root, "Folder:soruces"}, "did you mean \"Folder:sources\"?"},
+        {{"add", root, "F:x", "--before", "Folder:soruces"}, "did you mean \"Folder:sources\"?"},
+        {{"find", root, "--or", "Owner=Ann", "X=1"}, "a condition is written --attribute \"X=1\""}};
     for (const auto& [line, answer] : cases)
         EXPECT_THAT(run(line).err, HasSubstr(answer));
     for (const std::vector<std::string>& line :

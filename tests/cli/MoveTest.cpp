@@ -30,6 +30,15 @@ TEST_P(MoveCommandTest, aMovedPathKeepsNodesAndOrderAndLeavesItsTwinAlone) {
                 ElementsAre("F:z Info Id=F:z", "F:a Info Id=F:a", R"(F:z|F:d Info Id=F:b\|F:c)", "F:z|F:b Info Id=F:b",
                             "F:z|F:b|F:c Info Id=F:b|F:c", "F:z|F:b|F:a Info Id=F:b|F:a"));
 
+    // A leaf, as the last of its siblings too; in one edit with what needs all paths.
+    expectMoved("F:z|F:b|F:a", "F:z|F:b|F:A");
+    expectMoved("F:z|F:d", "F:a|F:d");
+    ASSERT_EQ(
+        run({"edit", root, "-"}, test::withInput("move F:a|F:d F:e\nset F:e Id=e\nadd F:f --before F:e\n")).status, 0);
+    EXPECT_THAT(content(),
+                ElementsAre("F:z Info Id=F:z", "F:a Info Id=F:a", "F:f", "F:e Info Id=e", "F:z|F:b Info Id=F:b",
+                            "F:z|F:b|F:c Info Id=F:b|F:c", "F:z|F:b|F:A Info Id=F:b|F:a"));
+
     const auto before = readTree(root);
     expectFailure(run({"move", root, "F:x", "F:y"}), 3, {"\"F:x\""});
     expectFailure(run({"move", root, "F:z", "F:a"}), 3, {"\"F:a\" already"});

@@ -83,6 +83,19 @@ TEST_F(PostgresqlCommandTest, aConversionLeavesNothingWhereItWas) {
     EXPECT_EQ(content(), before);
     EXPECT_EQ(count(), empty);
 
+    // Of a core file that is damaged, nobody knows where it led; what it led to stays there.
+    fs::remove_all(root);
+    const std::vector<std::string> import{"import",   exported,       root,        "--store", "postgresql",
+                                          "--option", "service=test", "--replace", "-q"};
+    expectSuccess(run(import), "");
+    EXPECT_EQ(content(), before);
+    test::writeBytes(coreFile, "<Project");
+    expectSuccess(run(import), "");
+    EXPECT_EQ(content(), before);
+    EXPECT_EQ(std::stoi(count()), std::stoi(empty) + 2);
+    fs::remove_all(root);
+    expectSuccess(run({"import", exported, root, "-q"}), "");
+
     expectSuccess(run({"convert", root, "--store", "postgresql", "-q"}), "");
     const std::string full = count();
     expectSuccess(run({"convert", root, "--store", "monolithic", "--keep", "-q"}), "");

@@ -88,11 +88,76 @@ TEST_P(TransferTest, anImportReplacesContentOnlyIfToldTo) {
     const auto before = readTree(root);
     expectFailure(run({"import", file, root}), 3, {root, "--replace"});
     expectFailure(run({"import", file, root, "--replace", "--store", "fixedPath"}), 2, {"convert"});
-    const nlohmann::json expected{{"added", 1}, {"updated", 2}, {"removed", 2}};
+    const nlohmann::json expected{{"added", 1}, {"updated", 2}, {"removed", 2}, {"damaged", nullptr}};
     EXPECT_EQ(nlohmann::json::parse(run({"import", file, root, "--replace", "--json", "--dry-run"}).out), expected);
     EXPECT_EQ(readTree(root), before);
     EXPECT_EQ(nlohmann::json::parse(run({"import", file, root, "--replace", "--json"}).out), expected);
     EXPECT_EQ(contentOf(root), content);
+}
+
+TEST_P(TransferTest, anImportReplacesWhatIsDamagedAndKeepsIt) {
+    const std::string store = GetParam();
+    ASSERT_EQ(run({"export", root, "-o", file}).status, 0);
+    const fs::path metadata = coreFile.parent_path();
+    const fs::path whole = folder / "whole";
+    const std::string uuid = "uuid-6ba7b810-9dad-11d1-80b4-00c04fd430c8.xml";
+    test::writeBytes(metadata / uuid, "<uuid/>");
+    test::writeBytes(metadata / "notes/mine.txt", "note");
+    fs::copy(root, whole, fs::copy_options::recursive);
+    std::size_t damages = 0;
+    for (const auto& [name, bytes] : readTree(metadata)) {
+        if (name.back() == '/' || name == uuid || name == "notes/mine.txt")
+            continue;
+        for (const std::string& damage : {bytes.substr(0, bytes.size() / 2), std::string(), std::string("<gone>")}) {
+            SCOPED_TRACE(name + ": " + damage.substr(0, 20));
+            fs::remove_all(root);
+            fs::copy(whole, root, fs::copy_options::recursive);
+            if (damage == "<gone>" && name == "Project.xml" && store != "monolithic")
+                fs::remove(coreFile);
+            else
+                test::writeBytes(metadata / name, damage);
+            const auto before = readTree(metadata);
+            std::vector<std::string> line{"import", file, root, "--replace", "--json"};
+            // Where nobody knows other files, nothing tells what it was.
+            if (store == "monolithic" && damage.size() < bytes.size() / 2) {
+                expectFailure(run(line), 3, {coreFile, "--store"});
+                line.insert(line.end(), {"--store", store});
+            }
+            std::vector<std::string> dry = line;
+            dry.erase(dry.begin() + 4);
+            dry.push_back("--dry-run");
+            EXPECT_THAT(run(dry).out, HasSubstr("would be moved to " + metadata.native() + ".damaged"));
+            EXPECT_EQ(readTree(metadata), before);
+            ASSERT_EQ(nlohmann::json::parse(run(line).out).at("damaged"), metadata.native() + ".damaged");
+            EXPECT_EQ(typeOf(coreFile), store);
+            EXPECT_EQ(contentOf(root), content);
+            EXPECT_EQ(run({"check", root}).status, 0);
+            EXPECT_TRUE(fs::exists(metadata / uuid));
+            EXPECT_EQ(readTree(metadata.native() + ".damaged"), before);
+            ++damages;
+        }
+    }
+    EXPECT_GE(damages, 3U);
+    // The next one gets another name.
+    test::writeBytes(coreFile, "<");
+    const auto again =
+        nlohmann::json::parse(run({"import", file, root, "--replace", "--store", "sqlite", "--json"}).out);
+    EXPECT_EQ(again.at("damaged"), metadata.native() + ".damaged.2");
+    EXPECT_EQ(typeOf(coreFile), "sqlite");
+    EXPECT_EQ(contentOf(root), content);
+}
+
+TEST_P(TransferTest, whatCannotBeHadNowIsNotTakenForDamaged) {
+    ASSERT_EQ(run({"export", root, "-o", file}).status, 0);
+    fs::permissions(folder.std(), fs::perms::all);
+    fs::permissions(file, fs::perms::all);
+    for (const auto& entry : fs::recursive_directory_iterator(root))
+        fs::permissions(entry.path(), entry.is_directory() ? fs::perms::all : fs::perms::none);
+    fs::permissions(root, fs::perms::all);
+    const auto before = readTree(root);
+    const test::Surroundings unprivileged{test::movedInstallation(), {}, {}, test::becomeUnprivileged};
+    expectFailure(run({"import", file, root, "--replace"}, unprivileged), 3, {root, "Permission denied"});
+    EXPECT_EQ(readTree(root), before);
 }
 
 TEST_P(TransferTest, onePathIsExportedAndImportedAndTheRestStays) {
