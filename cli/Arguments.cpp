@@ -40,6 +40,15 @@ void addPairOption(CLI::App& app, const char* names, std::vector<std::string>& v
     app.add_option(names, values, description)->type_name(types)->expected(2);
 }
 
+void addStoreOptions(CLI::App& app, std::vector<std::string>& options) {
+    addOption(app, "--option", options, "What the store has to know that makes the metadata", "NAME=VALUE");
+    // After the other one, which replaces what is there.
+    app.add_option_function<std::string>(
+           "--service", [&options](const std::string& name) { options.push_back("service=" + name); },
+           "The service by which the store's server is known; as --option service=NAME")
+        ->type_name("NAME");
+}
+
 void addArgument(CLI::App& app, const char* name, std::string& value, const char* description, Need need) {
     app.add_option(name, value, description)->required(need == Need::required);
 }

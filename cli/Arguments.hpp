@@ -38,6 +38,10 @@ void addOption(CLI::App& app, const char* names, std::vector<std::string>& value
 void addPairOption(CLI::App& app, const char* names, std::vector<std::string>& values, const char* description,
                    const char* types);
 
+/// Declares `--option` and `--service`, with which a store is told what it has to know before it makes a project.
+/// @param options gets them as `operations::setOptions` takes them
+void addStoreOptions(CLI::App& app, std::vector<std::string>& options);
+
 /// Declares an argument that is no option, of a command that does not use `Positionals`.
 void addArgument(CLI::App& app, const char* name, std::string& value, const char* description,
                  Need need = Need::optional);

@@ -52,8 +52,7 @@ Command::Action configure(CLI::App& app) {
     addOption(app, "--store", request->store, "The kind of store; \"project-metadata stores\" lists them", "NAME",
               Need::required);
     addOption(app, "--folder", request->folder, "The name of the new metadata folder, relative to ROOT", "NAME");
-    addOption(app, "--option", request->options, "What the new store has to know, such as where its server is",
-              "NAME=VALUE");
+    addStoreOptions(app, request->options);
     addFlag(app, "--keep", request->keep, "Keep the old folder, with the name of its kind of store appended");
     const auto dryRun = addDryRun(app);
     return [positionals, request, dryRun, isJson = addJson(app)] {

@@ -54,8 +54,7 @@ Command::Action configure(CLI::App& app) {
             "Replace all metadata that the project has, or that PATH has; what is damaged is moved aside");
     addOption(app, "--store", request->store, "The kind of store of a new project, or in place of a damaged one",
               "NAME");
-    addOption(app, "--option", request->options, "What that store has to know, such as where its server is",
-              "NAME=VALUE");
+    addStoreOptions(app, request->options);
     addOption(app, "--folder", request->folder, "The metadata folder of a new project, relative to ROOT", "NAME");
     return [positionals, request, top, isJson = addJson(app), dryRun = addDryRun(app)] {
         request->isDryRun = *dryRun;

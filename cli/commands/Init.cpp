@@ -84,8 +84,7 @@ Command::Action configure(CLI::App& app) {
                             0);
     addOption(app, "--store", arguments->store, "The kind of store; \"project-metadata stores\" lists them", "NAME");
     addOption(app, "--folder", arguments->folder, "The name of the metadata folder, relative to ROOT", "NAME");
-    addOption(app, "--option", arguments->options, "What the store has to know, such as where its server is",
-              "NAME=VALUE");
+    addStoreOptions(app, arguments->options);
     arguments->dryRun = addDryRun(app);
     arguments->isJson = addJson(app);
     return [operands, arguments] {

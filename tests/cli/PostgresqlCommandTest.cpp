@@ -103,7 +103,7 @@ TEST_F(PostgresqlCommandTest, aConversionLeavesNothingWhereItWas) {
 }
 
 TEST_F(PostgresqlCommandTest, watchTellsWhatOthersDoOnTheServer) {
-    expectSuccess(run({"init", root, "--store", "postgresql", "--option", "service=test", "-q"}), "");
+    expectSuccess(run({"init", root, "--store", "postgresql", "--service", "test", "-q"}), "");
     expectSuccess(run({"add", root, "F:top", "-q"}), "");
     const test::Watching watching(root);
     for (int i = 0; i < 100 && !watching.hearsSomething(); ++i)
