@@ -52,7 +52,7 @@ set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "metadata of desktop engineering project
     "This package has the shared library, the embedded host and the plug-ins of the\nstores.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "${name_library} (= ${PROJECT_VERSION}), libxml2-dev (>= 2.9.14), libboost-filesystem-dev (>= 1.74)")
+    "${name_library} (= ${PROJECT_VERSION}), libxml2-dev (>= 2.9.14), libboost-dev (>= 1.74)")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "cmake (>= 3.25), pkg-config, libgtest-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "metadata of desktop engineering projects - development files\n${what}\n"
     "This package has the headers, the static libraries for stores and operations,\nguides and examples.")
