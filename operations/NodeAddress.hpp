@@ -55,9 +55,9 @@ class MissingPath : public AddressError {
 public:
     /// @param step the first step of the path that is missing
     /// @param siblings those that there are in its place
-    MissingPath(std::vector<Piece> pieces, project::metadata::PathElement step,
+    MissingPath(std::vector<Piece> pieces, const project::metadata::PathElement& step,
                 std::vector<project::metadata::PathElement> siblings)
-        : AddressError(ErrorKind::failure, std::move(pieces)), step_(std::move(step)), siblings_(std::move(siblings)) {}
+        : AddressError(ErrorKind::failure, std::move(pieces)), step_(step), siblings_(std::move(siblings)) {}
 
     const project::metadata::PathElement& step() const { return step_; }
     const std::vector<project::metadata::PathElement>& siblings() const { return siblings_; }
