@@ -59,8 +59,11 @@ void requireSteps(const project::metadata::MetadataPath& path, const host::Path&
 }
 
 std::shared_ptr<const MetadataNode> borrowNode(const MetadataNode* node) {
-    if (node && typeid(project::metadata::getShared(*node)) != typeid(project::metadata::MetadataNodeSpecification))
-        return project::metadata::keepNode(*node);
+    if (node) {
+        const MetadataNode& said = project::metadata::getShared(*node);
+        if (typeid(said) != typeid(project::metadata::MetadataNodeSpecification))
+            return project::metadata::keepNode(*node);
+    }
     return {std::shared_ptr<const MetadataNode>(), node};
 }
 

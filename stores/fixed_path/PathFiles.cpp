@@ -280,7 +280,7 @@ PathFilePtr PathFiles::readForChange(const Path& file, Extent extent) const {
     const auto status = findStatus(file);
     if (!status)
         return nullptr;
-    const auto known = cache_.find(file, makeFileVersion(*status));
+    auto known = cache_.find(file, makeFileVersion(*status));
     if (isEnough(known, extent))
         return known;
     auto content = readAnew(file, *status);

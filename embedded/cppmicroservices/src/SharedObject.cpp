@@ -15,11 +15,13 @@ namespace {
 /// be a bundle.
 void* findOwnSymbol(void* object, const char* name) {
     void* const symbol = dlsym(object, name);
-    link_map* map = nullptr;
+    void* own = nullptr;
+    void* defining = nullptr;
     Dl_info definition = {};
-    if (!symbol || dlinfo(object, RTLD_DI_LINKMAP, &map) != 0 || dladdr(symbol, &definition) == 0)
+    if (!symbol || dlinfo(object, RTLD_DI_LINKMAP, &own) != 0 ||
+        dladdr1(symbol, &definition, &defining, RTLD_DL_LINKMAP) == 0)
         return nullptr;
-    return reinterpret_cast<ElfW(Addr)>(definition.dli_fbase) == map->l_addr ? symbol : nullptr;
+    return own == defining ? symbol : nullptr;
 }
 
 template <class Function>
