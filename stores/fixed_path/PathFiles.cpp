@@ -70,8 +70,13 @@ const std::u16string& fixedPathName = *new std::u16string(u"fixedPath");
 namespace {
 
 const std::u16string& rankKey = *new std::u16string(u"Rank");
-const std::string& extension = *new std::string(host::toUtf8(nodeFileExtension));
 const std::u16string& missing = *new std::u16string(u"it is missing, while there are paths below it");
+
+/// The extension of node files as the system knows it; made when it is first asked for, after what it is made of.
+const std::string& getExtension() {
+    static const std::string& extension = *new std::string(host::toUtf8(nodeFileExtension));
+    return extension;
+}
 
 bool isBefore(const PathFilePtr& a, const PathFilePtr& b) {
     if (a->rank == b->rank)
@@ -237,7 +242,7 @@ const PathFiles::Place& PathFiles::locate(const MetadataPath& path) const {
         Path folder = above.folder / folderHere;
         std::string folderName = above.folderName + '/' + folderHere.accessName();
         Path file(folder.text() + nodeFileExtension);
-        std::string fileName = folderName + extension;
+        std::string fileName = folderName + getExtension();
         walk_.push_back(
             {elements[known], std::move(file), std::move(fileName), std::move(folder), std::move(folderName)});
     }
