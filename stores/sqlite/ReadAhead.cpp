@@ -73,7 +73,7 @@ bool ReadAhead::readOn(const PathTable& table, Run& run, const PathElement& leaf
             return false;
         bytes += row.node ? row.node->size() : 0;
         position = row.position;
-        entries.push_back({std::move(row.element), row.id, std::move(row.node), row.changed, row.hasChildren});
+        entries.push_back({row.element, row.id, std::move(row.node), row.changed, row.hasChildren});
         return entries.size() < size && bytes < maximumBytes;
     });
     if (entries.empty())
