@@ -146,7 +146,7 @@ void addExports(const std::u16string& store, std::size_t count, const char* refe
         for (auto _ : state) {
             std::filesystem::remove(target);
             double processor = 0;
-            timed(state, [&] { processor = run({findCommand(), "export", root.accessName(), target}); });
+            timed(state, [&] { processor = run({findCommand(), "export", root.accessName(), "--output", target}); });
             addProcessorTime(state, processor);
         }
     });
