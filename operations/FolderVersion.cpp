@@ -2,9 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
+
+#include "store_support/Disk.hpp"
 
 namespace operations {
 
@@ -44,13 +45,10 @@ std::optional<std::string> findLockedFile(const fs::path& folder) {
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
         if (!fs::is_regular_file(entry.symlink_status()))
             continue;
-        const int descriptor = open(entry.path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        const store_support::Descriptor descriptor(entry.path(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
         struct flock lock {};
         lock.l_type = F_WRLCK;  // of the whole file
-        const bool isLocked = descriptor >= 0 && fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-        if (descriptor >= 0)
-            close(descriptor);
-        if (isLocked)
+        if (descriptor.isOpen() && fcntl(descriptor.number(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK)
             return getRelative(entry.path(), folder);
     }
     return std::nullopt;

@@ -1,12 +1,9 @@
 #include "operations/XmlCheck.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <memory>
-#include <system_error>
+#include <new>
+#include <utility>
 
 #include <libxml/parser.h>
 #include <libxml/xmlreader.h>
@@ -15,6 +12,7 @@
 #include "project/exception/ProjectException.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace operations {
@@ -27,39 +25,23 @@ struct ReaderDeleter {
     void operator()(xmlTextReader* reader) const { xmlFreeTextReader(reader); }
 };
 
-class FileDescriptor {
-public:
-    explicit FileDescriptor(const host::Path& file)
-        : descriptor_(open(file.accessName().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-    ~FileDescriptor() {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-    int get() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
-
 class XmlCheck {
 public:
     explicit XmlCheck(const host::Path& file) : file_(file) {}
 
     std::vector<Problem> run() {
-        const FileDescriptor descriptor(file_);
-        struct stat status {};
-        if (descriptor.get() < 0 || fstat(descriptor.get(), &status) != 0) {
-            add(0, u"it cannot be read: " + host::fromUtf8(std::generic_category().message(errno)));
-        } else if (!S_ISREG(status.st_mode)) {
-            add(0, u"it is no regular file");
-        } else if (status.st_size == 0) {
-            add(0, u"it is empty");
-        } else if (!isSound()) {
-            readAsXml(descriptor.get());
-            readAsMetadata();
+        try {
+            const auto opened = store_support::openRegularFile(file_, 0);
+            if (!opened)
+                store_support::raiseReadError(file_, ENOENT);
+            if (opened->status.st_size == 0) {
+                add(0, u"it is empty");
+            } else if (!isSound()) {
+                readAsXml(opened->descriptor.number());
+                readAsMetadata();
+            }
+        } catch (const pm::MetadataReadFailure& error) {
+            add(0, store_support::getReadProblem(error));
         }
         return std::move(problems_);
     }

@@ -79,6 +79,15 @@ void rename(const Path& from, const Path& to, const Path& blamed) {
         raiseSystemError(blamed, errno);
 }
 
+/// As `rename`, for what has been renamed already if it is not there any more.
+void renameIfExists(const Path& from, const Path& to, const Path& blamed) {
+    if (std::rename(from.accessName().c_str(), to.accessName().c_str()) == 0)
+        return;
+    const int code = errno;
+    if (!isAbsence(code) || exists(from))
+        raiseSystemError(blamed, code);
+}
+
 void writeJournal(const Path& folder, const Journal& journal) {
     const Path file = getJournalFile(folder);
     const Path draft = getScratchFolder(folder) / u"draft";
@@ -185,11 +194,11 @@ void doStep(const Path& folder, const JournalEntry& entry, std::size_t index) {
     const Path file = folder / Path::fromAccessName(entry.file);
     const Path staged = getStagedFile(folder, index);
     if (entry.step == FileStep::remove) {
-        if (exists(file))
-            rename(file, getOldFile(folder, index), file);
+        renameIfExists(file, getOldFile(folder, index), file);
+    } else if (entry.step == FileStep::create) {
+        renameIfExists(staged, file, file);
     } else if (exists(staged)) {
-        if (entry.step == FileStep::replace)
-            keep(file, getOldFile(folder, index));
+        keep(file, getOldFile(folder, index));
         rename(staged, file, file);
     }
 }
@@ -214,9 +223,14 @@ void undoStep(const Path& folder, const JournalEntry& entry, std::size_t index) 
 template <class Predicate>
 std::set<Path> getFolders(const Path& folder, const Journal& journal, const Predicate& isWanted) {
     std::set<Path> folders;
+    std::string last;  // entries of one folder mostly follow each other
     for (const JournalEntry& entry : journal) {
-        if (isWanted(entry))
+        if (!isWanted(entry))
+            continue;
+        const std::string parent = entry.file.substr(0, entry.file.rfind('/') + 1);
+        if (folders.empty() || parent != last)
             folders.insert(getParentFolder(folder / Path::fromAccessName(entry.file)));
+        last = parent;
     }
     return folders;
 }

@@ -131,19 +131,43 @@ std::vector<std::string> listNames(const Path& path) {
     return names;
 }
 
-std::optional<std::string> readRegularFile(const Path& file, std::size_t maximumSize) {
-    const Descriptor descriptor(file.accessName(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    if (!descriptor.isOpen() && isAbsence(errno))
-        return std::nullopt;
-    struct stat status {};
-    if (!descriptor.isOpen() || fstat(descriptor.number(), &status) != 0)
+std::u16string getIrregularity(const struct stat& status) {
+    if (S_ISLNK(status.st_mode))
+        return u"it is a symbolic link, which is not followed";
+    return S_ISREG(status.st_mode) ? u"" : u"it is no regular file";
+}
+
+void requireRegular(const Path& path, const struct stat& status) {
+    if (const std::u16string problem = getIrregularity(status); !problem.empty())
+        raise<MetadataReadFailure>(path.text(), problem);
+}
+
+std::optional<OpenFile> openRegularFile(const Path& file, int flags) {
+    OpenFile opened;
+    opened.descriptor = Descriptor(file.accessName(), O_RDONLY | O_NONBLOCK | O_NOCTTY | flags);
+    if (!opened.descriptor.isOpen()) {
+        const int code = errno;
+        if (isAbsence(code))
+            return std::nullopt;
+        // Some cannot be opened, and what they are says more than why.
+        if (const auto status = code == EACCES ? std::nullopt : findStatus(file); status && (flags & O_NOFOLLOW) != 0)
+            requireRegular(file, *status);
+        raiseReadError(file, code);
+    }
+    if (fstat(opened.descriptor.number(), &opened.status) != 0)
         raiseReadError(file, errno);
-    if (!S_ISREG(status.st_mode))
-        raise<MetadataReadFailure>(file.text(), u"it is no regular file");
+    requireRegular(file, opened.status);
+    return opened;
+}
+
+std::optional<std::string> readRegularFile(const Path& file, std::size_t maximumSize) {
+    const auto opened = openRegularFile(file);
+    if (!opened)
+        return std::nullopt;
     std::string bytes;
     std::array<char, 16384> block{};
     for (;;) {
-        const auto count = TEMP_FAILURE_RETRY(read(descriptor.number(), block.data(), block.size()));
+        const auto count = TEMP_FAILURE_RETRY(read(opened->descriptor.number(), block.data(), block.size()));
         if (count < 0)
             raiseReadError(file, errno);
         if (count == 0)

@@ -5,12 +5,14 @@
 /// cause. None dies of a lack of memory: that is a `std::bad_alloc`.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/Path.hpp"
@@ -44,6 +46,50 @@ bool isFolder(const host::Path& path);
 /// @throws project::metadata::ListChildFilesFailure
 std::vector<std::string> listNames(const host::Path& folder);
 
+/// open(2) with O_CLOEXEC. @return -1 if that fails; errno says why
+int openFile(const std::string& name, int flags, mode_t mode = 0) noexcept;
+
+/// An open file or folder.
+class Descriptor {
+public:
+    Descriptor() = default;
+    /// Opens `name` as `openFile`; `isOpen` tells whether that succeeded.
+    Descriptor(const std::string& name, int flags, mode_t mode = 0) noexcept : number_(openFile(name, flags, mode)) {}
+    ~Descriptor();
+
+    Descriptor(Descriptor&& other) noexcept { std::swap(number_, other.number_); }
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
+
+    bool isOpen() const noexcept { return number_ >= 0; }
+    int number() const noexcept { return number_; }
+
+private:
+    int number_ = -1;
+};
+
+/// A regular file that is open for reading.
+struct OpenFile {
+    Descriptor descriptor;
+    struct stat status {};  ///< of what is open
+};
+
+/// Why a file of this status is not read, empty if nothing speaks against it: reading a pipe or a device may take for
+/// ever, and a symbolic link may lead anywhere.
+std::u16string getIrregularity(const struct stat& status);
+
+/// @param status of `path`, by lstat(2) or fstat(2)
+/// @throws project::metadata::MetadataReadFailure if there is an irregularity
+void requireRegular(const host::Path& path, const struct stat& status);
+
+/// Opens `file` for reading. What is no regular file is neither waited for nor read.
+/// @param flags O_NOFOLLOW, or 0 to follow a symbolic link
+/// @return no value if `file` does not exist
+/// @throws project::metadata::MetadataReadFailure if it is no regular file, or cannot be opened
+std::optional<OpenFile> openRegularFile(const host::Path& file, int flags = O_NOFOLLOW);
+
 /// The bytes of the regular file `file`; no value if it does not exist.
 /// @throws project::metadata::MetadataReadFailure, also for anything but a regular file and for one that is larger than
 ///         `maximumSize`
@@ -76,25 +122,5 @@ void flushFile(const host::Path& path);
 /// Flushes everything that was written to the file system of `folder`.
 /// @throws project::metadata::MetadataWriteFailure
 void flushFileSystem(const host::Path& folder);
-
-/// open(2) with O_CLOEXEC. @return -1 if that fails; errno says why
-int openFile(const std::string& name, int flags, mode_t mode = 0) noexcept;
-
-/// An open file or folder.
-class Descriptor {
-public:
-    /// Opens `name` as `openFile`; `isOpen` tells whether that succeeded.
-    Descriptor(const std::string& name, int flags, mode_t mode = 0) noexcept : number_(openFile(name, flags, mode)) {}
-    ~Descriptor();
-
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    bool isOpen() const noexcept { return number_ >= 0; }
-    int number() const noexcept { return number_; }
-
-private:
-    int number_;
-};
 
 }  // namespace store_support

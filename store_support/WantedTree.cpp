@@ -1,8 +1,5 @@
 #include "store_support/WantedTree.hpp"
 
-#include <functional>
-#include <string_view>
-
 namespace store_support {
 
 using project::metadata::MetadataPath;
@@ -12,7 +9,7 @@ WantedTree::WantedTree(const std::vector<MetadataPath>& paths) : elements_(1), c
     for (const MetadataPath& path : paths) {
         Index parent = 0;
         for (const PathElement& element : path.getPath()) {
-            const auto [place, isNew] = indices_.emplace(Step{parent, &element}, elements_.size());
+            const auto [place, isNew] = indices_.emplace(ChildStep{parent, &element}, elements_.size());
             if (isNew) {
                 children_[parent].push_back(place->second);
                 children_.emplace_back();
@@ -24,14 +21,8 @@ WantedTree::WantedTree(const std::vector<MetadataPath>& paths) : elements_(1), c
 }
 
 std::optional<WantedTree::Index> WantedTree::find(Index parent, const PathElement& element) const {
-    const auto place = indices_.find(Step{parent, &element});
+    const auto place = indices_.find(ChildStep{parent, &element});
     return place == indices_.end() ? std::nullopt : std::optional(place->second);
-}
-
-std::size_t WantedTree::StepHash::operator()(const Step& step) const noexcept {
-    const std::hash<std::u16string_view> hash;
-    constexpr std::size_t factor = 1099511628211U;  // of the FNV hash
-    return ((step.parent * factor) ^ hash(step.element->getType())) * factor ^ hash(step.element->getLocation());
 }
 
 }  // namespace store_support

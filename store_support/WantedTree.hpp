@@ -3,10 +3,10 @@
 
 #include <cstddef>
 #include <optional>
-#include <unordered_map>
 #include <vector>
 
 #include "project/metadata/MetadataPath.hpp"
+#include "store_support/ChildNumbers.hpp"
 
 namespace store_support {
 
@@ -31,22 +31,9 @@ public:
     std::optional<Index> find(Index parent, const project::metadata::PathElement& element) const;
 
 private:
-    struct Step {
-        Index parent;
-        const project::metadata::PathElement* element;
-    };
-    struct StepHash {
-        std::size_t operator()(const Step& step) const noexcept;
-    };
-    struct StepEqual {
-        bool operator()(const Step& a, const Step& b) const noexcept {
-            return a.parent == b.parent && *a.element == *b.element;
-        }
-    };
-
     std::vector<const project::metadata::PathElement*> elements_;  // null for the root path
     std::vector<std::vector<Index>> children_;
-    std::unordered_map<Step, Index, StepHash, StepEqual> indices_;
+    ChildNumbers indices_;
 };
 
 }  // namespace store_support

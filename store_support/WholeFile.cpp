@@ -1,20 +1,18 @@
 #include "store_support/WholeFile.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <string>
-#include <system_error>
+#include <utility>
 
 #include <libxml/xmlreader.h>
 
 #include "host/Text.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/FileReplacement.hpp"
+#include "store_support/StoreErrors.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace store_support {
@@ -26,32 +24,13 @@ using project::metadata::raise;
 
 namespace {
 
-/// A file that is open for reading.
-class OpenFile {
-public:
-    /// @throws project::metadata::MetadataReadFailure unless `file` is a regular file
-    explicit OpenFile(const Path& file)
-        : descriptor_(open(file.accessName().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
-        struct stat status {};
-        if (descriptor_ >= 0 && fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode))
-            return;
-        const int reason = errno;
-        if (descriptor_ >= 0)
-            close(descriptor_);
-        raise<MetadataReadFailure>(file.text(), descriptor_ >= 0
-                                                    ? u"it is no regular file"
-                                                    : host::fromUtf8(std::generic_category().message(reason)));
-    }
-    ~OpenFile() { close(descriptor_); }
-
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-
-    int descriptor() const noexcept { return descriptor_; }
-
-private:
-    int descriptor_;
-};
+/// @throws project::metadata::MetadataReadFailure unless `file` is a regular file, or a link to one
+Descriptor openForReading(const Path& file) {
+    auto opened = openRegularFile(file, 0);
+    if (!opened)
+        raiseReadError(file, ENOENT);
+    return std::move(opened->descriptor);
+}
 
 /// What metadata files have none of, and readers pass over; null for what belongs there.
 const char16_t* nameOfForeign(int type) {
@@ -79,9 +58,9 @@ const char16_t* nameOfForeign(int type) {
 
 /// What is not well-formed is left to the reader of metadata.
 void requireOnlyElements(const Path& file) {
-    const OpenFile open(file);
+    const Descriptor descriptor = openForReading(file);
     const std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> reader(
-        xmlReaderForFd(open.descriptor(), nullptr, nullptr, XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
+        xmlReaderForFd(descriptor.number(), nullptr, nullptr, XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
         xmlFreeTextReader);
     while (reader && xmlTextReaderRead(reader.get()) == 1) {
         if (const char16_t* const name = nameOfForeign(xmlTextReaderNodeType(reader.get()))) {
@@ -95,7 +74,7 @@ void requireOnlyElements(const Path& file) {
 
 std::unique_ptr<MetadataNode> readWholeFile(const Path& file,
                                             const std::function<bool(const MetadataNode& root)>& isOwn) {
-    static_cast<void>(OpenFile(file));
+    static_cast<void>(openForReading(file));
     try {
         if (!isOwn(*project::metadata::readRootFromFile(file)))
             return nullptr;

@@ -34,13 +34,8 @@ std::u16string describe(const RefusedAttribute& refused) {
 
 /// What is wrong with a file before it is read, nothing if nothing is.
 std::u16string findProblem(const struct stat& status) {
-    if (S_ISLNK(status.st_mode))
-        return u"it is a symbolic link, which is not followed";
-    if (!S_ISREG(status.st_mode))
-        return u"it is no regular file";
-    if (static_cast<std::size_t>(status.st_size) > maximumFileSize)
-        return u"it is too large";
-    return {};
+    const bool isTooLarge = S_ISREG(status.st_mode) && static_cast<std::size_t>(status.st_size) > maximumFileSize;
+    return isTooLarge ? u"it is too large" : getIrregularity(status);
 }
 
 void parseAroundRefused(const Path& file, XmlExtent extent, XmlFile& result) {

@@ -57,8 +57,13 @@ Path& Path::operator/=(const Path& relative) {
 }
 
 int Path::compare(const Path& other) const {
-    std::size_t here = 0;
-    std::size_t there = 0;
+    // Paths that are compared with each other mostly begin alike. The separators before where they part may go on
+    // behind it.
+    const auto parting = std::mismatch(text_.begin(), text_.end(), other.text_.begin(), other.text_.end()).first;
+    auto here = static_cast<std::size_t>(parting - text_.begin());
+    while (here > 0 && text_[here - 1] == separator)
+        --here;
+    std::size_t there = here;
     for (;;) {
         const int value = nextValue(text_, here);
         const int otherValue = nextValue(other.text_, there);

@@ -1,8 +1,6 @@
 #include "stores/fixed_path/PathFileChange.hpp"
 
 #include <algorithm>
-#include <functional>
-#include <string_view>
 #include <unordered_set>
 
 #include "host/Interruption.hpp"
@@ -75,12 +73,6 @@ bool areInOrder(const std::vector<Sibling>& siblings) {
 
 }  // namespace
 
-std::size_t PathFileChange::StepHash::operator()(const Step& step) const noexcept {
-    const std::hash<std::u16string_view> hash;
-    constexpr std::size_t factor = 1099511628211U;  // of the FNV hash
-    return ((step.parent * factor) ^ hash(step.element->getType())) * factor ^ hash(step.element->getLocation());
-}
-
 PathFileChange::PathFileChange(PathFiles& files) : files_(files), lastFolder_(rootItem, files.getFolder()) {
     items_.push_back({rootItem, PathElement({}, {}), {}});
     look(rootItem, files_.readForChange(files_.locate(MetadataPath()).file, Extent::place));
@@ -98,14 +90,14 @@ void PathFileChange::look(Index index, const PathFilePtr& content) {
 }
 
 PathFileChange::Index PathFileChange::find(Index parent, const PathElement& element) {
-    const auto known = index_.find(Step{parent, &element});
+    const auto known = index_.find(store_support::ChildStep{parent, &element});
     if (known != index_.end())
         return known->second;
     const PathFilePtr content = files_.readForChange(getFolder(parent) / nodeFileName(element), Extent::place);
     const Index index = items_.size();
     items_.push_back({parent, element, {}});
     look(index, content);
-    index_.emplace(Step{parent, &items_[index].element}, index);
+    index_.emplace(store_support::ChildStep{parent, &items_[index].element}, index);
     return index;
 }
 

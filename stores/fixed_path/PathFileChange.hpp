@@ -15,6 +15,7 @@
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
+#include "store_support/ChildNumbers.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "store_support/WantedTree.hpp"
@@ -81,19 +82,6 @@ private:
         bool isThere() const noexcept { return exists || isWritten; }
     };
 
-    struct Step {
-        Index parent;
-        const project::metadata::PathElement* element;
-    };
-    struct StepHash {
-        std::size_t operator()(const Step& step) const noexcept;
-    };
-    struct StepEqual {
-        bool operator()(const Step& a, const Step& b) const noexcept {
-            return a.parent == b.parent && *a.element == *b.element;
-        }
-    };
-
     struct Removal {
         host::Path file;
         store_support::FileVersion version;
@@ -154,7 +142,7 @@ private:
 
     PathFiles& files_;
     std::deque<Item> items_;  // they do not move: `index_` points to their elements
-    std::unordered_map<Step, Index, StepHash, StepEqual> index_;
+    store_support::ChildNumbers index_;
     std::vector<Index> writes_;  // in the order in which they were asked for
     std::vector<Removal> removals_;
     std::unordered_map<Index, Rank> lastRanks_;  // by the parent

@@ -24,6 +24,7 @@
 #include <chrono>
 #include <map>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -96,20 +97,15 @@ std::int64_t readClock(clockid_t clock) {
 }
 
 /// The time that the file system of `folder` gives to what is made there now; no value if it cannot be asked. It may be
-/// another machine's. The file that is made for that never gets a name, where the file system can do so.
+/// another machine's. Nothing is left behind, whenever this ends: a file without a name is made or, where the file
+/// system has none, the folder is touched.
 std::optional<std::int64_t> askFileSystem(const std::string& folder) {
     struct stat status {};
     const Descriptor unnamed(folder, O_TMPFILE | O_WRONLY, 0600);
-    if (unnamed.isOpen())
-        return fstat(unnamed.number(), &status) == 0 ? std::optional(toNanoseconds(status.st_ctim)) : std::nullopt;
-    if (errno != EOPNOTSUPP && errno != EISDIR)
-        return std::nullopt;
-    const std::string name = folder + "/.clock-" + std::to_string(getpid());
-    const Descriptor named(name, O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW, 0600);
-    if (!named.isOpen())
-        return std::nullopt;
-    const bool isKnown = fstat(named.number(), &status) == 0;
-    unlink(name.c_str());
+    const bool isKnown = unnamed.isOpen() ? fstat(unnamed.number(), &status) == 0
+                                          : (errno == EOPNOTSUPP || errno == EISDIR) &&
+                                                utimensat(AT_FDCWD, folder.c_str(), nullptr, 0) == 0 &&
+                                                stat(folder.c_str(), &status) == 0;
     return isKnown ? std::optional(toNanoseconds(status.st_ctim)) : std::nullopt;
 }
 
@@ -414,17 +410,16 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
     std::vector<Path> files = list(folder_);
     if (!files.empty() && !getFileVersion(coreFile_))
         damage[coreFile_] = {coreFile_, missing};
+    std::set<Path> known;
     for (const Path& file : files) {
         // Every folder on the way must have its file.
-        for (Path folder = project::metadata::getParentFolder(file); folder != folder_;
-             folder = project::metadata::getParentFolder(folder)) {
+        Path folder = project::metadata::getParentFolder(file);
+        while (folder != folder_ && known.insert(folder).second) {
             const Path parent(folder.text() + nodeFileExtension);
-            if (getFileVersion(parent))
-                continue;
             // A name that was cut does not tell the path.
-            const bool isKnown = parseNodeFolderName(folder.fileName().text()).has_value();
-            if (!damage.emplace(parent, MetadataDamage{parent, missing, isKnown}).second)
-                break;
+            if (!getFileVersion(parent))
+                damage[parent] = {parent, missing, parseNodeFolderName(folder.fileName().text()).has_value()};
+            folder = project::metadata::getParentFolder(folder);
         }
     }
     files.push_back(coreFile_);

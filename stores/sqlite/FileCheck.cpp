@@ -8,16 +8,18 @@
 #include <cerrno>
 #include <cstdint>
 #include <string>
-#include <system_error>
 
-#include "host/Text.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_support/StoreErrors.hpp"
 
 namespace stores::sqlite {
 
 using host::Path;
 using project::metadata::MetadataReadFailure;
 using project::metadata::raise;
+using store_support::Descriptor;
+using store_support::raiseReadError;
+using store_support::requireRegular;
 
 namespace {
 
@@ -39,109 +41,52 @@ std::uint64_t getNumber(const std::array<unsigned char, headerSize>& header, std
            header[at + 3];
 }
 
-[[noreturn]] void refuse(const Path& file, const std::u16string& cause) {
-    raise<MetadataReadFailure>(file.text(), cause);
+/// @return whether there are so many bytes at `offset` of the journal `file`
+template <std::size_t size>
+bool readAt(const Path& file, const Descriptor& descriptor, off_t offset, std::array<unsigned char, size>& bytes) {
+    if (offset < 0)
+        return false;
+    const ssize_t count = TEMP_FAILURE_RETRY(pread(descriptor.number(), bytes.data(), size, offset));
+    if (count < 0)
+        raiseReadError(file, errno);
+    return static_cast<std::size_t>(count) == size;
 }
-
-[[noreturn]] void refuse(const Path& file, int code) {
-    refuse(file, host::fromUtf8(std::generic_category().message(code)));
-}
-
-void requireRegular(const Path& file, const struct stat& status) {
-    if (S_ISLNK(status.st_mode))
-        refuse(file, u"it is a symbolic link, which is not followed");
-    if (!S_ISREG(status.st_mode))
-        refuse(file, u"it is no regular file");
-}
-
-bool isMissing(int code) {
-    return code == ENOENT || code == ENOTDIR;
-}
-
-/// A journal that is open for reading.
-class OpenJournal {
-public:
-    explicit OpenJournal(const Path& file)
-        : file_(file),
-          descriptor_(open(file.accessName().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY)) {
-        // Whoever writes the database may have removed it just now.
-        if (descriptor_ < 0 && !isMissing(errno))
-            refuse(file_, errno);
-    }
-
-    ~OpenJournal() {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-    }
-
-    OpenJournal(const OpenJournal&) = delete;
-    OpenJournal& operator=(const OpenJournal&) = delete;
-
-    /// @return whether there are so many bytes at `offset`
-    template <std::size_t size>
-    bool read(std::array<unsigned char, size>& bytes, off_t offset) const {
-        if (descriptor_ < 0 || offset < 0)
-            return false;
-        const ssize_t count = pread(descriptor_, bytes.data(), size, offset);
-        if (count < 0)
-            refuse(file_, errno);
-        return static_cast<std::size_t>(count) == size;
-    }
-
-private:
-    const Path& file_;
-    int descriptor_;
-};
 
 }  // namespace
 
 std::optional<struct stat> examine(const Path& file) {
-    struct stat status {};
-    if (lstat(file.accessName().c_str(), &status) == 0) {
-        requireRegular(file, status);
-        return status;
-    }
-    if (!isMissing(errno))
-        refuse(file, errno);
-    return std::nullopt;
+    const auto status = store_support::findStatus(file);
+    if (status)
+        requireRegular(file, *status);
+    return status;
 }
 
-HeldFile::HeldFile(const Path& file) : descriptor_(open(file.accessName().c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW)) {
-    if (descriptor_ < 0)
-        refuse(file, errno);
-    try {
-        if (fstat(descriptor_, &status_) != 0)
-            refuse(file, errno);
-        requireRegular(file, status_);
-    } catch (...) {
-        close(descriptor_);
-        throw;
-    }
-}
-
-HeldFile::~HeldFile() {
-    if (descriptor_ >= 0)
-        close(descriptor_);
+HeldFile::HeldFile(const Path& file) : descriptor_(file.accessName(), O_PATH | O_NOFOLLOW) {
+    if (!descriptor_.isOpen() || fstat(descriptor_.number(), &status_) != 0)
+        raiseReadError(file, errno);
+    requireRegular(file, status_);
 }
 
 void requireHarmlessJournal(const Path& database, const struct stat& status) {
     const Path file = withEnding(database, u"-journal");
-    const auto journal = examine(file);
+    // Whoever writes the database may have removed it just now.
+    const auto journal = store_support::openRegularFile(file);
     if (!journal)
         return;
-    const OpenJournal opened(file);
+    const auto refuse = [&](const std::u16string& cause) { raise<MetadataReadFailure>(file.text(), cause); };
     // SQLite looks at the end also where it does not take the rest for a journal.
     std::array<unsigned char, mark.size()> end{};
-    if (opened.read(end, journal->st_size - static_cast<off_t>(end.size())) && end == mark)
-        refuse(file, u"it names another file that is to be removed, as no store has it done");
+    const off_t endAt = journal->status.st_size - static_cast<off_t>(end.size());
+    if (readAt(file, journal->descriptor, endAt, end) && end == mark)
+        refuse(u"it names another file that is to be removed, as no store has it done");
     std::array<unsigned char, headerSize> header{};
-    if (!opened.read(header, 0) || !std::equal(mark.begin(), mark.end(), header.begin()))
+    if (!readAt(file, journal->descriptor, 0, header) || !std::equal(mark.begin(), mark.end(), header.begin()))
         return;
     // Without a size of pages, that of the database holds, which is not looked up here.
     const std::uint64_t pageSize = getNumber(header, pageSizeAt) == 0 ? largestPage : getNumber(header, pageSizeAt);
-    const auto bytes = static_cast<std::uint64_t>(status.st_size) + static_cast<std::uint64_t>(journal->st_size);
+    const auto bytes = static_cast<std::uint64_t>(status.st_size) + static_cast<std::uint64_t>(journal->status.st_size);
     if (getNumber(header, pageCountAt) * pageSize > bytes)
-        refuse(file, u"it is the journal of a larger database");
+        refuse(u"it is the journal of a larger database");
 }
 
 void requireHarmlessLog(const Path& database) {

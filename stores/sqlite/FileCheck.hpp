@@ -12,9 +12,9 @@
 #include <sys/stat.h>
 
 #include <optional>
-#include <utility>
 
 #include "host/Path.hpp"
+#include "store_support/Disk.hpp"
 
 namespace stores::sqlite {
 
@@ -31,24 +31,16 @@ public:
     /// @throws project::metadata::MetadataReadFailure naming `file`, as `examine`, or if it does not exist
     explicit HeldFile(const host::Path& file);
 
-    HeldFile(HeldFile&& other) noexcept { *this = std::move(other); }
-    HeldFile& operator=(HeldFile&& other) noexcept {
-        std::swap(descriptor_, other.descriptor_);
-        std::swap(status_, other.status_);
-        return *this;
-    }
-    ~HeldFile();
-
     /// As it was when the object was made.
     const struct stat& getStatus() const noexcept { return status_; }
 
     /// Whether `status` is one of this file.
     bool is(const struct stat& status) const noexcept {
-        return descriptor_ >= 0 && status.st_ino == status_.st_ino && status.st_dev == status_.st_dev;
+        return descriptor_.isOpen() && status.st_ino == status_.st_ino && status.st_dev == status_.st_dev;
     }
 
 private:
-    int descriptor_ = -1;
+    store_support::Descriptor descriptor_;
     struct stat status_ {};
 };
 
