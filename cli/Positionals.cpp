@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <exception>
+#include <functional>
 #include <iterator>
+#include <map>
 #include <optional>
 #include <set>
 #include <utility>
@@ -53,9 +55,10 @@ std::set<const CLI::Option*>& neededArguments() {
     return arguments;
 }
 
-/// The commands that heed --root.
-std::set<const CLI::App*>& projectCommands() {
-    static std::set<const CLI::App*> commands;
+/// The commands that heed --root, and how the arguments of each go on.
+using Foresee = std::function<Continuation(const std::vector<std::string>& given, bool isLast, bool isRootNamed)>;
+std::map<const CLI::App*, Foresee>& projectCommands() {
+    static std::map<const CLI::App*, Foresee> commands;
     return commands;
 }
 
@@ -84,7 +87,7 @@ std::string formatUsage(const CLI::Option& option) {
 
 Positionals::Positionals(CLI::App& app, std::vector<Positional> arguments, RootPlace place, RootKind kind)
     : arguments_(std::move(arguments)), place_(place), kind_(kind), given_(std::make_shared<Given>()) {
-    projectCommands().insert(&app);
+    projectCommands()[&app] = [*this](const auto&... line) { return foresee(line...); };
     std::vector<Positional> all = arguments_;
     all.insert(place == RootPlace::first ? all.begin() : all.end(),
                kind == RootKind::project ? rootArgument : rootOrFileArgument);
@@ -98,17 +101,44 @@ Positionals::Positionals(CLI::App& app, std::vector<Positional> arguments, RootP
     }
 }
 
+bool Positionals::hasList() const {
+    return !arguments_.empty() && arguments_.back().kind == Positional::Kind::list;
+}
+
+bool Positionals::canBeRoot(const std::string& argument) const {
+    // "/" is how the root path is written.
+    const bool isFile = kind_ == RootKind::projectOrFile && (argument == "-" || operations::isFile(argument));
+    return argument != "/" && (isFile || operations::leadsToFolder(argument));
+}
+
 bool Positionals::hasRoot(const std::vector<std::string>& given) const {
-    const bool hasList = !arguments_.empty() && arguments_.back().kind == Positional::Kind::list;
     if (options().root || given.empty())
         return false;
-    if (!hasList && given.size() > arguments_.size())
+    if (!hasList() && given.size() > arguments_.size())
         return true;
     const bool isEnough = given.size() > countRequired(arguments_);
-    const std::string& candidate = place_ == RootPlace::first ? given.front() : given.back();
-    // "/" is how the root path is written.
-    const bool isFile = kind_ == RootKind::projectOrFile && (candidate == "-" || operations::isFile(candidate));
-    return isEnough && candidate != "/" && (isFile || operations::leadsToFolder(candidate));
+    return isEnough && canBeRoot(place_ == RootPlace::first ? given.front() : given.back());
+}
+
+Continuation Positionals::foresee(const std::vector<std::string>& given, bool isLast, bool isRootNamed) const {
+    Continuation continuation;
+    std::size_t first = 0;
+    // How many arguments there are going to be is not known: what leads to a folder counts as ROOT.
+    if (!isRootNamed && place_ == RootPlace::first && !given.empty() &&
+        (canBeRoot(given.front()) || (!hasList() && given.size() + (isLast ? 0 : 1) > arguments_.size())))
+        continuation.root = given[first++];
+    for (std::size_t i = first; i <= given.size(); ++i) {
+        const std::size_t place = hasList() ? std::min(i - first, arguments_.size() - 1) : i - first;
+        if (place >= arguments_.size())
+            break;
+        if (i < given.size())
+            continuation.given.emplace_back(arguments_[place].name, given[i]);
+        else
+            continuation.next.emplace_back(arguments_[place].name);
+    }
+    if (!isRootNamed && !continuation.root && given.size() == (place_ == RootPlace::first ? 0 : arguments_.size()))
+        continuation.next.emplace_back(kind_ == RootKind::project ? "ROOT" : "FILE");
+    return continuation;
 }
 
 Positionals::Values Positionals::get() const {
@@ -129,8 +159,7 @@ Positionals::Values Positionals::get() const {
         throw CommandError(Status::usage,
                            std::string(arguments_[given.size()].name) + " is missing; see --help of the command");
     }
-    const bool hasList = !arguments_.empty() && arguments_.back().kind == Positional::Kind::list;
-    if (!hasList && given.size() > arguments_.size())
+    if (!hasList() && given.size() > arguments_.size())
         throw CommandError(Status::usage, "There is one argument too many: \"" + given.back() + '"');
 
     Values values;
@@ -148,7 +177,7 @@ Operands::Operands(CLI::App& app, std::vector<Positional> arguments, std::size_t
     : arguments_(std::move(arguments)),
       rootPlace_(rootPlace),
       given_(std::make_shared<std::vector<std::optional<std::string>>>(arguments_.size())) {
-    projectCommands().insert(&app);
+    projectCommands()[&app] = [*this](const auto&... line) { return foresee(line...); };
     for (std::size_t i = 0; i < arguments_.size(); ++i) {
         const CLI::Option* const option = app.add_option(arguments_[i].name, (*given_)[i], arguments_[i].description);
         if (arguments_[i].kind != Positional::Kind::optional)
@@ -179,8 +208,37 @@ void Operands::requireNone(const std::string& name) const {
         throw CommandError(Status::usage, name + " goes without other arguments, and \"" + *first + "\" is one");
 }
 
+Continuation Operands::foresee(const std::vector<std::string>& given, bool /*isLast*/, bool isRootNamed) const {
+    Continuation continuation;
+    for (std::size_t i = 0, place = 0; i <= given.size(); ++i, ++place) {
+        if (isRootNamed && place == rootPlace_)
+            ++place;
+        if (place >= arguments_.size())
+            break;
+        if (i == given.size())
+            continuation.next.emplace_back(arguments_[place].name);
+        else if (place == rootPlace_)
+            continuation.root = given[i];
+        else
+            continuation.given.emplace_back(arguments_[place].name, given[i]);
+    }
+    return continuation;
+}
+
 bool heedsRoot(const CLI::App& app) {
     return projectCommands().count(&app) == 1;
+}
+
+Continuation foreseeArguments(const CLI::App& app, const std::vector<std::string>& given, bool isLast,
+                              bool isRootNamed) {
+    const auto foresee = projectCommands().find(&app);
+    if (foresee != projectCommands().end())
+        return foresee->second(given, isLast, isRootNamed);
+    Continuation continuation;
+    const auto arguments = app.get_options([](const CLI::Option* option) { return option->get_positional(); });
+    if (given.size() < arguments.size())
+        continuation.next.push_back(arguments[given.size()]->get_name(true));
+    return continuation;
 }
 
 }  // namespace cli

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/Path.hpp"
@@ -36,6 +37,13 @@ enum class RootKind { project, projectOrFile };
 /// How the argument `option` stands in a line on usage: in brackets if it may be left out, with dots if it is a list.
 std::string formatUsage(const CLI::Option& option);
 
+/// What is known of the arguments of a command line that is still being typed.
+struct Continuation {
+    std::optional<std::string> root;                         ///< the project, if one of them names it
+    std::vector<std::pair<std::string, std::string>> given;  ///< the names of the others so far, and what is there
+    std::vector<std::string> next;                           ///< the names of what may follow, the likeliest first
+};
+
 class Positionals {
 public:
     /// Declares ROOT and `arguments`, in this order or with ROOT as the last, to `app`.
@@ -53,7 +61,14 @@ public:
     Values get() const;
 
 private:
+    Continuation foresee(const std::vector<std::string>& given, bool isLast, bool isRootNamed) const;
     bool hasRoot(const std::vector<std::string>& given) const;
+
+    /// Whether `argument` leads to something that ROOT can be.
+    bool canBeRoot(const std::string& argument) const;
+
+    /// Whether the last of the arguments may be there several times.
+    bool hasList() const;
 
     struct Given;
 
@@ -78,6 +93,8 @@ public:
     void requireNone(const std::string& name) const;
 
 private:
+    Continuation foresee(const std::vector<std::string>& given, bool isLast, bool isRootNamed) const;
+
     std::vector<Positional> arguments_;
     std::size_t rootPlace_;
     std::shared_ptr<std::vector<std::optional<std::string>>> given_;
@@ -89,5 +106,11 @@ host::Path findRoot();
 
 /// Whether the command `app` takes a project, and so heeds --root.
 bool heedsRoot(const CLI::App& app);
+
+/// How the arguments of the command `app` go on after `given`.
+/// @param isLast whether there may be no further one, because it is an option that is being typed
+/// @param isRootNamed whether --root is given
+Continuation foreseeArguments(const CLI::App& app, const std::vector<std::string>& given, bool isLast,
+                              bool isRootNamed);
 
 }  // namespace cli

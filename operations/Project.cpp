@@ -12,6 +12,7 @@
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"
 
 namespace operations {
@@ -73,6 +74,12 @@ std::unique_ptr<pm::MetadataManager> openProject(const host::Path& root) {
     throw OperationError(ErrorKind::failure, "There is no store for metadata of type \"" + host::toUtf8(*type) +
                                                  "\", which " + quoted(coreFile) +
                                                  " names; there are: " + listStoreNames());
+}
+
+std::unique_ptr<pm::MetadataManager> openIdleProject(const host::Path& root) {
+    requireRoot(root);
+    const bool isIdle = !store_support::isInterrupted(pm::ProjectMetadataLocation(root).getDirectory());
+    return isIdle ? openProject(root) : nullptr;
 }
 
 std::optional<std::u16string> findType(const host::Path& file) {

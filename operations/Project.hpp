@@ -41,6 +41,9 @@ std::optional<std::u16string> findType(const host::Path& file);
 /// @throws whatever the plug-ins throw
 std::unique_ptr<project::metadata::MetadataManager> openProject(const host::Path& root);
 
+/// As `openProject`, for a look that disturbs nobody: null if a change is being made, or waits to be completed.
+std::unique_ptr<project::metadata::MetadataManager> openIdleProject(const host::Path& root);
+
 /// What is damaged in `store`; nothing for a store that cannot tell.
 /// @throws whatever the store throws
 std::vector<project::metadata::MetadataDamage> findDamage(const project::metadata::MetadataManager& store);

@@ -49,7 +49,7 @@ Status convert(const host::Path& root, const ConversionRequest& request, bool is
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(app);
     const auto request = std::make_shared<ConversionRequest>();
-    addOption(app, "--store", request->store, "The kind of store; \"project-metadata stores\" lists them", "NAME",
+    addOption(app, "--store", request->store, "The kind of store; \"project-metadata stores\" lists them", "STORE",
               Need::required);
     addOption(app, "--folder", request->folder, "The name of the new metadata folder, relative to ROOT", "NAME");
     addStoreOptions(app, request->options);

@@ -53,7 +53,7 @@ Command::Action configure(CLI::App& app) {
     addFlag(app, "--replace", request->replace,
             "Replace all metadata that the project has, or that PATH has; what is damaged is moved aside");
     addOption(app, "--store", request->store, "The kind of store of a new project, or in place of a damaged one",
-              "NAME");
+              "STORE");
     addStoreOptions(app, request->options);
     addOption(app, "--folder", request->folder, "The metadata folder of a new project, relative to ROOT", "NAME");
     return [positionals, request, top, isJson = addJson(app), dryRun = addDryRun(app)] {

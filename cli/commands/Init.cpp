@@ -82,7 +82,7 @@ Command::Action configure(CLI::App& app) {
                             {{"ROOT", "The project's root folder, made if it is not there; without, the current folder",
                               Positional::Kind::optional}},
                             0);
-    addOption(app, "--store", arguments->store, "The kind of store; \"project-metadata stores\" lists them", "NAME");
+    addOption(app, "--store", arguments->store, "The kind of store; \"project-metadata stores\" lists them", "STORE");
     addOption(app, "--folder", arguments->folder, "The name of the metadata folder, relative to ROOT", "NAME");
     addStoreOptions(app, arguments->options);
     arguments->dryRun = addDryRun(app);
