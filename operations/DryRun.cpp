@@ -7,7 +7,6 @@
 
 #include "host/FileUtils.hpp"
 #include "host/SettingsService.hpp"
-#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataFiles.hpp"
@@ -52,19 +51,16 @@ void requireFeasibleFolder(const host::Path& folder) {
     requireWritable(place);
 }
 
-/// The file of a store that keeps all paths in one; no value if there are several.
-std::vector<host::Path> findOnlyFile(const pm::MetadataManager& store, const host::Path& folder) {
-    std::vector<host::Path> files;
-    const host::Path coreFile = folder / pm::coreFileName();
-    if (const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(&store)) {
-        for (const pm::StoreFile& file : lister->listFiles()) {
-            if (file.hasContent && file.file != coreFile)
-                files.push_back(file.file);
-        }
-        if (files.empty() && store_support::exists(coreFile))
-            files.push_back(coreFile);
-    }
-    return files.size() == 1 ? files : std::vector<host::Path>();
+/// Refuses `change` if a file that it writes, or removes, may not be written.
+void requireWritableFiles(const pm::StoreFileLister& store, const StoreChange& change) {
+    for (const auto& [path, node] : change.nodes)
+        requireWritable(store.getNodeFile(path));
+    for (const pm::MetadataPath& path : change.removed)
+        requireWritable(store.getNodeFile(path));
+    // Where all paths are in one file, their order is too.
+    const host::Path rootFile = store.getNodeFile({});
+    if (change.paths && !change.paths->empty() && store.getNodeFile(change.paths->back()) == rootFile)
+        requireWritable(rootFile);
 }
 
 }  // namespace
@@ -74,8 +70,8 @@ void requireFeasible(const pm::MetadataManager& store, const host::Path& root, c
         return;
     requireFeasible(root);
     const host::Path folder = pm::ProjectMetadataLocation(root).getDirectory();
-    for (const host::Path& file : findOnlyFile(store, folder))
-        requireWritable(file);
+    if (const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(&store))
+        requireWritableFiles(*lister, change);
     constexpr int depthInFile = 2;
     for (const auto& [path, node] : change.nodes) {
         store_support::requireSteps(path, folder);

@@ -107,6 +107,10 @@ std::vector<project::metadata::StoreFile> FixedPathManager::listFiles() const {
     return store_support::listStoreFiles(files_.getFolder(), std::move(files));
 }
 
+host::Path FixedPathManager::getNodeFile(const MetadataPath& path) const {
+    return files_.locate(path).file;
+}
+
 void FixedPathManager::markExistenceSeen(const PathFile& content) const {
     if (!content.hasNode)
         files_.markSeen(content.version);

@@ -46,6 +46,7 @@ public:
     void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
+    host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
 
 private:
     /// What the file at `place` says for the user of this store; null if it does not exist.

@@ -9,6 +9,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "project/metadata/SharedNode.hpp"
+#include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/EqualTrees.hpp"
@@ -260,11 +261,18 @@ void MonolithicManager::setPaths(const std::vector<MetadataPath>& paths) {
 
 std::vector<project::metadata::MetadataDamage> MonolithicManager::findDamage() const {
     load();
-    return damage_;
+    auto damage = damage_;
+    if (auto journal = store_support::findJournalDamage(folder_))
+        damage.push_back(*std::move(journal));
+    return damage;
 }
 
 std::vector<project::metadata::StoreFile> MonolithicManager::listFiles() const {
     return store_support::listStoreFiles(folder_, {});
+}
+
+Path MonolithicManager::getNodeFile(const MetadataPath& /*path*/) const {
+    return file_;
 }
 
 void MonolithicManager::change(const Edit& edit) {

@@ -57,6 +57,7 @@ public:
     void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
+    host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
 
 private:
     /// Makes the new content of the old.

@@ -119,6 +119,10 @@ std::vector<project::metadata::StoreFile> PostgresqlManager::listFiles() const {
     return store_support::listStoreFiles(project_.getCoreFile().parentPath(), {});
 }
 
+host::Path PostgresqlManager::getNodeFile(const MetadataPath& /*path*/) const {
+    return {};
+}
+
 std::vector<project::metadata::MetadataOption> PostgresqlManager::getOptions() const {
     return {{serviceOption, u"the service in the libpq service file; without it, the first of the allowed servers"},
             {schemaOption, u"the schema; without it, \"" + usualSchema + u"\" or the allowed one"}};

@@ -50,6 +50,7 @@ public:
     void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
+    host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
     std::vector<project::metadata::MetadataOption> getOptions() const override;
     void setOption(const std::u16string& name, const std::u16string& value) override;
     std::int64_t getContentVersion() const override;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "project/metadata/MetadataErrors.hpp"
+#include "store_support/BatchJournal.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/StoreFiles.hpp"
 #include "store_support/TreeRules.hpp"
@@ -130,6 +131,8 @@ std::vector<project::metadata::MetadataDamage> SqliteManager::findDamage() const
         for (std::u16string& problem : sqlite::findDamage(table))
             damage.push_back({database_.getFile(), std::move(problem)});
     });
+    if (auto journal = store_support::findJournalDamage(database_.getFile().parentPath()))
+        damage.push_back(*std::move(journal));
     return damage;
 }
 
@@ -141,6 +144,10 @@ std::vector<project::metadata::StoreFile> SqliteManager::listFiles() const {
     return store_support::listStoreFiles(
         file.parentPath(),
         {{file, true}, {beside(u"-journal"), true}, {beside(u"-wal"), true}, {beside(u"-shm"), false}});
+}
+
+Path SqliteManager::getNodeFile(const MetadataPath& /*path*/) const {
+    return database_.getFile();
 }
 
 ReadAhead& SqliteManager::getAhead() const {

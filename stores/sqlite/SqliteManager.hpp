@@ -50,6 +50,7 @@ public:
     void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
+    host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
 
 private:
     /// What is at `path`, whose node counts as read then; null if it does not exist. Valid until the next operation.

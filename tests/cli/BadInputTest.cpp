@@ -203,4 +203,37 @@ TEST_F(DamagedProjectTest, aDryRunFailsAtWhatCannotBeWrittenToo) {
     EXPECT_EQ(readTree(folder.std()), before);
 }
 
+TEST(ReadOnlyFileTest, isNamedByADryRunAsByTheChange) {
+    Surroundings nobody;
+    nobody.prefix = test::movedInstallation();
+    nobody.prepare = test::becomeUnprivileged;
+    const std::pair<const char*, const char*> files[] = {
+        {"fixedPath", "T=a.xml"}, {"monolithic", "Project.xml"}, {"sqlite", "metadata.db"}};
+    int allowed = 0;
+    for (const auto& [store, name] : files) {
+        const test::TempFolder folder;
+        const fs::path root = folder / "project";
+        ASSERT_EQ(run({"init", root, "--store", store}).status, 0);
+        ASSERT_EQ(run({"set", "--create", root, "T:a", "k=1"}).status, 0);
+        ASSERT_EQ(run({"set", "--create", root, "T:b", "k=1"}).status, 0);
+        for (const auto& entry : fs::recursive_directory_iterator(folder.std()))
+            ASSERT_EQ(chown(entry.path().c_str(), 65534, 65534), 0);
+        const fs::path file = root / "resources/project" / name;
+        fs::permissions(file, fs::perms::owner_read | fs::perms::others_read);
+        const auto before = readTree(root);
+        for (const std::vector<std::string>& line :
+             std::vector<std::vector<std::string>>{{"set", root, "T:a", "k=2"}, {"remove", root, "T:a"}}) {
+            std::vector<std::string> dry = line;
+            dry.emplace_back("--dry-run");
+            for (const auto& tried : {dry, line})
+                expectFailure(run(tried, nobody), 3, {file, "read-only"});
+        }
+        EXPECT_EQ(readTree(root), before);
+        const int status = run({"set", root, "T:b", "k=2", "--dry-run"}, nobody).status;
+        EXPECT_EQ(status, run({"set", root, "T:b", "k=2"}, nobody).status) << store;
+        allowed += status == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(allowed, 1);
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <set>
 
 #include "project/metadata/MetadataErrors.hpp"
@@ -77,6 +78,26 @@ TEST_P(StoreFilesTest, AStoreListsAllThatItHasMadeAndNothingElse) {
                                 "mine/Project.xml", "t=a/readme"})
         writeBytes(metadata() / foreign, "somebody's");
     EXPECT_EQ(listed(*store_), before);
+}
+
+TEST_P(StoreFilesTest, TheFileOfANodeIsTheOneThatChangesWithIt) {
+    const MetadataPath places[] = {path({}), path({u"a"}), path({u"a", std::u16string(300, u'b')}), path({u"c"})};
+    for (const MetadataPath& place : places)
+        store_->setNode(place, *node(u"1"));
+    store_.reset();
+    for (const MetadataPath& place : places) {
+        std::map<fs::path, std::string> before;
+        for (const std::string& name : onDisk())
+            before[metadata() / name] = readBytes(metadata() / name);
+        store_ = openStore(GetParam(), folder_.path());
+        store_->setNode(place, *node(u"2"));
+        const auto& lister = dynamic_cast<const project::metadata::StoreFileLister&>(*store_);
+        const fs::path changed = toStd(lister.getNodeFile(place));
+        store_.reset();
+        EXPECT_EQ(before.count(changed), 1U) << changed;
+        for (const auto& [file, bytes] : before)
+            EXPECT_EQ(readBytes(file) != bytes, file == changed) << file;
+    }
 }
 
 TEST_P(StoreFilesTest, WhatServesOnlyWhileProgramsAreAtWorkHasNoContent) {
