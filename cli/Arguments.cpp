@@ -37,7 +37,7 @@ void addOption(CLI::App& app, const char* names, std::vector<std::string>& value
 
 void addPairOption(CLI::App& app, const char* names, std::vector<std::string>& values, const char* description,
                    const char* types) {
-    app.add_option(names, values, description)->type_name(types)->expected(2);
+    app.add_option(names, values, description)->type_name(types)->expected(2)->allow_extra_args(false);
 }
 
 void addStoreOptions(CLI::App& app, std::vector<std::string>& options) {
