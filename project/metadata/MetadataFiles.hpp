@@ -30,7 +30,7 @@ public:
     /// @throws project::metadata::ListChildFilesFailure, MetadataReadFailure if the metadata cannot be looked through
     virtual std::vector<StoreFile> listFiles() const = 0;
 
-    /// The file that has the node at `path`, or would have it; neither need exist. Empty if it is in none of the folder.
+    /// The file that has the node at `path`, or would have it; neither need exist. Empty if no file of the folder does.
     virtual host::Path getNodeFile(const MetadataPath& path) const = 0;
 
 protected:
