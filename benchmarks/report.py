@@ -107,8 +107,8 @@ def goal_table(results):
         return [readable(result[side], result["unit"]) for side in ("ours", "reference")]
 
     return table(["what", "ours", "reference", "ratio", "goal, at most", "in instructions"],
-                 [[result["name"], *amounts(result), f"{result['ratio']:.3g}",
-                   f"{result['goal']:.3g}" + ("" if result["ratio"] <= result["goal"] else ", **missed**"),
+                 [[result["name"], *amounts(result), f"{result['ratio']:,.3f}",
+                   f"{result['goal']:,.4g}" + ("" if result["ratio"] <= result["goal"] else ", **missed**"),
                    f"{result['instructions']['ratio']:.3g}" if "instructions" in result else ""]
                   for result in results])
 
