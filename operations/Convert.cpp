@@ -254,13 +254,13 @@ Converted convertFolder(const host::Path& root, const Plan& plan, const Conversi
 
     {
         const auto progress = observer.start("Flushing");
-        flushNames(plan.newFolder);
+        store_support::flushFileSystem(toPath(plan.newFolder.parent_path()));
     }
     host::Interruption::throwIfRequested();
     host::Interruption::ignore();
     swapFolders(plan, workshop.metadataFolder("new"));
     workshop.giveAway();
-    flushNames(plan.newFolder);
+    store_support::flushFileSystem(toPath(plan.newFolder.parent_path()));
     return {pathCount, std::move(before), std::move(remote)};
 }
 

@@ -1,11 +1,9 @@
 #include "operations/MetadataFolder.hpp"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 #include <vector>
 
 #include "operations/Errors.hpp"
@@ -13,6 +11,7 @@
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FolderLock.hpp"
+#include "store_support/StoreErrors.hpp"
 
 namespace operations {
 
@@ -59,22 +58,12 @@ void copyForeignFiles(const fs::path& folder, const OwnFiles& own, const fs::pat
     fs::permissions(target, fs::status(folder).permissions());
 }
 
-void flushNames(const fs::path& path) {
-    const int folder = open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const bool isFlushed = folder >= 0 && syncfs(folder) == 0;
-    const int error = errno;
-    if (folder >= 0)
-        close(folder);
-    if (!isFlushed)
-        throw fs::filesystem_error("cannot flush", path, std::error_code(error, std::generic_category()));
-}
-
 bool exchangeFolders(const fs::path& a, const fs::path& b) {
     if (renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0)
         return true;
     if (errno == EINVAL || errno == ENOSYS)
         return false;
-    throw fs::filesystem_error("cannot exchange", a, b, std::error_code(errno, std::generic_category()));
+    store_support::raiseSystemError(toPath(b), errno);
 }
 
 host::Path toPath(const fs::path& path) {

@@ -29,13 +29,9 @@ OwnFiles listOwnFiles(const host::Path& root, const project::metadata::MetadataM
 void copyForeignFiles(const std::filesystem::path& folder, const OwnFiles& own, const std::filesystem::path& target,
                       Observer& observer);
 
-/// Waits until the names in the folder of `path`, and all that has been written to its file system, are on disk.
-/// @throws std::filesystem::filesystem_error
-void flushNames(const std::filesystem::path& path);
-
 /// Gives each of two folders the name of the other in one step.
 /// @return whether the file system can do that and has done it
-/// @throws std::filesystem::filesystem_error
+/// @throws project::metadata::MetadataWriteFailure naming `b`
 bool exchangeFolders(const std::filesystem::path& a, const std::filesystem::path& b);
 
 /// As a `host::Path`.

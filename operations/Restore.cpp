@@ -30,6 +30,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "project/metadata/Uuid.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/FolderLock.hpp"
 
 namespace operations {
@@ -226,12 +227,12 @@ host::Path restoreProject(const host::Path& root, const PathTree& content, const
     if (!isDamaged(root, observer))
         throw OperationError(ErrorKind::failure,
                              "Another program has mended the metadata of " + quoted(root) + " meanwhile");
-    flushNames(folder);
+    store_support::flushFileSystem(toPath(folder.parent_path()));
     host::Interruption::throwIfRequested();
     host::Interruption::ignore();
     exchange(made, folder, aside);
     workshop.giveAway();
-    flushNames(folder);
+    store_support::flushFileSystem(toPath(folder.parent_path()));
     return toPath(aside);
 }
 
