@@ -5,7 +5,7 @@
 #include "store_support/PathXml.hpp"
 #include "store_support/WholeFile.hpp"
 #include "stores/monolithic/MonolithicManager.hpp"
-#include "stores/monolithic/PathTree.hpp"
+#include "stores/monolithic/SharedTree.hpp"
 
 namespace stores::monolithic {
 
@@ -23,14 +23,14 @@ bool isOwn(const MetadataNode& root) {
            root.get(project::metadata::metadataTypeKey()) == monolithicName;
 }
 
-void copyTo(project::metadata::PathTree& to, const PathTree& from) {
+void copyTo(project::metadata::PathTree& to, const SharedTree& from) {
     to.node = from.node;
-    for (const PathTree::Child& child : from.getChildren())
+    for (const SharedTree::Child& child : from.getChildren())
         copyTo(to.children.emplace_back(project::metadata::PathTree{child.element, nullptr, {}, {}}), child.tree);
 }
 
 /// @param file for the error
-void copyTo(PathTree& to, const project::metadata::PathTree& from, const Path& file) {
+void copyTo(SharedTree& to, const project::metadata::PathTree& from, const Path& file) {
     to.node = from.node;
     for (const project::metadata::PathTree& child : from.children) {
         if (to.find(child.step))
@@ -50,7 +50,7 @@ std::optional<FileContent> MonolithicFormat::readFile(const Path& file) const {
     if (!xml)
         return std::nullopt;
     std::vector<project::metadata::MetadataDamage> damage;
-    const PathTree tree = fromXml(*xml, {}, file, damage);
+    const SharedTree tree = fromXml(*xml, {}, file, damage);
     if (!damage.empty())
         raise<MetadataReadFailure>(file.text(), damage.front().problem);
     store_support::requireNothingLost(*xml, *toXml(tree), file);
@@ -62,7 +62,7 @@ std::optional<FileContent> MonolithicFormat::readFile(const Path& file) const {
 void MonolithicFormat::writeFile(const FileContent& content, const Path& file) const {
     if (!content.isRoot)
         raise<MetadataWriteFailure>(file.text(), u"a file of this store holds all paths from the root path on");
-    PathTree tree;
+    SharedTree tree;
     copyTo(tree, content.tree, file);
     const auto xml = toXml(tree);
     store_support::writeWholeFile(*xml, xml->getChildNodes().empty(), file);

@@ -57,10 +57,10 @@ bool isBorrowed(const std::shared_ptr<const MetadataNode>& node) {
 }
 
 /// Keeps the nodes that `tree` has borrowed. Only parts that nobody else shares have any.
-void keepBorrowed(const PathTree& tree) {
+void keepBorrowed(const SharedTree& tree) {
     if (isBorrowed(tree.node))
         tree.node = keepNode(*tree.node);
-    for (const PathTree::Child& child : tree.getChildren())
+    for (const SharedTree::Child& child : tree.getChildren())
         keepBorrowed(child.tree);
 }
 
@@ -78,10 +78,10 @@ void requireFeasible(Draft& draft, const MetadataPath& path, const PathElement& 
 }
 
 /// Adds `path` and its missing ancestors. @return the tree at `path`
-PathTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) {
-    PathTree* tree = &draft.tree;
+SharedTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) {
+    SharedTree* tree = &draft.tree;
     for (const PathElement& element : path.getPath()) {
-        if (PathTree* const existing = tree->own(element)) {
+        if (SharedTree* const existing = tree->own(element)) {
             tree = existing;
             continue;
         }
@@ -95,7 +95,7 @@ PathTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) {
 /// @param node null to remove the node
 void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* newNode, const Path& file) {
     const MetadataNode* const node = newNode ? &getShared(*newNode) : nullptr;
-    PathTree& tree = addPathTo(draft, path, file);
+    SharedTree& tree = addPathTo(draft, path, file);
     if (equalTrees(node, tree.node.get()))
         return;
     requireSeen(!tree.node || !tree.isUnseen, path, file);
@@ -110,17 +110,17 @@ void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* newNo
 }
 
 void removePathFrom(Draft& draft, const MetadataPath& path, const Path& file) {
-    PathTree& root = draft.tree;
-    const PathTree* const removed = root.find(path);
+    SharedTree& root = draft.tree;
+    const SharedTree* const removed = root.find(path);
     requireSeen(!removed || isAllSeen(*removed), path, file);
     if (path.getPath().empty()) {
         draft.isChanged = draft.isChanged || root.node || !root.getChildren().empty();
-        root = PathTree();
+        root = SharedTree();
         return;
     }
     if (!removed)
         return;
-    PathTree* parent = &root;
+    SharedTree* parent = &root;
     for (std::size_t i = 0; i + 1 < path.getPath().size(); ++i)
         parent = parent->own(path.getPath()[i]);
     parent->remove(path.getPath().back());
@@ -129,11 +129,11 @@ void removePathFrom(Draft& draft, const MetadataPath& path, const Path& file) {
 
 /// What `arranged` does not have any more of `old` must have been seen.
 /// @param steps to `old`; the same again afterwards
-void requireSeen(const PathTree& old, const PathTree* arranged, std::vector<PathElement>& steps, const Path& file) {
+void requireSeen(const SharedTree& old, const SharedTree* arranged, std::vector<PathElement>& steps, const Path& file) {
     const bool goes = !arranged || (old.node && !arranged->node);
     if (goes && old.isUnseen)
         requireSeen(false, MetadataPath(steps), file);
-    for (const PathTree::Child& child : old.getChildren()) {
+    for (const SharedTree::Child& child : old.getChildren()) {
         steps.push_back(child.element);
         requireSeen(child.tree, arranged ? arranged->find(child.element) : nullptr, steps, file);
         steps.pop_back();
@@ -141,13 +141,13 @@ void requireSeen(const PathTree& old, const PathTree* arranged, std::vector<Path
 }
 
 /// The paths `paths` and their ancestors, with the nodes that `old` has there.
-Draft arrange(const PathTree& old, const std::vector<MetadataPath>& paths, const Path& file) {
+Draft arrange(const SharedTree& old, const std::vector<MetadataPath>& paths, const Path& file) {
     Draft draft;
     for (const MetadataPath& path : paths) {
         if (path.getPath().empty())
             draft.tree.node = old.node;
-        PathTree* to = &draft.tree;
-        const PathTree* from = &old;
+        SharedTree* to = &draft.tree;
+        const SharedTree* from = &old;
         for (const PathElement& element : path.getPath()) {
             from = from ? from->find(element) : nullptr;
             to = &to->add(element);
@@ -168,7 +168,7 @@ Draft arrange(const PathTree& old, const std::vector<MetadataPath>& paths, const
 /// Makes a draft by `edit` of the old content.
 template <class Edit>
 auto edited(const Edit& edit) {
-    return [&edit](const PathTree& old) {
+    return [&edit](const SharedTree& old) {
         Draft draft;
         draft.tree = old;
         edit(draft);
@@ -202,7 +202,7 @@ void MonolithicManager::removePath(const MetadataPath& path) {
 }
 
 std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& path) const {
-    const PathTree* const tree = load().find(path);
+    const SharedTree* const tree = load().find(path);
     if (!tree)
         return nullptr;
     tree->isUnseen = false;
@@ -228,7 +228,7 @@ void MonolithicManager::removePaths(const std::vector<MetadataPath>& paths) {
 }
 
 bool MonolithicManager::hasNode(const MetadataPath& path) const {
-    const PathTree* const tree = load().find(path);
+    const SharedTree* const tree = load().find(path);
     if (tree)
         tree->isUnseen = false;
     return tree && tree->node;
@@ -236,10 +236,10 @@ bool MonolithicManager::hasNode(const MetadataPath& path) const {
 
 std::vector<MetadataPath> MonolithicManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
-    const PathTree* const tree = load().find(path);
+    const SharedTree* const tree = load().find(path);
     if (!tree)
         return children;
-    for (const PathTree::Child& child : tree->getChildren()) {
+    for (const SharedTree::Child& child : tree->getChildren()) {
         // Of a branch there is no more to know than that it exists.
         child.tree.isUnseen = child.tree.isUnseen && child.tree.node;
         std::vector<PathElement> elements;
@@ -256,7 +256,7 @@ bool MonolithicManager::hasPath(const MetadataPath& path) const {
 }
 
 void MonolithicManager::setPaths(const std::vector<MetadataPath>& paths) {
-    change([&](const PathTree& old) { return arrange(old, paths, file_); });
+    change([&](const SharedTree& old) { return arrange(old, paths, file_); });
 }
 
 std::vector<project::metadata::MetadataDamage> MonolithicManager::findDamage() const {
@@ -292,7 +292,7 @@ void MonolithicManager::change(const Edit& edit) {
     save(std::move(draft), lock);
 }
 
-PathTree& MonolithicManager::load() const {
+SharedTree& MonolithicManager::load() const {
     if (tree_ && watch_.isUnchanged())
         return *tree_;
     const auto status = findStatus(file_);
@@ -300,7 +300,7 @@ PathTree& MonolithicManager::load() const {
     if (!xml.root && xml.version)
         raise<MetadataReadFailure>(file_.text(), xml.problem);
     std::vector<project::metadata::MetadataDamage> damage;
-    PathTree tree;
+    SharedTree tree;
     if (xml.root)
         tree = fromXml(*xml.root, xml.lacks, file_, damage);
     if (tree_ || hasLostSight_)

@@ -16,7 +16,7 @@
 #include "store_support/FileWatch.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
-#include "stores/monolithic/PathTree.hpp"
+#include "stores/monolithic/SharedTree.hpp"
 
 namespace stores::monolithic {
 
@@ -24,7 +24,7 @@ extern const std::u16string& monolithicName;
 
 /// A new content, before it is written.
 struct Draft {
-    PathTree tree;
+    SharedTree tree;
     bool isChanged = false;
     bool needsProof = false;  ///< whether something new in it does, see `TreeRules.hpp`
 };
@@ -61,13 +61,13 @@ public:
 
 private:
     /// Makes the new content of the old.
-    using Edit = std::function<Draft(const PathTree& old)>;
+    using Edit = std::function<Draft(const SharedTree& old)>;
 
     /// Carries out `edit`, and writes the file if that changed something or there is none yet.
     void change(const Edit& edit);
 
     /// The content as it is on disk, in which what the user of the store has seen is marked.
-    PathTree& load() const;
+    SharedTree& load() const;
 
     void requireSound() const;
     void save(Draft draft, store_support::FolderLock& lock);
@@ -76,7 +76,7 @@ private:
     host::Path file_;
     store_support::JobRunner runJob_;
     mutable store_support::FileWatch watch_;  // of the file that `tree_` was read from or written to
-    mutable std::optional<PathTree> tree_;    // none until it is read first, or for lack of memory
+    mutable std::optional<SharedTree> tree_;  // none until it is read first, or for lack of memory
     mutable bool hasLostSight_ = false;       // then nobody knows any more what the user has seen
     mutable std::vector<project::metadata::MetadataDamage> damage_;  // of that file
 };

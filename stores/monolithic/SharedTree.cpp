@@ -12,7 +12,7 @@
 // PathXml.hpp says what an element "Path" holds; the root element holds a "Node" if the root path has one. The order of
 // the elements is the order of the paths.
 
-#include "stores/monolithic/PathTree.hpp"
+#include "stores/monolithic/SharedTree.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -60,7 +60,7 @@ public:
         }
     }
 
-    void fill(PathTree& tree, const MetadataNode& xml) {
+    void fill(SharedTree& tree, const MetadataNode& xml) {
         attempt(
             [&] {
                 const auto node = store_support::getNode(xml, file_);
@@ -80,7 +80,7 @@ public:
     }
 
 private:
-    void add(PathTree& tree, const MetadataNode& xml) {
+    void add(SharedTree& tree, const MetadataNode& xml) {
         const PathElement element = getPathElement(xml, file_);
         if (tree.find(element))
             raise<MetadataReadFailure>(file_.text(), u"a path element stands twice under one parent in it");
@@ -102,7 +102,7 @@ private:
     }
 
     template <class Step>
-    void attempt(const Step& step, PathTree* damaged = nullptr) {
+    void attempt(const Step& step, SharedTree* damaged = nullptr) {
         try {
             step();
         } catch (const MetadataReadFailure& error) {
@@ -117,9 +117,9 @@ private:
     std::vector<MetadataDamage>& damage_;
 };
 
-void tellChildren(const PathTree& tree, XmlSink& sink) {
+void tellChildren(const SharedTree& tree, XmlSink& sink) {
     putNode(sink, tree.node);
-    for (const PathTree::Child& child : tree.getChildren()) {
+    for (const SharedTree::Child& child : tree.getChildren()) {
         sink.begin(pathElementName);
         putPathElement(sink, child.element);
         tellChildren(child.tree, sink);
@@ -139,7 +139,7 @@ constexpr std::size_t leastForTable = 16;
 }  // namespace
 
 /// The children of a path, and what is rare: most paths have neither.
-struct PathTree::Below {
+struct SharedTree::Below {
     std::vector<Child> children;
     bool hasGaps = false;  // whether some of them were removed
     // Places in `children` plus one, each near the hash of its element, 0 where nothing is. Empty while there are few
@@ -155,7 +155,7 @@ struct PathTree::Below {
     void enterPlace(std::size_t place);
 };
 
-PathTree::Below& PathTree::ownBelow() {
+SharedTree::Below& SharedTree::ownBelow() {
     if (!below_)
         below_ = std::make_shared<Below>();
     else if (below_.use_count() > 1)
@@ -163,21 +163,21 @@ PathTree::Below& PathTree::ownBelow() {
     return *below_;
 }
 
-std::shared_ptr<const std::u16string> PathTree::getProblem() const {
+std::shared_ptr<const std::u16string> SharedTree::getProblem() const {
     return below_ ? below_->problem : nullptr;
 }
 
-void PathTree::setProblem(std::shared_ptr<const std::u16string> problem) {
+void SharedTree::setProblem(std::shared_ptr<const std::u16string> problem) {
     ownBelow().problem = std::move(problem);
 }
 
-const PathTree* PathTree::find(const PathElement& element) const {
+const SharedTree* SharedTree::find(const PathElement& element) const {
     const std::size_t place = below_ ? below_->findPlace(element) : 0;
     return !below_ || place == below_->children.size() ? nullptr : &below_->children[place].tree;
 }
 
-const PathTree* PathTree::find(const MetadataPath& path) const {
-    const PathTree* tree = this;
+const SharedTree* SharedTree::find(const MetadataPath& path) const {
+    const SharedTree* tree = this;
     for (const PathElement& element : path.getPath()) {
         tree = tree->find(element);
         if (!tree)
@@ -186,15 +186,15 @@ const PathTree* PathTree::find(const MetadataPath& path) const {
     return tree;
 }
 
-PathTree* PathTree::own(const PathElement& element) {
+SharedTree* SharedTree::own(const PathElement& element) {
     if (!find(element))
         return nullptr;
     Below& below = ownBelow();
     return &below.children[below.findPlace(element)].tree;
 }
 
-PathTree& PathTree::add(const PathElement& element) {
-    if (PathTree* const existing = own(element))
+SharedTree& SharedTree::add(const PathElement& element) {
+    if (SharedTree* const existing = own(element))
         return *existing;
     Below& below = ownBelow();
     below.children.push_back({element, {}});
@@ -206,20 +206,20 @@ PathTree& PathTree::add(const PathElement& element) {
     return below.children.back().tree;
 }
 
-void PathTree::reserve(std::size_t count) {
+void SharedTree::reserve(std::size_t count) {
     ownBelow().children.reserve(count);
 }
 
-void PathTree::remove(const PathElement& element) {
-    PathTree* const removed = own(element);
+void SharedTree::remove(const PathElement& element) {
+    SharedTree* const removed = own(element);
     if (!removed)
         return;
-    *removed = PathTree();
+    *removed = SharedTree();
     removed->isRemoved_ = true;
     below_->hasGaps = true;
 }
 
-const std::vector<PathTree::Child>& PathTree::getChildren() const {
+const std::vector<SharedTree::Child>& SharedTree::getChildren() const {
     static const auto& none = *new std::vector<Child>();
     if (!below_)
         return none;
@@ -234,7 +234,7 @@ const std::vector<PathTree::Child>& PathTree::getChildren() const {
     return children;
 }
 
-std::size_t PathTree::Below::findPlace(const PathElement& element) {
+std::size_t SharedTree::Below::findPlace(const PathElement& element) {
     const auto isAt = [&](std::size_t place) {
         return !children[place].tree.isRemoved_ && children[place].element == element;
     };
@@ -266,51 +266,51 @@ std::size_t PathTree::Below::findPlace(const PathElement& element) {
     }
 }
 
-void PathTree::Below::enterPlace(std::size_t place) {
+void SharedTree::Below::enterPlace(std::size_t place) {
     std::size_t i = hash(children[place].element);
     while (places[i & (places.size() - 1)] != 0)
         ++i;
     places[i & (places.size() - 1)] = static_cast<std::uint32_t>(place + 1);
 }
 
-PathTree fromXml(const MetadataNode& xml, const std::vector<Lack>& lacks, const host::Path& file,
-                 std::vector<MetadataDamage>& damage) {
-    PathTree tree;
+SharedTree fromXml(const MetadataNode& xml, const std::vector<Lack>& lacks, const host::Path& file,
+                   std::vector<MetadataDamage>& damage) {
+    SharedTree tree;
     Reader(file, lacks, damage).fill(tree, xml);
     return tree;
 }
 
-void markUnseen(const PathTree& now, const PathTree* before) {
+void markUnseen(const SharedTree& now, const SharedTree* before) {
     const bool isSame = before && equalTrees(now.node.get(), before->node.get());
     now.isUnseen = !isSame || before->isUnseen;
-    for (const PathTree::Child& child : now.getChildren())
+    for (const SharedTree::Child& child : now.getChildren())
         markUnseen(child.tree, before ? before->find(child.element) : nullptr);
 }
 
-bool isAllSeen(const PathTree& tree) {
+bool isAllSeen(const SharedTree& tree) {
     const auto& children = tree.getChildren();
     return !tree.isUnseen && std::all_of(children.begin(), children.end(),
-                                         [](const PathTree::Child& child) { return isAllSeen(child.tree); });
+                                         [](const SharedTree::Child& child) { return isAllSeen(child.tree); });
 }
 
-void tellXml(const PathTree& tree, XmlSink& sink) {
+void tellXml(const SharedTree& tree, XmlSink& sink) {
     sink.begin(projectElementName);
     sink.put(project::metadata::metadataTypeKey(), monolithicName);
     tellChildren(tree, sink);
     sink.end();
 }
 
-std::shared_ptr<const MetadataNode> toXml(const PathTree& tree) {
+std::shared_ptr<const MetadataNode> toXml(const SharedTree& tree) {
     return store_support::makeNodes([&](XmlSink& sink) { tellXml(tree, sink); });
 }
 
-bool isSameTree(const PathTree& a, const PathTree& b) {
+bool isSameTree(const SharedTree& a, const SharedTree& b) {
     if (a.sharesChildren(b))
         return a.node == b.node;
     const auto& childrenA = a.getChildren();
     const auto& childrenB = b.getChildren();
     return a.node == b.node && std::equal(childrenA.begin(), childrenA.end(), childrenB.begin(), childrenB.end(),
-                                          [](const PathTree::Child& x, const PathTree::Child& y) {
+                                          [](const SharedTree::Child& x, const SharedTree::Child& y) {
                                               return x.element == y.element && isSameTree(x.tree, y.tree);
                                           });
 }

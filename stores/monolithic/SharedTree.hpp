@@ -18,7 +18,7 @@
 namespace stores::monolithic {
 
 /// A path with or without a node, and its children in order. Copies share what is below them until it is changed.
-class PathTree {
+class SharedTree {
 public:
     struct Child;
 
@@ -35,16 +35,16 @@ public:
     void setProblem(std::shared_ptr<const std::u16string> problem);
 
     /// The child `element`, null if there is none. Valid until the children of this path change.
-    const PathTree* find(const project::metadata::PathElement& element) const;
+    const SharedTree* find(const project::metadata::PathElement& element) const;
 
     /// The descendant at `path`, null if there is none.
-    const PathTree* find(const project::metadata::MetadataPath& path) const;
+    const SharedTree* find(const project::metadata::MetadataPath& path) const;
 
     /// The child `element`, to be changed; null if there is none.
-    PathTree* own(const project::metadata::PathElement& element);
+    SharedTree* own(const project::metadata::PathElement& element);
 
     /// The child `element`, to be changed; added as the last one if there is none.
-    PathTree& add(const project::metadata::PathElement& element);
+    SharedTree& add(const project::metadata::PathElement& element);
 
     /// Makes room for `count` children.
     void reserve(std::size_t count);
@@ -56,7 +56,7 @@ public:
     const std::vector<Child>& getChildren() const;
 
     /// Whether both share what is below them.
-    bool sharesChildren(const PathTree& other) const noexcept { return below_ == other.below_; }
+    bool sharesChildren(const SharedTree& other) const noexcept { return below_ == other.below_; }
 
 private:
     struct Below;
@@ -68,30 +68,30 @@ private:
     bool isRemoved_ = false;        // then it is a gap among the children of its parent
 };
 
-struct PathTree::Child {
+struct SharedTree::Child {
     project::metadata::PathElement element;
-    PathTree tree;
+    SharedTree tree;
 };
 
 /// The tree of the file `file`, whose root node is `xml`.
 /// @param lacks what nodes below `xml` lack: such an element of a path is not read
 /// @param damage what is in the file and cannot be read is added to this
-PathTree fromXml(const project::metadata::MetadataNode& xml, const std::vector<store_support::Lack>& lacks,
-                 const host::Path& file, std::vector<project::metadata::MetadataDamage>& damage);
+SharedTree fromXml(const project::metadata::MetadataNode& xml, const std::vector<store_support::Lack>& lacks,
+                   const host::Path& file, std::vector<project::metadata::MetadataDamage>& damage);
 
 /// Marks as unseen what is in `now`, and was unseen or not the same in `before`.
-void markUnseen(const PathTree& now, const PathTree* before);
+void markUnseen(const SharedTree& now, const SharedTree* before);
 
 /// Whether nothing in `tree` is unseen.
-bool isAllSeen(const PathTree& tree);
+bool isAllSeen(const SharedTree& tree);
 
 /// Tells `sink` the file that holds `tree`.
-void tellXml(const PathTree& tree, project::metadata::XmlSink& sink);
+void tellXml(const SharedTree& tree, project::metadata::XmlSink& sink);
 
 /// The root node of that file. Shares the nodes of the paths.
-std::shared_ptr<const project::metadata::MetadataNode> toXml(const PathTree& tree);
+std::shared_ptr<const project::metadata::MetadataNode> toXml(const SharedTree& tree);
 
 /// Whether both have the same paths in the same order, and share the same nodes.
-bool isSameTree(const PathTree& a, const PathTree& b);
+bool isSameTree(const SharedTree& a, const SharedTree& b);
 
 }  // namespace stores::monolithic
