@@ -89,7 +89,7 @@ Plan makePlan(const host::Path& root, const ConversionRequest& request) {
     const host::Path oldFolder = coreFile.parentPath();
     const host::Path newFolder = request.folder ? root / host::fromUtf8(*request.folder) : oldFolder;
     if (request.folder)
-        chooseFolder(request.folder);
+        requireFolder(request.folder);
     requireFound(root, oldFolder, newFolder);
     plan.oldFolder = fs::canonical(oldFolder.accessName());
     plan.newFolder = newFolder == oldFolder ? plan.oldFolder : fs::weakly_canonical(newFolder.accessName());

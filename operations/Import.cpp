@@ -59,7 +59,6 @@ PathTree readExported(const host::Path& file) {
 /// The store that is to hold the content of the file. A new one writes nothing before its first change.
 std::unique_ptr<pm::MetadataManager> openDestination(const host::Path& root, bool isNew, const ImportRequest& request) {
     if (isNew) {
-        chooseFolder(request.folder);
         auto store = chooseStore(request.store)->createManager(root);
         setOptions(*store, request.options);
         return store;
@@ -126,6 +125,7 @@ Import importFile(const host::Path& file, const host::Path& root, const ImportRe
     }
     progress = observer.start("Reading");
     const bool isNew = !pm::ProjectMetadataLocation(root).hasCoreFile();
+    const auto folder = isNew ? chooseFolder(request.folder) : nullptr;
     const auto destination = openDestination(root, isNew, request);
     requirePlace(*destination, root, request);
     const PathTree before = readPaths(*destination, *progress);

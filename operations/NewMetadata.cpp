@@ -6,7 +6,6 @@
 #include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/Project.hpp"
-#include "operations/SettingsOverride.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataOptions.hpp"
 #include "project/metadata/MetadataRoots.hpp"
@@ -60,15 +59,20 @@ void setOptions(pm::MetadataManager& store, const std::vector<std::string>& opti
     }
 }
 
-void chooseFolder(const std::optional<std::string>& name) {
+void requireFolder(const std::optional<std::string>& name) {
     if (name) {
-        const std::u16string folder = host::fromUtf8(*name);
-        requireFolderIn(pm::getSelectableRoots(), folder, ErrorKind::usage, "");
-        overrideSetting("korvex.project.creation", "DefaultMetadataRoot", folder);
+        requireFolderIn(pm::getSelectableRoots(), host::fromUtf8(*name), ErrorKind::usage, "");
     } else {
         requireFolderIn(pm::getSupportedRoots(), pm::getRootFromSettings(), ErrorKind::failure,
                         " that the setting DefaultMetadataRoot names");
     }
+}
+
+std::unique_ptr<const SettingsOverride> chooseFolder(const std::optional<std::string>& name) {
+    requireFolder(name);
+    return name ? std::make_unique<SettingsOverride>("korvex.project.creation", "DefaultMetadataRoot",
+                                                     host::fromUtf8(*name))
+                : nullptr;
 }
 
 }  // namespace operations

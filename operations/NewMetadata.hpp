@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "operations/SettingsOverride.hpp"
 #include "project/metadata/MetadataManagerFactory.hpp"
 
 namespace operations {
@@ -19,9 +20,12 @@ std::shared_ptr<project::metadata::MetadataManagerFactory> chooseStore(const std
 /// @throws OperationError if the store takes no such option
 void setOptions(project::metadata::MetadataManager& store, const std::vector<std::string>& options);
 
-/// Sees to it that new metadata goes into the folder `name`, relative to the root folder; without a name, into the one
-/// that the settings name. Called before any store is made.
+/// @param name a folder for new metadata, relative to the root folder; without a name, the one that the settings name
 /// @throws OperationError if a project there would not be found again
-void chooseFolder(const std::optional<std::string>& name);
+void requireFolder(const std::optional<std::string>& name);
+
+/// As `requireFolder`; and sees to it that new metadata goes there as long as the answer lives, which is to be made
+/// before the store and to go after it.
+std::unique_ptr<const SettingsOverride> chooseFolder(const std::optional<std::string>& name);
 
 }  // namespace operations

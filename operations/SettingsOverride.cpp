@@ -1,9 +1,6 @@
 #include "operations/SettingsOverride.hpp"
 
-#include <memory>
 #include <utility>
-
-#include "host/SettingsService.hpp"
 
 namespace operations {
 
@@ -40,9 +37,13 @@ private:
 
 }  // namespace
 
-void overrideSetting(const std::string& group, const std::string& key, const std::u16string& value) {
-    host::SettingsService::setSettingsRoot(
-        std::make_shared<Overlay>(host::SettingsService::getSettingsRoot(), "", Replacement{group, key, value}));
+SettingsOverride::SettingsOverride(const std::string& group, const std::string& key, const std::u16string& value)
+    : below_(host::SettingsService::getSettingsRoot()) {
+    host::SettingsService::setSettingsRoot(std::make_shared<Overlay>(below_, "", Replacement{group, key, value}));
+}
+
+SettingsOverride::~SettingsOverride() {
+    host::SettingsService::setSettingsRoot(std::move(below_));
 }
 
 }  // namespace operations

@@ -42,7 +42,6 @@ Workshop::Workshop(const host::Path& parent, Observer& observer)
     : observer_(observer), guard_(parent.text(), prefix, u""), lock_(host::Path(guard_.getDirectoryName())) {
     store_support::giveToOwnerOfFolder(host::Path(guard_.getDirectoryName()));
     observer.useScratchFolder(host::Path(guard_.getDirectoryName()));
-    overrideSetting("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
 }
 
 fs::path Workshop::projectFolder(const std::string& name) const {
@@ -68,6 +67,7 @@ std::size_t Workshop::copy(const PathTree& content, pm::MetadataManagerFactory& 
                            const std::vector<std::string>& options) {
     fs::create_directory(projectFolder(name));
     store_support::giveToOwnerOfFolder(toPath(projectFolder(name)));
+    const SettingsOverride usual("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
     auto made = factory.createManager(toPath(projectFolder(name)));
     pm::MetadataManager* const store = made.get();
     setOptions(*store, options);

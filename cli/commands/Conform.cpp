@@ -103,7 +103,8 @@ Status conform(const host::Path& file, const std::vector<std::string>& ruleNames
     if (factories.empty())
         throw CommandError(Status::failure, "The bundle " + quoted(file) + " registers no metadata store");
     // The user's choice of a folder has no say in what a store does.
-    operations::overrideSetting("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
+    const operations::SettingsOverride usual("korvex.project.creation", "DefaultMetadataRoot",
+                                             pm::getSelectableRoots().front());
     Count count;
     JsonList list;
     for (const auto& factory : factories) {

@@ -55,7 +55,7 @@ Status init(const Arguments& arguments) {
     const host::Path root = host::Path::fromAccessName(arguments.root);
     operations::requireNewRoot(root);
     requireNoMetadata(root);
-    operations::chooseFolder(arguments.folder);
+    const auto chosen = operations::chooseFolder(arguments.folder);
     const auto factory = operations::chooseStore(arguments.store);
     // A store writes nothing before its first change, which makes the folders that are missing.
     const auto store = factory->createManager(root);

@@ -6,12 +6,14 @@
 #include <cstdio>
 #include <map>
 
+#include "host/SettingsService.hpp"
 #include "host/Text.hpp"
 #include "operations/Import.hpp"
 #include "operations/ProjectCheck.hpp"
 #include "operations/ProjectRepair.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
+#include "project/metadata/MetadataRoots.hpp"
 #include "tests/faults/SystemFaults.hpp"
 #include "tests/support/ChildProcess.hpp"
 #include "tests/support/TempFolder.hpp"
@@ -109,6 +111,24 @@ TEST_P(RestoreTest, NothingIsLostWhereverItEnds) {
     EXPECT_GT(killedOld, 20);
     EXPECT_GT(killedNew, 2);
     EXPECT_GT(failed, 20);
+}
+
+/// A host's settings are its own again once an operation of its is over.
+TEST_P(RestoreTest, SettingsAreReplacedNoLongerThanAProjectIsMade) {
+    const auto settings = host::SettingsService::getSettingsRoot();
+    fs::copy(damagedRoot_, root_, fs::copy_options::recursive);
+    import();
+    EXPECT_EQ(host::SettingsService::getSettingsRoot(), settings);
+
+    operations::ImportRequest request;
+    request.store = host::toUtf8(GetParam());
+    request.folder = host::toUtf8(pm::getSelectableRoots().back());
+    operations::Observer observer;
+    const fs::path root = folder_ / "new";
+    operations::importFile(test::toPath(backedUp_ / "resources/project/Project.xml"), test::toPath(root), request,
+                           observer);
+    EXPECT_TRUE(fs::exists(root / *request.folder / "Project.xml"));
+    EXPECT_EQ(host::SettingsService::getSettingsRoot(), settings);
 }
 
 }  // namespace
