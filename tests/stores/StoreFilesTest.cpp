@@ -94,7 +94,8 @@ TEST_P(StoreFilesTest, TheFileOfANodeIsTheOneThatChangesWithIt) {
         const auto& lister = dynamic_cast<const project::metadata::StoreFileLister&>(*store_);
         const fs::path changed = toStd(lister.getNodeFile(place));
         store_.reset();
-        EXPECT_EQ(before.count(changed), 1U) << changed;
+        // What is on a server is in no file.
+        EXPECT_EQ(before.count(changed), GetParam() == u"postgresql" ? 0U : 1U) << changed;
         for (const auto& [file, bytes] : before)
             EXPECT_EQ(readBytes(file) != bytes, file == changed) << file;
     }
