@@ -8,8 +8,8 @@
 namespace operations {
 
 /// Looks whether `change` of `store`, which is that of the project with the root folder `root`, could be made, and
-/// makes nothing: whether the metadata folder, or the folder in which it would be made, and the file of a store that
-/// has all in one can be written, or may be made writable; and whether paths and nodes are such as stores take.
+/// makes nothing: whether the metadata folder, or the folder in which it would be made, and the files of the nodes that
+/// it changes can be written, or may be made writable; and whether paths and nodes are such as stores take.
 /// @throws ReadOnlyMetadataFailure, MetadataWriteFailure, as the change would
 void requireFeasible(const project::metadata::MetadataManager& store, const host::Path& root,
                      const StoreChange& change);
