@@ -53,14 +53,18 @@ void requireFeasibleFolder(const host::Path& folder) {
 
 /// Refuses `change` if a file that it writes, or removes, may not be written.
 void requireWritableFiles(const pm::StoreFileLister& store, const StoreChange& change) {
+    const auto requireNode = [&](const pm::MetadataPath& path) {
+        // What is on a server is in no file; and an empty path would be the current folder.
+        if (const host::Path file = store.getNodeFile(path); !file.empty())
+            requireWritable(file);
+    };
     for (const auto& [path, node] : change.nodes)
-        requireWritable(store.getNodeFile(path));
+        requireNode(path);
     for (const pm::MetadataPath& path : change.removed)
-        requireWritable(store.getNodeFile(path));
+        requireNode(path);
     // Where all paths are in one file, their order is too.
-    const host::Path rootFile = store.getNodeFile({});
-    if (change.paths && !change.paths->empty() && store.getNodeFile(change.paths->back()) == rootFile)
-        requireWritable(rootFile);
+    if (change.paths && !change.paths->empty() && store.getNodeFile(change.paths->back()) == store.getNodeFile({}))
+        requireNode({});
 }
 
 }  // namespace
