@@ -48,11 +48,13 @@ STORE_MEASURES = {
     "get_node": "one `getNode`",
     "set_node": "one `setNode`",
     "full_read": "full read",
+    "export": "export",
     "full_rewrite": "full rewrite",
     "memory": "memory a node",
     "disk": "disk space a node",
 }
 STORE_COUNTERS = {"memory": "full_read", "disk": "full_rewrite"}  # where they are taken
+CLIENTS = "set_node_together"  # of which the number stands in place of that of the nodes
 
 
 def read_store_figures(raw_file):
@@ -63,12 +65,16 @@ def read_store_figures(raw_file):
     for run in runs:
         if run.get("error_occurred"):
             sys.exit(f"report.py: {run['name']}: {run['error_message']}")
-        store, measure, nodes = run["name"].split("/")[:3]
-        found = [(measure, run["real_time"], run["time_unit"])]
-        found += [(name, run[name], "bytes") for name, source in STORE_COUNTERS.items() if source == measure]
+        store, measure, count = run["name"].split("/")[:3]
+        if measure == CLIENTS:
+            found = [(measure, run["items_per_second"], "changes/s"), ("refused", run["refused"], "changes")]
+        else:
+            found = [(measure, run["real_time"], run["time_unit"])]
+            found += [(name, run[name], "bytes") for name, source in STORE_COUNTERS.items()
+                      if source == measure and name in run]
         for name, value, unit in found:
-            figures.append({"store": store, "measure": name, "nodes": int(nodes), "value": goals.rounded(value),
-                            "unit": unit})
+            figures.append({"store": store, "measure": name, "clients" if measure == CLIENTS else "nodes": int(count),
+                            "value": goals.rounded(value), "unit": unit})
     return figures
 
 
@@ -90,14 +96,29 @@ def table(head, rows):
     return "".join(f"| {' | '.join(line)} |\n" for line in lines)
 
 
+def store_names(figures):
+    return list(dict.fromkeys(figure["store"] for figure in figures))
+
+
 def store_table(figures):
-    stores = list(dict.fromkeys(figure["store"] for figure in figures))
+    figures = [figure for figure in figures if "nodes" in figure]
+    stores = store_names(figures)
     cells = {(figure["measure"], figure["nodes"], figure["store"]): readable(figure["value"], figure["unit"])
              for figure in figures}
     sizes = sorted({figure["nodes"] for figure in figures})
     return table(["what", "nodes"] + stores,
                  [[title, f"{nodes:,}"] + [cells.get((measure, nodes, store), "") for store in stores]
                   for measure, title in STORE_MEASURES.items() for nodes in sizes])
+
+
+def client_table(figures):
+    """Changes a second, and how many were refused."""
+    figures = [figure for figure in figures if "clients" in figure]
+    cells = {(figure["measure"], figure["clients"], figure["store"]): f"{figure['value']:,.0f}" for figure in figures}
+    counts = sorted({figure["clients"] for figure in figures})
+    return table(["clients"] + store_names(figures),
+                 [[str(count)] + [f"{cells[CLIENTS, count, store]} ({cells['refused', count, store]})"
+                                  for store in store_names(figures)] for count in counts])
 
 
 def goal_table(results):
@@ -198,7 +219,7 @@ def main(folder):
          "results", "library.json")
     save(store_figures, "results", "stores.json")
     put_into_document({"goals": goal_table(results), "peers": peer_table(figures), "files": file_table(figures),
-                       "stores": store_table(store_figures)})
+                       "stores": store_table(store_figures), "clients": client_table(store_figures)})
     for operation in CURVES:
         draw_curve(folder, operation, figures)
 

@@ -493,6 +493,34 @@ TEST_F(PostgresqlStoreTest, WhoWaitsLearnsOfChanges) {
     EXPECT_EQ(content.waitForChange(1, -1, std::chrono::seconds(8)), 0);
 }
 
+/// All transactions that tell of something take turns on the whole server, so none does where nobody waits.
+TEST_F(PostgresqlStoreTest, NobodyIsToldWhoDoesNotWait) {
+    int value = 0;
+    const auto change = [&] { open()->setNode(path({u"a"}), *node(number(++value))); };
+    change();
+    theServer().run(
+        "CREATE SEQUENCE told; SET allow_system_table_mods = on; ALTER FUNCTION pg_notify RENAME TO kept;"
+        "CREATE FUNCTION pg_catalog.pg_notify(text, text) RETURNS void LANGUAGE sql"
+        " AS $$ SELECT nextval('public.told'); SELECT kept($1, $2) $$");
+    const auto countTold = [] {
+        return theServer().run("SELECT CASE WHEN is_called THEN last_value ELSE 0 END FROM told");
+    };
+    change();
+    EXPECT_EQ(countTold(), "0");
+    auto waiting = open();
+    auto& content = dynamic_cast<project::metadata::RemoteContent&>(*waiting);
+    content.waitForChange(content.getContentVersion(), -1, std::chrono::milliseconds(0));
+    change();
+    EXPECT_EQ(countTold(), "1");
+    waiting.reset();
+    waitForSessions();
+    change();
+    EXPECT_EQ(countTold(), "1");
+    theServer().run(
+        "SET allow_system_table_mods = on; DROP FUNCTION pg_catalog.pg_notify;"
+        "ALTER FUNCTION kept RENAME TO pg_notify; DROP SEQUENCE told");
+}
+
 /// Whichever message is the last one that gets through, a change ends with the new content, or with an error and with
 /// one of both; and it is never made twice.
 TEST_F(PostgresqlStoreTest, ACutAtAnyMessageIsFoundOut) {
