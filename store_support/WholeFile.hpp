@@ -25,7 +25,7 @@ std::unique_ptr<project::metadata::MetadataNode> readWholeFile(
 void requireNothingLost(const project::metadata::MetadataNode& read, const project::metadata::MetadataNode& rewritten,
                         const host::Path& file);
 
-/// Makes `xml` the content of `file`, once it has been seen to read back as it is.
+/// Makes `xml` the content of `file`, once it has been seen to read back as it is, where that needs proof.
 /// @param compactEnding as for `writeToFile`
 /// @throws as `requireReadable`, `requireReadsBack` and `replaceFile`
 void writeWholeFile(const project::metadata::MetadataNode& xml, bool compactEnding, const host::Path& file);
