@@ -1,6 +1,5 @@
-// What the stores cost, in time, memory and disk space, at four sizes of project, and with several clients at once.
-// docs/performance.md says what each figure means. Runs the stores as the library finds them, in the folder for scratch
-// files.
+// What the stores cost, in time, memory and disk space, at four sizes of project, and with several clients at once, in
+// the folder for scratch files. docs/performance.md says what each figure means.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>

@@ -59,6 +59,9 @@ constexpr Statement setSchema{"set_schema",
 constexpr Statement setCommit{"set_commit",
                               "SELECT set_config('synchronous_commit', 'on', false)"
                               " WHERE current_setting('synchronous_commit') = 'off'"};
+// Compiling a statement takes some 300 ms, which pays off in none of these.
+constexpr Statement setCompiling{"set_compiling",
+                                 "SELECT set_config('jit', 'off', false) WHERE current_setting('jit', true) = 'on'"};
 // Each of them once: one has the same name as another that takes other arguments.
 constexpr Statement selectNotify{
     "select_notify",
@@ -100,31 +103,39 @@ constexpr Statement notify{"notify",
 constexpr Statement listenToChanges{"listen", "LISTEN project_metadata"};
 constexpr Statement holdListenersLock{"hold_listeners_lock", "SELECT pg_advisory_lock_shared($1)"};
 
+// A server plans by statistics, and these may say nothing of a project that has come after them: it would take it for
+// one of next to no rows, and go through all of them in search of one. So it does not get to see the project while it
+// plans (THIS_PROJECT), and takes it for as large as projects are on average. And what is read is looked for row by row
+// (LATERAL, which OFFSET 0 keeps as it is), which is best done by the index that knows most of the conditions, even as
+// far as a server knows of an empty table, which its plan for this session may outlive by a million rows.
+#define THIS_PROJECT "path.project = (SELECT $1::uuid)"
+#define PATHS_OF(list, condition) \
+    " FROM " list " CROSS JOIN LATERAL (SELECT * FROM path WHERE " THIS_PROJECT " AND " condition " OFFSET 0) AS path"
+#define LISTED "unnest($2::uuid[]) AS listed (id)"
+
 #define COLUMNS                                                                                        \
     "path.id, path.parent, path.type, path.location, path.position, path.node IS NOT NULL, path.node," \
     " path.changed"
-constexpr Statement selectRows{"select_rows",
-                               "SELECT " COLUMNS " FROM path WHERE path.project = $1 AND path.id = ANY ($2)"};
-constexpr Statement selectChildren{"select_children", "SELECT " COLUMNS
-                                                      " FROM path WHERE path.project = $1 AND path.parent = ANY ($2)"
-                                                      " ORDER BY path.parent, path.position, path.id"};
+constexpr Statement selectRows{"select_rows", "SELECT " COLUMNS PATHS_OF(LISTED, "path.id = listed.id")};
+constexpr Statement selectChildren{
+    "select_children",
+    "SELECT " COLUMNS PATHS_OF(LISTED, "path.parent = listed.id") " ORDER BY path.parent, path.position, path.id"};
 constexpr Statement selectPositions{"select_positions",
                                     "SELECT listed.id, (SELECT max(path.position) FROM path"
-                                    " WHERE path.project = $1 AND path.parent = listed.id)"
-                                    " FROM unnest($2::uuid[]) AS listed (id)"};
+                                    " WHERE " THIS_PROJECT " AND path.parent = listed.id) FROM " LISTED};
 // UNION, not UNION ALL: rows that somebody has made each other's children do not go round for ever.
-constexpr Statement selectBelow{"select_below",
-                                "WITH RECURSIVE below (id) AS ("
-                                "SELECT path.id FROM path WHERE path.project = $1 AND path.parent = ANY ($2)"
-                                " UNION SELECT path.id FROM below JOIN path"
-                                " ON path.project = $1 AND path.parent = below.id)"
-                                " SELECT " COLUMNS " FROM below JOIN path ON path.project = $1 AND path.id = below.id"};
+constexpr Statement selectBelow{
+    "select_below",
+    "WITH RECURSIVE below (id) AS ("
+    "SELECT path.id" PATHS_OF(LISTED, "path.parent = listed.id") " UNION SELECT path.id" PATHS_OF(
+        "below", "path.parent = below.id") ") SELECT " COLUMNS PATHS_OF("below", "path.id = below.id")};
 constexpr Statement selectAllBut{"select_all_but",
                                  "SELECT path.id, path.parent, CASE WHEN listed.id IS NULL THEN path.type END,"
                                  " CASE WHEN listed.id IS NULL THEN path.location END, path.position,"
                                  " path.node IS NOT NULL, CASE WHEN listed.id IS NULL THEN path.node END, path.changed"
-                                 " FROM path LEFT JOIN unnest($2::uuid[]) AS listed (id) ON listed.id = path.id"
-                                 " WHERE path.project = $1"};
+                                 " FROM path LEFT JOIN " LISTED
+                                 " ON listed.id = path.id"
+                                 " WHERE " THIS_PROJECT};
 #undef COLUMNS
 
 constexpr Statement insertRows{
@@ -136,12 +147,12 @@ constexpr Statement insertRows{
 constexpr Statement updateNodes{"update_nodes",
                                 "UPDATE path SET node = item.node, changed = $2"
                                 " FROM unnest($3::uuid[], $4::bytea[]) AS item (id, node)"
-                                " WHERE path.project = $1 AND path.id = item.id"};
+                                " WHERE " THIS_PROJECT " AND path.id = item.id"};
 constexpr Statement updatePositions{"update_positions",
                                     "UPDATE path SET position = item.position"
                                     " FROM unnest($2::uuid[], $3::bigint[]) AS item (id, position)"
-                                    " WHERE path.project = $1 AND path.id = item.id"};
-constexpr Statement deleteRows{"delete_rows", "DELETE FROM path WHERE project = $1 AND id = ANY ($2)"};
+                                    " WHERE " THIS_PROJECT " AND path.id = item.id"};
+constexpr Statement deleteRows{"delete_rows", "DELETE FROM path WHERE " THIS_PROJECT " AND id = ANY ($2)"};
 
 constexpr Statement insertProject{"insert_project", "INSERT INTO project (id, batch) VALUES ($1, 1)"};
 constexpr Statement insertRoot{"insert_root",
@@ -240,6 +251,7 @@ bool Row::isSound() const {
 void prepareSession(Calls& calls, const std::string& schema, std::chrono::milliseconds limit) {
     calls.push_back({setSchema, Arguments().add(schema).add(std::to_string(limit.count()))});
     calls.push_back({setCommit});
+    calls.push_back({setCompiling});
     calls.push_back({selectNotify});
 }
 

@@ -409,6 +409,36 @@ TEST_F(PostgresqlStoreTest, RoundTripsDoNotGrowWithTheProject) {
     EXPECT_LT(more, 20 + 2 * 15 + 10 * changes + (timeAgain - more * delay) / delay);
 }
 
+/// The server's statistics say nothing of a project that has come after them, and it plans as if that had no rows.
+TEST_F(PostgresqlStoreTest, AServerThatDoesNotKnowTheProjectYetReadsNoMoreOfIt) {
+    constexpr int count = 3000;
+    std::vector<MetadataPath> paths;
+    for (int i = 0; i < count; ++i)
+        paths.push_back(path({number(i / 100), number(i)}));
+    const TempFolder other;
+    openStore(u"postgresql", other.path())->setPaths(paths);
+    theServer().run("ALTER TABLE project_metadata.path SET (autovacuum_enabled = off); ANALYZE project_metadata.path");
+    open()->setPaths(paths);
+    const auto countRead = [] {
+        waitForSessions();
+        return std::stoi(theServer().run(
+            "SELECT seq_tup_read + idx_tup_fetch + (SELECT sum(idx_tup_read) FROM pg_stat_user_indexes AS index"
+            " WHERE index.relid = tables.relid) FROM pg_stat_user_tables AS tables WHERE relname = 'path'"));
+    };
+    const int before = countRead();
+    for (int i = 0; i < 10; ++i) {
+        const MetadataPath& one = paths[static_cast<std::size_t>(i * 299)];
+        EXPECT_EQ(open()->getNode(one), nullptr);
+        EXPECT_TRUE(open()->getChildren(one).empty());
+        open()->setNode(one, *node(number(i)));
+        open()->setNode(one, *node(u"other"));
+        open()->removePath(one);
+        open()->addPath(one);
+    }
+    EXPECT_LT(countRead() - before, 10 * 200);
+    theServer().run("ALTER TABLE project_metadata.path RESET (autovacuum_enabled)");
+}
+
 TEST_F(PostgresqlStoreTest, AStoreSeesItsOwnChangesHoweverItHasLookedMeanwhile) {
     const auto store = open();
     for (int i = 0; i < 100; ++i) {
