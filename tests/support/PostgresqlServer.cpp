@@ -105,9 +105,10 @@ void PostgresqlServer::runProgram(const std::vector<std::string>& command) const
 pid_t PostgresqlServer::startProgram(const std::vector<std::string>& command) const {
     const std::string program = POSTGRESQL_PROGRAMS "/" + command.front();
     const std::string log = folder_ / "log";
-    std::vector<char*> arguments;
-    for (const std::string& argument : command)
-        arguments.push_back(const_cast<char*>(argument.c_str()));
+    // By its name alone, a program would look for itself and the others in PATH, where they need not be.
+    std::vector<char*> arguments{const_cast<char*>(program.c_str())};
+    for (std::size_t i = 1; i < command.size(); ++i)
+        arguments.push_back(const_cast<char*>(command[i].c_str()));
     arguments.push_back(nullptr);
     const pid_t id = fork();
     if (id < 0)
