@@ -8,7 +8,7 @@ namespace stores::postgresql {
 
 namespace {
 
-/// How much is kept, in bytes, and how many lists come at once at most.
+/// How much is kept, in bytes, and how many lists or rows come at once at most.
 constexpr std::size_t largestSize = std::size_t{64} << 20;
 constexpr std::size_t mostAhead = 1024;
 
@@ -47,16 +47,36 @@ std::optional<std::vector<const Row*>> ReadAhead::findChildren(const PathId& par
     return children;
 }
 
+std::list<PathId>::const_iterator ReadAhead::findNext(const PathId& id) const {
+    const auto place = places_.find(id);
+    return place == places_.end() ? listed_.end() : std::next(place->second);
+}
+
+bool ReadAhead::wasLarge() const {
+    return !lots_.empty() && lots_.back().bytes > largestLot;
+}
+
+Question ReadAhead::getRowQuestion(const PathId& id) {
+    if (id != nextRow_)
+        rowsAhead_ = 1;
+    else
+        rowsAhead_ = wasLarge() ? std::max(rowsAhead_ / 2, std::size_t{1}) : std::min(2 * rowsAhead_, mostAhead);
+    Question question;
+    question.rows = {id};
+    auto next = findNext(id);
+    for (; next != listed_.end() && question.rows.size() < rowsAhead_ && !isKnown(*next); ++next)
+        question.rows.push_back(*next);
+    nextRow_ = next == listed_.end() ? std::nullopt : std::optional<PathId>(*next);
+    return question;
+}
+
 Question ReadAhead::getQuestion(const PathId& parent) {
-    const bool isLarge = !lots_.empty() && lots_.back().bytes > largestLot;
-    const bool isWorthIt = used_ >= ahead_ / 2 && !isLarge;
+    const bool isWorthIt = used_ >= ahead_ / 2 && !wasLarge();
     ahead_ = isWorthIt ? std::min(2 * ahead_, mostAhead) : std::max(ahead_ / 2, std::size_t{1});
     used_ = 0;
     Question question;
     question.childrenOf = {parent};
-    const auto place = places_.find(parent);
-    auto next = place == places_.end() ? listed_.end() : std::next(place->second);
-    for (; next != listed_.end() && question.childrenOf.size() < ahead_; ++next) {
+    for (auto next = findNext(parent); next != listed_.end() && question.childrenOf.size() < ahead_; ++next) {
         if (lists_.count(*next) == 0)
             question.childrenOf.push_back(*next);
     }

@@ -17,7 +17,8 @@ namespace stores::postgresql {
 /// Rows and lists of children as one batch left them. Whoever asks for the children of a path is likely to ask for
 /// their nodes next, and for the children of the path after it. So a list comes with the nodes, and with the lists of
 /// paths that were listed after that one: twice as many each time as the time before, as long as they are asked for
-/// then, and fewer otherwise. Of what was read longest ago, as much is forgotten as exceeds a limit. Which paths are
+/// then, and fewer otherwise. Of what was read longest ago, as much is forgotten as exceeds a limit. Whoever then asks
+/// for one row after the other, in the order of the lists, gets more and more of them at once too. Which paths are
 /// likely to be asked for outlives batches, since somebody else may be at work all the time.
 class ReadAhead {
 public:
@@ -31,10 +32,11 @@ public:
     /// The children of `parent`; no value if the list is not there. The rows stay until something is added.
     std::optional<std::vector<const Row*>> findChildren(const PathId& parent);
 
-    /// What to ask for where the children of `parent` are wanted.
+    /// What to ask for where the row of a path is wanted, and where the children of `parent` are.
+    Question getRowQuestion(const PathId& id);
     Question getQuestion(const PathId& parent);
 
-    /// Keeps the answer to that, or to a question for single rows.
+    /// Keeps the answer to one of these.
     void add(const Question& question, Answer answer);
 
     /// Forgets everything.
@@ -46,6 +48,12 @@ private:
         std::vector<PathId> lists;
         std::size_t bytes = 0;
     };
+
+    /// The paths that were listed after this one, as far as nobody has asked for their children.
+    std::list<PathId>::const_iterator findNext(const PathId& id) const;
+
+    /// Whether the last answer had so many bytes that less is to be asked for at once.
+    bool wasLarge() const;
 
     /// Forgets what the rows were.
     void forgetRows();
@@ -63,6 +71,8 @@ private:
     std::unordered_map<PathId, std::list<PathId>::iterator> places_;  // in `listed_`
     std::size_t ahead_ = 1;                                           // how many lists came with the last question
     std::size_t used_ = 0;                                            // how many were asked for since, and were there
+    std::size_t rowsAhead_ = 1;                                       // how many rows came with the last question
+    std::optional<PathId> nextRow_;                                   // the first one after those
 };
 
 }  // namespace stores::postgresql

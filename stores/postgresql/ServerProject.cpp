@@ -210,8 +210,7 @@ const Row* ServerProject::readRow(const PathId& id) {
     if (!find())
         return nullptr;
     if (!ahead_.isKnown(id) || !isUpToDate()) {
-        Question question;
-        question.rows = {id};
+        const Question question = ahead_.getRowQuestion(id);
         ahead_.add(question, *ask(question));
     }
     return ahead_.find(id);
