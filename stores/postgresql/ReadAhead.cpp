@@ -28,7 +28,7 @@ std::size_t estimate(const Row& row) {
 
 const Row* ReadAhead::find(const PathId& id) const {
     const auto row = rows_.find(id);
-    return row != rows_.end() && row->second ? &*row->second : nullptr;
+    return row != rows_.end() && row->second.value ? &*row->second.value : nullptr;
 }
 
 std::optional<std::vector<const Row*>> ReadAhead::findChildren(const PathId& parent) {
@@ -36,7 +36,7 @@ std::optional<std::vector<const Row*>> ReadAhead::findChildren(const PathId& par
     if (list == lists_.end())
         return std::nullopt;
     std::vector<const Row*> children;
-    for (const PathId& id : list->second) {
+    for (const PathId& id : list->second.value) {
         const Row* const row = find(id);
         if (!row)
             return std::nullopt;  // it has been forgotten
@@ -89,18 +89,19 @@ void ReadAhead::add(const Question& question, Answer answer) {
         batch_ = answer.batch;
     }
     Lot& lot = lots_.emplace_back();
+    const std::size_t number = oldestLot_ + lots_.size() - 1;
     const auto keep = [&](Row row) {
         lot.bytes += estimate(row);
         lot.rows.push_back(row.id);
         const PathId id = row.id;
-        rows_.insert_or_assign(id, std::move(row));
+        rows_.insert_or_assign(id, Kept<std::optional<Row>>{std::move(row), number});
     };
     for (const PathId& id : question.rows) {
         const auto row = answer.rows.find(id);
         if (row != answer.rows.end()) {
             keep(std::move(row->second));
         } else {
-            rows_.insert_or_assign(id, std::nullopt);
+            rows_.insert_or_assign(id, Kept<std::optional<Row>>{std::nullopt, number});
             lot.rows.push_back(id);
             lot.bytes += estimate({});
         }
@@ -116,7 +117,7 @@ void ReadAhead::add(const Question& question, Answer answer) {
             keep(std::move(row));
         }
         lot.lists.push_back(parent);
-        lists_.insert_or_assign(parent, std::move(list));
+        lists_.insert_or_assign(parent, Kept<std::vector<PathId>>{std::move(list), number});
     }
     bytes_ += lot.bytes;
     while (bytes_ > largestSize && lots_.size() > 1)
@@ -139,12 +140,18 @@ void ReadAhead::takeOut(const PathId& id) {
 }
 
 void ReadAhead::forgetOldest() {
-    for (const PathId& id : lots_.front().rows)
-        rows_.erase(id);
-    for (const PathId& id : lots_.front().lists)
-        lists_.erase(id);
+    const auto forget = [&](auto& kept, const std::vector<PathId>& ids) {
+        for (const PathId& id : ids) {
+            const auto found = kept.find(id);
+            if (found != kept.end() && found->second.lot == oldestLot_)
+                kept.erase(found);
+        }
+    };
+    forget(rows_, lots_.front().rows);
+    forget(lists_, lots_.front().lists);
     bytes_ -= lots_.front().bytes;
     lots_.pop_front();
+    ++oldestLot_;
 }
 
 void ReadAhead::clear() {

@@ -43,10 +43,17 @@ public:
     void clear();
 
 private:
+    /// What came with one answer. What comes again belongs to the last one.
     struct Lot {
         std::vector<PathId> rows;
         std::vector<PathId> lists;
         std::size_t bytes = 0;
+    };
+
+    template <class Value>
+    struct Kept {
+        Value value;
+        std::size_t lot;  ///< the number of its lot
     };
 
     /// The paths that were listed after this one, as far as nobody has asked for their children.
@@ -63,9 +70,10 @@ private:
     void takeOut(const PathId& id);
 
     std::int64_t batch_ = 0;
-    std::unordered_map<PathId, std::optional<Row>> rows_;  // no value for what does not exist
-    std::unordered_map<PathId, std::vector<PathId>> lists_;
-    std::deque<Lot> lots_;  // what was added, the oldest first
+    std::unordered_map<PathId, Kept<std::optional<Row>>> rows_;  // no value for what does not exist
+    std::unordered_map<PathId, Kept<std::vector<PathId>>> lists_;
+    std::deque<Lot> lots_;       // the oldest first
+    std::size_t oldestLot_ = 0;  // its number; the others follow
     std::size_t bytes_ = 0;
     std::list<PathId> listed_;  // the paths that a list has had and whose children nobody has asked for, in their order
     std::unordered_map<PathId, std::list<PathId>::iterator> places_;  // in `listed_`

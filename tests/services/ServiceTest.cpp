@@ -205,7 +205,7 @@ TEST_F(ServiceTest, isOneObjectUnderAllItsInterfaces) {
     const auto byType = context.GetServiceReference<Counter>();
     const auto byId = context.GetServiceReferences("tests::Greeter");
     ASSERT_EQ(byId.size(), 1u);
-    EXPECT_TRUE(byId[0] == byType);
+    EXPECT_TRUE(ServiceReference<Counter>(byId[0]) == byType);
     EXPECT_EQ(context.GetService(byType)->count(), 1);
     EXPECT_EQ(context.GetService(ServiceReference<Counter>(byId[0]))->count(), 2);
     EXPECT_EQ(context.GetService(registration.GetReference())->greet(), "hello");

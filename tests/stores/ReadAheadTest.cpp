@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 #include "host/Text.hpp"
@@ -43,6 +44,8 @@ protected:
             ask(ahead_.getQuestion(parent));
             rows = ahead_.findChildren(parent);
         }
+        if (!rows)
+            throw std::logic_error("the answer is forgotten at once");
         std::vector<PathId> children;
         for (const Row* const row : *rows)
             children.push_back(row->id);
@@ -118,6 +121,18 @@ TEST_F(ReadAheadTest, WhoAsksHereAndThereGetsNoMoreThanThat) {
     EXPECT_GT(questions_, files_.size() / 3);
     EXPECT_LT(rows_, questions_ + questions_ / 100);
     EXPECT_EQ(read(getChildId(rootId, {u"no", u"such"})), nullptr);
+}
+
+TEST_F(ReadAheadTest, WhatComesAgainStaysWhenItsFirstTimeIsForgotten) {
+    const auto parents = readChildren(rootId);
+    std::mt19937 random(1);  // NOLINT: the same choices in each run
+    std::size_t children = 0;
+    for (int i = 0; i < 1000; ++i) {
+        const PathId& file = files_[random() % files_.size()];
+        ASSERT_EQ(read(file)->id, file);
+        children += readChildren(parents[random() % parents.size()]).size();
+    }
+    EXPECT_EQ(children, std::size_t{1000} * files);
 }
 
 }  // namespace
