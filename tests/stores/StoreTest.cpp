@@ -9,6 +9,7 @@
 #include <thread>
 
 #include <cppmicroservices/Framework.h>
+#include <cppmicroservices/FrameworkEvent.h>
 
 #include "host/Interruption.hpp"
 #include "host/ServiceFramework.hpp"

@@ -12,11 +12,12 @@
 #include <chrono>
 
 #include "cppmicroservices/Bundle.h"
-#include "cppmicroservices/FrameworkEvent.h"
 #include "cppmicroservices/GlobalConfig.h"
 
 namespace cppmicroservices {
 inline namespace project_metadata {
+
+class FrameworkEvent;
 
 class US_Framework_EXPORT Framework : public Bundle {
 public:
@@ -28,7 +29,8 @@ public:
     void Init();
 
     /// Waits until a framework that was initialised has stopped, for ever when `timeout` is zero. Reports
-    /// FRAMEWORK_STOPPED or FRAMEWORK_WAIT_TIMEDOUT. Not to be called by an activator.
+    /// FRAMEWORK_STOPPED or FRAMEWORK_WAIT_TIMEDOUT. Not to be called by an activator. Who calls it includes
+    /// FrameworkEvent.h.
     FrameworkEvent WaitForStop(const std::chrono::milliseconds& timeout);
 };
 
