@@ -117,37 +117,20 @@ std::size_t selectAll(const host::Path& root) {
     return count;
 }
 
+/// What is measured. `target` is a file that does not exist when it begins.
 using Work = std::function<void(const host::Path& root, const host::Path& target)>;
 
-/// @param target a file that does not exist when `work` begins
-benchmark::internal::Benchmark* addWork(const std::string& name, const std::u16string& store, std::size_t count,
-                                        const Work& work) {
+/// @param prepare is called before time and instructions are taken
+benchmark::internal::Benchmark* addWork(
+    const std::string& name, const std::u16string& store, std::size_t count, const Work& work,
+    const std::function<void()>& prepare = [] {}) {
     return add(name, 1, [=](benchmark::State& state) {
+        prepare();
         const host::Path root = projectOf(store, count);
         const host::Path target = scratchFolder() / u"exported.xml";
         for (auto _ : state) {
             std::filesystem::remove(target.accessName());
             timed(state, [&] { work(root, target); });
-        }
-    });
-}
-
-void addExports(const std::u16string& store, std::size_t count, const char* reference, const Work& readIt) {
-    const std::string name = "export_" + host::toUtf8(store) + "/" + std::to_string(count) + "/";
-    addWork(name + "project_metadata", store, count, [](const host::Path& root, const host::Path& target) {
-        project::metadata::writeMetadataToSingleFile(root, target);
-    });
-    // What is written is the same for all kinds of store, and is ready here.
-    addWork(name + reference, store, count,
-            [=](const host::Path& root, const host::Path& target) { readIt(root, target); });
-    add(name + "command", 1, [=](benchmark::State& state) {
-        const host::Path root = projectOf(store, count);
-        const std::string target = (scratchFolder() / u"exported.xml").accessName();
-        for (auto _ : state) {
-            std::filesystem::remove(target);
-            double processor = 0;
-            timed(state, [&] { processor = run({findCommand(), "export", root.accessName(), "--output", target}); });
-            addProcessorTime(state, processor);
         }
     });
 }
@@ -161,6 +144,25 @@ const MetadataNode& exportedTree(std::size_t count) {
         tree = project::metadata::readFromFile(metadataFolderOf(root) / u"Project.xml");
     }
     return *tree;
+}
+
+void addExports(const std::u16string& store, std::size_t count, const char* reference, const Work& readAndWrite) {
+    const std::string name = "export_" + host::toUtf8(store) + "/" + std::to_string(count) + "/";
+    addWork(name + "project_metadata", store, count, [](const host::Path& root, const host::Path& target) {
+        project::metadata::writeMetadataToSingleFile(root, target);
+    });
+    // What is written is the same for all kinds of store.
+    addWork(name + reference, store, count, readAndWrite, [=] { exportedTree(count); });
+    add(name + "command", 1, [=](benchmark::State& state) {
+        const host::Path root = projectOf(store, count);
+        const std::string target = (scratchFolder() / u"exported.xml").accessName();
+        for (auto _ : state) {
+            std::filesystem::remove(target);
+            double processor = 0;
+            timed(state, [&] { processor = run({findCommand(), "export", root.accessName(), "--output", target}); });
+            addProcessorTime(state, processor);
+        }
+    });
 }
 
 void addExportBenchmarks(std::size_t count) {

@@ -29,8 +29,7 @@ public:
     void Init();
 
     /// Waits until a framework that was initialised has stopped, for ever when `timeout` is zero. Reports
-    /// FRAMEWORK_STOPPED or FRAMEWORK_WAIT_TIMEDOUT. Not to be called by an activator. Who calls it includes
-    /// FrameworkEvent.h.
+    /// FRAMEWORK_STOPPED or FRAMEWORK_WAIT_TIMEDOUT, which FrameworkEvent.h has. Not to be called by an activator.
     FrameworkEvent WaitForStop(const std::chrono::milliseconds& timeout);
 };
 
