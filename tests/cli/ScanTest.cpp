@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include <nlohmann/json.hpp>
+
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "tests/cli/ProjectFixture.hpp"

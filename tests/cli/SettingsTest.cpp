@@ -1,4 +1,6 @@
 /// settings: what is in effect, where it comes from, and what is wrong with it.
+#include <nlohmann/json.hpp>
+
 #include "tests/cli/ProjectFixture.hpp"
 
 namespace {

@@ -44,8 +44,10 @@ protected:
     /// Each of the operations fails with an `Error` that names the cause and the path.
     template <class Error>
     static void expectFailures(const std::vector<Failure>& failures) {
-        for (const auto& [cause, path, operation] : failures)
-            EXPECT_EQ(messageOf<Error>([&] { operation(path); }), cause + ": \"" + path.accessName() + '"');
+        for (const Failure& each : failures) {
+            EXPECT_EQ(messageOf<Error>([&] { each.operation(each.path); }),
+                      each.cause + ": \"" + each.path.accessName() + '"');
+        }
     }
 
     const TempFolder folder;
