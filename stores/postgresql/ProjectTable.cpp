@@ -137,6 +137,8 @@ constexpr Statement selectAllBut{"select_all_but",
                                  " ON listed.id = path.id"
                                  " WHERE " THIS_PROJECT};
 #undef COLUMNS
+#undef LISTED
+#undef PATHS_OF
 
 constexpr Statement insertRows{
     "insert_rows",
@@ -153,6 +155,7 @@ constexpr Statement updatePositions{"update_positions",
                                     " FROM unnest($2::uuid[], $3::bigint[]) AS item (id, position)"
                                     " WHERE " THIS_PROJECT " AND path.id = item.id"};
 constexpr Statement deleteRows{"delete_rows", "DELETE FROM path WHERE " THIS_PROJECT " AND id = ANY ($2)"};
+#undef THIS_PROJECT
 
 constexpr Statement insertProject{"insert_project", "INSERT INTO project (id, batch) VALUES ($1, 1)"};
 constexpr Statement insertRoot{"insert_root",
