@@ -266,6 +266,10 @@ TEST_F(FileFormatTest, WhatAFileCannotHoldIsNotWritten) {
     refused(u"monolithic", {true, {{u"", u""}, nullptr, {}, {leaf, leaf}}}, "twice");
     refused(u"fixedPath", {false, invalid}, "\"no name\" is no XML name");
     refused(u"monolithic", {true, {{u"", u""}, nullptr, {}, {invalid}}}, "\"no name\" is no XML name");
+    // More than a reader takes, which only reading it shows.
+    const PathTree large{{u"t", u"a"}, node(std::u16string(10'000'001, u'x')), u"a1", {}};
+    refused(u"fixedPath", {false, large}, "could not be read back");
+    refused(u"monolithic", {true, {{u"", u""}, nullptr, {}, {large}}}, "could not be read back");
 }
 
 }  // namespace
