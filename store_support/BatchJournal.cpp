@@ -364,7 +364,7 @@ std::optional<Path> setAsideDamagedChange(const Path& folder) {
     if (!findJournalDamage(folder))
         return std::nullopt;
     for (int number = 1;; ++number) {
-        const Path place = folder / Path::fromAccessName("damaged-change-" + std::to_string(number));
+        Path place = folder / Path::fromAccessName("damaged-change-" + std::to_string(number));
         if (exists(place))
             continue;
         rename(getScratchFolder(folder), place, getScratchFolder(folder));

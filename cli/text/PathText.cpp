@@ -44,7 +44,7 @@ public:
             next_ = 1;
         else
             address.path = parsePath();
-        while (!isAtEnd() && units_[next_++] == u'#')
+        while (take(u'#'))
             address.inside.push_back(parseStep());
         return address;
     }
@@ -52,14 +52,22 @@ public:
 private:
     bool isAtEnd() const { return next_ == units_.size(); }
 
+    /// Goes past `unit` if that comes next. @return whether it does
+    bool take(char16_t unit) {
+        if (isAtEnd() || units_[next_] != unit)
+            return false;
+        ++next_;
+        return true;
+    }
+
     pm::MetadataPath parsePath() {
         std::vector<pm::PathElement> elements;
         do {
             const std::u16string type = readPart(u":|#");
-            if (isAtEnd() || units_[next_++] != u':')
+            if (!take(u':'))
                 refuse(text_, "a step has no \":\" between its type and its location");
             elements.emplace_back(type, readPart(u"|#"));
-        } while (!isAtEnd() && units_[next_] == u'|' && ++next_ > 0);
+        } while (take(u'|'));
         return pm::MetadataPath(elements);
     }
 
@@ -67,12 +75,12 @@ private:
         operations::NodeStep step{readPart(u"#[")};
         if (step.name.empty())
             refuse(text_, "after \"#\" comes the name of a child node");
-        if (isAtEnd() || units_[next_] == u'#')
+        if (!take(u'['))
             return step;
         std::string digits;
-        while (!isAtEnd() && units_[++next_] >= u'0' && units_[next_] <= u'9')
-            digits += static_cast<char>(units_[next_]);
-        if (digits.empty() || digits.size() > 9 || digits.front() == '0' || isAtEnd() || units_[next_++] != u']' ||
+        while (!isAtEnd() && units_[next_] >= u'0' && units_[next_] <= u'9')
+            digits += static_cast<char>(units_[next_++]);
+        if (digits.empty() || digits.size() > 9 || digits.front() == '0' || !take(u']') ||
             !(isAtEnd() || units_[next_] == u'#')) {
             refuse(text_, "after the name of a child node, \"[2]\" says which one of that name is meant, from 1");
         }

@@ -31,7 +31,7 @@ bool ProjectMetadataLocation::hasCoreFile() const {
 
 std::optional<host::Path> ProjectMetadataLocation::locateCoreFile() const {
     for (const std::u16string& name : getSupportedRoots()) {
-        const host::Path candidate = root_ / name / coreFileName();
+        host::Path candidate = root_ / name / coreFileName();
         try {
             if (host::FileSystem::exists(candidate))
                 return candidate;

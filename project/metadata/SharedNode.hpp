@@ -22,5 +22,6 @@ PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> copyKeptNode(std::shared_p
 /// What `node` shares, if it is a copy that nobody has changed yet, or `node` itself: reading that makes no child
 /// nodes. Valid until `node` is changed or destroyed.
 PROJECT_METADATA_EXPORT const MetadataNode& getShared(const MetadataNode& node) noexcept;
+const MetadataNode& getShared(const MetadataNode&& node) = delete;
 
 }  // namespace project::metadata

@@ -47,7 +47,7 @@ int giveUp(void* budget) {
 /// The file of the main database; null if it has none.
 sqlite3_file* findFile(sqlite3& connection) {
     sqlite3_file* file = nullptr;
-    const int code = sqlite3_file_control(&connection, "main", SQLITE_FCNTL_FILE_POINTER, &file);
+    const int code = sqlite3_file_control(&connection, "main", SQLITE_FCNTL_FILE_POINTER, static_cast<void*>(&file));
     return code == SQLITE_OK && file && file->pMethods ? file : nullptr;
 }
 

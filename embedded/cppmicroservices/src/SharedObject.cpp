@@ -18,7 +18,7 @@ void* findOwnSymbol(void* object, const char* name) {
     void* own = nullptr;
     void* defining = nullptr;
     Dl_info definition = {};
-    if (!symbol || dlinfo(object, RTLD_DI_LINKMAP, &own) != 0 ||
+    if (!symbol || dlinfo(object, RTLD_DI_LINKMAP, static_cast<void*>(&own)) != 0 ||
         dladdr1(symbol, &definition, &defining, RTLD_DL_LINKMAP) == 0)
         return nullptr;
     return own == defining ? symbol : nullptr;
