@@ -1,11 +1,14 @@
 // A program with a global object that uses the library when it is destroyed, after everything that was made later, such
 // as what the library made when main() used it first. Prints "as before" if the library then still does what it did.
+// With the argument "stores" it uses these too, which come from the service framework: of the frameworks, only the
+// embedded one outlives everybody who uses it.
 #include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "host/FileSystem.hpp"
 #include "host/SettingsService.hpp"
@@ -37,11 +40,7 @@ void show(std::ostream& out, const MetadataNode& node) {
         show(out, *child);
 }
 
-/// Puts most of the library to use. @return what it answers, in one text
-std::string use() {
-    const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"end-of-process-", u"");
-    const host::Path folder(scratch.getDirectoryName());
-    std::ostringstream answers;
+void useFiles(const host::Path& folder, std::ostream& answers) {
     logger().log(host::Severity::warning, "this is written twice");
     for (const std::u16string& name : getSupportedRoots())
         answers << host::toUtf8(name) << ' ';
@@ -59,7 +58,11 @@ std::string use() {
     } catch (const MetadataReadFailure& failure) {
         answers << failure.GetID() << '\n';
     }
+}
 
+void useStores(const host::Path& folder, std::ostream& answers) {
+    MetadataNodeSpecification node;
+    node.put(u"key", u"value");
     for (const auto& factory : getRegisteredFactories()) {
         const host::Path root = folder / host::Path(factory->getName());
         host::FileSystem::create_directories(root);
@@ -76,15 +79,26 @@ std::string use() {
         writeMetadataToSingleFile(root, root / u"all.xml");
         answers << '\n';
     }
+}
+
+/// Puts most of the library to use. @return what it answers, in one text
+std::string use(bool withStores) {
+    const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"end-of-process-", u"");
+    const host::Path folder(scratch.getDirectoryName());
+    std::ostringstream answers;
+    useFiles(folder, answers);
+    if (withStores)
+        useStores(folder, answers);
     return answers.str();
 }
 
 struct Late {
     std::string before;
+    bool withStores = false;
 
     ~Late() {
         try {
-            const std::string now = use();
+            const std::string now = use(withStores);
             std::cout << (now == before ? "as before\n" : "was:\n" + before + "is:\n" + now) << std::flush;
         } catch (const std::exception& error) {
             std::cout << error.what() << std::endl;
@@ -96,7 +110,8 @@ Late late;
 
 }  // namespace
 
-int main() {
-    late.before = use();
-    return late.before.find("monolithic: ") == std::string::npos ? 1 : 0;
+int main(int count, char* arguments[]) {
+    late.withStores = count > 1 && arguments[1] == std::string_view("stores");
+    late.before = use(late.withStores);
+    return late.withStores && late.before.find("monolithic: ") == std::string::npos ? 1 : 0;
 }
