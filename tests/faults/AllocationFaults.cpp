@@ -26,7 +26,7 @@ bool mustFail() noexcept {
 
 }  // namespace
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ADDRESS_SANITIZER
 
 void* operator new(std::size_t size) {
     if (void* const place = mustFail() ? nullptr : std::malloc(size != 0 ? size : 1))

@@ -26,7 +26,7 @@ using namespace test;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(ADDRESS_SANITIZER)
 constexpr int pace = 3;
 #else
 constexpr int pace = 1;

@@ -55,7 +55,7 @@ void runApart(const std::function<bool()>& action) {
     ASSERT_EQ(wait4(child, &status, 0, &use), child);
     EXPECT_EQ(status, 0) << "died, or gave something else";
     EXPECT_LT(use.ru_utime.tv_sec + use.ru_stime.tv_sec, 5);
-#ifndef __SANITIZE_ADDRESS__  // which takes memory of its own
+#ifndef ADDRESS_SANITIZER  // which takes memory of its own
     EXPECT_LT(use.ru_maxrss, 400'000) << "KB";
 #endif
 }

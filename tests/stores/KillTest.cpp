@@ -183,7 +183,7 @@ protected:
 };
 
 TEST_P(KillTest, LeavesAllOfABatchOrNothing) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ADDRESS_SANITIZER
     constexpr int kills = 40;  // starting a process takes long there
 #else
     const int kills = isOnServer_ ? 100 : 300;

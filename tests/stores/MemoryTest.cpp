@@ -10,7 +10,7 @@
 #include "tests/support/ChildProcess.hpp"
 
 // The sanitizers have a heap of their own.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(ADDRESS_SANITIZER) && !defined(THREAD_SANITIZER)
 
 using namespace test;
 
