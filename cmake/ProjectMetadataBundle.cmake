@@ -63,8 +63,13 @@ endfunction()
 function(project_metadata_embed_manifest_ target name folder)
     file(CONFIGURE OUTPUT "${folder}/manifest.json" @ONLY CONTENT
         "{\"bundle.symbolic_name\": \"@name@\", \"bundle.activator\": true}\n")
-    usFunctionEmbedResources(TARGET ${target} BUNDLE_NAME ${name} LINK
+    # Not every linker can link it; what is appended is lost when the module is stripped.
+    set(mode APPEND)
+    if(US_RESOURCE_LINKING_AVAILABLE)
+        set(mode LINK)
+    endif()
+    usFunctionEmbedResources(TARGET ${target} BUNDLE_NAME ${name} ${mode}
         WORKING_DIRECTORY "${folder}" FILES manifest.json)
-    usFunctionGetResourceSource(TARGET ${target} OUT resources LINK)
+    usFunctionGetResourceSource(TARGET ${target} OUT resources ${mode})
     target_sources(${target} PRIVATE ${resources})
 endfunction()
