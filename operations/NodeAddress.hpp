@@ -29,6 +29,7 @@ struct NodeStep {
 
 struct NodeAddress {
     project::metadata::MetadataPath path;
+    // Initialized, so that it may be left out where one is made. NOLINTNEXTLINE(readability-redundant-member-init)
     std::vector<NodeStep> inside = {};  ///< none for the path's own node
 
     friend bool operator==(const NodeAddress& a, const NodeAddress& b) {

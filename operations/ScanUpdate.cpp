@@ -136,12 +136,12 @@ struct Gone {
     bool isScanned = false;                  // a scan has written all of it
 
     // What becomes of it.
-    std::size_t target = none;   // the file that it stands for now
-    bool isUnseen = false;       // it is in a folder that has moved and cannot be read
-    bool isPruned = false;       // it goes, whatever is there
-    bool isKept = false;         // it stays, though there is no file for it
-    pm::MetadataPath newPath{};  // if it is kept or has a target
-    std::vector<std::size_t> children{};
+    std::size_t target = none;  // the file that it stands for now
+    bool isUnseen = false;      // it is in a folder that has moved and cannot be read
+    bool isPruned = false;      // it goes, whatever is there
+    bool isKept = false;        // it stays, though there is no file for it
+    pm::MetadataPath newPath;   // if it is kept or has a target
+    std::vector<std::size_t> children;
 };
 
 class ScanComparison {
