@@ -26,8 +26,8 @@ struct Lack {
 struct XmlFile {
     /// The version that was read: what is on disk now is this one or a later one. No value if the file does not exist.
     std::optional<FileVersion> version;
-    std::shared_ptr<const project::metadata::MetadataNode> root;  ///< null if there is no such file, or it is damaged
-    std::u16string problem;                                       ///< why it is damaged, in words
+    std::shared_ptr<project::metadata::MetadataNode> root;  ///< null if there is no such file, or it is damaged
+    std::u16string problem;                                 ///< why it is damaged, in words
     std::vector<Lack> lacks;  ///< what the tree lacks, in the order of the file, for `XmlExtent::aroundRefused`
 };
 

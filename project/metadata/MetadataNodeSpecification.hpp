@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "project/Export.hpp"
@@ -52,6 +53,10 @@ public:
     MetadataNode& createChildNode() override;
     void remove(const MetadataNode& node) override;
     void copy(const MetadataNode& source) override;
+
+    /// The child nodes in order, which are this node's no more: for whoever makes something else of a tree, and has no
+    /// room for both.
+    std::vector<std::shared_ptr<MetadataNode>> takeChildNodes() noexcept { return std::exchange(children_, {}); }
 
 private:
     friend class detail::TreeBuilder;

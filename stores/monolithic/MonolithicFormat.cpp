@@ -2,6 +2,7 @@
 
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/WholeFile.hpp"
 #include "stores/monolithic/MonolithicManager.hpp"
@@ -50,7 +51,8 @@ std::optional<FileContent> MonolithicFormat::readFile(const Path& file) const {
     if (!xml)
         return std::nullopt;
     std::vector<project::metadata::MetadataDamage> damage;
-    const SharedTree tree = fromXml(*xml, {}, file, damage);
+    project::metadata::MetadataNodeSpecification copy(*xml);
+    const SharedTree tree = fromXml(copy, {}, file, damage);
     if (!damage.empty())
         raise<MetadataReadFailure>(file.text(), damage.front().problem);
     store_support::requireNothingLost(*xml, *toXml(tree), file);

@@ -23,6 +23,7 @@
 
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/EqualTrees.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
@@ -32,6 +33,7 @@ namespace stores::monolithic {
 
 using project::metadata::MetadataDamage;
 using project::metadata::MetadataNode;
+using project::metadata::MetadataNodeSpecification;
 using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
@@ -60,7 +62,8 @@ public:
         }
     }
 
-    void fill(SharedTree& tree, const MetadataNode& xml) {
+    /// Leaves `xml` without children, each of which goes as soon as it was read.
+    void fill(SharedTree& tree, MetadataNode& xml) {
         attempt(
             [&] {
                 const auto node = store_support::getNode(xml, file_);
@@ -70,17 +73,19 @@ public:
                     tree.node = node;
             },
             &tree);
-        const std::size_t count = xml.getChildNodes().size() - (tree.node ? 1 : 0);
+        auto children = dynamic_cast<MetadataNodeSpecification&>(xml).takeChildNodes();
+        const std::size_t count = children.size() - (tree.node ? 1 : 0);
         if (count > 0)
             tree.reserve(count);
-        for (const auto& child : xml.getChildNodes()) {
+        for (auto& child : children) {
             if (child->getName() != nodeElementName && lacking_.count(child.get()) == 0)
                 attempt([&] { add(tree, *child); });
+            child.reset();
         }
     }
 
 private:
-    void add(SharedTree& tree, const MetadataNode& xml) {
+    void add(SharedTree& tree, MetadataNode& xml) {
         const PathElement element = getPathElement(xml, file_);
         if (tree.find(element))
             raise<MetadataReadFailure>(file_.text(), u"a path element stands twice under one parent in it");
@@ -273,7 +278,7 @@ void SharedTree::Below::enterPlace(std::size_t place) {
     places[i & (places.size() - 1)] = static_cast<std::uint32_t>(place + 1);
 }
 
-SharedTree fromXml(const MetadataNode& xml, const std::vector<Lack>& lacks, const host::Path& file,
+SharedTree fromXml(MetadataNode& xml, const std::vector<Lack>& lacks, const host::Path& file,
                    std::vector<MetadataDamage>& damage) {
     SharedTree tree;
     Reader(file, lacks, damage).fill(tree, xml);

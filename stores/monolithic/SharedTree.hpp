@@ -74,9 +74,10 @@ struct SharedTree::Child {
 };
 
 /// The tree of the file `file`, whose root node is `xml`.
+/// @param xml as it was read; has no children afterwards, so that a large file does not take its memory twice
 /// @param lacks what nodes below `xml` lack: such an element of a path is not read
 /// @param damage what is in the file and cannot be read is added to this
-SharedTree fromXml(const project::metadata::MetadataNode& xml, const std::vector<store_support::Lack>& lacks,
+SharedTree fromXml(project::metadata::MetadataNode& xml, const std::vector<store_support::Lack>& lacks,
                    const host::Path& file, std::vector<project::metadata::MetadataDamage>& damage);
 
 /// Marks as unseen what is in `now`, and was unseen or not the same in `before`.

@@ -77,8 +77,7 @@ class MemoryTest : public testing::TestWithParam<std::u16string> {};
 
 TEST_P(MemoryTest, IsBoundedForEachNode) {
     const TempFolder folder;
-    // This one has to have the whole file as a tree before it has its content.
-    const std::size_t limit = GetParam() == u"monolithic" ? 1280 : 1024;
+    constexpr std::size_t limit = 1024;
     const auto inItsOwnProcess = [&](const auto& work) { EXPECT_EQ(ChildProcess(work).wait(), 0); };
     const auto open = [&] { return openStore(GetParam(), folder.path()); };
     const auto write = [&](const char* name, int revision) {

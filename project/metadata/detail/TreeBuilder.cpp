@@ -40,6 +40,7 @@ std::shared_ptr<const NodeForm> shareForm(NodeForm form) {
 }
 
 void TreeBuilder::startElement(const xmlChar* name) {
+    pool_ = &pools_[name];
     MetadataNodeSpecification& node = addNode();
     open_.push_back({&node, children_.size()});
     names_.assign({name});
@@ -94,16 +95,17 @@ MetadataNodeSpecification& TreeBuilder::addNode() {
     return added;
 }
 
-/// Null for the first nodes of a file: small files are often kept in great numbers, and only in part.
+/// Null for the first nodes of a name: small files are often kept in great numbers, and only in part.
 MemoryBlock* TreeBuilder::getBlock() {
     constexpr std::size_t heapParts = 32;
     constexpr std::size_t firstSize = 4 * 1024;
     constexpr std::size_t maxSize = 32 * 1024;
-    if (++partCount_ <= heapParts)
+    auto& [partCount, block] = *pool_;
+    if (++partCount <= heapParts)
         return nullptr;
-    if (!block_ || block_->isFull())
-        block_.reset(MemoryBlock::make(block_ ? std::min(2 * block_->getSize(), maxSize) : firstSize));
-    return block_.get();
+    if (!block || block->isFull())
+        block.reset(MemoryBlock::make(block ? std::min(2 * block->getSize(), maxSize) : firstSize));
+    return block.get();
 }
 
 /// The kind of the node begun last.

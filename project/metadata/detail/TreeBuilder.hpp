@@ -73,23 +73,30 @@ private:
         std::size_t firstChild;  ///< in children_
     };
 
-    MetadataNodeSpecification& addNode();
-    MemoryBlock* getBlock();
-    const Kind& getKind();
-
     struct BlockReleaser {
         void operator()(MemoryBlock* block) const noexcept { block->release(); }
     };
+
+    /// Where the nodes of one name and their values go. Nodes of one name are mostly kept or given up together: those
+    /// that only frame others do not keep the memory of these, nor the other way round.
+    struct Pool {
+        std::size_t partCount = 0;  ///< how many times memory was asked for
+        std::unique_ptr<MemoryBlock, BlockReleaser> block;
+    };
+
+    MetadataNodeSpecification& addNode();
+    MemoryBlock* getBlock();
+    const Kind& getKind();
 
     std::unique_ptr<MetadataNodeSpecification> root_;
     std::vector<OpenNode> open_;
     /// The children so far of all open nodes, those of inner nodes last: a node gets its own when they are complete,
     /// and then in a list that has just their number.
     std::vector<std::shared_ptr<MetadataNode>> children_;
-    std::size_t partCount_ = 0;                          ///< how many times memory was asked for
-    std::unique_ptr<MemoryBlock, BlockReleaser> block_;  ///< where new nodes and their values go
+    std::unordered_map<const xmlChar*, Pool> pools_;
     std::unordered_map<Names, Kind, boost::hash<Names>> kinds_;
-    // Of the node begun last; kept for their memory.
+    // Of the node begun last; the lists are kept for their memory.
+    Pool* pool_ = nullptr;
     Names names_;
     std::vector<std::u16string> values_;
     bool areValuesValid_ = true;
