@@ -1,7 +1,6 @@
 #include "operations/ScanUpdate.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <deque>
 #include <map>
@@ -11,10 +10,7 @@
 #include <tuple>
 #include <utility>
 
-#include "host/Text.hpp"
-#include "operations/NodeEdit.hpp"
-#include "operations/NodeMerge.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
+#include "operations/ScannedNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
@@ -25,122 +21,34 @@ namespace pm = project::metadata;
 
 using Scan = std::vector<ScannedFile>;
 
-const std::u16string folderType = u"Folder";
-const std::u16string fileType = u"File";
-const std::u16string missingKey = u"Missing";
+constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
 
-constexpr std::size_t none = static_cast<std::size_t>(-1);
-
-const std::u16string& typeOf(const ScannedFile& file) {
-    return file.kind == FileKind::folder ? folderType : fileType;
-}
-
-bool isScannedType(const std::u16string& type) {
-    return type == folderType || type == fileType;
-}
-
-/// The element of `scan` that `step` leads to from the folder `folder`; none if there is none.
+/// The element of `scan` that `step` leads to from the folder `folder`; `nowhere` if there is none.
 std::size_t findChild(const Scan& scan, std::size_t folder, const pm::PathElement& step) {
     const auto first = scan.begin() + static_cast<std::ptrdiff_t>(scan[folder].firstChild);
     const auto last = first + static_cast<std::ptrdiff_t>(scan[folder].childCount);
     const auto found =
         std::lower_bound(first, last, step.getLocation(),
                          [](const ScannedFile& file, const std::u16string& name) { return file.name < name; });
-    if (found == last || found->name != step.getLocation() || typeOf(*found) != step.getType())
-        return none;
+    if (found == last || found->name != step.getLocation() || scannedTypeOf(*found) != step.getType())
+        return nowhere;
     return static_cast<std::size_t>(found - scan.begin());
-}
-
-// What a scan writes.
-
-constexpr std::array<const char16_t*, 4> kindNames{u"file", u"folder", u"symlink", u"other"};
-
-struct OwnKey {
-    std::u16string key;
-    bool (*isWritten)(const std::u16string& value);  // whether a scan could have written that
-};
-
-const std::array<OwnKey, 4>& ownKeys() {
-    static const auto& keys = *new std::array<OwnKey, 4>{
-        {{u"Kind",
-          [](const std::u16string& value) {
-              return std::find(kindNames.begin(), kindNames.end(), value) != kindNames.end();
-          }},
-         {missingKey, [](const std::u16string& value) { return value == u"true"; }},
-         {u"ModificationTime", isTime},
-         {u"Size", [](const std::u16string& value) {
-              return !value.empty() && value.find_first_not_of(u"0123456789") == std::u16string::npos;
-          }}}};
-    return keys;
-}
-
-const OwnKey* findOwnKey(const std::u16string& key) {
-    const auto found =
-        std::find_if(ownKeys().begin(), ownKeys().end(), [&](const OwnKey& own) { return own.key == key; });
-    return found == ownKeys().end() ? nullptr : &*found;
-}
-
-/// Whether all of `node` was written by a scan.
-bool isScanned(const pm::MetadataNode& node) {
-    const std::vector<std::u16string> keys = node.getAttributeKeys();
-    return node.getName() == pm::getDefaultMetadataNodeName() && node.getChildNodes().empty() &&
-           std::binary_search(keys.begin(), keys.end(), u"Kind") &&
-           std::all_of(keys.begin(), keys.end(), [&](const std::u16string& key) {
-               const OwnKey* const own = findOwnKey(key);
-               return own && own->isWritten(node.get(key));
-           });
-}
-
-/// A mark of a conflict about what the scan knows better than both sides.
-bool isSettledByScan(const pm::MetadataNode& node) {
-    return node.getName() == conflictName && node.get(u"What") == u"attribute" && findOwnKey(node.get(u"Key"));
-}
-
-/// `before` with what a scan says of `file` in place of what an earlier one has said; null if that is the same.
-std::shared_ptr<pm::MetadataNode> describe(const ScannedFile& file, const pm::MetadataNode& before, bool withTimes) {
-    AttributeChanges changes;
-    const auto want = [&](const std::u16string& key, const std::u16string& value) {
-        const std::u16string& now = before.get(key);
-        if (!value.empty() ? now != value : (!now.empty() && findOwnKey(key)->isWritten(now)))
-            changes[key] = value.empty() ? std::nullopt : std::optional(value);
-    };
-    want(u"Kind", kindNames.at(static_cast<std::size_t>(file.kind)));
-    want(missingKey, {});
-    want(u"ModificationTime", withTimes ? formatTime(file.trace.modified) : std::u16string());
-    want(u"Size", file.kind == FileKind::file ? host::fromUtf8(std::to_string(file.trace.size)) : std::u16string());
-    const auto& children = before.getChildNodes();
-    const bool hasSettled =
-        std::any_of(children.begin(), children.end(), [](const auto& child) { return isSettledByScan(*child); });
-    if (changes.empty() && !hasSettled)
-        return nullptr;
-    std::shared_ptr<pm::MetadataNode> node = changeAttributes(before, changes);
-    const auto copies = node->getChildNodes();
-    for (const auto& child : copies) {
-        if (isSettledByScan(*child))
-            node->remove(*child);
-    }
-    return node;
-}
-
-const pm::MetadataNode& noNode() {
-    static const pm::MetadataNode& node = *new pm::MetadataNodeSpecification();
-    return node;
 }
 
 /// A path that is in a scanned folder, and not on disk, or that lies below such a one.
 struct Gone {
     pm::MetadataPath path;
     std::shared_ptr<pm::MetadataNode> node;  // null for a branch
-    std::size_t parent = none;               // none for one whose parent is still there
+    std::size_t parent = nowhere;            // `nowhere` for one whose parent is still there
     bool isFile = false;                     // of a file or folder: all others belong to somebody else
     bool isScanned = false;                  // a scan has written all of it
 
     // What becomes of it.
-    std::size_t target = none;  // the file that it stands for now
-    bool isUnseen = false;      // it is in a folder that has moved and cannot be read
-    bool isPruned = false;      // it goes, whatever is there
-    bool isKept = false;        // it stays, though there is no file for it
-    pm::MetadataPath newPath;   // if it is kept or has a target
+    std::size_t target = nowhere;  // the file that it stands for now
+    bool isUnseen = false;         // it is in a folder that has moved and cannot be read
+    bool isPruned = false;         // it goes, whatever is there
+    bool isKept = false;           // it stays, though there is no file for it
+    pm::MetadataPath newPath;      // if it is kept or has a target
     std::vector<std::size_t> children;
 };
 
@@ -155,13 +63,13 @@ public:
           progress_(progress),
           paths_(scan.size()),
           isKnown_(scan.size()),
-          sources_(scan.size(), none) {}
+          sources_(scan.size(), nowhere) {}
 
     ScanChange run() {
         walk();
         for (std::size_t i = 1; i < scan_.size(); ++i) {
             if (!isKnown_[i])
-                paths_[i] = childPath(paths_[scan_[i].parent], pm::PathElement(typeOf(scan_[i]), scan_[i].name));
+                paths_[i] = childPath(paths_[scan_[i].parent], pm::PathElement(scannedTypeOf(scan_[i]), scan_[i].name));
         }
         if (!gone_.empty()) {
             findTargets();
@@ -189,9 +97,9 @@ private:
                 if (!isScannedType(leaf.getType()))
                     continue;
                 const std::size_t index = findChild(scan_, folder, leaf);
-                if (index == none) {
+                if (index == nowhere) {
                     if (scan_[folder].isComplete)
-                        addGone(std::move(child), none);
+                        addGone(std::move(child), nowhere);
                     continue;
                 }
                 isKnown_[index] = true;
@@ -209,23 +117,23 @@ private:
         goneByPath_.emplace(path, index);
         Gone& gone = gone_.emplace_back();
         const std::u16string& type = path.getPath().back().getType();
-        const bool isInFolder = parent == none || (gone_[parent].isFile && isFolder(gone_[parent].path));
+        const bool isInFolder = parent == nowhere || (gone_[parent].isFile && isFolder(gone_[parent].path));
         gone.isFile = isInFolder && isScannedType(type);
         gone.node = store_.getNode(path);
-        gone.isScanned = gone.isFile && gone.node && operations::isScanned(*gone.node);
+        gone.isScanned = gone.isFile && gone.node && isScannedNode(*gone.node);
         gone.path = path;
         gone.parent = parent;
-        if (parent != none)
+        if (parent != nowhere)
             gone_[parent].children.push_back(index);
         for (pm::MetadataPath& child : store_.getChildren(path))
             addGone(std::move(child), index);
     }
 
-    static bool isFolder(const pm::MetadataPath& path) { return path.getPath().back().getType() == folderType; }
+    static bool isFolder(const pm::MetadataPath& path) { return path.getPath().back().getType() == scannedFolderType; }
 
     /// Whether `index` is a file that has been described by no path so far.
     bool isNew(std::size_t index) const {
-        return !isKnown_[index] && !scan_[index].isLeftOut && sources_[index] == none;
+        return !isKnown_[index] && !scan_[index].isLeftOut && sources_[index] == nowhere;
     }
 
     void setTarget(std::size_t gone, std::size_t file) {
@@ -241,11 +149,11 @@ private:
         findByTime(traces);
         // What has moved with its folder.
         for (std::size_t i = 0; i < gone_.size(); ++i) {
-            const std::size_t above = gone_[i].parent == none ? none : gone_[gone_[i].parent].target;
-            if (above == none || !gone_[i].isFile || gone_[i].target != none)
+            const std::size_t above = gone_[i].parent == nowhere ? nowhere : gone_[gone_[i].parent].target;
+            if (above == nowhere || !gone_[i].isFile || gone_[i].target != nowhere)
                 continue;
             const std::size_t file = findChild(scan_, above, gone_[i].path.getPath().back());
-            if (file != none && isNew(file))
+            if (file != nowhere && isNew(file))
                 setTarget(i, file);
         }
     }
@@ -267,13 +175,13 @@ private:
                     same.push_back(file->second);
             }
             if (const std::size_t file = chooseByName(same, [&](std::size_t each) { return hasName(i, each); });
-                file != none)
+                file != nowhere)
                 claims[file].push_back(i);
         }
         for (const auto& [file, sources] : claims) {
             const std::size_t each = file;
             if (const std::size_t source = chooseByName(sources, [&](std::size_t gone) { return hasName(gone, each); });
-                source != none)
+                source != nowhere)
                 setTarget(source, file);
         }
     }
@@ -285,7 +193,7 @@ private:
             return candidates.front();
         const auto first = std::find_if(candidates.begin(), candidates.end(), hasName);
         const bool isOnly = first != candidates.end() && std::none_of(first + 1, candidates.end(), hasName);
-        return isOnly ? *first : none;
+        return isOnly ? *first : nowhere;
     }
 
     bool hasName(std::size_t gone, std::size_t file) const {
@@ -294,7 +202,7 @@ private:
 
     static bool isSame(const Gone& gone, const FileTrace& before, const ScannedFile& file) {
         const FileTrace& now = file.trace;
-        if (gone.path.getPath().back().getType() != typeOf(file) || !(before.identity == now.identity))
+        if (gone.path.getPath().back().getType() != scannedTypeOf(file) || !(before.identity == now.identity))
             return false;
         if (before.born != Instant() || now.born != Instant())
             return before.born == now.born;
@@ -306,21 +214,15 @@ private:
         std::map<Look, std::pair<std::vector<std::size_t>, std::vector<std::size_t>>> pairs;
         for (std::size_t i = 0; i < gone_.size(); ++i) {
             const Gone& gone = gone_[i];
-            if (gone.target != none || !gone.isFile || isFolder(gone.path))
+            if (gone.target != nowhere || !gone.isFile || isFolder(gone.path))
                 continue;
-            std::uint64_t size = 0;
-            std::u16string time;
-            if (traces[i]) {
-                size = traces[i]->size;
-                time = formatTime(traces[i]->modified);
-            } else if (gone.node) {
-                const std::u16string& text = gone.node->get(u"Size");
-                const bool isNumber = text.size() < 19 && findOwnKey(u"Size")->isWritten(text);
-                size = isNumber ? std::stoull(host::toUtf8(text)) : 0;
-                time = gone.node->get(u"ModificationTime");
-            }
-            if (size != 0 && !time.empty())
-                pairs[{gone.path.getPath().back().getLocation(), size, time}].first.push_back(i);
+            Description known;
+            if (traces[i])
+                known = {traces[i]->size, formatTime(traces[i]->modified)};
+            else if (gone.node)
+                known = getDescription(*gone.node);
+            if (known.size != 0 && !known.time.empty())
+                pairs[{gone.path.getPath().back().getLocation(), known.size, known.time}].first.push_back(i);
         }
         if (pairs.empty())
             return;
@@ -340,26 +242,27 @@ private:
     /// Decides on what has no file any more.
     void decide() {
         for (Gone& gone : gone_) {
-            const Gone* const parent = gone.parent == none ? nullptr : &gone_[gone.parent];
-            gone.isUnseen = parent && (parent->target == none ? parent->isUnseen : !scan_[parent->target].isComplete);
-            gone.isPruned =
-                wish_.prune && gone.target == none && !gone.isUnseen && (gone.isFile || (parent && parent->isPruned));
+            const Gone* const parent = gone.parent == nowhere ? nullptr : &gone_[gone.parent];
+            gone.isUnseen =
+                parent && (parent->target == nowhere ? parent->isUnseen : !scan_[parent->target].isComplete);
+            gone.isPruned = wish_.prune && gone.target == nowhere && !gone.isUnseen &&
+                            (gone.isFile || (parent && parent->isPruned));
         }
         for (std::size_t i = gone_.size(); i-- > 0;) {
             Gone& gone = gone_[i];
             const bool isAbove = std::any_of(gone.children.begin(), gone.children.end(),
                                              [&](std::size_t child) { return gone_[child].isKept; });
-            gone.isKept = gone.target == none && !gone.isPruned && (gone.isUnseen || !gone.isScanned || isAbove);
+            gone.isKept = gone.target == nowhere && !gone.isPruned && (gone.isUnseen || !gone.isScanned || isAbove);
         }
         for (Gone& gone : gone_) {
             gone.newPath = gone.path;
-            if (gone.target != none) {
+            if (gone.target != nowhere) {
                 gone.newPath = paths_[gone.target];
-            } else if (gone.parent != none && gone.isKept) {
+            } else if (gone.parent != nowhere && gone.isKept) {
                 // Where the place is taken, by a file that was found to be another one, it stays.
                 const Gone& parent = gone_[gone.parent];
                 const pm::PathElement step = gone.path.getPath().back();
-                const bool isTaken = parent.target != none && findChild(scan_, parent.target, step) != none &&
+                const bool isTaken = parent.target != nowhere && findChild(scan_, parent.target, step) != nowhere &&
                                      !scan_[findChild(scan_, parent.target, step)].isLeftOut;
                 if (!isTaken)
                     gone.newPath = childPath(parent.newPath, step);
@@ -377,15 +280,15 @@ private:
             result_.traces.emplace_back(paths_[i], file.trace);
             if (isKnown_[i] && file.isOnTheWay)
                 continue;
-            std::shared_ptr<pm::MetadataNode> before = sources_[i] != none ? gone_[sources_[i]].node
-                                                       : isKnown_[i]       ? store_.getNode(paths_[i])
-                                                                           : nullptr;
-            std::shared_ptr<pm::MetadataNode> node = describe(file, before ? *before : noNode(), wish_.withTimes);
-            if (sources_[i] != none)
+            std::shared_ptr<pm::MetadataNode> before = sources_[i] != nowhere ? gone_[sources_[i]].node
+                                                       : isKnown_[i]          ? store_.getNode(paths_[i])
+                                                                              : nullptr;
+            std::shared_ptr<pm::MetadataNode> node = describe(file, before.get(), wish_.withTimes);
+            if (sources_[i] != nowhere)
                 result_.moved.emplace_back(gone_[sources_[i]].path, paths_[i]);
             else if (node)
                 (isKnown_[i] ? change.updated : change.added).push_back(paths_[i]);
-            if (node || sources_[i] != none)
+            if (node || sources_[i] != nowhere)
                 change.nodes.emplace_back(paths_[i], node ? node : before);
         }
     }
@@ -393,7 +296,7 @@ private:
     void changeGone() {
         StoreChange& change = result_.change;
         for (const Gone& gone : gone_) {
-            if (gone.target != none)
+            if (gone.target != nowhere)
                 continue;
             if (!gone.isKept) {
                 change.removed.push_back(gone.path);
@@ -401,7 +304,7 @@ private:
             }
             const bool isMoved = gone.newPath != gone.path;
             const bool isMissing = gone.isFile && !gone.isUnseen;
-            const bool isMarked = isMissing && !(gone.node && gone.node->get(missingKey) == u"true");
+            const bool isMarked = isMissing && !isMarkedMissing(gone.node.get());
             if (isMoved)
                 result_.moved.emplace_back(gone.path, gone.newPath);
             else if (isMarked)
@@ -413,9 +316,8 @@ private:
                     result_.traces.emplace_back(gone.newPath, *trace);
             }
             std::shared_ptr<pm::MetadataNode> node = gone.node;
-            if (isMarked) {
-                node = changeAttributes(node ? *node : noNode(), {{missingKey, u"true"}});
-            }
+            if (isMarked)
+                node = markMissing(node.get());
             if (node && (isMoved || isMarked))
                 change.nodes.emplace_back(gone.newPath, std::move(node));
         }
@@ -464,7 +366,7 @@ private:
         if (isKnown_[index]) {
             for (pm::MetadataPath& child : store_.getChildren(path)) {
                 const pm::PathElement& leaf = child.getPath().back();
-                const std::size_t file = isScannedType(leaf.getType()) ? findChild(scan_, index, leaf) : none;
+                const std::size_t file = isScannedType(leaf.getType()) ? findChild(scan_, index, leaf) : nowhere;
                 const auto gone = goneByPath_.find(child);
                 if (gone == goneByPath_.end() || gone_[gone->second].isKept)
                     places.push_back({std::move(child), file});
@@ -488,7 +390,7 @@ private:
         arrangeNew(nullptr);
         for (auto place = lastFile; place != places.end(); ++place)
             arrangePlace(place->path, place->file);
-        if (sources_[index] != none) {
+        if (sources_[index] != nowhere) {
             for (const std::size_t child : gone_[sources_[index]].children) {
                 if (gone_[child].isKept)
                     arrangeKept(gone_[child]);
@@ -498,7 +400,7 @@ private:
 
     void arrangePlace(const pm::MetadataPath& path, std::size_t file) {
         const auto gone = goneByPath_.find(path);
-        if (file != none)
+        if (file != nowhere)
             arrange(file);
         else if (gone != goneByPath_.end())
             arrangeKept(gone_[gone->second]);

@@ -1,11 +1,4 @@
-/// What a scan changes in a store.
-///
-/// A folder becomes a path element of type "Folder", everything else one of type "File", with the name as location,
-/// and each path has a node. The attributes "Kind" ("file", "folder", "symlink" or "other"), "Size" (of a file, in
-/// bytes), "ModificationTime" (as `formatTime`, if times are wanted) and "Missing" are the scan's own. The last one is
-/// "true" if the file is gone, but there is something at the path, or below it, that no scan has written.
-///
-/// But for the times, the attributes are the same wherever the same files are, so that two who have scanned can merge.
+/// What a scan changes in a store: which paths stay, move, come and go. What it writes into them is in ScannedNode.hpp.
 #pragma once
 
 #include <utility>

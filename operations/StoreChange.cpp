@@ -14,13 +14,13 @@ namespace pm = project::metadata;
 
 namespace {
 
-using Nodes = std::map<pm::MetadataPath, std::shared_ptr<pm::MetadataNode>>;
+using NewNodes = std::map<pm::MetadataPath, std::shared_ptr<pm::MetadataNode>>;
 
 /// Puts `node`, which stores only read, into the first of `batches` that has room for it: a map holds only one of
 /// several paths with one text, and names with separators in them can make such paths.
-void addNode(std::vector<Nodes>& batches, const pm::MetadataPath& path, const NodePtr& node) {
+void addNode(std::vector<NewNodes>& batches, const pm::MetadataPath& path, const NodePtr& node) {
     const auto shared = std::const_pointer_cast<pm::MetadataNode>(node);
-    for (Nodes& batch : batches) {
+    for (NewNodes& batch : batches) {
         if (batch.try_emplace(path, shared).second)
             return;
     }
@@ -76,12 +76,12 @@ void applyChange(pm::MetadataManager& store, const StoreChange& change, Interrup
         if (interruptible == Interruptible::untilFirstBatch)
             host::Interruption::ignore();
     };
-    std::vector<Nodes> batches;
+    std::vector<NewNodes> batches;
     for (const auto& [path, node] : change.nodes) {
         if (node)
             addNode(batches, path, node);
     }
-    for (const Nodes& nodes : batches) {
+    for (const NewNodes& nodes : batches) {
         store.setNodes(nodes);
         noteBatch();
     }

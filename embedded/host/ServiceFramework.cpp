@@ -72,7 +72,7 @@ Path getPluginPrefix(const fs::path& library) {
     return Path::fromAccessName((library.parent_path() / PROJECT_METADATA_PLUGIN_PREFIX).native());
 }
 
-std::optional<Path> getVariable(const char* name) {
+std::optional<Path> getAbsolutePath(const char* name) {
     const char* value = secure_getenv(name);
     if (!value || !*value)
         return {};
@@ -90,12 +90,12 @@ Path getInstalledFolder(const Path& relative) {
 
 std::vector<Path> getBundleFolders(const Path& relative) {
     std::vector<Path> folders{getInstalledFolder(relative)};
-    if (const auto prefix = getVariable("PROJECT_METADATA_PREFIX"))
+    if (const auto prefix = getAbsolutePath("PROJECT_METADATA_PREFIX"))
         folders.push_back(*prefix / Path::fromAccessName(PROJECT_METADATA_INSTALLED_PLUGIN_PREFIX) / relative);
     const Path usersOwn = Path(u"project-metadata") / relative;
-    if (const auto data = getVariable("XDG_DATA_HOME"))
+    if (const auto data = getAbsolutePath("XDG_DATA_HOME"))
         folders.push_back(*data / usersOwn);
-    else if (const auto home = getVariable("HOME"))
+    else if (const auto home = getAbsolutePath("HOME"))
         folders.push_back(*home / u".local/share" / usersOwn);
     return folders;
 }

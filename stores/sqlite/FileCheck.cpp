@@ -26,7 +26,7 @@ namespace {
 // From SQLite's description of the file format: a journal begins with a mark of 8 bytes, the number of its pages, a
 // number of no meaning, the number of pages that the database had, the size of a sector and that of a page, 4 bytes
 // each, the highest first. If it names a super-journal, it ends with that name, its length, its checksum and the mark.
-constexpr std::array<unsigned char, 8> mark = {0xD9, 0xD5, 0x05, 0xF9, 0x20, 0xA1, 0x63, 0xD7};
+constexpr std::array<unsigned char, 8> journalMark = {0xD9, 0xD5, 0x05, 0xF9, 0x20, 0xA1, 0x63, 0xD7};
 constexpr std::size_t pageCountAt = 16;
 constexpr std::size_t pageSizeAt = 24;
 constexpr std::size_t headerSize = 28;
@@ -75,12 +75,13 @@ void requireHarmlessJournal(const Path& database, const struct stat& status) {
         return;
     const auto refuse = [&](const std::u16string& cause) { raise<MetadataReadFailure>(file.text(), cause); };
     // SQLite looks at the end also where it does not take the rest for a journal.
-    std::array<unsigned char, mark.size()> end{};
+    std::array<unsigned char, journalMark.size()> end{};
     const off_t endAt = journal->status.st_size - static_cast<off_t>(end.size());
-    if (readAt(file, journal->descriptor, endAt, end) && end == mark)
+    if (readAt(file, journal->descriptor, endAt, end) && end == journalMark)
         refuse(u"it names another file that is to be removed, as no store has it done");
     std::array<unsigned char, headerSize> header{};
-    if (!readAt(file, journal->descriptor, 0, header) || !std::equal(mark.begin(), mark.end(), header.begin()))
+    if (!readAt(file, journal->descriptor, 0, header) ||
+        !std::equal(journalMark.begin(), journalMark.end(), header.begin()))
         return;
     // Without a size of pages, that of the database holds, which is not looked up here.
     const std::uint64_t pageSize = getNumber(header, pageSizeAt) == 0 ? largestPage : getNumber(header, pageSizeAt);

@@ -14,7 +14,7 @@ constexpr std::size_t maximumEntries = 256;
 constexpr std::size_t maximumBytes = 256 * 1024;
 
 /// Deeper paths than this are read one by one.
-constexpr std::size_t maximumSteps = 32;
+constexpr std::size_t maximumDepth = 32;
 
 bool areSiblings(const std::vector<PathElement>& a, const std::vector<PathElement>& b) {
     return a.size() == b.size() && std::equal(a.begin(), a.end() - 1, b.begin());
@@ -40,7 +40,7 @@ const ReadAhead::Entry* ReadAhead::find(const MetadataPath& path) {
 
 const ReadAhead::Entry* ReadAhead::read(PathTable& table, const MetadataPath& path) {
     const auto& steps = path.getPath();
-    const std::size_t depth = std::min(steps.size(), maximumSteps);
+    const std::size_t depth = std::min(steps.size(), maximumDepth);
     if (runs_.size() <= depth)
         runs_.resize(depth + 1);
     Run& run = runs_[depth];

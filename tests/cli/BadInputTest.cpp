@@ -12,11 +12,10 @@ using test::expectFailure;
 using test::Outcome;
 using test::readTree;
 using test::run;
+using test::sample;
 using test::Surroundings;
 using testing::HasSubstr;
 using testing::MatchesRegex;
-
-const std::string sample = CLI_TEST_SAMPLE;
 
 using DamagedProjectTest = test::ProjectFixture;
 using FullDiskTest = test::ProjectFixture;

@@ -14,9 +14,8 @@ using test::expectFailure;
 using test::expectSuccess;
 using test::readTree;
 using test::run;
+using test::sample;
 using test::Surroundings;
-
-const std::string sample = CLI_TEST_SAMPLE;
 
 using TreeCommandTest = test::ProjectFixture;
 using ExampleTest = test::ProjectFixture;

@@ -14,6 +14,9 @@
 
 namespace test {
 
+/// A folder of files that a project describes.
+inline const std::string sample = CLI_TEST_SAMPLE;
+
 /// The bytes of every file below `folder`, by relative path; folders have a path that ends with "/".
 inline std::map<std::string, std::string> readTree(const std::filesystem::path& folder) {
     std::map<std::string, std::string> tree;

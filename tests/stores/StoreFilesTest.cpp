@@ -128,7 +128,7 @@ TEST(FixedPathFilesListTest, DamagedAndStrayFilesAreTheStoresToo) {
 }
 
 /// "step@place(value)[children]", all but the step left out where there is none.
-std::string outline(const PathTree& tree) {
+std::string outlineOf(const PathTree& tree) {
     std::string text = host::toUtf8(tree.step.getLocation());
     if (!tree.place.empty())
         text += '@' + host::toUtf8(tree.place);
@@ -136,7 +136,7 @@ std::string outline(const PathTree& tree) {
         text += '(' + host::toUtf8(tree.node->get(u"Value")) + ')';
     std::string below;
     for (const PathTree& child : tree.children)
-        below += (below.empty() ? "" : " ") + outline(child);
+        below += (below.empty() ? "" : " ") + outlineOf(child);
     return below.empty() ? text : text + '[' + below + ']';
 }
 
@@ -149,7 +149,7 @@ protected:
     std::optional<std::string> read(const std::u16string& store, const std::string& bytes) const {
         writeBytes(file_, bytes);
         const auto content = format(store).readFile(toPath(file_));
-        return content ? std::optional((content->isRoot ? "root " : "") + outline(content->tree)) : std::nullopt;
+        return content ? std::optional((content->isRoot ? "root " : "") + outlineOf(content->tree)) : std::nullopt;
     }
 
     std::string refusal(const std::u16string& store, const std::string& bytes) const {
