@@ -2,7 +2,6 @@
 
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataErrors.hpp"
-#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/WholeFile.hpp"
 #include "stores/monolithic/MonolithicManager.hpp"
@@ -51,8 +50,7 @@ std::optional<FileContent> MonolithicFormat::readFile(const Path& file) const {
     if (!xml)
         return std::nullopt;
     std::vector<project::metadata::MetadataDamage> damage;
-    project::metadata::MetadataNodeSpecification copy(*xml);
-    const SharedTree tree = fromXml(copy, {}, file, damage);
+    const SharedTree tree = fromXml(*xml, Elements::stay, {}, file, damage);
     if (!damage.empty())
         raise<MetadataReadFailure>(file.text(), damage.front().problem);
     store_support::requireNothingLost(*xml, *toXml(tree), file);

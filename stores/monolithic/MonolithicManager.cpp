@@ -302,7 +302,7 @@ SharedTree& MonolithicManager::load() const {
     std::vector<project::metadata::MetadataDamage> damage;
     SharedTree tree;
     if (xml.root)
-        tree = fromXml(*xml.root, xml.lacks, file_, damage);
+        tree = fromXml(*xml.root, Elements::go, xml.lacks, file_, damage);
     if (tree_ || hasLostSight_)
         markUnseen(tree, tree_ ? &*tree_ : nullptr);
     std::for_each(damage.begin(), damage.end(), store_support::reportDamage);

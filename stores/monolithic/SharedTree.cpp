@@ -54,15 +54,15 @@ namespace {
 /// Adds what `xml` holds below its own path.
 class Reader {
 public:
-    Reader(const host::Path& file, const std::vector<Lack>& lacks, std::vector<MetadataDamage>& damage)
-        : file_(file), damage_(damage) {
+    Reader(const host::Path& file, Elements elements, const std::vector<Lack>& lacks,
+           std::vector<MetadataDamage>& damage)
+        : file_(file), elements_(elements), damage_(damage) {
         for (const Lack& lack : lacks) {
             lacking_.try_emplace(lack.node, std::make_shared<const std::u16string>(lack.problem));
             damage.push_back({file, lack.problem});
         }
     }
 
-    /// Leaves `xml` without children, each of which goes as soon as it was read.
     void fill(SharedTree& tree, MetadataNode& xml) {
         attempt(
             [&] {
@@ -73,7 +73,9 @@ public:
                     tree.node = node;
             },
             &tree);
-        auto children = dynamic_cast<MetadataNodeSpecification&>(xml).takeChildNodes();
+        // All that is read from files is of this type.
+        auto children = elements_ == Elements::go ? dynamic_cast<MetadataNodeSpecification&>(xml).takeChildNodes()
+                                                  : xml.getChildNodes();
         const std::size_t count = children.size() - (tree.node ? 1 : 0);
         if (count > 0)
             tree.reserve(count);
@@ -118,6 +120,7 @@ private:
     }
 
     const host::Path& file_;
+    const Elements elements_;
     std::unordered_map<const MetadataNode*, std::shared_ptr<const std::u16string>> lacking_;
     std::vector<MetadataDamage>& damage_;
 };
@@ -278,10 +281,10 @@ void SharedTree::Below::enterPlace(std::size_t place) {
     places[i & (places.size() - 1)] = static_cast<std::uint32_t>(place + 1);
 }
 
-SharedTree fromXml(MetadataNode& xml, const std::vector<Lack>& lacks, const host::Path& file,
+SharedTree fromXml(MetadataNode& xml, Elements elements, const std::vector<Lack>& lacks, const host::Path& file,
                    std::vector<MetadataDamage>& damage) {
     SharedTree tree;
-    Reader(file, lacks, damage).fill(tree, xml);
+    Reader(file, elements, lacks, damage).fill(tree, xml);
     return tree;
 }
 

@@ -73,12 +73,19 @@ struct SharedTree::Child {
     SharedTree tree;
 };
 
-/// The tree of the file `file`, whose root node is `xml`.
-/// @param xml as it was read; has no children afterwards, so that a large file does not take its memory twice
+/// What becomes of the elements of a file while a tree is made of them.
+enum class Elements {
+    stay,
+    go  ///< each as soon as it was read, so that a large file does not take its memory twice
+};
+
+/// The tree of the file `file`, whose root node is `xml`. Shares the nodes of the paths.
+/// @param xml as it was read; without children afterwards, if they go
 /// @param lacks what nodes below `xml` lack: such an element of a path is not read
 /// @param damage what is in the file and cannot be read is added to this
-SharedTree fromXml(project::metadata::MetadataNode& xml, const std::vector<store_support::Lack>& lacks,
-                   const host::Path& file, std::vector<project::metadata::MetadataDamage>& damage);
+SharedTree fromXml(project::metadata::MetadataNode& xml, Elements elements,
+                   const std::vector<store_support::Lack>& lacks, const host::Path& file,
+                   std::vector<project::metadata::MetadataDamage>& damage);
 
 /// Marks as unseen what is in `now`, and was unseen or not the same in `before`.
 void markUnseen(const SharedTree& now, const SharedTree* before);
