@@ -22,7 +22,7 @@ namespace project::metadata {
 /// the user's settings allow it, and writing is tried once more. A write that fails part-way leaves what was written.
 /// The names of the nodes must be XML names; that is not checked. Attributes that XML takes for declarations of
 /// namespaces, `xmlns` and `xmlns:...`, may make a file unreadable, or read back with `&#38;` for `&`: the text reader
-/// of libxml2 before 2.13 says so. Stores refuse to keep such nodes.
+/// of libxml2 before 2.13 says so. Stores do not take such nodes.
 ///
 /// @throws ReadOnlyMetadataFailure naming what stayed read-only, the file or its folder
 /// @throws MetadataWriteFailure naming the file
