@@ -1,6 +1,5 @@
 #include "store_support/TreeRules.hpp"
 
-#include <algorithm>
 #include <string>
 #include <typeinfo>
 
@@ -10,41 +9,41 @@
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
-#include "project/metadata/MetadataXml.hpp"
 #include "project/metadata/SharedNode.hpp"
+#include "store_support/PathXml.hpp"
 
 namespace store_support {
 
 using project::metadata::MetadataNode;
 using project::metadata::MetadataWriteFailure;
-using project::metadata::PathElement;
 using project::metadata::raise;
 
 namespace {
-
-/// Well below the limits of the XML reader: 50,000 bytes for a name, 10,000,000 for a value.
-constexpr std::size_t longName = 10000;
-constexpr std::size_t longValue = 1000000;
 
 bool isXmlName(const std::u16string& text) {
     const auto isBlank = [](char16_t unit) { return unit == u' ' || unit == u'\t' || unit == u'\n' || unit == u'\r'; };
     return project::metadata::isValidKey(text) && !isBlank(text.front()) && !isBlank(text.back());
 }
 
-bool needsProof(const std::u16string& name) {
-    return name.size() > longName || name.find(u':') != std::u16string::npos || name == u"xmlns";
-}
-
-/// Texts are compared as they can be written: unpaired surrogates do not survive.
-bool equalOnceWritten(const MetadataNode& read, const MetadataNode& written) {
+/// What of `written` is not the same in `read`; empty if all is. Texts are compared as they can be written: unpaired
+/// surrogates do not survive.
+std::u16string findDifference(const MetadataNode& read, const MetadataNode& written) {
     const auto rewritten = [](const std::u16string& text) { return host::fromUtf8(host::toUtf8(text)); };
+    std::u16string element = u"<" + written.getName() + u">";
     const auto keys = written.getAttributeKeys();
+    for (const std::u16string& key : keys) {
+        if (read.get(key) != rewritten(written.get(key)))
+            return u"the attribute \"" + key + u"\" of " + element;
+    }
     const auto& children = written.getChildNodes();
-    return read.getName() == rewritten(written.getName()) && read.getAttributeKeys() == keys &&
-           std::all_of(keys.begin(), keys.end(),
-                       [&](const std::u16string& key) { return read.get(key) == rewritten(written.get(key)); }) &&
-           std::equal(read.getChildNodes().begin(), read.getChildNodes().end(), children.begin(), children.end(),
-                      [](const auto& a, const auto& b) { return equalOnceWritten(*a, *b); });
+    if (read.getName() != rewritten(written.getName()) || read.getAttributeKeys() != keys ||
+        read.getChildNodes().size() != children.size())
+        return element;
+    for (std::size_t i = 0; i < children.size(); ++i) {
+        if (auto difference = findDifference(*read.getChildNodes()[i], *children[i]); !difference.empty())
+            return difference;
+    }
+    return {};
 }
 
 }  // namespace
@@ -89,37 +88,34 @@ void requireReadable(const MetadataNode& node, int depth, const host::Path& file
         requireReadable(*child, depth + 1, file);
 }
 
-bool needsProof(const MetadataNode& node) {
-    const auto keys = node.getAttributeKeys();
-    const auto& children = node.getChildNodes();
-    return needsProof(node.getName()) ||
-           std::any_of(keys.begin(), keys.end(),
-                       [&](const auto& key) { return needsProof(key) || node.get(key).size() > longValue; }) ||
-           std::any_of(children.begin(), children.end(), [](const auto& child) { return needsProof(*child); });
-}
-
-bool needsProof(const PathElement& element) {
-    return element.getType().size() > longValue || element.getLocation().size() > longValue;
-}
-
 void requireReadsBack(const MetadataNode& node, const host::Path& writtenFile, const host::Path& file) {
+    std::u16string difference;
     try {
-        if (equalOnceWritten(*project::metadata::readFromFile(writtenFile), node))
-            return;
+        difference = findDifference(*project::metadata::readFromFile(writtenFile), node);
     } catch (const project::exception::ProjectException&) {
         raise<MetadataWriteFailure>(file.text(),
-                                    u"it could not be read back: a name or value in it is too long, or its "
-                                    u"names use the namespaces of XML wrongly");
+                                    u"it could not be read back: a name or the attributes of an element in it are too "
+                                    u"long, or its names use the namespaces of XML wrongly");
     }
-    raise<MetadataWriteFailure>(file.text(),
-                                u"it would read back differently: its names use the namespaces of XML wrongly");
+    if (!difference.empty()) {
+        raise<MetadataWriteFailure>(file.text(),
+                                    difference +
+                                        u" would read back differently, as XML has names with colons and \"xmlns\" for "
+                                        u"namespaces");
+    }
+}
+
+void writeProved(const std::function<void(project::metadata::XmlSink& sink)>& tell, const host::Path& staged,
+                 bool compactEnding, const host::Path& file) {
+    if (project::metadata::writeToFile(tell, staged, compactEnding))
+        requireReadsBack(*makeNodes(tell), staged, file);
 }
 
 void requireStorable(const MetadataNode& node, const host::Path& file) {
     constexpr int depth = 2;  // how many elements lie above a node where stores keep it in XML
     static_cast<void>(borrowNode(&node));
     requireReadable(node, depth, file);
-    if (!needsProof(node))
+    if (!project::metadata::needsProof(node))
         return;
     const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"metadata-", u"");
     const host::Path proof = host::Path(scratch.getDirectoryName()) / u"node.xml";

@@ -4,11 +4,13 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
+#include "project/metadata/MetadataXml.hpp"
 
 namespace store_support {
 
@@ -41,16 +43,19 @@ std::shared_ptr<const project::metadata::MetadataNode> borrowNode(const project:
 /// @throws as `requireReadable`
 void requireDepth(int depth, const host::Path& file);
 
-/// Whether writing and reading `node` needs proof beyond the rules of `requireReadable`: names with colons, which an
-/// XML reader may take for namespaces, and texts of a size near the reader's limits.
-bool needsProof(const project::metadata::MetadataNode& node);
-bool needsProof(const project::metadata::PathElement& element);
-
 /// Reads `writtenFile` and compares it with `node`, which was written to it.
 /// @param file the file to name in the error
 /// @throws project::metadata::MetadataWriteFailure if they differ or it cannot be read
 void requireReadsBack(const project::metadata::MetadataNode& node, const host::Path& writtenFile,
                       const host::Path& file);
+
+/// Writes the tree that `tell` tells to `staged`, and reads it back where that needs proof: of old content as of new,
+/// since files that others have written may hold what no store takes.
+/// @param tell as for `project::metadata::writeToFile`, which says what `compactEnding` is
+/// @param file the file to name in the error
+/// @throws as `project::metadata::writeToFile` and `requireReadsBack`
+void writeProved(const std::function<void(project::metadata::XmlSink& sink)>& tell, const host::Path& staged,
+                 bool compactEnding, const host::Path& file);
 
 /// For stores that keep nodes in a form of their own: what one store takes, all take, so that it can be exported and
 /// converted. A node that needs proof is written to a scratch file and read for that.

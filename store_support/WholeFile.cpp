@@ -105,7 +105,7 @@ void writeWholeFile(const MetadataNode& xml, bool compactEnding, const Path& fil
     requireReadable(xml, 0, file);
     replaceFile(file, [&](const Path& staged) {
         project::metadata::writeToFile(xml, staged, compactEnding);
-        if (needsProof(xml))
+        if (project::metadata::needsProof(xml))
             requireReadsBack(xml, staged, file);
     });
 }

@@ -13,9 +13,12 @@
 
 #include "project/metadata/MetadataXml.hpp"
 
+#include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <filesystem>
 #include <new>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -25,6 +28,7 @@
 #include "host/FileUtils.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/SharedNode.hpp"
 #include "project/metadata/detail/PlainParser.hpp"
 #include "project/metadata/detail/SilentXml.hpp"
 #include "project/metadata/detail/TextReader.hpp"
@@ -45,17 +49,19 @@ bool isCutOff(const host::Path& file) {
     return file.text().find(u'\0') != std::u16string::npos;
 }
 
+/// @return null if `file` cannot be written; otherwise whether it needs proof
 template <class Tree>
-bool tryToWrite(const Tree& tree, const host::Path& file, bool compactEnding) {
+std::optional<bool> tryToWrite(const Tree& tree, const host::Path& file, bool compactEnding) {
     if (isCutOff(file))
-        return false;
+        return std::nullopt;
     host::OutputFileStream stream;
     // Unbuffered: whole blocks come, and a full disk must show in the call that writes them.
     stream.rdbuf()->pubsetbuf(nullptr, 0);
     stream.open(file.accessName(), std::ios::out | std::ios::trunc | std::ios::binary);
-    detail::TreeFormatter(stream).write(tree, compactEnding);
+    detail::TreeFormatter formatter(stream);
+    formatter.write(tree, compactEnding);
     stream.close();  // sets the fail state itself if closing fails
-    return !stream.fail();
+    return stream.fail() ? std::nullopt : std::optional(formatter.needsProof());
 }
 
 void makeWritable(const host::Path& path) {
@@ -101,19 +107,20 @@ std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent
     return tree;
 }
 
+/// @return whether it needs proof
 template <class Tree>
-void write(const Tree& tree, const host::Path& file, bool compactEnding) {
+bool write(const Tree& tree, const host::Path& file, bool compactEnding) {
     const host::Path folder = getParentFolder(file);
     if (!host::FileUtils::existNoExcept(folder))
         makeFolder(folder);
-    if (tryToWrite(tree, file, compactEnding))
-        return;
+    if (const auto needsProof = tryToWrite(tree, file, compactEnding))
+        return *needsProof;
 
     const host::Path& obstacle = host::FileUtils::existNoExcept(file) ? file : folder;
     if (host::FileUtils::isReadOnlyNoExcept(obstacle)) {
         makeWritable(obstacle);
-        if (tryToWrite(tree, file, compactEnding))
-            return;
+        if (const auto needsProof = tryToWrite(tree, file, compactEnding))
+            return *needsProof;
     }
     raise<MetadataWriteFailure>(file.text(), getCauseMessage());
 }
@@ -124,8 +131,21 @@ void writeToFile(const MetadataNode& node, const host::Path& file, bool compactE
     write(node, file, compactEnding);
 }
 
-void writeToFile(const std::function<void(XmlSink& sink)>& tell, const host::Path& file, bool compactEnding) {
-    write(tell, file, compactEnding);
+bool writeToFile(const std::function<void(XmlSink& sink)>& tell, const host::Path& file, bool compactEnding) {
+    return write(tell, file, compactEnding);
+}
+
+bool needsProof(const MetadataNode& tree) {
+    const MetadataNode& node = getShared(tree);
+    bool hasDoubtfulName = detail::isDoubtfulName(node.getName());
+    std::size_t tagSize = node.getName().size();
+    for (const std::u16string& key : node.getAttributeKeys()) {
+        hasDoubtfulName = hasDoubtfulName || detail::isDoubtfulKey(key);
+        tagSize += key.size() + node.get(key).size();
+    }
+    const auto& children = node.getChildNodes();
+    return hasDoubtfulName || tagSize > detail::longTag ||
+           std::any_of(children.begin(), children.end(), [](const auto& child) { return needsProof(*child); });
 }
 
 std::unique_ptr<MetadataNode> readFromFile(const host::Path& file) {

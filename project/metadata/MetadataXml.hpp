@@ -22,7 +22,7 @@ namespace project::metadata {
 /// the user's settings allow it, and writing is tried once more. A write that fails part-way leaves what was written.
 /// The names of the nodes must be XML names; that is not checked. Attributes that XML takes for declarations of
 /// namespaces, `xmlns` and `xmlns:...`, may make a file unreadable, or read back with `&#38;` for `&`: the text reader
-/// of libxml2 before 2.13 says so. Stores do not take such nodes.
+/// of libxml2 before 2.13 says so. So may a start tag of more than 10,000,000 bytes. Stores do not take such nodes.
 ///
 /// @throws ReadOnlyMetadataFailure naming what stayed read-only, the file or its folder
 /// @throws MetadataWriteFailure naming the file
@@ -56,8 +56,13 @@ protected:
 
 /// The same for a tree that is not made of nodes.
 /// @param tell tells the one root and all that is in it; may be called twice
-PROJECT_METADATA_EXPORT void writeToFile(const std::function<void(XmlSink& sink)>& tell, const host::Path& file,
+/// @return whether it needs proof, see `needsProof`
+PROJECT_METADATA_EXPORT bool writeToFile(const std::function<void(XmlSink& sink)>& tell, const host::Path& file,
                                          bool compactEnding);
+
+/// Whether only a look at the file tells if `tree`, written to one, reads back the same: it has names that XML may take
+/// for namespaces', or start tags of a size near the limits of libxml2. Trees whose names are no XML names need more.
+PROJECT_METADATA_EXPORT bool needsProof(const MetadataNode& tree);
 
 /// Reads the tree in `file`. What is not an element or an attribute is ignored.
 ///

@@ -28,9 +28,7 @@ using store_support::FileBatch;
 using store_support::FolderLock;
 using store_support::getFileVersion;
 using store_support::JobRunner;
-using store_support::needsProof;
 using store_support::requireReadable;
-using store_support::requireReadsBack;
 using store_support::requireSteps;
 using store_support::WantedTree;
 
@@ -305,9 +303,7 @@ void PathFileChange::writeStaged(Index index, const Path& staged) {
     const PathFile content{item.element, item.rank, node, {}, {}, node != nullptr};
     const bool isRoot = index == rootItem;
     const auto tell = [&](project::metadata::XmlSink& sink) { tellXml(content, isRoot, sink); };
-    project::metadata::writeToFile(tell, staged, isRoot && !node);
-    if ((node && needsProof(*node)) || needsProof(item.element))
-        requireReadsBack(*toXml(content, isRoot), staged, getFile(index));
+    store_support::writeProved(tell, staged, isRoot && !node, getFile(index));
 }
 
 void PathFileChange::requireSeen() {

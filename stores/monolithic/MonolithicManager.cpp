@@ -40,11 +40,9 @@ using store_support::findStatus;
 using store_support::FolderLock;
 using store_support::getFileVersion;
 using store_support::JobRunner;
-using store_support::needsProof;
 using store_support::readXmlFile;
 using store_support::requireMetadataType;
 using store_support::requireReadable;
-using store_support::requireReadsBack;
 using store_support::requireSteps;
 using store_support::XmlFile;
 
@@ -71,12 +69,6 @@ void requireSeen(bool isSeen, const MetadataPath& path, const Path& file) {
     }
 }
 
-/// Checks `element` of `path`, which is new in the draft.
-void requireFeasible(Draft& draft, const MetadataPath& path, const PathElement& element, const Path& file) {
-    requireSteps(path, file);
-    draft.needsProof = draft.needsProof || needsProof(element);
-}
-
 /// Adds `path` and its missing ancestors. @return the tree at `path`
 SharedTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) {
     SharedTree* tree = &draft.tree;
@@ -85,7 +77,7 @@ SharedTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) 
             tree = existing;
             continue;
         }
-        requireFeasible(draft, path, element, file);
+        requireSteps(path, file);
         tree = &tree->add(element);
         draft.isChanged = true;
     }
@@ -102,7 +94,6 @@ void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* newNo
     if (node) {
         const int depth = static_cast<int>(path.getPath().size()) + 2;  // below the elements "Project" and "Node"
         requireReadable(*node, depth, file);
-        draft.needsProof = draft.needsProof || needsProof(*node);
     }
     tree.node = borrowNode(newNode);
     tree.isUnseen = false;
@@ -155,7 +146,7 @@ Draft arrange(const SharedTree& old, const std::vector<MetadataPath>& paths, con
                 to->node = from->node;
                 to->isUnseen = from->isUnseen;
             } else {
-                requireFeasible(draft, path, element, file);
+                requireSteps(path, file);
             }
         }
     }
@@ -327,9 +318,7 @@ void MonolithicManager::save(Draft draft, FolderLock& lock) {
     batch.write = [&](std::size_t /*index*/, const Path& staged) {
         // An empty store is as the library makes a core file.
         const bool isEmpty = !draft.tree.node && draft.tree.getChildren().empty();
-        project::metadata::writeToFile([&](auto& sink) { tellXml(draft.tree, sink); }, staged, isEmpty);
-        if (draft.needsProof)
-            requireReadsBack(*toXml(draft.tree), staged, file_);
+        store_support::writeProved([&](auto& sink) { tellXml(draft.tree, sink); }, staged, isEmpty, file_);
     };
     runJob_(project::metadata::FileJob(batch.filesToWrite, {}, [&] {
         commit(batch, lock);

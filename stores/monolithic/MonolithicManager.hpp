@@ -26,7 +26,6 @@ extern const std::u16string& monolithicName;
 struct Draft {
     SharedTree tree;
     bool isChanged = false;
-    bool needsProof = false;  ///< whether something new in it does, see `TreeRules.hpp`
 };
 
 /// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw

@@ -81,6 +81,42 @@ TEST_P(StoreDamageTest, RefusesWhatCouldNotBeReadBack) {
     MetadataNodeSpecification huge;
     huge.put(u"Key", std::u16string(10'000'001, u'x'));
     refused(huge, "read back");
+    // Each of its values could be.
+    MetadataNodeSpecification longTag;
+    for (const char16_t* key : {u"a", u"b", u"c"})
+        longTag.put(key, std::u16string(900'000, u'"'));
+    refused(longTag, "read back");
+}
+
+// Files that others have written may hold what a reader takes and a writer cannot say, and stay as they are until that
+// is gone.
+TEST(OthersFilesTest, AreNotWrittenAnewIfTheyWouldReadBackDifferently) {
+    const std::vector<std::string> attributes{"xmlns:p='u&amp;v'", "Key='" + std::string(2'000'000, '"') + "'"};
+    for (const std::u16string name : {u"fixedPath", u"monolithic"}) {
+        for (const std::string& attribute : attributes) {
+            const TempFolder folder;
+            openStore(name, folder.path())->setNodes({{path({u"a"}), node(u"1")}, {path({u"b"}), node(u"2")}});
+            const bool isFixedPath = name == u"fixedPath";
+            const std::filesystem::path file = folder / "resources/project" / (isFixedPath ? "t=b.xml" : "Project.xml");
+            std::string text = readBytes(file);
+            text.replace(text.find("Value=\"2\""), 9, attribute);
+            writeBytes(file, text);
+
+            const auto store = openStore(name, folder.path());
+            const std::u16string before = describe(*store->getNode(path({u"b"})));
+            const std::string message = messageOf<MetadataWriteFailure>([&] {
+                store->setPaths({path({u"b"}), path({u"a"})});
+            });
+            EXPECT_NE(message.find(file.string()), std::string::npos) << message;
+            EXPECT_NE(message.find("read back"), std::string::npos) << message;
+            EXPECT_EQ(readBytes(file), text);
+            EXPECT_EQ(describe(*openStore(name, folder.path())->getNode(path({u"b"}))), before);
+
+            store->setNode(path({u"b"}), *node(u"3"));
+            store->setPaths({path({u"b"}), path({u"a"})});
+            EXPECT_EQ(outline(*openStore(name, folder.path())), "b(3) a(1)");
+        }
+    }
 }
 
 TEST_P(StoreDamageTest, KeepsTheDeepestTreeThatCanBeReadBack) {

@@ -55,6 +55,7 @@ inline std::unique_ptr<MetadataManager> openStore(const std::u16string& name, co
 /// The path of steps of the type "t" at the given locations.
 inline MetadataPath path(const std::vector<std::u16string>& locations) {
     std::vector<PathElement> elements;
+    elements.reserve(locations.size());
     for (const std::u16string& location : locations)
         elements.emplace_back(u"t", location);
     return MetadataPath(elements);

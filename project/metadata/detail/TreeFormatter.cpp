@@ -63,6 +63,7 @@ void TreeFormatter::write(const std::function<void(XmlSink& sink)>& tell, bool c
 void TreeFormatter::begin(const std::u16string& name) {
     beginChild();
     bytes_.append(open_.size() * indentation, ' ') += '<';
+    needsProof_ = needsProof_ || isDoubtfulName(name);
     appendName(name);
     open_.push_back({&name, false});
 }
@@ -93,10 +94,12 @@ void TreeFormatter::end() {
 }
 
 void TreeFormatter::appendAttributes() {
+    const std::size_t begin = bytes_.size();
     std::sort(attributes_.begin(), attributes_.end());
     for (const auto& [key, value] : attributes_)
         appendAttribute(key, value);
     attributes_.clear();
+    needsProof_ = needsProof_ || bytes_.size() - begin > longTag;
 }
 
 void TreeFormatter::beginChild() {
@@ -111,6 +114,7 @@ void TreeFormatter::beginChild() {
 
 void TreeFormatter::appendAttribute(std::u16string_view key, std::u16string_view value) {
     bytes_ += ' ';
+    needsProof_ = needsProof_ || isDoubtfulKey(key);
     appendName(key);
     bytes_ += "=\"";
     appendValue(value);
@@ -123,9 +127,12 @@ void TreeFormatter::append(const MetadataNode& written, std::size_t depth) {
     if (bytes_.size() >= blockSize)
         flush();
     bytes_.append(depth * indentation, ' ') += '<';
+    const std::size_t begin = bytes_.size();
+    needsProof_ = needsProof_ || isDoubtfulName(node.getName());
     appendName(node.getName());
     for (const std::u16string& key : node.getAttributeKeys())
         appendAttribute(key, node.get(key));
+    needsProof_ = needsProof_ || bytes_.size() - begin > longTag;
     if (node.getChildNodes().empty()) {
         bytes_ += "/>";
         return;

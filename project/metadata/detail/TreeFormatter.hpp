@@ -16,6 +16,21 @@
 
 namespace project::metadata::detail {
 
+/// What may not read back as it was written is looked at well below the limits of libxml2: 50,000 bytes for a name,
+/// 10,000,000 for a start tag, to which each unit of a text gives 6 at most.
+constexpr std::size_t longName = 10'000;
+constexpr std::size_t longTag = 1'000'000;
+
+/// Whether a reader may refuse the name, or take it for one in a namespace.
+inline bool isDoubtfulName(std::u16string_view name) {
+    return name.size() > longName || name.find(u':') != std::u16string_view::npos;
+}
+
+/// The same for the key of an attribute.
+inline bool isDoubtfulKey(std::u16string_view key) {
+    return isDoubtfulName(key) || key == u"xmlns";
+}
+
 class TreeFormatter : private XmlSink {
 public:
     /// @param out takes the bytes, block by block; its state tells about failures
@@ -24,6 +39,9 @@ public:
     /// Writes a whole document. See `writeToFile`.
     void write(const MetadataNode& root, bool compactEnding);
     void write(const std::function<void(XmlSink& sink)>& tell, bool compactEnding);
+
+    /// Whether what was written does, see `project::metadata::needsProof`.
+    bool needsProof() const noexcept { return needsProof_; }
 
 private:
     void begin(const std::u16string& name) override;
@@ -51,6 +69,7 @@ private:
 
     std::ostream& out_;
     std::string bytes_;  ///< formed, but not yet written
+    bool needsProof_ = false;
     // What was told of elements that have not ended:
     std::vector<Open> open_;
     std::vector<std::pair<std::u16string, std::u16string>> attributes_;  ///< of the last one, until it has a child
