@@ -78,13 +78,13 @@ void requireFeasible(const pm::MetadataManager& store, const host::Path& root, c
         requireWritableFiles(*lister, change);
     constexpr int depthInFile = 2;
     for (const auto& [path, node] : change.nodes) {
-        store_support::requireSteps(path, folder);
+        store_support::requireStorable(path, folder);
         if (node)
             store_support::requireReadable(*node, depthInFile, folder);
     }
     if (change.paths) {
         for (const pm::MetadataPath& path : *change.paths)
-            store_support::requireSteps(path, folder);
+            store_support::requireStorable(path, folder);
     }
 }
 

@@ -20,6 +20,9 @@ using project::metadata::raise;
 
 namespace {
 
+/// In UTF-16 units. Shorter path elements can be read back, whatever they hold.
+constexpr std::size_t longElement = 100'000;
+
 bool isXmlName(const std::u16string& text) {
     const auto isBlank = [](char16_t unit) { return unit == u' ' || unit == u'\t' || unit == u'\n' || unit == u'\r'; };
     return project::metadata::isValidKey(text) && !isBlank(text.front()) && !isBlank(text.back());
@@ -48,12 +51,19 @@ std::u16string findDifference(const MetadataNode& read, const MetadataNode& writ
 
 }  // namespace
 
-void requireSteps(const project::metadata::MetadataPath& path, const host::Path& file) {
+void requireStorable(const project::metadata::MetadataPath& path, const host::Path& file) {
     const std::size_t steps = path.getPath().size();
     if (steps > maximumSteps) {
         raise<MetadataWriteFailure>(file.text(), u"a path of " + host::fromUtf8(std::to_string(steps)) +
                                                      u" steps would be in it; no store takes more than " +
                                                      host::fromUtf8(std::to_string(maximumSteps)));
+    }
+    for (const project::metadata::PathElement& element : path.getPath()) {
+        if (element.getType().size() + element.getLocation().size() <= longElement)
+            continue;
+        project::metadata::MetadataNodeSpecification xml(pathElementName);
+        putPathElement(xml, element);
+        requireStorable(xml, file);
     }
 }
 

@@ -21,9 +21,10 @@ constexpr int maximumXmlDepth = 256;
 /// leaves room for a node in the one file of a store that nests the elements of paths.
 constexpr std::size_t maximumSteps = 250;
 
+/// Checks what all stores have to take or refuse alike: `path` has `maximumSteps` at most, and each can be read back.
 /// @param file the file to name in the error
-/// @throws project::metadata::MetadataWriteFailure if `path` has more than `maximumSteps`
-void requireSteps(const project::metadata::MetadataPath& path, const host::Path& file);
+/// @throws project::metadata::MetadataWriteFailure naming the file and what is wrong
+void requireStorable(const project::metadata::MetadataPath& path, const host::Path& file);
 
 /// Checks `node` and all nodes below it: names must be XML names, attribute keys XML names without blanks around them
 /// (a reader drops those), and nothing nested too deep.

@@ -29,7 +29,7 @@ using store_support::FolderLock;
 using store_support::getFileVersion;
 using store_support::JobRunner;
 using store_support::requireReadable;
-using store_support::requireSteps;
+using store_support::requireStorable;
 using store_support::WantedTree;
 
 namespace {
@@ -164,7 +164,7 @@ PathFileChange::Index PathFileChange::addPath(const MetadataPath& path) {
         index = find(index, element);
         if (items_[index].isThere())
             continue;
-        requireSteps(path, getFile(index));
+        requireStorable(path, getFile(index));
         items_[index].rank = makeLastRank(items_[index].parent);
         write(index);
     }
@@ -231,7 +231,7 @@ void PathFileChange::arrange(const std::vector<MetadataPath>& paths) {
     addPath(MetadataPath());
     for (const MetadataPath& path : paths) {
         if (path.getPath().size() > store_support::maximumSteps && !find(path))
-            requireSteps(path, files_.locate(path).file);
+            requireStorable(path, files_.locate(path).file);
     }
     const WantedTree wanted(paths);
     arrangeFolder(wanted, 0, rootItem);

@@ -43,7 +43,7 @@ using store_support::JobRunner;
 using store_support::readXmlFile;
 using store_support::requireMetadataType;
 using store_support::requireReadable;
-using store_support::requireSteps;
+using store_support::requireStorable;
 using store_support::XmlFile;
 
 const std::u16string& monolithicName = *new std::u16string(u"monolithic");
@@ -77,7 +77,7 @@ SharedTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) 
             tree = existing;
             continue;
         }
-        requireSteps(path, file);
+        requireStorable(path, file);
         tree = &tree->add(element);
         draft.isChanged = true;
     }
@@ -146,7 +146,7 @@ Draft arrange(const SharedTree& old, const std::vector<MetadataPath>& paths, con
                 to->node = from->node;
                 to->isUnseen = from->isUnseen;
             } else {
-                requireSteps(path, file);
+                requireStorable(path, file);
             }
         }
     }

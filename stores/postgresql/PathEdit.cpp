@@ -18,7 +18,7 @@ using project::metadata::MetadataWriteFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
 using store_support::positionGap;
-using store_support::requireSteps;
+using store_support::requireStorable;
 
 namespace {
 
@@ -114,7 +114,7 @@ void PathEdit::replaceNode(const Row& row, const NodeValue& node, const SeenChan
 NodesEdit::NodesEdit(std::vector<Entry> entries, host::Path file)
     : PathEdit(std::move(file)), entries_(std::move(entries)) {
     for (const Entry& entry : entries_) {
-        requireSteps(entry.path, this->file());
+        requireStorable(entry.path, this->file());
         ids_.push_back(getIds(entry.path));
     }
 }
@@ -239,7 +239,7 @@ Arrangement::Arrangement(const std::vector<MetadataPath>& paths, host::Path file
       parents_(wanted_.getSize()),
       keepsRootNode_(std::find(paths.begin(), paths.end(), MetadataPath()) != paths.end()) {
     for (const MetadataPath& path : paths)
-        requireSteps(path, this->file());
+        requireStorable(path, this->file());
     for (std::size_t parent = 0; parent < wanted_.getSize(); ++parent) {
         for (const std::size_t child : wanted_.getChildren(parent)) {
             ids_[child] = getChildId(ids_[parent], wanted_.getElement(child));

@@ -17,7 +17,7 @@ using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
 using store_support::arrangePositions;
 using store_support::decodeNode;
-using store_support::requireSteps;
+using store_support::requireStorable;
 using store_support::WantedTree;
 
 namespace {
@@ -71,7 +71,7 @@ bool PathEdit::setNode(const MetadataPath& path, const NodeValue& node) {
     host::Interruption::throwIfRequested();
     if (const auto id = table_.find(path))
         return replaceNode(*id, node);
-    requireSteps(path, table_.getFile());
+    requireStorable(path, table_.getFile());
     if (!isLooking())
         table_.add(path, node, batch_);
     return true;
@@ -99,7 +99,7 @@ bool PathEdit::remove(const MetadataPath& path) {
 
 bool PathEdit::arrange(const std::vector<MetadataPath>& paths) {
     for (const MetadataPath& path : paths)
-        requireSteps(path, table_.getFile());
+        requireStorable(path, table_.getFile());
     const WantedTree wanted(paths);
     std::vector<RowId> rows(wanted.getSize(), rootRow);
     std::vector<bool> isNew(wanted.getSize());

@@ -86,6 +86,11 @@ TEST_P(StoreDamageTest, RefusesWhatCouldNotBeReadBack) {
     for (const char16_t* key : {u"a", u"b", u"c"})
         longTag.put(key, std::u16string(900'000, u'"'));
     refused(longTag, "read back");
+
+    const std::string message =
+        messageOf<MetadataWriteFailure>([&] { store->addPath(path({std::u16string(2'000'000, u'"')})); });
+    EXPECT_NE(message.find("read back"), std::string::npos) << message.substr(0, 1000);
+    EXPECT_EQ(readFiles(folder_.std()), before);
 }
 
 // Files that others have written may hold what a reader takes and a writer cannot say, and stay as they are until that
@@ -137,8 +142,9 @@ TEST_P(StoreDamageTest, KeepsTheDeepestTreeThatCanBeReadBack) {
     // Names with colons and long texts are fine as long as they read back.
     MetadataNodeSpecification node(u"ns:name");
     node.put(u"ns:key", std::u16string(2'000'000, u'\u00E4'));
-    store->setNode(path({u"b"}), node);
-    EXPECT_EQ(describe(*open()->getNode(path({u"b"}))), describe(node));
+    const MetadataPath longPath = path({std::u16string(2'000'000, u'b')});
+    store->setNode(longPath, node);
+    EXPECT_EQ(describe(*open()->getNode(longPath)), describe(node));
 }
 
 TEST_P(StoreDamageTest, DamagedCoreFileIsNamedAndLeftAlone) {
