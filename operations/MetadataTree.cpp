@@ -66,9 +66,10 @@ void fill(PathTree& tree, const pm::MetadataManager& store, const pm::MetadataPa
 /// @param root for the error sentence
 MetadataTree readStore(const pm::MetadataManager& store, const host::Path& root, Progress& progress) {
     if (findLoss(store)) {
-        throw OperationError(ErrorKind::failure, "The metadata of " + quoted(root) +
-                                                     " is damaged, and what cannot be read would pass for removed; see "
-                                                     "\"project-metadata check\"");
+        throw OperationError(ErrorKind::failure,
+                             "The metadata of " + quoted(root) +
+                                 " is damaged, and what is not read of it would pass for removed; see "
+                                 "\"project-metadata check\"");
     }
     return {TreeForm::project, readPaths(store, progress)};
 }

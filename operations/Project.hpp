@@ -48,7 +48,7 @@ std::unique_ptr<project::metadata::MetadataManager> openIdleProject(const host::
 /// @throws whatever the store throws
 std::vector<project::metadata::MetadataDamage> findDamage(const project::metadata::MetadataManager& store);
 
-/// The first damage by which something is out of reach, so that it would pass for removed; no value if there is none.
+/// The first damage by which something is not read, so that it would pass for removed; no value if there is none.
 /// @throws whatever the store throws
 std::optional<project::metadata::MetadataDamage> findLoss(const project::metadata::MetadataManager& store);
 

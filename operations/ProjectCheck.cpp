@@ -185,7 +185,9 @@ private:
         const bool isCoreFile = damage.file == location_.getCoreFile();
         const bool isPathFile = !isCoreFile && pm::ends_with(damage.file.text(), extension);
         Remedy remedy = Remedy::none;
-        if (isPathFile)
+        if (damage.isForeign)
+            remedy = Remedy::none;  // only who wrote it knows what it is worth
+        else if (isPathFile)
             remedy = isMissing ? Remedy::giveBack : Remedy::moveAside;
         else if (isCoreFile && !type_)
             remedy = Remedy::renew;  // a store that has been opened all the same has its paths elsewhere

@@ -70,14 +70,14 @@ private:
 
     /// Metadata is less than XML: some characters, many levels and what entities make large are none.
     void readAsMetadata() {
-        std::vector<pm::RefusedAttribute> refused;
+        pm::LeftOut leftOut;
         try {
-            pm::readFromFile(file_, refused);
+            pm::readFromFile(file_, leftOut);
         } catch (const pm::MetadataReadFailure& error) {
             if (!hasError_)
                 add(0, store_support::getReadProblem(error));
         }
-        for (const pm::RefusedAttribute& attribute : refused) {
+        for (const pm::RefusedAttribute& attribute : leftOut.refused) {
             const std::u16string name = u"\"" + attribute.key + u"\" is none that metadata can hold";
             add(attribute.line,
                 attribute.isKeyRefused ? u"the attribute name " + name : u"the value of the attribute " + name);

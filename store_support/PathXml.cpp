@@ -116,6 +116,21 @@ private:
     std::vector<SharingElement*> open_;
 };
 
+std::u16string describeAttribute(const std::u16string& key, const MetadataNode& xml) {
+    return u"an attribute \"" + key + u"\" of <" + xml.getName() + u">";
+}
+
+/// Whether `xml` says `key` of a path element, and not in an escaped form besides.
+bool isRead(const std::u16string& key, const MetadataNode& xml) {
+    for (const std::u16string* const own : {&typeKey, &locationKey}) {
+        if (key == *own)
+            return xml.get(escapedPrefix + key).empty();
+        if (key.size() == escapedPrefix.size() + own->size() && key == escapedPrefix + *own)
+            return true;
+    }
+    return false;
+}
+
 /// An absent attribute is the empty text.
 std::u16string getText(const MetadataNode& xml, const std::u16string& key, const host::Path& file) {
     const std::u16string& escaped = xml.get(escapedPrefix + key);
@@ -150,6 +165,23 @@ PathElement getPathElement(const MetadataNode& xml, const host::Path& file) {
                                    u"it holds <" + xml.getName() + u"> where <" + pathElementName + u"> is expected");
     }
     return {getText(xml, typeKey, file), getText(xml, locationKey, file)};
+}
+
+std::u16string findForeign(const MetadataNode& xml, std::initializer_list<std::u16string_view> moreKeys,
+                           bool mayHavePaths) {
+    const bool isPath = xml.getName() == pathElementName;
+    for (const std::u16string& key : xml.getAttributeKeys()) {
+        if (std::find(moreKeys.begin(), moreKeys.end(), key) == moreKeys.end() && !(isPath && isRead(key, xml)))
+            return describeAttribute(key, xml);
+    }
+    for (const auto& child : xml.getChildNodes()) {
+        const bool isNode = child->getName() == nodeElementName;
+        if (!isNode && !mayHavePaths)
+            return u"<" + child->getName() + u"> in <" + xml.getName() + u">";
+        if (const auto keys = isNode ? child->getAttributeKeys() : std::vector<std::u16string>(); !keys.empty())
+            return describeAttribute(keys.front(), *child);
+    }
+    return {};
 }
 
 void putNode(MetadataNode& xml, const MetadataNode* node) {

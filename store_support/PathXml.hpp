@@ -14,8 +14,10 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
@@ -41,6 +43,12 @@ void putPathElement(project::metadata::XmlSink& xml, const project::metadata::Pa
 
 /// @throws project::metadata::MetadataReadFailure naming `file`, if `xml` does not name a path element
 project::metadata::PathElement getPathElement(const project::metadata::MetadataNode& xml, const host::Path& file);
+
+/// What `xml`, the element of a project or of a path, or its "Node", holds that no store writes there, in words: an
+/// attribute that is not of a path element, nor one of `moreKeys`; or a child that is no "Node", unless it
+/// `mayHavePaths`, of which the caller reads all other children. Empty if there is nothing.
+std::u16string findForeign(const project::metadata::MetadataNode& xml,
+                           std::initializer_list<std::u16string_view> moreKeys, bool mayHavePaths);
 
 /// Adds a copy of `node`, unless it is null.
 void putNode(project::metadata::MetadataNode& xml, const project::metadata::MetadataNode* node);

@@ -34,6 +34,10 @@ std::u16string getReadProblem(const project::metadata::MetadataReadFailure& erro
     return cause.empty() ? u"it is no well-formed XML" : cause;
 }
 
+std::u16string describeLoss(const std::u16string& what) {
+    return u"it holds " + what + u", which would get lost when it is written again";
+}
+
 void reportDamage(const project::metadata::MetadataDamage& damage) {
     if (project::metadata::tellDamage(damage))
         return;

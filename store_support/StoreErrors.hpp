@@ -26,6 +26,9 @@ void requireWritable(const host::Path& path);
 /// What is wrong with a file, for the `error` that came of reading it while the system did its part.
 std::u16string getReadProblem(const project::metadata::MetadataReadFailure& error);
 
+/// What is wrong with a file that holds `what`, which no store would write.
+std::u16string describeLoss(const std::u16string& what);
+
 /// Tells the library's sink of `damage`; without one, logs a warning.
 void reportDamage(const project::metadata::MetadataDamage& damage);
 

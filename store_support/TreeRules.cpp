@@ -28,18 +28,16 @@ bool isXmlName(const std::u16string& text) {
     return project::metadata::isValidKey(text) && !isBlank(text.front()) && !isBlank(text.back());
 }
 
-/// What of `written` is not the same in `read`; empty if all is. Texts are compared as they can be written: unpaired
-/// surrogates do not survive.
+/// What of `written` is not the same in `read`; empty if all is.
 std::u16string findDifference(const MetadataNode& read, const MetadataNode& written) {
-    const auto rewritten = [](const std::u16string& text) { return host::fromUtf8(host::toUtf8(text)); };
     std::u16string element = u"<" + written.getName() + u">";
     const auto keys = written.getAttributeKeys();
     for (const std::u16string& key : keys) {
-        if (read.get(key) != rewritten(written.get(key)))
+        if (read.get(key) != written.get(key))
             return u"the attribute \"" + key + u"\" of " + element;
     }
     const auto& children = written.getChildNodes();
-    if (read.getName() != rewritten(written.getName()) || read.getAttributeKeys() != keys ||
+    if (read.getName() != written.getName() || read.getAttributeKeys() != keys ||
         read.getChildNodes().size() != children.size())
         return element;
     for (std::size_t i = 0; i < children.size(); ++i) {
@@ -93,6 +91,10 @@ void requireReadable(const MetadataNode& node, int depth, const host::Path& file
             raise<MetadataWriteFailure>(
                 file.text(), u"the attribute key \"" + key + u"\" has blanks around it, which would get lost");
         }
+        if (!survivesXml(node.get(key))) {
+            raise<MetadataWriteFailure>(file.text(), u"the value of \"" + key + u"\" of <" + node.getName() +
+                                                         u"> has a surrogate without a partner, which XML cannot hold");
+        }
     }
     for (const auto& child : node.getChildNodes())
         requireReadable(*child, depth + 1, file);
@@ -108,10 +110,9 @@ void requireReadsBack(const MetadataNode& node, const host::Path& writtenFile, c
                                     u"long, or its names use the namespaces of XML wrongly");
     }
     if (!difference.empty()) {
-        raise<MetadataWriteFailure>(file.text(),
-                                    difference +
-                                        u" would read back differently, as XML has names with colons and \"xmlns\" for "
-                                        u"namespaces");
+        raise<MetadataWriteFailure>(
+            file.text(),
+            difference + u" would read back differently, as XML cannot hold it or takes it for a namespace");
     }
 }
 

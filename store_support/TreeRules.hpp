@@ -27,7 +27,7 @@ constexpr std::size_t maximumSteps = 250;
 void requireStorable(const project::metadata::MetadataPath& path, const host::Path& file);
 
 /// Checks `node` and all nodes below it: names must be XML names, attribute keys XML names without blanks around them
-/// (a reader drops those), and nothing nested too deep.
+/// (a reader drops those), values what XML keeps, and nothing nested too deep.
 ///
 /// @param depth how many elements will lie above `node` in its file
 /// @param file the file it is to be written to, for the error

@@ -38,37 +38,43 @@ std::u16string findProblem(const struct stat& status) {
     return isTooLarge ? u"it is too large" : getIrregularity(status);
 }
 
-void parseAroundRefused(const Path& file, XmlExtent extent, XmlFile& result) {
-    std::vector<RefusedAttribute> refused;
+void parseTree(const Path& file, XmlExtent extent, XmlFile& result) {
+    project::metadata::LeftOut leftOut;
     try {
-        result.root = project::metadata::readFromFile(file, refused);
+        result.root = project::metadata::readFromFile(file, leftOut);
     } catch (const MetadataReadFailure& error) {
         result.problem = getReadProblem(error);
     }
-    for (const RefusedAttribute& attribute : refused)
+    for (const RefusedAttribute& attribute : leftOut.refused)
         result.lacks.push_back({attribute.node, describe(attribute)});
-    if (extent != XmlExtent::aroundRefused && !refused.empty()) {
+    if (extent != XmlExtent::aroundRefused && !result.lacks.empty()) {
         result.root = nullptr;
         result.problem = result.lacks.front().problem;
         result.lacks.clear();
     }
+    if (!leftOut.passedOver.empty())
+        result.foreign = describeLoss(leftOut.passedOver);
 }
 
-void parse(const Path& file, XmlExtent extent, XmlFile& result) {
-    using project::metadata::readFromFile;
-    using project::metadata::readRootFromFile;
-    result.root = nullptr;
-    result.problem.clear();
-    result.lacks.clear();
+void parseRoot(const Path& file, XmlFile& result) {
     try {
-        result.root = extent == XmlExtent::rootOnly ? readRootFromFile(file) : readFromFile(file);
+        result.root = project::metadata::readRootFromFile(file);
     } catch (const MetadataReadFailure& error) {
         result.problem = getReadProblem(error);
     } catch (const PutMetadataKeyFailure&) {
-        parseAroundRefused(file, extent, result);
+        parseTree(file, XmlExtent::rootOnly, result);
     } catch (const PutMetadataValueFailure&) {
-        parseAroundRefused(file, extent, result);
+        parseTree(file, XmlExtent::rootOnly, result);
     }
+}
+
+/// Reads what `result` is to say but for its version.
+void parse(const Path& file, XmlExtent extent, XmlFile& result) {
+    result = {result.version, nullptr, {}, {}, {}};
+    if (extent == XmlExtent::rootOnly)
+        parseRoot(file, result);
+    else
+        parseTree(file, extent, result);
 }
 
 /// The reader does not say whether the system let it down, so this goes the same way once more.

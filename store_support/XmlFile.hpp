@@ -29,6 +29,7 @@ struct XmlFile {
     std::shared_ptr<project::metadata::MetadataNode> root;  ///< null if there is no such file, or it is damaged
     std::u16string problem;                                 ///< why it is damaged, in words
     std::vector<Lack> lacks;  ///< what the tree lacks, in the order of the file, for `XmlExtent::aroundRefused`
+    std::u16string foreign;   ///< what else it lacks of the whole file, in words, see `describeLoss`; empty if nothing
 };
 
 enum class XmlExtent {

@@ -25,9 +25,11 @@ std::map<std::string, std::shared_ptr<MetadataNode>> doubtfulNodes() {
         {"a node of 1,000 levels", nested(1000)},
         {"a node with a bad child", nested(1)},
         {"a node with blanks around a key", nested(1)},
-        {"a node with attributes of 18,000,000 bytes", nested(1)}};
+        {"a node with attributes of 18,000,000 bytes", nested(1)},
+        {"a value with a surrogate that has no partner", nested(1)}};
     nodes["a node with a bad child"]->createChildNode(u"1").createChildNode();
     nodes["a node with blanks around a key"]->put(u" key ", u"1");
+    nodes["a value with a surrogate that has no partner"]->put(u"key", {u'a', 0xD800});
     for (const char16_t* key : {u"a", u"b", u"c"})
         nodes["a node with attributes of 18,000,000 bytes"]->put(key, std::u16string(1'000'000, u'"'));
     return nodes;

@@ -16,6 +16,8 @@ struct MetadataDamage {
     std::u16string problem;  ///< what is wrong with it, in words
     /// Whether nothing is out of reach by it: the path reads as a branch, and what is below it as ever.
     bool readsAsBranch = false;
+    /// Whether all metadata in it is read as ever. It holds something else, and is not overwritten.
+    bool isForeign = false;
 };
 
 /// Learns of damage. Called on the thread that uses the store, also by several at once; must not throw.

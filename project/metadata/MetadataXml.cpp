@@ -70,24 +70,23 @@ void makeWritable(const host::Path& path) {
         raise<ReadOnlyMetadataFailure>(path.text());
 }
 
-std::unique_ptr<MetadataNode> readEitherWay(const host::Path& file, detail::Extent extent,
-                                            std::vector<RefusedAttribute>* refused) {
+std::unique_ptr<MetadataNode> readEitherWay(const host::Path& file, detail::Extent extent, LeftOut* leftOut) {
     host::InputFileStream stream(file.accessName(), std::ios::in | std::ios::binary);
     std::error_code code;
     // What is no regular file can be read only once.
-    if (!refused && std::filesystem::is_regular_file(file.accessName(), code)) {
-        detail::PlainDocument document = detail::parsePlainDocument(stream, extent);
+    if (std::filesystem::is_regular_file(file.accessName(), code)) {
+        const auto rest = leftOut ? detail::Rest::isObstacle : detail::Rest::isPassedOver;
+        detail::PlainDocument document = detail::parsePlainDocument(stream, extent, rest);
         if (document.obstacle == detail::Obstacle::none)
             return std::move(document.root);
         stream.clear();
         stream.seekg(0);
     }
-    return detail::readWithTextReader(stream, file, extent, refused);
+    return detail::readWithTextReader(stream, file, extent, leftOut);
 }
 
-/// @param refused as for the text reader
-std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent,
-                                   std::vector<RefusedAttribute>* refused = nullptr) {
+/// @param leftOut as for the text reader
+std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent, LeftOut* leftOut = nullptr) {
     initialiseXml();
     if (isCutOff(file))
         raise<MetadataReadFailure>(file.text(), getCauseMessage());
@@ -95,7 +94,7 @@ std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent
     std::unique_ptr<MetadataNode> tree;
     std::exception_ptr failure;
     try {
-        tree = readEitherWay(file, extent, refused);
+        tree = readEitherWay(file, extent, leftOut);
     } catch (...) {
         failure = std::current_exception();
     }
@@ -152,8 +151,8 @@ std::unique_ptr<MetadataNode> readFromFile(const host::Path& file) {
     return read(file, detail::Extent::wholeTree);
 }
 
-std::unique_ptr<MetadataNode> readFromFile(const host::Path& file, std::vector<RefusedAttribute>& refused) {
-    return read(file, detail::Extent::wholeTree, &refused);
+std::unique_ptr<MetadataNode> readFromFile(const host::Path& file, LeftOut& leftOut) {
+    return read(file, detail::Extent::wholeTree, &leftOut);
 }
 
 std::unique_ptr<MetadataNode> readPlainBytes(std::string_view bytes) {

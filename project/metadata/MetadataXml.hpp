@@ -81,15 +81,23 @@ struct RefusedAttribute {
     bool isKeyRefused;  ///< otherwise the value is
 };
 
-/// Reads the tree in `file` without the attributes that a node refuses, which are added to `refused` in the order of
-/// the file. What is read this way must not replace the file: it is less than what was there.
+/// What a file holds and its tree does not. A value type.
+struct LeftOut {
+    std::vector<RefusedAttribute> refused;  ///< in the order of the file
+
+    /// The first of what is neither element nor attribute, in words and with its line, such as "a comment in line 3";
+    /// empty if there is none. Blanks between elements do not count.
+    std::u16string passedOver;
+};
+
+/// Reads the tree in `file` without the attributes that a node refuses, and says what is left out. Unless that is
+/// nothing, what is read this way must not replace the file: it is less than what was there.
 ///
 /// @return the root, a `MetadataNodeSpecification`; never null
 /// @throws MetadataReadFailure as `readFromFile`
-PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readFromFile(const host::Path& file,
-                                                                   std::vector<RefusedAttribute>& refused);
+PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readFromFile(const host::Path& file, LeftOut& leftOut);
 
-/// Reads the tree in `bytes`, the content of a file, if it is a plain one.
+/// Reads the tree in `bytes`, the content of a file, if it is a plain one, and all that it holds.
 ///
 /// @return the same as `readFromFile`; null if only that can tell what the file means, or what is wrong with it
 PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readPlainBytes(std::string_view bytes);

@@ -4,7 +4,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/WholeFile.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
-#include "stores/fixed_path/PathFiles.hpp"
+#include "stores/fixed_path/PathFile.hpp"
 
 namespace stores::fixed_path {
 

@@ -40,7 +40,7 @@ void FixedPathManager::removePath(const MetadataPath& path) {
 std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path) const {
     const PathFiles::Place& place = files_.locate(path);
     const PathFilePtr content = read(place, Extent::whole);
-    if (!content || (!content->node && content->damage.empty()))
+    if (!content || (!content->node && !content->isBroken()))
         return nullptr;
     if (!content->node)
         project::metadata::raise<project::metadata::MetadataReadFailure>(place.file.text(), content->damage);

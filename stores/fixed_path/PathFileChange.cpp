@@ -37,9 +37,13 @@ namespace {
 /// How many elements lie above a node in its file: the path's own and "Node".
 constexpr int nodeDepth = 2;
 
-[[noreturn]] void raiseDamage(const Path& file, const std::u16string& damage) {
-    raise<MetadataWriteFailure>(file.text(),
-                                u"it is damaged, and neither overwritten nor removed before it is repaired: " + damage);
+/// @param content what the file says that is in the way; null if it has gone since
+[[noreturn]] void raiseDamage(const Path& file, const PathFilePtr& content) {
+    const std::u16string damage = content ? content->damage : u"";
+    raise<MetadataWriteFailure>(
+        file.text(), content && content->isForeign
+                         ? damage
+                         : u"it is damaged, and neither overwritten nor removed before it is repaired: " + damage);
 }
 
 /// Whether the file tells which path it belongs to.
@@ -140,8 +144,7 @@ void PathFileChange::write(Index index) {
     Item& item = items_[index];
     if (item.isDamaged) {
         const Path file = getFile(index);
-        const PathFilePtr content = files_.readForChange(file, Extent::place);
-        raiseDamage(file, content ? content->damage : u"");
+        raiseDamage(file, files_.readForChange(file, Extent::place));
     }
     if (!item.isWritten)
         writes_.push_back(index);
@@ -203,7 +206,7 @@ void PathFileChange::removeFile(const Path& file) {
     if (!now)
         return;
     if (!now->damage.empty())
-        raiseDamage(file, now->damage);
+        raiseDamage(file, now);
     removals_.push_back({file, now->version});
 }
 
@@ -280,7 +283,7 @@ void PathFileChange::arrangeChildren(const WantedTree& wanted, WantedTree::Index
         const PathElement& element = wanted.getElement(child);
         const PathFilePtr now = files_.readForChange(folder / nodeFileName(element), Extent::place);
         // The place of a damaged one is the last.
-        if (now && !now->damage.empty())
+        if (now && now->isBroken())
             continue;
         ranks.push_back(now ? std::optional(now->rank) : std::nullopt);
         siblings.push_back({&element, ranks.back()});

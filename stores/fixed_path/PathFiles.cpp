@@ -53,24 +53,16 @@ using store_support::Descriptor;
 using store_support::FileVersion;
 using store_support::findStatus;
 using store_support::getFileVersion;
-using store_support::getPathElement;
 using store_support::getReadProblem;
 using store_support::isFolder;
 using store_support::listNames;
 using store_support::makeFileVersion;
-using store_support::pathElementName;
-using store_support::projectElementName;
-using store_support::putNode;
-using store_support::putPathElement;
 using store_support::readXmlFile;
 using store_support::toNanoseconds;
 using store_support::XmlFile;
 
-const std::u16string& fixedPathName = *new std::u16string(u"fixedPath");
-
 namespace {
 
-const std::u16string& rankKey = *new std::u16string(u"Rank");
 const std::u16string& missing = *new std::u16string(u"it is missing, while there are paths below it");
 
 /// The extension of node files as the system knows it; made when it is first asked for, after what it is made of.
@@ -142,81 +134,12 @@ void requireName(const Path& file, const std::u16string& name) {
     }
 }
 
-/// Empty if there is none.
-Rank getRank(const MetadataNode& xml) {
-    const std::u16string& rank = xml.get(rankKey);
-    return isRank(rank) ? rank : Rank();
-}
-
-/// About as much memory as `content` takes.
-std::size_t estimateBytes(const PathFile& content) {
-    constexpr std::size_t place = 400;
-    constexpr std::size_t nodeToFile = 3;
-    return place + (content.node ? nodeToFile * static_cast<std::size_t>(content.version.size) : 0);
-}
-
 /// Whether `content` says what is to be found out.
 bool isEnough(const PathFilePtr& content, Extent extent) {
     return content && (extent == Extent::place || !content->hasNode || content->node);
 }
 
-std::size_t hashName(const Path& file) {
-    const std::u16string_view text = file.text();
-    return std::hash<std::u16string_view>()(text.substr(text.rfind(u'/') + 1));
-}
-
 }  // namespace
-
-PathFilePtr PathFileCache::find(const Path& file, const FileVersion& version) {
-    const auto isIt = [&](const Entry& entry) {
-        return entry.content->version == version && entry.nameHash == hashName(file);
-    };
-    const auto young = young_.find(version.inode);
-    if (young != young_.end())
-        return isIt(young->second) ? young->second.content : nullptr;
-    const auto old = old_.find(version.inode);
-    if (old == old_.end() || !isIt(old->second))
-        return nullptr;
-    PathFilePtr content = old->second.content;
-    makeRoom(*content);
-    young_.insert(old_.extract(version.inode));
-    return content;
-}
-
-PathFilePtr PathFileCache::findAnyVersion(std::uint64_t inode) const {
-    for (const Entries* entries : {&young_, &old_}) {
-        const auto entry = entries->find(inode);
-        if (entry != entries->end())
-            return entry->second.content;
-    }
-    return nullptr;
-}
-
-void PathFileCache::insert(const Path& file, PathFilePtr content) {
-    const std::uint64_t inode = content->version.inode;
-    erase(inode);
-    makeRoom(*content);
-    young_.emplace(inode, Entry{std::move(content), hashName(file)});
-}
-
-void PathFileCache::erase(std::uint64_t inode) {
-    const auto young = young_.find(inode);
-    if (young != young_.end()) {
-        youngBytes_ -= estimateBytes(*young->second.content);
-        young_.erase(young);
-    } else {
-        old_.erase(inode);
-    }
-}
-
-void PathFileCache::makeRoom(const PathFile& content) {
-    constexpr std::size_t maximumBytes = std::size_t{200} << 20U;
-    if (youngBytes_ > maximumBytes) {
-        old_ = std::exchange(young_, {});
-        youngBytes_ = 0;
-    }
-    youngBytes_ += estimateBytes(content);
-}
 
 PathFiles::PathFiles(Path folder)
     : folder_(std::move(folder)),
@@ -299,7 +222,7 @@ PathFilePtr PathFiles::readAnew(const Path& file, const struct stat& status) con
         return nullptr;
     auto content = std::make_shared<const PathFile>(interpret(file, xml));
     if (!content->damage.empty())
-        store_support::reportDamage({file, content->damage});
+        store_support::reportDamage({file, content->damage, false, content->isForeign});
     // What was there in the beginning is known. It still is if only its permissions or names are new.
     const auto before = cache_.findAnyVersion(content->version.inode);
     if (before && content->version.changed > beginning_ && before->version.changed <= beginning_ &&
@@ -319,6 +242,10 @@ PathFile PathFiles::interpret(const Path& file, const XmlFile& xml) const {
             if (!isRoot)
                 requireName(file, nodeFileName(read.element));
             content = std::move(read);
+            if (content.damage.empty()) {
+                content.damage = xml.foreign;
+                content.isForeign = !xml.foreign.empty();
+            }
         }
     } catch (const MetadataReadFailure& error) {
         content.damage = getReadProblem(error);
@@ -427,7 +354,7 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
         try {
             const PathFilePtr content = read(file, Extent::place);
             if (content && !content->damage.empty())
-                damage[file] = {file, content->damage};
+                damage[file] = {file, content->damage, false, content->isForeign};
         } catch (const MetadataReadFailure& error) {
             damage[file] = {file, getReadProblem(error)};
         }
@@ -470,41 +397,6 @@ bool PathFiles::isOurs(const Path& folder) const {
 void PathFiles::markOurs(const Path& folder) {
     if (const auto version = getFileVersion(folder))
         ours_.insert_or_assign(folder.text(), version->changed);
-}
-
-bool isCoreFile(const MetadataNode& root) {
-    return root.getName() == projectElementName && root.get(project::metadata::metadataTypeKey()) == fixedPathName;
-}
-
-bool isPathFile(const MetadataNode& root) {
-    return isCoreFile(root) || root.getName() == pathElementName;
-}
-
-PathFile fromXml(const MetadataNode& xml, bool isRoot, const Path& file) {
-    PathFile content;
-    if (!isRoot) {
-        content.element = getPathElement(xml, file);
-        content.rank = getRank(xml);
-        content.damage = content.rank.empty() ? u"its " + rankKey + u" is missing or invalid" : u"";
-    }
-    content.node = store_support::getNode(xml, file);
-    return content;
-}
-
-void tellXml(const PathFile& content, bool isRoot, project::metadata::XmlSink& sink) {
-    sink.begin(isRoot ? projectElementName : pathElementName);
-    if (isRoot) {
-        sink.put(project::metadata::metadataTypeKey(), fixedPathName);
-    } else {
-        putPathElement(sink, content.element);
-        sink.put(rankKey, content.rank);
-    }
-    putNode(sink, content.node);
-    sink.end();
-}
-
-std::shared_ptr<const MetadataNode> toXml(const PathFile& content, bool isRoot) {
-    return store_support::makeNodes([&](project::metadata::XmlSink& sink) { tellXml(content, isRoot, sink); });
 }
 
 }  // namespace stores::fixed_path

@@ -5,10 +5,8 @@
 
 #include <sys/stat.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -16,62 +14,17 @@
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
-#include "project/metadata/MetadataNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
-#include "project/metadata/MetadataXml.hpp"
 #include "store_support/FileVersion.hpp"
 #include "store_support/XmlFile.hpp"
+#include "stores/fixed_path/PathFile.hpp"
+#include "stores/fixed_path/PathFileCache.hpp"
 #include "stores/fixed_path/Rank.hpp"
 
 namespace stores::fixed_path {
 
-extern const std::u16string& fixedPathName;
-
-/// What the file of a path says. The root path has neither element nor rank, and its file is the core file. A damaged
-/// file has the element that its name tells, if it does, and what else could be read.
-struct PathFile {
-    project::metadata::PathElement element{{}, {}};
-    Rank rank;                                                    ///< empty if it is unknown
-    std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch, or if it was left out
-    std::u16string damage;                                        ///< what is wrong with the file, in words
-    store_support::FileVersion version{};                         ///< the one that says so
-    bool hasNode = false;                                         ///< whether the file has a node
-};
-
-using PathFilePtr = std::shared_ptr<const PathFile>;
-
 /// What is to be found out of a file: everything, or all but its node, which is left out where that saves reading.
 enum class Extent { whole, place };
-
-/// What was read or written last. It forgets what was not asked for since, so as to take some 400 MB at most.
-///
-/// Files are told apart by their inodes: that takes less memory than their names.
-class PathFileCache {
-public:
-    /// What the file `file` says in the version `version`, null if that is not known.
-    PathFilePtr find(const host::Path& file, const store_support::FileVersion& version);
-
-    /// What the file with that inode said last, under any name; null if that is not known.
-    PathFilePtr findAnyVersion(std::uint64_t inode) const;
-
-    void insert(const host::Path& file, PathFilePtr content);
-    void erase(std::uint64_t inode);
-
-private:
-    struct Entry {
-        PathFilePtr content;
-        std::size_t nameHash;  // of the name in its folder, which has to fit the content
-    };
-    using Entries = std::unordered_map<std::uint64_t, Entry>;  // by the inode
-
-    void makeRoom(const PathFile& content);
-
-    // When there are enough of the young ones, they become the old ones, and the old ones go. An old one that is asked
-    // for becomes young again.
-    Entries young_;
-    Entries old_;
-    std::size_t youngBytes_ = 0;
-};
 
 /// What is read is kept, up to a limit; a file that has changed on disk since is read again. Damage is logged when it
 /// is read.
@@ -187,21 +140,5 @@ private:
     mutable std::unordered_set<store_support::FileVersion, store_support::FileVersionHash> seen_;
     std::unordered_map<std::u16string, std::int64_t> ours_;  // by the folder's text: when this store changed it last
 };
-
-/// Whether `root` is the root of a "fixedPath" store's core file.
-bool isCoreFile(const project::metadata::MetadataNode& root);
-
-/// Whether `root` is the root of a core file or of another path's file, damaged or not.
-bool isPathFile(const project::metadata::MetadataNode& root);
-
-/// What `file` with the root `xml` says, `isRoot` for the core file. Its name is not looked at.
-/// @throws project::metadata::MetadataReadFailure naming `file`, if it does not name a path, or not its one node
-PathFile fromXml(const project::metadata::MetadataNode& xml, bool isRoot, const host::Path& file);
-
-/// Tells `sink` the file that says `content`, `isRoot` for the core file. Its node must not be left out.
-void tellXml(const PathFile& content, bool isRoot, project::metadata::XmlSink& sink);
-
-/// The root node of that file. Shares the node of the path.
-std::shared_ptr<const project::metadata::MetadataNode> toXml(const PathFile& content, bool isRoot);
 
 }  // namespace stores::fixed_path

@@ -294,6 +294,8 @@ SharedTree& MonolithicManager::load() const {
     SharedTree tree;
     if (xml.root)
         tree = fromXml(*xml.root, Elements::go, xml.lacks, file_, damage);
+    if (!xml.foreign.empty())
+        damage.push_back({file_, xml.foreign, false, true});
     if (tree_ || hasLostSight_)
         markUnseen(tree, tree_ ? &*tree_ : nullptr);
     std::for_each(damage.begin(), damage.end(), store_support::reportDamage);
@@ -305,10 +307,11 @@ SharedTree& MonolithicManager::load() const {
 }
 
 void MonolithicManager::requireSound() const {
-    if (!damage_.empty()) {
-        raise<MetadataWriteFailure>(
-            file_.text(), u"it is damaged, and not overwritten before it is repaired: " + damage_.front().problem);
-    }
+    if (damage_.empty())
+        return;
+    const auto& [file, problem, readsAsBranch, isForeign] = damage_.front();
+    raise<MetadataWriteFailure>(
+        file.text(), isForeign ? problem : u"it is damaged, and not overwritten before it is repaired: " + problem);
 }
 
 void MonolithicManager::save(Draft draft, FolderLock& lock) {

@@ -73,6 +73,11 @@ public:
                     tree.node = node;
             },
             &tree);
+        const bool isRoot = xml.getName() == projectElementName;
+        const auto foreign = isRoot ? store_support::findForeign(xml, {project::metadata::metadataTypeKey()}, true)
+                                    : store_support::findForeign(xml, {}, true);
+        if (!foreign.empty())
+            damage_.push_back({file_, store_support::describeLoss(foreign), false, true});
         // All that is read from files is of this type.
         auto children = elements_ == Elements::go ? dynamic_cast<MetadataNodeSpecification&>(xml).takeChildNodes()
                                                   : xml.getChildNodes();

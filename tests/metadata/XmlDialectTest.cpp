@@ -2,7 +2,9 @@
 /// text writer writes it.
 #include <libxml/xmlwriter.h>
 
+#include <cstdio>
 #include <map>
+#include <utility>
 
 #include "host/XmlText.hpp"
 #include "project/metadata/AttributeRules.hpp"
@@ -40,10 +42,10 @@ std::string writeByTextWriter(const MetadataNode& root) {
     return reinterpret_cast<const char*>(xmlBufferContent(bytes.get()));
 }
 
-detail::PlainDocument parsePlain(const std::filesystem::path& file) {
+detail::PlainDocument parsePlain(const std::filesystem::path& file, detail::Rest rest = detail::Rest::isPassedOver) {
     const detail::SilentXml silent;
     host::InputFileStream stream(file, std::ios::binary);
-    return detail::parsePlainDocument(stream, detail::Extent::wholeTree);
+    return detail::parsePlainDocument(stream, detail::Extent::wholeTree, rest);
 }
 
 }  // namespace
@@ -67,6 +69,39 @@ TEST(XmlDialectTest, everyDocumentIsReadAsTheTextReaderReadsIt) {
         EXPECT_GE(acceptedCount, group.acceptedCount) << group.name;
         EXPECT_LE(acceptedCount, group.acceptedCount + group.undecidedCount) << group.name;
     }
+}
+
+TEST(XmlDialectTest, whatIsNeitherElementNorAttributeIsNoted) {
+    const TempFolder folder;
+    const std::string file = folder / "file.xml";
+    std::map<std::pair<bool, bool>, int> counts;  // by whether there is any, and by whether the fast way was taken
+    for (const XmlGroup& group : allXmlGroups()) {
+        for (const std::string& document : group.documents) {
+            writeBytes(file, document);
+            const std::u16string tree = readByLibrary(file, false);
+            if (tree == u"unreadable" || tree.find(u"refused") == 0)
+                continue;
+            project::metadata::LeftOut leftOut;
+            EXPECT_TRUE(render(*readFromFile(host::Path::fromAccessName(file), leftOut)) == tree);
+            EXPECT_EQ(leftOut.passedOver.empty(), !holdsMoreThanElements(file)) << document.substr(0, 300) << "\n"
+                                                                                << host::toUtf8(leftOut.passedOver);
+            EXPECT_TRUE(leftOut.refused.empty());
+            const bool isPlain = parsePlain(file, detail::Rest::isObstacle).root != nullptr;
+            EXPECT_FALSE(isPlain && holdsMoreThanElements(file)) << document.substr(0, 300);
+            ++counts[{holdsMoreThanElements(file), isPlain}];
+        }
+    }
+    for (const auto& [kind, count] : counts)
+        std::printf("%s, %s: %d documents\n", kind.first ? "more than elements" : "elements only",
+                    kind.second ? "plain" : "not plain", count);
+    EXPECT_GE((counts[{false, true}]), 20);
+    EXPECT_GT((counts[{false, false}]), 20);
+    EXPECT_GT((counts[{true, false}]), 20);
+
+    writeBytes(file, "<r>\n <s/>\n <!-- 3 --> </r><?p?>");
+    project::metadata::LeftOut leftOut;
+    readFromFile(host::Path::fromAccessName(file), leftOut);
+    EXPECT_EQ(leftOut.passedOver, u"a comment in line 3");
 }
 
 TEST(XmlDialectTest, theFastWayIsTakenByPlainDocumentsAndByNoOthers) {

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <vector>
 
 #include <libxml/tree.h>
@@ -137,6 +138,26 @@ std::u16string readByOracle(const std::string& file, bool isRootOnly) try {
     return show(*root);
 } catch (const Refusal& refusal) {
     return refusal.words;
+}
+
+bool holdsMoreThanElements(const std::string& file) {
+    const Silence silence;
+    const std::unique_ptr<xmlDoc, decltype(&xmlFreeDoc)> document(xmlReadFile(file.c_str(), nullptr, 0), xmlFreeDoc);
+    if (!document)
+        throw std::runtime_error("no XML: " + file);
+    std::vector<xmlNode*> level{document->children};
+    while (!level.empty()) {
+        xmlNode* const first = level.back();
+        level.pop_back();
+        for (xmlNode* node = first; node; node = node->next) {
+            const bool isBlank = node->type == XML_TEXT_NODE && xmlIsBlankNode(node) != 0;
+            if (node->type != XML_ELEMENT_NODE && !isBlank)
+                return true;
+            if (node->type == XML_ELEMENT_NODE)
+                level.push_back(node->children);
+        }
+    }
+    return false;
 }
 
 std::u16string readByLibrary(const std::string& file, bool isRootOnly) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "host/DiagnosticLogger.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -74,6 +76,10 @@ TEST_P(StoreDamageTest, RefusesWhatCouldNotBeReadBack) {
     node.put(u" key ", u"");
     refused(node, "blanks around it");
 
+    MetadataNodeSpecification halfCharacter;
+    halfCharacter.createChildNode().put(u"Key", {u'a', 0xDFFF});
+    refused(halfCharacter, "the value of \"Key\" of <Info> has a surrogate without a partner");
+
     // Not allowed by the namespace rules of XML, and dropped by readers.
     MetadataNodeSpecification undeclared;
     undeclared.put(u"xmlns:a", u"");
@@ -122,6 +128,53 @@ TEST(OthersFilesTest, AreNotWrittenAnewIfTheyWouldReadBackDifferently) {
             EXPECT_EQ(outline(*openStore(name, folder.path())), "b(3) a(1)");
         }
     }
+}
+
+// Who has written more into the file of a store than that writes itself does not lose it by a change of something else.
+TEST(OthersFilesTest, KeepWhatNoStoreWrites) {
+    const std::vector<std::array<std::string, 3>> cases{
+        {"<Path ", "<Path Mine=\"1\" ", "an attribute \"Mine\" of <Path>"},
+        {"<Project ", "<Project Author=\"me\" ", "an attribute \"Author\" of <Project>"},
+        {"<Node>", "<Node x=\"\">", "an attribute \"x\" of <Node>"},
+        {" Type=", " EscapedType=\"t\" Type=", "an attribute \"Type\" of <Path>"},
+        {"</Node>", "</Node><Other/>", "<Other>"},
+        {"<Node>", "<!-- why --><Node>", "a comment in line "},
+        {"<Node>", "<?why?><Node>", "a processing instruction in line "},
+        {"</Node>", "why</Node>", "text in line "},
+        {"</Node>", "<![CDATA[ ]]></Node>", "a CDATA section in line "},
+        {"<Project ", "<!DOCTYPE Project><Project ", "a document type in line "}};
+    std::map<std::u16string, int> kept;
+    for (const std::u16string name : {u"fixedPath", u"monolithic"}) {
+        for (const auto& [text, replacement, what] : cases) {
+            SCOPED_TRACE(host::toUtf8(name) + ", " + replacement);
+            const TempFolder folder;
+            openStore(name, folder.path())->setNodes({{path({u"a"}), node(u"1")}, {path({u"b"}), node(u"2")}});
+            const bool isBesideRoot = name == u"fixedPath" && text != "<Project ";
+            const std::filesystem::path file =
+                folder / "resources/project" / (isBesideRoot ? "t=b.xml" : "Project.xml");
+            std::string content = readBytes(file);
+            content.replace(content.rfind(text), text.size(), replacement);
+            writeBytes(file, content);
+
+            const auto store = openStore(name, folder.path());
+            EXPECT_EQ(outline(*store), "a(1) b(2)");
+            const auto damage = dynamic_cast<project::metadata::DamageReporter&>(*store).findDamage();
+            ASSERT_EQ(damage.size(), 1U);
+            EXPECT_EQ(damage.front().file.accessName(), file);
+            EXPECT_NE(host::toUtf8(damage.front().problem).find(what), std::string::npos)
+                << host::toUtf8(damage.front().problem);
+            const MetadataPath changed = isBesideRoot ? path({u"b"}) : MetadataPath();
+            const std::string message = messageOf<MetadataWriteFailure>([&] { store->setNode(changed, *node(u"3")); });
+            EXPECT_NE(message.find(what), std::string::npos) << message;
+            EXPECT_EQ(readBytes(file), content);
+
+            content.replace(content.rfind(replacement), replacement.size(), text);
+            writeBytes(file, content);
+            openStore(name, folder.path())->setNode(changed, *node(u"3"));
+            kept[name] += openStore(name, folder.path())->getNode(changed)->get(u"Value") == u"3";
+        }
+    }
+    EXPECT_EQ(kept, (std::map<std::u16string, int>{{u"fixedPath", 10}, {u"monolithic", 10}}));
 }
 
 TEST_P(StoreDamageTest, KeepsTheDeepestTreeThatCanBeReadBack) {

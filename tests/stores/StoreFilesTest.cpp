@@ -197,7 +197,7 @@ TEST_F(FileFormatTest, WhatWouldGetLostIsRefused) {
         {begin + "/>\n<!-- mine -->", "a comment in line 2"},
         {"<!DOCTYPE Path>" + begin + "/>", "a document type in line 1"},
         {begin + " Colour=\"\"/>", "an attribute \"Colour\" of <Path>"},
-        {begin + " EscapedType=\"u\"/>", "an attribute \"EscapedType\" of <Path>"},
+        {begin + " EscapedType=\"u\"/>", "an attribute \"Type\" of <Path>"},
         {begin + "><Node Mine=\"1\"><Info/></Node></Path>", "an attribute \"Mine\" of <Node>"},
         {begin + "><Note/></Path>", "<Note> in <Path>"},
         {begin + "><Node><Info/></Node><Note/></Path>", "<Note> in <Path>"},

@@ -42,7 +42,7 @@ xmlParserCtxt** findSpareParser() {
 
 class PlainParser {
 public:
-    explicit PlainParser(Extent extent);
+    PlainParser(Extent extent, Rest rest);
     ~PlainParser();
 
     PlainParser(const PlainParser&) = delete;
@@ -52,6 +52,7 @@ public:
     PlainDocument parse(std::string_view bytes);
 
 private:
+    void setRest(Rest rest);
     void requireEncoding(std::string_view firstBlock);
     PlainDocument finish();
     void parseBlock(std::string_view block, bool isLast);
@@ -75,7 +76,11 @@ private:
     std::exception_ptr failure_;  ///< libxml2 must not see exceptions
 };
 
-PlainParser::PlainParser(Extent extent) : extent_(extent) {
+bool isBlank(const xmlChar* text, int size) {
+    return std::all_of(text, text + size, [](xmlChar c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; });
+}
+
+PlainParser::PlainParser(Extent extent, Rest rest) : extent_(extent) {
     xmlSAXHandler handler{};
     handler.initialized = XML_SAX2_MAGIC;
     handler.startDocument = xmlSAX2StartDocument;
@@ -107,8 +112,32 @@ PlainParser::PlainParser(Extent extent) : extent_(extent) {
     if (!parser_)
         throw std::bad_alloc();
     parser_->_private = this;
+    setRest(rest);
     // References come as what they stand for. Without a document type there are only those that libxml2 knows itself.
     xmlCtxtUseOptions(parser_, XML_PARSE_NOENT);
+}
+
+void PlainParser::setRest(Rest rest) {
+    xmlSAXHandler& handler = *parser_->sax;
+    handler.characters = nullptr;
+    handler.cdataBlock = nullptr;
+    handler.comment = nullptr;
+    handler.processingInstruction = nullptr;
+    if (rest == Rest::isPassedOver)
+        return;
+    handler.characters = [](void* context, const xmlChar* text, int size) {
+        if (!isBlank(text, size))
+            run(context, [](PlainParser& self) { self.giveUp(Obstacle::rest); });
+    };
+    handler.cdataBlock = [](void* context, const xmlChar* /*text*/, int /*size*/) {
+        run(context, [](PlainParser& self) { self.giveUp(Obstacle::rest); });
+    };
+    handler.comment = [](void* context, const xmlChar* /*text*/) {
+        run(context, [](PlainParser& self) { self.giveUp(Obstacle::rest); });
+    };
+    handler.processingInstruction = [](void* context, const xmlChar* /*target*/, const xmlChar* /*data*/) {
+        run(context, [](PlainParser& self) { self.giveUp(Obstacle::rest); });
+    };
 }
 
 PlainParser::~PlainParser() {
@@ -234,12 +263,12 @@ void PlainParser::run(void* context, const Step& step) {
 
 }  // namespace
 
-PlainDocument parsePlainDocument(host::InputFileStream& stream, Extent extent) {
-    return PlainParser(extent).parse(stream);
+PlainDocument parsePlainDocument(host::InputFileStream& stream, Extent extent, Rest rest) {
+    return PlainParser(extent, rest).parse(stream);
 }
 
 PlainDocument parsePlainDocument(std::string_view bytes) {
-    return PlainParser(Extent::wholeTree).parse(bytes);
+    return PlainParser(Extent::wholeTree, Rest::isObstacle).parse(bytes);
 }
 
 }  // namespace project::metadata::detail

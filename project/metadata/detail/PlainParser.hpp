@@ -20,8 +20,12 @@ enum class Obstacle {
     prefix,        ///< of a name, or the declaration of a namespace
     limit,         ///< something that is too large, or nearly so
     attribute,     ///< one that a node refuses
+    rest,          ///< what is neither element nor attribute, if that is one
     error          ///< whatever libxml2 finds, warnings too, and a file that cannot be read to its end
 };
+
+/// What is made of text, comments, CDATA and processing instructions.
+enum class Rest { isPassedOver, isObstacle };
 
 struct PlainDocument {
     std::unique_ptr<MetadataNode> root;  ///< null exactly if there is an obstacle
@@ -29,9 +33,9 @@ struct PlainDocument {
 };
 
 /// Reads from the position of `stream`. What libxml2 prints is not kept back.
-PlainDocument parsePlainDocument(host::InputFileStream& stream, Extent extent);
+PlainDocument parsePlainDocument(host::InputFileStream& stream, Extent extent, Rest rest);
 
-/// Reads the whole tree in `bytes`.
+/// Reads the whole tree in `bytes`; all else is an obstacle.
 PlainDocument parsePlainDocument(std::string_view bytes);
 
 }  // namespace project::metadata::detail

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <new>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 
@@ -111,14 +112,35 @@ bool hasTooManyDefaults(const xmlNode& documentType) {
     return false;
 }
 
+/// What is neither element nor attribute, in words; null for what belongs to elements.
+const char16_t* nameOfRest(int type) {
+    switch (type) {
+        case XML_READER_TYPE_TEXT:
+            return u"text";
+        case XML_READER_TYPE_CDATA:
+            return u"a CDATA section";
+        case XML_READER_TYPE_ENTITY_REFERENCE:
+            return u"a reference to an entity";
+        case XML_READER_TYPE_PROCESSING_INSTRUCTION:
+            return u"a processing instruction";
+        case XML_READER_TYPE_COMMENT:
+            return u"a comment";
+        case XML_READER_TYPE_DOCUMENT_TYPE:
+            return u"a document type";
+        default:
+            return nullptr;
+    }
+}
+
 class TextReader {
 public:
-    TextReader(host::InputFileStream& stream, const host::Path& file, std::vector<RefusedAttribute>* refused)
-        : source_{stream}, file_(file), refused_(refused) {}
+    TextReader(host::InputFileStream& stream, const host::Path& file, LeftOut* leftOut)
+        : source_{stream}, file_(file), leftOut_(leftOut) {}
 
     std::unique_ptr<MetadataNode> read(Extent extent);
 
 private:
+    void noteRest(int type);
     void addNode();
     void addAttribute();
     bool isRefused(const xmlNode& attribute, std::string_view value);
@@ -127,7 +149,7 @@ private:
 
     Source source_;
     const host::Path& file_;
-    std::vector<RefusedAttribute>* const refused_;
+    LeftOut* const leftOut_;
     std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> reader_{nullptr, xmlFreeTextReader};
     TreeBuilder tree_;
     EntitySizes entitySizes_;
@@ -145,6 +167,8 @@ std::unique_ptr<MetadataNode> TextReader::read(Extent extent) {
     int result = 0;
     while ((result = xmlTextReaderRead(reader_.get())) == 1) {
         const int type = xmlTextReaderNodeType(reader_.get());
+        if (leftOut_ && leftOut_->passedOver.empty())
+            noteRest(type);
         if (type == XML_READER_TYPE_ELEMENT)
             addNode();
         else if (type == XML_READER_TYPE_END_ELEMENT && tree_.getDepth() > 0)
@@ -157,6 +181,13 @@ std::unique_ptr<MetadataNode> TextReader::read(Extent extent) {
     if (result != 0 || !tree_.hasRoot())
         fail(getCauseMessage());
     return tree_.takeRoot();
+}
+
+void TextReader::noteRest(int type) {
+    if (const char16_t* const name = nameOfRest(type)) {
+        const int line = xmlTextReaderGetParserLineNumber(reader_.get());
+        leftOut_->passedOver = name + (u" in line " + host::fromUtf8(std::to_string(line)));
+    }
 }
 
 void TextReader::addNode() {
@@ -189,7 +220,7 @@ void TextReader::addAttribute() {
         tree_.endAttributes();
         fail(u"libxml2 cannot expand its entities");
     }
-    if (!refused_ || !isRefused(*attribute, view(value)))
+    if (!leftOut_ || !isRefused(*attribute, view(value)))
         tree_.addAttribute(getName(), view(value));
 }
 
@@ -212,15 +243,15 @@ bool TextReader::isRefused(const xmlNode& attribute, std::string_view value) {
     const bool hasParent = attribute.type == XML_ATTRIBUTE_NODE;
     const int line =
         hasParent ? static_cast<int>(xmlGetLineNo(attribute.parent)) : xmlTextReaderGetParserLineNumber(reader_.get());
-    refused_->push_back({&tree_.getOpenNode(), line, key, text, isKeyRefused});
+    leftOut_->refused.push_back({&tree_.getOpenNode(), line, key, text, isKeyRefused});
     return true;
 }
 
 }  // namespace
 
 std::unique_ptr<MetadataNode> readWithTextReader(host::InputFileStream& stream, const host::Path& file, Extent extent,
-                                                 std::vector<RefusedAttribute>* refused) {
-    return TextReader(stream, file, refused).read(extent);
+                                                 LeftOut* leftOut) {
+    return TextReader(stream, file, leftOut).read(extent);
 }
 
 }  // namespace project::metadata::detail

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <vector>
 
 #include "host/FileSystem.hpp"
 #include "host/Path.hpp"
@@ -18,9 +17,9 @@ enum class Extent {
 };
 
 /// Reads from the position of `stream`, which is closed afterwards. `file` is what it was opened for.
-/// @param refused if there is one, attributes that a node refuses are added to it and left out, and no error
+/// @param leftOut if there is one, what is left out is noted there, and attributes that a node refuses are no error
 /// @throws MetadataReadFailure, PutMetadataKeyFailure, PutMetadataValueFailure as `readFromFile`
 std::unique_ptr<MetadataNode> readWithTextReader(host::InputFileStream& stream, const host::Path& file, Extent extent,
-                                                 std::vector<RefusedAttribute>* refused);
+                                                 LeftOut* leftOut);
 
 }  // namespace project::metadata::detail

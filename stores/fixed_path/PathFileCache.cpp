@@ -1,0 +1,79 @@
+#include "stores/fixed_path/PathFileCache.hpp"
+
+#include <functional>
+#include <string_view>
+#include <utility>
+
+namespace stores::fixed_path {
+
+using host::Path;
+using store_support::FileVersion;
+
+namespace {
+
+/// About as much memory as `content` takes.
+std::size_t estimateBytes(const PathFile& content) {
+    constexpr std::size_t place = 400;
+    constexpr std::size_t nodeToFile = 3;
+    return place + (content.node ? nodeToFile * static_cast<std::size_t>(content.version.size) : 0);
+}
+
+std::size_t hashName(const Path& file) {
+    const std::u16string_view text = file.text();
+    return std::hash<std::u16string_view>()(text.substr(text.rfind(u'/') + 1));
+}
+
+}  // namespace
+
+PathFilePtr PathFileCache::find(const Path& file, const FileVersion& version) {
+    const auto isIt = [&](const Entry& entry) {
+        return entry.content->version == version && entry.nameHash == hashName(file);
+    };
+    const auto young = young_.find(version.inode);
+    if (young != young_.end())
+        return isIt(young->second) ? young->second.content : nullptr;
+    const auto old = old_.find(version.inode);
+    if (old == old_.end() || !isIt(old->second))
+        return nullptr;
+    PathFilePtr content = old->second.content;
+    makeRoom(*content);
+    young_.insert(old_.extract(version.inode));
+    return content;
+}
+
+PathFilePtr PathFileCache::findAnyVersion(std::uint64_t inode) const {
+    for (const Entries* entries : {&young_, &old_}) {
+        const auto entry = entries->find(inode);
+        if (entry != entries->end())
+            return entry->second.content;
+    }
+    return nullptr;
+}
+
+void PathFileCache::insert(const Path& file, PathFilePtr content) {
+    const std::uint64_t inode = content->version.inode;
+    erase(inode);
+    makeRoom(*content);
+    young_.emplace(inode, Entry{std::move(content), hashName(file)});
+}
+
+void PathFileCache::erase(std::uint64_t inode) {
+    const auto young = young_.find(inode);
+    if (young != young_.end()) {
+        youngBytes_ -= estimateBytes(*young->second.content);
+        young_.erase(young);
+    } else {
+        old_.erase(inode);
+    }
+}
+
+void PathFileCache::makeRoom(const PathFile& content) {
+    constexpr std::size_t maximumBytes = std::size_t{200} << 20U;
+    if (youngBytes_ > maximumBytes) {
+        old_ = std::exchange(young_, {});
+        youngBytes_ = 0;
+    }
+    youngBytes_ += estimateBytes(content);
+}
+
+}  // namespace stores::fixed_path

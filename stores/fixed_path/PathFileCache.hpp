@@ -1,0 +1,46 @@
+/// What the files of a "fixedPath" store said when they were read or written last.
+///
+/// One thread at a time may use an object.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+
+#include "host/Path.hpp"
+#include "store_support/FileVersion.hpp"
+#include "stores/fixed_path/PathFile.hpp"
+
+namespace stores::fixed_path {
+
+/// What was read or written last. It forgets what was not asked for since, so as to take some 400 MB at most.
+///
+/// Files are told apart by their inodes: that takes less memory than their names.
+class PathFileCache {
+public:
+    /// What the file `file` says in the version `version`, null if that is not known.
+    PathFilePtr find(const host::Path& file, const store_support::FileVersion& version);
+
+    /// What the file with that inode said last, under any name; null if that is not known.
+    PathFilePtr findAnyVersion(std::uint64_t inode) const;
+
+    void insert(const host::Path& file, PathFilePtr content);
+    void erase(std::uint64_t inode);
+
+private:
+    struct Entry {
+        PathFilePtr content;
+        std::size_t nameHash;  // of the name in its folder, which has to fit the content
+    };
+    using Entries = std::unordered_map<std::uint64_t, Entry>;  // by the inode
+
+    void makeRoom(const PathFile& content);
+
+    // When there are enough of the young ones, they become the old ones, and the old ones go. An old one that is asked
+    // for becomes young again.
+    Entries young_;
+    Entries old_;
+    std::size_t youngBytes_ = 0;
+};
+
+}  // namespace stores::fixed_path
