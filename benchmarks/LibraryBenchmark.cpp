@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
     benchmarks::addPathBenchmarks();
     benchmarks::addNodeBenchmarks();
     benchmarks::addProjectBenchmarks();
+    benchmarks::addCommandBenchmarks();
     benchmark::RunSpecifiedBenchmarks();
     benchmark::ClearRegisteredBenchmarks();
 }

@@ -3,13 +3,8 @@
 // the same bytes, or what one would do instead.
 
 #include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -21,6 +16,7 @@
 #include "benchmarks/Heap.hpp"
 #include "benchmarks/Measuring.hpp"
 #include "benchmarks/Peers.hpp"
+#include "benchmarks/Process.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataXml.hpp"
@@ -68,33 +64,6 @@ std::vector<std::string> listFiles(const host::Path& root) {
             files.push_back(entry.path().native());
     }
     return files;
-}
-
-/// Starts `words` and waits for its end. @return the processor's time that it took, in milliseconds
-double run(std::vector<std::string> words) {
-    std::vector<char*> arguments;
-    for (std::string& word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t child = 0;
-    const int error = posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    struct rusage usage {};
-    if (error != 0 || wait4(child, &status, 0, &usage) != child || status != 0)
-        throw std::runtime_error("failed: " + words[0]);
-    const auto milliseconds = [](const timeval& time) {
-        return 1000.0 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1000.0;
-    };
-    return milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
-}
-
-/// The command that was built with this program.
-std::string findCommand() {
-    return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "project-metadata").native();
 }
 
 void readAll(const MetadataManager& store, const MetadataPath& path) {

@@ -48,6 +48,12 @@ GOALS = [
                                      ("sqlite", "select_and_write", 3)]),
     *(Goal(f"command export, {store}", f"export_{store}/100000/command", f"export_{store}/100000/{OURS}", 1.2,
            figure="processor") for store in ("monolithic", "fixedPath", "sqlite")),
+    *(Goal(f"command {what}, {store}", f"command_{what}_{store}/100000/{OURS}", reference.format(store), goal,
+           figure="processor")
+      for what, reference, goal in [("find", "command_find/100000/grep", 3), ("scan", "command_scan/100000/git_status", 3),
+                                    ("report", "command_find/100000/grep", 3),
+                                    ("move", f"command_set_{{}}/100000/{OURS}", 1.5)]
+      for store in ("monolithic", "fixedPath", "sqlite")),
     Goal("full read, sqlite", f"readAll_sqlite/100000/{OURS}", "readAll_sqlite/100000/select", 4,
          figure="processor", small=("100000", "10000")),
     Goal("full read, fixedPath", f"readAll_fixedPath/100000/{OURS}", "readAll_fixedPath/100000/text_reader", 1.5,

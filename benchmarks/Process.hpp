@@ -1,0 +1,17 @@
+/// Other programs, started by a benchmark. For use on the thread that runs the benchmarks.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace benchmarks {
+
+/// Starts the program `words[0]` with the rest as its arguments, passes over what it prints, and waits for its end.
+/// @return the processor's time that it took, in milliseconds
+/// @throws std::runtime_error if it cannot be started, or ends with another status than 0
+double run(std::vector<std::string> words);
+
+/// The command that was built with this program.
+std::string findCommand();
+
+}  // namespace benchmarks
