@@ -82,6 +82,8 @@ void requireFeasible(const pm::MetadataManager& store, const host::Path& root, c
         if (node)
             store_support::requireReadable(*node, depthInFile, folder);
     }
+    for (const pm::MetadataPath& path : change.added)
+        store_support::requireStorable(path, folder);
     if (change.paths) {
         for (const pm::MetadataPath& path : *change.paths)
             store_support::requireStorable(path, folder);

@@ -8,6 +8,7 @@
 #include "operations/TreeWalk.hpp"
 #include "operations/WayBack.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
+#include "project/metadata/PathRenamer.hpp"
 #include "store_support/EqualTrees.hpp"
 
 namespace operations {
@@ -77,6 +78,7 @@ ProjectEdit::ProjectEdit(pm::MetadataManager& store, Observer& observer) : store
 ProjectEdit::~ProjectEdit() = default;
 
 void ProjectEdit::set(const NodeAddress& address, const AttributeChanges& changes, const SetRequest& request) {
+    settleRenaming();
     if (!request.create)
         requirePath(address.path, "; --create adds it");
     if (request.nodeName && !address.inside.empty())
@@ -107,6 +109,7 @@ void ProjectEdit::set(const NodeAddress& address, const AttributeChanges& change
 }
 
 std::vector<std::u16string> ProjectEdit::unset(const NodeAddress& address, const std::vector<std::u16string>& keys) {
+    settleRenaming();
     requirePath(address.path);
     const Content& content = contentOf(address.path);
     if (address.inside.empty() && !content.draft && !content.node)
@@ -123,6 +126,7 @@ std::vector<std::u16string> ProjectEdit::unset(const NodeAddress& address, const
 }
 
 NodeAddress ProjectEdit::add(const NodeAddress& address, const std::optional<Place>& place) {
+    settleRenaming();
     if (!address.inside.empty())
         return addChild(address, place);
     const pm::MetadataPath& path = address.path;
@@ -145,6 +149,7 @@ NodeAddress ProjectEdit::add(const NodeAddress& address, const std::optional<Pla
 }
 
 void ProjectEdit::remove(const NodeAddress& address) {
+    settleRenaming();
     requirePath(address.path);
     if (!address.inside.empty()) {
         NodeAddress above = address;
@@ -181,6 +186,7 @@ void ProjectEdit::removeBranch(const pm::MetadataPath& path) {
 }
 
 void ProjectEdit::removeNode(const pm::MetadataPath& path) {
+    settleRenaming();
     requirePath(path);
     Content& content = contentOf(path);
     if (!content.draft && !content.node)
@@ -189,9 +195,32 @@ void ProjectEdit::removeNode(const pm::MetadataPath& path) {
 }
 
 void ProjectEdit::move(const pm::MetadataPath& from, const pm::MetadataPath& to) {
+    settleRenaming();
     requireTarget(from, to, "moved");
-    if (moveLeaf(from, to))
-        return;
+    if (canRename(from, to))
+        renaming_.emplace(from, to);
+    else if (!moveLeaf(from, to))
+        moveBranch(from, to);
+}
+
+/// Whether the store itself can make `to` of `from`, and nothing else has been changed.
+bool ProjectEdit::canRename(const pm::MetadataPath& from, const pm::MetadataPath& to) const {
+    const bool isFirst =
+        !tree_ && !hasBranches_ && added_.empty() && removed_.empty() &&
+        std::none_of(contents_.begin(), contents_.end(), [](const auto& entry) { return entry.second.isChanged; });
+    return isFirst && dynamic_cast<const pm::PathRenamer*>(&store_) && from.getParent() == to.getParent() &&
+           store_.getChildren(from).empty();
+}
+
+/// Does what was left to the store, since there is something else to do.
+void ProjectEdit::settleRenaming() {
+    if (const auto renaming = std::exchange(renaming_, std::nullopt)) {
+        if (!moveLeaf(renaming->first, renaming->second))
+            moveBranch(renaming->first, renaming->second);
+    }
+}
+
+void ProjectEdit::moveBranch(const pm::MetadataPath& from, const pm::MetadataPath& to) {
     tree();
     const bool staysBelow = from.getParent() == to.getParent();
     Branch& oldParent = *findBranch(from.getParent());
@@ -227,6 +256,7 @@ bool ProjectEdit::moveLeaf(const pm::MetadataPath& from, const pm::MetadataPath&
 }
 
 void ProjectEdit::copy(const pm::MetadataPath& from, const pm::MetadataPath& to) {
+    settleRenaming();
     requireTarget(from, to, "copied");
     tree();
     Branch& parent = *findBranch(to.getParent());
@@ -236,6 +266,7 @@ void ProjectEdit::copy(const pm::MetadataPath& from, const pm::MetadataPath& to)
 }
 
 bool ProjectEdit::hasPath(const pm::MetadataPath& path) {
+    settleRenaming();
     if (tree_)
         return findBranch(path) != nullptr;
     return removedSet_.count(path) == 0 && (addedSet_.count(path) > 0 || store_.hasPath(path));
@@ -243,6 +274,13 @@ bool ProjectEdit::hasPath(const pm::MetadataPath& path) {
 
 StoreChange ProjectEdit::finish() {
     StoreChange change;
+    if (renaming_) {
+        const auto& [from, to] = *renaming_;
+        change.renamed.emplace(from, to.getLeaf());
+        change.added.push_back(to);
+        change.removed.push_back(from);
+        return change;
+    }
     // Nodes say only of one new path where it is to be.
     std::size_t newNodes = 0;
     for (const auto& [path, content] : contents_)

@@ -9,6 +9,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "operations/NodeAddress.hpp"
@@ -84,6 +85,9 @@ private:
     NodeAddress addChild(const NodeAddress& address, const std::optional<Place>& place);
     void removeBranch(const project::metadata::MetadataPath& path);
     void makePath(const project::metadata::MetadataPath& path);
+    bool canRename(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to) const;
+    void settleRenaming();
+    void moveBranch(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to);
     bool moveLeaf(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to);
     void requirePath(const project::metadata::MetadataPath& path, const std::string& advice = {});
     void requireTarget(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to,
@@ -99,7 +103,9 @@ private:
     project::metadata::MetadataManager& store_;
     Observer& observer_;
     std::map<project::metadata::MetadataPath, Content, BySteps> contents_;  // of paths that were looked at
-    std::vector<project::metadata::MetadataPath> added_;                    // until there is a tree
+    // What was moved first, as long as that is all: the store can do it by itself.
+    std::optional<std::pair<project::metadata::MetadataPath, project::metadata::MetadataPath>> renaming_;
+    std::vector<project::metadata::MetadataPath> added_;  // until there is a tree
     PathSet addedSet_;
     std::vector<project::metadata::MetadataPath> gone_;     // the tops of what was removed; likewise
     std::vector<project::metadata::MetadataPath> removed_;  // all of it

@@ -6,6 +6,7 @@
 
 #include "host/Interruption.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/PathRenamer.hpp"
 #include "store_support/EqualTrees.hpp"
 
 namespace operations {
@@ -76,6 +77,11 @@ void applyChange(pm::MetadataManager& store, const StoreChange& change, Interrup
         if (interruptible == Interruptible::untilFirstBatch)
             host::Interruption::ignore();
     };
+    if (change.renamed) {
+        const auto& [path, element] = *change.renamed;
+        dynamic_cast<pm::PathRenamer&>(store).renamePath(path, element);
+        noteBatch();
+    }
     std::vector<NewNodes> batches;
     for (const auto& [path, node] : change.nodes) {
         if (node)

@@ -26,11 +26,15 @@ struct BySteps {
 
 using PathSet = std::set<project::metadata::MetadataPath, BySteps>;
 
-/// A value type. What it adds, updates and removes is for people; `nodes` and `paths` are what is done.
+/// A value type. What it adds, updates and removes is for people; the rest is what is done.
 struct StoreChange {
     std::vector<project::metadata::MetadataPath> added;
     std::vector<project::metadata::MetadataPath> updated;  ///< have another node, or none any more
     std::vector<project::metadata::MetadataPath> removed;  ///< with all that lie below them, each listed
+
+    /// A path without paths below it, and what becomes of it at its place, for a store that is a `PathRenamer`; no
+    /// value if none is renamed. It is among `added` and `removed` too, and is all there is to do.
+    std::optional<std::pair<project::metadata::MetadataPath, project::metadata::PathElement>> renamed;
 
     /// What is to be stored at which path; null: the node there goes.
     std::vector<std::pair<project::metadata::MetadataPath, NodePtr>> nodes;
@@ -42,7 +46,7 @@ struct StoreChange {
     std::vector<project::metadata::MetadataPath> gone;
 
     /// Whether the store is already as it is to be.
-    bool isEmpty() const { return nodes.empty() && !paths && gone.empty(); }
+    bool isEmpty() const { return !renamed && nodes.empty() && !paths && gone.empty(); }
 };
 
 /// What makes a store that holds `before` hold exactly `after`: all paths, their order, all nodes, also the root's.

@@ -24,8 +24,8 @@ std::optional<FileContent> FixedPathFormat::readFile(const Path& file) const {
         return std::nullopt;
     const bool isRoot = isCoreFile(*xml);
     const PathFile content = fromXml(*xml, isRoot, file);
-    if (!content.damage.empty())
-        raise<MetadataReadFailure>(file.text(), content.damage);
+    if (content.damage)
+        raise<MetadataReadFailure>(file.text(), content.damage->problem);
     store_support::requireNothingLost(*xml, *toXml(content, isRoot), file);
     return FileContent{isRoot, {content.element, content.node, content.rank, {}}};
 }

@@ -43,7 +43,7 @@ std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path
     if (!content || (!content->node && !content->isBroken()))
         return nullptr;
     if (!content->node)
-        project::metadata::raise<project::metadata::MetadataReadFailure>(place.file.text(), content->damage);
+        project::metadata::raise<project::metadata::MetadataReadFailure>(place.file.text(), content->damage->problem);
     return project::metadata::copyKeptNode(content->node);
 }
 
@@ -92,6 +92,10 @@ bool FixedPathManager::hasPath(const MetadataPath& path) const {
 
 void FixedPathManager::setPaths(const std::vector<MetadataPath>& paths) {
     change([&](PathFileChange& change) { change.arrange(paths); });
+}
+
+void FixedPathManager::renamePath(const MetadataPath& path, const project::metadata::PathElement& element) {
+    change([&](PathFileChange& change) { change.rename(path, element); });
 }
 
 std::vector<project::metadata::MetadataDamage> FixedPathManager::findDamage() const {

@@ -10,6 +10,7 @@
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
+#include "project/metadata/PathRenamer.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/fixed_path/PathFileChange.hpp"
 #include "stores/fixed_path/PathFiles.hpp"
@@ -25,7 +26,8 @@ namespace stores::fixed_path {
 /// folder, where locks come and go, they cannot be told from a change.
 class FixedPathManager : public project::metadata::MetadataManager,
                          public project::metadata::DamageReporter,
-                         public project::metadata::StoreFileLister {
+                         public project::metadata::StoreFileLister,
+                         public project::metadata::PathRenamer {
 public:
     /// @param folder the metadata folder, which need not exist
     FixedPathManager(const host::Path& folder, store_support::JobRunner runJob);
@@ -47,6 +49,8 @@ public:
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
     host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
+    void renamePath(const project::metadata::MetadataPath& path,
+                    const project::metadata::PathElement& element) override;
 
 private:
     /// What the file at `place` says for the user of this store; null if it does not exist.

@@ -39,14 +39,15 @@ PathFile fromXml(const MetadataNode& xml, bool isRoot, const Path& file) {
     if (!isRoot) {
         content.element = store_support::getPathElement(xml, file);
         content.rank = getRank(xml);
-        content.damage = content.rank.empty() ? u"its " + rankKey + u" is missing or invalid" : u"";
+        if (content.rank.empty())
+            content.setDamage(u"its " + rankKey + u" is missing or invalid");
     }
     content.node = store_support::getNode(xml, file);
-    if (content.damage.empty()) {
+    if (!content.damage) {
         const auto foreign = isRoot ? findForeign(xml, {project::metadata::metadataTypeKey()}, false)
                                     : findForeign(xml, {rankKey}, false);
-        content.damage = foreign.empty() ? u"" : store_support::describeLoss(foreign);
-        content.isForeign = !foreign.empty();
+        if (!foreign.empty())
+            content.setDamage(store_support::describeLoss(foreign), true);
     }
     return content;
 }

@@ -18,19 +18,28 @@ namespace stores::fixed_path {
 
 extern const std::u16string& fixedPathName;
 
+/// What is wrong with the file of a path.
+struct PathFileDamage {
+    std::u16string problem;  ///< in words
+    bool isForeign;          ///< whether it is no more than something that the store would not write
+};
+
 /// What the file of a path says. The root path has neither element nor rank, and its file is the core file. A damaged
 /// file has the element that its name tells, if it does, and what else could be read.
 struct PathFile {
     project::metadata::PathElement element{{}, {}};
     Rank rank;                                                    ///< empty if it is unknown
     std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch, or if it was left out
-    std::u16string damage;                                        ///< what is wrong with the file, in words
+    std::shared_ptr<const PathFileDamage> damage;                 ///< null if nothing is wrong
     store_support::FileVersion version{};                         ///< the one that says so
     bool hasNode = false;                                         ///< whether the file has a node
-    bool isForeign = false;  ///< whether the damage is no more than what is foreign in it
 
     /// Whether something of the path cannot be read.
-    bool isBroken() const { return !damage.empty() && !isForeign; }
+    bool isBroken() const noexcept { return damage && !damage->isForeign; }
+
+    void setDamage(const std::u16string& problem, bool isForeign = false) {
+        damage = std::make_shared<const PathFileDamage>(PathFileDamage{problem, isForeign});
+    }
 };
 
 using PathFilePtr = std::shared_ptr<const PathFile>;

@@ -11,6 +11,7 @@
 #include "store_support/EqualTrees.hpp"
 #include "store_support/FileBatch.hpp"
 #include "store_support/PathXml.hpp"
+#include "store_support/Renaming.hpp"
 #include "store_support/TreeRules.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
@@ -39,11 +40,11 @@ constexpr int nodeDepth = 2;
 
 /// @param content what the file says that is in the way; null if it has gone since
 [[noreturn]] void raiseDamage(const Path& file, const PathFilePtr& content) {
-    const std::u16string damage = content ? content->damage : u"";
+    const std::u16string problem = content && content->damage ? content->damage->problem : u"";
     raise<MetadataWriteFailure>(
-        file.text(), content && content->isForeign
-                         ? damage
-                         : u"it is damaged, and neither overwritten nor removed before it is repaired: " + damage);
+        file.text(), content && !content->isBroken()
+                         ? problem
+                         : u"it is damaged, and neither overwritten nor removed before it is repaired: " + problem);
 }
 
 /// Whether the file tells which path it belongs to.
@@ -83,7 +84,7 @@ PathFileChange::PathFileChange(PathFiles& files) : files_(files), lastFolder_(ro
 void PathFileChange::look(Index index, const PathFilePtr& content) {
     Item& item = items_[index];
     item.exists = content != nullptr;
-    item.isDamaged = content && !content->damage.empty();
+    item.isDamaged = content && content->damage;
     item.hasNode = content && content->hasNode;
     item.keepsNode = item.hasNode;
     item.rank = content ? content->rank : Rank();
@@ -205,7 +206,7 @@ void PathFileChange::removeFile(const Path& file) {
     const PathFilePtr now = files_.readForChange(file, Extent::place);
     if (!now)
         return;
-    if (!now->damage.empty())
+    if (now->damage)
         raiseDamage(file, now);
     removals_.push_back({file, now->version});
 }
@@ -228,6 +229,21 @@ void PathFileChange::remove(const MetadataPath& path) {
         removeNode(path);
     else
         removeFile(files_.locate(path).file);
+}
+
+void PathFileChange::rename(const MetadataPath& path, const PathElement& element) {
+    const MetadataPath target = store_support::replaceLeaf(path, element);
+    const auto old = find(path);
+    const auto hasBelow = [this](const MetadataPath& place) { return files_.hasChildren(files_.locate(place).folder); };
+    const bool isTargetThere = find(target).has_value() || hasBelow(target);
+    const Path file = files_.locate(path).file;
+    if (!store_support::requireRenamable(path, target, {old.has_value(), hasBelow(path), isTargetThere}, file))
+        return;
+    const Index renamed = find(items_[*old].parent, element);
+    items_[renamed].rank = items_[*old].rank;
+    items_[renamed].newNode = readNode(*old);
+    write(renamed);
+    removeFile(file);
 }
 
 void PathFileChange::arrange(const std::vector<MetadataPath>& paths) {

@@ -47,6 +47,9 @@ public:
     /// Removes `path` with everything below it, if it exists. Not together with other changes.
     void remove(const project::metadata::MetadataPath& path);
 
+    /// Gives `path` another last step, as `PathRenamer` says. Not together with other changes.
+    void rename(const project::metadata::MetadataPath& path, const project::metadata::PathElement& element);
+
     /// Makes `paths` and their ancestors the whole content, in that order. Damaged files that do not tell which path
     /// they belong to stay. Not together with other changes.
     void arrange(const std::vector<project::metadata::MetadataPath>& paths);

@@ -71,6 +71,14 @@ const std::string& getExtension() {
     return extension;
 }
 
+/// A path whose file is missing.
+PathFilePtr makeBranch(const PathElement& element) {
+    auto content = std::make_shared<PathFile>();
+    content->element = element;
+    content->setDamage(missing);
+    return content;
+}
+
 bool isBefore(const PathFilePtr& a, const PathFilePtr& b) {
     if (a->rank == b->rank)
         return a->element < b->element;
@@ -221,8 +229,8 @@ PathFilePtr PathFiles::readAnew(const Path& file, const struct stat& status) con
     if (!xml.version)
         return nullptr;
     auto content = std::make_shared<const PathFile>(interpret(file, xml));
-    if (!content->damage.empty())
-        store_support::reportDamage({file, content->damage, false, content->isForeign});
+    if (content->damage)
+        store_support::reportDamage({file, content->damage->problem, false, content->damage->isForeign});
     // What was there in the beginning is known. It still is if only its permissions or names are new.
     const auto before = cache_.findAnyVersion(content->version.inode);
     if (before && content->version.changed > beginning_ && before->version.changed <= beginning_ &&
@@ -235,22 +243,21 @@ PathFilePtr PathFiles::readAnew(const Path& file, const struct stat& status) con
 PathFile PathFiles::interpret(const Path& file, const XmlFile& xml) const {
     const bool isRoot = file == coreFile_;
     PathFile content;
-    content.damage = xml.problem;
+    if (!xml.problem.empty())
+        content.setDamage(xml.problem);
     try {
         if (xml.root) {
             PathFile read = fromXml(*xml.root, isRoot, file);
             if (!isRoot)
                 requireName(file, nodeFileName(read.element));
             content = std::move(read);
-            if (content.damage.empty()) {
-                content.damage = xml.foreign;
-                content.isForeign = !xml.foreign.empty();
-            }
+            if (!content.damage && !xml.foreign.empty())
+                content.setDamage(xml.foreign, true);
         }
     } catch (const MetadataReadFailure& error) {
-        content.damage = getReadProblem(error);
+        content.setDamage(getReadProblem(error));
     }
-    if (!content.damage.empty() && !isRoot)
+    if (content.damage && !isRoot)
         content.element = parseFileName(file).value_or(content.element);
     content.version = *xml.version;
     content.hasNode = content.node != nullptr;
@@ -276,7 +283,7 @@ std::vector<PathFilePtr> PathFiles::readChildren(const Path& childFolder) const 
     for (const Path& folder : foldersHere) {
         const auto element = parseNodeFolderName(folder.fileName().text());
         if (element && filesHere.count(folder.text() + nodeFileExtension) == 0 && hasChildren(folder))
-            children.push_back(std::make_shared<PathFile>(PathFile{*element, {}, nullptr, missing, {}}));
+            children.push_back(makeBranch(*element));
     }
     std::sort(children.begin(), children.end(), isBefore);
     return children;
@@ -353,8 +360,8 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
     for (const Path& file : files) {
         try {
             const PathFilePtr content = read(file, Extent::place);
-            if (content && !content->damage.empty())
-                damage[file] = {file, content->damage, false, content->isForeign};
+            if (content && content->damage)
+                damage[file] = {file, content->damage->problem, false, content->damage->isForeign};
         } catch (const MetadataReadFailure& error) {
             damage[file] = {file, getReadProblem(error)};
         }

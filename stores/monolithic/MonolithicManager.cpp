@@ -15,6 +15,7 @@
 #include "store_support/EqualTrees.hpp"
 #include "store_support/FileBatch.hpp"
 #include "store_support/PathXml.hpp"
+#include "store_support/Renaming.hpp"
 #include "store_support/StoreErrors.hpp"
 #include "store_support/StoreFiles.hpp"
 #include "store_support/TreeRules.hpp"
@@ -118,6 +119,21 @@ void removePathFrom(Draft& draft, const MetadataPath& path, const Path& file) {
     draft.isChanged = true;
 }
 
+void renameIn(Draft& draft, const MetadataPath& path, const PathElement& element, const Path& file) {
+    const MetadataPath target = store_support::replaceLeaf(path, element);
+    const SharedTree* const renamed = draft.tree.find(path);
+    const store_support::Renaming found{renamed != nullptr, renamed && !renamed->getChildren().empty(),
+                                        draft.tree.find(target) != nullptr};
+    if (!store_support::requireRenamable(path, target, found, file))
+        return;
+    requireSeen(!renamed->isUnseen, path, file);
+    SharedTree* parent = &draft.tree;
+    for (std::size_t i = 0; i + 1 < path.getPath().size(); ++i)
+        parent = parent->own(path.getPath()[i]);
+    parent->rename(path.getLeaf(), element);
+    draft.isChanged = true;
+}
+
 /// What `arranged` does not have any more of `old` must have been seen.
 /// @param steps to `old`; the same again afterwards
 void requireSeen(const SharedTree& old, const SharedTree* arranged, std::vector<PathElement>& steps, const Path& file) {
@@ -216,6 +232,10 @@ void MonolithicManager::removePaths(const std::vector<MetadataPath>& paths) {
         for (const MetadataPath& path : paths)
             removePathFrom(draft, path, file_);
     }));
+}
+
+void MonolithicManager::renamePath(const MetadataPath& path, const PathElement& element) {
+    change(edited([&](Draft& draft) { renameIn(draft, path, element, file_); }));
 }
 
 bool MonolithicManager::hasNode(const MetadataPath& path) const {

@@ -13,6 +13,7 @@
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
+#include "project/metadata/PathRenamer.hpp"
 #include "store_support/FileWatch.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
@@ -34,7 +35,8 @@ struct Draft {
 /// that is damaged in any way, and what `FileBatch` and `TreeRules` throw.
 class MonolithicManager : public project::metadata::MetadataManager,
                           public project::metadata::DamageReporter,
-                          public project::metadata::StoreFileLister {
+                          public project::metadata::StoreFileLister,
+                          public project::metadata::PathRenamer {
 public:
     /// @param folder the metadata folder, which need not exist
     /// @throws project::metadata::MetadataReadFailure if the file cannot be read as XML
@@ -57,6 +59,8 @@ public:
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
     host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
+    void renamePath(const project::metadata::MetadataPath& path,
+                    const project::metadata::PathElement& element) override;
 
 private:
     /// Makes the new content of the old.

@@ -223,6 +223,12 @@ void SharedTree::reserve(std::size_t count) {
     ownBelow().children.reserve(count);
 }
 
+void SharedTree::rename(const PathElement& element, const PathElement& newElement) {
+    Below& below = ownBelow();
+    below.children[below.findPlace(element)].element = newElement;
+    below.places.clear();
+}
+
 void SharedTree::remove(const PathElement& element) {
     SharedTree* const removed = own(element);
     if (!removed)

@@ -46,6 +46,9 @@ public:
     /// The child `element`, to be changed; added as the last one if there is none.
     SharedTree& add(const project::metadata::PathElement& element);
 
+    /// Gives the child `element`, which exists, the name `newElement`, which no child has. It keeps its place.
+    void rename(const project::metadata::PathElement& element, const project::metadata::PathElement& newElement);
+
     /// Makes room for `count` children.
     void reserve(std::size_t count);
 

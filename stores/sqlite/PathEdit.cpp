@@ -7,6 +7,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/Positions.hpp"
+#include "store_support/Renaming.hpp"
 #include "store_support/TreeRules.hpp"
 #include "store_support/WantedTree.hpp"
 
@@ -94,6 +95,18 @@ bool PathEdit::remove(const MetadataPath& path) {
     if (isRoot)
         replaceNode(*id, std::nullopt);
     removeBelow(*id);
+    return true;
+}
+
+bool PathEdit::rename(const MetadataPath& path, const project::metadata::PathElement& element) {
+    const MetadataPath target = store_support::replaceLeaf(path, element);
+    const auto id = table_.find(path);
+    const store_support::Renaming found{id.has_value(), id && table_.hasChildren(*id), table_.find(target).has_value()};
+    if (!store_support::requireRenamable(path, target, found, table_.getFile()))
+        return false;
+    requireReplaceable(*id, table_.getRow(*id));
+    if (!isLooking())
+        table_.setElement(*id, element, batch_);
     return true;
 }
 

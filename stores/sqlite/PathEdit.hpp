@@ -31,6 +31,9 @@ public:
     bool removeNode(const project::metadata::MetadataPath& path);
     bool remove(const project::metadata::MetadataPath& path);
 
+    /// As `PathRenamer` says.
+    bool rename(const project::metadata::MetadataPath& path, const project::metadata::PathElement& element);
+
     /// Makes `paths` and their ancestors the whole content, in that order.
     bool arrange(const std::vector<project::metadata::MetadataPath>& paths);
 

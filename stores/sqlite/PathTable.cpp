@@ -175,6 +175,7 @@ PathTable::PathTable(sqlite3& connection, host::Path file)
       getRow_(prepare(connection, "SELECT node, changed, position FROM path WHERE id = ?")),
       setNode_(prepare(connection, "UPDATE path SET node = ?, changed = ? WHERE id = ?")),
       setPosition_(prepare(connection, "UPDATE path SET position = ? WHERE id = ?")),
+      setElement_(prepare(connection, "UPDATE path SET type = ?, location = ?, changed = ? WHERE id = ?")),
       getChildren_(prepare(connection, selectChildren)),
       getChildrenAfter_(prepare(connection, selectChildrenAfter)),
       getBelow_(prepare(connection, selectBelow)),
@@ -260,6 +261,12 @@ void PathTable::setNode(RowId id, const NodeValue& node, std::int64_t batch) {
 void PathTable::setPosition(RowId id, std::int64_t position) {
     Query(setPosition_, position, id).next();
     requireOneRow();
+}
+
+void PathTable::setElement(RowId id, const PathElement& element, std::int64_t batch) {
+    Query(setElement_, encodeText(element.getType()), encodeText(element.getLocation()), batch, id).next();
+    requireOneRow();
+    forgetRows();
 }
 
 bool PathTable::hasChildren(RowId parent) const {

@@ -98,6 +98,9 @@ public:
     void setNode(RowId id, const NodeValue& node, std::int64_t batch);
     void setPosition(RowId id, std::int64_t position);
 
+    /// Gives the row `id` of an existing path another last step.
+    void setElement(RowId id, const project::metadata::PathElement& element, std::int64_t batch);
+
     bool hasChildren(RowId parent) const;
 
     /// In their order. Those whose type or location is no text, which is damage, are left out.
@@ -141,6 +144,7 @@ private:
     Statement getRow_;
     Statement setNode_;
     Statement setPosition_;
+    Statement setElement_;
     Statement getChildren_;
     Statement getChildrenAfter_;
     Statement getBelow_;

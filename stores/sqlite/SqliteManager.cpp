@@ -84,6 +84,10 @@ void SqliteManager::removePaths(const std::vector<MetadataPath>& paths) {
     });
 }
 
+void SqliteManager::renamePath(const MetadataPath& path, const project::metadata::PathElement& element) {
+    database_.change([&](PathEdit& edit) { return edit.rename(path, element); });
+}
+
 bool SqliteManager::hasNode(const MetadataPath& path) const {
     const ReadAhead::Entry* const entry = read(path);
     return entry && entry->node;

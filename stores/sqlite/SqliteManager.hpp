@@ -14,6 +14,7 @@
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
+#include "project/metadata/PathRenamer.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/sqlite/Database.hpp"
@@ -26,7 +27,8 @@ namespace stores::sqlite {
 /// `TreeRules` throw.
 class SqliteManager : public project::metadata::MetadataManager,
                       public project::metadata::DamageReporter,
-                      public project::metadata::StoreFileLister {
+                      public project::metadata::StoreFileLister,
+                      public project::metadata::PathRenamer {
 public:
     /// @param folder the metadata folder, which need not exist
     /// @param limit how long to wait for another program
@@ -51,6 +53,8 @@ public:
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
     host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
+    void renamePath(const project::metadata::MetadataPath& path,
+                    const project::metadata::PathElement& element) override;
 
 private:
     /// What is at `path`, whose node counts as read then; null if it does not exist. Valid until the next operation.

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "project/metadata/PathRenamer.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 
 namespace test {
@@ -50,12 +51,18 @@ inline void arrangePaths(MetadataManager& store) {
                     path({u"a", u"new"}), path({u"a", u"b"})});
 }
 
+/// Once it is done there is nothing to do any more.
+inline void renameLeaf(MetadataManager& store) {
+    if (store.hasPath(path({u"a", u"b", u"c"})))
+        dynamic_cast<project::metadata::PathRenamer&>(store).renamePath(path({u"a", u"b", u"c"}), {u"t", u"renamed"});
+}
+
 inline const std::vector<Scenario>& allScenarios() {
     static const std::vector<Scenario> scenarios{
         {"node", makeProject, changeNode, false, false},      {"batch", makeProject, changeNodes, false, false},
         {"removal", makeProject, removeFolders, true, false}, {"order", makeProject, arrangePaths, false, false},
         {"creation", nullptr, changeNodes, false, false},     {"reading", makeProject, nullptr, true, false},
-        {"recovery", makeProject, removeFolders, true, true},
+        {"recovery", makeProject, removeFolders, true, true}, {"renaming", makeProject, renameLeaf, false, false},
     };
     return scenarios;
 }

@@ -15,10 +15,13 @@
 #include "host/ServiceFramework.hpp"
 #include "project/exception/ProjectException.hpp"
 #include "project/metadata/MetadataCopy.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/PathRenamer.hpp"
 #include "project/metadata/SingleFileExport.hpp"
 #include "store_testing/StoreContractTest.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/ChildProcess.hpp"
+#include "tests/support/MessageOf.hpp"
 #include "tests/support/Settings.hpp"
 
 using namespace test;
@@ -172,6 +175,60 @@ void expectAsModel(const MetadataManager& store, const Model& model, const std::
         children.push_back(child.getPath().back().getLocation());
     const auto known = model.childrenOf.find(steps);
     ASSERT_EQ(children, known == model.childrenOf.end() ? std::vector<std::u16string>() : known->second);
+}
+
+TEST_P(StoreTest, ARenamedPathKeepsItsNodeAndItsPlace) {
+    auto* const renamer = dynamic_cast<project::metadata::PathRenamer*>(store_.get());
+    EXPECT_EQ(renamer != nullptr, GetParam() != u"postgresql");
+    if (!renamer)
+        return;
+    store_->setNodes({{path({u"a"}), node(u"1")}, {path({u"b"}), node(u"2")}, {path({u"c", u"d"}), node(u"3")}});
+    store_->addPath(path({u"c", u"e"}));
+    for (int i = 0; i < 30; ++i)
+        store_->setNode(path({u"b" + number(i)}), *node(u""));
+    store_->removePath(path({u"b0"}));
+    const auto other = openStore(GetParam(), folder_.path());
+    const std::size_t size = outline(*other).size();
+    const auto expectOutline = [&](const std::string& expected) {
+        const auto third = openStore(GetParam(), folder_.path());
+        for (const auto* store : {store_.get(), other.get(), third.get()}) {
+            EXPECT_EQ(outline(*store).substr(0, expected.size()), expected);
+            EXPECT_EQ(outline(*store).size(), size);
+        }
+    };
+    expectOutline("a(1) b(2) c c/d(3) c/e b1()");
+    renamer->renamePath(path({u"b"}), {u"t", u"x"});
+    expectOutline("a(1) x(2) c c/d(3) c/e b1()");
+    renamer->renamePath(path({u"c", u"d"}), {u"t", u"y"});
+    renamer->renamePath(path({u"c", u"e"}), {u"t", u"f"});
+    renamer->renamePath(path({u"c", u"f"}), {u"t", u"f"});
+    expectOutline("a(1) x(2) c c/y(3) c/f b1()");
+    // The old name is free, and what comes next is the last.
+    store_->setNode(path({u"b"}), *node(u"4"));
+    EXPECT_EQ(store_->getChildren(MetadataPath()).back(), path({u"b"}));
+    store_->removePath(path({u"b"}));
+
+    const auto refused = [&](const MetadataPath& from, const std::u16string& to, const std::string& why) {
+        const std::string message = messageOf<project::metadata::MetadataWriteFailure>([&] {
+            renamer->renamePath(from, {u"t", to});
+        });
+        EXPECT_NE(message.find(why), std::string::npos) << message;
+        expectOutline("a(1) x(2) c c/y(3) c/f b1()");
+    };
+    refused(MetadataPath(), u"z", "root path");
+    refused(path({u"b"}), u"z", "is not there");
+    refused(path({u"b"}), u"b", "is not there");
+    refused(path({u"c"}), u"z", "has paths below it");
+    refused(path({u"x"}), u"a", "\"t:a\" already");
+    refused(path({u"x"}), u"c", "\"t:c\" already");
+    refused(path({u"x"}), std::u16string(2'000'000, u'"'), "read back");
+
+    // Nobody overwrites what he has not seen.
+    other->setNode(path({u"x"}), *node(u"5"));
+    EXPECT_THROW(renamer->renamePath(path({u"x"}), {u"t", u"z"}), project::metadata::MetadataWriteFailure);
+    store_->getNode(path({u"x"}));
+    renamer->renamePath(path({u"x"}), {u"t", u"z"});
+    expectOutline("a(1) z(5) c c/y(3) c/f b1()");
 }
 
 TEST_P(StoreTest, WhoeverGoesThroughTheTreeSeesWhatOthersChangeMeanwhileAtOnce) {
