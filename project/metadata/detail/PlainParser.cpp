@@ -53,6 +53,9 @@ public:
 
 private:
     void setRest(Rest rest);
+    static void meetRest(void* context) {
+        run(context, [](PlainParser& self) { self.giveUp(Obstacle::rest); });
+    }
     void requireEncoding(std::string_view firstBlock);
     PlainDocument finish();
     void parseBlock(std::string_view block, bool isLast);
@@ -127,16 +130,12 @@ void PlainParser::setRest(Rest rest) {
         return;
     handler.characters = [](void* context, const xmlChar* text, int size) {
         if (!isBlank(text, size))
-            run(context, [](PlainParser& self) { self.giveUp(Obstacle::rest); });
+            meetRest(context);
     };
-    handler.cdataBlock = [](void* context, const xmlChar* /*text*/, int /*size*/) {
-        run(context, [](PlainParser& self) { self.giveUp(Obstacle::rest); });
-    };
-    handler.comment = [](void* context, const xmlChar* /*text*/) {
-        run(context, [](PlainParser& self) { self.giveUp(Obstacle::rest); });
-    };
+    handler.cdataBlock = [](void* context, const xmlChar* /*text*/, int /*size*/) { meetRest(context); };
+    handler.comment = [](void* context, const xmlChar* /*text*/) { meetRest(context); };
     handler.processingInstruction = [](void* context, const xmlChar* /*target*/, const xmlChar* /*data*/) {
-        run(context, [](PlainParser& self) { self.giveUp(Obstacle::rest); });
+        meetRest(context);
     };
 }
 
