@@ -170,6 +170,8 @@ PathElement getPathElement(const MetadataNode& xml, const host::Path& file) {
 std::u16string findForeign(const MetadataNode& xml, std::initializer_list<std::u16string_view> moreKeys,
                            bool mayHavePaths) {
     const bool isPath = xml.getName() == pathElementName;
+    if (!isPath && xml.getName() != projectElementName)
+        return u"<" + xml.getName() + u"> where <" + projectElementName + u"> is expected";
     for (const std::u16string& key : xml.getAttributeKeys()) {
         if (std::find(moreKeys.begin(), moreKeys.end(), key) == moreKeys.end() && !(isPath && isRead(key, xml)))
             return describeAttribute(key, xml);

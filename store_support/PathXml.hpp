@@ -44,9 +44,9 @@ void putPathElement(project::metadata::XmlSink& xml, const project::metadata::Pa
 /// @throws project::metadata::MetadataReadFailure naming `file`, if `xml` does not name a path element
 project::metadata::PathElement getPathElement(const project::metadata::MetadataNode& xml, const host::Path& file);
 
-/// What `xml`, the element of a project or of a path, or its "Node", holds that no store writes there, in words: an
-/// attribute that is not of a path element, nor one of `moreKeys`; or a child that is no "Node", unless it
-/// `mayHavePaths`, of which the caller reads all other children. Empty if there is nothing.
+/// What `xml`, the element of a project or of a path, holds that no store writes there, in words: another name than a
+/// project's, an attribute that is not of a path element, nor one of `moreKeys`, an attribute of its "Node", or another
+/// child, unless it `mayHavePaths`: then the caller reads all children but "Node". Empty if there is nothing.
 std::u16string findForeign(const project::metadata::MetadataNode& xml,
                            std::initializer_list<std::u16string_view> moreKeys, bool mayHavePaths);
 

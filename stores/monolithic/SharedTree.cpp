@@ -73,9 +73,9 @@ public:
                     tree.node = node;
             },
             &tree);
-        const bool isRoot = xml.getName() == projectElementName;
-        const auto foreign = isRoot ? store_support::findForeign(xml, {project::metadata::metadataTypeKey()}, true)
-                                    : store_support::findForeign(xml, {}, true);
+        const bool isPath = xml.getName() == pathElementName;
+        const auto foreign = isPath ? store_support::findForeign(xml, {}, true)
+                                    : store_support::findForeign(xml, {project::metadata::metadataTypeKey()}, true);
         if (!foreign.empty())
             damage_.push_back({file_, store_support::describeLoss(foreign), false, true});
         // All that is read from files is of this type.
