@@ -18,8 +18,9 @@
 namespace stores::fixed_path {
 
 /// One thread at a time may use a store. What each operation does is said at `MetadataManager`. A path with a damaged
-/// file exists without a node; `getNode` throws `MetadataReadFailure` naming the file. Changing operations throw what
-/// `PathFileChange`, `FileBatch` and `TreeRules` throw; all operations what `settle` throws.
+/// file exists without a node; `getNode` throws `MetadataReadFailure` naming the file. Where the file only holds
+/// something foreign besides, the node is read. Changing operations throw what `PathFileChange`, `FileBatch` and
+/// `TreeRules` throw; all operations what `settle` throws.
 ///
 /// Whether somebody else has changed a node is told by its file, so a new rank in it counts as a change too. New
 /// permissions and further names of the file do not; but of a file that was never read, directly in the metadata

@@ -38,13 +38,19 @@ namespace {
 /// How many elements lie above a node in its file: the path's own and "Node".
 constexpr int nodeDepth = 2;
 
-/// @param content what the file says that is in the way; null if it has gone since
+[[noreturn]] void raiseDisturbance(const Path& file) {
+    raise<MetadataWriteFailure>(file.text(), u"somebody else is changing it just now");
+}
+
+/// @param content what the file says now, which may have been mended or removed since its damage was met; null for that
 [[noreturn]] void raiseDamage(const Path& file, const PathFilePtr& content) {
-    const std::u16string problem = content && content->damage ? content->damage->problem : u"";
+    if (!content || !content->damage)
+        raiseDisturbance(file);
+    const std::u16string& problem = content->damage->problem;
     raise<MetadataWriteFailure>(
-        file.text(), content && !content->isBroken()
-                         ? problem
-                         : u"it is damaged, and neither overwritten nor removed before it is repaired: " + problem);
+        file.text(), content->isBroken()
+                         ? u"it is damaged, and neither overwritten nor removed before it is repaired: " + problem
+                         : problem);
 }
 
 /// Whether the file tells which path it belongs to.
@@ -137,7 +143,7 @@ std::shared_ptr<const MetadataNode> PathFileChange::readNode(Index index) {
         return lastContent_.second->node;
     const PathFilePtr content = files_.readForChange(getFile(index), Extent::whole);
     if (!content || content->version != items_[index].old)
-        raise<MetadataWriteFailure>(getFile(index).text(), u"somebody else is changing it just now");
+        raiseDisturbance(getFile(index));
     return content->node;
 }
 
