@@ -11,6 +11,7 @@
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/PathRenamer.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/fixed_path/PathFileChange.hpp"
 #include "stores/fixed_path/PathFiles.hpp"
@@ -28,7 +29,8 @@ namespace stores::fixed_path {
 class FixedPathManager : public project::metadata::MetadataManager,
                          public project::metadata::DamageReporter,
                          public project::metadata::StoreFileLister,
-                         public project::metadata::PathRenamer {
+                         public project::metadata::PathRenamer,
+                         public project::metadata::RepeatableReader {
 public:
     /// @param folder the metadata folder, which need not exist
     FixedPathManager(const host::Path& folder, store_support::JobRunner runJob);
@@ -52,17 +54,19 @@ public:
     host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
     void renamePath(const project::metadata::MetadataPath& path,
                     const project::metadata::PathElement& element) override;
+    void beginReading() const noexcept override { files_.beginReading(); }
+    void endReading() const noexcept override { files_.endReading(); }
 
 private:
-    /// What the file at `place` says for the user of this store; null if it does not exist.
-    PathFilePtr read(const PathFiles::Place& place, Extent extent) const;
+    /// What the file of `path` says for the user of this store; null if it does not exist.
+    PathFilePtr read(const project::metadata::MetadataPath& path, Extent extent) const;
 
     /// Notes that the user of this store knows that the path of the file that says `content` exists. Of a branch there
     /// is no more to know.
     void markExistenceSeen(const PathFile& content) const;
 
-    /// What the files of the children of `place` say, without a change in between.
-    std::vector<PathFilePtr> readChildren(const PathFiles::Place& place) const;
+    /// The children of `place`, without a change in between.
+    Listing readChildren(const PathFiles::Place& place) const;
 
     /// Carries out what `collect` asks for, if that changes anything. It is called twice: once without the lock, to see
     /// whether there is anything to do.

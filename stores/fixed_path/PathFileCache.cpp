@@ -26,19 +26,25 @@ std::size_t hashName(const Path& file) {
 }  // namespace
 
 PathFilePtr PathFileCache::find(const Path& file, const FileVersion& version) {
-    const auto isIt = [&](const Entry& entry) {
-        return entry.content->version == version && entry.nameHash == hashName(file);
-    };
-    const auto young = young_.find(version.inode);
+    const Entry* const entry = touch(version.inode);
+    return entry && entry->content->version == version && entry->nameHash == hashName(file) ? entry->content : nullptr;
+}
+
+PathFilePtr PathFileCache::find(std::uint64_t inode, std::int64_t changed) {
+    const Entry* const entry = touch(inode);
+    return entry && entry->content->version.changed == changed ? entry->content : nullptr;
+}
+
+const PathFileCache::Entry* PathFileCache::touch(std::uint64_t inode) {
+    const auto young = young_.find(inode);
     if (young != young_.end())
-        return isIt(young->second) ? young->second.content : nullptr;
-    const auto old = old_.find(version.inode);
-    if (old == old_.end() || !isIt(old->second))
+        return &young->second;
+    const auto old = old_.find(inode);
+    if (old == old_.end())
         return nullptr;
-    PathFilePtr content = old->second.content;
-    makeRoom(*content);
-    young_.insert(old_.extract(version.inode));
-    return content;
+    auto entry = old_.extract(old);
+    makeRoom(*entry.mapped().content);
+    return &young_.insert(std::move(entry)).position->second;
 }
 
 PathFilePtr PathFileCache::findAnyVersion(std::uint64_t inode) const {

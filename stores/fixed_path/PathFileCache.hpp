@@ -21,6 +21,10 @@ public:
     /// What the file `file` says in the version `version`, null if that is not known.
     PathFilePtr find(const host::Path& file, const store_support::FileVersion& version);
 
+    /// What the file with that inode says, if it was last changed at `changed`, as the system says it; null if that is
+    /// not known.
+    PathFilePtr find(std::uint64_t inode, std::int64_t changed);
+
     /// What the file with that inode said last, under any name; null if that is not known.
     PathFilePtr findAnyVersion(std::uint64_t inode) const;
 
@@ -33,6 +37,9 @@ private:
         std::size_t nameHash;  // of the name in its folder, which has to fit the content
     };
     using Entries = std::unordered_map<std::uint64_t, Entry>;  // by the inode
+
+    /// The entry of a file, young from now on; null if there is none.
+    const Entry* touch(std::uint64_t inode);
 
     void makeRoom(const PathFile& content);
 

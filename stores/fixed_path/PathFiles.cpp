@@ -22,9 +22,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <map>
 #include <optional>
-#include <set>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -35,7 +33,6 @@
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
-#include "store_support/Disk.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
@@ -49,12 +46,15 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
+using project::metadata::stripExtension;
 using store_support::Descriptor;
 using store_support::FileVersion;
 using store_support::findStatus;
+using store_support::FolderEntry;
 using store_support::getFileVersion;
 using store_support::getReadProblem;
 using store_support::isFolder;
+using store_support::listEntries;
 using store_support::listNames;
 using store_support::makeFileVersion;
 using store_support::readXmlFile;
@@ -79,15 +79,25 @@ PathFilePtr makeBranch(const PathElement& element) {
     return content;
 }
 
-bool isBefore(const PathFilePtr& a, const PathFilePtr& b) {
-    if (a->rank == b->rank)
-        return a->element < b->element;
-    return !a->rank.empty() && (b->rank.empty() || a->rank < b->rank);
+MetadataDamage describe(const Path& file, const PathFileDamage& damage) {
+    return {file, damage.problem, false, damage.isForeign};
+}
+
+bool isBefore(const Child& a, const Child& b) {
+    const PathFile& first = *a.content;
+    const PathFile& second = *b.content;
+    if (first.rank == second.rank)
+        return first.element < second.element;
+    return !first.rank.empty() && (second.rank.empty() || first.rank < second.rank);
+}
+
+void sort(Listing& listing) {
+    std::sort(listing.children.begin(), listing.children.end(), isBefore);
 }
 
 /// The path element that the name of `file` tells, if it does.
 std::optional<PathElement> parseFileName(const Path& file) {
-    return parseNodeFolderName(project::metadata::stripExtension(file.fileName().text(), nodeFileExtension));
+    return parseNodeFolderName(stripExtension(file.fileName().text(), nodeFileExtension));
 }
 
 std::int64_t readClock(clockid_t clock) {
@@ -142,12 +152,11 @@ void requireName(const Path& file, const std::u16string& name) {
     }
 }
 
-/// Whether `content` says what is to be found out.
+}  // namespace
+
 bool isEnough(const PathFilePtr& content, Extent extent) {
     return content && (extent == Extent::place || !content->hasNode || content->node);
 }
-
-}  // namespace
 
 PathFiles::PathFiles(Path folder)
     : folder_(std::move(folder)),
@@ -158,12 +167,17 @@ PathFiles::PathFiles(Path folder)
       beginning_(findBeginning(folder_)) {}
 
 const PathFiles::Place& PathFiles::locate(const MetadataPath& path) const {
+    walk(path, path.getPath().size());
+    return walk_.back();
+}
+
+void PathFiles::walk(const MetadataPath& path, std::size_t depth) const {
     const auto& elements = path.getPath();
     std::size_t known = 0;
-    while (known + 1 < walk_.size() && known < elements.size() && walk_[known + 1].element == elements[known])
+    while (known + 1 < walk_.size() && known < depth && walk_[known + 1].element == elements[known])
         ++known;
     walk_.erase(walk_.begin() + static_cast<std::ptrdiff_t>(known + 1), walk_.end());
-    for (; known < elements.size(); ++known) {
+    for (; known < depth; ++known) {
         const Place& above = walk_.back();
         const Path folderHere(nodeFolderName(elements[known]));
         Path folder = above.folder / folderHere;
@@ -173,7 +187,6 @@ const PathFiles::Place& PathFiles::locate(const MetadataPath& path) const {
         walk_.push_back(
             {elements[known], std::move(file), std::move(fileName), std::move(folder), std::move(folderName)});
     }
-    return walk_.back();
 }
 
 bool PathFiles::hasScratchFolder() const {
@@ -201,9 +214,21 @@ PathFilePtr PathFiles::read(const Path& file, const std::string& name, Extent ex
     auto content = cache_.find(file, makeFileVersion(*status));
     if (isEnough(content, extent))
         return content;
-    content = readAnew(file, *status);
+    content = note(file, readXmlFile(file, *status));
     if (content)
         cache_.insert(file, content);
+    return content;
+}
+
+PathFilePtr PathFiles::readEntry(const Path& file, const std::string& name, const FolderEntry& entry) const {
+    // Of what is known, a look tells whether it is still true; what is not is read without one.
+    const bool isNew = entry.isRegular && !cache_.findAnyVersion(entry.inode);
+    const auto xml = isNew ? store_support::readSmallFile(name) : std::nullopt;
+    if (!xml)
+        return read(file, name, Extent::place);
+    host::Interruption::throwIfRequested();
+    PathFilePtr content = note(file, *xml);
+    cache_.insert(file, content);
     return content;
 }
 
@@ -215,7 +240,7 @@ PathFilePtr PathFiles::readForChange(const Path& file, Extent extent) const {
     auto known = cache_.find(file, makeFileVersion(*status));
     if (isEnough(known, extent))
         return known;
-    auto content = readAnew(file, *status);
+    auto content = note(file, readXmlFile(file, *status));
     if (content && !known) {
         auto place = std::make_shared<PathFile>(*content);
         place->node = nullptr;
@@ -224,13 +249,12 @@ PathFilePtr PathFiles::readForChange(const Path& file, Extent extent) const {
     return content;
 }
 
-PathFilePtr PathFiles::readAnew(const Path& file, const struct stat& status) const {
-    const XmlFile xml = readXmlFile(file, status);
+PathFilePtr PathFiles::note(const Path& file, const XmlFile& xml) const {
     if (!xml.version)
         return nullptr;
     auto content = std::make_shared<const PathFile>(interpret(file, xml));
     if (content->damage)
-        store_support::reportDamage({file, content->damage->problem, false, content->damage->isForeign});
+        store_support::reportDamage(describe(file, *content->damage));
     // What was there in the beginning is known. It still is if only its permissions or names are new.
     const auto before = cache_.findAnyVersion(content->version.inode);
     if (before && content->version.changed > beginning_ && before->version.changed <= beginning_ &&
@@ -264,29 +288,80 @@ PathFile PathFiles::interpret(const Path& file, const XmlFile& xml) const {
     return content;
 }
 
-std::vector<PathFilePtr> PathFiles::readChildren(const Path& childFolder) const {
-    std::vector<PathFilePtr> children;
-    std::unordered_set<std::u16string> filesHere;
-    std::vector<Path> foldersHere;
-    for (const std::string& name : listNames(childFolder)) {
-        Path entry = childFolder / Path::fromAccessName(name);
-        if (isNodeFolder(entry))
-            foldersHere.push_back(std::move(entry));
-        else if (isNodeFile(entry)) {
+PathFiles::Folder PathFiles::readFolder(const Path& childFolder, Damages* damages) const {
+    Folder folder;
+    std::vector<std::pair<Path, FolderEntry>> files;  // each with its name here
+    for (FolderEntry& entry : listEntries(childFolder)) {
+        Path name = Path::fromAccessName(entry.name);
+        if (isNodeFile(name))
+            files.emplace_back(std::move(name), std::move(entry));
+        else if (isNodeFolder(name))
+            folder.folders.emplace(name.text(), false);
+    }
+    folder.listing.children.reserve(files.size());
+    folder.hasFiles = !files.empty();
+    const std::string start = childFolder.accessName() + '/';
+    for (const auto& [name, entry] : files) {
+        const auto below = folder.folders.find(stripExtension(name.text(), nodeFileExtension));
+        const bool hasFolder = below != folder.folders.end();
+        if (hasFolder)
+            below->second = true;
+        const Path file = childFolder / name;
+        try {
+            const PathFilePtr content = readEntry(file, start + entry.name, entry);
             // Another process may have removed it since. A damaged one may not even tell which path it was.
-            const PathFilePtr child = read(entry, Extent::place);
-            if (child && entry.fileName().text() == nodeFileName(child->element))
-                children.push_back(child);
-            filesHere.insert(entry.text());
+            if (content && (!content->damage || name.text() == nodeFileName(content->element)))
+                folder.listing.children.push_back({content, hasFolder});
+            else
+                folder.listing.isAll = false;
+            if (content && content->damage && damages)
+                damages->insert_or_assign(file, describe(file, *content->damage));
+        } catch (const MetadataReadFailure& error) {
+            if (!damages)
+                throw;
+            damages->insert_or_assign(file, MetadataDamage{file, getReadProblem(error)});
+            folder.listing.isAll = false;
         }
     }
-    for (const Path& folder : foldersHere) {
-        const auto element = parseNodeFolderName(folder.fileName().text());
-        if (element && filesHere.count(folder.text() + nodeFileExtension) == 0 && hasChildren(folder))
-            children.push_back(makeBranch(*element));
+    for (const auto& [name, hasFile] : folder.folders)
+        folder.listing.isAll = folder.listing.isAll && hasFile;
+    return folder;
+}
+
+Listing PathFiles::readChildren(const Path& childFolder) const {
+    Folder folder = readFolder(childFolder, nullptr);
+    for (const auto& [name, hasFile] : folder.folders) {
+        const auto element = hasFile ? std::nullopt : parseNodeFolderName(name);
+        if (element && hasChildren(childFolder / Path(name)))
+            folder.listing.children.push_back({makeBranch(*element), true});
     }
-    std::sort(children.begin(), children.end(), isBefore);
-    return children;
+    sort(folder.listing);
+    return std::move(folder.listing);
+}
+
+void PathFiles::endReading() noexcept {
+    if (--readings_ == 0)
+        listings_.clear();
+}
+
+void PathFiles::remember(const Path& childFolder, const Listing& listing) const {
+    if (readings_ > 0)
+        listings_.add(childFolder, listing);
+}
+
+std::optional<Child> PathFiles::recall(const MetadataPath& path) const {
+    const auto& elements = path.getPath();
+    if (readings_ == 0 || elements.empty())
+        return std::nullopt;
+    walk(path, elements.size() - 1);
+    return listings_.find(walk_.back().folder, elements.back(), cache_);
+}
+
+std::optional<Listing> PathFiles::recallChildren(const Path& childFolder) const {
+    auto listing = listings_.find(childFolder, cache_);
+    if (listing)
+        sort(*listing);
+    return listing;
 }
 
 Rank PathFiles::findLastRank(const Path& childFolder) const {
@@ -297,8 +372,8 @@ Rank PathFiles::findLastRank(const Path& childFolder) const {
     if (known != lastRanks_.end() && known->second.version == *version)
         return known->second.rank;
     Rank last;
-    for (const PathFilePtr& child : readChildren(childFolder))
-        last = std::max(last, child->rank);
+    for (const Child& child : readChildren(childFolder).children)
+        last = std::max(last, child.content->rank);
     lastRanks_.insert_or_assign(childFolder.text(), LastRank{*version, last});
     return last;
 }
@@ -339,38 +414,53 @@ std::vector<Path> PathFiles::list(const Path& childFolder) const {
     return files;
 }
 
-std::vector<MetadataDamage> PathFiles::findDamage() const {
-    std::map<Path, MetadataDamage> damage;
-    std::vector<Path> files = list(folder_);
-    if (!files.empty() && !getFileVersion(coreFile_))
-        damage[coreFile_] = {coreFile_, missing};
-    std::set<Path> known;
-    for (const Path& file : files) {
-        // Every folder on the way must have its file.
-        Path folder = project::metadata::getParentFolder(file);
-        while (folder != folder_ && known.insert(folder).second) {
-            const Path parent(folder.text() + nodeFileExtension);
-            // A name that was cut does not tell the path.
-            if (!getFileVersion(parent))
-                damage[parent] = {parent, missing, parseNodeFolderName(folder.fileName().text()).has_value()};
-            folder = project::metadata::getParentFolder(folder);
+bool PathFiles::findDamage(const Path& childFolder, Damages& damages) const {
+    if (const auto known = listings_.find(childFolder, cache_); known && known->isAll) {
+        for (const auto& [content, hasFolder] : known->children) {
+            const Path below = childFolder / Path(nodeFolderName(content->element));
+            const Path file(below.text() + nodeFileExtension);
+            if (content->damage)
+                damages[file] = describe(file, *content->damage);
+            if (hasFolder && isFolder(below))
+                findDamage(below, damages);
         }
+        return !known->children.empty();
     }
-    files.push_back(coreFile_);
-    for (const Path& file : files) {
-        try {
-            const PathFilePtr content = read(file, Extent::place);
-            if (content && content->damage)
-                damage[file] = {file, content->damage->problem, false, content->damage->isForeign};
-        } catch (const MetadataReadFailure& error) {
-            damage[file] = {file, getReadProblem(error)};
-        }
+    const auto version = readings_ > 0 ? getFileVersion(childFolder) : std::nullopt;
+    const Folder folder = readFolder(childFolder, &damages);
+    if (version && folder.listing.isAll && !isInterrupted() && getFileVersion(childFolder) == version)
+        remember(childFolder, folder.listing);
+    bool hasPaths = folder.hasFiles;
+    for (const auto& [name, hasFile] : folder.folders) {
+        const Path below = childFolder / Path(name);
+        if (!isFolder(below) || !findDamage(below, damages))
+            continue;
+        hasPaths = true;
+        const Path file(below.text() + nodeFileExtension);
+        // A name that was cut does not tell the path.
+        if (!hasFile)
+            damages[file] = {file, missing, parseNodeFolderName(name).has_value()};
+    }
+    return hasPaths;
+}
+
+std::vector<MetadataDamage> PathFiles::findDamage() const {
+    Damages damages;
+    const bool hasPaths = findDamage(folder_, damages);
+    try {
+        const PathFilePtr root = read(coreFile_, Extent::place);
+        if (root && root->damage)
+            damages[coreFile_] = describe(coreFile_, *root->damage);
+        else if (!root && hasPaths)
+            damages[coreFile_] = {coreFile_, missing};
+    } catch (const MetadataReadFailure& error) {
+        damages[coreFile_] = {coreFile_, getReadProblem(error)};
     }
     if (const auto journal = store_support::findJournalDamage(folder_))
-        damage[journal->file] = *journal;
+        damages[journal->file] = *journal;
     std::vector<MetadataDamage> result;
-    result.reserve(damage.size());
-    for (auto& [file, found] : damage)
+    result.reserve(damages.size());
+    for (auto& [file, found] : damages)
         result.push_back(std::move(found));
     return result;
 }

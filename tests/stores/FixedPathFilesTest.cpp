@@ -6,6 +6,7 @@
 #include "project/metadata/MetadataCopy.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/MessageOf.hpp"
@@ -167,6 +168,30 @@ TEST_F(FixedPathFilesTest, MissingFilesAreNamedAndWhatIsBelowIsRead) {
     store_->addPath(path({u"a", u"b"}));
     EXPECT_EQ(damagedFiles(), std::vector<std::string>());
     EXPECT_EQ(outline(*store_), "z a a/b a/b/c(1)");
+}
+
+TEST_F(FixedPathFilesTest, WhatAReadingKnowsHidesNoDamage) {
+    for (const char16_t* name : {u"a", u"b", u"c"}) {
+        for (const char16_t* below : {u"x", u"y", u"z"})
+            store_->setNode(path({name, below}), *node(u"1"));
+    }
+    writeBytes(file("t=a/t=x.xml"), "<Path");
+    std::filesystem::rename(file("t=b/t=y.xml"), file("t=b/t=other.xml"));
+    std::filesystem::remove(file("t=c.xml"));
+    writeBytes(file("t=c/t=z.xml"), "<Path Location='z' Rank='a3' Type='t'><!-- c --></Path>");
+    const auto expected = damagedFiles();
+    EXPECT_EQ(expected, (std::vector<std::string>{"t=a/t=x.xml", "t=b/t=other.xml", "t=c/t=z.xml", "t=c.xml"}));
+    const auto read = outlineOfReadable();
+    for (const bool walksFirst : {true, false}) {
+        store_ = openStore(u"fixedPath", folder_.path());
+        const project::metadata::RepeatableRead reading(*store_);
+        if (walksFirst) {
+            EXPECT_EQ(outlineOfReadable(), read);
+        }
+        EXPECT_EQ(damagedFiles(), expected);
+        EXPECT_EQ(outlineOfReadable(), read);
+        EXPECT_EQ(damagedFiles(), expected);
+    }
 }
 
 TEST_F(FixedPathFilesTest, ADamagedCoreFileHidesNothingElse) {
