@@ -8,6 +8,7 @@
 #include "store_support/CoreFileType.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/StoreFiles.hpp"
+#include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
 
@@ -79,7 +80,8 @@ std::vector<MetadataPath> FixedPathManager::getChildren(const MetadataPath& path
     }
     children.reserve(found->children.size());
     for (const Child& child : found->children) {
-        markExistenceSeen(*child.content);
+        if (isNewBranch(*child.content))
+            files_.seen().add(place.folder / nodeFileName(child.content->element), child.content->version);
         std::vector<project::metadata::PathElement> elements;
         elements.reserve(path.getPath().size() + 1);
         elements = path.getPath();
@@ -95,8 +97,8 @@ bool FixedPathManager::hasPath(const MetadataPath& path) const {
     files_.settle();
     const PathFiles::Place& place = files_.locate(path);
     const PathFilePtr content = files_.read(place, Extent::place);
-    if (content)
-        markExistenceSeen(*content);
+    if (content && isNewBranch(*content))
+        files_.seen().add(place.file, content->version);
     return content || files_.hasChildren(place.folder);
 }
 
@@ -125,9 +127,8 @@ host::Path FixedPathManager::getNodeFile(const MetadataPath& path) const {
     return files_.locate(path).file;
 }
 
-void FixedPathManager::markExistenceSeen(const PathFile& content) const {
-    if (!content.hasNode)
-        files_.markSeen(content.version);
+bool FixedPathManager::isNewBranch(const PathFile& content) const {
+    return !content.hasNode && files_.seen().isNews(content.version);
 }
 
 PathFilePtr FixedPathManager::read(const MetadataPath& path, Extent extent) const {
@@ -137,16 +138,13 @@ PathFilePtr FixedPathManager::read(const MetadataPath& path, Extent extent) cons
         files_.settle();
         content = files_.read(files_.locate(path), extent);
     }
-    if (content)
-        files_.markSeen(content->version);
+    if (content && files_.seen().isNews(content->version))
+        files_.seen().add(files_.locate(path).file, content->version);
     return content;
 }
 
 Listing FixedPathManager::readChildren(const PathFiles::Place& place) const {
-    const auto findVersion = [&] {
-        const auto status = store_support::findStatus(place.folder, place.folderName);
-        return status ? std::optional(store_support::makeFileVersion(*status)) : std::nullopt;
-    };
+    const auto findVersion = [&] { return store_support::getFolderVersion(place.folder, place.folderName); };
     constexpr int patience = 3;
     for (int attempt = 0; attempt < patience; ++attempt) {
         // Most paths have none.

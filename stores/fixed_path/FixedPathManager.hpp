@@ -24,8 +24,8 @@ namespace stores::fixed_path {
 /// `TreeRules` throw; all operations what `settle` throws.
 ///
 /// Whether somebody else has changed a node is told by its file, so a new rank in it counts as a change too. New
-/// permissions and further names of the file do not; but of a file that was never read, directly in the metadata
-/// folder, where locks come and go, they cannot be told from a change.
+/// permissions and further names of a file that was read do not; of one that was not, they cannot be told from a change
+/// (SeenFiles.hpp).
 class FixedPathManager : public project::metadata::MetadataManager,
                          public project::metadata::DamageReporter,
                          public project::metadata::StoreFileLister,
@@ -61,9 +61,9 @@ private:
     /// What the file of `path` says for the user of this store; null if it does not exist.
     PathFilePtr read(const project::metadata::MetadataPath& path, Extent extent) const;
 
-    /// Notes that the user of this store knows that the path of the file that says `content` exists. Of a branch there
-    /// is no more to know.
-    void markExistenceSeen(const PathFile& content) const;
+    /// Whether the user of this store has to be noted to know the file that says `content`, when he learns that its
+    /// path exists: of a branch there is no more to know.
+    bool isNewBranch(const PathFile& content) const;
 
     /// The children of `place`, without a change in between.
     Listing readChildren(const PathFiles::Place& place) const;

@@ -1,7 +1,6 @@
 #include "stores/fixed_path/PathFileCache.hpp"
 
 #include <functional>
-#include <string_view>
 #include <utility>
 
 namespace stores::fixed_path {
@@ -18,16 +17,13 @@ std::size_t estimateBytes(const PathFile& content) {
     return place + (content.node ? nodeToFile * static_cast<std::size_t>(content.version.size) : 0);
 }
 
-std::size_t hashName(const Path& file) {
-    const std::u16string_view text = file.text();
-    return std::hash<std::u16string_view>()(text.substr(text.rfind(u'/') + 1));
-}
-
 }  // namespace
 
 PathFilePtr PathFileCache::find(const Path& file, const FileVersion& version) {
     const Entry* const entry = touch(version.inode);
-    return entry && entry->content->version == version && entry->nameHash == hashName(file) ? entry->content : nullptr;
+    return entry && entry->content->version == version && entry->fileHash == std::hash<std::u16string>()(file.text())
+               ? entry->content
+               : nullptr;
 }
 
 PathFilePtr PathFileCache::find(std::uint64_t inode, std::int64_t changed) {
@@ -47,10 +43,10 @@ const PathFileCache::Entry* PathFileCache::touch(std::uint64_t inode) {
     return &young_.insert(std::move(entry)).position->second;
 }
 
-PathFilePtr PathFileCache::findAnyVersion(std::uint64_t inode) const {
+PathFilePtr PathFileCache::findAnyVersion(const Path& file, std::uint64_t inode) const {
     for (const Entries* entries : {&young_, &old_}) {
         const auto entry = entries->find(inode);
-        if (entry != entries->end())
+        if (entry != entries->end() && entry->second.fileHash == std::hash<std::u16string>()(file.text()))
             return entry->second.content;
     }
     return nullptr;
@@ -60,7 +56,7 @@ void PathFileCache::insert(const Path& file, PathFilePtr content) {
     const std::uint64_t inode = content->version.inode;
     erase(inode);
     makeRoom(*content);
-    young_.emplace(inode, Entry{std::move(content), hashName(file)});
+    young_.emplace(inode, Entry{std::move(content), std::hash<std::u16string>()(file.text())});
 }
 
 void PathFileCache::erase(std::uint64_t inode) {

@@ -14,17 +14,8 @@
 
 #include "stores/fixed_path/PathFiles.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <time.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
 #include <optional>
-#include <string_view>
-#include <thread>
 #include <utility>
 
 #include "host/Interruption.hpp"
@@ -33,6 +24,7 @@
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
+#include "store_support/EqualTrees.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
@@ -41,24 +33,20 @@ namespace stores::fixed_path {
 
 using host::Path;
 using project::metadata::MetadataDamage;
-using project::metadata::MetadataNode;
 using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
 using project::metadata::stripExtension;
-using store_support::Descriptor;
-using store_support::FileVersion;
 using store_support::findStatus;
 using store_support::FolderEntry;
-using store_support::getFileVersion;
+using store_support::getFolderVersion;
 using store_support::getReadProblem;
 using store_support::isFolder;
 using store_support::listEntries;
 using store_support::listNames;
 using store_support::makeFileVersion;
 using store_support::readXmlFile;
-using store_support::toNanoseconds;
 using store_support::XmlFile;
 
 namespace {
@@ -100,51 +88,6 @@ std::optional<PathElement> parseFileName(const Path& file) {
     return parseNodeFolderName(stripExtension(file.fileName().text(), nodeFileExtension));
 }
 
-std::int64_t readClock(clockid_t clock) {
-    timespec now{};
-    clock_gettime(clock, &now);
-    return toNanoseconds(now);
-}
-
-/// The time that the file system of `folder` gives to what is made there now; no value if it cannot be asked. It may be
-/// another machine's. Nothing is left behind, whenever this ends: a file without a name is made or, where the file
-/// system has none, the folder is touched.
-std::optional<std::int64_t> askFileSystem(const std::string& folder) {
-    struct stat status {};
-    const Descriptor unnamed(folder, O_TMPFILE | O_WRONLY, 0600);
-    const bool isKnown = unnamed.isOpen() ? fstat(unnamed.number(), &status) == 0
-                                          : (errno == EOPNOTSUPP || errno == EISDIR) &&
-                                                utimensat(AT_FDCWD, folder.c_str(), nullptr, 0) == 0 &&
-                                                stat(folder.c_str(), &status) == 0;
-    return isKnown ? std::optional(toNanoseconds(status.st_ctim)) : std::nullopt;
-}
-
-/// A moment such that what has changed in `folder` so far did not change later, and what will, will. The clocks of file
-/// systems tick every few milliseconds only, so this waits for the next tick.
-std::int64_t findBeginning(const Path& folder) {
-    constexpr std::int64_t longestTick = 2'000'000'000;
-    constexpr auto pause = std::chrono::microseconds(200);
-    const std::string name = folder.accessName();
-    const std::int64_t start = readClock(CLOCK_MONOTONIC);
-    const auto isPatient = [&] { return readClock(CLOCK_MONOTONIC) - start < longestTick; };
-    if (const auto first = askFileSystem(name)) {
-        for (auto now = first; now && *now <= *first && isPatient(); now = askFileSystem(name))
-            std::this_thread::sleep_for(pause);
-        return *first;
-    }
-    // Nobody may write here, or there is nothing yet. The clock of this machine must do; that of files lags behind it.
-    const std::int64_t now = readClock(CLOCK_REALTIME);
-    while (readClock(CLOCK_REALTIME_COARSE) <= now && isPatient() && isFolder(folder))
-        std::this_thread::sleep_for(pause);
-    return now;
-}
-
-/// What new permissions and further names do not change.
-FileVersion getContentVersion(FileVersion version) {
-    version.changed = 0;
-    return version;
-}
-
 void requireName(const Path& file, const std::u16string& name) {
     if (file.fileName().text() != name) {
         raise<MetadataReadFailure>(
@@ -164,7 +107,7 @@ PathFiles::PathFiles(Path folder)
       scratchFolder_(store_support::getScratchFolder(folder_)),
       scratchName_(scratchFolder_.accessName()),
       walk_{{PathElement({}, {}), coreFile_, coreFile_.accessName(), folder_, folder_.accessName()}},
-      beginning_(findBeginning(folder_)) {}
+      seen_(folder_) {}
 
 const PathFiles::Place& PathFiles::locate(const MetadataPath& path) const {
     walk(path, path.getPath().size());
@@ -222,7 +165,7 @@ PathFilePtr PathFiles::read(const Path& file, const std::string& name, Extent ex
 
 PathFilePtr PathFiles::readEntry(const Path& file, const std::string& name, const FolderEntry& entry) const {
     // Of what is known, a look tells whether it is still true; what is not is read without one.
-    const bool isNew = entry.isRegular && !cache_.findAnyVersion(entry.inode);
+    const bool isNew = entry.isRegular && !cache_.hasInode(entry.inode);
     const auto xml = isNew ? store_support::readSmallFile(name) : std::nullopt;
     if (!xml)
         return read(file, name, Extent::place);
@@ -255,11 +198,11 @@ PathFilePtr PathFiles::note(const Path& file, const XmlFile& xml) const {
     auto content = std::make_shared<const PathFile>(interpret(file, xml));
     if (content->damage)
         store_support::reportDamage(describe(file, *content->damage));
-    // What was there in the beginning is known. It still is if only its permissions or names are new.
-    const auto before = cache_.findAnyVersion(content->version.inode);
-    if (before && content->version.changed > beginning_ && before->version.changed <= beginning_ &&
-        getContentVersion(before->version) == getContentVersion(content->version)) {
-        seen_.insert(getContentVersion(content->version));
+    // Who knows what it said knows it still if it says the same, with new permissions or a further name.
+    const auto before = cache_.findAnyVersion(file, content->version.inode);
+    if (before && before->version != content->version && before->hasNode == content->hasNode &&
+        store_support::equalTrees(before->node.get(), content->node.get()) && seen_.isKnown(file, before->version)) {
+        seen_.add(file, content->version);
     }
     return content;
 }
@@ -344,6 +287,11 @@ void PathFiles::endReading() noexcept {
         listings_.clear();
 }
 
+void PathFiles::lookAgain() noexcept {
+    listings_.clear();
+    seen_.lookAgain();
+}
+
 void PathFiles::remember(const Path& childFolder, const Listing& listing) const {
     if (readings_ > 0)
         listings_.add(childFolder, listing);
@@ -365,7 +313,7 @@ std::optional<Listing> PathFiles::recallChildren(const Path& childFolder) const 
 }
 
 Rank PathFiles::findLastRank(const Path& childFolder) const {
-    const auto version = getFileVersion(childFolder);
+    const auto version = getFolderVersion(childFolder);
     if (!version)
         return {};
     const auto known = lastRanks_.find(childFolder.text());
@@ -379,7 +327,7 @@ Rank PathFiles::findLastRank(const Path& childFolder) const {
 }
 
 void PathFiles::noteLastRank(const Path& childFolder, const Rank& rank) {
-    if (const auto version = getFileVersion(childFolder))
+    if (const auto version = getFolderVersion(childFolder))
         lastRanks_.insert_or_assign(childFolder.text(), LastRank{*version, rank});
 }
 
@@ -426,9 +374,9 @@ bool PathFiles::findDamage(const Path& childFolder, Damages& damages) const {
         }
         return !known->children.empty();
     }
-    const auto version = readings_ > 0 ? getFileVersion(childFolder) : std::nullopt;
+    const auto version = readings_ > 0 ? getFolderVersion(childFolder) : std::nullopt;
     const Folder folder = readFolder(childFolder, &damages);
-    if (version && folder.listing.isAll && !isInterrupted() && getFileVersion(childFolder) == version)
+    if (version && folder.listing.isAll && !isInterrupted() && getFolderVersion(childFolder) == version)
         remember(childFolder, folder.listing);
     bool hasPaths = folder.hasFiles;
     for (const auto& [name, hasFile] : folder.folders) {
@@ -467,33 +415,6 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
 
 void PathFiles::noteWritten(const Path& file, PathFile content) {
     cache_.insert(file, std::make_shared<const PathFile>(std::move(content)));
-}
-
-void PathFiles::markSeen(const FileVersion& version) {
-    if (version.changed > beginning_)
-        seen_.insert(getContentVersion(version));
-}
-
-void PathFiles::forget(const FileVersion& version) {
-    seen_.erase(getContentVersion(version));
-}
-
-bool PathFiles::isSeen(const Path& file, const FileVersion& version) const {
-    if (version.changed <= beginning_ || seen_.count(getContentVersion(version)) != 0)
-        return true;
-    // Only its permissions or names are new, unless another file has been put in its place.
-    return version.modified <= beginning_ && isOurs(project::metadata::getParentFolder(file));
-}
-
-bool PathFiles::isOurs(const Path& folder) const {
-    const auto version = getFileVersion(folder);
-    const auto ours = ours_.find(folder.text());
-    return version && (version->changed <= beginning_ || (ours != ours_.end() && ours->second == version->changed));
-}
-
-void PathFiles::markOurs(const Path& folder) {
-    if (const auto version = getFileVersion(folder))
-        ours_.insert_or_assign(folder.text(), version->changed);
 }
 
 }  // namespace stores::fixed_path

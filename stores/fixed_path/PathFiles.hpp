@@ -24,6 +24,7 @@
 #include "stores/fixed_path/PathFile.hpp"
 #include "stores/fixed_path/PathFileCache.hpp"
 #include "stores/fixed_path/Rank.hpp"
+#include "stores/fixed_path/SeenFiles.hpp"
 
 namespace stores::fixed_path {
 
@@ -92,7 +93,7 @@ public:
     std::optional<Listing> recallChildren(const host::Path& childFolder) const;
 
     /// Lets go of what `remember` was told, since it is going to change.
-    void lookAgain() noexcept { listings_.clear(); }
+    void lookAgain() noexcept;
 
     /// The last rank in `childFolder`; empty if there is none.
     Rank findLastRank(const host::Path& childFolder) const;
@@ -120,22 +121,8 @@ public:
     /// Notes what this store has written into `file`, where it has the version `content.version`.
     void noteWritten(const host::Path& file, PathFile content);
 
-    /// Notes that the user of this store knows what the version `version` of a file says.
-    void markSeen(const store_support::FileVersion& version);
-
-    /// Takes back `markSeen`, for a version that is not there any more.
-    void forget(const store_support::FileVersion& version);
-
-    /// Whether a file says what it said when this object was made, or what `markSeen` was called for. New
-    /// permissions or a further name of the file make no difference.
-    /// @param version the one that the file `file` has now
-    bool isSeen(const host::Path& file, const store_support::FileVersion& version) const;
-
-    /// Whether nobody but this store has put files into `folder`, or taken any away, since this object was made.
-    bool isOurs(const host::Path& folder) const;
-
-    /// Notes that it was this store that has changed `folder` last.
-    void markOurs(const host::Path& folder);
+    /// What the user of this store knows.
+    SeenFiles& seen() noexcept { return seen_; }
 
 private:
     struct LastRank {
@@ -179,14 +166,11 @@ private:
     host::Path scratchFolder_;
     std::string scratchName_;
     mutable std::vector<Place> walk_;  // the last path, with those above it, from the root path on
-    std::int64_t beginning_;           // by the clock of the file system: what has not changed later was there before
     mutable PathFileCache cache_;
     mutable Listings listings_;
     int readings_ = 0;                                                // how many have begun and not ended
     mutable std::unordered_map<std::u16string, LastRank> lastRanks_;  // by the text of the folder's path
-    // The user knows these, besides what was there in the beginning.
-    mutable std::unordered_set<store_support::FileVersion, store_support::FileVersionHash> seen_;
-    std::unordered_map<std::u16string, std::int64_t> ours_;  // by the folder's text: when this store changed it last
+    mutable SeenFiles seen_;
 };
 
 }  // namespace stores::fixed_path
