@@ -10,13 +10,15 @@ namespace operations {
 
 namespace pm = project::metadata;
 
-void exportMetadata(const pm::MetadataManager& store, const pm::MetadataPath& top, const host::Path& file,
-                    Existing existing, bool isDryRun, Observer& observer) {
+std::vector<pm::MetadataDamage> exportMetadata(const pm::MetadataManager& store, const pm::MetadataPath& top,
+                                               const host::Path& file, Existing existing, bool isDryRun,
+                                               Observer& observer) {
     const auto progress = observer.start("Exporting");
     const auto format = std::dynamic_pointer_cast<const pm::MetadataFileFormat>(pm::getSingleFileFactory());
     if (!format)
         throw OperationError(ErrorKind::failure, "There is no store that keeps everything in one file");
-    const pm::FileContent content{true, readSubtree(store, top, *progress, Damaged::leftOut)};
+    std::vector<pm::MetadataDamage> leftOut;
+    const pm::FileContent content{true, readSubtree(store, top, *progress, &leftOut)};
     const auto write = [&](const host::Path& place) { format->writeFile(content, place); };
     if (isDryRun) {
         const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"", u"");
@@ -26,6 +28,7 @@ void exportMetadata(const pm::MetadataManager& store, const pm::MetadataPath& to
     } else {
         writeFile(file, existing, write);
     }
+    return leftOut;
 }
 
 }  // namespace operations

@@ -1,18 +1,24 @@
 /// All metadata of a project, or of one of its paths, in one file.
 #pragma once
 
+#include <vector>
+
 #include "host/Path.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/Progress.hpp"
+#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 
 /// Writes `top` and everything below it that can be read of `store` to `file`, once that is seen to read back the same.
+/// @return the damage of each node that is left out
 /// @param isDryRun whether all of that is done elsewhere, and `file` left as it is
 /// @throws OperationError if there is no store that keeps everything in one file; whatever the store throws;
 ///         as `writeFile`
-void exportMetadata(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& top,
-                    const host::Path& file, Existing existing, bool isDryRun, Observer& observer);
+std::vector<project::metadata::MetadataDamage> exportMetadata(const project::metadata::MetadataManager& store,
+                                                              const project::metadata::MetadataPath& top,
+                                                              const host::Path& file, Existing existing, bool isDryRun,
+                                                              Observer& observer);
 
 }  // namespace operations

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -13,8 +14,10 @@
 #include "operations/Project.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "project/metadata/RepeatableRead.hpp"
+#include "store_support/StoreErrors.hpp"
 #include "store_support/WholeFile.hpp"
 
 namespace operations {
@@ -53,16 +56,50 @@ MetadataTree readFile(const host::Path& file) {
     return tree;
 }
 
-void fill(PathTree& tree, const pm::MetadataManager& store, const pm::MetadataPath& path, Progress& progress,
-          Damaged damaged) {
-    progress.advance();
-    if (damaged == Damaged::refused || store.hasNode(path))
-        tree.node = store.getNode(path);
-    for (const pm::MetadataPath& child : store.getChildren(path)) {
-        tree.children.emplace_back().step = child.getPath().back();
-        fill(tree.children.back(), store, child, progress, damaged);
+class TreeReader {
+public:
+    TreeReader(const pm::MetadataManager& store, Progress& progress, std::vector<pm::MetadataDamage>* leftOut)
+        : store_(store), reading_(store), progress_(progress), leftOut_(leftOut) {}
+
+    /// Fills `tree` with what the store has at `path` and below.
+    void fill(PathTree& tree, const pm::MetadataPath& path) {
+        progress_.advance();
+        try {
+            tree.node = store_.getNode(path);
+        } catch (const pm::MetadataReadFailure& error) {
+            if (!leftOut_ || !isDamaged(path))
+                throw;
+            leftOut_->push_back({getNodeFile(path), store_support::getReadProblem(error)});
+        }
+        for (const pm::MetadataPath& child : store_.getChildren(path)) {
+            tree.children.emplace_back().step = child.getPath().back();
+            fill(tree.children.back(), child);
+        }
     }
-}
+
+private:
+    /// Whether the file that has the node at `path` is damaged, and not only out of reach now, as far as the store can
+    /// tell.
+    bool isDamaged(const pm::MetadataPath& path) {
+        if (!damagedFiles_) {
+            damagedFiles_.emplace();
+            for (const pm::MetadataDamage& damage : findDamage(store_))
+                damagedFiles_->insert(damage.file);
+        }
+        return damagedFiles_->count(getNodeFile(path)) != 0;
+    }
+
+    host::Path getNodeFile(const pm::MetadataPath& path) const {
+        const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(&store_);
+        return lister ? lister->getNodeFile(path) : host::Path();
+    }
+
+    const pm::MetadataManager& store_;
+    const pm::RepeatableRead reading_;
+    Progress& progress_;
+    std::vector<pm::MetadataDamage>* const leftOut_;
+    std::optional<std::set<host::Path>> damagedFiles_;  // found when they are first asked for
+};
 
 /// @param root for the error sentence
 MetadataTree readStore(const pm::MetadataManager& store, const host::Path& root, Progress& progress) {
@@ -110,20 +147,19 @@ MetadataTree readTree(const pm::MetadataManager& store, const host::Path& root, 
     return readStore(store, root, *observer.start(nameOfWork(root)));
 }
 
-PathTree readPaths(const pm::MetadataManager& store, Progress& progress, Damaged damaged) {
-    return readSubtree(store, {}, progress, damaged);
+PathTree readPaths(const pm::MetadataManager& store, Progress& progress) {
+    return readSubtree(store, {}, progress);
 }
 
 PathTree readSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress,
-                     Damaged damaged) {
-    const pm::RepeatableRead reading(store);
+                     std::vector<pm::MetadataDamage>* leftOut) {
     PathTree tree;
     PathTree* at = &tree;
     for (const pm::PathElement& step : top.getPath()) {
         at = &at->children.emplace_back();
         at->step = step;
     }
-    fill(*at, store, top, progress, damaged);
+    TreeReader(store, progress, leftOut).fill(*at, top);
     return tree;
 }
 

@@ -9,6 +9,7 @@
 
 #include "host/Path.hpp"
 #include "operations/Progress.hpp"
+#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/MetadataNode.hpp"
@@ -46,17 +47,15 @@ MetadataTree readTree(const host::Path& place, Observer& observer);
 /// As `readTree`, for a project that is open already. `root` is its root folder.
 MetadataTree readTree(const project::metadata::MetadataManager& store, const host::Path& root, Observer& observer);
 
-/// What becomes of a node that the store lists, but cannot read.
-enum class Damaged { refused, leftOut };
-
 /// All that `store` holds.
 /// @throws whatever the store throws; host::InterruptedException
-PathTree readPaths(const project::metadata::MetadataManager& store, Progress& progress,
-                   Damaged damaged = Damaged::refused);
+PathTree readPaths(const project::metadata::MetadataManager& store, Progress& progress);
 
 /// As that, but only `top` with everything below it, and the paths above it without their nodes.
+/// @param leftOut gets a node's damage, instead of the error, where the store says that its file is damaged; may be
+/// null
 PathTree readSubtree(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& top,
-                     Progress& progress, Damaged damaged = Damaged::refused);
+                     Progress& progress, std::vector<project::metadata::MetadataDamage>* leftOut = nullptr);
 
 /// The path `top` in `tree`, which is that of the root path; null if it is not there.
 const PathTree* findPath(const PathTree& tree, const project::metadata::MetadataPath& top);

@@ -5,6 +5,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
@@ -52,8 +54,9 @@ Status exportProject(const host::Path& root, const Request& request) {
     operations::requireWritable(file.path(), existing);
     CommandObserver observer;
     const project::metadata::RepeatableRead reading(*store);
+    std::vector<project::metadata::MetadataDamage> damages;
     try {
-        operations::exportMetadata(*store, top, file.path(), existing, *request.dryRun, observer);
+        damages = operations::exportMetadata(*store, top, file.path(), existing, *request.dryRun, observer);
     } catch (const host::InterruptedException&) {
         throw;
     } catch (...) {
@@ -65,11 +68,13 @@ Status exportProject(const host::Path& root, const Request& request) {
         file.finish();
     tell(file, request);
     flushOutput();
-    const std::size_t damages = keepDamage(operations::findDamage(*store));
-    if (damages == 0)
+    for (auto& damage : operations::findDamage(*store))
+        damages.push_back(std::move(damage));
+    const std::size_t count = keepDamage(damages);
+    if (count == 0)
         return Status::done;
     reportError("The export lacks what is damaged in the metadata of " + quoted(root) + ": " +
-                formatCount(damages, "file"));
+                formatCount(count, "file"));
     return Status::foundProblems;
 }
 

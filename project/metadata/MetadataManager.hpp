@@ -64,7 +64,7 @@ public:
     /// `removePath` for every entry, as one batch.
     virtual void removePaths(const std::vector<MetadataPath>& paths) = 0;
 
-    /// @return whether a node is stored at `path`
+    /// @return whether a node is stored at `path`, be it one that is damaged, for which `getNode` throws
     virtual bool hasNode(const MetadataPath& path) const = 0;
 
     /// @return the full paths of the direct children of `path`, in their order; none if `path` does not exist

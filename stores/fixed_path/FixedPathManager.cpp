@@ -65,7 +65,7 @@ void FixedPathManager::removePaths(const std::vector<MetadataPath>& paths) {
 
 bool FixedPathManager::hasNode(const MetadataPath& path) const {
     const PathFilePtr content = read(path, Extent::place);
-    return content && content->hasNode;
+    return content && (content->hasNode || content->isBroken());
 }
 
 std::vector<MetadataPath> FixedPathManager::getChildren(const MetadataPath& path) const {

@@ -242,7 +242,7 @@ bool MonolithicManager::hasNode(const MetadataPath& path) const {
     const SharedTree* const tree = load().find(path);
     if (tree)
         tree->isUnseen = false;
-    return tree && tree->node;
+    return tree && (tree->node || tree->getProblem());
 }
 
 std::vector<MetadataPath> MonolithicManager::getChildren(const MetadataPath& path) const {
