@@ -43,6 +43,7 @@
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Disk.hpp"
+#include "store_support/FileAttributes.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreErrors.hpp"
 
@@ -186,6 +187,8 @@ void keep(const Path& file, const Path& copy) {
     } catch (const host::FileSystemException& error) {
         raiseSystemError(file, error.code().value());
     }
+    if (const auto status = findStatus(file); status && S_ISREG(status->st_mode))
+        takeAttributes(Descriptor(draft.accessName(), O_RDONLY | O_NOFOLLOW), file, *status, file);
     flushFile(draft);
     rename(draft, copy, file);
 }

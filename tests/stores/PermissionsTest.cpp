@@ -1,0 +1,259 @@
+// Projects that several users share: what a change leaves of owners, groups, modes, access lists and attributes, what
+// others may do meanwhile, and what a process leaves that is killed.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <thread>
+
+#include "project/metadata/MetadataErrors.hpp"
+#include "store_support/BatchJournal.hpp"
+#include "store_support/FileBatch.hpp"
+#include "store_support/FileReplacement.hpp"
+#include "tests/stores/StoreHelpers.hpp"
+#include "tests/support/MessageOf.hpp"
+#include "tests/support/OtherUser.hpp"
+
+using namespace test;
+using project::metadata::MetadataWriteFailure;
+using store_support::FolderLock;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr gid_t team = 20000;
+const User alice{12345, team, {}, 007};
+const User bob{12346, 12346, {team}, 007};
+
+struct stat statusOf(const fs::path& file) {
+    struct stat status {};
+    if (lstat(file.c_str(), &status) != 0)
+        throw std::runtime_error("no " + file.string());
+    return status;
+}
+
+unsigned modeOf(const fs::path& file) {
+    return statusOf(file).st_mode & 07777U;
+}
+
+void give(const fs::path& file, const User& user, gid_t group, mode_t mode) {
+    if (chown(file.c_str(), user.id, group) != 0 || chmod(file.c_str(), mode) != 0)
+        throw std::runtime_error("cannot give away " + file.string());
+}
+
+/// All below `folder`, with modes, owners and the content of files.
+std::string listing(const fs::path& folder) {
+    std::vector<std::string> lines;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        const struct stat status = statusOf(entry.path());
+        lines.push_back(entry.path().string() + " " + std::to_string(status.st_mode) + " " +
+                        std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid) + " " +
+                        (entry.is_regular_file() ? readBytes(entry.path()) : ""));
+    }
+    std::sort(lines.begin(), lines.end());
+    std::string text;
+    for (const std::string& line : lines)
+        text += line + "\n";
+    return text;
+}
+
+void require(bool condition, const std::string& what) {
+    if (!condition)
+        throw std::runtime_error(what);
+}
+
+class PermissionsTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0)
+            GTEST_SKIP() << "only the superuser can become several users";
+    }
+
+    TempFolder folder_;
+};
+
+/// A change of one file, by each of those that change files.
+struct Change {
+    const char* name;
+    void (*apply)(const fs::path& file);
+    friend std::ostream& operator<<(std::ostream& stream, const Change& change) { return stream << change.name; }
+};
+
+void changeInBatch(const fs::path& file) {
+    store_support::FileBatch batch;
+    batch.folder = toPath(file.parent_path());
+    batch.filesToWrite = {toPath(file)};
+    batch.write = [](std::size_t, const host::Path& staged) { writeBytes(toStd(staged), "new"); };
+    commit(batch, FolderLock(batch.folder));
+}
+
+void changeAlone(const fs::path& file) {
+    store_support::replaceFile(toPath(file), "new");
+}
+
+class AttributesTest : public PermissionsTest, public testing::WithParamInterface<Change> {
+protected:
+    AttributesTest() {
+        fs::create_directory(folder_ / "p");
+        fs::permissions(folder_ / "p", fs::perms::all);
+        writeBytes(file_, "old");
+    }
+
+    int changeAs(const User& user) const {
+        return runAs(user, [this] { GetParam().apply(file_); });
+    }
+
+    void expectRefused(const User& user, const std::string& reason) const {
+        const std::string before = listing(folder_.std());
+        EXPECT_EQ(runAs(user,
+                        [&] {
+                            const std::string message =
+                                messageOf<MetadataWriteFailure>([this] { GetParam().apply(file_); });
+                            require(message.find(file_.string()) != std::string::npos, message);
+                            require(message.find(reason) != std::string::npos, message);
+                        }),
+                  0);
+        EXPECT_EQ(listing(folder_.std()), before);
+    }
+
+    fs::path file_ = folder_ / "p/file";
+};
+
+TEST_P(AttributesTest, WhoChangesAFileTakesItFromNobody) {
+    give(file_, alice, team, 0660);
+    EXPECT_EQ(changeAs(bob), 0);
+    EXPECT_EQ(readBytes(file_), "new");
+    EXPECT_EQ(modeOf(file_), 0660U);
+    EXPECT_EQ(statusOf(file_).st_gid, team);
+    EXPECT_EQ(changeAs(alice), 0);
+
+    // A stranger cannot keep the group. That matters where it has other permissions than everybody.
+    const User stranger{12347, 12347, {}, 022};
+    give(file_, alice, team, 0666);
+    EXPECT_EQ(changeAs(stranger), 0);
+    EXPECT_EQ(modeOf(file_), 0666U);
+    give(file_, alice, team, 0646);
+    expectRefused(stranger, "its group cannot be kept");
+    give(file_, stranger, team, 0664);
+    expectRefused(stranger, "its group cannot be kept");
+    // The group may write only, and the owner could read.
+    give(file_, alice, team, 0620);
+    expectRefused(bob, "its owner is another user");
+    // The superuser gives everything back.
+    give(file_, alice, team, 0640);
+    GetParam().apply(file_);
+    EXPECT_EQ(modeOf(file_), 0640U);
+    EXPECT_EQ(statusOf(file_).st_uid, alice.id);
+    EXPECT_EQ(statusOf(file_).st_gid, team);
+}
+
+TEST_P(AttributesTest, WhatReplacesAPrivateFileIsPrivateFromTheStart) {
+    writeBytes(folder_ / "p/public", "old");
+    give(file_, alice, alice.group, 0600);
+    const auto look = [](const fs::path& staged) {
+        writeBytes(staged, "new");
+        EXPECT_EQ(modeOf(staged) & 0077U, 0U) << "others may look into what replaces a private file";
+    };
+    if (GetParam().apply == changeAlone)
+        return store_support::replaceFile(toPath(file_), [&](const host::Path& staged) { look(toStd(staged)); });
+    store_support::FileBatch batch;
+    batch.folder = toPath(file_.parent_path());
+    batch.filesToWrite = {toPath(file_), toPath(folder_ / "p/public")};
+    batch.write = [&](std::size_t, const host::Path& staged) { look(toStd(staged)); };
+    commit(batch, FolderLock(batch.folder));
+    EXPECT_EQ(modeOf(file_), 0600U);
+    EXPECT_EQ(modeOf(folder_ / "p/public"), 0644U);
+}
+
+/// An access list in the form of the system: its version, and a tag, permissions and a number for each entry.
+std::string accessList(const std::vector<std::array<unsigned, 3>>& entries) {
+    std::string bytes{2, 0, 0, 0};
+    for (const auto& [tag, permissions, id] : entries) {
+        for (const auto& [value, size] : {std::pair(tag, 2), std::pair(permissions, 2), std::pair(id, 4)}) {
+            for (int i = 0; i < size; ++i)
+                bytes += static_cast<char>(value >> (8 * i) & 0xffU);
+        }
+    }
+    return bytes;
+}
+
+constexpr unsigned nobodyInParticular = 0xffffffff;
+constexpr const char* accessListName = "system.posix_acl_access";
+
+std::string listOf(unsigned owner, unsigned user, unsigned group, unsigned mask, unsigned others, uid_t named = 1234) {
+    return accessList({{1, owner, nobodyInParticular},
+                       {2, user, named},
+                       {4, group, nobodyInParticular},
+                       {16, mask, nobodyInParticular},
+                       {32, others, nobodyInParticular}});
+}
+
+void setAttribute(const fs::path& file, const char* name, const std::string& value) {
+    if (setxattr(file.c_str(), name, value.data(), value.size(), 0) != 0)
+        throw std::runtime_error("cannot set " + std::string(name) + ": " + std::strerror(errno));
+}
+
+std::string attributeOf(const fs::path& file, const char* name) {
+    std::array<char, 4096> value{};
+    const ssize_t size = getxattr(file.c_str(), name, value.data(), value.size());
+    return size < 0 ? "none" : std::string(value.data(), static_cast<std::size_t>(size));
+}
+
+TEST_P(AttributesTest, AccessListsAndAttributesAreKept) {
+    const std::string list = listOf(6, 6, 4, 6, 0);
+    give(file_, alice, team, 0640);
+    try {
+        setAttribute(file_, accessListName, list);
+    } catch (const std::runtime_error&) {
+        GTEST_SKIP() << "no access lists on this file system";
+    }
+    setAttribute(file_, "user.note", "mine");
+    setAttribute(file_, "user.empty", "");
+    EXPECT_EQ(modeOf(file_), 0660U);
+    const auto expectKept = [&](mode_t mode) {
+        EXPECT_EQ(readBytes(file_), "new");
+        EXPECT_EQ(modeOf(file_), mode);
+        EXPECT_EQ(attributeOf(file_, accessListName), list) << "the group may write now";
+        EXPECT_EQ(attributeOf(file_, "user.note"), "mine");
+        EXPECT_EQ(attributeOf(file_, "user.empty"), "");
+    };
+    EXPECT_EQ(changeAs(alice), 0);
+    expectKept(0660);
+
+    // Whom only the list lets in can keep neither owner nor group.
+    const User listed{1234, 1234, {}, 022};
+    expectRefused(listed, "its group cannot be kept");
+    setAttribute(file_, accessListName, listOf(6, 6, 4, 6, 4));
+    expectRefused(listed, "its owner is another user");
+    const std::string both = accessList({{1, 6, nobodyInParticular},
+                                         {2, 6, alice.id},
+                                         {2, 6, listed.id},
+                                         {4, 4, nobodyInParticular},
+                                         {16, 6, nobodyInParticular},
+                                         {32, 4, nobodyInParticular}});
+    setAttribute(file_, accessListName, both);
+    EXPECT_EQ(changeAs(listed), 0);
+    EXPECT_EQ(attributeOf(file_, accessListName), both);
+    EXPECT_EQ(changeAs(alice), 0);
+
+    // A file without a list gets none from its folder.
+    removexattr(file_.c_str(), accessListName);
+    give(file_, alice, team, 0660);
+    setAttribute(file_.parent_path(), "system.posix_acl_default", listOf(7, 7, 7, 7, 7));
+    EXPECT_EQ(changeAs(alice), 0);
+    EXPECT_EQ(attributeOf(file_, accessListName), "none");
+    EXPECT_EQ(modeOf(file_), 0660U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Changes, AttributesTest,
+                         testing::Values(Change{"Batch", changeInBatch}, Change{"Alone", changeAlone}),
+                         [](const auto& param) { return std::string(param.param.name); });
+
+}  // namespace
