@@ -48,8 +48,11 @@ dirent* readNext(const Folder& folder, int& code) {
 int removeFolder(int parent, const char* name) {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     const auto descriptor = static_cast<int>(TEMP_FAILURE_RETRY(openat(parent, name, flags)));
-    if (descriptor < 0)
-        return errno == ENOTDIR ? EPERM : errno;
+    if (descriptor < 0) {
+        const int code = errno == ENOTDIR ? EPERM : errno;
+        // An empty one goes even if this process may not look into it.
+        return code == EACCES && unlinkat(parent, name, AT_REMOVEDIR) == 0 ? 0 : code;
+    }
     const Folder folder(fdopendir(descriptor), closedir);
     if (!folder) {
         const int code = errno;

@@ -10,8 +10,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "store_support/StoreErrors.hpp"
@@ -26,11 +28,9 @@ namespace {
 
 constexpr const char* accessListName = "system.posix_acl_access";
 
-constexpr mode_t permissionBits = 0777;
-
-struct Attribute {
-    std::string name;
-    std::string value;
+struct Attributes {
+    std::string accessList;  ///< empty if there is none
+    std::vector<std::pair<std::string, std::string>> ofUser;
 };
 
 /// Whether an error number says that there are no attributes, or that one is gone.
@@ -38,35 +38,45 @@ bool isLack(int code) {
     return code == ENOTSUP || code == ENOSYS || code == ENODATA || isAbsence(code);
 }
 
-bool isTakenOver(std::string_view name) {
-    return name == accessListName || name.substr(0, 5) == "user.";
-}
-
-/// What of `model` is taken over. Most files have none, which is a single call.
-std::vector<Attribute> readAttributes(const Path& model, const Path& file) {
-    const std::string name = model.accessName();
+/// The names of the attributes of `place`, each with a zero byte. Most files have none, which is a single call.
+std::string listAttributes(const std::string& place, const Path& file) {
     std::string names;
-    ssize_t size = llistxattr(name.c_str(), nullptr, 0);
+    ssize_t size = llistxattr(place.c_str(), nullptr, 0);
     if (size > 0) {
         names.resize(XATTR_LIST_MAX);
-        size = llistxattr(name.c_str(), names.data(), names.size());
+        size = llistxattr(place.c_str(), names.data(), names.size());
     }
     if (size < 0 && !isLack(errno))
         raiseSystemError(file, errno);
-    names.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-    std::vector<Attribute> attributes;
+    names.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+    return names;
+}
+
+/// @return no value if `place` has no attribute `name`
+std::optional<std::string> readAttribute(const std::string& place, const char* name, const Path& file) {
+    std::string value(XATTR_SIZE_MAX, '\0');
+    const ssize_t size = lgetxattr(place.c_str(), name, value.data(), value.size());
+    if (size < 0 && isLack(errno))
+        return std::nullopt;
+    if (size < 0)
+        raiseSystemError(file, errno);
+    value.resize(static_cast<std::size_t>(size));
+    return value;
+}
+
+Attributes readAttributes(const std::string& place, const Path& file) {
+    Attributes attributes;
+    const std::string names = listAttributes(place, file);
     for (std::size_t begin = 0; begin < names.size(); begin = names.find('\0', begin) + 1) {
-        const char* const attribute = names.c_str() + begin;
-        if (!isTakenOver(attribute))
+        const std::string name = names.c_str() + begin;
+        const bool isAccessList = name == accessListName;
+        if (!isAccessList && name.rfind("user.", 0) != 0)
             continue;
-        std::string value(XATTR_SIZE_MAX, '\0');
-        const ssize_t length = lgetxattr(name.c_str(), attribute, value.data(), value.size());
-        if (length < 0 && !isLack(errno))
-            raiseSystemError(file, errno);
-        if (length < 0)
-            continue;
-        value.resize(static_cast<std::size_t>(length));
-        attributes.push_back({attribute, std::move(value)});
+        auto value = readAttribute(place, name.c_str(), file);
+        if (value && isAccessList)
+            attributes.accessList = std::move(*value);
+        else if (value)
+            attributes.ofUser.emplace_back(name, std::move(*value));
     }
     return attributes;
 }
@@ -123,32 +133,60 @@ void requireNoLoss(const Belonging& belonging, const Rights& rights, const Path&
         raise<MetadataWriteFailure>(file.text(), u"its owner is another user, who would have no access any more");
 }
 
+/// Gives `made` the access list `list`; none if that is empty, though it may have got one from its folder.
+/// @return whether that succeeded; errno says why not
+bool setAccessList(const Descriptor& made, const std::string& list) {
+    if (!list.empty())
+        return fsetxattr(made.number(), accessListName, list.data(), list.size(), 0) == 0;
+    const ssize_t size = fgetxattr(made.number(), accessListName, nullptr, 0);
+    return size < 0 ? isLack(errno) : size == 0 || fremovexattr(made.number(), accessListName) == 0;
+}
+
+/// The status of what was made under the name `file`. Whoever may write in its folder may have put something else
+/// there, a name of what is not his.
+struct stat examine(const Descriptor& made, const Path& file) {
+    struct stat status {};
+    if (!made.isOpen() || fstat(made.number(), &status) != 0)
+        raiseSystemError(file, errno);
+    if (!S_ISDIR(status.st_mode) && !(S_ISREG(status.st_mode) && status.st_nlink == 1))
+        raise<MetadataWriteFailure>(file.text(), u"somebody else is changing its folder just now");
+    return status;
+}
+
 }  // namespace
 
 void takeAttributes(const Descriptor& made, const Path& model, const struct stat& old, const Path& file) {
-    struct stat own {};
-    if (!made.isOpen() || fstat(made.number(), &own) != 0)
+    const Belonging belonging = giveAway(made, examine(made, file), old);
+    const Attributes attributes = readAttributes(model.accessName(), file);
+    requireNoLoss(belonging, findRights(old, attributes.accessList), file);
+    if (!setAccessList(made, attributes.accessList))
         raiseSystemError(file, errno);
-    // Whoever may write in its folder may have put something else there, a name of what is not his.
-    if (!S_ISREG(own.st_mode) || own.st_nlink != 1)
-        raise<MetadataWriteFailure>(file.text(), u"somebody else is changing its folder just now");
-    const Belonging belonging = giveAway(made, own, old);
-    const std::vector<Attribute> attributes = readAttributes(model, file);
-    const auto accessList = std::find_if(attributes.begin(), attributes.end(),
-                                         [](const Attribute& attribute) { return attribute.name == accessListName; });
-    const bool hasList = accessList != attributes.end();
-    requireNoLoss(belonging, findRights(old, hasList ? accessList->value : std::string_view()), file);
-    // It may have got a list from its folder.
-    const ssize_t stray = hasList ? 0 : fgetxattr(made.number(), accessListName, nullptr, 0);
-    if ((stray < 0 && !isLack(errno)) || (stray > 0 && fremovexattr(made.number(), accessListName) != 0))
-        raiseSystemError(file, errno);
-    for (const Attribute& attribute : attributes) {
-        if (fsetxattr(made.number(), attribute.name.c_str(), attribute.value.data(), attribute.value.size(), 0) != 0)
+    for (const auto& [name, value] : attributes.ofUser) {
+        if (fsetxattr(made.number(), name.c_str(), value.data(), value.size(), 0) != 0)
             raiseSystemError(file, errno);
     }
     const bool isSame = belonging.isOfOwner && belonging.isOfGroup;
-    if (fchmod(made.number(), old.st_mode & (isSame ? 07777U : permissionBits)) != 0)
+    if (fchmod(made.number(), old.st_mode & (isSame ? 07777U : 0777U)) != 0)
         raiseSystemError(file, errno);
+}
+
+void share(const Path& made, const Path& folder) {
+    const Descriptor descriptor(made.accessName(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    const struct stat own = examine(descriptor, made);
+    // It may be a symbolic link.
+    const std::string place = folder.accessName() + "/.";
+    struct stat model {};
+    if (lstat(place.c_str(), &model) != 0)
+        raiseSystemError(folder, errno);
+    const bool isOfGroup = giveAway(descriptor, own, model).isOfGroup;
+    mode_t mode = S_ISDIR(own.st_mode) ? (model.st_mode & 03777U) | 0700U : (model.st_mode & 0666U) | 0600U;
+    if (!isOfGroup)
+        mode = (mode & ~070U) | (mode & 07U) << 3U;
+    // Where this fails, others wait for the end of the change, or for somebody who may complete it.
+    if (isOfGroup)
+        static_cast<void>(
+            setAccessList(descriptor, readAttribute(place, accessListName, folder).value_or(std::string())));
+    static_cast<void>(fchmod(descriptor.number(), mode) == 0);
 }
 
 }  // namespace store_support

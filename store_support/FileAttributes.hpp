@@ -22,4 +22,11 @@ namespace store_support {
 /// @throws project::metadata::MetadataWriteFailure naming `file` and the cause
 void takeAttributes(const Descriptor& made, const host::Path& model, const struct stat& old, const host::Path& file);
 
+/// Opens the scratch file or folder `made`, new and still empty, to all who may use the metadata folder `folder`,
+/// whatever mask this process makes files with: who waits for a change looks into it, and who comes after a killed
+/// process completes it. It is given the owner, the group, the access list and the mode of `folder`, as far as that
+/// can be; a group that is not that of `folder` is let do what everybody may.
+/// @throws project::metadata::MetadataWriteFailure naming `made`, if it cannot even be opened
+void share(const host::Path& made, const host::Path& folder);
+
 }  // namespace store_support

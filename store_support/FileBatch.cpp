@@ -171,7 +171,7 @@ void removeScratchFolder(const FileBatch& batch) {
 void commit(const FileBatch& batch, const FolderLock& /*lock*/) {
     requireFeasible(batch);
     try {
-        makeFolderOfOwner(getScratchFolder(batch.folder) / u"new");
+        makeStagingFolder(batch.folder);
         const Journal journal = stage(batch);
         if (isOneStep(batch))
             carryOutOneStep(batch);

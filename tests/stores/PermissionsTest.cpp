@@ -256,4 +256,190 @@ INSTANTIATE_TEST_SUITE_P(Changes, AttributesTest,
                          testing::Values(Change{"Batch", changeInBatch}, Change{"Alone", changeAlone}),
                          [](const auto& param) { return std::string(param.param.name); });
 
+/// A project in the folder `folder_/p`.
+class SharedProjectTest : public PermissionsTest, public testing::WithParamInterface<std::u16string> {
+protected:
+    SharedProjectTest() {
+        fs::create_directory(root_);
+        project::metadata::getRegisteredFactories();  // another user may not be allowed to load them
+    }
+
+    void set(const std::vector<std::u16string>& names, const std::u16string& value) const {
+        openStore(GetParam(), toPath(root_))->setNode(path(names), *node(value));
+    }
+
+    void requireValue(const std::vector<std::u16string>& names, const std::u16string& value) const {
+        const auto found = openStore(GetParam(), toPath(root_))->getNode(path(names));
+        require(found && found->get(u"Value") == value, "not the value " + host::toUtf8(value));
+    }
+
+    fs::path root_ = folder_ / "p";
+    fs::path metadata_ = root_ / "resources/project";
+};
+
+TEST_P(SharedProjectTest, ColleaguesChangeItInTurn) {
+    give(root_, alice, team, 0770);
+    EXPECT_EQ(runAs(alice,
+                    [&] {
+                        set({u"x", u"a"}, u"1");
+                        set({u"x", u"b"}, u"1");
+                    }),
+              0);
+    for (const User* user : {&bob, &alice, &bob}) {
+        EXPECT_EQ(runAs(*user,
+                        [&] {
+                            requireValue({u"x", u"b"}, u"1");
+                            set({u"x", u"a"}, number(static_cast<int>(user->id)));
+                            requireValue({u"x", u"a"}, number(static_cast<int>(user->id)));
+                        }),
+                  0);
+    }
+}
+
+TEST_P(SharedProjectTest, ANarrowMaskLocksNobodyOut) {
+    give(root_, alice, team, 02770);
+    EXPECT_EQ(runAs(alice, [&] { set({u"x"}, u"1"); }), 0);
+    for (const mode_t mask : {007U, 077U, 0177U}) {
+        User narrow = alice;
+        narrow.mask = mask;
+        EXPECT_EQ(runAs(narrow, [&] { set({u"x"}, u"2"); }), 0) << mask;
+        for (const User* user : {&alice, &bob}) {
+            EXPECT_EQ(runAs(*user,
+                            [&] {
+                                requireValue({u"x"}, u"2");
+                                set({u"x"}, u"1");
+                                set({u"x"}, u"2");
+                            }),
+                      0)
+                << mask;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, SharedProjectTest, testing::ValuesIn(fileStores()), nameOfStore);
+
+class SharedFolderTest : public PermissionsTest {
+protected:
+    SharedFolderTest() {
+        for (const char* name : {"a", "b"})
+            writeBytes(metadata_ / name, "old");
+    }
+
+    void SetUp() override {
+        PermissionsTest::SetUp();
+        give(metadata_, alice, team, 0770);
+        for (const char* name : {"a", "b"})
+            give(metadata_ / name, alice, team, 0660);
+    }
+
+    /// A change of both files.
+    store_support::FileBatch makeBatch(const std::string& content) const {
+        store_support::FileBatch batch;
+        batch.folder = toPath(metadata_);
+        batch.filesToWrite = {toPath(metadata_ / "a"), toPath(metadata_ / "b")};
+        batch.write = [content](std::size_t, const host::Path& staged) { writeBytes(toStd(staged), content); };
+        return batch;
+    }
+
+    fs::path metadata_ = folder_ / "m";
+};
+
+/// Somebody who lets others do little, and may be stopped and killed while he makes change after change.
+class Careful {
+public:
+    Careful(const User& user, const std::function<void()>& change) : id_(fork()) {
+        if (id_ != 0)
+            return;
+        try {
+            become(user);
+            for (;;)
+                change();
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "child process: %s\n", error.what());
+        }
+        _exit(1);
+    }
+    ~Careful() {
+        kill(id_, SIGKILL);
+        waitpid(id_, nullptr, 0);
+    }
+
+    Careful(const Careful&) = delete;
+    Careful& operator=(const Careful&) = delete;
+
+    /// Kills it at a moment when `isRight` holds. @return whether there was one in some seconds
+    bool killWhen(const std::function<bool()>& isRight) const {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (std::chrono::steady_clock::now() < end) {
+            if (!isRight())
+                continue;
+            kill(id_, SIGSTOP);
+            int status = 0;
+            waitpid(id_, &status, WUNTRACED);
+            if (WIFSTOPPED(status) && isRight())
+                return kill(id_, SIGKILL) == 0;
+            kill(id_, SIGCONT);
+        }
+        return false;
+    }
+
+private:
+    pid_t id_;
+};
+
+TEST_F(SharedFolderTest, AColleagueCompletesWhatWasLeftUnderANarrowMask) {
+    User narrow = bob;
+    narrow.mask = 077;
+    for (const char* left : {".pending/journal", ".pending/new/1", ".pending/new", ".pending"}) {
+        {
+            const Careful writer(narrow, [this] { commit(makeBatch("new"), FolderLock(toPath(metadata_))); });
+            ASSERT_TRUE(writer.killWhen([&] { return fs::exists(fs::symlink_status(metadata_ / left)); })) << left;
+        }
+        EXPECT_EQ(runAs(alice,
+                        [&] {
+                            const auto folder = toPath(metadata_);
+                            require(!store_support::findJournalDamage(folder), "a damaged journal");
+                            store_support::settle(folder);
+                            require(!store_support::isInterrupted(folder), "not settled");
+                            require(readBytes(metadata_ / "a") == readBytes(metadata_ / "b"), "half a change");
+                            commit(makeBatch("newer"), FolderLock(folder, std::chrono::milliseconds(0)));
+                        }),
+                  0)
+            << left;
+        EXPECT_EQ(readBytes(metadata_ / "b"), "newer");
+        EXPECT_FALSE(fs::exists(metadata_ / ".pending"));
+    }
+    // Who is killed at once has not let anybody in yet.
+    for (const char* closed : {".pending", ".pending/new"}) {
+        for (const char* made : {".pending", ".pending/new"}) {
+            fs::create_directory(metadata_ / made);
+            give(metadata_ / made, narrow, narrow.group, fs::path(made) == closed ? 0700 : 0777);
+            if (fs::path(made) == closed)
+                break;
+        }
+        EXPECT_EQ(runAs(alice, [&] { store_support::settle(toPath(metadata_)); }), 0) << closed;
+        EXPECT_EQ(runAs(alice, [&] { FolderLock(toPath(metadata_)).release(); }), 0) << closed;
+        EXPECT_FALSE(fs::exists(metadata_ / ".pending"));
+    }
+}
+
+TEST_F(SharedFolderTest, AReaderWaitsForAChangeThatHeMayNotLookInto) {
+    for (const mode_t mode : {0770U, 0750U}) {
+        give(metadata_, alice, team, mode);
+        std::optional<FolderLock> lock(toPath(metadata_));
+        fs::create_directory(metadata_ / ".pending");
+        fs::permissions(metadata_ / ".pending", fs::perms::owner_all);
+        ChildProcess reader([&] {
+            become(bob);
+            require(store_support::isInterrupted(toPath(metadata_)), "not seen");
+            store_support::settle(toPath(metadata_));
+            require(!fs::exists(metadata_ / ".pending"), "not waited for");
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        fs::remove(metadata_ / ".pending");
+        lock.reset();
+        EXPECT_EQ(reader.wait(), 0) << mode;
+    }
+}
+
 }  // namespace
