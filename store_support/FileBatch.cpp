@@ -141,20 +141,21 @@ bool isOneStep(const FileBatch& batch) {
 }
 
 /// Once the file has its new name nothing is taken back, even if the flush fails: then nobody knows which one is on
-/// disk, but it is one of the two.
+/// disk, but it is one of the two. So what is flushed is opened before.
 void carryOutOneStep(const FileBatch& batch) {
     const Path staged = getStagedFile(batch.folder, 0);
     const Path& file = batch.filesToWrite.front();
     // The folders above that of a new project may be new themselves.
     const bool isFirst = !exists(batch.folder / project::metadata::coreFileName());
+    const OpenFolder folder(getParentFolder(file));
     flushFile(staged);
     if (std::rename(staged.accessName().c_str(), file.accessName().c_str()) != 0)
         raiseSystemError(file, errno);
-    stampFolder(getParentFolder(file));
+    stampFolder(folder.path());
     if (isFirst)
-        flushFileSystem(batch.folder);
+        folder.flushFileSystem();
     else
-        flushFile(getParentFolder(file));
+        folder.flush();
 }
 
 /// What cannot be removed now, and what an interrupted batch needs, is left to the next writer.

@@ -155,9 +155,10 @@ void replaceFile(const Path& file, const FileWriter& write) {
     writeStaged(write, staged.path(), file);
     host::Interruption::throwIfRequested();
     complete(staged.path(), target, old, file);
+    const OpenFolder folder(getFolder(target));
     if (const int reason = staged.replace(target))
         raiseSystemError(file, reason);
-    flushFile(getFolder(target));
+    folder.flush();
 }
 
 void replaceFile(const Path& file, std::string_view content) {
@@ -177,9 +178,10 @@ void makeFile(const Path& file, const FileWriter& write) {
     writeStaged(write, staged.path(), file);
     host::Interruption::throwIfRequested();
     complete(staged.path(), file, std::nullopt, file);
+    const OpenFolder folder(getFolder(file));
     if (const int reason = staged.place(file))
         raiseSystemError(file, reason);
-    flushFile(getFolder(file));
+    folder.flush();
 }
 
 void writeStaged(const FileWriter& write, const Path& staged, const Path& file) {

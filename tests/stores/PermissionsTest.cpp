@@ -442,4 +442,27 @@ TEST_F(SharedFolderTest, AReaderWaitsForAChangeThatHeMayNotLookInto) {
     }
 }
 
+TEST_F(SharedFolderTest, WhatCannotBeFlushedIsNotChanged) {
+    // Who may not list a folder cannot open it.
+    const auto replace = [this] { store_support::replaceFile(toPath(metadata_ / "sub/a"), "new"); };
+    auto batch = makeBatch("new");
+    batch.filesToWrite = {toPath(metadata_ / "sub/a")};
+    writeBytes(metadata_ / "sub/a", "old");
+    give(metadata_ / "sub/a", alice, team, 0660);
+    give(metadata_ / "sub", alice, team, 0311);
+    const auto commitOne = [&] { commit(batch, FolderLock(toPath(metadata_))); };
+    for (const auto& change : {std::function<void()>(replace), std::function<void()>(commitOne)}) {
+        EXPECT_EQ(runAs(alice,
+                        [&] {
+                            const std::string message = messageOf<MetadataWriteFailure>(change);
+                            require(message.find("Permission denied") != std::string::npos, message);
+                        }),
+                  0);
+        EXPECT_EQ(readBytes(metadata_ / "sub/a"), "old");
+    }
+    fs::permissions(metadata_ / "sub", fs::perms(0755));
+    EXPECT_EQ(std::distance(fs::directory_iterator(metadata_ / "sub"), {}), 1) << "a scratch file is left";
+    EXPECT_FALSE(fs::exists(metadata_ / ".pending"));
+}
+
 }  // namespace
