@@ -20,6 +20,10 @@ host::Path getScratchFolder(const host::Path& folder);
 /// Where the new content of the file with the number `index` is written.
 host::Path getStagedFile(const host::Path& folder, std::size_t index);
 
+/// Makes the scratch folder, and in it the one for new content, for all who may use `folder`.
+/// @throws project::metadata::MetadataWriteFailure
+void makeStagingFolder(const host::Path& folder);
+
 /// What happens to one file of a batch. The values stand in the journal.
 enum class FileStep : char { create = 'C', replace = 'R', remove = 'D' };
 
@@ -48,7 +52,8 @@ void carryOut(const host::Path& folder, const Journal& journal);
 void recover(const host::Path& folder);
 
 /// Whether a batch is being carried out in `folder`, or was interrupted there and can be completed: then its files may
-/// be partly old and partly new. May be called from any thread.
+/// be partly old and partly new. So they may be where this process must not look into the scratch folder. May be called
+/// from any thread.
 /// @throws project::metadata::MetadataReadFailure if that cannot be found out
 bool isInterrupted(const host::Path& folder);
 

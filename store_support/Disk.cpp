@@ -60,8 +60,11 @@ void visitEntries(const Path& path, const Visit& visit) {
 int removeFolder(int parent, const char* name) {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     const auto descriptor = static_cast<int>(TEMP_FAILURE_RETRY(openat(parent, name, flags)));
-    if (descriptor < 0)
-        return errno == ENOTDIR ? EPERM : errno;
+    if (descriptor < 0) {
+        const int code = errno == ENOTDIR ? EPERM : errno;
+        // An empty one goes even if this process may not look into it.
+        return code == EACCES && unlinkat(parent, name, AT_REMOVEDIR) == 0 ? 0 : code;
+    }
     const Folder folder(fdopendir(descriptor), closedir);
     if (!folder) {
         const int code = errno;
@@ -81,10 +84,8 @@ int removeFolder(int parent, const char* name) {
     return unlinkat(parent, name, AT_REMOVEDIR) == 0 || errno == ENOENT ? 0 : errno;
 }
 
-/// @param flags of open(2)
 template <class Flush>
-void flush(const Path& path, int flags, const Flush& flushDescriptor) {
-    const Descriptor descriptor(path.accessName(), O_RDONLY | flags);
+void flush(const Path& path, const Descriptor& descriptor, const Flush& flushDescriptor) {
     if (!descriptor.isOpen() || flushDescriptor(descriptor.number()) != 0)
         raiseSystemError(path, errno);
 }
@@ -102,6 +103,19 @@ int openFile(const std::string& name, int flags, mode_t mode) noexcept {
 Descriptor::~Descriptor() {
     if (number_ >= 0)
         close(number_);
+}
+
+OpenFolder::OpenFolder(const Path& path) : path_(path), descriptor_(path.accessName(), O_RDONLY | O_DIRECTORY) {
+    if (!descriptor_.isOpen())
+        raiseSystemError(path, errno);
+}
+
+void OpenFolder::flush() const {
+    store_support::flush(path_, descriptor_, fsync);
+}
+
+void OpenFolder::flushFileSystem() const {
+    store_support::flush(path_, descriptor_, syncfs);
 }
 
 bool isAbsence(int code) {
@@ -248,11 +262,11 @@ void removeTree(const Path& path) {
 }
 
 void flushFile(const Path& path) {
-    flush(path, 0, fsync);
+    store_support::flush(path, Descriptor(path.accessName(), O_RDONLY), fsync);
 }
 
 void flushFileSystem(const Path& folder) {
-    flush(folder, O_DIRECTORY, syncfs);
+    OpenFolder(folder).flushFileSystem();
 }
 
 }  // namespace store_support

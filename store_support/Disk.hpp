@@ -82,6 +82,27 @@ private:
     int number_ = -1;
 };
 
+/// A folder that is open so that it can be flushed: who may write in one need not be allowed to open it, and is to find
+/// that out while nothing has changed.
+class OpenFolder {
+public:
+    /// @throws project::metadata::MetadataWriteFailure
+    explicit OpenFolder(const host::Path& path);
+
+    const host::Path& path() const noexcept { return path_; }
+
+    /// @throws project::metadata::MetadataWriteFailure
+    void flush() const;
+
+    /// Flushes everything that was written to its file system.
+    /// @throws project::metadata::MetadataWriteFailure
+    void flushFileSystem() const;
+
+private:
+    host::Path path_;
+    Descriptor descriptor_;
+};
+
 /// A regular file that is open for reading.
 struct OpenFile {
     Descriptor descriptor;

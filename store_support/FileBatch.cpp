@@ -1,5 +1,6 @@
 #include "store_support/FileBatch.hpp"
 
+#include <fcntl.h>
 #include <linux/limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include "project/metadata/FileUtilities.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/Disk.hpp"
+#include "store_support/FileAttributes.hpp"
 #include "store_support/FileReplacement.hpp"
 #include "store_support/StoreErrors.hpp"
 
@@ -99,17 +101,20 @@ void requireFeasible(const FileBatch& batch) {
         requireFeasibleFolder(folder);
 }
 
-/// Gives the file `staged` the permissions of what it replaces, and to whom that belongs. New files belong to the owner
-/// of the folder that they come into, or of the nearest one above that is there.
-void takeAttributes(Places& places, const Path& file, const std::optional<struct stat>& old, const Path& staged) {
-    const bool isRegular = old && S_ISREG(old->st_mode);
-    if (isRegular) {
-        giveToOwner(staged, *old);
-        if (chmod(staged.accessName().c_str(), old->st_mode & 07777) != 0)
-            raiseSystemError(file, errno);
-    } else if (const auto& folder = places.findFolder(file)) {
+/// Writes the new content of the file with the number `index`. What replaces a file takes its attributes, and is its
+/// owner's only until it has them. What is new belongs to the owner of the folder that it comes into, or of the nearest
+/// one above that is there.
+void stage(const FileBatch& batch, std::size_t index, Places& places, const std::optional<struct stat>& old) {
+    const Path& file = batch.filesToWrite[index];
+    const Path staged = getStagedFile(batch.folder, index);
+    const bool replaces = old && S_ISREG(old->st_mode);
+    if (replaces && !Descriptor(staged.accessName(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600).isOpen())
+        raiseSystemError(file, errno);
+    writeStaged([&](const Path& place) { batch.write(index, place); }, staged, file);
+    if (replaces)
+        takeAttributes(Descriptor(staged.accessName(), O_RDONLY | O_NOFOLLOW), file, *old, file);
+    else if (const auto& folder = places.findFolder(file))
         giveToOwner(staged, *folder);
-    }
 }
 
 /// Writes the new files. An error names the file itself, not the staged one. @return the steps that are to follow
@@ -120,10 +125,8 @@ Journal stage(const FileBatch& batch) {
     for (std::size_t i = 0; i < batch.filesToWrite.size(); ++i) {
         host::Interruption::throwIfRequested();
         const Path& file = batch.filesToWrite[i];
-        const Path staged = getStagedFile(batch.folder, i);
-        writeStaged([&](const Path& place) { batch.write(i, place); }, staged, file);
         const auto old = places.find(file);
-        takeAttributes(places, file, old, staged);
+        stage(batch, i, places, old);
         journal.push_back({old ? FileStep::replace : FileStep::create, file.accessName().substr(prefixLength)});
     }
     for (const Path& file : batch.filesToRemove)
@@ -138,20 +141,21 @@ bool isOneStep(const FileBatch& batch) {
 }
 
 /// Once the file has its new name nothing is taken back, even if the flush fails: then nobody knows which one is on
-/// disk, but it is one of the two.
+/// disk, but it is one of the two. So what is flushed is opened before.
 void carryOutOneStep(const FileBatch& batch) {
     const Path staged = getStagedFile(batch.folder, 0);
     const Path& file = batch.filesToWrite.front();
     // The folders above that of a new project may be new themselves.
     const bool isFirst = !exists(batch.folder / project::metadata::coreFileName());
+    const OpenFolder folder(getParentFolder(file));
     flushFile(staged);
     if (std::rename(staged.accessName().c_str(), file.accessName().c_str()) != 0)
         raiseSystemError(file, errno);
-    stampFolder(getParentFolder(file));
+    stampFolder(folder.path());
     if (isFirst)
-        flushFileSystem(batch.folder);
+        folder.flushFileSystem();
     else
-        flushFile(getParentFolder(file));
+        folder.flush();
 }
 
 /// What cannot be removed now, and what an interrupted batch needs, is left to the next writer.
@@ -168,7 +172,7 @@ void removeScratchFolder(const FileBatch& batch) {
 void commit(const FileBatch& batch, const FolderLock& /*lock*/) {
     requireFeasible(batch);
     try {
-        makeFolderOfOwner(getScratchFolder(batch.folder) / u"new");
+        makeStagingFolder(batch.folder);
         const Journal journal = stage(batch);
         if (isOneStep(batch))
             carryOutOneStep(batch);

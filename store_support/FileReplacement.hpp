@@ -15,9 +15,9 @@ using FileWriter = std::function<void(const host::Path& staged)>;
 
 /// Makes what `write` writes the content of `file`: under a fresh name beside it first, then flushed, and renamed. So
 /// the file has its old content or its new one at any moment, and others find no part of it. It keeps its permissions
-/// and, as far as this process may give it, its owner; another name of the same file keeps the old content. Where
-/// `file` is a symbolic link, the file at its end is replaced or made; where it is anything but a regular file, nothing
-/// is. Its folder must exist.
+/// and what else belongs to it, as by `takeAttributes` (FileAttributes.hpp); another name of the same file keeps the
+/// old content. Where `file` is a symbolic link, the file at its end is replaced or made; where it is anything but a
+/// regular file, nothing is. Its folder must exist.
 ///
 /// After an error all is as it was, unless it was the folder that could not be flushed: then the content is the new
 /// one, and a crash may bring the old one back.

@@ -37,12 +37,17 @@ constexpr auto noticeAfter = std::chrono::milliseconds(500);
 /// How often to look whether somebody has finished. Changes take some milliseconds each.
 constexpr auto pollInterval = std::chrono::microseconds(500);
 
-/// Whether the locked file is still the one of that name, and not one that its last holder has removed since.
+/// Whether the locked file is still the one of that name, and not one that its last holder has removed since. Then
+/// whoever may look into the folder can wait for it, whatever mask it was made with.
 bool isStillThere(int descriptor, const std::string& name, const Path& file) {
+    constexpr mode_t readable = 0444;
     struct stat locked {};
     struct stat named {};
-    if (fstat(descriptor, &locked) == 0 && lstat(name.c_str(), &named) == 0)
+    if (fstat(descriptor, &locked) == 0 && lstat(name.c_str(), &named) == 0) {
+        if ((locked.st_mode & readable) != readable)
+            static_cast<void>(fchmod(descriptor, locked.st_mode | readable) == 0);
         return locked.st_ino == named.st_ino && locked.st_dev == named.st_dev;
+    }
     if (!isAbsence(errno))
         raiseSystemError(file, errno);
     return false;
