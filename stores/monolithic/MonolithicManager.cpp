@@ -87,16 +87,16 @@ SharedTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) 
 
 /// @param node null to remove the node
 void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* newNode, const Path& file) {
-    const MetadataNode* const node = newNode ? &getShared(*newNode) : nullptr;
+    auto node = borrowNode(newNode, file);
     SharedTree& tree = addPathTo(draft, path, file);
-    if (equalTrees(node, tree.node.get()))
+    if (equalTrees(node.get(), tree.node.get()))
         return;
     requireSeen(!tree.node || !tree.isUnseen, path, file);
     if (node) {
         const int depth = static_cast<int>(path.getPath().size()) + 2;  // below the elements "Project" and "Node"
-        requireReadable(*node, depth, file);
+        requireReadable(getShared(*node), depth, file);
     }
-    tree.node = borrowNode(newNode);
+    tree.node = std::move(node);
     tree.isUnseen = false;
     draft.isChanged = true;
 }

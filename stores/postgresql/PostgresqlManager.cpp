@@ -31,8 +31,8 @@ PostgresqlManager::PostgresqlManager(const Path& folder, store_support::JobRunne
     : project_(folder, std::move(runJob), limit) {}
 
 void PostgresqlManager::setNode(const MetadataPath& path, const MetadataNode& node) {
-    requireStorable(node, project_.getCoreFile());
-    project_.change(NodesEdit({{path, encodeNode(node), false}}, project_.getCoreFile()));
+    const auto stored = requireStorable(node, project_.getCoreFile());
+    project_.change(NodesEdit({{path, encodeNode(*stored), false}}, project_.getCoreFile()));
 }
 
 void PostgresqlManager::removeNode(const MetadataPath& path) {
@@ -62,9 +62,8 @@ void PostgresqlManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Me
     std::vector<NodesEdit::Entry> entries;
     entries.reserve(nodes.size());
     for (const auto& [path, node] : nodes) {
-        if (node)
-            requireStorable(*node, project_.getCoreFile());
-        entries.push_back({path, node ? NodeValue(encodeNode(*node)) : std::nullopt, false});
+        const auto stored = node ? requireStorable(*node, project_.getCoreFile()) : nullptr;
+        entries.push_back({path, stored ? NodeValue(encodeNode(*stored)) : std::nullopt, false});
     }
     project_.change(NodesEdit(std::move(entries), project_.getCoreFile()));
 }

@@ -27,8 +27,7 @@ SqliteManager::SqliteManager(const Path& folder, JobRunner runJob, std::chrono::
     : database_(folder, std::move(runJob), limit) {}
 
 void SqliteManager::setNode(const MetadataPath& path, const MetadataNode& node) {
-    requireStorable(node, database_.getFile());
-    const NodeValue value = encodeNode(node);
+    const NodeValue value = encodeNode(*requireStorable(node, database_.getFile()));
     database_.change([&](PathEdit& edit) { return edit.setNode(path, value); });
 }
 
@@ -58,14 +57,14 @@ std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) c
 }
 
 void SqliteManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
-    for (const auto& [path, node] : nodes) {
-        if (node)
-            requireStorable(*node, database_.getFile());
-    }
+    std::vector<std::pair<const MetadataPath*, std::shared_ptr<const MetadataNode>>> stored;
+    stored.reserve(nodes.size());
+    for (const auto& [path, node] : nodes)
+        stored.emplace_back(&path, node ? requireStorable(*node, database_.getFile()) : nullptr);
     database_.change([&](PathEdit& edit) {
         bool changed = false;
-        for (const auto& [path, node] : nodes) {
-            changed = edit.setNode(path, node ? NodeValue(encodeNode(*node)) : std::nullopt) || changed;
+        for (const auto& [path, node] : stored) {
+            changed = edit.setNode(*path, node ? NodeValue(encodeNode(*node)) : std::nullopt) || changed;
             if (changed && edit.isLooking())
                 break;
         }
