@@ -181,6 +181,7 @@ std::optional<Answer> ServerProject::ask(const Question& question) {
             const auto results = connection.run(calls, Patience::interruptible);
             if (auto answer = takeAnswer(question, results.data(), Asking::atOneMoment)) {
                 noteLook(begin, answer->batch);
+                seen_.noteLast(answer->batch);
                 return answer;
             }
             throw ServerError("there is no such project, or no more", "", false);
@@ -336,6 +337,7 @@ std::optional<std::int64_t> ServerProject::write(const PathEdit& edit, const Row
                 return results.back().integer(0, 0);
             if (isInDoubt && answer->batch > last + rememberedBatches)
                 throw ServerError("too many changes have been made since", "", false);
+            seen_.noteLast(answer->batch);
             const RowChanges anew = edit.apply(*answer, seen_);
             if (anew.areNone())
                 return std::nullopt;

@@ -13,8 +13,9 @@
 // next one that opens the database carries on with it.
 //
 // A file of the same name that replaces the database, as version control systems do it, is noticed by its inode, which
-// no other file can have while this one is open; and all that is in it counts as changed by somebody else. What SQLite
-// says of every database holds here too: it must not be replaced while its log is on in another program.
+// no other file can have while this one is open; and all that is in it counts as changed by somebody else. So does an
+// older content that is copied into the same file, by the number of its last batch. What SQLite says of every database
+// holds here too: it must not be replaced while its log is on in another program.
 
 #include "stores/sqlite/Database.hpp"
 
@@ -314,7 +315,7 @@ std::optional<ChangeMark> Database::readMark() const {
 }
 
 void Database::look(const std::optional<ChangeMark>& before) {
-    table_->getBatch();
+    seen_.noteLast(table_->getBatch());
     const bool wasLogOn = std::exchange(isLogOn_, !isImmutable_ && hasLog(*connection_));
     auto mark = readMark();
     // With a log somebody may write meanwhile, without one nobody.

@@ -149,6 +149,21 @@ TEST_F(PostgresqlStoreTest, ProjectsInOneSchemaDoNotSeeEachOther) {
     EXPECT_EQ(outline(*stranger), "");
 }
 
+TEST_F(PostgresqlStoreTest, AnOlderContentOfTheServerIsNotOverwrittenUnseen) {
+    open()->setNode(path({u"a"}), *node(u"old"));
+    run("CREATE TABLE backup AS SELECT * FROM path WHERE project = $project");
+    open()->setNode(path({u"a"}), *node(u"new"));
+    const auto store = open();
+    store->setNode(path({u"b"}), *node(u"1"));
+    EXPECT_EQ(outline(*store), "a(new) b(1)");
+    run("DELETE FROM path WHERE project = $project; INSERT INTO path SELECT * FROM backup; DROP TABLE backup;"
+        "UPDATE project SET batch = 1 WHERE id = $project; DELETE FROM batch WHERE project = $project AND number > 1");
+    EXPECT_THROW(store->setNode(path({u"a"}), *node(u"mine")), MetadataWriteFailure);
+    EXPECT_EQ(outline(*store), "a(old)");
+    store->setNode(path({u"a"}), *node(u"mine"));
+    EXPECT_EQ(outline(*open()), "a(mine)");
+}
+
 TEST_F(PostgresqlStoreTest, RowsThatNoStoreWritesAreToldAndKept) {
     open()->setNodes({{path({u"a"}), node(u"1")}, {path({u"a", u"b"}), node(u"2")}, {path({u"c"}), node(u"3")}});
     const std::string a = run("SELECT id FROM path WHERE project = $project AND location = 'a'");

@@ -266,6 +266,20 @@ TEST_F(SqliteStoreTest, AReplacedFileIsNoticedAndNotOverwrittenUnseen) {
     EXPECT_EQ(outline(*open()), "a(mine)");
 }
 
+TEST_F(SqliteStoreTest, AnOlderContentOfTheSameFileIsNotOverwrittenUnseen) {
+    open()->setNode(path({u"a"}), *node(u"old"));
+    const std::string old = readBytes(database());
+    open()->setNode(path({u"a"}), *node(u"new"));
+    const auto store = open();
+    EXPECT_EQ(outline(*store), "a(new)");
+    writeBytes(database(), old);
+    EXPECT_THROW(store->setNode(path({u"a"}), *node(u"mine")), MetadataWriteFailure);
+    EXPECT_THROW(store->removePath(path({u"a"})), MetadataWriteFailure);
+    EXPECT_EQ(outline(*store), "a(old)");
+    store->setNode(path({u"a"}), *node(u"mine"));
+    EXPECT_EQ(outline(*open()), "a(mine)");
+}
+
 TEST_F(SqliteStoreTest, TellsItsOwnChangesFromThoseOfOthers) {
     const auto store = open();
     const auto other = open();
