@@ -3,7 +3,7 @@
 // A project has a database if it has a core file. Both come into being as one batch of files, the database with the
 // first change in it, so there is never one without the other unless somebody has removed one. A core file without
 // a database is damage. A database without a core file belongs to no project, but may be all that is left of one: it is
-// neither read nor overwritten.
+// neither opened nor overwritten. A store that has it open when the core file goes can still read it.
 //
 // At rest the database is a single file in SQLite's rollback mode. So reading needs no permission to write and makes no
 // other files, and the file can be copied or kept under version control as it is. The first change of a store turns the
@@ -168,8 +168,10 @@ Database::Database(const Path& folder, JobRunner runJob, std::chrono::millisecon
 }
 
 std::optional<std::u16string> Database::findCoreFileDamage() const {
-    if (!examine(coreFile_))
-        return std::nullopt;
+    if (!examine(coreFile_)) {
+        const std::u16string missing = u"it is missing, while \"" + file_.fileName().text() + u"\" beside it is there";
+        return examine(file_) ? std::optional(missing) : std::nullopt;
+    }
     try {
         if (readMetadataType(coreFile_) == sqliteName)
             return std::nullopt;
@@ -361,7 +363,7 @@ void Database::tidyUp() const {
 
 void Database::write(const Edit& edit) {
     tidyUp();
-    if (!open())
+    if (!open() || !examine(coreFile_))
         raise<MetadataWriteFailure>(file_.text(), u"its project has been removed meanwhile");
     requireMetadataType(folder_, sqliteName);
     requireWritable(file_);

@@ -131,6 +131,21 @@ TEST_F(SqliteStoreTest, ADatabaseWithoutACoreFileIsNeitherReadNorOverwritten) {
     EXPECT_EQ(listFiles(), std::set<std::string>{"metadata.db"});
 }
 
+TEST_F(SqliteStoreTest, AnOpenDatabaseIsNotWrittenOnceItsCoreFileIsGone) {
+    const auto store = open();
+    store->setNode(path({u"a"}), *node(u"1"));
+    std::filesystem::remove(metadata() / "Project.xml");
+    const std::string message = messageOf<MetadataWriteFailure>([&] { store->setNode(path({u"a"}), *node(u"2")); });
+    EXPECT_NE(message.find(database().string() + "\": its project has been removed meanwhile"), std::string::npos)
+        << message;
+    EXPECT_THROW(store->setPaths({}), MetadataWriteFailure);
+    EXPECT_EQ(outline(*store), "a(1)");
+    const auto damage = dynamic_cast<const project::metadata::DamageReporter&>(*store).findDamage();
+    ASSERT_EQ(damage.size(), 1U);
+    EXPECT_EQ(damage.front().file, toPath(metadata() / "Project.xml"));
+    EXPECT_EQ(damage.front().problem, u"it is missing, while \"metadata.db\" beside it is there");
+}
+
 TEST_F(SqliteStoreTest, LogIsThereOnlyWhileSomebodyWhoWritesIs) {
     open()->setNode(path({u"a"}), *node(u"1"));
     const auto reader = open();
