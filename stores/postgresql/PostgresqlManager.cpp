@@ -36,8 +36,7 @@ void PostgresqlManager::setNode(const MetadataPath& path, const MetadataNode& no
 }
 
 void PostgresqlManager::removeNode(const MetadataPath& path) {
-    if (project_.exists())
-        project_.change(NodeRemoval(path, project_.getCoreFile()));
+    project_.change(NodeRemoval(path, project_.getCoreFile()));
 }
 
 void PostgresqlManager::addPath(const MetadataPath& path) {
@@ -69,8 +68,7 @@ void PostgresqlManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Me
 }
 
 void PostgresqlManager::removePaths(const std::vector<MetadataPath>& paths) {
-    if (project_.exists())
-        project_.change(PathRemoval(paths, project_.getCoreFile()));
+    project_.change(PathRemoval(paths, project_.getCoreFile()));
 }
 
 bool PostgresqlManager::hasNode(const MetadataPath& path) const {

@@ -284,7 +284,7 @@ void ServerProject::change(const PathEdit& edit) {
                 runJob_(FileJob({coreFile_}, {}, [&] { write(edit, changes, answer->batch); }));
             return;
         }
-        if (create(edit))
+        if (!edit.makesProject() || create(edit))
             return;
     }
 }

@@ -49,7 +49,8 @@ public:
     /// The store's user knows the row `id` as the batch `changed` left it.
     void addSeen(const PathId& id, std::int64_t changed) { seen_.addRow(id, changed); }
 
-    /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none.
+    /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none and
+    /// `edit` does that.
     /// @throws project::metadata::MetadataWriteFailure naming the core file, the server, the project and the cause; as
     ///         `PathEdit` and `ask`
     void change(const PathEdit& edit);
@@ -64,9 +65,6 @@ public:
     /// `other` can be read, -1 for none. @return the number; 0 if there is no project
     /// @throws project::metadata::MetadataReadFailure; host::InterruptedException
     std::int64_t waitForBatch(std::int64_t known, int other, std::chrono::steady_clock::time_point end);
-
-    /// Whether there is a project. @throws project::metadata::MetadataReadFailure as the constructor
-    bool exists() { return find(); }
 
     /// Which project of which server it is, in words. It must exist.
     std::u16string describe() const;

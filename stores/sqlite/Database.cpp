@@ -335,12 +335,18 @@ void Database::look(const std::optional<ChangeMark>& before) {
 }
 
 void Database::change(const Edit& edit) {
-    while (!open()) {
+    while (!changeExisting(edit)) {
         if (create(edit))
             return;
     }
+}
+
+bool Database::changeExisting(const Edit& edit) {
+    if (!open())
+        return false;
     if (wouldChange(edit))
         runJob_(FileJob({file_}, {}, [&] { write(edit); }));
+    return true;
 }
 
 bool Database::wouldChange(const Edit& edit) {

@@ -73,6 +73,9 @@ public:
     ///         cause; FailedToMakeMetadataWritable; as `read`
     void change(const Edit& edit);
 
+    /// As that, but makes no project. @return whether there is one
+    bool changeExisting(const Edit& edit);
+
 private:
     void close() noexcept;
 

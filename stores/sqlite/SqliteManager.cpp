@@ -5,6 +5,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/NodeBlob.hpp"
+#include "store_support/Renaming.hpp"
 #include "store_support/StoreFiles.hpp"
 #include "store_support/TreeRules.hpp"
 #include "stores/sqlite/Damage.hpp"
@@ -21,22 +22,25 @@ using store_support::decodeNode;
 using store_support::encodeNode;
 using store_support::JobRunner;
 using store_support::maximumSteps;
+using store_support::replaceLeaf;
+using store_support::requireRenamable;
 using store_support::requireStorable;
 
 SqliteManager::SqliteManager(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
     : database_(folder, std::move(runJob), limit) {}
 
 void SqliteManager::setNode(const MetadataPath& path, const MetadataNode& node) {
+    requireStorable(path, database_.getFile());
     const NodeValue value = encodeNode(*requireStorable(node, database_.getFile()));
     database_.change([&](PathEdit& edit) { return edit.setNode(path, value); });
 }
 
 void SqliteManager::removeNode(const MetadataPath& path) {
-    if (database_.open())
-        database_.change([&](PathEdit& edit) { return edit.removeNode(path); });
+    database_.changeExisting([&](PathEdit& edit) { return edit.removeNode(path); });
 }
 
 void SqliteManager::addPath(const MetadataPath& path) {
+    requireStorable(path, database_.getFile());
     database_.change([&](PathEdit& edit) { return edit.add(path); });
 }
 
@@ -57,10 +61,14 @@ std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) c
 }
 
 void SqliteManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
+    if (nodes.empty())
+        return;
     std::vector<std::pair<const MetadataPath*, std::shared_ptr<const MetadataNode>>> stored;
     stored.reserve(nodes.size());
-    for (const auto& [path, node] : nodes)
+    for (const auto& [path, node] : nodes) {
+        requireStorable(path, database_.getFile());
         stored.emplace_back(&path, node ? requireStorable(*node, database_.getFile()) : nullptr);
+    }
     database_.change([&](PathEdit& edit) {
         bool changed = false;
         for (const auto& [path, node] : stored) {
@@ -73,9 +81,7 @@ void SqliteManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Metada
 }
 
 void SqliteManager::removePaths(const std::vector<MetadataPath>& paths) {
-    if (!database_.open())
-        return;
-    database_.change([&](PathEdit& edit) {
+    database_.changeExisting([&](PathEdit& edit) {
         bool changed = false;
         for (const MetadataPath& path : paths)
             changed = edit.remove(path) || changed;
@@ -84,7 +90,10 @@ void SqliteManager::removePaths(const std::vector<MetadataPath>& paths) {
 }
 
 void SqliteManager::renamePath(const MetadataPath& path, const project::metadata::PathElement& element) {
-    database_.change([&](PathEdit& edit) { return edit.rename(path, element); });
+    if (database_.changeExisting([&](PathEdit& edit) { return edit.rename(path, element); }))
+        return;
+    const store_support::Renaming nothingIsThere{};
+    requireRenamable(path, replaceLeaf(path, element), nothingIsThere, database_.getFile());
 }
 
 bool SqliteManager::hasNode(const MetadataPath& path) const {
@@ -123,6 +132,8 @@ bool SqliteManager::hasPath(const MetadataPath& path) const {
 }
 
 void SqliteManager::setPaths(const std::vector<MetadataPath>& paths) {
+    for (const MetadataPath& path : paths)
+        requireStorable(path, database_.getFile());
     database_.change([&](PathEdit& edit) { return edit.arrange(paths); });
 }
 
