@@ -76,6 +76,10 @@ std::u16string findDifference(const MetadataNode& read, const MetadataNode& writ
 
 }  // namespace
 
+std::u16string pathsBeyondLimit() {
+    return u" has paths below it, which have more than " + host::fromUtf8(std::to_string(maximumSteps)) + u" steps";
+}
+
 void requireStorable(const project::metadata::MetadataPath& path, const host::Path& file) {
     const std::size_t steps = path.getPath().size();
     if (steps > maximumSteps) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
@@ -20,6 +21,9 @@ constexpr int maximumXmlDepth = 256;
 /// How many steps a path may have. All stores have this limit, so that what one takes can be exported and converted: it
 /// leaves room for a node in the one file of a store that nests the elements of paths.
 constexpr std::size_t maximumSteps = 250;
+
+/// What is wrong with a path that has as many, and paths below it, which only damage makes: follows its name.
+std::u16string pathsBeyondLimit();
 
 /// Checks what all stores have to take or refuse alike: `path` has `maximumSteps` at most, and each can be read back.
 /// @param file the file to name in the error

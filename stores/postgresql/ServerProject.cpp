@@ -38,6 +38,7 @@
 #include "store_support/Disk.hpp"
 #include "store_support/FileBatch.hpp"
 #include "store_support/FolderLock.hpp"
+#include "stores/postgresql/Damage.hpp"
 
 namespace stores::postgresql {
 
@@ -223,7 +224,14 @@ std::vector<const Row*> ServerProject::readChildren(const PathId& parent) {
     auto children = ahead_.findChildren(parent);
     if (!children || !isUpToDate()) {
         const Question question = ahead_.getQuestion(parent);
-        ahead_.add(question, *ask(question));
+        Answer answer = *ask(question);
+        for (const auto& list : answer.childrenOf) {
+            for (const Row& row : list.second) {
+                if (!row.isSound())
+                    tellDamage(describeMisfit(row), row.changed);
+            }
+        }
+        ahead_.add(question, std::move(answer));
         children = ahead_.findChildren(parent);
     }
     return *children;
@@ -453,6 +461,10 @@ bool ServerProject::remove(std::int64_t last) {
     } catch (const ServerError& error) {
         raise<MetadataWriteFailure>(coreFile_.text(), describe(*address_, error));
     }
+}
+
+void ServerProject::tellDamage(const std::u16string& problem, std::int64_t version) {
+    teller_.tell({coreFile_, describe() + u": " + problem}, version);
 }
 
 void ServerProject::raiseDamage(const std::u16string& problem) const {

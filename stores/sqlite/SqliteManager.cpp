@@ -54,6 +54,7 @@ std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) c
         return nullptr;
     auto node = decodeNode(*entry->node);
     if (!node) {
+        tellDamage(describeBadNode(path, entry->id), entry->changed);
         raise<MetadataReadFailure>(database_.getFile().text(),
                                    u"the node of the path \"" + path.string() + u"\" in it is damaged");
     }
@@ -110,10 +111,20 @@ std::vector<MetadataPath> SqliteManager::getChildren(const MetadataPath& path) c
     }
     database_.read([&](PathTable& table, SeenChanges& seen) {
         const auto parent = table.find(path);
-        // What lies deeper is damage; it would make longer and longer paths.
-        if (!parent || path.getPath().size() >= maximumSteps)
+        if (!parent)
             return;
-        for (ChildRow& row : table.getChildren(*parent)) {
+        if (path.getPath().size() >= maximumSteps) {
+            // What lies deeper is damage; it would make longer and longer paths.
+            if (table.hasChildren(*parent)) {
+                tellDamage(describe(path, *parent) + store_support::pathsBeyondLimit(), table.getRow(*parent).changed);
+            }
+            return;
+        }
+        std::vector<DamagedRow> leftOut;
+        std::vector<ChildRow> rows = table.getChildren(*parent, &leftOut);
+        for (const DamagedRow& row : leftOut)
+            tellDamage(describeBadStep(table.getPath(row.id), row.id), row.changed);
+        for (ChildRow& row : rows) {
             // Of a branch there is no more to know than that it exists.
             if (!row.hasNode)
                 seen.addRow(row.id, row.changed);
@@ -162,6 +173,10 @@ std::vector<project::metadata::StoreFile> SqliteManager::listFiles() const {
 
 Path SqliteManager::getNodeFile(const MetadataPath& /*path*/) const {
     return database_.getFile();
+}
+
+void SqliteManager::tellDamage(const std::u16string& problem, std::int64_t version) const {
+    teller_.tell({database_.getFile(), problem}, version);
 }
 
 ReadAhead& SqliteManager::getAhead() const {
