@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataNode.hpp"
@@ -21,6 +22,9 @@ constexpr int maximumXmlDepth = 256;
 /// leaves room for a node in the one file of a store that nests the elements of paths.
 constexpr std::size_t maximumSteps = 250;
 
+/// What is wrong with a path that has as many, and paths below it, which only damage makes: follows its name.
+std::u16string pathsBeyondLimit();
+
 /// Checks what all stores have to take or refuse alike: `path` has `maximumSteps` at most, and each can be read back.
 /// @param file the file to name in the error
 /// @throws project::metadata::MetadataWriteFailure naming the file and what is wrong
@@ -34,11 +38,13 @@ void requireStorable(const project::metadata::MetadataPath& path, const host::Pa
 /// @throws project::metadata::MetadataWriteFailure naming the file and what is wrong
 void requireReadable(const project::metadata::MetadataNode& node, int depth, const host::Path& file);
 
-/// What `node` says, for a change that is over before anybody changes or destroys `node`: not copied, unless it is a
-/// node of somebody else's kind, which may hold what no other takes.
+/// What is to be stored of `node`, for a change that is over before anybody changes or destroys `node`: not copied,
+/// unless it is a node of somebody else's kind, which may tell its keys in any order, and hold what no other takes.
+/// @param file the file to name in the error
 /// @return null if `node` is null; a `use_count` of 0 if it was not copied
-/// @throws project::metadata::PutMetadataKeyFailure, PutMetadataValueFailure
-std::shared_ptr<const project::metadata::MetadataNode> borrowNode(const project::metadata::MetadataNode* node);
+/// @throws as `requireReadable`, if it cannot be copied
+std::shared_ptr<const project::metadata::MetadataNode> borrowNode(const project::metadata::MetadataNode* node,
+                                                                  const host::Path& file);
 
 /// Checks that a path of `depth` steps can be kept.
 /// @throws as `requireReadable`
@@ -61,7 +67,9 @@ void writeProved(const std::function<void(project::metadata::XmlSink& sink)>& te
 /// For stores that keep nodes in a form of their own: what one store takes, all take, so that it can be exported and
 /// converted. A node that needs proof is written to a scratch file and read for that.
 /// @param file the file to name in the error
-/// @throws project::metadata::MetadataWriteFailure, if `node` is none that all stores can keep; as `borrowNode`
-void requireStorable(const project::metadata::MetadataNode& node, const host::Path& file);
+/// @return what is to be stored, as `borrowNode`
+/// @throws project::metadata::MetadataWriteFailure, if `node` is none that all stores can keep
+std::shared_ptr<const project::metadata::MetadataNode> requireStorable(const project::metadata::MetadataNode& node,
+                                                                       const host::Path& file);
 
 }  // namespace store_support

@@ -33,7 +33,8 @@ void readingWritesNothing(const ScratchProject& project) {
     };
     readAll();
     project.open()->removePaths(paths("none /"));
-    project.open()->removeNode(path("none"));
+    for (const MetadataPath& each : paths("none /"))
+        project.open()->removeNode(each);
     requireSameFiles("in a new folder", {}, readFiles(project.root()));
 
     project.open()->setNodes({{path("a"), node("1")}, {path("a/b"), node("2")}});

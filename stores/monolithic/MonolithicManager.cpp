@@ -72,6 +72,7 @@ void requireSeen(bool isSeen, const MetadataPath& path, const Path& file) {
 
 /// Adds `path` and its missing ancestors. @return the tree at `path`
 SharedTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) {
+    draft.makesProject = true;
     SharedTree* tree = &draft.tree;
     for (const PathElement& element : path.getPath()) {
         if (SharedTree* const existing = tree->own(element)) {
@@ -87,16 +88,16 @@ SharedTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) 
 
 /// @param node null to remove the node
 void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* newNode, const Path& file) {
-    const MetadataNode* const node = newNode ? &getShared(*newNode) : nullptr;
+    auto node = borrowNode(newNode, file);
     SharedTree& tree = addPathTo(draft, path, file);
-    if (equalTrees(node, tree.node.get()))
+    if (equalTrees(node.get(), tree.node.get()))
         return;
     requireSeen(!tree.node || !tree.isUnseen, path, file);
     if (node) {
         const int depth = static_cast<int>(path.getPath().size()) + 2;  // below the elements "Project" and "Node"
-        requireReadable(*node, depth, file);
+        requireReadable(getShared(*node), depth, file);
     }
-    tree.node = borrowNode(newNode);
+    tree.node = std::move(node);
     tree.isUnseen = false;
     draft.isChanged = true;
 }
@@ -150,6 +151,7 @@ void requireSeen(const SharedTree& old, const SharedTree* arranged, std::vector<
 /// The paths `paths` and their ancestors, with the nodes that `old` has there.
 Draft arrange(const SharedTree& old, const std::vector<MetadataPath>& paths, const Path& file) {
     Draft draft;
+    draft.makesProject = true;
     for (const MetadataPath& path : paths) {
         if (path.getPath().empty())
             draft.tree.node = old.node;
@@ -196,8 +198,11 @@ void MonolithicManager::setNode(const MetadataPath& path, const MetadataNode& no
 }
 
 void MonolithicManager::removeNode(const MetadataPath& path) {
-    if (hasPath(path))
-        change(edited([&](Draft& draft) { setNodeIn(draft, path, nullptr, file_); }));
+    change(edited([&](Draft& draft) {
+        const SharedTree* const tree = draft.tree.find(path);
+        if (tree && tree->node)
+            setNodeIn(draft, path, nullptr, file_);
+    }));
 }
 
 void MonolithicManager::addPath(const MetadataPath& path) {
@@ -226,8 +231,6 @@ void MonolithicManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Me
 }
 
 void MonolithicManager::removePaths(const std::vector<MetadataPath>& paths) {
-    if (!getFileVersion(file_))
-        return;
     change(edited([&](Draft& draft) {
         for (const MetadataPath& path : paths)
             removePathFrom(draft, path, file_);
@@ -288,7 +291,8 @@ Path MonolithicManager::getNodeFile(const MetadataPath& /*path*/) const {
 
 void MonolithicManager::change(const Edit& edit) {
     Draft draft = edit(load());
-    if (!draft.isChanged && watch_.getVersion())
+    const auto isNeeded = [&] { return draft.isChanged || (draft.makesProject && !watch_.getVersion()); };
+    if (!isNeeded())
         return;
     requireSound();
     FolderLock lock(folder_);
@@ -296,7 +300,7 @@ void MonolithicManager::change(const Edit& edit) {
     if (getFileVersion(file_) != watch_.getVersion()) {
         // Somebody else was faster.
         draft = edit(load());
-        if (!draft.isChanged && watch_.getVersion())
+        if (!isNeeded())
             return;
         requireSound();
     }

@@ -27,6 +27,7 @@ extern const std::u16string& monolithicName;
 struct Draft {
     SharedTree tree;
     bool isChanged = false;
+    bool makesProject = false;  ///< if there is none, even of no content
 };
 
 /// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw

@@ -26,6 +26,9 @@ public:
     PathEdit(const PathEdit&) = delete;
     PathEdit& operator=(const PathEdit&) = delete;
 
+    /// Whether it makes the project if there is none.
+    virtual bool makesProject() const { return false; }
+
     /// What has to be known for it.
     virtual Question getQuestion() const = 0;
 
@@ -71,6 +74,7 @@ public:
 
     NodesEdit(std::vector<Entry> entries, host::Path file);
 
+    bool makesProject() const override { return !entries_.empty(); }
     Question getQuestion() const override;
     RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
 
@@ -116,6 +120,7 @@ public:
     /// @param paths must outlive the object
     Arrangement(const std::vector<project::metadata::MetadataPath>& paths, host::Path file);
 
+    bool makesProject() const override { return true; }
     Question getQuestion() const override;
     RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
 

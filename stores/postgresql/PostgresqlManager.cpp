@@ -31,13 +31,12 @@ PostgresqlManager::PostgresqlManager(const Path& folder, store_support::JobRunne
     : project_(folder, std::move(runJob), limit) {}
 
 void PostgresqlManager::setNode(const MetadataPath& path, const MetadataNode& node) {
-    requireStorable(node, project_.getCoreFile());
-    project_.change(NodesEdit({{path, encodeNode(node), false}}, project_.getCoreFile()));
+    const auto stored = requireStorable(node, project_.getCoreFile());
+    project_.change(NodesEdit({{path, encodeNode(*stored), false}}, project_.getCoreFile()));
 }
 
 void PostgresqlManager::removeNode(const MetadataPath& path) {
-    if (project_.exists())
-        project_.change(NodeRemoval(path, project_.getCoreFile()));
+    project_.change(NodeRemoval(path, project_.getCoreFile()));
 }
 
 void PostgresqlManager::addPath(const MetadataPath& path) {
@@ -53,8 +52,10 @@ std::unique_ptr<MetadataNode> PostgresqlManager::getNode(const MetadataPath& pat
     if (!row || !row->node)
         return nullptr;
     auto node = decodeNode(*row->node);
-    if (!node)
+    if (!node) {
+        project_.tellDamage(describeBadNode(*row), row->changed);
         project_.raiseDamage(u"the node of the path \"" + path.string() + u"\" is damaged");
+    }
     return node;
 }
 
@@ -62,16 +63,14 @@ void PostgresqlManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Me
     std::vector<NodesEdit::Entry> entries;
     entries.reserve(nodes.size());
     for (const auto& [path, node] : nodes) {
-        if (node)
-            requireStorable(*node, project_.getCoreFile());
-        entries.push_back({path, node ? NodeValue(encodeNode(*node)) : std::nullopt, false});
+        const auto stored = node ? requireStorable(*node, project_.getCoreFile()) : nullptr;
+        entries.push_back({path, stored ? NodeValue(encodeNode(*stored)) : std::nullopt, false});
     }
     project_.change(NodesEdit(std::move(entries), project_.getCoreFile()));
 }
 
 void PostgresqlManager::removePaths(const std::vector<MetadataPath>& paths) {
-    if (project_.exists())
-        project_.change(PathRemoval(paths, project_.getCoreFile()));
+    project_.change(PathRemoval(paths, project_.getCoreFile()));
 }
 
 bool PostgresqlManager::hasNode(const MetadataPath& path) const {
@@ -81,10 +80,16 @@ bool PostgresqlManager::hasNode(const MetadataPath& path) const {
 
 std::vector<MetadataPath> PostgresqlManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
-    // What lies deeper is damage; it would make longer and longer paths.
-    if (path.getPath().size() >= maximumSteps)
+    const std::vector<const Row*> rows = project_.readChildren(getId(path));
+    if (path.getPath().size() >= maximumSteps) {
+        // What lies deeper is damage; it would make longer and longer paths.
+        if (!rows.empty()) {
+            project_.tellDamage(u"the path \"" + path.string() + u'"' + store_support::pathsBeyondLimit(),
+                                rows.front()->changed);
+        }
         return children;
-    for (const Row* row : project_.readChildren(getId(path))) {
+    }
+    for (const Row* row : rows) {
         // Of a branch there is no more to know than that it exists.
         if (!row->hasNode)
             project_.addSeen(row->id, row->changed);
@@ -150,8 +155,10 @@ bool PostgresqlManager::removeContent(std::int64_t version) {
 
 const Row* PostgresqlManager::findRow(const MetadataPath& path) const {
     const Row* const row = project_.readRow(getId(path));
-    if (row && !row->isSound())
+    if (row && !row->isSound()) {
+        project_.tellDamage(describeMisfit(*row), row->changed);
         project_.raiseDamage(u"the row of the path \"" + path.string() + u"\" says that it is another one");
+    }
     if (row)
         project_.addSeen(row->id, row->changed);
     return row;

@@ -38,6 +38,7 @@
 #include "store_support/Disk.hpp"
 #include "store_support/FileBatch.hpp"
 #include "store_support/FolderLock.hpp"
+#include "stores/postgresql/Damage.hpp"
 
 namespace stores::postgresql {
 
@@ -181,6 +182,7 @@ std::optional<Answer> ServerProject::ask(const Question& question) {
             const auto results = connection.run(calls, Patience::interruptible);
             if (auto answer = takeAnswer(question, results.data(), Asking::atOneMoment)) {
                 noteLook(begin, answer->batch);
+                seen_.noteLast(answer->batch);
                 return answer;
             }
             throw ServerError("there is no such project, or no more", "", false);
@@ -222,7 +224,14 @@ std::vector<const Row*> ServerProject::readChildren(const PathId& parent) {
     auto children = ahead_.findChildren(parent);
     if (!children || !isUpToDate()) {
         const Question question = ahead_.getQuestion(parent);
-        ahead_.add(question, *ask(question));
+        Answer answer = *ask(question);
+        for (const auto& list : answer.childrenOf) {
+            for (const Row& row : list.second) {
+                if (!row.isSound())
+                    tellDamage(describeMisfit(row), row.changed);
+            }
+        }
+        ahead_.add(question, std::move(answer));
         children = ahead_.findChildren(parent);
     }
     return *children;
@@ -283,7 +292,7 @@ void ServerProject::change(const PathEdit& edit) {
                 runJob_(FileJob({coreFile_}, {}, [&] { write(edit, changes, answer->batch); }));
             return;
         }
-        if (create(edit))
+        if (!edit.makesProject() || create(edit))
             return;
     }
 }
@@ -336,6 +345,7 @@ std::optional<std::int64_t> ServerProject::write(const PathEdit& edit, const Row
                 return results.back().integer(0, 0);
             if (isInDoubt && answer->batch > last + rememberedBatches)
                 throw ServerError("too many changes have been made since", "", false);
+            seen_.noteLast(answer->batch);
             const RowChanges anew = edit.apply(*answer, seen_);
             if (anew.areNone())
                 return std::nullopt;
@@ -451,6 +461,10 @@ bool ServerProject::remove(std::int64_t last) {
     } catch (const ServerError& error) {
         raise<MetadataWriteFailure>(coreFile_.text(), describe(*address_, error));
     }
+}
+
+void ServerProject::tellDamage(const std::u16string& problem, std::int64_t version) {
+    teller_.tell({coreFile_, describe() + u": " + problem}, version);
 }
 
 void ServerProject::raiseDamage(const std::u16string& problem) const {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "host/Path.hpp"
+#include "store_support/DamageTeller.hpp"
 #include "store_support/FileVersion.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/postgresql/Address.hpp"
@@ -42,14 +43,15 @@ public:
     /// @throws as `ask`
     const Row* readRow(const PathId& id);
 
-    /// The rows of the children of a path, in their order; without those that are damaged. They stay until the next
-    /// question. @throws as `ask`
+    /// The rows of the children of a path, in their order; without those that are damaged, which are told. They stay
+    /// until the next question. @throws as `ask`
     std::vector<const Row*> readChildren(const PathId& parent);
 
     /// The store's user knows the row `id` as the batch `changed` left it.
     void addSeen(const PathId& id, std::int64_t changed) { seen_.addRow(id, changed); }
 
-    /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none.
+    /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none and
+    /// `edit` does that.
     /// @throws project::metadata::MetadataWriteFailure naming the core file, the server, the project and the cause; as
     ///         `PathEdit` and `ask`
     void change(const PathEdit& edit);
@@ -65,11 +67,12 @@ public:
     /// @throws project::metadata::MetadataReadFailure; host::InterruptedException
     std::int64_t waitForBatch(std::int64_t known, int other, std::chrono::steady_clock::time_point end);
 
-    /// Whether there is a project. @throws project::metadata::MetadataReadFailure as the constructor
-    bool exists() { return find(); }
-
     /// Which project of which server it is, in words. It must exist.
     std::u16string describe() const;
+
+    /// Tells of damage in the rows of the server, once.
+    /// @param version the batch that has changed the damaged row last
+    void tellDamage(const std::u16string& problem, std::int64_t version);
 
     /// That the rows of the server say something that no store writes.
     [[noreturn]] void raiseDamage(const std::u16string& problem) const;
@@ -135,6 +138,7 @@ private:
     Clock::time_point nextLook_;     // when to look for batches if nothing is told before
     SeenChanges seen_;
     ReadAhead ahead_;
+    store_support::DamageTeller teller_;
     Clock::duration fastestLook_ = std::chrono::milliseconds(50);
     std::int64_t lastBatch_ = 0;      // when the server was asked last
     Clock::time_point isFreshUntil_;  // that number

@@ -3,7 +3,7 @@
 // A project has a database if it has a core file. Both come into being as one batch of files, the database with the
 // first change in it, so there is never one without the other unless somebody has removed one. A core file without
 // a database is damage. A database without a core file belongs to no project, but may be all that is left of one: it is
-// neither read nor overwritten.
+// neither opened nor overwritten. A store that has it open when the core file goes can still read it.
 //
 // At rest the database is a single file in SQLite's rollback mode. So reading needs no permission to write and makes no
 // other files, and the file can be copied or kept under version control as it is. The first change of a store turns the
@@ -13,8 +13,9 @@
 // next one that opens the database carries on with it.
 //
 // A file of the same name that replaces the database, as version control systems do it, is noticed by its inode, which
-// no other file can have while this one is open; and all that is in it counts as changed by somebody else. What SQLite
-// says of every database holds here too: it must not be replaced while its log is on in another program.
+// no other file can have while this one is open; and all that is in it counts as changed by somebody else. So does an
+// older content that is copied into the same file, by the number of its last batch. What SQLite says of every database
+// holds here too: it must not be replaced while its log is on in another program.
 
 #include "stores/sqlite/Database.hpp"
 
@@ -167,8 +168,10 @@ Database::Database(const Path& folder, JobRunner runJob, std::chrono::millisecon
 }
 
 std::optional<std::u16string> Database::findCoreFileDamage() const {
-    if (!examine(coreFile_))
-        return std::nullopt;
+    if (!examine(coreFile_)) {
+        const std::u16string missing = u"it is missing, while \"" + file_.fileName().text() + u"\" beside it is there";
+        return examine(file_) ? std::optional(missing) : std::nullopt;
+    }
     try {
         if (readMetadataType(coreFile_) == sqliteName)
             return std::nullopt;
@@ -314,7 +317,7 @@ std::optional<ChangeMark> Database::readMark() const {
 }
 
 void Database::look(const std::optional<ChangeMark>& before) {
-    table_->getBatch();
+    seen_.noteLast(table_->getBatch());
     const bool wasLogOn = std::exchange(isLogOn_, !isImmutable_ && hasLog(*connection_));
     auto mark = readMark();
     // With a log somebody may write meanwhile, without one nobody.
@@ -332,12 +335,18 @@ void Database::look(const std::optional<ChangeMark>& before) {
 }
 
 void Database::change(const Edit& edit) {
-    while (!open()) {
+    while (!changeExisting(edit)) {
         if (create(edit))
             return;
     }
+}
+
+bool Database::changeExisting(const Edit& edit) {
+    if (!open())
+        return false;
     if (wouldChange(edit))
         runJob_(FileJob({file_}, {}, [&] { write(edit); }));
+    return true;
 }
 
 bool Database::wouldChange(const Edit& edit) {
@@ -360,7 +369,7 @@ void Database::tidyUp() const {
 
 void Database::write(const Edit& edit) {
     tidyUp();
-    if (!open())
+    if (!open() || !examine(coreFile_))
         raise<MetadataWriteFailure>(file_.text(), u"its project has been removed meanwhile");
     requireMetadataType(folder_, sqliteName);
     requireWritable(file_);

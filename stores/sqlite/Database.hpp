@@ -46,7 +46,7 @@ public:
     const host::Path& getCoreFile() const noexcept { return coreFile_; }
 
     /// What is wrong with the core file. It says no more than the kind of store, and a sound database can be used
-    /// without it.
+    /// beside a damaged one.
     std::optional<std::u16string> findCoreFileDamage() const;
 
     /// Opens the database, or opens it anew if it is another one by now. @return whether there is one
@@ -72,6 +72,9 @@ public:
     /// @throws project::metadata::MetadataWriteFailure, ReadOnlyMetadataFailure naming the file or folder and the
     ///         cause; FailedToMakeMetadataWritable; as `read`
     void change(const Edit& edit);
+
+    /// As that, but makes no project. @return whether there is one
+    bool changeExisting(const Edit& edit);
 
 private:
     void close() noexcept;

@@ -8,7 +8,6 @@
 #include "store_support/NodeBlob.hpp"
 #include "store_support/Positions.hpp"
 #include "store_support/Renaming.hpp"
-#include "store_support/TreeRules.hpp"
 #include "store_support/WantedTree.hpp"
 
 namespace stores::sqlite {
@@ -18,7 +17,6 @@ using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
 using store_support::arrangePositions;
 using store_support::decodeNode;
-using store_support::requireStorable;
 using store_support::WantedTree;
 
 namespace {
@@ -72,7 +70,6 @@ bool PathEdit::setNode(const MetadataPath& path, const NodeValue& node) {
     host::Interruption::throwIfRequested();
     if (const auto id = table_.find(path))
         return replaceNode(*id, node);
-    requireStorable(path, table_.getFile());
     if (!isLooking())
         table_.add(path, node, batch_);
     return true;
@@ -111,8 +108,6 @@ bool PathEdit::rename(const MetadataPath& path, const project::metadata::PathEle
 }
 
 bool PathEdit::arrange(const std::vector<MetadataPath>& paths) {
-    for (const MetadataPath& path : paths)
-        requireStorable(path, table_.getFile());
     const WantedTree wanted(paths);
     std::vector<RowId> rows(wanted.getSize(), rootRow);
     std::vector<bool> isNew(wanted.getSize());

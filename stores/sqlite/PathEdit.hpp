@@ -11,11 +11,11 @@
 
 namespace stores::sqlite {
 
-/// Each operation returns whether it changes something. One that only looks stops at the first sign of that.
+/// Each operation returns whether it changes something. One that only looks stops at the first sign of that. What they
+/// are called with can be stored.
 ///
 /// @throws project::metadata::MetadataWriteFailure naming the file and the path, if a node would be replaced or a path
-///         removed that somebody else has changed unseen, or that is damaged, or if a path has too many steps; as
-///         `PathTable`
+///         removed that somebody else has changed unseen, or that is damaged; as `PathTable`
 class PathEdit {
 public:
     enum class Mode { look, write };

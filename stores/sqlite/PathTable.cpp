@@ -112,6 +112,18 @@ std::u16string toText(std::int64_t number) {
 
 }  // namespace
 
+std::u16string describe(const MetadataPath& path, RowId id) {
+    return u"the path \"" + path.string() + u"\" (row " + toText(id) + u")";
+}
+
+std::u16string describeBadStep(const MetadataPath& path, RowId id) {
+    return describe(path, id) + u" has a type or a location that is no text";
+}
+
+std::u16string describeBadNode(const MetadataPath& path, RowId id) {
+    return describe(path, id) + u" has a node that cannot be read";
+}
+
 void createTables(sqlite3& connection) {
     execute(connection, ("PRAGMA application_id = " + std::to_string(applicationId)).c_str());
     execute(connection, ("PRAGMA user_version = " + std::to_string(schemaVersion)).c_str());
@@ -273,7 +285,7 @@ bool PathTable::hasChildren(RowId parent) const {
     return Query(getChildren_, parent).next();
 }
 
-std::vector<ChildRow> PathTable::getChildren(RowId parent) const {
+std::vector<ChildRow> PathTable::getChildren(RowId parent, std::vector<DamagedRow>* leftOut) const {
     std::vector<ChildRow> children;
     std::optional<std::pair<std::int64_t, RowId>> last;
     for (Query query(getChildren_, parent); query.next();) {
@@ -287,6 +299,8 @@ std::vector<ChildRow> PathTable::getChildren(RowId parent) const {
         if (type && location) {
             const std::int64_t position = std::clamp(query.integer(3), -positionBound, positionBound);
             children.push_back({id, {*type, *location}, position, query.integer(4) != 0, query.integer(5)});
+        } else if (leftOut) {
+            leftOut->push_back({id, query.integer(5)});
         }
     }
     std::vector<const ChildRow*> sorted;
@@ -325,17 +339,14 @@ void PathTable::raiseUnsound() const {
 }
 
 void PathTable::raiseTwice(RowId id) const {
-    raise<MetadataReadFailure>(file_.text(),
-                               u"the path \"" + getPath(id).string() + u"\" (row " + toText(id) + u") is in it twice");
+    raise<MetadataReadFailure>(file_.text(), describe(getPath(id), id) + u" is in it twice");
 }
 
 void PathTable::visitBelow(RowId id, const std::function<void(RowId id, const Row& row)>& visit) const {
     for (Query query(getBelow_, id); query.next();) {
         const RowId below = query.integer(0);
-        if (!query.text(3) || !query.text(4)) {
-            raise<MetadataReadFailure>(file_.text(), u"the path \"" + getPath(below).string() + u"\" in it (row " +
-                                                         toText(below) + u") has a type or a location that is no text");
-        }
+        if (!query.text(3) || !query.text(4))
+            raise<MetadataReadFailure>(file_.text(), describeBadStep(getPath(below), below));
         visit(below, {query.node(1), query.integer(2), query.integer(5)});
     }
 }

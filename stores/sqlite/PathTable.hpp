@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -53,6 +54,17 @@ struct ChildRow {
     bool hasNode;
     std::int64_t changed;  ///< as in `Row`
 };
+
+/// A row that cannot be read as a child.
+struct DamagedRow {
+    RowId id;
+    std::int64_t changed;  ///< as in `Row`
+};
+
+/// The row `id` of `path`, as far as that can be read, and what is wrong with it.
+std::u16string describe(const project::metadata::MetadataPath& path, RowId id);
+std::u16string describeBadStep(const project::metadata::MetadataPath& path, RowId id);
+std::u16string describeBadNode(const project::metadata::MetadataPath& path, RowId id);
 
 /// Makes the tables in an empty database, with the root path.
 void createTables(sqlite3& connection);
@@ -104,8 +116,9 @@ public:
     bool hasChildren(RowId parent) const;
 
     /// In their order. Those whose type or location is no text, which is damage, are left out.
+    /// @param leftOut gets them, unless it is null
     /// @throws project::metadata::MetadataReadFailure if a child is there twice
-    std::vector<ChildRow> getChildren(RowId parent) const;
+    std::vector<ChildRow> getChildren(RowId parent, std::vector<DamagedRow>* leftOut = nullptr) const;
 
     /// Calls `visit` for the children after the one with the given position and row, in their order, for as long as
     /// that returns true and nothing damaged is met.

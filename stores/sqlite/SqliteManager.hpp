@@ -15,6 +15,7 @@
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/PathRenamer.hpp"
+#include "store_support/DamageTeller.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/sqlite/Database.hpp"
@@ -63,9 +64,13 @@ private:
     /// What was read ahead and still holds, as far as the last `Database::read` has seen.
     ReadAhead& getAhead() const;
 
+    /// Tells of it once. @param version the batch that has changed the row last
+    void tellDamage(const std::u16string& problem, std::int64_t version) const;
+
     mutable Database database_;
     mutable ReadAhead ahead_;
     mutable std::uint64_t generation_ = 0;  // of the database, in `ahead_`
+    mutable store_support::DamageTeller teller_;
 };
 
 }  // namespace stores::sqlite

@@ -189,6 +189,19 @@ const BrokenKind brokenKinds[] = {
              inner.addPath(path);
          };
      }},
+    {"TakesNodesOfAnyClass",  // takes one whose keys repeat for one without any
+     [](Faults& faults) {
+         faults.setNodes = [](auto& inner, const Nodes& nodes) {
+             for (const auto& [path, node] : nodes) {
+                 const auto keys = node ? node->getAttributeKeys() : std::vector<std::u16string>();
+                 if (keys.size() > 2 && keys.front() == keys.back()) {
+                     inner.setNode(path, MetadataNodeSpecification());
+                     return;
+                 }
+             }
+             inner.setNodes(nodes);
+         };
+     }},
     {"KeepsHostileTextsApart",
      [](Faults& faults) { faults.mapPath = mapTexts([](auto& text) { return text == u"A" ? u"a" : text; }); }},
     {"KeepsLongTexts",
