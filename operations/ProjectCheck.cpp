@@ -42,7 +42,10 @@ const std::u16string extension = u".xml";
 class ProjectCheck {
 public:
     ProjectCheck(const host::Path& root, Observer& observer)
-        : root_(root), location_(root), folder_(location_.getDirectory()), progress_(observer.start("Checking")) {}
+        : root_(host::FileUtils::makeAbsolute(root)),  // as stores name their files
+          location_(root_),
+          folder_(location_.getDirectory()),
+          progress_(observer.start("Checking")) {}
 
     CheckResult run() {
         requireRoot(root_);

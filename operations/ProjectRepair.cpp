@@ -32,7 +32,9 @@ namespace {
 class ProjectRepair {
 public:
     ProjectRepair(const host::Path& root, bool isDryRun)
-        : root_(root), folder_(pm::ProjectMetadataLocation(root).getDirectory()), isDryRun_(isDryRun) {}
+        : root_(host::FileUtils::makeAbsolute(root)),  // as the check names its files
+          folder_(pm::ProjectMetadataLocation(root_).getDirectory()),
+          isDryRun_(isDryRun) {}
 
     std::vector<Repair> run(const std::vector<Problem>& problems) {
         std::set<host::Path> damaged;

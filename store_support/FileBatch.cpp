@@ -15,6 +15,9 @@
 #include "host/Interruption.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FileAttributes.hpp"
@@ -81,14 +84,43 @@ void requireFeasibleFolder(const Path& folder) {
         requireWritable(folder);
 }
 
+/// The root folder of the project whose metadata folder is `folder`; no value if that has no name of one.
+std::optional<Path> findRoot(const Path& folder) {
+    for (const std::u16string& name : project::metadata::getSupportedRoots()) {
+        Path root = folder;
+        for (Path rest(name); !rest.empty(); rest = rest.parentPath())
+            root = root.parentPath();
+        if (root / name == folder)
+            return root;
+    }
+    return std::nullopt;
+}
+
+/// A core file that is made hides all metadata in the folders after its own, and is hidden by those in one before. They
+/// may have come, or have been renamed, since the store was opened.
+void requireNoOtherMetadata(const Path& folder) {
+    const auto root = findRoot(folder);
+    const auto other = root ? project::metadata::ProjectMetadataLocation(*root).locateCoreFile() : std::nullopt;
+    if (other) {
+        project::metadata::raise<project::metadata::MetadataWriteFailure>(
+            (folder / project::metadata::coreFileName()).text(),
+            u"the project has its metadata in \"" + getParentFolder(*other).text() +
+                u"\" by now, and gets no second; open it again first");
+    }
+}
+
 /// Everything that the batch will touch must be writable, and every name short enough, before anything is touched.
 void requireFeasible(const FileBatch& batch) {
     Places places(batch.folder);
+    const Path coreFile = batch.folder / project::metadata::coreFileName();
     std::set<Path> folders;
     for (const auto* files : {&batch.filesToWrite, &batch.filesToRemove}) {
         Path last;
         for (const Path& file : *files) {
-            requireFeasible(file, places.find(file));
+            const auto status = places.find(file);
+            if (!status && file.text() == coreFile.text())
+                requireNoOtherMetadata(batch.folder);
+            requireFeasible(file, status);
             Path folder = getParentFolder(file);
             if (folder.text() == last.text())
                 continue;

@@ -26,6 +26,8 @@ struct FileBatch {
 /// with the folders above if it is the first. If it fails, or the process or the machine dies on the way, each file has
 /// its old content, or each has its new one, after `recover` at the latest.
 ///
+/// A project's core file is not made where the project has one in another of its metadata folders.
+///
 /// What is read-only is made writable first if the user's settings allow it. A file that replaces another takes
 /// over its attributes (FileAttributes.hpp). Nothing is written through a symbolic link.
 ///

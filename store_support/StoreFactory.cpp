@@ -6,6 +6,7 @@
 
 #include <cppmicroservices/ServiceReference.h>
 
+#include "host/FileUtils.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileJobManager.hpp"
 #include "project/metadata/FileUtilities.hpp"
@@ -99,7 +100,8 @@ public:
 };
 
 std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& root) {
-    const ProjectMetadataLocation location(root);
+    // The current folder may be another one when the store is used.
+    const ProjectMetadataLocation location(host::FileUtils::makeAbsolute(root));
     if (isOfKind(location) == false) {
         const host::Path coreFile = location.getCoreFile();
         project::metadata::raise<MetadataReadFailure>(

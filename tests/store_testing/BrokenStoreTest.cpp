@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/FileSystem.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
@@ -291,6 +292,20 @@ const BrokenKind brokenKinds[] = {
                  std::ofstream(location.getCoreFile().accessName()) << "overwritten";
              else
                  inner.addPath(path);
+         };
+     }},
+    {"HidesNoOtherMetadata",  // looks for others when it is opened, and no more
+     [](Faults& faults) {
+         const host::Path coreFile = ProjectMetadataLocation(faults.root).getCoreFile();
+         faults.addPath = [coreFile](auto& inner, auto& path) {
+             try {
+                 inner.addPath(path);
+             } catch (const project::metadata::MetadataWriteFailure&) {
+                 if (host::FileSystem::exists(coreFile))
+                     throw;
+                 host::FileSystem::create_directories(coreFile.parentPath());
+                 std::ofstream(coreFile.accessName()) << "<Project MetadataType='monolithic'/>";
+             }
          };
      }},
     {"SetNodesSetsEveryNode",  // crashes on an entry without a node

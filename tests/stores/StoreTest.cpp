@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <random>
@@ -101,6 +102,24 @@ TEST_P(StoreTest, WhatChangesNothingOrIsRefusedLeavesANewFolderEmpty) {
     std::filesystem::remove_all(folder_ / "resources");
     openStore(GetParam(), folder_.path())->setPaths({});
     EXPECT_NE(project::metadata::getMetadataManagerFor(folder_.path()), nullptr);
+}
+
+TEST_P(StoreTest, ARelativeRootIsThatOfTheFolderInWhichTheStoreWasOpened) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::create_directories(folder_ / "elsewhere");
+    std::filesystem::current_path(folder_.std());
+    store_ = openStore(GetParam(), u"project");
+    std::filesystem::current_path(folder_ / "elsewhere");
+    store_->setNode(path({u"a"}), *node(u"1"));
+    std::filesystem::current_path(folder_.std());
+    EXPECT_EQ(outline(*store_), "a(1)");
+    store_ = openStore(GetParam(), u"project");
+    std::filesystem::current_path(folder_ / "elsewhere");
+    EXPECT_EQ(outline(*store_), "a(1)");
+    store_->setNode(path({u"a"}), *node(u"2"));
+    std::filesystem::current_path(before);
+    EXPECT_TRUE(std::filesystem::is_empty(folder_ / "elsewhere"));
+    EXPECT_EQ(outline(*openStore(GetParam(), folder_.path() / u"project")), "a(2)");
 }
 
 TEST_P(StoreTest, ANodeOfAnotherKindIsRefusedIfItHoldsWhatNoNodeTakes) {
