@@ -6,6 +6,7 @@
 
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "stores/sqlite/FileLocks.hpp"
 
 namespace stores::sqlite {
 
@@ -67,7 +68,14 @@ Connection openConnection(const std::string& name, int flags) {
     Connection connection(opened);
     if (code != SQLITE_OK)
         throw SqliteError(opened, code);
+    if (sqlite3_file* const file = findFile(*connection))
+        waitOnlyForHolders(*file);
     return connection;
+}
+
+bool isStuck(sqlite3& connection) {
+    const sqlite3_file* const file = findFile(connection);
+    return file && isStuck(*file);
 }
 
 void distrust(sqlite3& connection, std::int64_t& budget) {
