@@ -1,6 +1,7 @@
 #include "stores/sqlite/Sqlite.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 #include <utility>
 
@@ -27,6 +28,9 @@ int getSystemError(sqlite3* connection, int code) {
 
 std::string describe(sqlite3* connection, int code) {
     const int reason = getSystemError(connection, code);
+    // SQLite opens what it cannot make for reading only, and remembers why that failed.
+    if ((code & 0xFF) == SQLITE_CANTOPEN && reason == ENOENT)
+        return "it, or a file that SQLite has beside it, can neither be opened nor made";
     const std::string text = connection ? sqlite3_errmsg(connection) : sqlite3_errstr(code);
     return reason == 0 ? text : text + ": " + std::generic_category().message(reason);
 }

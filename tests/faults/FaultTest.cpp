@@ -153,6 +153,9 @@ protected:
             // An error of the library or the host, or the lack of memory itself.
             if (!dynamic_cast<const host::UserException*>(&caught) && !dynamic_cast<const std::bad_alloc*>(&caught))
                 put(report_->wrong, "an error of another kind: " + error);
+            // Nothing has failed for this reason.
+            if (error.find(std::strerror(ENOENT)) != std::string::npos)
+                put(report_->wrong, "another cause than the one: " + error);
         }
         const FaultCounts counts = disturbance.stop();
         report_->calls = counts.calls;
