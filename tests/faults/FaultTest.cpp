@@ -13,10 +13,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <map>
 
 #include "host/MessageException.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "store_support/FolderLock.hpp"
 #include "tests/faults/AllocationFaults.hpp"
 #include "tests/faults/Scenarios.hpp"
 #include "tests/faults/SystemFaults.hpp"
@@ -344,6 +347,29 @@ TEST_P(FaultTest, AFailedAllocationTearsNothing) {
     }
     printOutcomes("allocations");
     EXPECT_GT(outcomes_["failed, old"] + outcomes_["failed, new"], 0);
+}
+
+TEST(FolderLockTest, WhatCannotBeLockedIsNotHeld) {
+    const TempFolder folder(memoryFolder());
+    std::ofstream(folder / ".lock").close();
+    constexpr std::array meanings{"interrupted, and done again", "No locks available", "Input/output error"};
+    for (int variant = 0; variant < 3; ++variant) {
+        ChildProcess child([&] {
+            trapSystemCalls();
+            startFaults({2, false, variant, 0});
+            std::string answer = "held";
+            try {
+                if (!store_support::isLockHeld(folder.path()))
+                    answer = meanings[0];
+            } catch (const project::metadata::MetadataReadFailure& error) {
+                answer = error.what();
+            }
+            if (stopFaults().what.compare(0, 5, "flock") != 0 ||
+                answer.find(meanings.at(static_cast<std::size_t>(variant))) == std::string::npos)
+                throw std::runtime_error(answer);
+        });
+        EXPECT_EQ(child.wait(), 0) << variant;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, FaultTest,
