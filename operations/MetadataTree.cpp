@@ -14,6 +14,7 @@
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "store_support/WholeFile.hpp"
 
 namespace operations {
@@ -65,6 +66,7 @@ void fill(PathTree& tree, const pm::MetadataManager& store, const pm::MetadataPa
 
 /// @param root for the error sentence
 MetadataTree readStore(const pm::MetadataManager& store, const host::Path& root, Progress& progress) {
+    const pm::RepeatableRead reading(store);
     if (findLoss(store)) {
         throw OperationError(ErrorKind::failure,
                              "The metadata of " + quoted(root) +
@@ -109,13 +111,12 @@ MetadataTree readTree(const pm::MetadataManager& store, const host::Path& root, 
 }
 
 PathTree readPaths(const pm::MetadataManager& store, Progress& progress, Damaged damaged) {
-    PathTree tree;
-    fill(tree, store, {}, progress, damaged);
-    return tree;
+    return readSubtree(store, {}, progress, damaged);
 }
 
 PathTree readSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress,
                      Damaged damaged) {
+    const pm::RepeatableRead reading(store);
     PathTree tree;
     PathTree* at = &tree;
     for (const pm::PathElement& step : top.getPath()) {

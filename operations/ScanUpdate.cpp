@@ -12,6 +12,7 @@
 
 #include "operations/ScannedNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 
 namespace operations {
 
@@ -57,6 +58,7 @@ public:
     ScanComparison(const pm::MetadataManager& store, const Scan& scan, const ScanWish& wish, ScanRecord& record,
                    Progress& progress)
         : store_(store),
+          reading_(store),
           scan_(scan),
           wish_(wish),
           record_(record),
@@ -409,6 +411,7 @@ private:
     }
 
     const pm::MetadataManager& store_;
+    pm::RepeatableRead reading_;
     const Scan& scan_;
     const ScanWish& wish_;
     ScanRecord& record_;

@@ -12,7 +12,7 @@ namespace pm = project::metadata;
 
 TreeWalk::TreeWalk(const pm::MetadataManager& store, const pm::MetadataPath& start, std::size_t maxDepth,
                    std::function<void()> onError)
-    : store_(store), maxDepth_(maxDepth), onError_(std::move(onError)), children_{start} {}
+    : store_(store), reading_(store), maxDepth_(maxDepth), onError_(std::move(onError)), children_{start} {}
 
 bool TreeWalk::next() {
     host::Interruption::throwIfRequested();

@@ -12,6 +12,7 @@
 
 #include "operations/Progress.hpp"
 #include "project/metadata/MetadataManager.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 
 namespace operations {
 
@@ -62,6 +63,7 @@ private:
     void noteError();
 
     const project::metadata::MetadataManager& store_;
+    project::metadata::RepeatableRead reading_;
     std::size_t maxDepth_;
     std::function<void()> onError_;
     std::vector<Level> levels_;

@@ -43,6 +43,18 @@ dirent* readNext(const Folder& folder, int& code) {
     return entry;
 }
 
+template <class Visit>
+void visitEntries(const Path& path, const Visit& visit) {
+    const Folder folder(opendir(path.accessName().c_str()), closedir);
+    int code = folder ? 0 : errno;
+    if (!folder && isAbsence(code))
+        return;
+    while (const dirent* const entry = folder ? readNext(folder, code) : nullptr)
+        visit(*entry);
+    if (code != 0)
+        raise<ListChildFilesFailure>(path.text(), host::fromUtf8(std::generic_category().message(code)));
+}
+
 /// Removes what is in the folder `name` in the one with the descriptor `parent`, and the folder.
 /// @return 0, or the error number: EPERM if it is no folder, for that is why it was tried
 int removeFolder(int parent, const char* name) {
@@ -118,17 +130,18 @@ bool isFolder(const Path& path) {
     return status && S_ISDIR(status->st_mode);
 }
 
-std::vector<std::string> listNames(const Path& path) {
+std::vector<std::string> listNames(const Path& folder) {
     std::vector<std::string> names;
-    const Folder folder(opendir(path.accessName().c_str()), closedir);
-    int code = folder ? 0 : errno;
-    if (!folder && isAbsence(code))
-        return names;
-    while (const dirent* const entry = folder ? readNext(folder, code) : nullptr)
-        names.emplace_back(entry->d_name);
-    if (code != 0)
-        raise<ListChildFilesFailure>(path.text(), host::fromUtf8(std::generic_category().message(code)));
+    visitEntries(folder, [&](const dirent& entry) { names.emplace_back(entry.d_name); });
     return names;
+}
+
+std::vector<FolderEntry> listEntries(const Path& folder) {
+    std::vector<FolderEntry> entries;
+    visitEntries(folder, [&](const dirent& entry) {
+        entries.push_back({entry.d_name, entry.d_ino, entry.d_type == DT_REG});
+    });
+    return entries;
 }
 
 std::u16string getIrregularity(const struct stat& status) {

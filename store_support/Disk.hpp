@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -45,6 +46,17 @@ bool isFolder(const host::Path& path);
 /// The names in `folder` without "." and "..", in no particular order; none if it does not exist.
 /// @throws project::metadata::ListChildFilesFailure
 std::vector<std::string> listNames(const host::Path& folder);
+
+/// What a folder says of something in it.
+struct FolderEntry {
+    std::string name;     ///< its access name
+    std::uint64_t inode;  ///< not the file's own where another file system is mounted
+    bool isRegular;       ///< false too if the file system does not tell
+};
+
+/// The same with more than the names.
+/// @throws as `listNames`
+std::vector<FolderEntry> listEntries(const host::Path& folder);
 
 /// open(2) with O_CLOEXEC. @return -1 if that fails; errno says why
 int openFile(const std::string& name, int flags, mode_t mode = 0) noexcept;

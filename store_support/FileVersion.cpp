@@ -17,4 +17,13 @@ std::optional<FileVersion> getFileVersion(const host::Path& file) {
     return status ? std::optional(makeFileVersion(*status)) : std::nullopt;
 }
 
+std::optional<FileVersion> getFolderVersion(const host::Path& folder) {
+    return getFolderVersion(folder, folder.accessName());
+}
+
+std::optional<FileVersion> getFolderVersion(const host::Path& folder, const std::string& name) {
+    const auto status = findStatus(folder, name + "/.");
+    return status ? std::optional(makeFileVersion(*status)) : std::nullopt;
+}
+
 }  // namespace store_support

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "host/Path.hpp"
 
@@ -44,5 +45,12 @@ FileVersion makeFileVersion(const struct stat& status);
 /// called from any thread.
 /// @throws project::metadata::MetadataReadFailure if it cannot be examined
 std::optional<FileVersion> getFileVersion(const host::Path& file);
+
+/// As that for a folder, or what a symbolic link to one leads to; no value for anything else.
+std::optional<FileVersion> getFolderVersion(const host::Path& folder);
+
+/// The same for who asks again and again.
+/// @param name the access name of `folder`
+std::optional<FileVersion> getFolderVersion(const host::Path& folder, const std::string& name);
 
 }  // namespace store_support

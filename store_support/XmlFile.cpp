@@ -94,11 +94,11 @@ bool isSameContent(FileVersion a, FileVersion b) {
     return a == b;
 }
 
-/// Reads a small file, in which nothing is wrong, with few calls of the system.
-/// @return no value if it is not that, or changes meanwhile
-std::optional<XmlFile> readSmallFile(const Path& file) {
+}  // namespace
+
+std::optional<XmlFile> readSmallFile(const std::string& name) {
     constexpr std::size_t size = 16384;
-    const Descriptor descriptor(file.accessName(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    const Descriptor descriptor(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     struct stat before {};
     struct stat after {};
     if (!descriptor.isOpen() || fstat(descriptor.number(), &before) != 0 || !S_ISREG(before.st_mode) ||
@@ -124,8 +124,6 @@ std::optional<XmlFile> readSmallFile(const Path& file) {
     return result;
 }
 
-}  // namespace
-
 XmlFile readXmlFile(const Path& file, XmlExtent extent) {
     const auto status = findStatus(file);
     return status ? readXmlFile(file, *status, extent) : XmlFile{};
@@ -133,7 +131,7 @@ XmlFile readXmlFile(const Path& file, XmlExtent extent) {
 
 XmlFile readXmlFile(const Path& file, const struct stat& firstStatus, XmlExtent extent) {
     if (extent == XmlExtent::wholeTree && S_ISREG(firstStatus.st_mode)) {
-        if (auto small = readSmallFile(file))
+        if (auto small = readSmallFile(file.accessName()))
             return *std::move(small);
     }
     XmlFile result;

@@ -47,4 +47,9 @@ XmlFile readXmlFile(const host::Path& file, XmlExtent extent = XmlExtent::wholeT
 /// The same, if `findStatus` has just answered `status` for `file`.
 XmlFile readXmlFile(const host::Path& file, const struct stat& status, XmlExtent extent = XmlExtent::wholeTree);
 
+/// Reads a small file in which nothing is wrong, with few calls of the system.
+/// @param name its access name
+/// @return no value if it is not that, does not exist or changes meanwhile: then `readXmlFile` says what it is
+std::optional<XmlFile> readSmallFile(const std::string& name);
+
 }  // namespace store_support

@@ -20,6 +20,7 @@
 #include "host/Interruption.hpp"
 #include "operations/Export.hpp"
 #include "operations/Project.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 
 namespace cli {
 
@@ -50,6 +51,7 @@ Status exportProject(const host::Path& root, const Request& request) {
     const auto existing = request.replace ? operations::Existing::replace : operations::Existing::keep;
     operations::requireWritable(file.path(), existing);
     CommandObserver observer;
+    const project::metadata::RepeatableRead reading(*store);
     try {
         operations::exportMetadata(*store, top, file.path(), existing, *request.dryRun, observer);
     } catch (const host::InterruptedException&) {

@@ -35,6 +35,7 @@
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 
 namespace cli {
 
@@ -108,6 +109,7 @@ std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, 
     page << "{\"project\":" << format(escapeName(absoluteRoot.fileName().text())) << ",\"time\":" << format(time)
          << ",\"paths\":[\n";
     Names names;
+    const pm::RepeatableRead reading(store);
     writePaths(store, names, page);
     page << "],\n\"names\":" << format(names.list());
 

@@ -10,6 +10,7 @@
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataCopy.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 
 namespace project::metadata {
 
@@ -60,7 +61,10 @@ void writeMetadataToSingleFile(const host::Path& from, const host::Path& to) {
     if (!source)
         raise<MetadataReadFailure>(from.text(), explainMissingSource(from));
 
-    copyMetadata(*source, *destination);
+    {
+        const RepeatableRead reading(*source);
+        copyMetadata(*source, *destination);
+    }
     // A store that keeps what it was given in another place, or nowhere, would otherwise pass for an empty project.
     if (readStart(scratchFile) == emptyFile && !source->getChildren(MetadataPath()).empty())
         raise<MetadataWriteFailure>(to.text(), u"the metadata store named \"monolithic\" has not written its file");

@@ -8,6 +8,7 @@
 #include "store_support/CoreFileType.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/StoreFiles.hpp"
+#include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
 
@@ -38,12 +39,13 @@ void FixedPathManager::removePath(const MetadataPath& path) {
 }
 
 std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path) const {
-    const PathFiles::Place& place = files_.locate(path);
-    const PathFilePtr content = read(place, Extent::whole);
+    const PathFilePtr content = read(path, Extent::whole);
     if (!content || (!content->node && !content->isBroken()))
         return nullptr;
-    if (!content->node)
-        project::metadata::raise<project::metadata::MetadataReadFailure>(place.file.text(), content->damage->problem);
+    if (!content->node) {
+        project::metadata::raise<project::metadata::MetadataReadFailure>(files_.locate(path).file.text(),
+                                                                         content->damage->problem);
+    }
     return project::metadata::copyKeptNode(content->node);
 }
 
@@ -62,18 +64,28 @@ void FixedPathManager::removePaths(const std::vector<MetadataPath>& paths) {
 }
 
 bool FixedPathManager::hasNode(const MetadataPath& path) const {
-    const PathFilePtr content = read(files_.locate(path), Extent::place);
+    const PathFilePtr content = read(path, Extent::place);
     return content && content->hasNode;
 }
 
 std::vector<MetadataPath> FixedPathManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
-    for (const PathFilePtr& child : readChildren(files_.locate(path))) {
-        markExistenceSeen(*child);
+    if (const auto known = files_.recall(path); known && !known->hasFolder)
+        return children;
+    const PathFiles::Place& place = files_.locate(path);
+    auto found = files_.recallChildren(place.folder);
+    if (!found) {
+        found = readChildren(place);
+        files_.remember(place.folder, *found);
+    }
+    children.reserve(found->children.size());
+    for (const Child& child : found->children) {
+        if (isNewBranch(*child.content))
+            files_.seen().add(place.folder / nodeFileName(child.content->element), child.content->version);
         std::vector<project::metadata::PathElement> elements;
         elements.reserve(path.getPath().size() + 1);
         elements = path.getPath();
-        elements.push_back(child->element);
+        elements.push_back(child.content->element);
         children.emplace_back(std::move(elements));
     }
     return children;
@@ -85,8 +97,8 @@ bool FixedPathManager::hasPath(const MetadataPath& path) const {
     files_.settle();
     const PathFiles::Place& place = files_.locate(path);
     const PathFilePtr content = files_.read(place, Extent::place);
-    if (content)
-        markExistenceSeen(*content);
+    if (content && isNewBranch(*content))
+        files_.seen().add(place.file, content->version);
     return content || files_.hasChildren(place.folder);
 }
 
@@ -115,24 +127,24 @@ host::Path FixedPathManager::getNodeFile(const MetadataPath& path) const {
     return files_.locate(path).file;
 }
 
-void FixedPathManager::markExistenceSeen(const PathFile& content) const {
-    if (!content.hasNode)
-        files_.markSeen(content.version);
+bool FixedPathManager::isNewBranch(const PathFile& content) const {
+    return !content.hasNode && files_.seen().isNews(content.version);
 }
 
-PathFilePtr FixedPathManager::read(const PathFiles::Place& place, Extent extent) const {
-    files_.settle();
-    PathFilePtr content = files_.read(place, extent);
-    if (content)
-        files_.markSeen(content->version);
+PathFilePtr FixedPathManager::read(const MetadataPath& path, Extent extent) const {
+    const auto known = files_.recall(path);
+    PathFilePtr content = known ? known->content : nullptr;
+    if (!isEnough(content, extent)) {
+        files_.settle();
+        content = files_.read(files_.locate(path), extent);
+    }
+    if (content && files_.seen().isNews(content->version))
+        files_.seen().add(files_.locate(path).file, content->version);
     return content;
 }
 
-std::vector<PathFilePtr> FixedPathManager::readChildren(const PathFiles::Place& place) const {
-    const auto findVersion = [&] {
-        const auto status = store_support::findStatus(place.folder, place.folderName);
-        return status ? std::optional(store_support::makeFileVersion(*status)) : std::nullopt;
-    };
+Listing FixedPathManager::readChildren(const PathFiles::Place& place) const {
+    const auto findVersion = [&] { return store_support::getFolderVersion(place.folder, place.folderName); };
     constexpr int patience = 3;
     for (int attempt = 0; attempt < patience; ++attempt) {
         // Most paths have none.
@@ -142,9 +154,9 @@ std::vector<PathFilePtr> FixedPathManager::readChildren(const PathFiles::Place& 
         const auto version = findVersion();
         const auto isUndisturbed = [&] { return !files_.isInterrupted() && findVersion() == version; };
         try {
-            auto children = files_.readChildren(place.folder);
+            Listing listing = files_.readChildren(place.folder);
             if (isUndisturbed())
-                return children;
+                return listing;
         } catch (const project::exception::ProjectException&) {
             if (isUndisturbed())
                 throw;
@@ -156,6 +168,7 @@ std::vector<PathFilePtr> FixedPathManager::readChildren(const PathFiles::Place& 
 }
 
 void FixedPathManager::change(const std::function<void(PathFileChange&)>& collect) {
+    files_.lookAgain();
     files_.settle();
     {
         PathFileChange expected(files_);

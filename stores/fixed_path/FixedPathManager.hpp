@@ -11,6 +11,7 @@
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/PathRenamer.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/fixed_path/PathFileChange.hpp"
 #include "stores/fixed_path/PathFiles.hpp"
@@ -23,12 +24,13 @@ namespace stores::fixed_path {
 /// `TreeRules` throw; all operations what `settle` throws.
 ///
 /// Whether somebody else has changed a node is told by its file, so a new rank in it counts as a change too. New
-/// permissions and further names of the file do not; but of a file that was never read, directly in the metadata
-/// folder, where locks come and go, they cannot be told from a change.
+/// permissions and further names of a file that was read do not; of one that was not, they cannot be told from a change
+/// (SeenFiles.hpp).
 class FixedPathManager : public project::metadata::MetadataManager,
                          public project::metadata::DamageReporter,
                          public project::metadata::StoreFileLister,
-                         public project::metadata::PathRenamer {
+                         public project::metadata::PathRenamer,
+                         public project::metadata::RepeatableReader {
 public:
     /// @param folder the metadata folder, which need not exist
     FixedPathManager(const host::Path& folder, store_support::JobRunner runJob);
@@ -52,17 +54,19 @@ public:
     host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
     void renamePath(const project::metadata::MetadataPath& path,
                     const project::metadata::PathElement& element) override;
+    void beginReading() const noexcept override { files_.beginReading(); }
+    void endReading() const noexcept override { files_.endReading(); }
 
 private:
-    /// What the file at `place` says for the user of this store; null if it does not exist.
-    PathFilePtr read(const PathFiles::Place& place, Extent extent) const;
+    /// What the file of `path` says for the user of this store; null if it does not exist.
+    PathFilePtr read(const project::metadata::MetadataPath& path, Extent extent) const;
 
-    /// Notes that the user of this store knows that the path of the file that says `content` exists. Of a branch there
-    /// is no more to know.
-    void markExistenceSeen(const PathFile& content) const;
+    /// Whether the user of this store has to be noted to know the file that says `content`, when he learns that its
+    /// path exists: of a branch there is no more to know.
+    bool isNewBranch(const PathFile& content) const;
 
-    /// What the files of the children of `place` say, without a change in between.
-    std::vector<PathFilePtr> readChildren(const PathFiles::Place& place) const;
+    /// The children of `place`, without a change in between.
+    Listing readChildren(const PathFiles::Place& place) const;
 
     /// Carries out what `collect` asks for, if that changes anything. It is called twice: once without the lock, to see
     /// whether there is anything to do.

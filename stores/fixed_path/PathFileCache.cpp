@@ -1,7 +1,6 @@
 #include "stores/fixed_path/PathFileCache.hpp"
 
 #include <functional>
-#include <string_view>
 #include <utility>
 
 namespace stores::fixed_path {
@@ -18,33 +17,36 @@ std::size_t estimateBytes(const PathFile& content) {
     return place + (content.node ? nodeToFile * static_cast<std::size_t>(content.version.size) : 0);
 }
 
-std::size_t hashName(const Path& file) {
-    const std::u16string_view text = file.text();
-    return std::hash<std::u16string_view>()(text.substr(text.rfind(u'/') + 1));
-}
-
 }  // namespace
 
 PathFilePtr PathFileCache::find(const Path& file, const FileVersion& version) {
-    const auto isIt = [&](const Entry& entry) {
-        return entry.content->version == version && entry.nameHash == hashName(file);
-    };
-    const auto young = young_.find(version.inode);
-    if (young != young_.end())
-        return isIt(young->second) ? young->second.content : nullptr;
-    const auto old = old_.find(version.inode);
-    if (old == old_.end() || !isIt(old->second))
-        return nullptr;
-    PathFilePtr content = old->second.content;
-    makeRoom(*content);
-    young_.insert(old_.extract(version.inode));
-    return content;
+    const Entry* const entry = touch(version.inode);
+    return entry && entry->content->version == version && entry->fileHash == std::hash<std::u16string>()(file.text())
+               ? entry->content
+               : nullptr;
 }
 
-PathFilePtr PathFileCache::findAnyVersion(std::uint64_t inode) const {
+PathFilePtr PathFileCache::find(std::uint64_t inode, std::int64_t changed) {
+    const Entry* const entry = touch(inode);
+    return entry && entry->content->version.changed == changed ? entry->content : nullptr;
+}
+
+const PathFileCache::Entry* PathFileCache::touch(std::uint64_t inode) {
+    const auto young = young_.find(inode);
+    if (young != young_.end())
+        return &young->second;
+    const auto old = old_.find(inode);
+    if (old == old_.end())
+        return nullptr;
+    auto entry = old_.extract(old);
+    makeRoom(*entry.mapped().content);
+    return &young_.insert(std::move(entry)).position->second;
+}
+
+PathFilePtr PathFileCache::findAnyVersion(const Path& file, std::uint64_t inode) const {
     for (const Entries* entries : {&young_, &old_}) {
         const auto entry = entries->find(inode);
-        if (entry != entries->end())
+        if (entry != entries->end() && entry->second.fileHash == std::hash<std::u16string>()(file.text()))
             return entry->second.content;
     }
     return nullptr;
@@ -54,7 +56,7 @@ void PathFileCache::insert(const Path& file, PathFilePtr content) {
     const std::uint64_t inode = content->version.inode;
     erase(inode);
     makeRoom(*content);
-    young_.emplace(inode, Entry{std::move(content), hashName(file)});
+    young_.emplace(inode, Entry{std::move(content), std::hash<std::u16string>()(file.text())});
 }
 
 void PathFileCache::erase(std::uint64_t inode) {

@@ -21,8 +21,15 @@ public:
     /// What the file `file` says in the version `version`, null if that is not known.
     PathFilePtr find(const host::Path& file, const store_support::FileVersion& version);
 
-    /// What the file with that inode said last, under any name; null if that is not known.
-    PathFilePtr findAnyVersion(std::uint64_t inode) const;
+    /// What the file with that inode says, if it was last changed at `changed`, as the system says it; null if that is
+    /// not known.
+    PathFilePtr find(std::uint64_t inode, std::int64_t changed);
+
+    /// What `file` with that inode said last; null if that is not known.
+    PathFilePtr findAnyVersion(const host::Path& file, std::uint64_t inode) const;
+
+    /// Whether it is known what a file with that inode said, under any name.
+    bool hasInode(std::uint64_t inode) const { return young_.count(inode) != 0 || old_.count(inode) != 0; }
 
     void insert(const host::Path& file, PathFilePtr content);
     void erase(std::uint64_t inode);
@@ -30,9 +37,12 @@ public:
 private:
     struct Entry {
         PathFilePtr content;
-        std::size_t nameHash;  // of the name in its folder, which has to fit the content
+        std::size_t fileHash;  // of where it is
     };
     using Entries = std::unordered_map<std::uint64_t, Entry>;  // by the inode
+
+    /// The entry of a file, young from now on; null if there is none.
+    const Entry* touch(std::uint64_t inode);
 
     void makeRoom(const PathFile& content);
 

@@ -332,6 +332,7 @@ void PathFileChange::writeStaged(Index index, const Path& staged) {
 }
 
 void PathFileChange::requireSeen() {
+    files_.seen().lookAgain();
     const auto require = [](bool isSeen, const Path& file) {
         if (!isSeen) {
             raise<MetadataWriteFailure>(file.text(),
@@ -341,26 +342,12 @@ void PathFileChange::requireSeen() {
     for (const Index index : writes_) {
         Item& item = items_[index];
         // What the user does not know he does not know either when it only gets a new rank.
-        item.isSeen = !item.exists || files_.isSeen(getFile(index), item.old);
+        item.isSeen = !item.exists || files_.seen().isKnown(getFile(index), item.old);
         if (item.replacesNode)
             require(item.isSeen, getFile(index));
     }
     for (const Removal& removal : removals_)
-        require(files_.isSeen(removal.file, removal.version), removal.file);
-}
-
-std::vector<Path> PathFileChange::findOurFolders() {
-    std::vector<Path> folders;
-    std::unordered_set<std::u16string> known;
-    const auto add = [&](const Path& folder) {
-        if (known.insert(folder.text()).second && files_.isOurs(folder))
-            folders.push_back(folder);
-    };
-    for (const Index index : writes_)
-        add(getFolder(items_[index].parent));
-    for (const Removal& removal : removals_)
-        add(project::metadata::getParentFolder(removal.file));
-    return folders;
+        require(files_.seen().isKnown(removal.file, removal.version), removal.file);
 }
 
 void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
@@ -372,7 +359,6 @@ void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
                                 [](const Removal& a, const Removal& b) { return a.file == b.file; }),
                     removals_.end());
     requireSeen();
-    const std::vector<Path> ourFolders = findOurFolders();
     // What is not needed any more makes room for the lists of files.
     index_ = {};
     lastContent_ = {};
@@ -394,7 +380,7 @@ void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
         // But for the time of the last change it keeps this version when it is put into place.
         item.staged = getFileVersion(staged).value_or(item.staged);
         if (item.isSeen)
-            files_.markSeen(item.staged);
+            files_.seen().add(getFile(writes_[number]), item.staged);
     };
     runJob(project::metadata::FileJob(batch.filesToWrite, batch.filesToRemove, [&] {
         try {
@@ -403,20 +389,22 @@ void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
             keepSeen();
             throw;
         }
+        for (std::size_t i = 0; i < removals_.size(); ++i)
+            files_.seen().remove(batch.filesToRemove[i], removals_[i].version);
         batch = {};
-        noteDone(ourFolders);
+        noteDone();
         lock.release();
     }));
 }
 
-void PathFileChange::noteDone(const std::vector<Path>& ourFolders) noexcept {
+void PathFileChange::noteDone() noexcept {
     // What cannot be noted will be looked up again.
     try {
         for (const Index index : writes_) {
             Item& item = items_[index];
-            if (item.exists)
-                files_.forget(item.old);
             const Path file = getFile(index);
+            if (item.exists)
+                files_.seen().remove(file, item.old);
             const auto version = getFileVersion(file);
             if (version && version->inode == item.staged.inode && version->size == item.staged.size &&
                 version->modified == item.staged.modified) {
@@ -424,10 +412,6 @@ void PathFileChange::noteDone(const std::vector<Path>& ourFolders) noexcept {
                 files_.noteWritten(file, {item.element, item.rank, nullptr, {}, *version, hasNode});
             }
         }
-        for (const Removal& removal : removals_)
-            files_.forget(removal.version);
-        for (const Path& folder : ourFolders)
-            files_.markOurs(folder);
         for (const auto& [parent, rank] : lastRanks_)
             files_.noteLastRank(getFolder(parent), rank);
     } catch (...) {
@@ -439,8 +423,9 @@ void PathFileChange::keepSeen() noexcept {
         for (const Index index : writes_) {
             if (!items_[index].isSeen)
                 continue;
-            if (const auto version = getFileVersion(getFile(index)))
-                files_.markSeen(*version);
+            const Path file = getFile(index);
+            if (const auto version = getFileVersion(file); version && files_.seen().isNews(*version))
+                files_.seen().add(file, *version);
         }
     } catch (...) {
     }

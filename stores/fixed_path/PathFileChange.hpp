@@ -127,7 +127,7 @@ private:
     void keepSeen() noexcept;
 
     /// After a change that succeeded.
-    void noteDone(const std::vector<host::Path>& ourFolders) noexcept;
+    void noteDone() noexcept;
 
     /// Makes what `wanted` has below `parent` the content of the folder of `index`.
     void arrangeFolder(const store_support::WantedTree& wanted, store_support::WantedTree::Index parent, Index index);
@@ -137,9 +137,6 @@ private:
 
     /// The rank after all children of `parent`.
     Rank makeLastRank(Index parent);
-
-    /// The folders of all files of the change that nobody but this store has changed.
-    std::vector<host::Path> findOurFolders();
 
     void writeStaged(Index index, const host::Path& staged);
 

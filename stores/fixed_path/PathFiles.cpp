@@ -14,19 +14,8 @@
 
 #include "stores/fixed_path/PathFiles.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <time.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <map>
 #include <optional>
-#include <set>
-#include <string_view>
-#include <thread>
 #include <utility>
 
 #include "host/Interruption.hpp"
@@ -35,7 +24,7 @@
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
-#include "store_support/Disk.hpp"
+#include "store_support/EqualTrees.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
@@ -44,21 +33,20 @@ namespace stores::fixed_path {
 
 using host::Path;
 using project::metadata::MetadataDamage;
-using project::metadata::MetadataNode;
 using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
-using store_support::Descriptor;
-using store_support::FileVersion;
+using project::metadata::stripExtension;
 using store_support::findStatus;
-using store_support::getFileVersion;
+using store_support::FolderEntry;
+using store_support::getFolderVersion;
 using store_support::getReadProblem;
 using store_support::isFolder;
+using store_support::listEntries;
 using store_support::listNames;
 using store_support::makeFileVersion;
 using store_support::readXmlFile;
-using store_support::toNanoseconds;
 using store_support::XmlFile;
 
 namespace {
@@ -79,60 +67,25 @@ PathFilePtr makeBranch(const PathElement& element) {
     return content;
 }
 
-bool isBefore(const PathFilePtr& a, const PathFilePtr& b) {
-    if (a->rank == b->rank)
-        return a->element < b->element;
-    return !a->rank.empty() && (b->rank.empty() || a->rank < b->rank);
+MetadataDamage describe(const Path& file, const PathFileDamage& damage) {
+    return {file, damage.problem, false, damage.isForeign};
+}
+
+bool isBefore(const Child& a, const Child& b) {
+    const PathFile& first = *a.content;
+    const PathFile& second = *b.content;
+    if (first.rank == second.rank)
+        return first.element < second.element;
+    return !first.rank.empty() && (second.rank.empty() || first.rank < second.rank);
+}
+
+void sort(Listing& listing) {
+    std::sort(listing.children.begin(), listing.children.end(), isBefore);
 }
 
 /// The path element that the name of `file` tells, if it does.
 std::optional<PathElement> parseFileName(const Path& file) {
-    return parseNodeFolderName(project::metadata::stripExtension(file.fileName().text(), nodeFileExtension));
-}
-
-std::int64_t readClock(clockid_t clock) {
-    timespec now{};
-    clock_gettime(clock, &now);
-    return toNanoseconds(now);
-}
-
-/// The time that the file system of `folder` gives to what is made there now; no value if it cannot be asked. It may be
-/// another machine's. Nothing is left behind, whenever this ends: a file without a name is made or, where the file
-/// system has none, the folder is touched.
-std::optional<std::int64_t> askFileSystem(const std::string& folder) {
-    struct stat status {};
-    const Descriptor unnamed(folder, O_TMPFILE | O_WRONLY, 0600);
-    const bool isKnown = unnamed.isOpen() ? fstat(unnamed.number(), &status) == 0
-                                          : (errno == EOPNOTSUPP || errno == EISDIR) &&
-                                                utimensat(AT_FDCWD, folder.c_str(), nullptr, 0) == 0 &&
-                                                stat(folder.c_str(), &status) == 0;
-    return isKnown ? std::optional(toNanoseconds(status.st_ctim)) : std::nullopt;
-}
-
-/// A moment such that what has changed in `folder` so far did not change later, and what will, will. The clocks of file
-/// systems tick every few milliseconds only, so this waits for the next tick.
-std::int64_t findBeginning(const Path& folder) {
-    constexpr std::int64_t longestTick = 2'000'000'000;
-    constexpr auto pause = std::chrono::microseconds(200);
-    const std::string name = folder.accessName();
-    const std::int64_t start = readClock(CLOCK_MONOTONIC);
-    const auto isPatient = [&] { return readClock(CLOCK_MONOTONIC) - start < longestTick; };
-    if (const auto first = askFileSystem(name)) {
-        for (auto now = first; now && *now <= *first && isPatient(); now = askFileSystem(name))
-            std::this_thread::sleep_for(pause);
-        return *first;
-    }
-    // Nobody may write here, or there is nothing yet. The clock of this machine must do; that of files lags behind it.
-    const std::int64_t now = readClock(CLOCK_REALTIME);
-    while (readClock(CLOCK_REALTIME_COARSE) <= now && isPatient() && isFolder(folder))
-        std::this_thread::sleep_for(pause);
-    return now;
-}
-
-/// What new permissions and further names do not change.
-FileVersion getContentVersion(FileVersion version) {
-    version.changed = 0;
-    return version;
+    return parseNodeFolderName(stripExtension(file.fileName().text(), nodeFileExtension));
 }
 
 void requireName(const Path& file, const std::u16string& name) {
@@ -142,12 +95,11 @@ void requireName(const Path& file, const std::u16string& name) {
     }
 }
 
-/// Whether `content` says what is to be found out.
+}  // namespace
+
 bool isEnough(const PathFilePtr& content, Extent extent) {
     return content && (extent == Extent::place || !content->hasNode || content->node);
 }
-
-}  // namespace
 
 PathFiles::PathFiles(Path folder)
     : folder_(std::move(folder)),
@@ -155,15 +107,20 @@ PathFiles::PathFiles(Path folder)
       scratchFolder_(store_support::getScratchFolder(folder_)),
       scratchName_(scratchFolder_.accessName()),
       walk_{{PathElement({}, {}), coreFile_, coreFile_.accessName(), folder_, folder_.accessName()}},
-      beginning_(findBeginning(folder_)) {}
+      seen_(folder_) {}
 
 const PathFiles::Place& PathFiles::locate(const MetadataPath& path) const {
+    walk(path, path.getPath().size());
+    return walk_.back();
+}
+
+void PathFiles::walk(const MetadataPath& path, std::size_t depth) const {
     const auto& elements = path.getPath();
     std::size_t known = 0;
-    while (known + 1 < walk_.size() && known < elements.size() && walk_[known + 1].element == elements[known])
+    while (known + 1 < walk_.size() && known < depth && walk_[known + 1].element == elements[known])
         ++known;
     walk_.erase(walk_.begin() + static_cast<std::ptrdiff_t>(known + 1), walk_.end());
-    for (; known < elements.size(); ++known) {
+    for (; known < depth; ++known) {
         const Place& above = walk_.back();
         const Path folderHere(nodeFolderName(elements[known]));
         Path folder = above.folder / folderHere;
@@ -173,7 +130,6 @@ const PathFiles::Place& PathFiles::locate(const MetadataPath& path) const {
         walk_.push_back(
             {elements[known], std::move(file), std::move(fileName), std::move(folder), std::move(folderName)});
     }
-    return walk_.back();
 }
 
 bool PathFiles::hasScratchFolder() const {
@@ -201,9 +157,21 @@ PathFilePtr PathFiles::read(const Path& file, const std::string& name, Extent ex
     auto content = cache_.find(file, makeFileVersion(*status));
     if (isEnough(content, extent))
         return content;
-    content = readAnew(file, *status);
+    content = note(file, readXmlFile(file, *status));
     if (content)
         cache_.insert(file, content);
+    return content;
+}
+
+PathFilePtr PathFiles::readEntry(const Path& file, const std::string& name, const FolderEntry& entry) const {
+    // Of what is known, a look tells whether it is still true; what is not is read without one.
+    const bool isNew = entry.isRegular && !cache_.hasInode(entry.inode);
+    const auto xml = isNew ? store_support::readSmallFile(name) : std::nullopt;
+    if (!xml)
+        return read(file, name, Extent::place);
+    host::Interruption::throwIfRequested();
+    PathFilePtr content = note(file, *xml);
+    cache_.insert(file, content);
     return content;
 }
 
@@ -215,7 +183,7 @@ PathFilePtr PathFiles::readForChange(const Path& file, Extent extent) const {
     auto known = cache_.find(file, makeFileVersion(*status));
     if (isEnough(known, extent))
         return known;
-    auto content = readAnew(file, *status);
+    auto content = note(file, readXmlFile(file, *status));
     if (content && !known) {
         auto place = std::make_shared<PathFile>(*content);
         place->node = nullptr;
@@ -224,18 +192,17 @@ PathFilePtr PathFiles::readForChange(const Path& file, Extent extent) const {
     return content;
 }
 
-PathFilePtr PathFiles::readAnew(const Path& file, const struct stat& status) const {
-    const XmlFile xml = readXmlFile(file, status);
+PathFilePtr PathFiles::note(const Path& file, const XmlFile& xml) const {
     if (!xml.version)
         return nullptr;
     auto content = std::make_shared<const PathFile>(interpret(file, xml));
     if (content->damage)
-        store_support::reportDamage({file, content->damage->problem, false, content->damage->isForeign});
-    // What was there in the beginning is known. It still is if only its permissions or names are new.
-    const auto before = cache_.findAnyVersion(content->version.inode);
-    if (before && content->version.changed > beginning_ && before->version.changed <= beginning_ &&
-        getContentVersion(before->version) == getContentVersion(content->version)) {
-        seen_.insert(getContentVersion(content->version));
+        store_support::reportDamage(describe(file, *content->damage));
+    // Who knows what it said knows it still if it says the same, with new permissions or a further name.
+    const auto before = cache_.findAnyVersion(file, content->version.inode);
+    if (before && before->version != content->version && before->hasNode == content->hasNode &&
+        store_support::equalTrees(before->node.get(), content->node.get()) && seen_.isKnown(file, before->version)) {
+        seen_.add(file, content->version);
     }
     return content;
 }
@@ -264,47 +231,103 @@ PathFile PathFiles::interpret(const Path& file, const XmlFile& xml) const {
     return content;
 }
 
-std::vector<PathFilePtr> PathFiles::readChildren(const Path& childFolder) const {
-    std::vector<PathFilePtr> children;
-    std::unordered_set<std::u16string> filesHere;
-    std::vector<Path> foldersHere;
-    for (const std::string& name : listNames(childFolder)) {
-        Path entry = childFolder / Path::fromAccessName(name);
-        if (isNodeFolder(entry))
-            foldersHere.push_back(std::move(entry));
-        else if (isNodeFile(entry)) {
+PathFiles::Folder PathFiles::readFolder(const Path& childFolder, Damages* damages) const {
+    Folder folder;
+    std::vector<std::pair<Path, FolderEntry>> files;  // each with its name here
+    for (FolderEntry& entry : listEntries(childFolder)) {
+        Path name = Path::fromAccessName(entry.name);
+        if (isNodeFile(name))
+            files.emplace_back(std::move(name), std::move(entry));
+        else if (isNodeFolder(name))
+            folder.folders.emplace(name.text(), false);
+    }
+    folder.listing.children.reserve(files.size());
+    folder.hasFiles = !files.empty();
+    const std::string start = childFolder.accessName() + '/';
+    for (const auto& [name, entry] : files) {
+        const auto below = folder.folders.find(stripExtension(name.text(), nodeFileExtension));
+        const bool hasFolder = below != folder.folders.end();
+        if (hasFolder)
+            below->second = true;
+        const Path file = childFolder / name;
+        try {
+            const PathFilePtr content = readEntry(file, start + entry.name, entry);
             // Another process may have removed it since. A damaged one may not even tell which path it was.
-            const PathFilePtr child = read(entry, Extent::place);
-            if (child && entry.fileName().text() == nodeFileName(child->element))
-                children.push_back(child);
-            filesHere.insert(entry.text());
+            if (content && (!content->damage || name.text() == nodeFileName(content->element)))
+                folder.listing.children.push_back({content, hasFolder});
+            else
+                folder.listing.isAll = false;
+            if (content && content->damage && damages)
+                damages->insert_or_assign(file, describe(file, *content->damage));
+        } catch (const MetadataReadFailure& error) {
+            if (!damages)
+                throw;
+            damages->insert_or_assign(file, MetadataDamage{file, getReadProblem(error)});
+            folder.listing.isAll = false;
         }
     }
-    for (const Path& folder : foldersHere) {
-        const auto element = parseNodeFolderName(folder.fileName().text());
-        if (element && filesHere.count(folder.text() + nodeFileExtension) == 0 && hasChildren(folder))
-            children.push_back(makeBranch(*element));
+    for (const auto& [name, hasFile] : folder.folders)
+        folder.listing.isAll = folder.listing.isAll && hasFile;
+    return folder;
+}
+
+Listing PathFiles::readChildren(const Path& childFolder) const {
+    Folder folder = readFolder(childFolder, nullptr);
+    for (const auto& [name, hasFile] : folder.folders) {
+        const auto element = hasFile ? std::nullopt : parseNodeFolderName(name);
+        if (element && hasChildren(childFolder / Path(name)))
+            folder.listing.children.push_back({makeBranch(*element), true});
     }
-    std::sort(children.begin(), children.end(), isBefore);
-    return children;
+    sort(folder.listing);
+    return std::move(folder.listing);
+}
+
+void PathFiles::endReading() noexcept {
+    if (--readings_ == 0)
+        listings_.clear();
+}
+
+void PathFiles::lookAgain() noexcept {
+    listings_.clear();
+    seen_.lookAgain();
+}
+
+void PathFiles::remember(const Path& childFolder, const Listing& listing) const {
+    if (readings_ > 0)
+        listings_.add(childFolder, listing);
+}
+
+std::optional<Child> PathFiles::recall(const MetadataPath& path) const {
+    const auto& elements = path.getPath();
+    if (readings_ == 0 || elements.empty())
+        return std::nullopt;
+    walk(path, elements.size() - 1);
+    return listings_.find(walk_.back().folder, elements.back(), cache_);
+}
+
+std::optional<Listing> PathFiles::recallChildren(const Path& childFolder) const {
+    auto listing = listings_.find(childFolder, cache_);
+    if (listing)
+        sort(*listing);
+    return listing;
 }
 
 Rank PathFiles::findLastRank(const Path& childFolder) const {
-    const auto version = getFileVersion(childFolder);
+    const auto version = getFolderVersion(childFolder);
     if (!version)
         return {};
     const auto known = lastRanks_.find(childFolder.text());
     if (known != lastRanks_.end() && known->second.version == *version)
         return known->second.rank;
     Rank last;
-    for (const PathFilePtr& child : readChildren(childFolder))
-        last = std::max(last, child->rank);
+    for (const Child& child : readChildren(childFolder).children)
+        last = std::max(last, child.content->rank);
     lastRanks_.insert_or_assign(childFolder.text(), LastRank{*version, last});
     return last;
 }
 
 void PathFiles::noteLastRank(const Path& childFolder, const Rank& rank) {
-    if (const auto version = getFileVersion(childFolder))
+    if (const auto version = getFolderVersion(childFolder))
         lastRanks_.insert_or_assign(childFolder.text(), LastRank{*version, rank});
 }
 
@@ -339,71 +362,59 @@ std::vector<Path> PathFiles::list(const Path& childFolder) const {
     return files;
 }
 
-std::vector<MetadataDamage> PathFiles::findDamage() const {
-    std::map<Path, MetadataDamage> damage;
-    std::vector<Path> files = list(folder_);
-    if (!files.empty() && !getFileVersion(coreFile_))
-        damage[coreFile_] = {coreFile_, missing};
-    std::set<Path> known;
-    for (const Path& file : files) {
-        // Every folder on the way must have its file.
-        Path folder = project::metadata::getParentFolder(file);
-        while (folder != folder_ && known.insert(folder).second) {
-            const Path parent(folder.text() + nodeFileExtension);
-            // A name that was cut does not tell the path.
-            if (!getFileVersion(parent))
-                damage[parent] = {parent, missing, parseNodeFolderName(folder.fileName().text()).has_value()};
-            folder = project::metadata::getParentFolder(folder);
+bool PathFiles::findDamage(const Path& childFolder, Damages& damages) const {
+    if (const auto known = listings_.find(childFolder, cache_); known && known->isAll) {
+        for (const auto& [content, hasFolder] : known->children) {
+            const Path below = childFolder / Path(nodeFolderName(content->element));
+            const Path file(below.text() + nodeFileExtension);
+            if (content->damage)
+                damages[file] = describe(file, *content->damage);
+            if (hasFolder && isFolder(below))
+                findDamage(below, damages);
         }
+        return !known->children.empty();
     }
-    files.push_back(coreFile_);
-    for (const Path& file : files) {
-        try {
-            const PathFilePtr content = read(file, Extent::place);
-            if (content && content->damage)
-                damage[file] = {file, content->damage->problem, false, content->damage->isForeign};
-        } catch (const MetadataReadFailure& error) {
-            damage[file] = {file, getReadProblem(error)};
-        }
+    const auto version = readings_ > 0 ? getFolderVersion(childFolder) : std::nullopt;
+    const Folder folder = readFolder(childFolder, &damages);
+    if (version && folder.listing.isAll && !isInterrupted() && getFolderVersion(childFolder) == version)
+        remember(childFolder, folder.listing);
+    bool hasPaths = folder.hasFiles;
+    for (const auto& [name, hasFile] : folder.folders) {
+        const Path below = childFolder / Path(name);
+        if (!isFolder(below) || !findDamage(below, damages))
+            continue;
+        hasPaths = true;
+        const Path file(below.text() + nodeFileExtension);
+        // A name that was cut does not tell the path.
+        if (!hasFile)
+            damages[file] = {file, missing, parseNodeFolderName(name).has_value()};
+    }
+    return hasPaths;
+}
+
+std::vector<MetadataDamage> PathFiles::findDamage() const {
+    Damages damages;
+    const bool hasPaths = findDamage(folder_, damages);
+    try {
+        const PathFilePtr root = read(coreFile_, Extent::place);
+        if (root && root->damage)
+            damages[coreFile_] = describe(coreFile_, *root->damage);
+        else if (!root && hasPaths)
+            damages[coreFile_] = {coreFile_, missing};
+    } catch (const MetadataReadFailure& error) {
+        damages[coreFile_] = {coreFile_, getReadProblem(error)};
     }
     if (const auto journal = store_support::findJournalDamage(folder_))
-        damage[journal->file] = *journal;
+        damages[journal->file] = *journal;
     std::vector<MetadataDamage> result;
-    result.reserve(damage.size());
-    for (auto& [file, found] : damage)
+    result.reserve(damages.size());
+    for (auto& [file, found] : damages)
         result.push_back(std::move(found));
     return result;
 }
 
 void PathFiles::noteWritten(const Path& file, PathFile content) {
     cache_.insert(file, std::make_shared<const PathFile>(std::move(content)));
-}
-
-void PathFiles::markSeen(const FileVersion& version) {
-    if (version.changed > beginning_)
-        seen_.insert(getContentVersion(version));
-}
-
-void PathFiles::forget(const FileVersion& version) {
-    seen_.erase(getContentVersion(version));
-}
-
-bool PathFiles::isSeen(const Path& file, const FileVersion& version) const {
-    if (version.changed <= beginning_ || seen_.count(getContentVersion(version)) != 0)
-        return true;
-    // Only its permissions or names are new, unless another file has been put in its place.
-    return version.modified <= beginning_ && isOurs(project::metadata::getParentFolder(file));
-}
-
-bool PathFiles::isOurs(const Path& folder) const {
-    const auto version = getFileVersion(folder);
-    const auto ours = ours_.find(folder.text());
-    return version && (version->changed <= beginning_ || (ours != ours_.end() && ours->second == version->changed));
-}
-
-void PathFiles::markOurs(const Path& folder) {
-    if (const auto version = getFileVersion(folder))
-        ours_.insert_or_assign(folder.text(), version->changed);
 }
 
 }  // namespace stores::fixed_path

@@ -7,6 +7,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -15,16 +17,22 @@
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataPath.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/FileVersion.hpp"
 #include "store_support/XmlFile.hpp"
+#include "stores/fixed_path/Listings.hpp"
 #include "stores/fixed_path/PathFile.hpp"
 #include "stores/fixed_path/PathFileCache.hpp"
 #include "stores/fixed_path/Rank.hpp"
+#include "stores/fixed_path/SeenFiles.hpp"
 
 namespace stores::fixed_path {
 
 /// What is to be found out of a file: everything, or all but its node, which is left out where that saves reading.
 enum class Extent { whole, place };
+
+/// Whether `content` says what is to be found out.
+bool isEnough(const PathFilePtr& content, Extent extent);
 
 /// What is read is kept, up to a limit; a file that has changed on disk since is read again. Damage is logged when it
 /// is read.
@@ -46,7 +54,8 @@ public:
 
     const host::Path& getFolder() const noexcept { return folder_; }
 
-    /// Where `path` is kept; the root path has its own element "". Valid until the next path is asked about.
+    /// Where `path` is kept; the root path has its own element "". Valid until the next path is asked about, by
+    /// `recall` too.
     const Place& locate(const project::metadata::MetadataPath& path) const;
 
     /// Waits for a change that is being carried out, and completes one that was interrupted, as `settle` does.
@@ -64,11 +73,27 @@ public:
     /// As `read`, for changes, which come upon many files and ask for each node once: none is kept that was not before.
     PathFilePtr readForChange(const host::Path& file, Extent extent) const;
 
-    /// What the files of all paths directly in `childFolder` say, in the order of the paths; those of which no rank is
-    /// known come last. A path whose file is missing while there are paths below it counts as damaged. Nodes may be
-    /// left out.
+    /// All paths directly in `childFolder`, in their order; those of which no rank is known come last. A path whose
+    /// file is missing while there are paths below it counts as damaged. Nodes may be left out.
     /// @throws project::metadata::ListChildFilesFailure
-    std::vector<PathFilePtr> readChildren(const host::Path& childFolder) const;
+    Listing readChildren(const host::Path& childFolder) const;
+
+    /// Between these two, what `remember` was told is known.
+    void beginReading() noexcept { ++readings_; }
+    void endReading() noexcept;
+
+    /// Notes what is in `childFolder`, during a reading.
+    void remember(const host::Path& childFolder, const Listing& listing) const;
+
+    /// What is known of `path` without a look at the disk, since the reading began; no value if nothing is. Its node
+    /// may be left out.
+    std::optional<Child> recall(const project::metadata::MetadataPath& path) const;
+
+    /// The same for what `readChildren` finds.
+    std::optional<Listing> recallChildren(const host::Path& childFolder) const;
+
+    /// Lets go of what `remember` was told, since it is going to change.
+    void lookAgain() noexcept;
 
     /// The last rank in `childFolder`; empty if there is none.
     Rank findLastRank(const host::Path& childFolder) const;
@@ -86,7 +111,8 @@ public:
     /// All files of paths in `childFolder` and below, in no particular order; none if it does not exist.
     std::vector<host::Path> list(const host::Path& childFolder) const;
 
-    /// Reads all files. @return what is damaged or cannot be read, in the order of the files, a damaged journal too
+    /// Reads all files that are not known. @return what is damaged or cannot be read, in the order of the files, a
+    /// damaged journal too
     std::vector<project::metadata::MetadataDamage> findDamage() const;
 
     /// Lets go of what was read in that version.
@@ -95,22 +121,8 @@ public:
     /// Notes what this store has written into `file`, where it has the version `content.version`.
     void noteWritten(const host::Path& file, PathFile content);
 
-    /// Notes that the user of this store knows what the version `version` of a file says.
-    void markSeen(const store_support::FileVersion& version);
-
-    /// Takes back `markSeen`, for a version that is not there any more.
-    void forget(const store_support::FileVersion& version);
-
-    /// Whether a file says what it said when this object was made, or what `markSeen` was called for. New
-    /// permissions or a further name of the file make no difference.
-    /// @param version the one that the file `file` has now
-    bool isSeen(const host::Path& file, const store_support::FileVersion& version) const;
-
-    /// Whether nobody but this store has put files into `folder`, or taken any away, since this object was made.
-    bool isOurs(const host::Path& folder) const;
-
-    /// Notes that it was this store that has changed `folder` last.
-    void markOurs(const host::Path& folder);
+    /// What the user of this store knows.
+    SeenFiles& seen() noexcept { return seen_; }
 
 private:
     struct LastRank {
@@ -118,13 +130,34 @@ private:
         Rank rank;
     };
 
+    /// Makes `walk_` the way to the first `depth` steps of `path`.
+    void walk(const project::metadata::MetadataPath& path, std::size_t depth) const;
+
     PathFilePtr read(const host::Path& file, const std::string& name, Extent extent) const;
+
+    /// What the file `file` says, of which its folder says `entry`. Its node may be left out.
+    PathFilePtr readEntry(const host::Path& file, const std::string& name,
+                          const store_support::FolderEntry& entry) const;
 
     /// Whether there is the folder of a change under way, which mostly there is not.
     bool hasScratchFolder() const;
 
-    /// What `file` says in its version `status`, which is not known yet; null if it does not exist any more.
-    PathFilePtr readAnew(const host::Path& file, const struct stat& status) const;
+    /// What `file` says, which was found to be `xml` and is not known yet; null if it does not exist any more.
+    PathFilePtr note(const host::Path& file, const store_support::XmlFile& xml) const;
+
+    /// What is in a folder.
+    struct Folder {
+        Listing listing;                         // what has a file, in no particular order
+        std::map<std::u16string, bool> folders;  // the folders' names, and whether there is a file for each
+        bool hasFiles = false;
+    };
+    using Damages = std::map<host::Path, project::metadata::MetadataDamage>;
+
+    /// @param damages takes what is damaged, and what the system cannot read now; null if that is to be an error
+    Folder readFolder(const host::Path& childFolder, Damages* damages) const;
+
+    /// Adds what is damaged in `childFolder` and below. @return whether there are paths in it
+    bool findDamage(const host::Path& childFolder, Damages& damages) const;
 
     PathFile interpret(const host::Path& file, const store_support::XmlFile& xml) const;
 
@@ -133,12 +166,11 @@ private:
     host::Path scratchFolder_;
     std::string scratchName_;
     mutable std::vector<Place> walk_;  // the last path, with those above it, from the root path on
-    std::int64_t beginning_;           // by the clock of the file system: what has not changed later was there before
     mutable PathFileCache cache_;
+    mutable Listings listings_;
+    int readings_ = 0;                                                // how many have begun and not ended
     mutable std::unordered_map<std::u16string, LastRank> lastRanks_;  // by the text of the folder's path
-    // The user knows these, besides what was there in the beginning.
-    mutable std::unordered_set<store_support::FileVersion, store_support::FileVersionHash> seen_;
-    std::unordered_map<std::u16string, std::int64_t> ours_;  // by the folder's text: when this store changed it last
+    mutable SeenFiles seen_;
 };
 
 }  // namespace stores::fixed_path

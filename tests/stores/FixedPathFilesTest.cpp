@@ -3,9 +3,15 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "project/metadata/MetadataCopy.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/MessageOf.hpp"
@@ -169,6 +175,30 @@ TEST_F(FixedPathFilesTest, MissingFilesAreNamedAndWhatIsBelowIsRead) {
     EXPECT_EQ(outline(*store_), "z a a/b a/b/c(1)");
 }
 
+TEST_F(FixedPathFilesTest, WhatAReadingKnowsHidesNoDamage) {
+    for (const char16_t* name : {u"a", u"b", u"c"}) {
+        for (const char16_t* below : {u"x", u"y", u"z"})
+            store_->setNode(path({name, below}), *node(u"1"));
+    }
+    writeBytes(file("t=a/t=x.xml"), "<Path");
+    std::filesystem::rename(file("t=b/t=y.xml"), file("t=b/t=other.xml"));
+    std::filesystem::remove(file("t=c.xml"));
+    writeBytes(file("t=c/t=z.xml"), "<Path Location='z' Rank='a3' Type='t'><!-- c --></Path>");
+    const auto expected = damagedFiles();
+    EXPECT_EQ(expected, (std::vector<std::string>{"t=a/t=x.xml", "t=b/t=other.xml", "t=c/t=z.xml", "t=c.xml"}));
+    const auto read = outlineOfReadable();
+    for (const bool walksFirst : {true, false}) {
+        store_ = openStore(u"fixedPath", folder_.path());
+        const project::metadata::RepeatableRead reading(*store_);
+        if (walksFirst) {
+            EXPECT_EQ(outlineOfReadable(), read);
+        }
+        EXPECT_EQ(damagedFiles(), expected);
+        EXPECT_EQ(outlineOfReadable(), read);
+        EXPECT_EQ(damagedFiles(), expected);
+    }
+}
+
 TEST_F(FixedPathFilesTest, ADamagedCoreFileHidesNothingElse) {
     store_->setNode(path({u"a"}), *node(u"1"));
     writeBytes(file("Project.xml"), "<<<<<<< ours");
@@ -193,28 +223,87 @@ TEST_F(FixedPathFilesTest, WhatNobodyHasReadIsStillUnknownWithANewRank) {
     EXPECT_EQ(outline(*store_), "b(1) c(1) a(3)");
 }
 
-TEST_F(FixedPathFilesTest, PermissionsAndFurtherNamesAreNoChange) {
-    const std::vector<MetadataPath> paths{path({u"a", u"read"}), path({u"a", u"unread"}), path({u"a", u"unread too"}),
-                                          path({u"read"})};
-    for (const MetadataPath& each : paths)
-        store_->setNode(each, *node(u"1"));
+TEST_F(FixedPathFilesTest, PermissionsAndFurtherNamesAreNoChangeOfWhatWasRead) {
+    const std::vector<MetadataPath> read{path({u"a", u"read"}), path({u"read"})};
+    const std::vector<MetadataPath> unread{path({u"a", u"unread"}), path({u"unread"})};
+    for (const auto& paths : {read, unread}) {
+        for (const MetadataPath& each : paths)
+            store_->setNode(each, *node(u"1"));
+    }
     const auto other = openStore(u"fixedPath", folder_.path());
-    other->getNode(paths.front());
-    other->getNode(paths.back());
-    for (const std::string name : {"t=a/t=read.xml", "t=a/t=unread.xml", "t=a/t=unread too.xml", "t=read.xml"}) {
+    for (const MetadataPath& each : read)
+        other->getNode(each);
+    for (const std::string name : {"t=a/t=read.xml", "t=a/t=unread.xml", "t=read.xml", "t=unread.xml"}) {
         std::filesystem::permissions(file(name), std::filesystem::perms(0640));
         std::filesystem::create_hard_link(file(name), folder_ / file(name).filename().string());
         std::filesystem::remove(folder_ / file(name).filename().string());
     }
-    for (const MetadataPath& each : paths)
+    for (const MetadataPath& each : read)
         other->setNode(each, *node(u"2"));
-    EXPECT_EQ(outline(*other), "a a/read(2) a/unread(2) a/unread too(2) read(2)");
-    // Another file with old times is one.
-    writeBytes(folder_ / "old", readBytes(file("t=a/t=read.xml")));
-    store_->setNode(paths.front(), *store_->getNode(paths.front()));
-    const auto third = openStore(u"fixedPath", folder_.path());
-    std::filesystem::rename(folder_ / "old", file("t=a/t=read.xml"));
-    EXPECT_THROW(third->setNode(paths.front(), *node(u"3")), MetadataWriteFailure);
+    // Of what was not, it cannot be told whether it is what it was.
+    for (const MetadataPath& each : unread) {
+        EXPECT_THROW(other->setNode(each, *node(u"2")), MetadataWriteFailure);
+        other->getNode(each);
+        other->setNode(each, *node(u"2"));
+    }
+    EXPECT_EQ(outline(*other), "a a/read(2) a/unread(2) read(2) unread(2)");
+}
+
+TEST_F(FixedPathFilesTest, WhatOthersPutInPlaceWithOldTimesIsNotOverwrittenUnseen) {
+    using std::filesystem::rename;
+    using Folder = std::filesystem::path;
+    const std::vector<std::pair<std::string, std::function<void(const Folder&)>>> ways{
+        {"a file moved", [](const Folder& at) { rename(at / "t=b/t=x.xml", at / "t=a/t=x.xml"); }},
+        {"a file restored",
+         [](const Folder& at) {
+             const auto time = std::filesystem::last_write_time(at / "t=b/t=x.xml");
+             writeBytes(at / "t=a/t=x.xml", readBytes(at / "t=b/t=x.xml"));
+             std::filesystem::last_write_time(at / "t=a/t=x.xml", time);
+         }},
+        {"a folder moved",
+         [](const Folder& at) {
+             rename(at / "t=a", at / "away");
+             rename(at / "t=b", at / "t=a");
+         }},
+        {"a project moved",
+         [](const Folder& at) {
+             rename(at, at.parent_path() / "away");
+             rename(at.parent_path() / "other", at);
+         }},
+    };
+    for (const auto& [name, putInPlace] : ways) {
+        for (const bool isRead : {true, false}) {
+            const TempFolder folder;
+            const auto at = folder / "resources/project";
+            for (const char16_t* value : {u"2", u"1"}) {
+                const auto writer = openStore(u"fixedPath", folder.path());
+                writer->setNodes({{path({u"a", u"x"}), node(value)}, {path({u"b", u"x"}), node(u"2")}});
+                if (value == std::u16string(u"2"))
+                    rename(at, at.parent_path() / "other");
+            }
+            const auto store = openStore(u"fixedPath", folder.path());
+            if (isRead)
+                store->getNode(path({u"a", u"x"}));
+            putInPlace(at);
+            EXPECT_THROW(store->setNode(path({u"a", u"x"}), *node(u"3")), MetadataWriteFailure) << name << isRead;
+            EXPECT_EQ(store->getNode(path({u"a", u"x"}))->get(u"Value"), u"2") << name;
+            store->setNode(path({u"a", u"x"}), *node(u"3"));
+            EXPECT_EQ(store->getNode(path({u"a", u"x"}))->get(u"Value"), u"3") << name;
+        }
+    }
+}
+
+TEST_F(FixedPathFilesTest, AMetadataFolderMayBeASymbolicLink) {
+    const TempFolder elsewhere;
+    std::filesystem::create_directory(folder_ / "resources");
+    std::filesystem::create_directory_symlink(elsewhere.std(), folder_ / "resources/project");
+    const auto other = openStore(u"fixedPath", folder_.path());
+    store_ = openStore(u"fixedPath", folder_.path());
+    store_->addPath(path({u"1"}));
+    for (const char16_t* name : {u"2", u"3", u"4"})
+        other->addPath(path({name}));
+    store_->addPath(path({u"5"}));
+    EXPECT_EQ(outline(*store_), "1 2 3 4 5");
 }
 
 TEST_F(FixedPathFilesTest, OnlyRegularFilesAreRead) {

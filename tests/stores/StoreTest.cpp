@@ -17,6 +17,7 @@
 #include "project/metadata/MetadataCopy.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/PathRenamer.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "project/metadata/SingleFileExport.hpp"
 #include "store_testing/StoreContractTest.hpp"
 #include "tests/stores/StoreHelpers.hpp"
@@ -229,6 +230,37 @@ TEST_P(StoreTest, ARenamedPathKeepsItsNodeAndItsPlace) {
     store_->getNode(path({u"x"}));
     renamer->renamePath(path({u"x"}), {u"t", u"z"});
     expectOutline("a(1) z(5) c c/y(3) c/f b1()");
+}
+
+TEST_P(StoreTest, AReadingMayStayBehindOthersButNotBehindItsOwnChanges) {
+    store_->setNodes({{path({u"a"}), node(u"1")}, {path({u"a", u"b"}), node(u"2")}, {path({u"c"}), node(u"3")}});
+    store_ = openStore(GetParam(), folder_.path());
+    const auto other = openStore(GetParam(), folder_.path());
+    const std::string old = "a(1) a/b(2) c(3)";
+    {
+        const project::metadata::RepeatableRead reading(*store_);
+        EXPECT_EQ(outline(*store_), old);
+        { const project::metadata::RepeatableRead inner(*store_); }
+        other->setNode(path({u"a"}), *node(u"4"));
+        other->addPath(path({u"a", u"d"}));
+        other->removePath(path({u"c"}));
+        // Nothing of that need be seen, and nothing of it is overwritten.
+        const bool staysBehind = GetParam() == u"fixedPath";
+        EXPECT_EQ(outline(*store_), staysBehind ? old : "a(4) a/b(2) a/d");
+        if (staysBehind) {
+            EXPECT_THROW(store_->setNode(path({u"a"}), *node(u"5")), project::metadata::MetadataWriteFailure);
+            EXPECT_EQ(outline(*store_), "a(4) a/b(2) a/d");
+        }
+        store_->setNode(path({u"e"}), *node(u"6"));
+        EXPECT_EQ(outline(*store_), "a(4) a/b(2) a/d e(6)");
+        store_->setNode(path({u"a", u"b"}), *node(u"7"));
+        EXPECT_EQ(outline(*store_), "a(4) a/b(7) a/d e(6)");
+        store_->removePath(path({u"a", u"d"}));
+        EXPECT_EQ(outline(*store_), "a(4) a/b(7) e(6)");
+        EXPECT_EQ(outline(*other), "a(4) a/b(7) e(6)");
+        other->setNode(path({u"e"}), *node(u"8"));
+    }
+    EXPECT_EQ(outline(*store_), "a(4) a/b(7) e(8)");
 }
 
 TEST_P(StoreTest, WhoeverGoesThroughTheTreeSeesWhatOthersChangeMeanwhileAtOnce) {

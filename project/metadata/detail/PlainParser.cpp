@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <exception>
+#include <memory>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -22,22 +23,39 @@ namespace {
 /// Whether the parser that this thread has kept is gone, while what is destroyed after it may still read files.
 thread_local bool isSpareGone = false;
 
+/// A parser of libxml2, with what has been found out about the names in its dictionary.
+struct Parser {
+    Parser() = default;
+    ~Parser() { xmlFreeParserCtxt(context); }
+
+    Parser(const Parser&) = delete;
+    Parser& operator=(const Parser&) = delete;
+
+    xmlParserCtxt* context = nullptr;
+    ElementKinds kinds;
+};
+
 /// A parser to be used again: to make one takes as long as to read a small file.
 struct SpareParser {
-    ~SpareParser() {
-        xmlFreeParserCtxt(parser);
-        isSpareGone = true;
-    }
+    ~SpareParser() { isSpareGone = true; }
 
-    xmlParserCtxt* parser = nullptr;
+    std::unique_ptr<Parser> parser;
 };
 
 /// Where this thread keeps one; null at its end.
-xmlParserCtxt** findSpareParser() {
+std::unique_ptr<Parser>* findSpareParser() {
     if (isSpareGone)
         return nullptr;
     thread_local SpareParser spare;
     return &spare.parser;
+}
+
+/// The one that this thread has kept, or one without a context.
+std::unique_ptr<Parser> takeParser() {
+    std::unique_ptr<Parser>* const spare = findSpareParser();
+    std::unique_ptr<Parser> parser = spare ? std::move(*spare) : nullptr;
+    const bool isReady = parser && xmlCtxtResetPush(parser->context, nullptr, 0, nullptr, nullptr) == 0;
+    return isReady ? std::move(parser) : std::make_unique<Parser>();
 }
 
 class PlainParser {
@@ -71,8 +89,9 @@ private:
     static void run(void* context, const Step& step);
 
     const Extent extent_;
-    xmlParserCtxt* parser_ = nullptr;
-    TreeBuilder tree_;
+    std::unique_ptr<Parser> owned_ = takeParser();
+    xmlParserCtxt*& parser_ = owned_->context;
+    TreeBuilder tree_{owned_->kinds};
     std::size_t depth_ = 0;          ///< how many elements are open
     std::size_t bytesSinceTag_ = 0;  ///< at least as many, to a block, as no tag has ended in
     Obstacle obstacle_ = Obstacle::none;
@@ -106,10 +125,6 @@ PlainParser::PlainParser(Extent extent, Rest rest) : extent_(extent) {
     handler.serror = [](void* context, auto* /*error*/) {
         run(context, [](PlainParser& self) { self.giveUp(Obstacle::error); });
     };
-    if (xmlParserCtxt** const spare = findSpareParser())
-        parser_ = std::exchange(*spare, nullptr);
-    if (parser_ && xmlCtxtResetPush(parser_, nullptr, 0, nullptr, nullptr) != 0)
-        xmlFreeParserCtxt(std::exchange(parser_, nullptr));
     if (!parser_)
         parser_ = xmlCreatePushParserCtxt(&handler, nullptr, nullptr, 0, nullptr);
     if (!parser_)
@@ -142,13 +157,13 @@ void PlainParser::setRest(Rest rest) {
 PlainParser::~PlainParser() {
     xmlFreeDoc(std::exchange(parser_->myDoc, nullptr));
     parser_->_private = nullptr;
-    // With the names of the files that it has read.
+    // With the names of the files that it has read, and their kinds.
     constexpr std::size_t maxBytes = 64 * 1024;
-    xmlParserCtxt** const spare = goesOn() && xmlDictGetUsage(parser_->dict) <= maxBytes ? findSpareParser() : nullptr;
+    constexpr std::size_t maxKinds = 256;
+    const bool isSmall = xmlDictGetUsage(parser_->dict) <= maxBytes && owned_->kinds.size() <= maxKinds;
+    std::unique_ptr<Parser>* const spare = goesOn() && isSmall ? findSpareParser() : nullptr;
     if (spare && !*spare)
-        *spare = parser_;
-    else
-        xmlFreeParserCtxt(parser_);
+        *spare = std::move(owned_);
 }
 
 PlainDocument PlainParser::parse(host::InputFileStream& stream) {

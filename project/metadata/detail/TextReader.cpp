@@ -151,7 +151,8 @@ private:
     const host::Path& file_;
     LeftOut* const leftOut_;
     std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> reader_{nullptr, xmlFreeTextReader};
-    TreeBuilder tree_;
+    ElementKinds kinds_;
+    TreeBuilder tree_{kinds_};
     EntitySizes entitySizes_;
     std::size_t expansion_ = 0;  ///< what the entities in all values so far stand for
 };

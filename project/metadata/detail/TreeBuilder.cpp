@@ -61,7 +61,7 @@ void TreeBuilder::addAttribute(const xmlChar* key, std::string_view value) {
 
 void TreeBuilder::endAttributes() {
     MetadataNodeSpecification& node = *open_.back().node;
-    const Kind& kind = getKind();
+    const ElementKind& kind = getKind();
     node.form_ = kind.form;
     if (!kind.isValid || !areValuesValid_) {
         // One of these fails.
@@ -109,9 +109,9 @@ MemoryBlock* TreeBuilder::getBlock() {
 }
 
 /// The kind of the node begun last.
-const TreeBuilder::Kind& TreeBuilder::getKind() {
+const ElementKind& TreeBuilder::getKind() {
     const auto [entry, isNew] = kinds_.try_emplace(names_);
-    Kind& kind = entry->second;
+    ElementKind& kind = entry->second;
     if (!isNew)
         return kind;
 

@@ -19,6 +19,17 @@
 
 namespace project::metadata::detail {
 
+/// A kind of element: all with one name and the same attributes in the same order.
+struct ElementKind {
+    std::shared_ptr<const NodeForm> form;
+    std::vector<std::size_t> places;  ///< where the form has the key of each attribute
+    bool isValid = false;             ///< whether all keys are valid
+};
+
+/// The kinds that were met so far, by the names of an element and its attributes, as one parser's dictionary has them.
+using ElementNames = std::vector<const xmlChar*>;
+using ElementKinds = std::unordered_map<ElementNames, ElementKind, boost::hash<ElementNames>>;
+
 /// Names are given as the dictionary of one parser has them, which keeps one copy of each: equal names are equal
 /// pointers, and stay valid as long as the builder.
 class TreeBuilder {
@@ -26,7 +37,8 @@ public:
     /// Elements inside one another. Trees are walked and destroyed by recursion.
     static constexpr std::size_t maxDepth = 257;
 
-    TreeBuilder() = default;
+    /// @param kinds of the same parser; outlives the builder
+    explicit TreeBuilder(ElementKinds& kinds) : kinds_(kinds) {}
 
     TreeBuilder(const TreeBuilder&) = delete;
     TreeBuilder& operator=(const TreeBuilder&) = delete;
@@ -58,16 +70,6 @@ public:
     std::unique_ptr<MetadataNode> takeRoot() { return std::move(root_); }
 
 private:
-    /// A kind of element: all with one name and the same attributes in the same order.
-    struct Kind {
-        std::shared_ptr<const NodeForm> form;
-        std::vector<std::size_t> places;  ///< where the form has the key of each attribute
-        bool isValid = false;             ///< whether all keys are valid
-    };
-
-    /// Of an element and its attributes.
-    using Names = std::vector<const xmlChar*>;
-
     struct OpenNode {
         MetadataNodeSpecification* node;
         std::size_t firstChild;  ///< in children_
@@ -86,7 +88,7 @@ private:
 
     MetadataNodeSpecification& addNode();
     MemoryBlock* getBlock();
-    const Kind& getKind();
+    const ElementKind& getKind();
 
     std::unique_ptr<MetadataNodeSpecification> root_;
     std::vector<OpenNode> open_;
@@ -94,10 +96,10 @@ private:
     /// and then in a list that has just their number.
     std::vector<std::shared_ptr<MetadataNode>> children_;
     std::unordered_map<const xmlChar*, Pool> pools_;
-    std::unordered_map<Names, Kind, boost::hash<Names>> kinds_;
+    ElementKinds& kinds_;
     // Of the node begun last; the lists are kept for their memory.
     Pool* pool_ = nullptr;
-    Names names_;
+    ElementNames names_;
     std::vector<std::u16string> values_;
     bool areValuesValid_ = true;
 };
