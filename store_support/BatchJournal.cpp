@@ -413,20 +413,19 @@ std::optional<Path> setAsideDamagedChange(const Path& folder) {
 }
 
 void settle(const Path& folder) {
-    if (!isInterrupted(folder))
-        return;
-    if (!host::FileUtils::isReadOnlyNoExcept(folder)) {
-        try {
-            const FolderLock lock(folder);
-        } catch (const MetadataWriteFailure& error) {
-            const auto& arguments = error.GetBaseMsgIDObj().arguments;
-            raise<MetadataReadFailure>(std::get<std::u16string>(arguments.at(0)),
-                                       std::get<std::u16string>(arguments.at(1)));
-        }
-        return;
-    }
     const auto end = std::chrono::steady_clock::now() + lockLimit;
     while (isInterrupted(folder)) {
+        // That it is read-only may have been said only once, by a server that has come to itself again.
+        if (!host::FileUtils::isReadOnlyNoExcept(folder)) {
+            try {
+                const FolderLock lock(folder);
+            } catch (const MetadataWriteFailure& error) {
+                const auto& arguments = error.GetBaseMsgIDObj().arguments;
+                raise<MetadataReadFailure>(std::get<std::u16string>(arguments.at(0)),
+                                           std::get<std::u16string>(arguments.at(1)));
+            }
+            return;
+        }
         if (std::chrono::steady_clock::now() >= end) {
             raise<MetadataReadFailure>(
                 getScratchFolder(folder).text(),

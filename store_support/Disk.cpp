@@ -257,7 +257,7 @@ void removeTree(const Path& path) {
     if (unlink(name.c_str()) == 0 || isAbsence(errno))
         return;
     const int code = errno == EISDIR || errno == EPERM ? removeFolder(AT_FDCWD, name.c_str()) : errno;
-    if (code != 0)
+    if (code != 0 && !isAbsence(code))
         raiseSystemError(path, code);
 }
 

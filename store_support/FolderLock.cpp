@@ -174,7 +174,11 @@ bool isLockHeld(const Path& folder) {
     const Descriptor descriptor(file.accessName(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     if (!descriptor.isOpen() && !isAbsence(errno))
         raiseReadError(file, errno);
-    return descriptor.isOpen() && flock(descriptor.number(), LOCK_SH | LOCK_NB) != 0;
+    if (!descriptor.isOpen() || TEMP_FAILURE_RETRY(flock(descriptor.number(), LOCK_SH | LOCK_NB)) == 0)
+        return false;
+    if (errno != EWOULDBLOCK)
+        raiseReadError(file, errno);
+    return true;
 }
 
 FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit, bool cleansUp) {

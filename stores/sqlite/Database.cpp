@@ -254,11 +254,10 @@ void Database::close() noexcept {
     connection_.reset();
 }
 
-void Database::abandon() noexcept {
-    if (!connection_ || rollBack(*connection_))
-        return;
-    // Without memory not even that works; closing needs none.
-    drop();
+void Database::finish() noexcept {
+    // Without memory not even rolling back works; closing needs none.
+    if (connection_ && (!rollBack(*connection_) || isStuck(*connection_)))
+        drop();
 }
 
 void Database::drop() noexcept {
@@ -300,9 +299,10 @@ void Database::readOpened(const Read& action) {
         drop();
         raiseReadFailure(error);
     } catch (...) {
-        abandon();
+        finish();
         throw;
     }
+    finish();
 }
 
 SeenChanges* Database::findUnchanged() {
@@ -391,9 +391,10 @@ void Database::write(const Edit& edit) {
             host::Interruption::throwIfRequested();
         raise<MetadataWriteFailure>(file_.text(), getCause(error));
     } catch (...) {
-        abandon();
+        finish();
         throw;
     }
+    finish();
 }
 
 void Database::tryToWrite(const Edit& edit) {

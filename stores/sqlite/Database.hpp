@@ -93,8 +93,9 @@ private:
     /// No value while nothing is open, or if it cannot be had.
     std::optional<ChangeMark> readMark() const;
 
-    /// To be called when an operation was refused: no transaction stays open.
-    void abandon() noexcept;
+    /// To be called at the end of an operation, also of one that was refused: neither a transaction stays open, nor
+    /// a lock.
+    void finish() noexcept;
 
     /// To be called when SQLite has failed, which may still take locks for its own that it could not give back: the
     /// next operation opens the database again.

@@ -1,11 +1,13 @@
 #include "stores/sqlite/Sqlite.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 #include <utility>
 
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "stores/sqlite/FileLocks.hpp"
 
 namespace stores::sqlite {
 
@@ -26,6 +28,9 @@ int getSystemError(sqlite3* connection, int code) {
 
 std::string describe(sqlite3* connection, int code) {
     const int reason = getSystemError(connection, code);
+    // SQLite opens what it cannot make for reading only, and remembers why that failed.
+    if ((code & 0xFF) == SQLITE_CANTOPEN && reason == ENOENT)
+        return "it, or a file that SQLite has beside it, can neither be opened nor made";
     const std::string text = connection ? sqlite3_errmsg(connection) : sqlite3_errstr(code);
     return reason == 0 ? text : text + ": " + std::generic_category().message(reason);
 }
@@ -67,7 +72,14 @@ Connection openConnection(const std::string& name, int flags) {
     Connection connection(opened);
     if (code != SQLITE_OK)
         throw SqliteError(opened, code);
+    if (sqlite3_file* const file = findFile(*connection))
+        waitOnlyForHolders(*file);
     return connection;
+}
+
+bool isStuck(sqlite3& connection) {
+    const sqlite3_file* const file = findFile(connection);
+    return file && isStuck(*file);
 }
 
 void distrust(sqlite3& connection, std::int64_t& budget) {

@@ -56,6 +56,9 @@ using Connection = std::unique_ptr<sqlite3, ConnectionCloser>;
 /// @throws SqliteError
 Connection openConnection(const std::string& name, int flags);
 
+/// Whether `connection` holds a lock that it could not give back, until it is closed: others wait for that in vain.
+bool isStuck(sqlite3& connection);
+
 /// Turns off for `connection` what a database that comes from anywhere could have done to its reader: nothing in it is
 /// run, no other file is opened by it, and what it makes SQLite do ends some time.
 /// @param budget how many steps of SQLite's machine are left for what is run; must outlive `connection`
