@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <exception>
 #include <new>
-#include <string_view>
 #include <utility>
 
 #include <libxml/SAX2.h>
