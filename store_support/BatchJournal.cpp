@@ -41,19 +41,13 @@
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
-using host::Path;
 using project::metadata::getParentFolder;
-using project::metadata::MetadataDamage;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 
 namespace {
 

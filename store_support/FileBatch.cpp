@@ -8,11 +8,9 @@
 #include <cstdio>
 #include <optional>
 #include <set>
-#include <string>
 #include <utility>
 
 #include "host/Interruption.hpp"
-#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/Disk.hpp"
@@ -21,7 +19,6 @@
 
 namespace store_support {
 
-using host::Path;
 using project::metadata::getParentFolder;
 
 namespace {
@@ -143,7 +140,7 @@ void carryOutOneStep(const FileBatch& batch) {
     const Path staged = getStagedFile(batch.folder, 0);
     const Path& file = batch.filesToWrite.front();
     // The folders above that of a new project may be new themselves.
-    const bool isFirst = !exists(batch.folder / project::metadata::coreFileName());
+    const bool isFirst = !exists(batch.folder / coreFileName());
     flushFile(staged);
     if (std::rename(staged.accessName().c_str(), file.accessName().c_str()) != 0)
         raiseSystemError(file, errno);

@@ -14,19 +14,13 @@
 #include <string>
 #include <system_error>
 
-#include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
-#include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
-using host::Path;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 using Status = struct stat;
 
 namespace {

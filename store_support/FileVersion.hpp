@@ -9,7 +9,7 @@
 #include <functional>
 #include <optional>
 
-#include "host/Path.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
@@ -42,7 +42,7 @@ FileVersion makeFileVersion(const struct stat& status);
 
 /// The version of `file` on disk, no value if it does not exist; of a symbolic link, its own. May be
 /// called from any thread.
-/// @throws project::metadata::MetadataReadFailure if it cannot be examined
-std::optional<FileVersion> getFileVersion(const host::Path& file);
+/// @throws MetadataReadFailure if it cannot be examined
+std::optional<FileVersion> getFileVersion(const Path& file);
 
 }  // namespace store_support

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <utility>
 
 #include "store_support/Disk.hpp"
 
@@ -35,8 +34,7 @@ bool showsItself(int descriptor) {
 
 }  // namespace
 
-FileWatch::FileWatch(host::Path file, const std::optional<FileVersion>& version)
-    : file_(std::move(file)), version_(version) {
+FileWatch::FileWatch(Path file, const std::optional<FileVersion>& version) : file_(std::move(file)), version_(version) {
     if (!version)
         return;
     descriptor_ = openFile(file_.accessName(), O_PATH | O_NOFOLLOW);

@@ -16,14 +16,11 @@
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
-
-using host::Path;
 
 namespace {
 
@@ -138,9 +135,9 @@ int waitFor(const Attempt& attempt, Clock::time_point end, std::chrono::millisec
                                                ", which holds the lock \"" + name + '"');
         }
         if (Clock::now() >= end) {
-            project::metadata::raise<project::metadata::MetadataWriteFailure>(
-                file.text(), u"another program" + describeHolder(name) + u" has held this lock for more than " +
-                                 host::fromUtf8(std::to_string(limit.count())) + u" ms");
+            raise<MetadataWriteFailure>(file.text(), u"another program" + describeHolder(name) +
+                                                         u" has held this lock for more than " +
+                                                         host::fromUtf8(std::to_string(limit.count())) + u" ms");
         }
         host::Interruption::throwIfRequested();
         std::this_thread::sleep_for(pollInterval);

@@ -17,7 +17,6 @@
 
 namespace store_support {
 
-using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
 
 namespace {

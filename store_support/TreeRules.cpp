@@ -7,16 +7,11 @@
 #include "host/TempDirGuard.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/SharedNode.hpp"
 #include "store_support/PathXml.hpp"
 
 namespace store_support {
-
-using project::metadata::MetadataNode;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 
 namespace {
 
@@ -49,14 +44,14 @@ std::u16string findDifference(const MetadataNode& read, const MetadataNode& writ
 
 }  // namespace
 
-void requireStorable(const project::metadata::MetadataPath& path, const host::Path& file) {
+void requireStorable(const MetadataPath& path, const Path& file) {
     const std::size_t steps = path.getPath().size();
     if (steps > maximumSteps) {
         raise<MetadataWriteFailure>(file.text(), u"a path of " + host::fromUtf8(std::to_string(steps)) +
                                                      u" steps would be in it; no store takes more than " +
                                                      host::fromUtf8(std::to_string(maximumSteps)));
     }
-    for (const project::metadata::PathElement& element : path.getPath()) {
+    for (const PathElement& element : path.getPath()) {
         if (element.getType().size() + element.getLocation().size() <= longElement)
             continue;
         project::metadata::MetadataNodeSpecification xml(pathElementName);
@@ -74,7 +69,7 @@ std::shared_ptr<const MetadataNode> borrowNode(const MetadataNode* node) {
     return {std::shared_ptr<const MetadataNode>(), node};
 }
 
-void requireDepth(int depth, const host::Path& file) {
+void requireDepth(int depth, const Path& file) {
     if (depth >= maximumXmlDepth) {
         raise<MetadataWriteFailure>(file.text(), u"its elements would be nested more than " +
                                                      host::fromUtf8(std::to_string(maximumXmlDepth)) +
@@ -82,7 +77,7 @@ void requireDepth(int depth, const host::Path& file) {
     }
 }
 
-void requireReadable(const MetadataNode& node, int depth, const host::Path& file) {
+void requireReadable(const MetadataNode& node, int depth, const Path& file) {
     requireDepth(depth, file);
     if (!isXmlName(node.getName()))
         raise<MetadataWriteFailure>(file.text(), u"the node name \"" + node.getName() + u"\" is no XML name");
@@ -100,7 +95,7 @@ void requireReadable(const MetadataNode& node, int depth, const host::Path& file
         requireReadable(*child, depth + 1, file);
 }
 
-void requireReadsBack(const MetadataNode& node, const host::Path& writtenFile, const host::Path& file) {
+void requireReadsBack(const MetadataNode& node, const Path& writtenFile, const Path& file) {
     std::u16string difference;
     try {
         difference = findDifference(*project::metadata::readFromFile(writtenFile), node);
@@ -116,20 +111,20 @@ void requireReadsBack(const MetadataNode& node, const host::Path& writtenFile, c
     }
 }
 
-void writeProved(const std::function<void(project::metadata::XmlSink& sink)>& tell, const host::Path& staged,
-                 bool compactEnding, const host::Path& file) {
+void writeProved(const std::function<void(project::metadata::XmlSink& sink)>& tell, const Path& staged,
+                 bool compactEnding, const Path& file) {
     if (project::metadata::writeToFile(tell, staged, compactEnding))
         requireReadsBack(*makeNodes(tell), staged, file);
 }
 
-void requireStorable(const MetadataNode& node, const host::Path& file) {
+void requireStorable(const MetadataNode& node, const Path& file) {
     constexpr int depth = 2;  // how many elements lie above a node where stores keep it in XML
     static_cast<void>(borrowNode(&node));
     requireReadable(node, depth, file);
     if (!project::metadata::needsProof(node))
         return;
     const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"metadata-", u"");
-    const host::Path proof = host::Path(scratch.getDirectoryName()) / u"node.xml";
+    const Path proof = Path(scratch.getDirectoryName()) / u"node.xml";
     project::metadata::writeToFile(node, proof, false);
     requireReadsBack(node, proof, file);
 }

@@ -5,19 +5,14 @@
 
 #include <array>
 #include <cerrno>
-#include <string>
-#include <vector>
 
 #include "host/Text.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
-using host::Path;
-using project::metadata::MetadataReadFailure;
 using project::metadata::PutMetadataKeyFailure;
 using project::metadata::PutMetadataValueFailure;
 using project::metadata::RefusedAttribute;

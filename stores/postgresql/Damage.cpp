@@ -11,10 +11,6 @@
 
 namespace stores::postgresql {
 
-using project::metadata::MetadataPath;
-using project::metadata::PathElement;
-using store_support::maximumSteps;
-
 namespace {
 
 std::u16string describe(const Row& row) {
@@ -55,7 +51,7 @@ std::vector<std::u16string> findDamage(const std::vector<Row>& rows) {
             problems.push_back(describe(row) + u" says of its step or its parent what does not fit its number");
         else if (reached.count(row.id) == 0)
             problems.push_back(describe(row) + u" has no way to the root path");
-        if (row.node && !store_support::decodeNode(*row.node))
+        if (row.node && !decodeNode(*row.node))
             problems.push_back(describe(row) + u" has a node that cannot be read");
     }
     if (!hasRoot)

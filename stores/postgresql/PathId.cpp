@@ -2,14 +2,9 @@
 
 #include <boost/uuid/name_generator_sha1.hpp>
 
-#include <cstdint>
-
 #include "host/Text.hpp"
 
 namespace stores::postgresql {
-
-using project::metadata::MetadataPath;
-using project::metadata::PathElement;
 
 namespace {
 

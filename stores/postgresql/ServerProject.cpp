@@ -32,8 +32,6 @@
 
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
-#include "project/metadata/CoreFile.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/CoreFileType.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FileBatch.hpp"
@@ -41,12 +39,7 @@
 
 namespace stores::postgresql {
 
-using host::Path;
 using project::metadata::FileJob;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
-using store_support::FolderLock;
 
 namespace {
 
@@ -89,11 +82,8 @@ Answer makeFirstAnswer() {
 
 }  // namespace
 
-ServerProject::ServerProject(const Path& folder, store_support::JobRunner runJob, std::chrono::milliseconds limit)
-    : folder_(folder),
-      coreFile_(folder / project::metadata::coreFileName()),
-      runJob_(std::move(runJob)),
-      limit_(limit) {
+ServerProject::ServerProject(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
+    : folder_(folder), coreFile_(folder / coreFileName()), runJob_(std::move(runJob)), limit_(limit) {
     if (const auto answer = ask({}))
         seen_ = SeenChanges(answer->batch);
 }
@@ -110,7 +100,7 @@ Server ServerProject::getServerForNew() const {
 }
 
 bool ServerProject::find() {
-    auto version = store_support::getFileVersion(coreFile_);
+    auto version = getFileVersion(coreFile_);
     if (version && version_ && *version == *version_)
         return true;
     version_.reset();
@@ -275,7 +265,7 @@ std::int64_t ServerProject::waitForBatch(std::int64_t known, int other, Clock::t
 
 void ServerProject::change(const PathEdit& edit) {
     while (true) {
-        store_support::requireMetadataType(folder_, postgresqlName);
+        requireMetadataType(folder_, postgresqlName);
         const auto answer = ask(edit.getQuestion());
         if (answer) {
             const RowChanges changes = edit.apply(*answer, seen_);
@@ -291,7 +281,7 @@ void ServerProject::change(const PathEdit& edit) {
 void ServerProject::write(const PathEdit& edit, const RowChanges& changes, std::int64_t last) {
     host::Interruption::throwIfRequested();
     const uuid project = address_->project;
-    store_support::requireMetadataType(folder_, postgresqlName);
+    requireMetadataType(folder_, postgresqlName);
     if (!find() || address_->project != project)
         raise<MetadataWriteFailure>(coreFile_.text(), u"its project has been removed or replaced meanwhile");
     seen_.reserveOwn();
@@ -370,7 +360,7 @@ bool ServerProject::create(const PathEdit& edit) {
     const Address address{getServerForNew(), makeRandom()};
     requireAllowed(address.server, coreFile_);
     const RowChanges changes = edit.apply(makeFirstAnswer(), SeenChanges());
-    store_support::FileBatch core;
+    FileBatch core;
     core.folder = folder_;
     core.filesToWrite = {coreFile_};
     core.write = [&](std::size_t, const Path& staged) { writeAddress(address, staged); };

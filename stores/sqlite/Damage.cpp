@@ -6,9 +6,6 @@
 
 namespace stores::sqlite {
 
-using store_support::decodeNode;
-using store_support::maximumSteps;
-
 namespace {
 
 constexpr const char* selectUnreachable =

@@ -30,9 +30,7 @@
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
-#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/BatchJournal.hpp"
@@ -43,23 +41,7 @@
 
 namespace stores::sqlite {
 
-using host::Path;
 using project::metadata::FileJob;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
-using store_support::commit;
-using store_support::FileBatch;
-using store_support::FileWatch;
-using store_support::FolderLock;
-using store_support::getFileVersion;
-using store_support::getScratchFolder;
-using store_support::JobRunner;
-using store_support::projectElementName;
-using store_support::readMetadataType;
-using store_support::requireMetadataType;
-using store_support::requireWritable;
-using store_support::settle;
 
 const std::u16string& sqliteName = *new std::u16string(u"sqlite");
 
@@ -160,7 +142,7 @@ bool holdsDatabase(const Path& folder) {
 Database::Database(const Path& folder, JobRunner runJob, std::chrono::milliseconds lockLimit)
     : folder_(folder),
       file_(folder / databaseName),
-      coreFile_(folder / project::metadata::coreFileName()),
+      coreFile_(folder / coreFileName()),
       runJob_(std::move(runJob)),
       lockLimit_(lockLimit) {
     read([](PathTable& table, SeenChanges& seen) { seen = SeenChanges(table.getBatch()); });
@@ -437,7 +419,7 @@ bool Database::create(const Edit& edit) {
             createFile(staged, edit);
         } else {
             project::metadata::MetadataNodeSpecification core(projectElementName);
-            core.put(project::metadata::metadataTypeKey(), sqliteName);
+            core.put(metadataTypeKey(), sqliteName);
             project::metadata::writeToFile(core, staged, true);
         }
     };

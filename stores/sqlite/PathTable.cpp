@@ -19,22 +19,12 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
-#include <utility>
 
 #include "host/Text.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Positions.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace stores::sqlite {
-
-using project::metadata::MetadataPath;
-using project::metadata::MetadataReadFailure;
-using project::metadata::PathElement;
-using project::metadata::raise;
-using store_support::maximumSteps;
-using store_support::positionBound;
-using store_support::positionGap;
 
 namespace {
 
@@ -126,7 +116,7 @@ std::int64_t getSchemaVersion(sqlite3& connection) {
     return getNumber(connection, "PRAGMA schema_version");
 }
 
-std::int64_t requireTables(sqlite3& connection, const host::Path& file) {
+std::int64_t requireTables(sqlite3& connection, const Path& file) {
     const std::int64_t id = getNumber(connection, "PRAGMA application_id");
     if (id != applicationId) {
         raise<MetadataReadFailure>(file.text(), u"it is a database of another application, with the application_id " +
@@ -162,7 +152,7 @@ std::int64_t requireTables(sqlite3& connection, const host::Path& file) {
     return getSchemaVersion(connection);
 }
 
-PathTable::PathTable(sqlite3& connection, host::Path file)
+PathTable::PathTable(sqlite3& connection, Path file)
     : connection_(connection),
       file_(std::move(file)),
       getBatch_(prepare(connection, "SELECT batch FROM state")),

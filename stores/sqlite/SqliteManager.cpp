@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/StoreFiles.hpp"
@@ -10,18 +9,6 @@
 #include "stores/sqlite/Damage.hpp"
 
 namespace stores::sqlite {
-
-using host::Path;
-using project::metadata::MetadataNode;
-using project::metadata::MetadataPath;
-using project::metadata::MetadataReadFailure;
-using project::metadata::PathElement;
-using project::metadata::raise;
-using store_support::decodeNode;
-using store_support::encodeNode;
-using store_support::JobRunner;
-using store_support::maximumSteps;
-using store_support::requireStorable;
 
 SqliteManager::SqliteManager(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
     : database_(folder, std::move(runJob), limit) {}
@@ -84,7 +71,7 @@ void SqliteManager::removePaths(const std::vector<MetadataPath>& paths) {
     });
 }
 
-void SqliteManager::renamePath(const MetadataPath& path, const project::metadata::PathElement& element) {
+void SqliteManager::renamePath(const MetadataPath& path, const PathElement& element) {
     database_.change([&](PathEdit& edit) { return edit.rename(path, element); });
 }
 
@@ -127,15 +114,15 @@ void SqliteManager::setPaths(const std::vector<MetadataPath>& paths) {
     database_.change([&](PathEdit& edit) { return edit.arrange(paths); });
 }
 
-std::vector<project::metadata::MetadataDamage> SqliteManager::findDamage() const {
-    std::vector<project::metadata::MetadataDamage> damage;
+std::vector<MetadataDamage> SqliteManager::findDamage() const {
+    std::vector<MetadataDamage> damage;
     if (auto problem = database_.findCoreFileDamage())
         damage.push_back({database_.getCoreFile(), std::move(*problem)});
     database_.read([&](PathTable& table, SeenChanges& /*seen*/) {
         for (std::u16string& problem : sqlite::findDamage(table))
             damage.push_back({database_.getFile(), std::move(problem)});
     });
-    if (auto journal = store_support::findJournalDamage(database_.getFile().parentPath()))
+    if (auto journal = findJournalDamage(database_.getFile().parentPath()))
         damage.push_back(*std::move(journal));
     return damage;
 }
@@ -145,7 +132,7 @@ std::vector<project::metadata::StoreFile> SqliteManager::listFiles() const {
     // journal hold what is not in the database yet, or not any more.
     const Path& file = database_.getFile();
     const auto beside = [&](const char16_t* ending) { return Path(file.text() + ending); };
-    return store_support::listStoreFiles(
+    return listStoreFiles(
         file.parentPath(),
         {{file, true}, {beside(u"-journal"), true}, {beside(u"-wal"), true}, {beside(u"-shm"), false}});
 }
