@@ -9,6 +9,7 @@
 #include <string>
 
 #include "cli/Arguments.hpp"
+#include "cli/Names.hpp"
 #include "cli/text/CommandObserver.hpp"
 #include "host/Path.hpp"
 #include "operations/ProjectEdit.hpp"
@@ -31,7 +32,7 @@ public:
 
     operations::ProjectEdit& edit() { return *edit_; }
 
-    const project::metadata::MetadataManager& store() const { return *store_; }
+    const pm::MetadataManager& store() const { return *store_; }
 
     bool isDryRun() const { return *flags_.dryRun; }
 
@@ -54,7 +55,7 @@ private:
     host::Path root_;
     EditFlags flags_;
     CommandObserver observer_;
-    std::unique_ptr<project::metadata::MetadataManager> store_;
+    std::unique_ptr<pm::MetadataManager> store_;
     std::optional<operations::ProjectEdit> edit_;
 };
 

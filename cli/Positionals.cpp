@@ -5,9 +5,7 @@
 #include <functional>
 #include <iterator>
 #include <map>
-#include <optional>
 #include <set>
-#include <utility>
 
 #include <CLI/CLI.hpp>
 

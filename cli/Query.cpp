@@ -19,8 +19,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
 using Test = std::function<bool(const std::u16string& text)>;
 
 /// One element for each character; what is no Unicode counts as U+FFFD.

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <vector>
 
 #include "host/FileUtils.hpp"
 #include "host/SettingsService.hpp"
@@ -17,11 +16,9 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 namespace {
 
-/// Whether the user allows to make metadata writable (`project::metadata::handleReadOnlyFile`).
+/// Whether the user allows to make metadata writable (`handleReadOnlyFile`).
 bool mayMakeWritable() {
     const auto settings = host::SettingsService::getSettingsRoot();
     return settings &&

@@ -14,8 +14,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 std::string quoted(const host::Path& path) {
     return '"' + path.accessName() + '"';
 }

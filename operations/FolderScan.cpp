@@ -13,7 +13,6 @@
 #include <string_view>
 #include <system_error>
 #include <unordered_set>
-#include <utility>
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"

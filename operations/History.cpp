@@ -25,7 +25,6 @@
 namespace operations {
 
 namespace fs = std::filesystem;
-namespace pm = project::metadata;
 
 namespace {
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <variant>
 
 #include "host/FileSystem.hpp"
 #include "host/Text.hpp"
@@ -20,8 +19,6 @@
 #include "store_support/CoreFileType.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

@@ -16,7 +16,6 @@
 namespace operations {
 
 namespace fs = std::filesystem;
-namespace pm = project::metadata;
 
 OwnFiles listOwnFiles(const host::Path& root, const pm::MetadataManager& store) {
     const fs::path folder = pm::ProjectMetadataLocation(root).getDirectory().accessName();

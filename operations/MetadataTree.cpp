@@ -18,8 +18,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 namespace {
 
 /// Those of the kinds of store that can read single files.

@@ -1,7 +1,6 @@
 #include "operations/NewMetadata.hpp"
 
 #include <algorithm>
-#include <vector>
 
 #include "host/Text.hpp"
 #include "operations/Errors.hpp"
@@ -11,8 +10,6 @@
 #include "project/metadata/MetadataRoots.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

@@ -4,8 +4,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 namespace {
 
 void fill(pm::MetadataNode& node, const NodeDraft& draft) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "operations/Library.hpp"
 #include "project/metadata/MetadataNode.hpp"
 
 namespace operations {
@@ -21,14 +22,13 @@ struct NodeDraft {
     std::vector<NodeDraft> children;
 };
 
-NodeDraft makeDraft(const project::metadata::MetadataNode& node);
+NodeDraft makeDraft(const pm::MetadataNode& node);
 
 /// @throws PutMetadataKeyFailure, PutMetadataValueFailure for what no node can hold
-std::unique_ptr<project::metadata::MetadataNode> makeNode(const NodeDraft& draft);
+std::unique_ptr<pm::MetadataNode> makeNode(const NodeDraft& draft);
 
 /// A copy of `before` with `changes`; its other attributes, its name and its children are the same.
 /// @throws as `makeNode`
-std::unique_ptr<project::metadata::MetadataNode> changeAttributes(const project::metadata::MetadataNode& before,
-                                                                  const AttributeChanges& changes);
+std::unique_ptr<pm::MetadataNode> changeAttributes(const pm::MetadataNode& before, const AttributeChanges& changes);
 
 }  // namespace operations

@@ -14,8 +14,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 using pm::MetadataNode;
 
 const std::u16string conflictName = u"Conflict";

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <exception>
-#include <optional>
 #include <system_error>
 
 #include "host/Text.hpp"
@@ -16,8 +15,6 @@
 #include "store_support/CoreFileType.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 bool leadsToFolder(const std::string& name) {
     struct stat status {};

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <map>
 #include <optional>
 #include <set>
 #include <tuple>
@@ -14,7 +13,6 @@
 #include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NodeMerge.hpp"
-#include "operations/Progress.hpp"
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
 #include "operations/UuidText.hpp"
@@ -32,8 +30,6 @@
 #include "store_support/FolderLock.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

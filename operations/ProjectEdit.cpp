@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
-#include <utility>
+#include <list>
 
 #include "host/Text.hpp"
 #include "operations/TreeWalk.hpp"
@@ -12,8 +12,6 @@
 #include "store_support/EqualTrees.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 /// A path, by its last step, with what is below it. It is moved, never copied.
 struct ProjectEdit::Branch {

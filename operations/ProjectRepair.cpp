@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -11,7 +10,6 @@
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Text.hpp"
-#include "operations/Errors.hpp"
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
 #include "operations/Workshop.hpp"
@@ -24,8 +22,6 @@
 #include "store_support/FolderLock.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

@@ -1,8 +1,6 @@
 #include "operations/Scan.hpp"
 
 #include <filesystem>
-#include <utility>
-#include <vector>
 
 #include "host/Text.hpp"
 #include "operations/DryRun.hpp"
@@ -17,7 +15,6 @@
 namespace operations {
 
 namespace fs = std::filesystem;
-namespace pm = project::metadata;
 
 namespace {
 

@@ -16,8 +16,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 namespace {
 
 /// The user's folder for states; empty if there is none.

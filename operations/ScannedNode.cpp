@@ -16,8 +16,6 @@ const std::u16string& scannedFolderType = *new std::u16string(u"Folder");
 
 namespace {
 
-namespace pm = project::metadata;
-
 const std::u16string& fileType = *new std::u16string(u"File");
 const std::u16string& kindKey = *new std::u16string(u"Kind");
 const std::u16string& missingKey = *new std::u16string(u"Missing");

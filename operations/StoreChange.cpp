@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <utility>
 
 #include "host/Interruption.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -10,8 +9,6 @@
 #include "store_support/EqualTrees.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <utility>
 
 #include "host/Interruption.hpp"
 #include "operations/Errors.hpp"
@@ -12,8 +11,6 @@
 namespace operations {
 
 namespace {
-
-namespace pm = project::metadata;
 
 bool equalPaths(const PathTree& a, const PathTree& b) {
     return a.step == b.step && store_support::equalTrees(a.node.get(), b.node.get()) &&

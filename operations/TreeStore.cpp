@@ -8,8 +8,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 namespace {
 
 [[noreturn]] void refuse() {

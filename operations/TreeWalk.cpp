@@ -8,8 +8,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 TreeWalk::TreeWalk(const pm::MetadataManager& store, const pm::MetadataPath& start, std::size_t maxDepth,
                    std::function<void()> onError)
     : store_(store), maxDepth_(maxDepth), onError_(std::move(onError)), children_{start} {}

@@ -19,8 +19,6 @@ namespace operations {
 
 namespace {
 
-namespace pm = project::metadata;
-
 struct ReaderDeleter {
     void operator()(xmlTextReader* reader) const { xmlFreeTextReader(reader); }
 };

@@ -20,7 +20,6 @@
 #include "host/FileUtils.hpp"
 #include "host/ServiceFramework.hpp"
 #include "host/Text.hpp"
-#include "operations/Project.hpp"
 #include "operations/SettingsOverride.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "store_testing/StoreContract.hpp"
@@ -29,7 +28,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 namespace testing = project::store_testing;
 using Factories = std::vector<std::shared_ptr<pm::MetadataManagerFactory>>;
 

@@ -1,7 +1,5 @@
 /// project-metadata copy: copies a path with everything below it.
 
-#include <string>
-
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Editing.hpp"
@@ -12,8 +10,6 @@
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 Status copy(const Positionals::Values& values, const EditFlags& flags) {
     const pm::MetadataPath from = parsePath(values.texts[0]);

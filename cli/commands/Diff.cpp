@@ -23,7 +23,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 using operations::MetadataTree;
 using operations::PathDiff;
 

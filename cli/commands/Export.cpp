@@ -43,7 +43,7 @@ void tell(const OutputFile& file, const Request& request) {
 }
 
 Status exportProject(const host::Path& root, const Request& request) {
-    const auto top = request.top ? parsePath(*request.top) : project::metadata::MetadataPath();
+    const auto top = request.top ? parsePath(*request.top) : pm::MetadataPath();
     const auto store = operations::openProject(root);
     requirePath(*store, top);
     const OutputFile file(request.file);

@@ -1,8 +1,6 @@
 /// project-metadata find: the paths and nodes that have what is asked for.
 
 #include <memory>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include "cli/Arguments.hpp"
@@ -23,7 +21,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 using operations::NodeAddress;
 using operations::TreeWalk;
 

@@ -29,8 +29,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
 struct Flags {
     std::optional<std::string> fallback;
     bool isNullSeparated = false;

@@ -69,7 +69,7 @@ std::vector<std::pair<std::string, std::string>> makeConfiguration() {
 
 std::string makeBlock() {
     std::string block = blockBegin;
-    for (const std::u16string& folder : project::metadata::getSupportedRoots()) {
+    for (const std::u16string& folder : pm::getSupportedRoots()) {
         for (const std::u16string& pattern : operations::listFilePatterns())
             block += "**/" + host::toUtf8(folder + u'/' + pattern) + " merge=project-metadata diff=project-metadata\n";
     }
@@ -146,7 +146,7 @@ public:
             host::FileSystem::remove_all(file);
         } else if (!isDryRun_) {
             // In one step: others' lines in the file are not to be lost on a full disk.
-            project::metadata::makeFolder(project::metadata::getParentFolder(file));
+            pm::makeFolder(pm::getParentFolder(file));
             operations::replaceFile(file, after);
         }
         done_["attributes"] = toJson(file);

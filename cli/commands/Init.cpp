@@ -24,8 +24,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
 struct Arguments {
     std::string root;
     std::optional<std::string> store;

@@ -19,8 +19,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
 struct Place {
     host::Path folder;
     host::Path coreFile;

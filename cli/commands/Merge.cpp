@@ -28,7 +28,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 using operations::Conflict;
 
 struct Arguments {

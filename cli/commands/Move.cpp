@@ -1,7 +1,5 @@
 /// project-metadata move: renames a path, or moves it with everything below it.
 
-#include <string>
-
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Editing.hpp"
@@ -12,8 +10,6 @@
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 Status move(const Positionals::Values& values, const EditFlags& flags) {
     const pm::MetadataPath from = parsePath(values.texts[0]);

@@ -44,8 +44,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
 /// After how many seconds a user who waits for nothing but a word has waited enough.
 constexpr int timeLimit = 10;
 

@@ -19,7 +19,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 using operations::NodeAddress;
 
 struct Flags {

@@ -40,8 +40,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
 /// `json`, the texts in which are safe to show, as it may stand in a <script>.
 std::string format(const Json& json) {
     std::string text;

@@ -60,7 +60,7 @@ private:
 std::optional<host::Path> findProjectAbove(const host::Path& folder) {
     host::Path root = host::FileUtils::normalize(host::FileUtils::makeAbsolute(folder));
     const host::Path start = root;
-    while (!project::metadata::ProjectMetadataLocation(root).hasCoreFile()) {
+    while (!pm::ProjectMetadataLocation(root).hasCoreFile()) {
         if (root == root.parentPath())
             return std::nullopt;
         root = root.parentPath();

@@ -1,7 +1,6 @@
 /// project-metadata settings: the user's settings, and what is wrong with them.
 
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,7 +13,6 @@
 #include "cli/text/Suggestion.hpp"
 #include "host/SettingsService.hpp"
 #include "host/Text.hpp"
-#include "operations/Project.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 
@@ -22,7 +20,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 using host::Setting;
 
 /// What is wrong with the name of `setting`; empty if nothing is.

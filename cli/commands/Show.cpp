@@ -23,8 +23,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
 /// How many columns `text`, which is safe to show, takes: one for each character, as nearly all keys do.
 std::size_t countColumns(const std::string& text) {
     return static_cast<std::size_t>(

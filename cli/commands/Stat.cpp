@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <string>
 #include <system_error>
@@ -33,7 +32,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 using operations::TreeWalk;
 
 struct Count {

@@ -1,7 +1,6 @@
 /// project-metadata stores: which kinds of metadata stores there are.
 
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,8 +15,6 @@
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 struct Store {
     std::u16string name;

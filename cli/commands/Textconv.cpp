@@ -1,14 +1,12 @@
 /// project-metadata textconv: a file of metadata as lines of text, for git.
 
 #include <fstream>
-#include <memory>
 #include <string>
 
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
 #include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
 #include "cli/text/NodeText.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
@@ -20,7 +18,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 using operations::PathTree;
 
 void printTree(const PathTree& tree, const pm::MetadataPath& path) {

@@ -25,7 +25,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 using operations::TreeWalk;
 
 struct Arguments {

@@ -26,8 +26,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
 const std::u16string markerStart = u"uuid-";
 const std::u16string markerEnd = u".xml";
 

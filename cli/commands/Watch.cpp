@@ -1,15 +1,8 @@
 /// project-metadata watch: prints changes as they happen.
 
-#include <algorithm>
-#include <ctime>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/DiffText.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
@@ -20,8 +13,6 @@
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 /// @return it never does
 Status watch(const Positionals::Values& values, bool isJson) {

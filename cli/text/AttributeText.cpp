@@ -11,8 +11,6 @@
 
 namespace cli {
 
-namespace pm = project::metadata;
-
 namespace {
 
 std::pair<std::u16string, std::u16string> parseAttribute(const std::string& text) {

@@ -4,9 +4,9 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "cli/Names.hpp"
 #include "operations/NodeAddress.hpp"
 #include "operations/NodeEdit.hpp"
 
@@ -23,7 +23,7 @@ operations::AttributeChanges parseAttributes(const std::vector<std::string>& tex
 
 /// That `node`, which is at `address`, has no attribute `key`; with what comes of that, such as "; nothing is changed",
 /// and with the one that may have been meant.
-std::string describeMissingKey(const project::metadata::MetadataNode& node, const operations::NodeAddress& address,
+std::string describeMissingKey(const pm::MetadataNode& node, const operations::NodeAddress& address,
                                const std::u16string& key, const std::string& consequence = {});
 
 /// Such as "Owner=Ann", for a note: safe to show, and of a long value only how long it is.

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <exception>
 #include <new>
-#include <system_error>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -18,8 +17,6 @@
 #include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
 #include "host/Path.hpp"
-#include "host/Text.hpp"
-#include "operations/Errors.hpp"
 #include "operations/NodeAddress.hpp"
 
 namespace cli {
@@ -81,7 +78,7 @@ std::string suggestPath(const operations::AddressError& error) {
     if (!missing)
         return "";
     std::vector<std::string> steps;
-    for (const project::metadata::PathElement& sibling : missing->siblings())
+    for (const pm::PathElement& sibling : missing->siblings())
         steps.push_back(formatElement(sibling));
     return suggest(formatElement(missing->step()), steps);
 }

@@ -6,8 +6,6 @@
 
 namespace cli {
 
-namespace pm = project::metadata;
-
 Json toJson(const std::u16string& text) {
     return host::toUtf8(text);
 }

@@ -6,8 +6,6 @@
 
 namespace cli {
 
-namespace pm = project::metadata;
-
 std::string makeLine(Sign sign, std::size_t level, const std::string& text) {
     const std::string mark = sign == Sign::none ? "" : std::string{static_cast<char>(sign), ' '};
     const std::string line = std::string(level * 4, ' ') + mark + text;

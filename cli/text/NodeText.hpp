@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 
+#include "cli/Names.hpp"
 #include "project/metadata/MetadataNode.hpp"
 
 namespace cli {
@@ -18,9 +19,9 @@ std::string makeLine(Sign sign, std::size_t level, const std::string& text);
 std::string makeAttribute(const std::u16string& key, const std::u16string& value);
 
 /// Such as "node Info", or "node Info[2]" with the position 2.
-std::string makeNodeName(const project::metadata::MetadataNode& node, std::size_t position);
+std::string makeNodeName(const pm::MetadataNode& node, std::size_t position);
 
 /// Prints the name of `node`, and a level deeper its attributes and child nodes.
-void printNode(Sign sign, std::size_t level, const project::metadata::MetadataNode& node, std::size_t position = 0);
+void printNode(Sign sign, std::size_t level, const pm::MetadataNode& node, std::size_t position = 0);
 
 }  // namespace cli

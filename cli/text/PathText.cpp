@@ -1,7 +1,5 @@
 #include "cli/text/PathText.hpp"
 
-#include <algorithm>
-#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -9,11 +7,8 @@
 #include "cli/text/Json.hpp"
 #include "cli/text/SafeText.hpp"
 #include "host/Path.hpp"
-#include "host/Text.hpp"
 
 namespace cli {
-
-namespace pm = project::metadata;
 
 namespace {
 
