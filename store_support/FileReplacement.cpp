@@ -71,15 +71,15 @@ public:
     /// @param isPrivate whether only its owner may look into it, until it gets other permissions
     StagedFile(const Path& target, bool isPrivate, const Path& file) {
         const mode_t mode = isPrivate ? 0600 : 0666;
-        int descriptor = -1;
-        do {
+        for (;;) {
             const std::uint64_t number = std::uint64_t{random_()} << 32 | random_();
             path_ = target.parentPath() / host::fromUtf8(".replacement-" + std::to_string(number));
-            descriptor = open(path_.accessName().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
-        } while (descriptor < 0 && errno == EEXIST);
-        if (descriptor < 0)
-            raiseSystemError(file, errno);
-        close(descriptor);
+            const Descriptor made(path_.accessName(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+            if (made.isOpen())
+                return;
+            if (errno != EEXIST)
+                raiseSystemError(file, errno);
+        }
     }
 
     ~StagedFile() {
@@ -127,14 +127,12 @@ void takeAttributes(int descriptor, const Status& old) {
 /// @param old what is replaced
 /// @return the reason why it failed, 0 if it did not
 int complete(const Path& staged, const std::optional<Status>& old) {
-    const int descriptor = open(staged.accessName().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (descriptor < 0)
+    const Descriptor descriptor(staged.accessName(), O_RDONLY | O_NOFOLLOW);
+    if (!descriptor.isOpen())
         return errno;
     if (old)
-        takeAttributes(descriptor, *old);
-    const int reason = fsync(descriptor) == 0 ? 0 : errno;
-    close(descriptor);
-    return reason;
+        takeAttributes(descriptor.number(), *old);
+    return fsync(descriptor.number()) == 0 ? 0 : errno;
 }
 
 Path getFolder(const Path& file) {

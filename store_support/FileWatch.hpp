@@ -3,10 +3,9 @@
 
 #include <cstdint>
 #include <optional>
-#include <utility>
 
+#include "store_support/Disk.hpp"
 #include "store_support/FileVersion.hpp"
-#include "store_support/Library.hpp"
 
 namespace store_support {
 
@@ -23,10 +22,6 @@ public:
     /// looked up each time.
     FileWatch(Path file, const std::optional<FileVersion>& version);
 
-    FileWatch(FileWatch&& other) noexcept { *this = std::move(other); }
-    FileWatch& operator=(FileWatch&& other) noexcept;
-    ~FileWatch();
-
     /// The version that it had when this began to watch.
     const std::optional<FileVersion>& getVersion() const noexcept { return version_; }
 
@@ -37,7 +32,7 @@ public:
 private:
     Path file_;
     std::optional<FileVersion> version_;
-    int descriptor_ = -1;        // -1 if the file is not held
+    Descriptor descriptor_;      // not open if the file is not held
     std::int64_t lookedUp_ = 0;  // when its name led to it last, in nanoseconds of the monotonic clock
 };
 

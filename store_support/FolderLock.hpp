@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-#include "store_support/Library.hpp"
+#include "store_support/Disk.hpp"
 
 namespace store_support {
 
@@ -53,8 +53,8 @@ public:
 private:
     FolderLock(const Path& folder, std::chrono::milliseconds limit, bool cleansUp);
 
-    int folder_ = -1;
-    int descriptor_ = -1;
+    Descriptor folder_;
+    Descriptor lock_;
 };
 
 }  // namespace store_support
