@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <cppmicroservices/BundleContext.h>
 
@@ -37,6 +38,12 @@ struct StoreKind {
     /// How single files are read and written; null for a kind whose files say nothing by themselves.
     std::shared_ptr<const project::metadata::MetadataFileFormat> fileFormat = nullptr;
 };
+
+/// For `StoreKind::open`: makes a `Store` of the two.
+template <class Store>
+std::unique_ptr<project::metadata::MetadataManager> openStore(const Path& folder, JobRunner runJob) {
+    return std::make_unique<Store>(folder, std::move(runJob));
+}
 
 /// The factory of stores of that kind, which is a `MetadataFileFormat` besides if the kind has one.
 /// @param context where to look for a `FileJobManager`
