@@ -1,4 +1,4 @@
-/// Changing nodes. Keeps no state; may be called from any thread.
+/// Looking into nodes, and changing them. Keeps no state; may be called from any thread.
 #pragma once
 
 #include <map>
@@ -11,6 +11,9 @@
 #include "project/metadata/MetadataNode.hpp"
 
 namespace operations {
+
+/// The value of the attribute `key` of `node`, which may be null; no value if it has none.
+std::optional<std::u16string> findAttribute(const pm::MetadataNode* node, const std::u16string& key);
 
 /// Values by key; without a value, the attribute is not to be there.
 using AttributeChanges = std::map<std::u16string, std::optional<std::u16string>>;

@@ -45,6 +45,12 @@ struct Conflict {
                               ///< removed, the side that kept it has the text "changed"
 };
 
+/// That one side has changed `path`, or a node in it, and the other has removed that.
+inline Conflict makeRemoval(const pm::MetadataPath& path, bool isOurs) {
+    const Text changed = u"changed";
+    return {Conflict::What::removed, path, {}, {}, {}, isOurs ? changed : Text(), isOurs ? Text() : changed};
+}
+
 /// "attribute" and so on, as it stands in the mark.
 const char16_t* nameOfConflict(Conflict::What what);
 

@@ -26,6 +26,15 @@ bool isFile(const std::string& name) {
     return stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
+std::optional<host::Path> findProject(host::Path folder) {
+    while (!pm::ProjectMetadataLocation(folder).hasCoreFile()) {
+        if (folder == folder.parentPath())
+            return std::nullopt;
+        folder = folder.parentPath();
+    }
+    return folder;
+}
+
 void requireRoot(const host::Path& root) {
     struct stat status {};
     if (stat(root.accessName().c_str(), &status) != 0) {

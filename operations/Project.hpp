@@ -19,6 +19,10 @@ bool leadsToFolder(const std::string& name);
 /// Whether `name` leads to a file that is none of the other kinds.
 bool isFile(const std::string& name);
 
+/// The root folder of the project that `folder` lies in: the nearest one from there upwards that has metadata; no value
+/// if there is none.
+std::optional<host::Path> findProject(host::Path folder);
+
 /// @throws OperationError with `ErrorKind::notAProject` unless `root` is a folder
 void requireRoot(const host::Path& root);
 

@@ -91,16 +91,8 @@ private:
         result.children.push_back(kept);
         if (!child.base)
             return;
-        const Text changed = u"changed";
         PathTree& merged = result.children.back();
-        merged.node = nodes_.mark({Conflict::What::removed,
-                                   childPath(path, kept.step),
-                                   {},
-                                   {},
-                                   {},
-                                   child.ours ? changed : Text(),
-                                   child.theirs ? changed : Text()},
-                                  merged.node);
+        merged.node = nodes_.mark(makeRemoval(childPath(path, kept.step), child.ours), merged.node);
     }
 
     NodeMerge nodes_;

@@ -25,15 +25,16 @@ public:
     std::vector<pm::MetadataPath> getChildren(const pm::MetadataPath& path) const override;
     bool hasPath(const pm::MetadataPath& path) const override;
 
-    void setNode(const pm::MetadataPath& path, const pm::MetadataNode& node) override;
-    void removeNode(const pm::MetadataPath& path) override;
-    void addPath(const pm::MetadataPath& path) override;
-    void removePath(const pm::MetadataPath& path) override;
-    void setNodes(const std::map<pm::MetadataPath, std::shared_ptr<pm::MetadataNode>>& nodes) override;
-    void removePaths(const std::vector<pm::MetadataPath>& paths) override;
-    void setPaths(const std::vector<pm::MetadataPath>& paths) override;
+    void setNode(const pm::MetadataPath& /*path*/, const pm::MetadataNode& /*node*/) override { refuse(); }
+    void removeNode(const pm::MetadataPath& /*path*/) override { refuse(); }
+    void addPath(const pm::MetadataPath& /*path*/) override { refuse(); }
+    void removePath(const pm::MetadataPath& /*path*/) override { refuse(); }
+    void setNodes(const std::map<pm::MetadataPath, std::shared_ptr<pm::MetadataNode>>& /*nodes*/) override { refuse(); }
+    void removePaths(const std::vector<pm::MetadataPath>& /*paths*/) override { refuse(); }
+    void setPaths(const std::vector<pm::MetadataPath>& /*paths*/) override { refuse(); }
 
 private:
+    [[noreturn]] static void refuse();
     void index(const pm::MetadataPath& path, const PathTree& tree);
     const PathTree* find(const pm::MetadataPath& path) const;
 
