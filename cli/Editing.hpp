@@ -10,7 +10,7 @@
 
 #include "cli/Arguments.hpp"
 #include "cli/Names.hpp"
-#include "cli/text/CommandObserver.hpp"
+#include "cli/text/Progress.hpp"
 #include "host/Path.hpp"
 #include "operations/ProjectEdit.hpp"
 

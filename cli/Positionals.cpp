@@ -13,7 +13,6 @@
 #include "cli/text/Errors.hpp"
 #include "host/FileUtils.hpp"
 #include "operations/Project.hpp"
-#include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
 
@@ -24,17 +23,11 @@ struct Positionals::Given {
 };
 
 host::Path findRoot() {
-    host::Path folder = host::FileUtils::makeAbsolute({});
-    while (!project::metadata::ProjectMetadataLocation(folder).hasCoreFile()) {
-        const host::Path parent = folder.parentPath();
-        if (parent == folder) {
-            throw CommandError(Status::notAProject,
-                               "Neither the current folder nor one above it is a project; name one, or create it with "
-                               "\"project-metadata init\"");
-        }
-        folder = parent;
-    }
-    return folder;
+    if (auto root = operations::findProject(host::FileUtils::makeAbsolute({})))
+        return *std::move(root);
+    throw CommandError(Status::notAProject,
+                       "Neither the current folder nor one above it is a project; name one, or create it with "
+                       "\"project-metadata init\"");
 }
 
 namespace {

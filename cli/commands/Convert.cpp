@@ -6,11 +6,11 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
 #include "cli/text/SafeText.hpp"
 #include "operations/Convert.hpp"
 

@@ -10,7 +10,6 @@
 #include "cli/Options.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/DiffText.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
@@ -18,11 +17,13 @@
 #include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
 #include "operations/TreeDiff.hpp"
+#include "operations/TreeWalk.hpp"
 
 namespace cli {
 
 namespace {
 
+using operations::isAtOrBelow;
 using operations::MetadataTree;
 using operations::PathDiff;
 
@@ -33,27 +34,12 @@ struct Arguments {
     bool isNameOnly = false;
 };
 
-/// Whether `path` is `top` or below it.
-bool isWithin(const pm::MetadataPath& path, const pm::MetadataPath& top) {
-    const auto& steps = path.getPath();
-    const auto& begin = top.getPath();
-    return steps.size() >= begin.size() && std::equal(begin.begin(), begin.end(), steps.begin());
-}
-
 bool hasPath(const MetadataTree& tree, const pm::MetadataPath& path) {
     const pm::MetadataPath root = tree.rootPath();
-    if (!isWithin(path, root))
-        return false;
-    const operations::PathTree* at = &tree.root;
-    for (std::size_t i = root.getPath().size(); i < path.getPath().size(); ++i) {
-        const auto child =
-            std::find_if(at->children.begin(), at->children.end(),
-                         [&](const operations::PathTree& tried) { return tried.step == path.getPath()[i]; });
-        if (child == at->children.end())
-            return false;
-        at = &*child;
-    }
-    return true;
+    const auto& steps = path.getPath();
+    return isAtOrBelow(path, root) &&
+           operations::findPath(tree.root,
+                                pm::MetadataPath({steps.begin() + std::ptrdiff_t(root.getPath().size()), steps.end()}));
 }
 
 /// The differences that the arguments ask for.
@@ -64,7 +50,7 @@ std::vector<PathDiff> findDiffs(const Arguments& arguments, const MetadataTree& 
     const pm::MetadataPath top = parsePath(*arguments.path);
     if (!hasPath(before, top) && !hasPath(after, top))
         throw CommandError(Status::failure, "There is no path \"" + formatPath(top) + "\" on either side");
-    const auto isElsewhere = [&](const PathDiff& diff) { return !isWithin(diff.path, top); };
+    const auto isElsewhere = [&](const PathDiff& diff) { return !isAtOrBelow(diff.path, top); };
     diffs.erase(std::remove_if(diffs.begin(), diffs.end(), isElsewhere), diffs.end());
     return diffs;
 }

@@ -8,7 +8,6 @@
 #include "cli/Positionals.hpp"
 #include "cli/Query.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
@@ -88,7 +87,7 @@ private:
             return;
         }
         Json match = toJson(address);
-        match["node"] = node ? toJson(*node) : Json(nullptr);
+        match["node"] = toJsonOrNull(node);
         if (isUnreadable)
             match["unreadable"] = true;
         list_.add(match);

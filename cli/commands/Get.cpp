@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -15,7 +14,6 @@
 #include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
 #include "cli/text/AttributeText.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
@@ -41,11 +39,8 @@ struct Flags {
 std::optional<std::u16string> findValue(const pm::MetadataNode* node, const operations::NodeAddress& address,
                                         const std::string& key, const Flags& flags) {
     const std::u16string name = host::fromUtf8(key);
-    if (node) {
-        const std::vector<std::u16string> keys = node->getAttributeKeys();
-        if (std::binary_search(keys.begin(), keys.end(), name))
-            return node->get(name);
-    }
+    if (auto value = operations::findAttribute(node, name))
+        return value;
     if (flags.fallback)
         return host::fromUtf8(*flags.fallback);
     reportError(node ? describeMissingKey(*node, address, name)

@@ -18,6 +18,8 @@
 #include <utility>
 #include <vector>
 
+#include <boost/algorithm/string/replace.hpp>
+
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
@@ -50,10 +52,8 @@ std::string findOwnCommand() {
     const ssize_t length = readlink("/proc/self/exe", name.data(), name.size());
     if (length <= 0)
         throw std::system_error(errno, std::generic_category(), "The command cannot find its own file");
-    std::string command = "'";
-    for (const char byte : std::string(name.data(), static_cast<std::size_t>(length)))
-        command += byte == '\'' ? std::string("'\\''") : std::string{byte};
-    return command + '\'';
+    const std::string file(name.data(), static_cast<std::size_t>(length));
+    return '\'' + boost::algorithm::replace_all_copy(file, "'", "'\\''") + '\'';
 }
 
 /// Pairs of a key of git's configuration and its value.

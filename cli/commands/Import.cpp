@@ -9,10 +9,10 @@
 #include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
 #include "cli/text/ChangeText.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
 #include "cli/text/SafeText.hpp"
 #include "operations/Import.hpp"
 #include "operations/Project.hpp"
@@ -28,7 +28,7 @@ Status importFile(const host::Path& file, const host::Path& root, const operatio
     const auto [change, damaged] = operations::importFile(file, root, request, observer);
     if (isJson) {
         Json json = toJson(change);
-        json["damaged"] = damaged ? toJson(*damaged) : Json(nullptr);
+        json["damaged"] = toJsonOrNull(damaged);
         printJson(json);
         return Status::done;
     }

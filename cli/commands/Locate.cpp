@@ -48,9 +48,8 @@ void printText(const Place& place) {
 }
 
 Json describe(const Place& place) {
-    Json json{{"folder", toJson(place.folder)}, {"coreFile", toJson(place.coreFile)}, {"type", nullptr}};
-    if (place.type)
-        json["type"] = toJson(*place.type);
+    Json json{
+        {"folder", toJson(place.folder)}, {"coreFile", toJson(place.coreFile)}, {"type", toJsonOrNull(place.type)}};
     json["notUsed"] = Json::array();
     for (const host::Path& other : place.notUsed)
         json["notUsed"].push_back(toJson(other));

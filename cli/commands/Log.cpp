@@ -10,16 +10,17 @@
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/DiffText.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Terminal.hpp"
 #include "host/Text.hpp"
 #include "operations/History.hpp"
+#include "operations/NodeEdit.hpp"
 
 namespace cli {
 
@@ -38,20 +39,13 @@ std::string show(const std::string& bytes) {
     return escapeText(host::Path::fromAccessName(bytes).text());
 }
 
-bool hasKey(const pm::MetadataNode* node, const std::u16string& key) {
-    if (!node)
-        return false;
-    const std::vector<std::u16string> keys = node->getAttributeKeys();
-    return std::binary_search(keys.begin(), keys.end(), key);
-}
-
 /// Whether the attribute `key` of the path's node is different.
 bool concerns(const PathDiff& diff, const std::u16string& key) {
     if (!diff.node)
         return false;
     const operations::NodeDiff& node = *diff.node;
     if (!node.before || !node.after)
-        return hasKey(node.before, key) || hasKey(node.after, key);
+        return operations::findAttribute(node.before, key) || operations::findAttribute(node.after, key);
     return std::any_of(node.attributes.begin(), node.attributes.end(),
                        [&](const operations::AttributeDiff& attribute) { return attribute.key == key; });
 }

@@ -10,11 +10,11 @@
 #include "cli/Options.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Terminal.hpp"
 #include "host/Text.hpp"
@@ -67,19 +67,15 @@ std::string describe(const Conflict& conflict) {
            describe(conflict.base);
 }
 
-Json toJson(const operations::Text& text) {
-    return text ? cli::toJson(*text) : Json(nullptr);
-}
-
-Json toJson(const Conflict& conflict) {
+Json describeAsJson(const Conflict& conflict) {
     const bool isRemoved = conflict.what == Conflict::What::removed;
-    Json json = cli::toJson(conflict.path);
-    json["node"] = cli::toJson(conflict.node);
+    Json json = toJson(conflict.path);
+    json["node"] = toJson(conflict.node);
     json["conflict"] = host::toUtf8(nameOfConflict(conflict.what));
-    json["key"] = conflict.key.empty() ? Json(nullptr) : cli::toJson(conflict.key);
-    json["base"] = toJson(conflict.base);
-    json["ours"] = isRemoved ? Json(nullptr) : toJson(conflict.ours);
-    json["theirs"] = isRemoved ? Json(nullptr) : toJson(conflict.theirs);
+    json["key"] = conflict.key.empty() ? Json(nullptr) : toJson(conflict.key);
+    json["base"] = toJsonOrNull(conflict.base);
+    json["ours"] = isRemoved ? Json(nullptr) : toJsonOrNull(conflict.ours);
+    json["theirs"] = isRemoved ? Json(nullptr) : toJsonOrNull(conflict.theirs);
     json["removedBy"] = isRemoved ? Json(conflict.ours ? "theirs" : "ours") : Json(nullptr);
     return json;
 }
@@ -90,7 +86,7 @@ void report(const Arguments& arguments, const std::vector<Conflict>& conflicts, 
         const std::string label =
             arguments.label.empty() ? "" : escapeName(host::Path::fromAccessName(arguments.label).text()) + ": ";
         if (isJson)
-            list.add(toJson(conflict));
+            list.add(describeAsJson(conflict));
         else
             print(paint(Style::red, "conflict") + ": " + label + describe(conflict) + '\n');
     }

@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include <boost/algorithm/string/replace.hpp>
+
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
@@ -42,10 +44,7 @@ namespace {
 
 /// `json`, the texts in which are safe to show, as it may stand in a <script>.
 std::string format(const Json& json) {
-    std::string text;
-    for (const char byte : json.dump())
-        text += byte == '<' ? std::string("\\u003C") : std::string{byte};
-    return text;
+    return boost::algorithm::replace_all_copy(json.dump(), "<", "\\u003C");
 }
 
 /// Names that stand in the data as their numbers, because they come again and again.

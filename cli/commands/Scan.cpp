@@ -11,16 +11,16 @@
 #include "cli/Options.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/text/ChangeText.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Errors.hpp"
 #include "cli/text/Glob.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
 #include "cli/text/Terminal.hpp"
 #include "host/FileUtils.hpp"
+#include "operations/Project.hpp"
 #include "operations/Scan.hpp"
-#include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
 
@@ -58,14 +58,9 @@ private:
 
 /// The root folder of the project that `folder` lies in; no value if it is one itself, or lies in none.
 std::optional<host::Path> findProjectAbove(const host::Path& folder) {
-    host::Path root = host::FileUtils::normalize(host::FileUtils::makeAbsolute(folder));
-    const host::Path start = root;
-    while (!pm::ProjectMetadataLocation(root).hasCoreFile()) {
-        if (root == root.parentPath())
-            return std::nullopt;
-        root = root.parentPath();
-    }
-    return root == start ? std::nullopt : std::optional(root);
+    const host::Path start = host::FileUtils::normalize(host::FileUtils::makeAbsolute(folder));
+    auto root = operations::findProject(start);
+    return root == start ? std::nullopt : root;
 }
 
 void printDetails(const operations::ScanChange& change) {

@@ -10,7 +10,6 @@
 #include "cli/Command.hpp"
 #include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
@@ -57,7 +56,7 @@ Status show(const host::Path& root, const operations::NodeAddress& address, bool
     progress.reset();
     if (json) {
         Json object = toJson(address);
-        object["node"] = node ? toJson(*node) : Json(nullptr);
+        object["node"] = toJsonOrNull(node);
         object["childCount"] = childCount;
         printJson(object);
         return Status::done;

@@ -1,11 +1,13 @@
 /// project-metadata uuid: the UUIDs of a project, each of which a marker file stands for.
 
 #include <algorithm>
+#include <locale>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include <boost/algorithm/string/predicate.hpp>
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
@@ -39,15 +41,6 @@ struct Markers {
     std::vector<Marker> good;
     std::vector<host::Path> malformed;
 };
-
-char toLower(char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
-/// Whether `a` and `b` are one UUID, or one text otherwise: the case of the digits does not count.
-bool isSame(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return toLower(x) == toLower(y); });
-}
 
 Markers findMarkers(const host::Path& folder) {
     std::vector<host::Path> files = pm::listChildFiles(folder);
@@ -100,8 +93,9 @@ Status assign(const host::Path& root, const std::optional<std::string>& given, b
     const std::u16string uuid = given ? host::fromUtf8(*given) : pm::generateUUID();
     Marker marker{host::toUtf8(uuid), folder / (markerStart + uuid + markerEnd)};
     const std::vector<Marker> present = findMarkers(folder).good;
-    const auto same = std::find_if(present.begin(), present.end(),
-                                   [&](const Marker& other) { return isSame(other.uuid, marker.uuid); });
+    const auto same = std::find_if(present.begin(), present.end(), [&](const Marker& other) {
+        return boost::algorithm::iequals(other.uuid, marker.uuid, std::locale::classic());
+    });
     if (same != present.end())
         marker = *same;
     else if (!dryRun)

@@ -41,7 +41,7 @@ Json toJson(const pm::MetadataNode& node) {
 
 Json toJson(const pm::MetadataPath& path, const pm::MetadataNode* node) {
     Json json = toJson(path);
-    json["node"] = node ? toJson(*node) : Json(nullptr);
+    json["node"] = toJsonOrNull(node);
     return json;
 }
 

@@ -37,6 +37,12 @@ Json toJson(const operations::NodeAddress& address);
 /// As `toJson(path)`, and the member "node": `node`, or null.
 Json toJson(const pm::MetadataPath& path, const pm::MetadataNode* node);
 
+/// As `toJson(*value)`; null where a pointer or an optional has none.
+template <class Value>
+Json toJsonOrNull(const Value& value) {
+    return value ? toJson(*value) : Json(nullptr);
+}
+
 /// The address that `json`, a list of steps, is (PathText.hpp); no value if it is none.
 std::optional<operations::NodeAddress> addressFromJson(const std::string& json);
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cli/text/Errors.hpp"
+#include "cli/text/Escapes.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/SafeText.hpp"
 #include "host/Path.hpp"
@@ -19,13 +20,7 @@ const std::string rootText = "/";
 }
 
 std::string escapePart(const std::u16string& part, std::string_view marks) {
-    std::string text;
-    for (const char byte : escapeName(part)) {
-        if (marks.find(byte) != std::string_view::npos)
-            text += '\\';
-        text += byte;
-    }
-    return text;
+    return escapeMarks(escapeName(part), marks);
 }
 
 /// Reads one step after the other.
@@ -97,51 +92,13 @@ private:
     }
 
     std::u16string readEscape() {
-        const char16_t mark = isAtEnd() ? u'\0' : units_[next_++];
-        switch (mark) {
-            case u'\\':
-            case u'|':
-            case u':':
-            case u'[':
-            case u'#':
-                return std::u16string(1, mark);
-            case u't':
-                return u"\t";
-            case u'n':
-                return u"\n";
-            case u'r':
-                return u"\r";
-            case u'x':
-                return std::u16string(1, static_cast<char16_t>(0xDC00 + readNumber(2)));
-            case u'u':
-                return std::u16string(1, static_cast<char16_t>(readNumber(4)));
-            case u'U':
-                return toUtf16(readNumber(8));
-            default:
-                refuse(text_, "after a backslash comes one of \\ | : # [ t n r x u U");
-        }
-    }
-
-    char32_t readNumber(std::size_t digits) {
-        constexpr std::u16string_view values = u"0123456789ABCDEF";
-        char32_t number = 0;
-        for (std::size_t i = 0; i < digits; ++i) {
-            const char16_t digit = isAtEnd() ? u'\0' : units_[next_++];
-            const std::size_t value = values.find(digit >= u'a' && digit <= u'f' ? char16_t(digit - 0x20) : digit);
-            if (value == std::u16string_view::npos)
-                refuse(text_, "an escape lacks hexadecimal digits");
-            number = number * 16 + static_cast<char32_t>(value);
-        }
-        return number;
-    }
-
-    std::u16string toUtf16(char32_t character) const {
-        if (character > 0x10FFFF)
-            refuse(text_, "an escape names no character");
-        if (character < 0x10000)
-            return std::u16string(1, static_cast<char16_t>(character));
-        const char32_t rest = character - 0x10000;
-        return {static_cast<char16_t>(0xD800 + (rest >> 10)), static_cast<char16_t>(0xDC00 + (rest & 0x3FF))};
+        const auto refuseEscape = [this](const char* reason) { refuse(text_, reason); };
+        const auto [mark, value] = cli::readEscape(units_, next_, refuseEscape);
+        if (mark == U'x')
+            return std::u16string(1, static_cast<char16_t>(0xDC00 + value));
+        if (std::u32string_view(U"\\|:[#tnruU").find(mark) == std::u32string_view::npos)
+            refuseEscape("after a backslash comes one of \\ | : # [ t n r x u U");
+        return toUnits(value);
     }
 
     const std::string& text_;
