@@ -13,7 +13,6 @@
 
 #include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
 #include "operations/FolderVersion.hpp"
 #include "operations/MetadataFolder.hpp"

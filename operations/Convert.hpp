@@ -6,11 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/Errors.hpp"
 #include "operations/Library.hpp"
 #include "operations/Progress.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 

@@ -7,7 +7,6 @@
 #include "host/FileUtils.hpp"
 #include "host/SettingsService.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/Disk.hpp"

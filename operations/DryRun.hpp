@@ -1,10 +1,8 @@
 /// What a change that is only shown would fail at. Main thread only.
 #pragma once
 
-#include "host/Path.hpp"
 #include "operations/Library.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 

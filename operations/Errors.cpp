@@ -7,10 +7,8 @@
 #include <variant>
 #include <vector>
 
-#include "host/Text.hpp"
 #include "operations/XmlCheck.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 
 namespace operations {
 

@@ -1,11 +1,9 @@
 /// All metadata of a project, or of one of its paths, in one file.
 #pragma once
 
-#include "host/Path.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/Library.hpp"
 #include "operations/Progress.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 

@@ -16,10 +16,9 @@
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/Git.hpp"
-#include "project/metadata/MetadataErrors.hpp"
+#include "operations/Library.hpp"
 #include "store_support/Disk.hpp"
 
 namespace operations {

@@ -11,7 +11,6 @@
 
 #include "host/FileSystem.hpp"
 #include "host/TempDirGuard.hpp"
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/Git.hpp"
 #include "operations/MetadataTree.hpp"

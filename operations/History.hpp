@@ -7,11 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/Library.hpp"
 #include "operations/Progress.hpp"
 #include "operations/TreeDiff.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 

@@ -6,14 +6,12 @@
 #include <memory>
 
 #include "host/FileSystem.hpp"
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NewMetadata.hpp"
 #include "operations/NodeAddress.hpp"
 #include "operations/Project.hpp"
 #include "operations/Restore.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "project/metadata/SingleFileExport.hpp"
 #include "store_support/CoreFileType.hpp"

@@ -5,11 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/Library.hpp"
 #include "operations/Progress.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 

@@ -1,7 +1,10 @@
-/// The library, by the short name that operations have for it.
+/// What all operations name of the library and the host, and the short name that they have for the library.
 #pragma once
 
-namespace project::metadata {}
+#include "host/Path.hpp"
+#include "host/Text.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 

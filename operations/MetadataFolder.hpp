@@ -7,10 +7,8 @@
 #include <set>
 #include <string>
 
-#include "host/Path.hpp"
 #include "operations/Library.hpp"
 #include "operations/Progress.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 

@@ -7,7 +7,6 @@
 #include <set>
 #include <utility>
 
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/Project.hpp"

@@ -7,13 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/Library.hpp"
 #include "operations/Progress.hpp"
 #include "project/metadata/MetadataFiles.hpp"
-#include "project/metadata/MetadataManager.hpp"
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/Project.hpp"
 #include "project/metadata/FactoryRegistry.hpp"

@@ -2,8 +2,6 @@
 
 #include <map>
 
-#include "host/Text.hpp"
-
 namespace operations {
 
 namespace {

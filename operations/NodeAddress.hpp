@@ -13,8 +13,6 @@
 
 #include "operations/Errors.hpp"
 #include "operations/Library.hpp"
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 

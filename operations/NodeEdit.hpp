@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "operations/Library.hpp"
-#include "project/metadata/MetadataNode.hpp"
 
 namespace operations {
 

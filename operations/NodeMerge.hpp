@@ -25,7 +25,6 @@
 
 #include "operations/Library.hpp"
 #include "operations/MetadataTree.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 

@@ -5,7 +5,6 @@
 #include <utility>
 #include <vector>
 
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NodeEdit.hpp"
 #include "operations/NodeMerge.hpp"

@@ -7,7 +7,6 @@
 #include <memory>
 
 #include "operations/Library.hpp"
-#include "project/metadata/MetadataNode.hpp"
 
 namespace operations {
 

@@ -6,10 +6,8 @@
 #include <exception>
 #include <system_error>
 
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"

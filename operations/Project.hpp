@@ -6,10 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/Library.hpp"
 #include "project/metadata/MetadataDamage.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 

@@ -10,7 +10,6 @@
 
 #include "host/FileUtils.hpp"
 #include "host/MessageException.hpp"
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NodeMerge.hpp"
 #include "operations/Project.hpp"
@@ -21,7 +20,6 @@
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"

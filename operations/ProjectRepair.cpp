@@ -9,7 +9,6 @@
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
-#include "host/Text.hpp"
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
 #include "operations/Workshop.hpp"

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FolderScan.hpp"

@@ -13,10 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/FolderScan.hpp"
 #include "operations/Library.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 

@@ -10,7 +10,6 @@
 #include <tuple>
 
 #include "operations/ScannedNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 

@@ -9,7 +9,6 @@
 #include "operations/Progress.hpp"
 #include "operations/ScanRecord.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 

@@ -5,7 +5,6 @@
 #include <optional>
 #include <vector>
 
-#include "host/Text.hpp"
 #include "operations/NodeEdit.hpp"
 #include "operations/NodeMerge.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"

@@ -16,7 +16,6 @@
 
 #include "operations/FolderScan.hpp"
 #include "operations/Library.hpp"
-#include "project/metadata/MetadataNode.hpp"
 
 namespace operations {
 

@@ -11,7 +11,6 @@
 
 #include "operations/Library.hpp"
 #include "operations/SiblingOrder.hpp"
-#include "project/metadata/MetadataNode.hpp"
 
 namespace operations {
 

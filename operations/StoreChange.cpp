@@ -4,7 +4,6 @@
 #include <map>
 
 #include "host/Interruption.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/PathRenamer.hpp"
 #include "store_support/EqualTrees.hpp"
 

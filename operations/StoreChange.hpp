@@ -11,7 +11,6 @@
 
 #include "operations/Library.hpp"
 #include "operations/MetadataTree.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 

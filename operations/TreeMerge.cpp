@@ -107,16 +107,12 @@ MergeResult keepOnePath(const MetadataTree& base, const MetadataTree& ours, cons
         return {theirs, {}};
     // The file is to be that of the other path, which has come in place of that of the base.
     MergeResult result{isBase && base.root.step == ours.root.step ? theirs : ours, {}};
-    const auto describe = [](const MetadataTree& tree) { return tree.rootPath().string(); };
+    const auto describe = [](const MetadataTree& tree) { return Text(tree.rootPath().string()); };
+    const Text before = isBase ? describe(base) : Text();
     NodeMerge nodes;
-    result.tree.root.node = nodes.mark({Conflict::What::path,
-                                        result.tree.rootPath(),
-                                        {},
-                                        {},
-                                        isBase ? Text(describe(base)) : Text(),
-                                        describe(ours),
-                                        describe(theirs)},
-                                       result.tree.root.node);
+    result.tree.root.node =
+        nodes.mark({Conflict::What::path, result.tree.rootPath(), {}, {}, before, describe(ours), describe(theirs)},
+                   result.tree.root.node);
     result.conflicts = nodes.takeConflicts();
     return result;
 }

@@ -11,7 +11,6 @@
 #include "operations/MetadataTree.hpp"
 #include "operations/Progress.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "host/Interruption.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 
 namespace operations {
 

@@ -12,7 +12,6 @@
 
 #include "operations/Library.hpp"
 #include "operations/Progress.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 

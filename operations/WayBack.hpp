@@ -7,7 +7,6 @@
 
 #include "operations/Library.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 

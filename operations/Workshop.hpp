@@ -8,12 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "host/TempDirGuard.hpp"
 #include "operations/Library.hpp"
 #include "operations/MetadataTree.hpp"
 #include "operations/Progress.hpp"
-#include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/MetadataManagerFactory.hpp"
 #include "store_support/FolderLock.hpp"
 

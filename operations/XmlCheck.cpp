@@ -8,9 +8,7 @@
 #include <libxml/parser.h>
 #include <libxml/xmlreader.h>
 
-#include "host/Text.hpp"
 #include "project/exception/ProjectException.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"

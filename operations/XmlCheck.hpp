@@ -7,9 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/Library.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 
