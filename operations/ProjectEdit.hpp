@@ -3,6 +3,7 @@
 /// One thread at a time, as the stores.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -15,9 +16,10 @@
 #include "operations/NodeEdit.hpp"
 #include "operations/Progress.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
+
+class EditedPaths;
 
 /// What `ProjectEdit::set` may make.
 struct SetRequest {
@@ -74,7 +76,6 @@ public:
     void apply(const StoreChange& change);
 
 private:
-    struct Branch;
     struct Content;
 
     Content& contentOf(const pm::MetadataPath& path);
@@ -82,34 +83,20 @@ private:
     NodeDraft& requireNode(const NodeAddress& address);
     NodeDraft& makeNode(const NodeAddress& address);
     NodeAddress addChild(const NodeAddress& address, const std::optional<Place>& place);
-    void removeBranch(const pm::MetadataPath& path);
-    void makePath(const pm::MetadataPath& path);
     bool canRename(const pm::MetadataPath& from, const pm::MetadataPath& to) const;
     void settleRenaming();
-    void moveBranch(const pm::MetadataPath& from, const pm::MetadataPath& to);
+    void moveInTree(const pm::MetadataPath& from, const pm::MetadataPath& to);
     bool moveLeaf(const pm::MetadataPath& from, const pm::MetadataPath& to);
     void requirePath(const pm::MetadataPath& path, const std::string& advice = {});
     void requireTarget(const pm::MetadataPath& from, const pm::MetadataPath& to, const std::string& verb);
-    void fillCopy(const Branch& source, const pm::MetadataPath& from, const pm::MetadataPath& to, Branch& target,
-                  Progress& progress);
-    void forget(const Branch& branch, const pm::MetadataPath& path);
-    static void listBranch(const Branch& branch, const pm::MetadataPath& path, std::vector<pm::MetadataPath>& paths);
-    Branch& tree();
-    Branch* findBranch(const pm::MetadataPath& path);
+    std::function<void(const pm::MetadataPath& from, const pm::MetadataPath& to)> copyNode();
+    void setNode(const pm::MetadataPath& path, const NodePtr& node);
 
     pm::MetadataManager& store_;
-    Observer& observer_;
     std::map<pm::MetadataPath, Content, BySteps> contents_;  // of paths that were looked at
     // What was moved first, as long as that is all: the store can do it by itself.
     std::optional<std::pair<pm::MetadataPath, pm::MetadataPath>> renaming_;
-    std::vector<pm::MetadataPath> added_;  // until there is a tree
-    PathSet addedSet_;
-    std::vector<pm::MetadataPath> gone_;     // the tops of what was removed; likewise
-    std::vector<pm::MetadataPath> removed_;  // all of it
-    PathSet removedSet_;
-    bool hasBranches_ = false;              // whether a path was added that may have no node
-    std::unique_ptr<Branch> tree_;          // once adding alone, or removing alone, is not all
-    std::vector<pm::MetadataPath> before_;  // the paths of the store, in the order of the tree
+    std::unique_ptr<EditedPaths> paths_;
 };
 
 }  // namespace operations
