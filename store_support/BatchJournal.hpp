@@ -37,13 +37,11 @@ using Journal = std::vector<JournalEntry>;
 /// Failing is as good as dying: whatever fails, what is there is the old content, or is made the old or the new one as
 /// a whole by the next `recover`. A step that fails is taken back at once, with those before it. After a flush that
 /// failed nobody knows what is on disk, so nothing is taken back any more.
-/// @throws MetadataWriteFailure, MetadataReadFailure naming the file at which it failed and
-///         the cause
+/// @throws MetadataWriteFailure, MetadataReadFailure naming the file at which it failed and the cause
 void carryOut(const Path& folder, const Journal& journal);
 
 /// Completes, or if that fails takes back, what an interrupted `carryOut` left, and removes the scratch folder.
-/// @throws MetadataWriteFailure, MetadataReadFailure naming the file at which that fails, or a
-///         journal that is none
+/// @throws MetadataWriteFailure, MetadataReadFailure naming the file at which that fails, or a journal that is none
 void recover(const Path& folder);
 
 /// Whether a batch is being carried out in `folder`, or was interrupted there and can be completed: then its files may

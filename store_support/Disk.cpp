@@ -9,7 +9,6 @@
 #include <memory>
 #include <system_error>
 
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "store_support/StoreErrors.hpp"
 
@@ -121,7 +120,7 @@ std::vector<std::string> listNames(const Path& path) {
     while (const dirent* const entry = folder ? readNext(folder, code) : nullptr)
         names.emplace_back(entry->d_name);
     if (code != 0)
-        raise<ListChildFilesFailure>(path.text(), host::fromUtf8(std::generic_category().message(code)));
+        raise<ListChildFilesFailure>(path.text(), fromUtf8(std::generic_category().message(code)));
     return names;
 }
 

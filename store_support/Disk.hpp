@@ -91,8 +91,7 @@ void requireRegular(const Path& path, const struct stat& status);
 std::optional<OpenFile> openRegularFile(const Path& file, int flags = O_NOFOLLOW);
 
 /// The bytes of the regular file `file`; no value if it does not exist.
-/// @throws MetadataReadFailure, also for anything but a regular file and for one that is larger than
-///         `maximumSize`
+/// @throws MetadataReadFailure, also for anything but a regular file and for one that is larger than `maximumSize`
 std::optional<std::string> readRegularFile(const Path& file, std::size_t maximumSize);
 
 /// Makes `bytes` the content of `file`, which need not exist, and flushes it.

@@ -30,9 +30,8 @@ struct FileBatch {
 /// permissions. Nothing is written through a symbolic link.
 ///
 /// @param lock the lock of the folder
-/// @throws MetadataWriteFailure, ReadOnlyMetadataFailure, MetadataReadFailure naming the file or
-///         folder and the cause; FailedToMakeMetadataWritable; host::InterruptedException while nothing has been
-///         touched
+/// @throws MetadataWriteFailure, ReadOnlyMetadataFailure, MetadataReadFailure naming the file or folder and the cause;
+///         FailedToMakeMetadataWritable; host::InterruptedException while nothing has been touched
 void commit(const FileBatch& batch, const FolderLock& lock);
 
 }  // namespace store_support

@@ -15,7 +15,6 @@
 #include <system_error>
 
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
 
@@ -73,7 +72,7 @@ public:
         const mode_t mode = isPrivate ? 0600 : 0666;
         for (;;) {
             const std::uint64_t number = std::uint64_t{random_()} << 32 | random_();
-            path_ = target.parentPath() / host::fromUtf8(".replacement-" + std::to_string(number));
+            path_ = target.parentPath() / fromUtf8(".replacement-" + std::to_string(number));
             const Descriptor made(path_.accessName(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
             if (made.isOpen())
                 return;
@@ -195,7 +194,7 @@ void writeStaged(const FileWriter& write, const Path& staged, const Path& file) 
         const int reason = errno == 0 ? EIO : errno;
         const auto& cause = std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
         raise<MetadataWriteFailure>(file.text(),
-                                    cause.empty() ? host::fromUtf8(std::generic_category().message(reason)) : cause);
+                                    cause.empty() ? fromUtf8(std::generic_category().message(reason)) : cause);
     }
 }
 

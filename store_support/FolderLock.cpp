@@ -14,7 +14,6 @@
 
 #include "host/DiagnosticLogger.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/StoreErrors.hpp"
@@ -87,7 +86,7 @@ std::u16string describeHolder(const std::string& name) {
         std::string program;
         if (std::getline(comm, program))
             process.append(", ").append(program);
-        return u" (process " + host::fromUtf8(process) + u")";
+        return u" (process " + fromUtf8(process) + u")";
     }
     return {};
 }
@@ -104,13 +103,13 @@ void waitFor(const Attempt& attempt, Clock::time_point end, std::chrono::millise
         if (!isTold && Clock::now() >= patience) {
             isTold = true;
             host::DiagnosticLogger(project::metadata::waitingChannel)
-                .log(host::Severity::info, "Waiting for another program" + host::toUtf8(describeHolder(name)) +
+                .log(host::Severity::info, "Waiting for another program" + toUtf8(describeHolder(name)) +
                                                ", which holds the lock \"" + name + '"');
         }
         if (Clock::now() >= end) {
             raise<MetadataWriteFailure>(file.text(), u"another program" + describeHolder(name) +
                                                          u" has held this lock for more than " +
-                                                         host::fromUtf8(std::to_string(limit.count())) + u" ms");
+                                                         fromUtf8(std::to_string(limit.count())) + u" ms");
         }
         host::Interruption::throwIfRequested();
         std::this_thread::sleep_for(pollInterval);

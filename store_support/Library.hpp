@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/Path.hpp"
+#include "host/Text.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -10,7 +11,9 @@
 
 namespace store_support {
 
+using host::fromUtf8;
 using host::Path;
+using host::toUtf8;
 using project::metadata::coreFileName;
 using project::metadata::MetadataDamage;
 using project::metadata::MetadataNode;

@@ -5,7 +5,6 @@
 #include <utility>
 #include <vector>
 
-#include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/HexDigits.hpp"
@@ -142,8 +141,7 @@ std::u16string getText(const MetadataNode& xml, const std::u16string& key, const
 bool survivesXml(const std::u16string& text) {
     const bool hasOnlySafeUnits =
         std::all_of(text.begin(), text.end(), [](char16_t unit) { return unit >= 0x20 && unit < 0xD800; });
-    return hasOnlySafeUnits ||
-           (project::metadata::isValidAttribute(text) && host::fromUtf8(host::toUtf8(text)) == text);
+    return hasOnlySafeUnits || (project::metadata::isValidAttribute(text) && fromUtf8(toUtf8(text)) == text);
 }
 
 void putPathElement(MetadataNode& xml, const PathElement& element) {

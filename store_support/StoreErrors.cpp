@@ -3,13 +3,12 @@
 #include <system_error>
 
 #include "host/FileUtils.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 
 namespace store_support {
 
 void raiseSystemError(const Path& path, int code) {
-    raise<MetadataWriteFailure>(path.text(), host::fromUtf8(std::generic_category().message(code)));
+    raise<MetadataWriteFailure>(path.text(), fromUtf8(std::generic_category().message(code)));
 }
 
 void requireWritable(const Path& path) {
@@ -21,7 +20,7 @@ void requireWritable(const Path& path) {
 }
 
 void raiseReadError(const Path& path, int code) {
-    raise<MetadataReadFailure>(path.text(), host::fromUtf8(std::generic_category().message(code)));
+    raise<MetadataReadFailure>(path.text(), fromUtf8(std::generic_category().message(code)));
 }
 
 std::u16string getReadProblem(const MetadataReadFailure& error) {
@@ -38,7 +37,7 @@ void reportDamage(const MetadataDamage& damage) {
     if (project::metadata::tellDamage(damage))
         return;
     project::metadata::logger().log(host::Severity::warning,
-                                    damage.file.accessName() + " is damaged: " + host::toUtf8(damage.problem));
+                                    damage.file.accessName() + " is damaged: " + toUtf8(damage.problem));
 }
 
 }  // namespace store_support

@@ -5,7 +5,6 @@
 
 #include "host/FileSystem.hpp"
 #include "host/TempDirGuard.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/SharedNode.hpp"
@@ -47,9 +46,9 @@ std::u16string findDifference(const MetadataNode& read, const MetadataNode& writ
 void requireStorable(const MetadataPath& path, const Path& file) {
     const std::size_t steps = path.getPath().size();
     if (steps > maximumSteps) {
-        raise<MetadataWriteFailure>(file.text(), u"a path of " + host::fromUtf8(std::to_string(steps)) +
+        raise<MetadataWriteFailure>(file.text(), u"a path of " + fromUtf8(std::to_string(steps)) +
                                                      u" steps would be in it; no store takes more than " +
-                                                     host::fromUtf8(std::to_string(maximumSteps)));
+                                                     fromUtf8(std::to_string(maximumSteps)));
     }
     for (const PathElement& element : path.getPath()) {
         if (element.getType().size() + element.getLocation().size() <= longElement)
@@ -72,7 +71,7 @@ std::shared_ptr<const MetadataNode> borrowNode(const MetadataNode* node) {
 void requireDepth(int depth, const Path& file) {
     if (depth >= maximumXmlDepth) {
         raise<MetadataWriteFailure>(file.text(), u"its elements would be nested more than " +
-                                                     host::fromUtf8(std::to_string(maximumXmlDepth)) +
+                                                     fromUtf8(std::to_string(maximumXmlDepth)) +
                                                      u" levels deep, which cannot be read back");
     }
 }

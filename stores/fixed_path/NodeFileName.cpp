@@ -6,7 +6,6 @@
 #include <boost/uuid/name_generator_sha1.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "store_support/HexDigits.hpp"
 
@@ -95,12 +94,12 @@ std::u16string cut(const std::u16string& name) {
     std::size_t kept = 0;
     for (std::size_t bytes = 0; bytes <= cutNameLength;) {
         const std::size_t length = encodedLength(name, kept);
-        bytes += host::toUtf8(name.substr(kept, length)).size();
+        bytes += toUtf8(name.substr(kept, length)).size();
         if (bytes <= cutNameLength)
             kept += length;
     }
-    const auto hash = boost::uuids::name_generator_sha1(hashNamespace)(host::toUtf8(name));
-    return name.substr(0, kept) + separator + cutMark + host::fromUtf8(boost::uuids::to_string(hash));
+    const auto hash = boost::uuids::name_generator_sha1(hashNamespace)(toUtf8(name));
+    return name.substr(0, kept) + separator + cutMark + fromUtf8(boost::uuids::to_string(hash));
 }
 
 /// The character that is escaped at `name[i]`; `i` moves to its last unit. No value if there is none.
@@ -134,7 +133,7 @@ std::u16string nodeFolderName(const PathElement& element) {
     escapeEdges(name);
     constexpr std::size_t longestCharacter = 3;  // bytes of UTF-8 a unit of UTF-16 at most
     const bool isShort = longestCharacter * name.size() <= maximumNameLength;
-    return isShort || host::toUtf8(name).size() <= maximumNameLength ? name : cut(name);
+    return isShort || toUtf8(name).size() <= maximumNameLength ? name : cut(name);
 }
 
 std::u16string nodeFileName(const PathElement& element) {

@@ -180,10 +180,6 @@ void MonolithicManager::addPath(const MetadataPath& path) {
     change(edited([&](Draft& draft) { addPathTo(draft, path, file_); }));
 }
 
-void MonolithicManager::removePath(const MetadataPath& path) {
-    removePaths({path});
-}
-
 std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& path) const {
     const SharedTree* const tree = load().find(path);
     if (!tree)
@@ -256,10 +252,6 @@ std::vector<MetadataDamage> MonolithicManager::findDamage() const {
 
 std::vector<project::metadata::StoreFile> MonolithicManager::listFiles() const {
     return listStoreFiles(folder_, {});
-}
-
-Path MonolithicManager::getNodeFile(const MetadataPath& /*path*/) const {
-    return file_;
 }
 
 void MonolithicManager::change(const Edit& edit) {

@@ -19,7 +19,6 @@
 #include <stdexcept>
 
 #include "host/SettingsService.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/PathXml.hpp"
@@ -70,7 +69,7 @@ std::optional<Address> readAddress(const Path& coreFile) {
     if (!isName(address.server.service) || !isName(address.server.schema))
         refuse(u"it does not name a service and a schema where the metadata is");
     try {
-        address.project = boost::uuids::string_generator()(host::toUtf8(xml.root->get(projectKey)));
+        address.project = boost::uuids::string_generator()(toUtf8(xml.root->get(projectKey)));
     } catch (const std::runtime_error&) {
         refuse(u"it does not say which project of the schema it is");
     }
@@ -82,12 +81,12 @@ void writeAddress(const Address& address, const Path& file) {
     core.put(metadataTypeKey(), postgresqlName);
     core.put(serviceKey, address.server.service);
     core.put(schemaKey, address.server.schema);
-    core.put(projectKey, host::fromUtf8(to_string(address.project)));
+    core.put(projectKey, fromUtf8(to_string(address.project)));
     project::metadata::writeToFile(core, file, true);
 }
 
 std::u16string getSettingName() {
-    return u'"' + host::fromUtf8(settingsKey) + u"\" in \"" + host::fromUtf8(settingsGroup) + u'"';
+    return u'"' + fromUtf8(settingsKey) + u"\" in \"" + fromUtf8(settingsGroup) + u'"';
 }
 
 std::vector<Server> getAllowedServers(const Path& coreFile) {

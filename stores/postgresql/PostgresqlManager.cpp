@@ -33,10 +33,6 @@ void PostgresqlManager::addPath(const MetadataPath& path) {
     project_.change(NodesEdit({{path, std::nullopt, true}}, project_.getCoreFile()));
 }
 
-void PostgresqlManager::removePath(const MetadataPath& path) {
-    removePaths({path});
-}
-
 std::unique_ptr<MetadataNode> PostgresqlManager::getNode(const MetadataPath& path) const {
     const Row* const row = findRow(path);
     if (!row || !row->node)
@@ -106,10 +102,6 @@ std::vector<MetadataDamage> PostgresqlManager::findDamage() const {
 
 std::vector<project::metadata::StoreFile> PostgresqlManager::listFiles() const {
     return listStoreFiles(project_.getCoreFile().parentPath(), {});
-}
-
-Path PostgresqlManager::getNodeFile(const MetadataPath& /*path*/) const {
-    return {};
 }
 
 std::vector<project::metadata::MetadataOption> PostgresqlManager::getOptions() const {

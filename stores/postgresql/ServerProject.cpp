@@ -31,7 +31,6 @@
 #include <utility>
 
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "store_support/CoreFileType.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FileBatch.hpp"
@@ -66,7 +65,7 @@ uuid makeRandom() {
 }
 
 std::u16string describe(const Address& address) {
-    return u"the project " + host::fromUtf8(to_string(address.project)) + u" in the schema \"" + address.server.schema +
+    return u"the project " + fromUtf8(to_string(address.project)) + u" in the schema \"" + address.server.schema +
            u"\" of the service \"" + address.server.service + u'"';
 }
 
@@ -119,11 +118,11 @@ bool ServerProject::find() {
 }
 
 void ServerProject::connect(const Server& server, Clock::time_point end) {
-    connection_.emplace(host::toUtf8(server.service), end);
+    connection_.emplace(toUtf8(server.service), end);
     connected_ = server;
     listensTo_.reset();
     Calls calls;
-    prepareSession(calls, host::toUtf8(server.schema), limit_);
+    prepareSession(calls, toUtf8(server.schema), limit_);
     const std::size_t version = calls.size();
     askForVersion(calls);
     try {
@@ -452,9 +451,9 @@ std::u16string ServerProject::describe() const {
 }
 
 std::u16string ServerProject::describe(const Address& address, const ServerError& error) const {
-    std::u16string cause = host::fromUtf8(error.what());
+    std::u16string cause = fromUtf8(error.what());
     if (error.state() == lockNotAvailable)
-        cause = u"another program has held it for more than " + host::fromUtf8(std::to_string(limit_.count())) + u" ms";
+        cause = u"another program has held it for more than " + fromUtf8(std::to_string(limit_.count())) + u" ms";
     return postgresql::describe(address) + u": " + cause;
 }
 

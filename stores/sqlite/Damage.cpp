@@ -1,6 +1,5 @@
 #include "stores/sqlite/Damage.hpp"
 
-#include "host/Text.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/TreeRules.hpp"
 
@@ -16,7 +15,7 @@ constexpr const char* selectUnreachable =
 constexpr const char* selectRoot = "SELECT parent IS NULL AND type = '' AND location = '' FROM path WHERE id = 0";
 
 std::u16string describe(const PathTable& table, RowId id) {
-    return u"the path \"" + table.getPath(id).string() + u"\" (row " + host::fromUtf8(std::to_string(id)) + u")";
+    return u"the path \"" + table.getPath(id).string() + u"\" (row " + fromUtf8(std::to_string(id)) + u")";
 }
 
 /// @param problems is filled as far as the database can be read
@@ -25,7 +24,7 @@ void findDamage(PathTable& table, std::vector<std::u16string>& problems) {
     const Statement integrity = prepare(connection, "PRAGMA integrity_check");
     for (Query query(integrity); query.next();) {
         if (query.bytes(0) != "ok")
-            problems.push_back(host::fromUtf8(query.bytes(0)));
+            problems.push_back(fromUtf8(query.bytes(0)));
     }
     const Statement root = prepare(connection, selectRoot);
     if (Query query(root); !query.next() || query.integer(0) == 0)
@@ -33,7 +32,7 @@ void findDamage(PathTable& table, std::vector<std::u16string>& problems) {
     const Statement unreachable = prepare(connection, selectUnreachable);
     for (Query query(unreachable, std::int64_t{maximumSteps}); query.next();) {
         problems.push_back(describe(table, query.integer(0)) + u" has no way to the root path, or one of more than " +
-                           host::fromUtf8(std::to_string(maximumSteps)) + u" steps");
+                           fromUtf8(std::to_string(maximumSteps)) + u" steps");
     }
     const Statement rows = prepare(connection, "SELECT id, type, location, node FROM path ORDER BY id");
     for (Query query(rows); query.next();) {
@@ -52,7 +51,7 @@ std::vector<std::u16string> findDamage(PathTable& table) {
     try {
         findDamage(table, problems);
     } catch (const SqliteError& error) {
-        problems.push_back(host::fromUtf8(error.what()));
+        problems.push_back(fromUtf8(error.what()));
     }
     return problems;
 }

@@ -29,7 +29,6 @@
 
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
@@ -71,7 +70,7 @@ std::string getOpenName(const Path& file) {
     const std::string folder = project::metadata::getParentFolder(file).accessName();
     char* const resolved = realpath(folder.c_str(), nullptr);
     if (!resolved) {
-        raise<MetadataReadFailure>(file.text(), host::fromUtf8(std::generic_category().message(errno)));
+        raise<MetadataReadFailure>(file.text(), fromUtf8(std::generic_category().message(errno)));
     }
     std::string name = resolved;
     std::free(resolved);
@@ -135,7 +134,7 @@ bool holdsDatabase(const Path& folder) {
             return true;  // opening it will tell
         if (error.isNoDatabase())
             return false;
-        raise<MetadataReadFailure>(file.text(), host::fromUtf8(error.what()));
+        raise<MetadataReadFailure>(file.text(), fromUtf8(error.what()));
     }
 }
 
@@ -495,13 +494,13 @@ std::u16string Database::getCause(const SqliteError& error) const {
     const auto longest = static_cast<std::size_t>(sqlite3_vfs_find(nullptr)->mxPathname);
     if (error.isCannotOpen() && file_.accessName().size() + roomForEndings > longest) {
         return u"its name, with the folders, is too long for SQLite, which takes about " +
-               host::fromUtf8(std::to_string(longest)) + u" bytes";
+               fromUtf8(std::to_string(longest)) + u" bytes";
     }
     if (error.isGivenUp())
         return u"to look through it takes longer than that of any undamaged file of its size";
     if (!error.isLock())
-        return host::fromUtf8(error.what());
-    return u"another program has held it for more than " + host::fromUtf8(std::to_string(lockLimit_.count())) + u" ms";
+        return fromUtf8(error.what());
+    return u"another program has held it for more than " + fromUtf8(std::to_string(lockLimit_.count())) + u" ms";
 }
 
 }  // namespace stores::sqlite

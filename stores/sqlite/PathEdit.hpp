@@ -13,9 +13,8 @@ namespace stores::sqlite {
 
 /// Each operation returns whether it changes something. One that only looks stops at the first sign of that.
 ///
-/// @throws MetadataWriteFailure naming the file and the path, if a node would be replaced or a path
-///         removed that somebody else has changed unseen, or that is damaged, or if a path has too many steps; as
-///         `PathTable`
+/// @throws MetadataWriteFailure naming the file and the path, if a node would be replaced or a path removed that
+///         somebody else has changed unseen, or that is damaged, or if a path has too many steps; as `PathTable`
 class PathEdit {
 public:
     enum class Mode { look, write };

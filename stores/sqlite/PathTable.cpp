@@ -20,7 +20,6 @@
 #include <array>
 #include <iterator>
 
-#include "host/Text.hpp"
 #include "store_support/Positions.hpp"
 #include "store_support/TreeRules.hpp"
 
@@ -97,7 +96,7 @@ std::int64_t getNumber(sqlite3& connection, const char* sql) {
 }
 
 std::u16string toText(std::int64_t number) {
-    return host::fromUtf8(std::to_string(number));
+    return fromUtf8(std::to_string(number));
 }
 
 }  // namespace
@@ -128,8 +127,8 @@ std::int64_t requireTables(sqlite3& connection, const Path& file) {
                                                     toText(schemaVersion) + u" is known");
     }
     const auto refuse = [&](const std::string& type, const std::string& name, const char16_t* problem) {
-        raise<MetadataReadFailure>(
-            file.text(), u"the " + host::fromUtf8(type) + u" \"" + host::fromUtf8(name) + u"\" in it " + problem);
+        raise<MetadataReadFailure>(file.text(),
+                                   u"the " + fromUtf8(type) + u" \"" + fromUtf8(name) + u"\" in it " + problem);
     };
     std::array<bool, std::size(schema)> isThere{};
     const Statement statement = prepare(connection, "SELECT type, name, sql FROM sqlite_schema");

@@ -28,10 +28,6 @@ void SqliteManager::addPath(const MetadataPath& path) {
     database_.change([&](PathEdit& edit) { return edit.add(path); });
 }
 
-void SqliteManager::removePath(const MetadataPath& path) {
-    removePaths({path});
-}
-
 std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) const {
     const ReadAhead::Entry* const entry = read(path);
     if (!entry || !entry->node)
@@ -135,10 +131,6 @@ std::vector<project::metadata::StoreFile> SqliteManager::listFiles() const {
     return listStoreFiles(
         file.parentPath(),
         {{file, true}, {beside(u"-journal"), true}, {beside(u"-wal"), true}, {beside(u"-shm"), false}});
-}
-
-Path SqliteManager::getNodeFile(const MetadataPath& /*path*/) const {
-    return database_.getFile();
 }
 
 ReadAhead& SqliteManager::getAhead() const {

@@ -37,7 +37,7 @@ public:
     void setNode(const MetadataPath& path, const MetadataNode& node) override;
     void removeNode(const MetadataPath& path) override;
     void addPath(const MetadataPath& path) override;
-    void removePath(const MetadataPath& path) override;
+    void removePath(const MetadataPath& path) override { removePaths({path}); }
     std::unique_ptr<MetadataNode> getNode(const MetadataPath& path) const override;
     void setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) override;
     void removePaths(const std::vector<MetadataPath>& paths) override;
@@ -47,7 +47,7 @@ public:
     void setPaths(const std::vector<MetadataPath>& paths) override;
     std::vector<MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
-    Path getNodeFile(const MetadataPath& path) const override;
+    Path getNodeFile(const MetadataPath& /*path*/) const override { return database_.getFile(); }
     void renamePath(const MetadataPath& path, const PathElement& element) override;
 
 private:
