@@ -1,10 +1,10 @@
-/// The library, by the short name that the command has for it, as the operations have.
+/// The command is written in the words of the operations, and of the library as those call it.
 #pragma once
 
 #include "operations/Library.hpp"
 
 namespace cli {
 
-namespace pm = operations::pm;
+using namespace operations;
 
 }  // namespace cli

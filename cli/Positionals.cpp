@@ -23,7 +23,7 @@ struct Positionals::Given {
 };
 
 host::Path findRoot() {
-    if (auto root = operations::findProject(host::FileUtils::makeAbsolute({})))
+    if (auto root = findProject(host::FileUtils::makeAbsolute({})))
         return *std::move(root);
     throw CommandError(Status::notAProject,
                        "Neither the current folder nor one above it is a project; name one, or create it with "
@@ -99,7 +99,7 @@ bool Positionals::hasList() const {
 bool Positionals::canBeRoot(const std::string& argument) const {
     // "/" is how the root path is written.
     const bool isFile = kind_ == RootKind::projectOrFile && (argument == "-" || operations::isFile(argument));
-    return argument != "/" && (isFile || operations::leadsToFolder(argument));
+    return argument != "/" && (isFile || leadsToFolder(argument));
 }
 
 bool Positionals::hasRoot(const std::vector<std::string>& given) const {

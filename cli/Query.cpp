@@ -14,7 +14,6 @@
 
 #include "cli/text/Errors.hpp"
 #include "cli/text/Glob.hpp"
-#include "host/Text.hpp"
 #include "operations/NodeEdit.hpp"
 
 namespace cli {
@@ -203,7 +202,7 @@ std::function<bool(const pm::MetadataNode*)> makeAttributeTest(const std::string
                       : relation == "=" ? makePattern(operand, manner)
                                         : makeComparison(relation, operand);
     return [key = host::fromUtf8(text.substr(0, end)), test](const pm::MetadataNode* node) {
-        const auto value = operations::findAttribute(node, key);
+        const auto value = findAttribute(node, key);
         return value && test(*value);
     };
 }

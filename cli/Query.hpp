@@ -9,8 +9,6 @@
 #include <vector>
 
 #include "cli/Names.hpp"
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace cli {
 

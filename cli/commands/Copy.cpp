@@ -1,11 +1,7 @@
 /// project-metadata copy: copies a path with everything below it.
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Editing.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 
 namespace cli {
 
@@ -16,7 +12,7 @@ Status copy(const Positionals::Values& values, const EditFlags& flags) {
     const pm::MetadataPath to = parsePath(values.texts[1]);
     Editing editing(values.root, flags);
     editing.edit().copy(from, to);
-    const operations::StoreChange change = editing.finish();
+    const StoreChange change = editing.finish();
     editing.tell(change, (editing.isDryRun() ? "Would copy " : "Copied ") + formatCount(change.added.size(), "path") +
                              ", from " + formatPath(from) + " to " + formatPath(to) + '\n');
     return Status::done;

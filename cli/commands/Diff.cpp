@@ -1,20 +1,11 @@
 /// project-metadata diff: what is different between two projects or files of metadata.
 
 #include <algorithm>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Options.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
 #include "cli/text/DiffText.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
 #include "operations/TreeDiff.hpp"
 #include "operations/TreeWalk.hpp"
@@ -22,10 +13,6 @@
 namespace cli {
 
 namespace {
-
-using operations::isAtOrBelow;
-using operations::MetadataTree;
-using operations::PathDiff;
 
 struct Arguments {
     std::string a, b;
@@ -38,13 +25,12 @@ bool hasPath(const MetadataTree& tree, const pm::MetadataPath& path) {
     const pm::MetadataPath root = tree.rootPath();
     const auto& steps = path.getPath();
     return isAtOrBelow(path, root) &&
-           operations::findPath(tree.root,
-                                pm::MetadataPath({steps.begin() + std::ptrdiff_t(root.getPath().size()), steps.end()}));
+           findPath(tree.root, pm::MetadataPath({steps.begin() + std::ptrdiff_t(root.getPath().size()), steps.end()}));
 }
 
 /// The differences that the arguments ask for.
 std::vector<PathDiff> findDiffs(const Arguments& arguments, const MetadataTree& before, const MetadataTree& after) {
-    std::vector<PathDiff> diffs = operations::diffTrees(before, after);
+    std::vector<PathDiff> diffs = diffTrees(before, after);
     if (!arguments.path)
         return diffs;
     const pm::MetadataPath top = parsePath(*arguments.path);
@@ -72,8 +58,8 @@ void printCounts(const std::vector<PathDiff>& diffs, bool isJson) {
 Status diff(const Arguments& arguments, bool isJson) {
     CommandObserver observer;
     const InputFile a(arguments.a), b(arguments.b);
-    const MetadataTree before = operations::readTree(a.path(), observer);
-    const MetadataTree after = operations::readTree(b.path(), observer);
+    const MetadataTree before = readTree(a.path(), observer);
+    const MetadataTree after = readTree(b.path(), observer);
     Progress progress("Comparing");
     const std::vector<PathDiff> diffs = findDiffs(arguments, before, after);
     progress.giveWay();

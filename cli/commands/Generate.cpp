@@ -4,9 +4,6 @@
 #include <algorithm>
 #include <cctype>
 #include <map>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <boost/algorithm/string/join.hpp>
@@ -15,9 +12,6 @@
 #include "cli/Command.hpp"
 #include "cli/HelpText.hpp"
 #include "cli/Meaning.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/SafeText.hpp"
 #include "project/Version.hpp"
 
 namespace cli {

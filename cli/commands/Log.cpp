@@ -1,33 +1,17 @@
 /// project-metadata log: who changed what in a path, from the history of git.
 
 #include <algorithm>
-#include <cstddef>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/text/DiffText.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
-#include "cli/text/SafeText.hpp"
 #include "cli/text/Terminal.hpp"
-#include "host/Text.hpp"
 #include "operations/History.hpp"
 #include "operations/NodeEdit.hpp"
 
 namespace cli {
 
 namespace {
-
-using operations::PathDiff;
-using operations::Revision;
 
 struct Flags {
     std::optional<std::string> key;
@@ -43,11 +27,11 @@ std::string show(const std::string& bytes) {
 bool concerns(const PathDiff& diff, const std::u16string& key) {
     if (!diff.node)
         return false;
-    const operations::NodeDiff& node = *diff.node;
+    const NodeDiff& node = *diff.node;
     if (!node.before || !node.after)
-        return operations::findAttribute(node.before, key) || operations::findAttribute(node.after, key);
+        return findAttribute(node.before, key) || findAttribute(node.after, key);
     return std::any_of(node.attributes.begin(), node.attributes.end(),
-                       [&](const operations::AttributeDiff& attribute) { return attribute.key == key; });
+                       [&](const AttributeDiff& attribute) { return attribute.key == key; });
 }
 
 Json describe(const Revision& revision) {
@@ -91,7 +75,7 @@ Status log(const Positionals::Values& values, const Flags& flags) {
         flushOutput();
         return true;
     };
-    const std::vector<Revision> unreadable = operations::walkHistory(values.root, {path, flags.below}, visit, observer);
+    const std::vector<Revision> unreadable = walkHistory(values.root, {path, flags.below}, visit, observer);
     if (*flags.isJson)
         list.end();
     flushOutput();

@@ -1,18 +1,10 @@
 /// project-metadata settings: the user's settings, and what is wrong with them.
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/SafeText.hpp"
 #include "cli/text/Suggestion.hpp"
 #include "host/SettingsService.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 

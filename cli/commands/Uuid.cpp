@@ -2,21 +2,10 @@
 
 #include <algorithm>
 #include <locale>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include <boost/algorithm/string/predicate.hpp>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/SafeText.hpp"
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/Project.hpp"
@@ -51,7 +40,7 @@ Markers findMarkers(const host::Path& folder) {
         if (!marked)
             continue;
         const std::string uuid = host::toUtf8(*marked);
-        if (operations::isUuid(uuid))
+        if (isUuid(uuid))
             markers.good.push_back({uuid, file});
         else
             markers.malformed.push_back(file);
@@ -72,7 +61,7 @@ void printMarkers(const std::vector<Marker>& markers, bool json) {
 }
 
 Status list(const host::Path& root, bool json) {
-    const Markers markers = findMarkers(pm::getParentFolder(operations::requireCoreFile(root)));
+    const Markers markers = findMarkers(pm::getParentFolder(requireCoreFile(root)));
     printMarkers(markers.good, json);
     flushOutput();
     for (const host::Path& file : markers.malformed)
@@ -84,12 +73,12 @@ Status list(const host::Path& root, bool json) {
 
 /// @param given the UUID in text form; without a value, a new one
 Status assign(const host::Path& root, const std::optional<std::string>& given, bool dryRun, bool json) {
-    if (given && !operations::isUuid(*given)) {
+    if (given && !isUuid(*given)) {
         throw CommandError(Status::usage, '"' + *given +
                                               "\" is no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 "
                                               "and 12, joined by \"-\"");
     }
-    const host::Path folder = pm::getParentFolder(operations::requireCoreFile(root));
+    const host::Path folder = pm::getParentFolder(requireCoreFile(root));
     const std::u16string uuid = given ? host::fromUtf8(*given) : pm::generateUUID();
     Marker marker{host::toUtf8(uuid), folder / (markerStart + uuid + markerEnd)};
     const std::vector<Marker> present = findMarkers(folder).good;
@@ -99,9 +88,9 @@ Status assign(const host::Path& root, const std::optional<std::string>& given, b
     if (same != present.end())
         marker = *same;
     else if (!dryRun)
-        operations::giveToOwnerOfFolder(marker.file = pm::assignUuid(root, uuid));
+        giveToOwnerOfFolder(marker.file = pm::assignUuid(root, uuid));
     else {
-        operations::requireFeasible(root);
+        requireFeasible(root);
         if (!json)
             printNote("Would write ");
     }

@@ -9,8 +9,6 @@
 
 namespace cli {
 
-using operations::StoreChange;
-
 std::string countChanges(const StoreChange& change) {
     return formatNumber(change.added.size()) + " added, " + formatNumber(change.updated.size()) + " updated, " +
            formatNumber(change.removed.size()) + " removed";

@@ -1,6 +1,5 @@
 #include "cli/text/DiffText.hpp"
 
-#include <optional>
 #include <vector>
 
 #include "cli/text/Output.hpp"
@@ -9,10 +8,6 @@
 #include "cli/text/Terminal.hpp"
 
 namespace cli {
-
-using operations::AttributeDiff;
-using operations::NodeDiff;
-using operations::PathDiff;
 
 namespace {
 

@@ -23,11 +23,11 @@ std::string makeAttribute(const std::u16string& key, const std::u16string& value
 void printNode(Sign sign, std::size_t level, const pm::MetadataNode& node, std::size_t position = 0);
 
 /// Prints the path of `diff`, `level` levels deep, and below it what is different.
-void printDiff(const operations::PathDiff& diff, std::size_t level = 0);
+void printDiff(const PathDiff& diff, std::size_t level = 0);
 
 enum class DiffParts { name, all };
 
 /// The members that docs/command.md lists; without those of the content for `DiffParts::name`.
-Json toJson(const operations::PathDiff& diff, DiffParts parts = DiffParts::all);
+Json toJson(const PathDiff& diff, DiffParts parts = DiffParts::all);
 
 }  // namespace cli

@@ -10,10 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/Names.hpp"
-#include "host/Path.hpp"
 #include "operations/NodeAddress.hpp"
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace cli {
 
@@ -32,7 +29,7 @@ Json toJson(const pm::MetadataPath& path);
 Json toJson(const pm::MetadataNode& node);
 
 /// As `toJson(path)` of the address's path, with "path" as `formatAddress`.
-Json toJson(const operations::NodeAddress& address);
+Json toJson(const NodeAddress& address);
 
 /// As `toJson(path)`, and the member "node": `node`, or null.
 Json toJson(const pm::MetadataPath& path, const pm::MetadataNode* node);
@@ -44,7 +41,7 @@ Json toJsonOrNull(const Value& value) {
 }
 
 /// The address that `json`, a list of steps, is (PathText.hpp); no value if it is none.
-std::optional<operations::NodeAddress> addressFromJson(const std::string& json);
+std::optional<NodeAddress> addressFromJson(const std::string& json);
 
 /// Prints `json` over several lines.
 void printJson(const Json& json);

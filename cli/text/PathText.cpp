@@ -7,7 +7,6 @@
 #include "cli/text/Escapes.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/SafeText.hpp"
-#include "host/Path.hpp"
 
 namespace cli {
 
@@ -28,8 +27,8 @@ class Parser {
 public:
     explicit Parser(const std::string& text) : text_(text), units_(host::Path::fromAccessName(text).text()) {}
 
-    operations::NodeAddress parse() {
-        operations::NodeAddress address;
+    NodeAddress parse() {
+        NodeAddress address;
         if (units_.compare(0, 2, u"/#") == 0)
             next_ = 1;
         else
@@ -61,8 +60,8 @@ private:
         return pm::MetadataPath(elements);
     }
 
-    operations::NodeStep parseStep() {
-        operations::NodeStep step{readPart(u"#[")};
+    NodeStep parseStep() {
+        NodeStep step{readPart(u"#[")};
         if (step.name.empty())
             refuse(text_, "after \"#\" comes the name of a child node");
         if (!take(u'['))
@@ -121,9 +120,9 @@ std::string formatPath(const pm::MetadataPath& path) {
     return text.empty() ? rootText : text;
 }
 
-std::string formatAddress(const operations::NodeAddress& address) {
+std::string formatAddress(const NodeAddress& address) {
     std::string text = formatPath(address.path);
-    for (const operations::NodeStep& step : address.inside) {
+    for (const NodeStep& step : address.inside) {
         text += '#' + escapePart(step.name, "#[");
         if (step.position > 0)
             text += '[' + std::to_string(step.position) + ']';
@@ -131,7 +130,7 @@ std::string formatAddress(const operations::NodeAddress& address) {
     return text;
 }
 
-operations::NodeAddress parseAddress(const std::string& text) {
+NodeAddress parseAddress(const std::string& text) {
     if (text == rootText)
         return {};
     if (text.empty())
@@ -145,7 +144,7 @@ operations::NodeAddress parseAddress(const std::string& text) {
 }
 
 pm::MetadataPath parsePath(const std::string& text) {
-    operations::NodeAddress address = parseAddress(text);
+    NodeAddress address = parseAddress(text);
     if (!address.inside.empty())
         refuse(text, "it leads into a node, and a path is needed here; a \"#\" in a location is written \"\\#\"");
     return std::move(address.path);
@@ -160,9 +159,8 @@ void requirePath(const pm::MetadataManager& store, const pm::MetadataPath& path)
     std::vector<pm::PathElement> siblings;
     for (const pm::MetadataPath& child : store.getChildren(ancestor))
         siblings.push_back(child.getLeaf());
-    throw operations::MissingPath({"There is no path ", operations::NodeAddress{path}, "; the nearest one above it is ",
-                                   operations::NodeAddress{ancestor}},
-                                  path.getPath()[ancestor.getPath().size()], std::move(siblings));
+    throw MissingPath({"There is no path ", NodeAddress{path}, "; the nearest one above it is ", NodeAddress{ancestor}},
+                      path.getPath()[ancestor.getPath().size()], std::move(siblings));
 }
 
 }  // namespace cli

@@ -16,8 +16,6 @@
 
 #include "cli/Names.hpp"
 #include "operations/NodeAddress.hpp"
-#include "project/metadata/MetadataManager.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace cli {
 
@@ -28,16 +26,16 @@ std::string formatPath(const pm::MetadataPath& path);
 std::string formatElement(const pm::PathElement& element);
 
 /// The text of `address`, likewise for `parseAddress`.
-std::string formatAddress(const operations::NodeAddress& address);
+std::string formatAddress(const NodeAddress& address);
 
 /// The address that `text`, in bytes, is.
 /// @throws CommandError with `Status::usage` saying what is wrong with it
-operations::NodeAddress parseAddress(const std::string& text);
+NodeAddress parseAddress(const std::string& text);
 
 /// As that, for one that has no steps into the node.
 pm::MetadataPath parsePath(const std::string& text);
 
-/// @throws operations::MissingPath naming the nearest ancestor that exists, unless `path` is in `store`
+/// @throws MissingPath naming the nearest ancestor that exists, unless `path` is in `store`
 /// @throws whatever the store throws
 void requirePath(const pm::MetadataManager& store, const pm::MetadataPath& path);
 

@@ -48,7 +48,7 @@ private:
 };
 
 /// Shows what operations tell. Main thread only.
-class CommandObserver : public operations::Observer {
+class CommandObserver : public Observer {
 public:
     std::unique_ptr<operations::Progress> start(const std::string& work) override {
         return std::make_unique<Progress>(escapeText(host::Path::fromAccessName(work).text()));

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "cli/Names.hpp"
-#include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 
 namespace cli {

@@ -5,7 +5,6 @@
 
 #include "cli/text/Errors.hpp"
 #include "cli/text/Escapes.hpp"
-#include "host/Text.hpp"
 
 namespace cli {
 
