@@ -1,10 +1,9 @@
 /// All metadata of a project, or of one of its paths, in one file.
 #pragma once
 
-#include "host/Path.hpp"
 #include "operations/FileOutput.hpp"
+#include "operations/Library.hpp"
 #include "operations/Progress.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 
@@ -12,7 +11,7 @@ namespace operations {
 /// @param isDryRun whether all of that is done elsewhere, and `file` left as it is
 /// @throws OperationError if there is no store that keeps everything in one file; whatever the store throws;
 ///         as `writeFile`
-void exportMetadata(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& top,
-                    const host::Path& file, Existing existing, bool isDryRun, Observer& observer);
+void exportMetadata(const pm::MetadataManager& store, const pm::MetadataPath& top, const host::Path& file,
+                    Existing existing, bool isDryRun, Observer& observer);
 
 }  // namespace operations

@@ -17,7 +17,6 @@
 namespace operations {
 
 namespace fs = std::filesystem;
-namespace pm = project::metadata;
 
 OwnFiles listOwnFiles(const host::Path& root, const pm::MetadataManager& store) {
     const auto getPlace = [](const host::Path& path) {

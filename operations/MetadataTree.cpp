@@ -7,7 +7,6 @@
 #include <set>
 #include <utility>
 
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/Project.hpp"
@@ -18,8 +17,6 @@
 #include "store_support/WholeFile.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

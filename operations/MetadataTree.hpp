@@ -7,17 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
+#include "operations/Library.hpp"
 #include "operations/Progress.hpp"
 #include "project/metadata/MetadataFiles.hpp"
-#include "project/metadata/MetadataManager.hpp"
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 
-using project::metadata::PathTree;
-using NodePtr = std::shared_ptr<const project::metadata::MetadataNode>;
+using pm::PathTree;
+using NodePtr = std::shared_ptr<const pm::MetadataNode>;
 
 /// Where a tree comes from, by which its root means something else.
 enum class TreeForm {
@@ -31,10 +28,10 @@ enum class TreeForm {
 struct MetadataTree {
     TreeForm form = TreeForm::empty;
     PathTree root;
-    std::shared_ptr<const project::metadata::MetadataFileFormat> format = nullptr;  ///< for `core` and `path`
+    std::shared_ptr<const pm::MetadataFileFormat> format = nullptr;  ///< for `core` and `path`
 
     /// The path of the root.
-    project::metadata::MetadataPath rootPath() const;
+    pm::MetadataPath rootPath() const;
 };
 
 /// Reads the project with the root folder `place`, or the file `place`.
@@ -44,22 +41,21 @@ struct MetadataTree {
 MetadataTree readTree(const host::Path& place, Observer& observer);
 
 /// As `readTree`, for a project that is open already. `root` is its root folder.
-MetadataTree readTree(const project::metadata::MetadataManager& store, const host::Path& root, Observer& observer);
+MetadataTree readTree(const pm::MetadataManager& store, const host::Path& root, Observer& observer);
 
 /// What becomes of a node that the store lists, but cannot read.
 enum class Damaged { refused, leftOut };
 
 /// All that `store` holds.
 /// @throws whatever the store throws; host::InterruptedException
-PathTree readPaths(const project::metadata::MetadataManager& store, Progress& progress,
-                   Damaged damaged = Damaged::refused);
+PathTree readPaths(const pm::MetadataManager& store, Progress& progress, Damaged damaged = Damaged::refused);
 
 /// As that, but only `top` with everything below it, and the paths above it without their nodes.
-PathTree readSubtree(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& top,
-                     Progress& progress, Damaged damaged = Damaged::refused);
+PathTree readSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress,
+                     Damaged damaged = Damaged::refused);
 
 /// The path `top` in `tree`, which is that of the root path; null if it is not there.
-const PathTree* findPath(const PathTree& tree, const project::metadata::MetadataPath& top);
+const PathTree* findPath(const PathTree& tree, const pm::MetadataPath& top);
 
 /// Replaces `file` in one step by what `tree`, which is no project, says. A line break at its end stays, or stays away.
 /// @throws MetadataWriteFailure; the file is then as it was
@@ -70,7 +66,6 @@ void writeTree(const MetadataTree& tree, const host::Path& file);
 std::vector<std::u16string> listFilePatterns();
 
 /// `path` with `step` after it.
-project::metadata::MetadataPath childPath(const project::metadata::MetadataPath& path,
-                                          const project::metadata::PathElement& step);
+pm::MetadataPath childPath(const pm::MetadataPath& path, const pm::PathElement& step);
 
 }  // namespace operations

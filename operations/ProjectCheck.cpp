@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <map>
 #include <optional>
 #include <set>
 #include <tuple>
@@ -11,10 +10,8 @@
 
 #include "host/FileUtils.hpp"
 #include "host/MessageException.hpp"
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NodeMerge.hpp"
-#include "operations/Progress.hpp"
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
 #include "operations/UuidText.hpp"
@@ -23,7 +20,6 @@
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
@@ -32,8 +28,6 @@
 #include "store_support/FolderLock.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

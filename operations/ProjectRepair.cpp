@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
-#include "host/Text.hpp"
-#include "operations/Errors.hpp"
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
 #include "operations/Workshop.hpp"
@@ -24,8 +21,6 @@
 #include "store_support/FolderLock.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

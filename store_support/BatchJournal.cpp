@@ -41,7 +41,6 @@
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FileAttributes.hpp"
 #include "store_support/FolderLock.hpp"
@@ -49,12 +48,7 @@
 
 namespace store_support {
 
-using host::Path;
 using project::metadata::getParentFolder;
-using project::metadata::MetadataDamage;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 
 namespace {
 

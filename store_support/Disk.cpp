@@ -1,27 +1,20 @@
 #include "store_support/Disk.hpp"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <string_view>
 #include <system_error>
 
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
-using host::Path;
 using project::metadata::ListChildFilesFailure;
-using project::metadata::MetadataReadFailure;
-using project::metadata::raise;
 
 namespace {
 

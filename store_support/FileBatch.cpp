@@ -9,11 +9,9 @@
 #include <cstdio>
 #include <optional>
 #include <set>
-#include <string>
 #include <utility>
 
 #include "host/Interruption.hpp"
-#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataRoots.hpp"
@@ -26,7 +24,6 @@
 
 namespace store_support {
 
-using host::Path;
 using project::metadata::getParentFolder;
 
 namespace {

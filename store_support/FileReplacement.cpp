@@ -14,20 +14,13 @@
 #include <string>
 #include <system_error>
 
-#include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
-#include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FileAttributes.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
-using host::Path;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 using Status = struct stat;
 
 namespace {
@@ -78,15 +71,15 @@ public:
     /// @param isPrivate whether only its owner may look into it, until it gets other permissions
     StagedFile(const Path& target, bool isPrivate, const Path& file) {
         const mode_t mode = isPrivate ? 0600 : 0666;
-        int descriptor = -1;
-        do {
+        for (;;) {
             const std::uint64_t number = std::uint64_t{random_()} << 32 | random_();
-            path_ = target.parentPath() / host::fromUtf8(".replacement-" + std::to_string(number));
-            descriptor = open(path_.accessName().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
-        } while (descriptor < 0 && errno == EEXIST);
-        if (descriptor < 0)
-            raiseSystemError(file, errno);
-        close(descriptor);
+            path_ = target.parentPath() / fromUtf8(".replacement-" + std::to_string(number));
+            const Descriptor made(path_.accessName(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+            if (made.isOpen())
+                return;
+            if (errno != EEXIST)
+                raiseSystemError(file, errno);
+        }
     }
 
     ~StagedFile() {
@@ -193,7 +186,7 @@ void writeStaged(const FileWriter& write, const Path& staged, const Path& file) 
         const int reason = errno == 0 ? EIO : errno;
         const auto& cause = std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
         raise<MetadataWriteFailure>(file.text(),
-                                    cause.empty() ? host::fromUtf8(std::generic_category().message(reason)) : cause);
+                                    cause.empty() ? fromUtf8(std::generic_category().message(reason)) : cause);
     }
 }
 

@@ -5,19 +5,13 @@
 
 #include "host/FileSystem.hpp"
 #include "host/TempDirGuard.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/SharedNode.hpp"
 #include "store_support/HexDigits.hpp"
 #include "store_support/PathXml.hpp"
 
 namespace store_support {
-
-using project::metadata::MetadataNode;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 
 namespace {
 
@@ -83,11 +77,11 @@ std::u16string pathsBeyondLimit() {
 void requireStorable(const project::metadata::MetadataPath& path, const host::Path& file) {
     const std::size_t steps = path.getPath().size();
     if (steps > maximumSteps) {
-        raise<MetadataWriteFailure>(file.text(), u"a path of " + host::fromUtf8(std::to_string(steps)) +
+        raise<MetadataWriteFailure>(file.text(), u"a path of " + fromUtf8(std::to_string(steps)) +
                                                      u" steps would be in it; no store takes more than " +
-                                                     host::fromUtf8(std::to_string(maximumSteps)));
+                                                     fromUtf8(std::to_string(maximumSteps)));
     }
-    for (const project::metadata::PathElement& element : path.getPath()) {
+    for (const PathElement& element : path.getPath()) {
         if (element.getType().size() + element.getLocation().size() <= longElement)
             continue;
         project::metadata::MetadataNodeSpecification xml(pathElementName);
@@ -107,15 +101,15 @@ std::shared_ptr<const MetadataNode> borrowNode(const MetadataNode* node, const h
     return {std::shared_ptr<const MetadataNode>(), node};
 }
 
-void requireDepth(int depth, const host::Path& file) {
+void requireDepth(int depth, const Path& file) {
     if (depth >= maximumXmlDepth) {
         raise<MetadataWriteFailure>(file.text(), u"its elements would be nested more than " +
-                                                     host::fromUtf8(std::to_string(maximumXmlDepth)) +
+                                                     fromUtf8(std::to_string(maximumXmlDepth)) +
                                                      u" levels deep, which cannot be read back");
     }
 }
 
-void requireReadable(const MetadataNode& node, int depth, const host::Path& file) {
+void requireReadable(const MetadataNode& node, int depth, const Path& file) {
     requireDepth(depth, file);
     if (!isXmlName(node.getName()))
         raise<MetadataWriteFailure>(file.text(), u"the node name \"" + node.getName() + u"\" is no XML name");
@@ -133,7 +127,7 @@ void requireReadable(const MetadataNode& node, int depth, const host::Path& file
         requireReadable(*child, depth + 1, file);
 }
 
-void requireReadsBack(const MetadataNode& node, const host::Path& writtenFile, const host::Path& file) {
+void requireReadsBack(const MetadataNode& node, const Path& writtenFile, const Path& file) {
     std::u16string difference;
     try {
         difference = findDifference(*project::metadata::readFromFile(writtenFile), node);
@@ -149,8 +143,8 @@ void requireReadsBack(const MetadataNode& node, const host::Path& writtenFile, c
     }
 }
 
-void writeProved(const std::function<void(project::metadata::XmlSink& sink)>& tell, const host::Path& staged,
-                 bool compactEnding, const host::Path& file) {
+void writeProved(const std::function<void(project::metadata::XmlSink& sink)>& tell, const Path& staged,
+                 bool compactEnding, const Path& file) {
     if (project::metadata::writeToFile(tell, staged, compactEnding))
         requireReadsBack(*makeNodes(tell), staged, file);
 }

@@ -4,9 +4,6 @@
 #include <new>
 #include <utility>
 
-#include "project/metadata/CoreFile.hpp"
-#include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "project/metadata/SharedNode.hpp"
 #include "store_support/BatchJournal.hpp"
@@ -23,29 +20,8 @@
 
 namespace stores::monolithic {
 
-using host::Path;
 using project::metadata::getShared;
 using project::metadata::keepNode;
-using project::metadata::MetadataNode;
-using project::metadata::MetadataPath;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::PathElement;
-using project::metadata::raise;
-using store_support::borrowNode;
-using store_support::commit;
-using store_support::equalTrees;
-using store_support::FileBatch;
-using store_support::FileWatch;
-using store_support::findStatus;
-using store_support::FolderLock;
-using store_support::getFileVersion;
-using store_support::JobRunner;
-using store_support::readXmlFile;
-using store_support::requireMetadataType;
-using store_support::requireReadable;
-using store_support::requireStorable;
-using store_support::XmlFile;
 
 const std::u16string& monolithicName = *new std::u16string(u"monolithic");
 
@@ -121,11 +97,11 @@ void removePathFrom(Draft& draft, const MetadataPath& path, const Path& file) {
 }
 
 void renameIn(Draft& draft, const MetadataPath& path, const PathElement& element, const Path& file) {
-    const MetadataPath target = store_support::replaceLeaf(path, element);
+    const MetadataPath target = replaceLeaf(path, element);
     const SharedTree* const renamed = draft.tree.find(path);
-    const store_support::Renaming found{renamed != nullptr, renamed && !renamed->getChildren().empty(),
-                                        draft.tree.find(target) != nullptr};
-    if (!store_support::requireRenamable(path, target, found, file))
+    const Renaming found{renamed != nullptr, renamed && !renamed->getChildren().empty(),
+                         draft.tree.find(target) != nullptr};
+    if (!requireRenamable(path, target, found, file))
         return;
     requireSeen(!renamed->isUnseen, path, file);
     SharedTree* parent = &draft.tree;
@@ -188,7 +164,7 @@ auto edited(const Edit& edit) {
 }  // namespace
 
 MonolithicManager::MonolithicManager(const Path& folder, JobRunner runJob)
-    : folder_(folder), file_(folder / project::metadata::coreFileName()), runJob_(std::move(runJob)) {
+    : folder_(folder), file_(folder / coreFileName()), runJob_(std::move(runJob)) {
     // What others change from now on has not been seen.
     load();
 }
@@ -207,10 +183,6 @@ void MonolithicManager::removeNode(const MetadataPath& path) {
 
 void MonolithicManager::addPath(const MetadataPath& path) {
     change(edited([&](Draft& draft) { addPathTo(draft, path, file_); }));
-}
-
-void MonolithicManager::removePath(const MetadataPath& path) {
-    removePaths({path});
 }
 
 std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& path) const {
@@ -273,20 +245,16 @@ void MonolithicManager::setPaths(const std::vector<MetadataPath>& paths) {
     change([&](const SharedTree& old) { return arrange(old, paths, file_); });
 }
 
-std::vector<project::metadata::MetadataDamage> MonolithicManager::findDamage() const {
+std::vector<MetadataDamage> MonolithicManager::findDamage() const {
     load();
     auto damage = damage_;
-    if (auto journal = store_support::findJournalDamage(folder_))
+    if (auto journal = findJournalDamage(folder_))
         damage.push_back(*std::move(journal));
     return damage;
 }
 
 std::vector<project::metadata::StoreFile> MonolithicManager::listFiles() const {
-    return store_support::listStoreFiles(folder_, {});
-}
-
-Path MonolithicManager::getNodeFile(const MetadataPath& /*path*/) const {
-    return file_;
+    return listStoreFiles(folder_, {});
 }
 
 void MonolithicManager::change(const Edit& edit) {
@@ -311,10 +279,10 @@ SharedTree& MonolithicManager::load() const {
     if (tree_ && watch_.isUnchanged())
         return *tree_;
     const auto status = findStatus(file_);
-    const XmlFile xml = status ? readXmlFile(file_, *status, store_support::XmlExtent::aroundRefused) : XmlFile{};
+    const XmlFile xml = status ? readXmlFile(file_, *status, XmlExtent::aroundRefused) : XmlFile{};
     if (!xml.root && xml.version)
         raise<MetadataReadFailure>(file_.text(), xml.problem);
-    std::vector<project::metadata::MetadataDamage> damage;
+    std::vector<MetadataDamage> damage;
     SharedTree tree;
     if (xml.root)
         tree = fromXml(*xml.root, Elements::go, xml.lacks, file_, damage);
@@ -322,7 +290,7 @@ SharedTree& MonolithicManager::load() const {
         damage.push_back({file_, xml.foreign, false, true});
     if (tree_ || hasLostSight_)
         markUnseen(tree, tree_ ? &*tree_ : nullptr);
-    std::for_each(damage.begin(), damage.end(), store_support::reportDamage);
+    std::for_each(damage.begin(), damage.end(), reportDamage);
     tree_ = std::move(tree);
     hasLostSight_ = false;
     watch_ = FileWatch(file_, xml.version);
@@ -345,7 +313,7 @@ void MonolithicManager::save(Draft draft, FolderLock& lock) {
     batch.write = [&](std::size_t /*index*/, const Path& staged) {
         // An empty store is as the library makes a core file.
         const bool isEmpty = !draft.tree.node && draft.tree.getChildren().empty();
-        store_support::writeProved([&](auto& sink) { tellXml(draft.tree, sink); }, staged, isEmpty, file_);
+        writeProved([&](auto& sink) { tellXml(draft.tree, sink); }, staged, isEmpty, file_);
     };
     runJob_(project::metadata::FileJob(batch.filesToWrite, {}, [&] {
         commit(batch, lock);

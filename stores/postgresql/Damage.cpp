@@ -5,21 +5,16 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "host/Text.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace stores::postgresql {
 
-using project::metadata::MetadataPath;
-using project::metadata::PathElement;
-using store_support::maximumSteps;
-
 namespace {
 
 std::u16string describe(const Row& row) {
     const PathElement step = row.element.value_or(PathElement(u"?", u"?"));
-    return u"the row " + host::fromUtf8(to_string(row.id)) + u", a path that ends with \"" +
+    return u"the row " + fromUtf8(to_string(row.id)) + u", a path that ends with \"" +
            MetadataPath(std::vector<PathElement>{step}).string() + u"\",";
 }
 

@@ -2,22 +2,12 @@
 
 #include <utility>
 
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/StoreFiles.hpp"
 #include "store_support/TreeRules.hpp"
 #include "stores/postgresql/Damage.hpp"
 
 namespace stores::postgresql {
-
-using host::Path;
-using project::metadata::MetadataNode;
-using project::metadata::MetadataPath;
-using project::metadata::PathElement;
-using store_support::decodeNode;
-using store_support::encodeNode;
-using store_support::maximumSteps;
-using store_support::requireStorable;
 
 namespace {
 
@@ -26,8 +16,7 @@ const std::u16string& schemaOption = *new std::u16string(u"schema");
 
 }  // namespace
 
-PostgresqlManager::PostgresqlManager(const Path& folder, store_support::JobRunner runJob,
-                                     std::chrono::milliseconds limit)
+PostgresqlManager::PostgresqlManager(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
     : project_(folder, std::move(runJob), limit) {}
 
 void PostgresqlManager::setNode(const MetadataPath& path, const MetadataNode& node) {
@@ -41,10 +30,6 @@ void PostgresqlManager::removeNode(const MetadataPath& path) {
 
 void PostgresqlManager::addPath(const MetadataPath& path) {
     project_.change(NodesEdit({{path, std::nullopt, true}}, project_.getCoreFile()));
-}
-
-void PostgresqlManager::removePath(const MetadataPath& path) {
-    removePaths({path});
 }
 
 std::unique_ptr<MetadataNode> PostgresqlManager::getNode(const MetadataPath& path) const {
@@ -109,8 +94,8 @@ void PostgresqlManager::setPaths(const std::vector<MetadataPath>& paths) {
     project_.change(Arrangement(paths, project_.getCoreFile()));
 }
 
-std::vector<project::metadata::MetadataDamage> PostgresqlManager::findDamage() const {
-    std::vector<project::metadata::MetadataDamage> damage;
+std::vector<MetadataDamage> PostgresqlManager::findDamage() const {
+    std::vector<MetadataDamage> damage;
     Question question;
     question.allBut.emplace();
     if (const auto answer = project_.ask(question)) {
@@ -121,11 +106,7 @@ std::vector<project::metadata::MetadataDamage> PostgresqlManager::findDamage() c
 }
 
 std::vector<project::metadata::StoreFile> PostgresqlManager::listFiles() const {
-    return store_support::listStoreFiles(project_.getCoreFile().parentPath(), {});
-}
-
-host::Path PostgresqlManager::getNodeFile(const MetadataPath& /*path*/) const {
-    return {};
+    return listStoreFiles(project_.getCoreFile().parentPath(), {});
 }
 
 std::vector<project::metadata::MetadataOption> PostgresqlManager::getOptions() const {

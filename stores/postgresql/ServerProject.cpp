@@ -31,9 +31,6 @@
 #include <utility>
 
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
-#include "project/metadata/CoreFile.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/CoreFileType.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FileBatch.hpp"
@@ -42,12 +39,7 @@
 
 namespace stores::postgresql {
 
-using host::Path;
 using project::metadata::FileJob;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
-using store_support::FolderLock;
 
 namespace {
 
@@ -74,7 +66,7 @@ uuid makeRandom() {
 }
 
 std::u16string describe(const Address& address) {
-    return u"the project " + host::fromUtf8(to_string(address.project)) + u" in the schema \"" + address.server.schema +
+    return u"the project " + fromUtf8(to_string(address.project)) + u" in the schema \"" + address.server.schema +
            u"\" of the service \"" + address.server.service + u'"';
 }
 
@@ -90,11 +82,8 @@ Answer makeFirstAnswer() {
 
 }  // namespace
 
-ServerProject::ServerProject(const Path& folder, store_support::JobRunner runJob, std::chrono::milliseconds limit)
-    : folder_(folder),
-      coreFile_(folder / project::metadata::coreFileName()),
-      runJob_(std::move(runJob)),
-      limit_(limit) {
+ServerProject::ServerProject(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
+    : folder_(folder), coreFile_(folder / coreFileName()), runJob_(std::move(runJob)), limit_(limit) {
     if (const auto answer = ask({}))
         seen_ = SeenChanges(answer->batch);
 }
@@ -111,7 +100,7 @@ Server ServerProject::getServerForNew() const {
 }
 
 bool ServerProject::find() {
-    auto version = store_support::getFileVersion(coreFile_);
+    auto version = getFileVersion(coreFile_);
     if (version && version_ && *version == *version_)
         return true;
     version_.reset();
@@ -130,11 +119,11 @@ bool ServerProject::find() {
 }
 
 void ServerProject::connect(const Server& server, Clock::time_point end) {
-    connection_.emplace(host::toUtf8(server.service), end);
+    connection_.emplace(toUtf8(server.service), end);
     connected_ = server;
     listensTo_.reset();
     Calls calls;
-    prepareSession(calls, host::toUtf8(server.schema), limit_);
+    prepareSession(calls, toUtf8(server.schema), limit_);
     const std::size_t version = calls.size();
     askForVersion(calls);
     try {
@@ -284,7 +273,7 @@ std::int64_t ServerProject::waitForBatch(std::int64_t known, int other, Clock::t
 
 void ServerProject::change(const PathEdit& edit) {
     while (true) {
-        store_support::requireMetadataType(folder_, postgresqlName);
+        requireMetadataType(folder_, postgresqlName);
         const auto answer = ask(edit.getQuestion());
         if (answer) {
             const RowChanges changes = edit.apply(*answer, seen_);
@@ -300,7 +289,7 @@ void ServerProject::change(const PathEdit& edit) {
 void ServerProject::write(const PathEdit& edit, const RowChanges& changes, std::int64_t last) {
     host::Interruption::throwIfRequested();
     const uuid project = address_->project;
-    store_support::requireMetadataType(folder_, postgresqlName);
+    requireMetadataType(folder_, postgresqlName);
     if (!find() || address_->project != project)
         raise<MetadataWriteFailure>(coreFile_.text(), u"its project has been removed or replaced meanwhile");
     seen_.reserveOwn();
@@ -380,7 +369,7 @@ bool ServerProject::create(const PathEdit& edit) {
     const Address address{getServerForNew(), makeRandom()};
     requireAllowed(address.server, coreFile_);
     const RowChanges changes = edit.apply(makeFirstAnswer(), SeenChanges());
-    store_support::FileBatch core;
+    FileBatch core;
     core.folder = folder_;
     core.filesToWrite = {coreFile_};
     core.write = [&](std::size_t, const Path& staged) { writeAddress(address, staged); };
@@ -476,9 +465,9 @@ std::u16string ServerProject::describe() const {
 }
 
 std::u16string ServerProject::describe(const Address& address, const ServerError& error) const {
-    std::u16string cause = host::fromUtf8(error.what());
+    std::u16string cause = fromUtf8(error.what());
     if (error.state() == lockNotAvailable)
-        cause = u"another program has held it for more than " + host::fromUtf8(std::to_string(limit_.count())) + u" ms";
+        cause = u"another program has held it for more than " + fromUtf8(std::to_string(limit_.count())) + u" ms";
     return postgresql::describe(address) + u": " + cause;
 }
 

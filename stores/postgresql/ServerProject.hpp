@@ -5,7 +5,6 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -13,6 +12,7 @@
 #include "store_support/DamageTeller.hpp"
 #include "store_support/FileVersion.hpp"
 #include "store_support/StoreFactory.hpp"
+#include "stores/Names.hpp"
 #include "stores/postgresql/Address.hpp"
 #include "stores/postgresql/Connection.hpp"
 #include "stores/postgresql/PathEdit.hpp"
@@ -26,17 +26,17 @@ public:
     /// Looks where the project is, if there is one, and connects to the server.
     /// @param folder the metadata folder
     /// @param limit how long to wait for the server and for others
-    /// @throws project::metadata::MetadataReadFailure naming the core file, the server, the project and the cause
-    ServerProject(const host::Path& folder, store_support::JobRunner runJob, std::chrono::milliseconds limit);
+    /// @throws MetadataReadFailure naming the core file, the server, the project and the cause
+    ServerProject(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit);
 
-    const host::Path& getCoreFile() const noexcept { return coreFile_; }
+    const Path& getCoreFile() const noexcept { return coreFile_; }
 
     /// Where a new project is made; without that, on the first server that the settings allow.
     void chooseService(std::u16string service) { chosenService_ = std::move(service); }
     void chooseSchema(std::u16string schema) { chosenSchema_ = std::move(schema); }
 
     /// What there is of the project at one moment. No value if there is no project.
-    /// @throws project::metadata::MetadataReadFailure as the constructor; host::InterruptedException
+    /// @throws MetadataReadFailure as the constructor; host::InterruptedException
     std::optional<Answer> ask(const Question& question);
 
     /// The row `id`, null if there is none. It stays until the next question.
@@ -59,12 +59,12 @@ public:
     /// Removes the project that was used last from the server, unless there are batches after `last`. What has become
     /// of its core file meanwhile does not matter.
     /// @return whether it is gone
-    /// @throws project::metadata::MetadataWriteFailure; as `ask`
+    /// @throws MetadataWriteFailure; as `ask`
     bool remove(std::int64_t last);
 
     /// Waits until the number of the last batch is another than `known`, until `end`, or until the file descriptor
     /// `other` can be read, -1 for none. @return the number; 0 if there is no project
-    /// @throws project::metadata::MetadataReadFailure; host::InterruptedException
+    /// @throws MetadataReadFailure; host::InterruptedException
     std::int64_t waitForBatch(std::int64_t known, int other, std::chrono::steady_clock::time_point end);
 
     /// Which project of which server it is, in words. It must exist.
@@ -110,7 +110,7 @@ private:
     /// Whether a batch that failed like that may succeed if nobody is told of it, as is done from now on.
     bool canDoWithoutTelling(const ServerError& error);
 
-    /// @throws project::metadata::MetadataWriteFailure if there is none
+    /// @throws MetadataWriteFailure if there is none
     Server getServerForNew() const;
 
     /// @return false if somebody else has made the project meanwhile
@@ -120,15 +120,15 @@ private:
 
     std::u16string describe(const Address& address, const ServerError& error) const;
 
-    host::Path folder_;
-    host::Path coreFile_;
-    store_support::JobRunner runJob_;
+    Path folder_;
+    Path coreFile_;
+    JobRunner runJob_;
     std::chrono::milliseconds limit_;
     std::optional<std::u16string> chosenService_, chosenSchema_;
 
-    std::optional<store_support::FileVersion> version_;  // of the core file that was read last
-    std::optional<Address> address_;                     // what it says
-    std::optional<Server> connected_;                    // where the connection leads
+    std::optional<FileVersion> version_;  // of the core file that was read last
+    std::optional<Address> address_;      // what it says
+    std::optional<Server> connected_;     // where the connection leads
     std::optional<Connection> connection_;
     bool hasTables_ = false;         // whether there are tables where the connection leads
     bool canTell_ = false;           // whether batches are told to those who listen there

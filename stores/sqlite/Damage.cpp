@@ -1,13 +1,9 @@
 #include "stores/sqlite/Damage.hpp"
 
-#include "host/Text.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace stores::sqlite {
-
-using store_support::decodeNode;
-using store_support::maximumSteps;
 
 namespace {
 
@@ -24,7 +20,7 @@ void findDamage(PathTable& table, std::vector<std::u16string>& problems) {
     const Statement integrity = prepare(connection, "PRAGMA integrity_check");
     for (Query query(integrity); query.next();) {
         if (query.bytes(0) != "ok")
-            problems.push_back(host::fromUtf8(query.bytes(0)));
+            problems.push_back(fromUtf8(query.bytes(0)));
     }
     const Statement root = prepare(connection, selectRoot);
     if (Query query(root); !query.next() || query.integer(0) == 0)
@@ -53,7 +49,7 @@ std::vector<std::u16string> findDamage(PathTable& table) {
     try {
         findDamage(table, problems);
     } catch (const SqliteError& error) {
-        problems.push_back(host::fromUtf8(error.what()));
+        problems.push_back(fromUtf8(error.what()));
     }
     return problems;
 }

@@ -30,10 +30,7 @@
 
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
-#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/BatchJournal.hpp"
@@ -44,23 +41,7 @@
 
 namespace stores::sqlite {
 
-using host::Path;
 using project::metadata::FileJob;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
-using store_support::commit;
-using store_support::FileBatch;
-using store_support::FileWatch;
-using store_support::FolderLock;
-using store_support::getFileVersion;
-using store_support::getScratchFolder;
-using store_support::JobRunner;
-using store_support::projectElementName;
-using store_support::readMetadataType;
-using store_support::requireMetadataType;
-using store_support::requireWritable;
-using store_support::settle;
 
 const std::u16string& sqliteName = *new std::u16string(u"sqlite");
 
@@ -90,7 +71,7 @@ std::string getOpenName(const Path& file) {
     const std::string folder = project::metadata::getParentFolder(file).accessName();
     char* const resolved = realpath(folder.c_str(), nullptr);
     if (!resolved) {
-        raise<MetadataReadFailure>(file.text(), host::fromUtf8(std::generic_category().message(errno)));
+        raise<MetadataReadFailure>(file.text(), fromUtf8(std::generic_category().message(errno)));
     }
     std::string name = resolved;
     std::free(resolved);
@@ -154,14 +135,14 @@ bool holdsDatabase(const Path& folder) {
             return true;  // opening it will tell
         if (error.isNoDatabase())
             return false;
-        raise<MetadataReadFailure>(file.text(), host::fromUtf8(error.what()));
+        raise<MetadataReadFailure>(file.text(), fromUtf8(error.what()));
     }
 }
 
 Database::Database(const Path& folder, JobRunner runJob, std::chrono::milliseconds lockLimit)
     : folder_(folder),
       file_(folder / databaseName),
-      coreFile_(folder / project::metadata::coreFileName()),
+      coreFile_(folder / coreFileName()),
       runJob_(std::move(runJob)),
       lockLimit_(lockLimit) {
     read([](PathTable& table, SeenChanges& seen) { seen = SeenChanges(table.getBatch()); });
@@ -447,7 +428,7 @@ bool Database::create(const Edit& edit) {
             createFile(staged, edit);
         } else {
             project::metadata::MetadataNodeSpecification core(projectElementName);
-            core.put(project::metadata::metadataTypeKey(), sqliteName);
+            core.put(metadataTypeKey(), sqliteName);
             project::metadata::writeToFile(core, staged, true);
         }
     };
@@ -523,13 +504,13 @@ std::u16string Database::getCause(const SqliteError& error) const {
     const auto longest = static_cast<std::size_t>(sqlite3_vfs_find(nullptr)->mxPathname);
     if (error.isCannotOpen() && file_.accessName().size() + roomForEndings > longest) {
         return u"its name, with the folders, is too long for SQLite, which takes about " +
-               host::fromUtf8(std::to_string(longest)) + u" bytes";
+               fromUtf8(std::to_string(longest)) + u" bytes";
     }
     if (error.isGivenUp())
         return u"to look through it takes longer than that of any undamaged file of its size";
     if (!error.isLock())
-        return host::fromUtf8(error.what());
-    return u"another program has held it for more than " + host::fromUtf8(std::to_string(lockLimit_.count())) + u" ms";
+        return fromUtf8(error.what());
+    return u"another program has held it for more than " + fromUtf8(std::to_string(lockLimit_.count())) + u" ms";
 }
 
 }  // namespace stores::sqlite

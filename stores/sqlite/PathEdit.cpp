@@ -4,7 +4,6 @@
 #include <optional>
 
 #include "host/Interruption.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/Positions.hpp"
 #include "store_support/Renaming.hpp"
@@ -95,11 +94,11 @@ bool PathEdit::remove(const MetadataPath& path) {
     return true;
 }
 
-bool PathEdit::rename(const MetadataPath& path, const project::metadata::PathElement& element) {
-    const MetadataPath target = store_support::replaceLeaf(path, element);
+bool PathEdit::rename(const MetadataPath& path, const PathElement& element) {
+    const MetadataPath target = replaceLeaf(path, element);
     const auto id = table_.find(path);
-    const store_support::Renaming found{id.has_value(), id && table_.hasChildren(*id), table_.find(target).has_value()};
-    if (!store_support::requireRenamable(path, target, found, table_.getFile()))
+    const Renaming found{id.has_value(), id && table_.hasChildren(*id), table_.find(target).has_value()};
+    if (!requireRenamable(path, target, found, table_.getFile()))
         return false;
     requireReplaceable(*id, table_.getRow(*id));
     if (!isLooking())

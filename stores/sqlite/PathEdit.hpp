@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "project/metadata/MetadataPath.hpp"
+#include "stores/Names.hpp"
 #include "stores/sqlite/PathTable.hpp"
 
 namespace stores::sqlite {
@@ -26,16 +26,16 @@ public:
 
     bool isLooking() const noexcept { return mode_ == Mode::look; }
 
-    bool add(const project::metadata::MetadataPath& path);
-    bool setNode(const project::metadata::MetadataPath& path, const NodeValue& node);
-    bool removeNode(const project::metadata::MetadataPath& path);
-    bool remove(const project::metadata::MetadataPath& path);
+    bool add(const MetadataPath& path);
+    bool setNode(const MetadataPath& path, const NodeValue& node);
+    bool removeNode(const MetadataPath& path);
+    bool remove(const MetadataPath& path);
 
     /// As `PathRenamer` says.
-    bool rename(const project::metadata::MetadataPath& path, const project::metadata::PathElement& element);
+    bool rename(const MetadataPath& path, const PathElement& element);
 
     /// Makes `paths` and their ancestors the whole content, in that order.
-    bool arrange(const std::vector<project::metadata::MetadataPath>& paths);
+    bool arrange(const std::vector<MetadataPath>& paths);
 
 private:
     bool replaceNode(RowId id, const NodeValue& node);

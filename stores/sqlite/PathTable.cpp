@@ -19,22 +19,11 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
-#include <utility>
 
-#include "host/Text.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Positions.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace stores::sqlite {
-
-using project::metadata::MetadataPath;
-using project::metadata::MetadataReadFailure;
-using project::metadata::PathElement;
-using project::metadata::raise;
-using store_support::maximumSteps;
-using store_support::positionBound;
-using store_support::positionGap;
 
 namespace {
 
@@ -107,7 +96,7 @@ std::int64_t getNumber(sqlite3& connection, const char* sql) {
 }
 
 std::u16string toText(std::int64_t number) {
-    return host::fromUtf8(std::to_string(number));
+    return fromUtf8(std::to_string(number));
 }
 
 }  // namespace
@@ -138,7 +127,7 @@ std::int64_t getSchemaVersion(sqlite3& connection) {
     return getNumber(connection, "PRAGMA schema_version");
 }
 
-std::int64_t requireTables(sqlite3& connection, const host::Path& file) {
+std::int64_t requireTables(sqlite3& connection, const Path& file) {
     const std::int64_t id = getNumber(connection, "PRAGMA application_id");
     if (id != applicationId) {
         raise<MetadataReadFailure>(file.text(), u"it is a database of another application, with the application_id " +
@@ -150,8 +139,8 @@ std::int64_t requireTables(sqlite3& connection, const host::Path& file) {
                                                     toText(schemaVersion) + u" is known");
     }
     const auto refuse = [&](const std::string& type, const std::string& name, const char16_t* problem) {
-        raise<MetadataReadFailure>(
-            file.text(), u"the " + host::fromUtf8(type) + u" \"" + host::fromUtf8(name) + u"\" in it " + problem);
+        raise<MetadataReadFailure>(file.text(),
+                                   u"the " + fromUtf8(type) + u" \"" + fromUtf8(name) + u"\" in it " + problem);
     };
     std::array<bool, std::size(schema)> isThere{};
     const Statement statement = prepare(connection, "SELECT type, name, sql FROM sqlite_schema");
@@ -174,7 +163,7 @@ std::int64_t requireTables(sqlite3& connection, const host::Path& file) {
     return getSchemaVersion(connection);
 }
 
-PathTable::PathTable(sqlite3& connection, host::Path file)
+PathTable::PathTable(sqlite3& connection, Path file)
     : connection_(connection),
       file_(std::move(file)),
       getBatch_(prepare(connection, "SELECT batch FROM state")),

@@ -58,7 +58,7 @@ sqlite3_file* findFile(sqlite3& connection) {
 
 /// Whether `bytes`, which are `text` in UTF-8, are kept as they are in a column of TEXT.
 bool isKeptAsText(const std::string& bytes, const std::u16string& text) {
-    return bytes.find('\0') == std::string::npos && host::fromUtf8(bytes) == text;
+    return bytes.find('\0') == std::string::npos && fromUtf8(bytes) == text;
 }
 
 }  // namespace
@@ -157,7 +157,7 @@ Statement prepare(sqlite3& connection, const char* sql) {
 }
 
 TextValue encodeText(const std::u16string& text) {
-    std::string utf8 = host::toUtf8(text);
+    std::string utf8 = toUtf8(text);
     if (isKeptAsText(utf8, text))
         return {std::move(utf8), true};
     std::string units;
@@ -195,7 +195,7 @@ std::optional<std::u16string> Query::text(int column) const {
     const std::string_view value = bytes(column);
     std::u16string text;
     if (type == SQLITE_TEXT) {
-        text = host::fromUtf8(value);
+        text = fromUtf8(value);
     } else {
         for (std::size_t i = 0; i + 1 < value.size(); i += 2) {
             const auto low = static_cast<unsigned char>(value[i]);

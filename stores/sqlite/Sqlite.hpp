@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "store_support/NodeBlob.hpp"
+#include "stores/Names.hpp"
 
 namespace stores::sqlite {
 
@@ -100,7 +101,6 @@ struct TextValue {
 TextValue encodeText(const std::u16string& text);
 
 /// A node as a column holds it; NULL in the column where there is none.
-using store_support::NodeValue;
 
 /// One run of a statement, which ends with the object.
 class Query {

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/Renaming.hpp"
@@ -42,10 +41,6 @@ void SqliteManager::removeNode(const MetadataPath& path) {
 void SqliteManager::addPath(const MetadataPath& path) {
     requireStorable(path, database_.getFile());
     database_.change([&](PathEdit& edit) { return edit.add(path); });
-}
-
-void SqliteManager::removePath(const MetadataPath& path) {
-    removePaths({path});
 }
 
 std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) const {
@@ -148,15 +143,15 @@ void SqliteManager::setPaths(const std::vector<MetadataPath>& paths) {
     database_.change([&](PathEdit& edit) { return edit.arrange(paths); });
 }
 
-std::vector<project::metadata::MetadataDamage> SqliteManager::findDamage() const {
-    std::vector<project::metadata::MetadataDamage> damage;
+std::vector<MetadataDamage> SqliteManager::findDamage() const {
+    std::vector<MetadataDamage> damage;
     if (auto problem = database_.findCoreFileDamage())
         damage.push_back({database_.getCoreFile(), std::move(*problem)});
     database_.read([&](PathTable& table, SeenChanges& /*seen*/) {
         for (std::u16string& problem : sqlite::findDamage(table))
             damage.push_back({database_.getFile(), std::move(problem)});
     });
-    if (auto journal = store_support::findJournalDamage(database_.getFile().parentPath()))
+    if (auto journal = findJournalDamage(database_.getFile().parentPath()))
         damage.push_back(*std::move(journal));
     return damage;
 }
@@ -166,7 +161,7 @@ std::vector<project::metadata::StoreFile> SqliteManager::listFiles() const {
     // journal hold what is not in the database yet, or not any more.
     const Path& file = database_.getFile();
     const auto beside = [&](const char16_t* ending) { return Path(file.text() + ending); };
-    return store_support::listStoreFiles(
+    return listStoreFiles(
         file.parentPath(),
         {{file, true}, {beside(u"-journal"), true}, {beside(u"-wal"), true}, {beside(u"-shm"), false}});
 }
