@@ -166,10 +166,6 @@ std::vector<project::metadata::StoreFile> SqliteManager::listFiles() const {
         {{file, true}, {beside(u"-journal"), true}, {beside(u"-wal"), true}, {beside(u"-shm"), false}});
 }
 
-Path SqliteManager::getNodeFile(const MetadataPath& /*path*/) const {
-    return database_.getFile();
-}
-
 void SqliteManager::tellDamage(const std::u16string& problem, std::int64_t version) const {
     teller_.tell({database_.getFile(), problem}, version);
 }
