@@ -39,7 +39,7 @@ void addPairOption(CLI::App& app, const char* names, std::vector<std::string>& v
                    const char* types);
 
 /// Declares `--option` and `--service`, with which a store is told what it has to know before it makes a project.
-/// @param options gets them as `operations::setOptions` takes them
+/// @param options gets them as `setOptions` takes them
 void addStoreOptions(CLI::App& app, std::vector<std::string>& options);
 
 /// Declares an argument that is no option, of a command that does not use `Positionals`.

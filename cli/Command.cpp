@@ -1,6 +1,8 @@
 #include "cli/Command.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <string_view>
 #include <utility>
 
@@ -22,23 +24,8 @@ Command::Command(Group group, const char* name, const char* summary, Configure c
 }
 
 const char* Command::groupTitle() const {
-    switch (group_) {
-        case Group::look:
-            return "Look";
-        case Group::change:
-            return "Change";
-        case Group::transfer:
-            return "Transfer";
-        case Group::compare:
-            return "Compare";
-        case Group::trust:
-            return "Trust";
-        case Group::report:
-            return "Report";
-        case Group::hidden:
-            return "";
-    }
-    return "";
+    constexpr std::array titles{"Look", "Change", "Transfer", "Compare", "Trust", "Report", ""};
+    return titles.at(static_cast<std::size_t>(group_));
 }
 
 std::vector<const Command*> Command::all() {

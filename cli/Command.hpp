@@ -1,20 +1,28 @@
 /// What a command of project-metadata consists of. Each command lies in a file of its own in commands/, where one
-/// static `Command` makes it known; nothing else changes when a file is added.
+/// static `Command` makes it known; nothing else changes when a file is added. It includes this, and so what most of
+/// them read arguments and print with.
 ///
 /// Commands are made before `main` starts and never change; everything here belongs to the main thread.
 #pragma once
 
+#include <cstddef>
 #include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
-namespace CLI {
-class App;
-}
+#include "cli/Arguments.hpp"
+#include "cli/Names.hpp"
+#include "cli/Positionals.hpp"
+#include "cli/text/Errors.hpp"
+#include "cli/text/Json.hpp"
+#include "cli/text/Output.hpp"
+#include "cli/text/PathText.hpp"
+#include "cli/text/SafeText.hpp"
 
 namespace cli {
-
-/// The exit statuses, on which scripts rely.
-enum class Status { done = 0, foundProblems = 1, usage = 2, failure = 3, notAProject = 4, interrupted = 130 };
 
 /// Where the overview of all commands shows a command; hidden ones are for the build, not for users.
 enum class Group { look, change, transfer, compare, trust, report, hidden };

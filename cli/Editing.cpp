@@ -16,14 +16,14 @@ EditFlags addEditFlags(CLI::App& app) {
 }
 
 Editing::Editing(const host::Path& root, const EditFlags& flags)
-    : root_(root), flags_(flags), store_(operations::openProject(root)) {
+    : root_(root), flags_(flags), store_(openProject(root)) {
     edit_.emplace(*store_, observer_);
 }
 
-operations::StoreChange Editing::finish() {
-    operations::StoreChange change = edit_->finish();
+StoreChange Editing::finish() {
+    StoreChange change = edit_->finish();
     if (isDryRun()) {
-        operations::requireFeasible(*store_, root_, change);
+        requireFeasible(*store_, root_, change);
     } else {
         const auto progress = observer_.start("Storing");
         edit_->apply(change);
@@ -32,23 +32,23 @@ operations::StoreChange Editing::finish() {
     return change;
 }
 
-operations::StoreChange Editing::make(const std::function<void(operations::ProjectEdit&)>& ask) {
+StoreChange Editing::make(const std::function<void(ProjectEdit&)>& ask) {
     const auto find = [&] {
         edit_.emplace(*store_, observer_);
         ask(*edit_);
         return edit_->finish();
     };
     if (isDryRun()) {
-        operations::StoreChange change = find();
-        operations::requireFeasible(*store_, root_, change);
+        StoreChange change = find();
+        requireFeasible(*store_, root_, change);
         return change;
     }
-    operations::StoreChange change = operations::changeStore(*store_, find);
+    StoreChange change = changeStore(*store_, find);
     host::Interruption::ignore();
     return change;
 }
 
-void Editing::tell(const operations::StoreChange& change, const std::string& note) const {
+void Editing::tell(const StoreChange& change, const std::string& note) const {
     if (*flags_.isJson) {
         printJson(toJson(change));
         return;

@@ -5,9 +5,7 @@
 #include <functional>
 #include <iterator>
 #include <map>
-#include <optional>
 #include <set>
-#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -15,7 +13,6 @@
 #include "cli/text/Errors.hpp"
 #include "host/FileUtils.hpp"
 #include "operations/Project.hpp"
-#include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
 
@@ -26,17 +23,11 @@ struct Positionals::Given {
 };
 
 host::Path findRoot() {
-    host::Path folder = host::FileUtils::makeAbsolute({});
-    while (!project::metadata::ProjectMetadataLocation(folder).hasCoreFile()) {
-        const host::Path parent = folder.parentPath();
-        if (parent == folder) {
-            throw CommandError(Status::notAProject,
-                               "Neither the current folder nor one above it is a project; name one, or create it with "
-                               "\"project-metadata init\"");
-        }
-        folder = parent;
-    }
-    return folder;
+    if (auto root = findProject(host::FileUtils::makeAbsolute({})))
+        return *std::move(root);
+    throw CommandError(Status::notAProject,
+                       "Neither the current folder nor one above it is a project; name one, or create it with "
+                       "\"project-metadata init\"");
 }
 
 namespace {
@@ -108,7 +99,7 @@ bool Positionals::hasList() const {
 bool Positionals::canBeRoot(const std::string& argument) const {
     // "/" is how the root path is written.
     const bool isFile = kind_ == RootKind::projectOrFile && (argument == "-" || operations::isFile(argument));
-    return argument != "/" && (isFile || operations::leadsToFolder(argument));
+    return argument != "/" && (isFile || leadsToFolder(argument));
 }
 
 bool Positionals::hasRoot(const std::vector<std::string>& given) const {

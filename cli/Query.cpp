@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <locale>
 #include <optional>
 #include <string_view>
@@ -13,13 +14,11 @@
 
 #include "cli/text/Errors.hpp"
 #include "cli/text/Glob.hpp"
-#include "host/Text.hpp"
+#include "operations/NodeEdit.hpp"
 
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 using Test = std::function<bool(const std::u16string& text)>;
 
@@ -122,14 +121,6 @@ private:
 /// Seconds since the beginning of 1970, and nanoseconds.
 using Moment = std::pair<std::int64_t, std::int64_t>;
 
-/// The days from 1970-01-01 to a date of the Gregorian calendar. The year is taken to begin in March, so that the day
-/// that some have more comes last: 365 days a year, and one for every fourth but every hundredth but every 400th.
-std::int64_t countDays(std::int64_t year, std::int64_t month, std::int64_t day) {
-    const std::int64_t years = month <= 2 ? year - 1 : year;
-    const std::int64_t months = (month + 9) % 12;
-    return years * 365 + years / 4 - years / 100 + years / 400 + (153 * months + 2) / 5 + day - 1 - 719468;
-}
-
 /// A date or a time by ISO 8601: "2026-11-21", "2026-11-21T23:26:25.5Z", "2026-11-21 23:26+01:00". Without an offset it
 /// is UTC.
 std::optional<Moment> readMoment(std::string_view text) {
@@ -139,7 +130,11 @@ std::optional<Moment> readMoment(std::string_view text) {
     const auto day = month && reader.skip('-') ? reader.read(2, 1, 31) : std::nullopt;
     if (!day)
         return std::nullopt;
-    Moment moment{countDays(*year, *month, *day) * 86400, 0};
+    std::tm date{};
+    date.tm_year = static_cast<int>(*year) - 1900;
+    date.tm_mon = static_cast<int>(*month) - 1;
+    date.tm_mday = static_cast<int>(*day);
+    Moment moment{timegm(&date), 0};
     if (reader.isAtEnd())
         return moment;
     if (!reader.skip('T') && !reader.skip(' '))
@@ -207,10 +202,8 @@ std::function<bool(const pm::MetadataNode*)> makeAttributeTest(const std::string
                       : relation == "=" ? makePattern(operand, manner)
                                         : makeComparison(relation, operand);
     return [key = host::fromUtf8(text.substr(0, end)), test](const pm::MetadataNode* node) {
-        if (!node)
-            return false;
-        const std::vector<std::u16string> keys = node->getAttributeKeys();
-        return std::binary_search(keys.begin(), keys.end(), key) && test(node->get(key));
+        const auto value = findAttribute(node, key);
+        return value && test(*value);
     };
 }
 

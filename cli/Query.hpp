@@ -8,8 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
+#include "cli/Names.hpp"
 
 namespace cli {
 
@@ -27,17 +26,17 @@ public:
 
     /// Whether it depends on the node of `path` if that matches. No value of the node then changes a no.
     enum class Need { nothing, node, noMatch };
-    Need needFor(const project::metadata::MetadataPath& path) const;
+    Need needFor(const pm::MetadataPath& path) const;
 
     /// @param node null for a branch
     /// @throws CommandError for a regular expression that takes too long
-    bool matches(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode* node) const;
+    bool matches(const pm::MetadataPath& path, const pm::MetadataNode* node) const;
 
 private:
     /// All of these must hold.
     struct Alternative {
-        std::vector<std::function<bool(const project::metadata::MetadataPath&)>> onPath;
-        std::vector<std::function<bool(const project::metadata::MetadataNode*)>> onNode;
+        std::vector<std::function<bool(const pm::MetadataPath&)>> onPath;
+        std::vector<std::function<bool(const pm::MetadataNode*)>> onNode;
     };
 
     std::vector<Alternative> alternatives_;

@@ -11,7 +11,6 @@
 
 #include "cli/text/Errors.hpp"
 #include "cli/text/Output.hpp"
-#include "cli/text/Warnings.hpp"
 #include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
 

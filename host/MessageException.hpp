@@ -3,11 +3,9 @@
 /// Error objects do not change once they are made and may be read from any thread.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <utility>
 #include <variant>
 #include <vector>
 

@@ -1,12 +1,10 @@
 #include "host_testing/HostContract.hpp"
 
-#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <set>
 #include <stdexcept>

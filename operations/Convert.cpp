@@ -3,26 +3,17 @@
 
 #include "operations/Convert.hpp"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <set>
-#include <string>
 #include <system_error>
 #include <utility>
 
 #include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
-#include "operations/Errors.hpp"
 #include "operations/FolderVersion.hpp"
 #include "operations/MetadataFolder.hpp"
 #include "operations/MetadataTree.hpp"
@@ -36,7 +27,6 @@
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataOptions.hpp"
 #include "project/metadata/MetadataRoots.hpp"
-#include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FolderLock.hpp"
 
@@ -45,7 +35,6 @@ namespace operations {
 namespace {
 
 namespace fs = std::filesystem;
-namespace pm = project::metadata;
 using Factory = std::shared_ptr<pm::MetadataManagerFactory>;
 
 /// What is to be converted, and where it goes.

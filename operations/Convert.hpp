@@ -6,10 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/Errors.hpp"
+#include "operations/Library.hpp"
 #include "operations/Progress.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 
@@ -32,13 +31,13 @@ struct Conversion {
 /// The new store would not hold a path as the old one does, so nothing is converted.
 class PathNotConverted : public OperationError {
 public:
-    explicit PathNotConverted(project::metadata::MetadataPath path)
+    explicit PathNotConverted(pm::MetadataPath path)
         : OperationError(ErrorKind::failure, "Not converted: a path would not stay as it is"), path_(std::move(path)) {}
 
-    const project::metadata::MetadataPath& path() const { return path_; }
+    const pm::MetadataPath& path() const { return path_; }
 
 private:
-    project::metadata::MetadataPath path_;
+    pm::MetadataPath path_;
 };
 
 /// Converts the metadata of the project with the root folder `root`; docs/command.md says what other programs may do

@@ -3,12 +3,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <vector>
 
 #include "host/FileUtils.hpp"
 #include "host/SettingsService.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/Disk.hpp"
@@ -17,11 +15,9 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 namespace {
 
-/// Whether the user allows to make metadata writable (`project::metadata::handleReadOnlyFile`).
+/// Whether the user allows to make metadata writable (`handleReadOnlyFile`).
 bool mayMakeWritable() {
     const auto settings = host::SettingsService::getSettingsRoot();
     return settings &&

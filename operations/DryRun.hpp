@@ -1,9 +1,8 @@
 /// What a change that is only shown would fail at. Main thread only.
 #pragma once
 
-#include "host/Path.hpp"
+#include "operations/Library.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 
@@ -11,8 +10,7 @@ namespace operations {
 /// makes nothing: whether the metadata folder, or the folder in which it would be made, and the files of the nodes that
 /// it changes can be written, or may be made writable; and whether paths and nodes are such as stores take.
 /// @throws ReadOnlyMetadataFailure, MetadataWriteFailure, as the change would
-void requireFeasible(const project::metadata::MetadataManager& store, const host::Path& root,
-                     const StoreChange& change);
+void requireFeasible(const pm::MetadataManager& store, const host::Path& root, const StoreChange& change);
 
 /// As that, for new metadata without content.
 void requireFeasible(const host::Path& root);

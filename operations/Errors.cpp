@@ -7,14 +7,10 @@
 #include <variant>
 #include <vector>
 
-#include "host/Text.hpp"
 #include "operations/XmlCheck.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 std::string quoted(const host::Path& path) {
     return '"' + path.accessName() + '"';

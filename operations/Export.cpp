@@ -8,8 +8,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 std::vector<pm::MetadataDamage> exportMetadata(const pm::MetadataManager& store, const pm::MetadataPath& top,
                                                const host::Path& file, Existing existing, bool isDryRun,
                                                Observer& observer) {

@@ -3,11 +3,10 @@
 
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/FileOutput.hpp"
+#include "operations/Library.hpp"
 #include "operations/Progress.hpp"
 #include "project/metadata/MetadataDamage.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 
@@ -16,9 +15,8 @@ namespace operations {
 /// @param isDryRun whether all of that is done elsewhere, and `file` left as it is
 /// @throws OperationError if there is no store that keeps everything in one file; whatever the store throws;
 ///         as `writeFile`
-std::vector<project::metadata::MetadataDamage> exportMetadata(const project::metadata::MetadataManager& store,
-                                                              const project::metadata::MetadataPath& top,
-                                                              const host::Path& file, Existing existing, bool isDryRun,
-                                                              Observer& observer);
+std::vector<pm::MetadataDamage> exportMetadata(const pm::MetadataManager& store, const pm::MetadataPath& top,
+                                               const host::Path& file, Existing existing, bool isDryRun,
+                                               Observer& observer);
 
 }  // namespace operations

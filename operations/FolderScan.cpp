@@ -13,14 +13,12 @@
 #include <string_view>
 #include <system_error>
 #include <unordered_set>
-#include <utility>
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/Git.hpp"
-#include "project/metadata/MetadataErrors.hpp"
+#include "operations/Library.hpp"
 #include "store_support/Disk.hpp"
 
 namespace operations {

@@ -11,7 +11,6 @@
 
 #include "host/FileSystem.hpp"
 #include "host/TempDirGuard.hpp"
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/Git.hpp"
 #include "operations/MetadataTree.hpp"
@@ -25,7 +24,6 @@
 namespace operations {
 
 namespace fs = std::filesystem;
-namespace pm = project::metadata;
 
 namespace {
 

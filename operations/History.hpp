@@ -3,15 +3,13 @@
 /// Main thread only.
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
+#include "operations/Library.hpp"
 #include "operations/Progress.hpp"
 #include "operations/TreeDiff.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 
@@ -26,7 +24,7 @@ struct Revision {
 };
 
 struct HistoryRequest {
-    project::metadata::MetadataPath path;
+    pm::MetadataPath path;
     bool below = false;  ///< what is below the path, too
 };
 

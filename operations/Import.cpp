@@ -4,24 +4,19 @@
 
 #include <algorithm>
 #include <memory>
-#include <variant>
 
 #include "host/FileSystem.hpp"
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NewMetadata.hpp"
 #include "operations/NodeAddress.hpp"
 #include "operations/Project.hpp"
 #include "operations/Restore.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "project/metadata/SingleFileExport.hpp"
 #include "store_support/CoreFileType.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

@@ -5,16 +5,15 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
+#include "operations/Library.hpp"
 #include "operations/Progress.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 
 struct ImportRequest {
-    project::metadata::MetadataPath top;  ///< what is imported, with everything below it; the root path for all
-    bool replace = false;                 ///< whether metadata that the project has there may go
+    pm::MetadataPath top;              ///< what is imported, with everything below it; the root path for all
+    bool replace = false;              ///< whether metadata that the project has there may go
     std::optional<std::string> store;  ///< the name of the kind of store of a new project, or in place of a damaged one
     std::vector<std::string> options;  ///< for that store, as `setOptions` takes them
     std::optional<std::string> folder;  ///< the metadata folder of a new project, relative to its root folder

@@ -1,6 +1,5 @@
 #include "operations/Merge.hpp"
 
-#include <memory>
 #include <utility>
 
 #include "operations/DryRun.hpp"

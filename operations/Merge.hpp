@@ -4,7 +4,6 @@
 #include <optional>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/NodeMerge.hpp"
 #include "operations/Progress.hpp"
 

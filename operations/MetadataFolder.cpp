@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "host/FileUtils.hpp"
 #include "operations/Errors.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
@@ -16,15 +17,17 @@
 namespace operations {
 
 namespace fs = std::filesystem;
-namespace pm = project::metadata;
 
 OwnFiles listOwnFiles(const host::Path& root, const pm::MetadataManager& store) {
-    const fs::path folder = pm::ProjectMetadataLocation(root).getDirectory().accessName();
+    const auto getPlace = [](const host::Path& path) {
+        return fs::path(host::FileUtils::makeAbsolute(path).accessName());
+    };
+    const fs::path folder = getPlace(pm::ProjectMetadataLocation(root).getDirectory());
     const std::string lock = store_support::getLockFile({}).accessName();
     OwnFiles own{{}, {lock}};
     const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(&store);
     for (const pm::StoreFile& file : lister ? lister->listFiles() : std::vector<pm::StoreFile>()) {
-        const fs::path name = fs::path(file.file.accessName()).lexically_relative(folder);
+        const fs::path name = getPlace(file.file).lexically_relative(folder);
         if (name.empty() || *name.begin() == "..") {
             throw OperationError(ErrorKind::failure, "The store of " + quoted(root) + " takes " + quoted(file.file) +
                                                          ", which lies elsewhere, for its own");

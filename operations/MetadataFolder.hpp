@@ -7,9 +7,8 @@
 #include <set>
 #include <string>
 
-#include "host/Path.hpp"
+#include "operations/Library.hpp"
 #include "operations/Progress.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 
@@ -21,7 +20,7 @@ struct OwnFiles {
 
 /// What `store`, that of the project with the root folder `root`, tells of its files.
 /// @throws OperationError if it takes a file for its own that lies elsewhere; whatever the store throws
-OwnFiles listOwnFiles(const host::Path& root, const project::metadata::MetadataManager& store);
+OwnFiles listOwnFiles(const host::Path& root, const pm::MetadataManager& store);
 
 /// Copies to the metadata folder `target` what lies in `folder` and is not the store's, and gives it the permissions
 /// of `folder`.
@@ -31,7 +30,7 @@ void copyForeignFiles(const std::filesystem::path& folder, const OwnFiles& own, 
 
 /// Gives each of two folders the name of the other in one step.
 /// @return whether the file system can do that and has done it
-/// @throws project::metadata::MetadataWriteFailure naming `b`
+/// @throws MetadataWriteFailure naming `b`
 bool exchangeFolders(const std::filesystem::path& a, const std::filesystem::path& b);
 
 /// As a `host::Path`.

@@ -8,7 +8,6 @@
 #include <set>
 #include <utility>
 
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/Project.hpp"
@@ -21,8 +20,6 @@
 #include "store_support/WholeFile.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

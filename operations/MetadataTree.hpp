@@ -7,18 +7,15 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
+#include "operations/Library.hpp"
 #include "operations/Progress.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataFiles.hpp"
-#include "project/metadata/MetadataManager.hpp"
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 
-using project::metadata::PathTree;
-using NodePtr = std::shared_ptr<const project::metadata::MetadataNode>;
+using pm::PathTree;
+using NodePtr = std::shared_ptr<const pm::MetadataNode>;
 
 /// Where a tree comes from, by which its root means something else.
 enum class TreeForm {
@@ -32,10 +29,10 @@ enum class TreeForm {
 struct MetadataTree {
     TreeForm form = TreeForm::empty;
     PathTree root;
-    std::shared_ptr<const project::metadata::MetadataFileFormat> format = nullptr;  ///< for `core` and `path`
+    std::shared_ptr<const pm::MetadataFileFormat> format = nullptr;  ///< for `core` and `path`
 
     /// The path of the root.
-    project::metadata::MetadataPath rootPath() const;
+    pm::MetadataPath rootPath() const;
 };
 
 /// Reads the project with the root folder `place`, or the file `place`.
@@ -45,20 +42,19 @@ struct MetadataTree {
 MetadataTree readTree(const host::Path& place, Observer& observer);
 
 /// As `readTree`, for a project that is open already. `root` is its root folder.
-MetadataTree readTree(const project::metadata::MetadataManager& store, const host::Path& root, Observer& observer);
+MetadataTree readTree(const pm::MetadataManager& store, const host::Path& root, Observer& observer);
 
 /// All that `store` holds.
 /// @throws whatever the store throws; host::InterruptedException
-PathTree readPaths(const project::metadata::MetadataManager& store, Progress& progress);
+PathTree readPaths(const pm::MetadataManager& store, Progress& progress);
 
 /// As that, but only `top` with everything below it, and the paths above it without their nodes.
-/// @param leftOut gets a node's damage, instead of the error, where the store says that its file is damaged; may be
-/// null
-PathTree readSubtree(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& top,
-                     Progress& progress, std::vector<project::metadata::MetadataDamage>* leftOut = nullptr);
+/// @param leftOut gets a node's damage instead of the error, if the store says that its file is damaged; may be null
+PathTree readSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress,
+                     std::vector<pm::MetadataDamage>* leftOut = nullptr);
 
 /// The path `top` in `tree`, which is that of the root path; null if it is not there.
-const PathTree* findPath(const PathTree& tree, const project::metadata::MetadataPath& top);
+const PathTree* findPath(const PathTree& tree, const pm::MetadataPath& top);
 
 /// Replaces `file` in one step by what `tree`, which is no project, says. A line break at its end stays, or stays away.
 /// @throws MetadataWriteFailure; the file is then as it was
@@ -69,7 +65,6 @@ void writeTree(const MetadataTree& tree, const host::Path& file);
 std::vector<std::u16string> listFilePatterns();
 
 /// `path` with `step` after it.
-project::metadata::MetadataPath childPath(const project::metadata::MetadataPath& path,
-                                          const project::metadata::PathElement& step);
+pm::MetadataPath childPath(const pm::MetadataPath& path, const pm::PathElement& step);
 
 }  // namespace operations

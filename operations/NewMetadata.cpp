@@ -1,9 +1,7 @@
 #include "operations/NewMetadata.hpp"
 
 #include <algorithm>
-#include <vector>
 
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/Project.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
@@ -11,8 +9,6 @@
 #include "project/metadata/MetadataRoots.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

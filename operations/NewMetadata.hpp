@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "operations/Library.hpp"
 #include "operations/SettingsOverride.hpp"
 #include "project/metadata/MetadataManagerFactory.hpp"
 
@@ -13,12 +14,12 @@ namespace operations {
 
 /// The kind of store that is named `name`; without a name, the one for new projects.
 /// @throws OperationError if there is none
-std::shared_ptr<project::metadata::MetadataManagerFactory> chooseStore(const std::optional<std::string>& name);
+std::shared_ptr<pm::MetadataManagerFactory> chooseStore(const std::optional<std::string>& name);
 
 /// Says to a store that is to make a project what only that kind of store has to know.
 /// @param options each as "name=value"
 /// @throws OperationError if the store takes no such option
-void setOptions(project::metadata::MetadataManager& store, const std::vector<std::string>& options);
+void setOptions(pm::MetadataManager& store, const std::vector<std::string>& options);
 
 /// @param name a folder for new metadata, relative to the root folder; without a name, the one that the settings name
 /// @throws OperationError if a project there would not be found again

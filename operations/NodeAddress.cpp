@@ -1,13 +1,8 @@
 #include "operations/NodeAddress.hpp"
 
 #include <map>
-#include <utility>
-
-#include "host/Text.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

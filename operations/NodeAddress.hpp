@@ -12,8 +12,7 @@
 #include <vector>
 
 #include "operations/Errors.hpp"
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
+#include "operations/Library.hpp"
 
 namespace operations {
 
@@ -28,7 +27,7 @@ struct NodeStep {
 };
 
 struct NodeAddress {
-    project::metadata::MetadataPath path;
+    pm::MetadataPath path;
     // Initialized, so that it may be left out where one is made. NOLINTNEXTLINE(readability-redundant-member-init)
     std::vector<NodeStep> inside = {};  ///< none for the path's own node
 
@@ -56,28 +55,25 @@ class MissingPath : public AddressError {
 public:
     /// @param step the first step of the path that is missing
     /// @param siblings those that there are in its place
-    MissingPath(std::vector<Piece> pieces, const project::metadata::PathElement& step,
-                std::vector<project::metadata::PathElement> siblings)
+    MissingPath(std::vector<Piece> pieces, const pm::PathElement& step, std::vector<pm::PathElement> siblings)
         : AddressError(ErrorKind::failure, std::move(pieces)), step_(step), siblings_(std::move(siblings)) {}
 
-    const project::metadata::PathElement& step() const { return step_; }
-    const std::vector<project::metadata::PathElement>& siblings() const { return siblings_; }
+    const pm::PathElement& step() const { return step_; }
+    const std::vector<pm::PathElement>& siblings() const { return siblings_; }
 
 private:
-    project::metadata::PathElement step_;
-    std::vector<project::metadata::PathElement> siblings_;
+    pm::PathElement step_;
+    std::vector<pm::PathElement> siblings_;
 };
 
 /// The node that `address` names, null if it is not there.
 /// @param node the node of its path, or null
 /// @throws AddressError if a step without a position could mean several
-const project::metadata::MetadataNode* findNode(const project::metadata::MetadataNode* node,
-                                                const NodeAddress& address);
+const pm::MetadataNode* findNode(const pm::MetadataNode* node, const NodeAddress& address);
 
 /// As that, for one that must be there.
 /// @throws AddressError besides, if it is not
-const project::metadata::MetadataNode& requireNode(const project::metadata::MetadataNode* node,
-                                                   const NodeAddress& address);
+const pm::MetadataNode& requireNode(const pm::MetadataNode* node, const NodeAddress& address);
 
 /// Where among `count` siblings the one stands that the step `depth` of `address` leads to.
 /// @param nameOf the name of the sibling at a place, from 0
@@ -91,6 +87,6 @@ std::optional<std::size_t> findChild(std::size_t count,
 AddressError makeMissing(const NodeAddress& address, std::size_t depth);
 
 /// The steps to all child nodes of `node`, in their order.
-std::vector<NodeStep> listSteps(const project::metadata::MetadataNode& node);
+std::vector<NodeStep> listSteps(const pm::MetadataNode& node);
 
 }  // namespace operations

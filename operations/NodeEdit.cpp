@@ -1,10 +1,10 @@
 #include "operations/NodeEdit.hpp"
 
+#include <algorithm>
+
 #include "project/metadata/MetadataNodeSpecification.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 
@@ -16,6 +16,13 @@ void fill(pm::MetadataNode& node, const NodeDraft& draft) {
 }
 
 }  // namespace
+
+std::optional<std::u16string> findAttribute(const pm::MetadataNode* node, const std::u16string& key) {
+    if (!node)
+        return std::nullopt;
+    const std::vector<std::u16string> keys = node->getAttributeKeys();
+    return std::binary_search(keys.begin(), keys.end(), key) ? std::optional(node->get(key)) : std::nullopt;
+}
 
 NodeDraft makeDraft(const pm::MetadataNode& node) {
     NodeDraft draft{node.getName(), {}, {}};

@@ -12,7 +12,7 @@
 
 namespace operations {
 
-using project::metadata::MetadataNode;
+using pm::MetadataNode;
 
 namespace {
 

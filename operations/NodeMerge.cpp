@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "operations/NodeEdit.hpp"
 #include "operations/NodeMatch.hpp"
 #include "operations/SiblingOrder.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
@@ -14,20 +15,11 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 using pm::MetadataNode;
 
 const std::u16string conflictName = u"Conflict";
 
 namespace {
-
-Text getText(const MetadataNode* node, const std::u16string& key) {
-    if (!node)
-        return std::nullopt;
-    const auto keys = node->getAttributeKeys();
-    return std::binary_search(keys.begin(), keys.end(), key) ? Text(node->get(key)) : std::nullopt;
-}
 
 /// A child node as all three have it, where it is there.
 struct Versions {
@@ -210,8 +202,7 @@ NodePtr NodeMerge::merge(const pm::MetadataPath& path, const NodePtr& base, cons
         return kept;
     if (store_support::equalTrees(*kept, *base))
         return nullptr;
-    const Text changed = u"changed";
-    return mark({Conflict::What::removed, path, {}, {}, {}, ours ? changed : Text(), theirs ? changed : Text()}, kept);
+    return mark(makeRemoval(path, ours != nullptr), kept);
 }
 
 NodePtr NodeMerge::mark(Conflict conflict, const NodePtr& node) {
@@ -253,8 +244,8 @@ void NodeMerge::mergeInto(MetadataNode& result, const MetadataNode* base, const 
     }
     std::vector<Conflict> found;
     for (const std::u16string& key : keys) {
-        Conflict conflict{Conflict::What::attribute, {}, {}, key, getText(base, key), getText(&ours, key),
-                          getText(&theirs, key)};
+        Conflict conflict{Conflict::What::attribute,  {}, {}, key, findAttribute(base, key), findAttribute(&ours, key),
+                          findAttribute(&theirs, key)};
         bool isConflict = false;
         if (const Text value = mergeText(conflict.base, conflict.ours, conflict.theirs, isConflict))
             result.put(key, *value);
@@ -297,16 +288,8 @@ void NodeMerge::mergeChildren(MetadataNode& result, const MetadataNode* base, co
             mergeInto(mergedChild, baseNode, *ourNode, *theirNode);
         } else {
             mergedChild.copy(kept);
-            const Text changed = u"changed";
-            if (child.isRemoved()) {
-                markIn(mergedChild, {Conflict::What::removed,
-                                     {},
-                                     {},
-                                     {},
-                                     {},
-                                     ourNode ? changed : Text(),
-                                     theirNode ? changed : Text()});
-            }
+            if (child.isRemoved())
+                markIn(mergedChild, makeRemoval({}, ourNode));
         }
         names_.pop_back();
     }

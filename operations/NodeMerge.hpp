@@ -19,13 +19,12 @@
 /// One thread at a time may use an object.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "operations/Library.hpp"
 #include "operations/MetadataTree.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace operations {
 
@@ -38,12 +37,18 @@ struct Conflict {
     enum class What { attribute, name, removed, children, order, path };
 
     What what;
-    project::metadata::MetadataPath path;
+    pm::MetadataPath path;
     std::u16string node;      ///< which node below that of the path, such as "Item[2]/Info"; empty for the path's own
     std::u16string key;       ///< of the attribute, or the name of the child nodes
     Text base, ours, theirs;  ///< the attribute's values, the node's names or the last steps of the paths; of what was
                               ///< removed, the side that kept it has the text "changed"
 };
+
+/// That one side has changed `path`, or a node in it, and the other has removed that.
+inline Conflict makeRemoval(const pm::MetadataPath& path, bool isOurs) {
+    const Text changed = u"changed";
+    return {Conflict::What::removed, path, {}, {}, {}, isOurs ? changed : Text(), isOurs ? Text() : changed};
+}
 
 /// "attribute" and so on, as it stands in the mark.
 const char16_t* nameOfConflict(Conflict::What what);
@@ -54,8 +59,7 @@ Text mergeText(const Text& base, const Text& ours, const Text& theirs, bool& isC
 class NodeMerge {
 public:
     /// The merged node of `path`. Any of the three may be null, where it has no node; so is the result.
-    NodePtr merge(const project::metadata::MetadataPath& path, const NodePtr& base, const NodePtr& ours,
-                  const NodePtr& theirs);
+    NodePtr merge(const pm::MetadataPath& path, const NodePtr& base, const NodePtr& ours, const NodePtr& theirs);
 
     /// Notes `conflict`, which is about `path` as a whole. @return `node`, or a new one, with the mark of it
     NodePtr mark(Conflict conflict, const NodePtr& node);
@@ -63,7 +67,7 @@ public:
     std::vector<Conflict> takeConflicts() { return std::move(conflicts_); }
 
 private:
-    using Node = project::metadata::MetadataNode;
+    using Node = pm::MetadataNode;
 
     void mergeInto(Node& result, const Node* base, const Node& ours, const Node& theirs);
     void mergeName(Node& result, const Node* base, const Node& ours, const Node& theirs);
@@ -71,7 +75,7 @@ private:
                        std::vector<Conflict>& found);
     void markIn(Node& node, Conflict conflict);
 
-    project::metadata::MetadataPath path_;
+    pm::MetadataPath path_;
     std::vector<std::u16string> names_;  // of the nodes on the way down from that of the path
     std::vector<Conflict> conflicts_;
 };

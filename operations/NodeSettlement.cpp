@@ -5,14 +5,12 @@
 #include <utility>
 #include <vector>
 
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NodeEdit.hpp"
+#include "operations/NodeMerge.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

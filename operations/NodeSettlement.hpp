@@ -5,17 +5,15 @@
 
 #include <cstddef>
 #include <memory>
-#include <string>
 
-#include "operations/NodeMerge.hpp"
-#include "project/metadata/MetadataNode.hpp"
+#include "operations/Library.hpp"
 
 namespace operations {
 
 enum class MergeSide { ours, theirs };
 
 struct Settlement {
-    std::unique_ptr<project::metadata::MetadataNode> node;
+    std::unique_ptr<pm::MetadataNode> node;
     std::size_t count = 0;  ///< how many conflicts there were
 };
 
@@ -24,6 +22,6 @@ struct Settlement {
 /// @throws OperationError for a mark that does not say what that side had: of child nodes that could not be told apart,
 ///         of the order of theirs, of versions of different paths, and of the node itself, if the side has removed it,
 ///         maybe with its path
-Settlement settleConflicts(const project::metadata::MetadataNode& node, MergeSide side);
+Settlement settleConflicts(const pm::MetadataNode& node, MergeSide side);
 
 }  // namespace operations

@@ -4,20 +4,15 @@
 
 #include <cerrno>
 #include <exception>
-#include <optional>
 #include <system_error>
 
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 bool leadsToFolder(const std::string& name) {
     struct stat status {};
@@ -27,6 +22,15 @@ bool leadsToFolder(const std::string& name) {
 bool isFile(const std::string& name) {
     struct stat status {};
     return stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::optional<host::Path> findProject(host::Path folder) {
+    while (!pm::ProjectMetadataLocation(folder).hasCoreFile()) {
+        if (folder == folder.parentPath())
+            return std::nullopt;
+        folder = folder.parentPath();
+    }
+    return folder;
 }
 
 void requireRoot(const host::Path& root) {

@@ -6,9 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
+#include "operations/Library.hpp"
 #include "project/metadata/MetadataDamage.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 
@@ -17,6 +16,10 @@ bool leadsToFolder(const std::string& name);
 
 /// Whether `name` leads to a file that is none of the other kinds.
 bool isFile(const std::string& name);
+
+/// The root folder of the project that `folder` lies in: the nearest one from there upwards that has metadata; no value
+/// if there is none.
+std::optional<host::Path> findProject(host::Path folder);
 
 /// @throws OperationError with `ErrorKind::notAProject` unless `root` is a folder
 void requireRoot(const host::Path& root);
@@ -39,18 +42,18 @@ std::optional<std::u16string> findType(const host::Path& file);
 /// @throws OperationError if there is no store for the type of metadata that the core file names, or if its files are
 ///         too damaged to be opened
 /// @throws whatever the plug-ins throw
-std::unique_ptr<project::metadata::MetadataManager> openProject(const host::Path& root);
+std::unique_ptr<pm::MetadataManager> openProject(const host::Path& root);
 
 /// As `openProject`, for a look that disturbs nobody: null if a change is being made, or waits to be completed.
-std::unique_ptr<project::metadata::MetadataManager> openIdleProject(const host::Path& root);
+std::unique_ptr<pm::MetadataManager> openIdleProject(const host::Path& root);
 
 /// What is damaged in `store`; nothing for a store that cannot tell.
 /// @throws whatever the store throws
-std::vector<project::metadata::MetadataDamage> findDamage(const project::metadata::MetadataManager& store);
+std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store);
 
 /// The first damage by which something is not read, so that it would pass for removed; no value if there is none.
 /// @throws whatever the store throws
-std::optional<project::metadata::MetadataDamage> findLoss(const project::metadata::MetadataManager& store);
+std::optional<pm::MetadataDamage> findLoss(const pm::MetadataManager& store);
 
 /// The names of all stores that users may choose, for an error sentence.
 std::string listStoreNames();

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <map>
 #include <optional>
 #include <set>
 #include <tuple>
@@ -11,10 +10,8 @@
 
 #include "host/FileUtils.hpp"
 #include "host/MessageException.hpp"
-#include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NodeMerge.hpp"
-#include "operations/Progress.hpp"
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
 #include "operations/UuidText.hpp"
@@ -23,7 +20,6 @@
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
@@ -33,8 +29,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 namespace {
 
 const std::u16string extension = u".xml";
@@ -42,7 +36,10 @@ const std::u16string extension = u".xml";
 class ProjectCheck {
 public:
     ProjectCheck(const host::Path& root, Observer& observer)
-        : root_(root), location_(root), folder_(location_.getDirectory()), progress_(observer.start("Checking")) {}
+        : root_(host::FileUtils::makeAbsolute(root)),  // as stores name their files
+          location_(root_),
+          folder_(location_.getDirectory()),
+          progress_(observer.start("Checking")) {}
 
     CheckResult run() {
         requireRoot(root_);

@@ -5,7 +5,6 @@
 
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/Progress.hpp"
 #include "operations/XmlCheck.hpp"
 

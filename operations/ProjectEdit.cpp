@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <iterator>
-#include <utility>
 
-#include "host/Text.hpp"
+#include "operations/EditedPaths.hpp"
 #include "operations/TreeWalk.hpp"
 #include "operations/WayBack.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
@@ -12,24 +11,6 @@
 #include "store_support/EqualTrees.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
-
-/// A path, by its last step, with what is below it. It is moved, never copied.
-struct ProjectEdit::Branch {
-    explicit Branch(const pm::PathElement& itsStep) : step(itsStep) {}
-
-    /// @param next what follows it then
-    Branch& insert(std::list<Branch>::iterator next, const pm::PathElement& child) {
-        const auto place = children.emplace(next, child);
-        places.emplace(child, place);
-        return *place;
-    }
-
-    pm::PathElement step;
-    std::list<Branch> children;
-    std::map<pm::PathElement, std::list<Branch>::iterator> places;
-};
 
 /// The node of a path.
 struct ProjectEdit::Content {
@@ -44,6 +25,8 @@ struct ProjectEdit::Content {
         draft.reset();
         isChanged = true;
     }
+
+    NodePtr wanted() const { return draft ? NodePtr(operations::makeNode(*draft)) : node; }
 };
 
 namespace {
@@ -73,7 +56,10 @@ NodeDraft& requireDraft(NodeDraft& node, const NodeAddress& address, std::size_t
 
 }  // namespace
 
-ProjectEdit::ProjectEdit(pm::MetadataManager& store, Observer& observer) : store_(store), observer_(observer) {}
+ProjectEdit::ProjectEdit(pm::MetadataManager& store, Observer& observer)
+    : store_(store), paths_(std::make_unique<EditedPaths>(store, observer, [this](const pm::MetadataPath& path) {
+          setNode(path, nullptr);
+      })) {}
 
 ProjectEdit::~ProjectEdit() = default;
 
@@ -99,7 +85,7 @@ void ProjectEdit::set(const NodeAddress& address, const AttributeChanges& change
             node.attributes[key] = *value;
     };
     if (request.create || address.inside.empty()) {
-        makePath(address.path);
+        paths_->make(address.path);
         if (!hasNode)
             contentOf(address.path).draft.emplace().name = request.nodeName.value_or(pm::getDefaultMetadataNodeName());
         apply(makeNode(address));
@@ -132,19 +118,15 @@ NodeAddress ProjectEdit::add(const NodeAddress& address, const std::optional<Pla
     const pm::MetadataPath& path = address.path;
     if (hasPath(path))
         throw AddressError(ErrorKind::failure, {"There is a path ", address, " already"});
-    hasBranches_ = true;
     if (!place) {
-        makePath(path);
+        paths_->addLast(path);
         return address;
     }
     const NodeAddress& sibling = place->sibling;
     if (!sibling.inside.empty() || sibling.path.getPath().empty() || sibling.path.getParent() != path.getParent())
         refuseSibling(sibling, address);
     requirePath(sibling.path);
-    tree();
-    Branch& parent = *findBranch(path.getParent());
-    const auto next = parent.places.at(sibling.path.getLeaf());
-    parent.insert(place->side == Place::Side::before ? next : std::next(next), path.getLeaf());
+    paths_->addBeside(path, sibling.path, place->side == Place::Side::before);
     return address;
 }
 
@@ -159,30 +141,7 @@ void ProjectEdit::remove(const NodeAddress& address) {
         parent.children.erase(parent.children.begin() + (&child - parent.children.data()));
         return;
     }
-    if (tree_ || !added_.empty()) {
-        removeBranch(address.path);
-        return;
-    }
-    const auto progress = observer_.start("Reading");
-    for (pm::MetadataPath& path : listPaths(store_, address.path, *progress)) {
-        if (removedSet_.insert(path).second)
-            removed_.push_back(std::move(path));
-    }
-    gone_.push_back(address.path);
-}
-
-void ProjectEdit::removeBranch(const pm::MetadataPath& path) {
-    tree();
-    forget(*findBranch(path), path);
-    if (path.getPath().empty()) {
-        tree_->places.clear();
-        tree_->children.clear();
-        return;
-    }
-    Branch& parent = *findBranch(path.getParent());
-    const auto place = parent.places.find(path.getLeaf());
-    parent.children.erase(place->second);
-    parent.places.erase(place);
+    paths_->remove(address.path);
 }
 
 void ProjectEdit::removeNode(const pm::MetadataPath& path) {
@@ -199,14 +158,14 @@ void ProjectEdit::move(const pm::MetadataPath& from, const pm::MetadataPath& to)
     requireTarget(from, to, "moved");
     if (canRename(from, to))
         renaming_.emplace(from, to);
-    else if (!moveLeaf(from, to))
-        moveBranch(from, to);
+    else
+        moveInTree(from, to);
 }
 
 /// Whether the store itself can make `to` of `from`, and nothing else has been changed.
 bool ProjectEdit::canRename(const pm::MetadataPath& from, const pm::MetadataPath& to) const {
     const bool isFirst =
-        !tree_ && !hasBranches_ && added_.empty() && removed_.empty() &&
+        paths_->areUntouched() &&
         std::none_of(contents_.begin(), contents_.end(), [](const auto& entry) { return entry.second.isChanged; });
     return isFirst && dynamic_cast<const pm::PathRenamer*>(&store_) && from.getParent() == to.getParent() &&
            store_.getChildren(from).empty();
@@ -214,62 +173,43 @@ bool ProjectEdit::canRename(const pm::MetadataPath& from, const pm::MetadataPath
 
 /// Does what was left to the store, since there is something else to do.
 void ProjectEdit::settleRenaming() {
-    if (const auto renaming = std::exchange(renaming_, std::nullopt)) {
-        if (!moveLeaf(renaming->first, renaming->second))
-            moveBranch(renaming->first, renaming->second);
-    }
+    if (const auto renaming = std::exchange(renaming_, std::nullopt))
+        moveInTree(renaming->first, renaming->second);
 }
 
-void ProjectEdit::moveBranch(const pm::MetadataPath& from, const pm::MetadataPath& to) {
-    tree();
-    const bool staysBelow = from.getParent() == to.getParent();
-    Branch& oldParent = *findBranch(from.getParent());
-    Branch& newParent = *findBranch(to.getParent());
-    const auto place = oldParent.places.at(from.getLeaf());
-    Branch& target = newParent.insert(staysBelow ? place : newParent.children.end(), to.getLeaf());
-    const auto progress = observer_.start("Reading");
-    fillCopy(*place, from, to, target, *progress);
-    forget(*place, from);
-    oldParent.children.erase(place);
-    oldParent.places.erase(from.getLeaf());
+/// Moves without the help of the store.
+void ProjectEdit::moveInTree(const pm::MetadataPath& from, const pm::MetadataPath& to) {
+    if (!moveLeaf(from, to))
+        paths_->move(from, to, copyNode());
 }
 
 /// Moves a path with a node and nothing below it as the first of all changes of paths, if that needs no order: what it
 /// becomes is the last of its siblings. Then there is no need to know all other paths.
 /// @return whether that could be done
 bool ProjectEdit::moveLeaf(const pm::MetadataPath& from, const pm::MetadataPath& to) {
-    if (tree_ || hasBranches_ || !added_.empty() || !removed_.empty() || !store_.getChildren(from).empty())
+    if (!paths_->areUntouched() || !store_.getChildren(from).empty())
         return false;
     const Content& content = contentOf(from);
     if (!content.draft && !content.node)
         return false;
     if (from.getParent() == to.getParent() && store_.getChildren(from.getParent()).back() != from)
         return false;
-    const NodePtr node = content.draft ? NodePtr(operations::makeNode(*content.draft)) : content.node;
-    makePath(to);
+    const NodePtr node = content.wanted();
+    paths_->replaceLeaf(from, to);
     contentOf(to).set(node);
     contentOf(from).set(nullptr);
-    removed_.push_back(from);
-    removedSet_.insert(from);
-    gone_.push_back(from);
     return true;
 }
 
 void ProjectEdit::copy(const pm::MetadataPath& from, const pm::MetadataPath& to) {
     settleRenaming();
     requireTarget(from, to, "copied");
-    tree();
-    Branch& parent = *findBranch(to.getParent());
-    Branch& target = parent.insert(parent.children.end(), to.getLeaf());
-    const auto progress = observer_.start("Reading");
-    fillCopy(*findBranch(from), from, to, target, *progress);
+    paths_->copy(from, to, copyNode());
 }
 
 bool ProjectEdit::hasPath(const pm::MetadataPath& path) {
     settleRenaming();
-    if (tree_)
-        return findBranch(path) != nullptr;
-    return removedSet_.count(path) == 0 && (addedSet_.count(path) > 0 || store_.hasPath(path));
+    return paths_->has(path);
 }
 
 StoreChange ProjectEdit::finish() {
@@ -284,42 +224,21 @@ StoreChange ProjectEdit::finish() {
     // Nodes say only of one new path where it is to be.
     std::size_t newNodes = 0;
     for (const auto& [path, content] : contents_)
-        newNodes += content.isChanged ? addedSet_.count(path) : 0;
-    if (hasBranches_ || newNodes > 1)
-        tree();
-
-    const PathSet before(before_.begin(), before_.end());
-    const auto wasThere = [&](const pm::MetadataPath& path) {
-        return tree_ ? before.count(path) > 0 : addedSet_.count(path) == 0;
-    };
+        newNodes += content.isChanged && paths_->isAdded(path) ? 1U : 0U;
+    paths_->settle(newNodes > 1);
     for (auto& [path, content] : contents_) {
-        if (!content.isChanged || !hasPath(path))
+        if (!content.isChanged || !paths_->has(path))
             continue;
         if (!content.isStoredKnown)
-            content.stored = wasThere(path) ? NodePtr(store_.getNode(path)) : nullptr;
-        NodePtr wanted = content.draft ? NodePtr(operations::makeNode(*content.draft)) : content.node;
+            content.stored = paths_->wasThere(path) ? NodePtr(store_.getNode(path)) : nullptr;
+        NodePtr wanted = content.wanted();
         if (store_support::equalTrees(wanted.get(), content.stored.get()))
             continue;
-        if (wasThere(path))
+        if (paths_->wasThere(path))
             change.updated.push_back(path);
         change.nodes.emplace_back(path, std::move(wanted));
     }
-    if (!tree_) {
-        change.added = added_;
-        change.removed = removed_;
-        change.gone = gone_;
-        return change;
-    }
-
-    std::vector<pm::MetadataPath> after;
-    listBranch(*tree_, {}, after);
-    const PathSet kept(after.begin(), after.end());
-    std::copy_if(after.begin(), after.end(), std::back_inserter(change.added),
-                 [&](const pm::MetadataPath& path) { return before.count(path) == 0; });
-    std::copy_if(before_.begin(), before_.end(), std::back_inserter(change.removed),
-                 [&](const pm::MetadataPath& path) { return kept.count(path) == 0; });
-    if (after != before_)
-        change.paths = std::move(after);
+    paths_->finish(change);
     return change;
 }
 
@@ -385,7 +304,7 @@ NodeAddress ProjectEdit::addChild(const NodeAddress& address, const std::optiona
     };
     if (place && !isBeside(place->sibling))
         refuseSibling(place->sibling, address);
-    makePath(above.path);
+    paths_->make(above.path);
     NodeDraft& parent = makeNode(above);
     const std::size_t count = countDrafts(parent, step.name);
     if (step.position != 0 && step.position != count + 1) {
@@ -406,37 +325,13 @@ NodeAddress ProjectEdit::addChild(const NodeAddress& address, const std::optiona
     return above;
 }
 
-/// Adds `path` and what is missing above it, without nodes.
-void ProjectEdit::makePath(const pm::MetadataPath& path) {
-    std::vector<pm::PathElement> steps;
-    Branch* branch = removed_.empty() ? tree_.get() : &tree();
-    for (const pm::PathElement& step : path.getPath()) {
-        steps.push_back(step);
-        if (branch) {
-            const auto known = branch->places.find(step);
-            branch = known != branch->places.end() ? &*known->second : &branch->insert(branch->children.end(), step);
-            continue;
-        }
-        pm::MetadataPath each(steps);
-        if (!hasPath(each) && addedSet_.insert(each).second)
-            added_.push_back(std::move(each));
-    }
-}
-
 void ProjectEdit::requirePath(const pm::MetadataPath& path, const std::string& advice) {
     if (hasPath(path))
         return;
     pm::MetadataPath above = path.getParent();
     while (!hasPath(above))
         above = above.getParent();
-    std::vector<pm::PathElement> siblings;
-    if (tree_) {
-        for (const Branch& child : findBranch(above)->children)
-            siblings.push_back(child.step);
-    } else {
-        for (const pm::MetadataPath& child : store_.getChildren(above))
-            siblings.push_back(child.getLeaf());
-    }
+    std::vector<pm::PathElement> siblings = paths_->listChildren(above);
     const pm::PathElement step = path.getPath()[above.getPath().size()];
     std::vector<AddressError::Piece> pieces{"There is no path ", NodeAddress{path}};
     if (advice.empty())
@@ -460,70 +355,17 @@ void ProjectEdit::requireTarget(const pm::MetadataPath& from, const pm::Metadata
     requirePath(to.getParent(), " to be " + verb + " to; \"project-metadata add\" adds it");
 }
 
-/// Makes `target` at `to` what `source` at `from` is.
-void ProjectEdit::fillCopy(const Branch& source, const pm::MetadataPath& from, const pm::MetadataPath& to,
-                           Branch& target, Progress& progress) {
-    progress.advance();
-    const Content& content = contentOf(from);
-    const NodePtr node = content.draft ? NodePtr(operations::makeNode(*content.draft)) : content.node;
-    // What the path had before it was removed is not of interest any more.
-    const auto [place, isNew] = contents_.try_emplace(to);
-    if (isNew)
-        place->second.isStoredKnown = false;
-    place->second.set(node);
-    for (const Branch& child : source.children) {
-        fillCopy(child, childPath(from, child.step), childPath(to, child.step),
-                 target.insert(target.children.end(), child.step), progress);
-    }
+/// Makes the node of one path that of another, too.
+EditedPaths::OnCopy ProjectEdit::copyNode() {
+    return [this](const pm::MetadataPath& from, const pm::MetadataPath& to) { setNode(to, contentOf(from).wanted()); };
 }
 
-/// Notes that the nodes of `branch`, which is at `path`, go.
-void ProjectEdit::forget(const Branch& branch, const pm::MetadataPath& path) {
+/// Gives `path` a node, or none, whatever it had before: that is not of interest any more.
+void ProjectEdit::setNode(const pm::MetadataPath& path, const NodePtr& node) {
     const auto [place, isNew] = contents_.try_emplace(path);
     if (isNew)
         place->second.isStoredKnown = false;
-    place->second.set(nullptr);
-    for (const Branch& child : branch.children)
-        forget(child, childPath(path, child.step));
-}
-
-/// All paths, which are read when they are needed for the first time.
-ProjectEdit::Branch& ProjectEdit::tree() {
-    if (tree_)
-        return *tree_;
-    const auto progress = observer_.start("Reading");
-    before_ = listPaths(store_, {}, *progress);
-    tree_ = std::make_unique<Branch>(pm::PathElement({}, {}));
-    const std::vector<pm::MetadataPath> gone = std::exchange(gone_, {});
-    removed_.clear();
-    removedSet_.clear();
-    for (const pm::MetadataPath& path : before_)
-        makePath(path);
-    for (const pm::MetadataPath& path : added_)
-        makePath(path);
-    for (const pm::MetadataPath& path : gone) {
-        if (findBranch(path))
-            removeBranch(path);
-    }
-    return *tree_;
-}
-
-/// @return null if there is no such path; there must be a tree
-ProjectEdit::Branch* ProjectEdit::findBranch(const pm::MetadataPath& path) {
-    Branch* branch = tree_.get();
-    for (const pm::PathElement& step : path.getPath()) {
-        const auto place = branch->places.find(step);
-        if (place == branch->places.end())
-            return nullptr;
-        branch = &*place->second;
-    }
-    return branch;
-}
-
-void ProjectEdit::listBranch(const Branch& branch, const pm::MetadataPath& path, std::vector<pm::MetadataPath>& paths) {
-    paths.push_back(path);
-    for (const Branch& child : branch.children)
-        listBranch(child, childPath(path, child.step), paths);
+    place->second.set(node);
 }
 
 void ProjectEdit::apply(const StoreChange& change) {

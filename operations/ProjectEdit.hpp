@@ -3,22 +3,23 @@
 /// One thread at a time, as the stores.
 #pragma once
 
-#include <list>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "operations/Library.hpp"
 #include "operations/NodeAddress.hpp"
 #include "operations/NodeEdit.hpp"
 #include "operations/Progress.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
+
+class EditedPaths;
 
 /// What `ProjectEdit::set` may make.
 struct SetRequest {
@@ -39,7 +40,7 @@ struct Place {
 class ProjectEdit {
 public:
     /// @param store is only read, but for `apply`; both must outlive the object
-    ProjectEdit(project::metadata::MetadataManager& store, Observer& observer);
+    ProjectEdit(pm::MetadataManager& store, Observer& observer);
     ~ProjectEdit();
 
     /// Gives the node at `address` attributes. The node of a path that has none is made.
@@ -58,15 +59,15 @@ public:
     void remove(const NodeAddress& address);
 
     /// Removes the node of a path.
-    void removeNode(const project::metadata::MetadataPath& path);
+    void removeNode(const pm::MetadataPath& path);
 
     /// Moves a path with everything below it. Below the same parent it keeps its place, elsewhere it becomes the last.
-    void move(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to);
+    void move(const pm::MetadataPath& from, const pm::MetadataPath& to);
 
     /// Copies a path with everything below it; the copy becomes the last.
-    void copy(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to);
+    void copy(const pm::MetadataPath& from, const pm::MetadataPath& to);
 
-    bool hasPath(const project::metadata::MetadataPath& path);
+    bool hasPath(const pm::MetadataPath& path);
 
     /// All changes so far.
     StoreChange finish();
@@ -75,44 +76,27 @@ public:
     void apply(const StoreChange& change);
 
 private:
-    struct Branch;
     struct Content;
 
-    Content& contentOf(const project::metadata::MetadataPath& path);
-    NodeDraft& editNode(const project::metadata::MetadataPath& path);
+    Content& contentOf(const pm::MetadataPath& path);
+    NodeDraft& editNode(const pm::MetadataPath& path);
     NodeDraft& requireNode(const NodeAddress& address);
     NodeDraft& makeNode(const NodeAddress& address);
     NodeAddress addChild(const NodeAddress& address, const std::optional<Place>& place);
-    void removeBranch(const project::metadata::MetadataPath& path);
-    void makePath(const project::metadata::MetadataPath& path);
-    bool canRename(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to) const;
+    bool canRename(const pm::MetadataPath& from, const pm::MetadataPath& to) const;
     void settleRenaming();
-    void moveBranch(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to);
-    bool moveLeaf(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to);
-    void requirePath(const project::metadata::MetadataPath& path, const std::string& advice = {});
-    void requireTarget(const project::metadata::MetadataPath& from, const project::metadata::MetadataPath& to,
-                       const std::string& verb);
-    void fillCopy(const Branch& source, const project::metadata::MetadataPath& from,
-                  const project::metadata::MetadataPath& to, Branch& target, Progress& progress);
-    void forget(const Branch& branch, const project::metadata::MetadataPath& path);
-    static void listBranch(const Branch& branch, const project::metadata::MetadataPath& path,
-                           std::vector<project::metadata::MetadataPath>& paths);
-    Branch& tree();
-    Branch* findBranch(const project::metadata::MetadataPath& path);
+    void moveInTree(const pm::MetadataPath& from, const pm::MetadataPath& to);
+    bool moveLeaf(const pm::MetadataPath& from, const pm::MetadataPath& to);
+    void requirePath(const pm::MetadataPath& path, const std::string& advice = {});
+    void requireTarget(const pm::MetadataPath& from, const pm::MetadataPath& to, const std::string& verb);
+    std::function<void(const pm::MetadataPath& from, const pm::MetadataPath& to)> copyNode();
+    void setNode(const pm::MetadataPath& path, const NodePtr& node);
 
-    project::metadata::MetadataManager& store_;
-    Observer& observer_;
-    std::map<project::metadata::MetadataPath, Content, BySteps> contents_;  // of paths that were looked at
+    pm::MetadataManager& store_;
+    std::map<pm::MetadataPath, Content, BySteps> contents_;  // of paths that were looked at
     // What was moved first, as long as that is all: the store can do it by itself.
-    std::optional<std::pair<project::metadata::MetadataPath, project::metadata::MetadataPath>> renaming_;
-    std::vector<project::metadata::MetadataPath> added_;  // until there is a tree
-    PathSet addedSet_;
-    std::vector<project::metadata::MetadataPath> gone_;     // the tops of what was removed; likewise
-    std::vector<project::metadata::MetadataPath> removed_;  // all of it
-    PathSet removedSet_;
-    bool hasBranches_ = false;                             // whether a path was added that may have no node
-    std::unique_ptr<Branch> tree_;                         // once adding alone, or removing alone, is not all
-    std::vector<project::metadata::MetadataPath> before_;  // the paths of the store, in the order of the tree
+    std::optional<std::pair<pm::MetadataPath, pm::MetadataPath>> renaming_;
+    std::unique_ptr<EditedPaths> paths_;
 };
 
 }  // namespace operations

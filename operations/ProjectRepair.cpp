@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
 
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
-#include "host/Text.hpp"
-#include "operations/Errors.hpp"
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
 #include "operations/Workshop.hpp"
@@ -25,14 +22,14 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 namespace {
 
 class ProjectRepair {
 public:
     ProjectRepair(const host::Path& root, bool isDryRun)
-        : root_(root), folder_(pm::ProjectMetadataLocation(root).getDirectory()), isDryRun_(isDryRun) {}
+        : root_(host::FileUtils::makeAbsolute(root)),  // as the check names its files
+          folder_(pm::ProjectMetadataLocation(root_).getDirectory()),
+          isDryRun_(isDryRun) {}
 
     std::vector<Repair> run(const std::vector<Problem>& problems) {
         std::set<host::Path> damaged;

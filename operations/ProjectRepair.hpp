@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/XmlCheck.hpp"
 
 namespace operations {

@@ -10,10 +10,8 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
-#include <variant>
 
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FolderVersion.hpp"
@@ -27,7 +25,6 @@
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "project/metadata/Uuid.hpp"
 #include "store_support/Disk.hpp"
@@ -38,7 +35,6 @@ namespace operations {
 namespace {
 
 namespace fs = std::filesystem;
-namespace pm = project::metadata;
 using Factory = std::shared_ptr<pm::MetadataManagerFactory>;
 
 /// @throws MetadataReadFailure if this process may not read it

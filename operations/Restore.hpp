@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/MetadataTree.hpp"
 #include "operations/Progress.hpp"
 

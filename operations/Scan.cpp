@@ -1,10 +1,7 @@
 #include "operations/Scan.hpp"
 
 #include <filesystem>
-#include <utility>
-#include <vector>
 
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/FolderScan.hpp"
@@ -17,7 +14,6 @@
 namespace operations {
 
 namespace fs = std::filesystem;
-namespace pm = project::metadata;
 
 namespace {
 

@@ -11,12 +11,9 @@
 #include "host/FileUtils.hpp"
 #include "operations/FileOutput.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Disk.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

@@ -13,9 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "operations/FolderScan.hpp"
-#include "project/metadata/MetadataPath.hpp"
+#include "operations/Library.hpp"
 
 namespace operations {
 
@@ -25,17 +24,17 @@ public:
     explicit ScanRecord(const host::Path& folder);
 
     /// What is known of the file that `path` stands for; no value if nothing is.
-    std::optional<FileTrace> find(const project::metadata::MetadataPath& path);
+    std::optional<FileTrace> find(const pm::MetadataPath& path);
 
-    using Traces = std::vector<std::pair<project::metadata::MetadataPath, FileTrace>>;
+    using Traces = std::vector<std::pair<pm::MetadataPath, FileTrace>>;
 
     /// Remembers `traces`, and what was known before of the other paths that are still of interest.
     /// @param isOfInterest asked for a key as `makeKey` makes it
-    /// @throws project::metadata::MetadataWriteFailure; nothing if the user has no folder for states
+    /// @throws MetadataWriteFailure; nothing if the user has no folder for states
     void keep(const Traces& traces, const std::function<bool(const std::u16string& key)>& isOfInterest);
 
     /// `path` as a text; that of another path is another, and begins with this one if it lies below.
-    static std::u16string makeKey(const project::metadata::MetadataPath& path);
+    static std::u16string makeKey(const pm::MetadataPath& path);
 
 private:
     void parse();

@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 #include <tuple>
-#include <utility>
 
 #include "operations/ScannedNode.hpp"
 #include "project/metadata/MetadataPath.hpp"
@@ -17,8 +16,6 @@
 namespace operations {
 
 namespace {
-
-namespace pm = project::metadata;
 
 using Scan = std::vector<ScannedFile>;
 

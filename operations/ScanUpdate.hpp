@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "operations/FolderScan.hpp"
+#include "operations/Library.hpp"
 #include "operations/Progress.hpp"
 #include "operations/ScanRecord.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 
@@ -19,9 +19,9 @@ struct ScanWish {
 
 struct ScanChange {
     StoreChange change;  ///< what has moved counts neither as added nor as removed
-    std::vector<std::pair<project::metadata::MetadataPath, project::metadata::MetadataPath>> moved;  ///< from, to
-    std::vector<project::metadata::MetadataPath> missing;  ///< all that are marked below the folder, after the change
-    ScanRecord::Traces traces;                             ///< of all that was described
+    std::vector<std::pair<pm::MetadataPath, pm::MetadataPath>> moved;  ///< from, to
+    std::vector<pm::MetadataPath> missing;  ///< all that are marked below the folder, after the change
+    ScanRecord::Traces traces;              ///< of all that was described
 };
 
 /// What makes `store` hold what `scan` found, where its first element stands for the root path. New siblings come
@@ -40,7 +40,7 @@ struct ScanChange {
 ///
 /// Main thread only.
 /// @throws whatever the store throws; host::InterruptedException
-ScanChange findScanChange(const project::metadata::MetadataManager& store, const std::vector<ScannedFile>& scan,
-                          const ScanWish& wish, ScanRecord& record, Progress& progress);
+ScanChange findScanChange(const pm::MetadataManager& store, const std::vector<ScannedFile>& scan, const ScanWish& wish,
+                          ScanRecord& record, Progress& progress);
 
 }  // namespace operations

@@ -5,7 +5,6 @@
 #include <optional>
 #include <vector>
 
-#include "host/Text.hpp"
 #include "operations/NodeEdit.hpp"
 #include "operations/NodeMerge.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
@@ -15,8 +14,6 @@ namespace operations {
 const std::u16string& scannedFolderType = *new std::u16string(u"Folder");
 
 namespace {
-
-namespace pm = project::metadata;
 
 const std::u16string& fileType = *new std::u16string(u"File");
 const std::u16string& kindKey = *new std::u16string(u"Kind");

@@ -15,7 +15,7 @@
 #include <string>
 
 #include "operations/FolderScan.hpp"
-#include "project/metadata/MetadataNode.hpp"
+#include "operations/Library.hpp"
 
 namespace operations {
 
@@ -29,7 +29,7 @@ const std::u16string& scannedTypeOf(const ScannedFile& file);
 bool isScannedType(const std::u16string& type);
 
 /// Whether all of `node` was written by a scan.
-bool isScannedNode(const project::metadata::MetadataNode& node);
+bool isScannedNode(const pm::MetadataNode& node);
 
 /// What a scan has written of a file in `node`, as far as other files rarely have the same. A value type.
 struct Description {
@@ -37,21 +37,19 @@ struct Description {
     std::u16string time;     ///< of modification, as `formatTime`; empty if it does not say
 };
 
-Description getDescription(const project::metadata::MetadataNode& node);
+Description getDescription(const pm::MetadataNode& node);
 
 /// `before` with what a scan says of `file` in place of what an earlier one has said, which settles marks of conflicts
 /// about that.
 /// @param before null if there is no node
 /// @return null if `before` says the same
-std::shared_ptr<project::metadata::MetadataNode> describe(const ScannedFile& file,
-                                                          const project::metadata::MetadataNode* before,
-                                                          bool withTimes);
+std::shared_ptr<pm::MetadataNode> describe(const ScannedFile& file, const pm::MetadataNode* before, bool withTimes);
 
 /// @param node null if there is no node
-bool isMarkedMissing(const project::metadata::MetadataNode* node);
+bool isMarkedMissing(const pm::MetadataNode* node);
 
 /// `before` with the mark.
 /// @param before null if there is no node
-std::shared_ptr<project::metadata::MetadataNode> markMissing(const project::metadata::MetadataNode* before);
+std::shared_ptr<pm::MetadataNode> markMissing(const pm::MetadataNode* before);
 
 }  // namespace operations

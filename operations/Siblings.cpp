@@ -13,7 +13,7 @@
 
 namespace operations {
 
-using project::metadata::MetadataNode;
+using pm::MetadataNode;
 
 namespace {
 

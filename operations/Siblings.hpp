@@ -9,15 +9,15 @@
 #include <unordered_map>
 #include <vector>
 
+#include "operations/Library.hpp"
 #include "operations/SiblingOrder.hpp"
-#include "project/metadata/MetadataNode.hpp"
 
 namespace operations {
 
-using Nodes = std::vector<std::shared_ptr<project::metadata::MetadataNode>>;
+using Nodes = std::vector<std::shared_ptr<pm::MetadataNode>>;
 
 /// Equal trees have equal numbers.
-std::size_t hashNode(const project::metadata::MetadataNode& node);
+std::size_t hashNode(const pm::MetadataNode& node);
 
 /// Whether an attribute of this name is made to identify its node: "Id", "Name", ..., in whatever case.
 bool isIdentity(const std::u16string& name);
@@ -26,7 +26,7 @@ bool isIdentity(const std::u16string& name);
 class Siblings {
 public:
     struct Child {
-        const project::metadata::MetadataNode* node;
+        const pm::MetadataNode* node;
         std::size_t name;     ///< a number for it
         std::size_t content;  ///< a number for what it is like: nodes are equal exactly if they have equal numbers
     };

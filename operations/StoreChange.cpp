@@ -2,16 +2,12 @@
 
 #include <algorithm>
 #include <map>
-#include <utility>
 
 #include "host/Interruption.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/PathRenamer.hpp"
 #include "store_support/EqualTrees.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 namespace {
 

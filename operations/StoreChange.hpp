@@ -3,47 +3,42 @@
 /// One thread at a time, as the stores.
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <optional>
 #include <set>
-#include <string>
 #include <utility>
 #include <vector>
 
+#include "operations/Library.hpp"
 #include "operations/MetadataTree.hpp"
-#include "operations/Progress.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 
 /// Tells apart paths with one text, as the order of the library does not.
 struct BySteps {
-    bool operator()(const project::metadata::MetadataPath& a, const project::metadata::MetadataPath& b) const {
-        return a.getPath() < b.getPath();
-    }
+    bool operator()(const pm::MetadataPath& a, const pm::MetadataPath& b) const { return a.getPath() < b.getPath(); }
 };
 
-using PathSet = std::set<project::metadata::MetadataPath, BySteps>;
+using PathSet = std::set<pm::MetadataPath, BySteps>;
 
 /// A value type. What it adds, updates and removes is for people; the rest is what is done.
 struct StoreChange {
-    std::vector<project::metadata::MetadataPath> added;
-    std::vector<project::metadata::MetadataPath> updated;  ///< have another node, or none any more
-    std::vector<project::metadata::MetadataPath> removed;  ///< with all that lie below them, each listed
+    std::vector<pm::MetadataPath> added;
+    std::vector<pm::MetadataPath> updated;  ///< have another node, or none any more
+    std::vector<pm::MetadataPath> removed;  ///< with all that lie below them, each listed
 
     /// A path without paths below it, and what becomes of it at its place, for a store that is a `PathRenamer`; no
     /// value if none is renamed. It is among `added` and `removed` too, and is all there is to do.
-    std::optional<std::pair<project::metadata::MetadataPath, project::metadata::PathElement>> renamed;
+    std::optional<std::pair<pm::MetadataPath, pm::PathElement>> renamed;
 
     /// What is to be stored at which path; null: the node there goes.
-    std::vector<std::pair<project::metadata::MetadataPath, NodePtr>> nodes;
+    std::vector<std::pair<pm::MetadataPath, NodePtr>> nodes;
 
     /// The whole content in its order, as `MetadataManager::setPaths` takes it; no value if `nodes` are all.
-    std::optional<std::vector<project::metadata::MetadataPath>> paths;
+    std::optional<std::vector<pm::MetadataPath>> paths;
 
     /// What is removed, by the tops, if `paths` does not say it.
-    std::vector<project::metadata::MetadataPath> gone;
+    std::vector<pm::MetadataPath> gone;
 
     /// Whether the store is already as it is to be.
     bool isEmpty() const { return !renamed && nodes.empty() && !paths && gone.empty(); }
@@ -60,7 +55,7 @@ enum class Interruptible { untilFirstBatch, always };
 /// only paths; two if it does both; and one more for each node that goes, and for paths that have one text.
 /// @param interruptible `always` only for a store that nobody will miss
 /// @throws whatever the store throws; host::InterruptedException, by default only while nothing has been changed
-void applyChange(project::metadata::MetadataManager& store, const StoreChange& change,
+void applyChange(pm::MetadataManager& store, const StoreChange& change,
                  Interruptible interruptible = Interruptible::untilFirstBatch);
 
 /// Makes the change that `find` works out from what `store` holds. As long as that fails since somebody else has
@@ -68,6 +63,6 @@ void applyChange(project::metadata::MetadataManager& store, const StoreChange& c
 /// @param find must read what it is about from `store`
 /// @return the change that was made
 /// @throws as `applyChange` and `find`; after an error nothing has been changed if the change takes one batch
-StoreChange changeStore(project::metadata::MetadataManager& store, const std::function<StoreChange()>& find);
+StoreChange changeStore(pm::MetadataManager& store, const std::function<StoreChange()>& find);
 
 }  // namespace operations

@@ -1,6 +1,5 @@
 #include "operations/TreeDiff.hpp"
 
-#include <algorithm>
 #include <map>
 #include <string_view>
 #include <unordered_map>
@@ -14,8 +13,6 @@
 namespace operations {
 
 namespace {
-
-namespace pm = project::metadata;
 
 using Attributes = std::map<std::u16string, std::u16string>;
 

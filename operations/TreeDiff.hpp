@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "operations/Library.hpp"
 #include "operations/MetadataTree.hpp"
 
 namespace operations {
@@ -19,8 +20,8 @@ struct AttributeDiff {
 
 /// A node that is different; null on the side where it is not there.
 struct NodeDiff {
-    const project::metadata::MetadataNode* before = nullptr;
-    const project::metadata::MetadataNode* after = nullptr;
+    const pm::MetadataNode* before = nullptr;
+    const pm::MetadataNode* after = nullptr;
     std::size_t position = 0;  ///< among its siblings of the same name, from 1; 0 if it is the only one, or has none
     bool isMoved = false;      ///< to another place among its siblings
     std::vector<AttributeDiff> attributes;  ///< by key; only if it is on both sides
@@ -29,7 +30,7 @@ struct NodeDiff {
 
 /// A path that is different, other than by what is below it; null on the side where it is not there.
 struct PathDiff {
-    project::metadata::MetadataPath path;
+    pm::MetadataPath path;
     const PathTree* before = nullptr;
     const PathTree* after = nullptr;
     bool isMoved = false;                   ///< to another place among its siblings

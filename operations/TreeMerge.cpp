@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <utility>
 
 #include "host/Interruption.hpp"
 #include "operations/Errors.hpp"
@@ -12,8 +11,6 @@
 namespace operations {
 
 namespace {
-
-namespace pm = project::metadata;
 
 bool equalPaths(const PathTree& a, const PathTree& b) {
     return a.step == b.step && store_support::equalTrees(a.node.get(), b.node.get()) &&
@@ -94,16 +91,8 @@ private:
         result.children.push_back(kept);
         if (!child.base)
             return;
-        const Text changed = u"changed";
         PathTree& merged = result.children.back();
-        merged.node = nodes_.mark({Conflict::What::removed,
-                                   childPath(path, kept.step),
-                                   {},
-                                   {},
-                                   {},
-                                   child.ours ? changed : Text(),
-                                   child.theirs ? changed : Text()},
-                                  merged.node);
+        merged.node = nodes_.mark(makeRemoval(childPath(path, kept.step), child.ours), merged.node);
     }
 
     NodeMerge nodes_;
@@ -118,16 +107,12 @@ MergeResult keepOnePath(const MetadataTree& base, const MetadataTree& ours, cons
         return {theirs, {}};
     // The file is to be that of the other path, which has come in place of that of the base.
     MergeResult result{isBase && base.root.step == ours.root.step ? theirs : ours, {}};
-    const auto describe = [](const MetadataTree& tree) { return tree.rootPath().string(); };
+    const auto describe = [](const MetadataTree& tree) { return Text(tree.rootPath().string()); };
+    const Text before = isBase ? describe(base) : Text();
     NodeMerge nodes;
-    result.tree.root.node = nodes.mark({Conflict::What::path,
-                                        result.tree.rootPath(),
-                                        {},
-                                        {},
-                                        isBase ? Text(describe(base)) : Text(),
-                                        describe(ours),
-                                        describe(theirs)},
-                                       result.tree.root.node);
+    result.tree.root.node =
+        nodes.mark({Conflict::What::path, result.tree.rootPath(), {}, {}, before, describe(ours), describe(theirs)},
+                   result.tree.root.node);
     result.conflicts = nodes.takeConflicts();
     return result;
 }

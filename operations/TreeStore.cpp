@@ -8,16 +8,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
-namespace {
-
-[[noreturn]] void refuse() {
-    throw OperationError(ErrorKind::failure, "A file of metadata is only looked at, and never changed");
-}
-
-}  // namespace
-
 TreeStore::TreeStore(MetadataTree tree) : tree_(std::move(tree)) {
     places_.emplace(pm::MetadataPath(), nullptr);  // the root path is there, whatever the file holds
     index(tree_.rootPath(), tree_.root);
@@ -59,32 +49,8 @@ bool TreeStore::hasPath(const pm::MetadataPath& path) const {
     return places_.count(path) > 0;
 }
 
-void TreeStore::setNode(const pm::MetadataPath& /*path*/, const pm::MetadataNode& /*node*/) {
-    refuse();
-}
-
-void TreeStore::removeNode(const pm::MetadataPath& /*path*/) {
-    refuse();
-}
-
-void TreeStore::addPath(const pm::MetadataPath& /*path*/) {
-    refuse();
-}
-
-void TreeStore::removePath(const pm::MetadataPath& /*path*/) {
-    refuse();
-}
-
-void TreeStore::setNodes(const std::map<pm::MetadataPath, std::shared_ptr<pm::MetadataNode>>& /*nodes*/) {
-    refuse();
-}
-
-void TreeStore::removePaths(const std::vector<pm::MetadataPath>& /*paths*/) {
-    refuse();
-}
-
-void TreeStore::setPaths(const std::vector<pm::MetadataPath>& /*paths*/) {
-    refuse();
+void TreeStore::refuse() {
+    throw OperationError(ErrorKind::failure, "A file of metadata is only looked at, and never changed");
 }
 
 std::unique_ptr<pm::MetadataManager> openForReading(const host::Path& place, Observer& observer) {

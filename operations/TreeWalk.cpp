@@ -4,11 +4,8 @@
 #include <utility>
 
 #include "host/Interruption.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 
 namespace operations {
-
-namespace pm = project::metadata;
 
 TreeWalk::TreeWalk(const pm::MetadataManager& store, const pm::MetadataPath& start, std::size_t maxDepth,
                    std::function<void()> onError)

@@ -10,6 +10,7 @@
 #include <memory>
 #include <vector>
 
+#include "operations/Library.hpp"
 #include "operations/Progress.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/RepeatableRead.hpp"
@@ -25,15 +26,15 @@ public:
     /// @param store must outlive the walk
     /// @param onError called for what cannot be read, while the exception is handled; the walk goes on after that.
     ///        Without, the exceptions pass.
-    TreeWalk(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& start,
-             std::size_t maxDepth = anyDepth, std::function<void()> onError = nullptr);
+    TreeWalk(const pm::MetadataManager& store, const pm::MetadataPath& start, std::size_t maxDepth = anyDepth,
+             std::function<void()> onError = nullptr);
 
     /// Moves on. @return whether there was another path
     /// @throws whatever the store throws for `start`; what is damaged below is left out
     /// @throws host::InterruptedException
     bool next();
 
-    const project::metadata::MetadataPath& path() const;
+    const pm::MetadataPath& path() const;
 
     /// How many levels below the start.
     std::size_t depth() const { return levels_.size() - 1; }
@@ -45,7 +46,7 @@ public:
     bool descends() const { return !children_.empty(); }
 
     /// A copy of this path's node; null if there is none, or none that can be read.
-    std::unique_ptr<project::metadata::MetadataNode> readNode();
+    std::unique_ptr<pm::MetadataNode> readNode();
 
     /// Whether this path's node, when it was asked for, or what is below it could not be read.
     bool isUnreadable() const { return isUnreadable_; }
@@ -55,7 +56,7 @@ public:
 
 private:
     struct Level {
-        std::vector<project::metadata::MetadataPath> siblings;
+        std::vector<pm::MetadataPath> siblings;
         std::size_t next;
     };
 
@@ -67,17 +68,17 @@ private:
     std::size_t maxDepth_;
     std::function<void()> onError_;
     std::vector<Level> levels_;
-    std::vector<project::metadata::MetadataPath> children_;  // the level that is next
+    std::vector<pm::MetadataPath> children_;  // the level that is next
     bool isUnreadable_ = false;
     std::size_t unreadableCount_ = 0;
 };
 
 /// Whether `path` is `top` or lies below it.
-bool isAtOrBelow(const project::metadata::MetadataPath& path, const project::metadata::MetadataPath& top);
+bool isAtOrBelow(const pm::MetadataPath& path, const pm::MetadataPath& top);
 
 /// `top` and every path below it, each before those below it, siblings in their order.
 /// @throws whatever the store throws; host::InterruptedException
-std::vector<project::metadata::MetadataPath> listPaths(const project::metadata::MetadataManager& store,
-                                                       const project::metadata::MetadataPath& top, Progress& progress);
+std::vector<pm::MetadataPath> listPaths(const pm::MetadataManager& store, const pm::MetadataPath& top,
+                                        Progress& progress);
 
 }  // namespace operations

@@ -14,8 +14,6 @@
 
 namespace operations {
 
-namespace pm = project::metadata;
-
 namespace {
 
 class WayBack {

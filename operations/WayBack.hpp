@@ -5,8 +5,8 @@
 
 #include <functional>
 
+#include "operations/Library.hpp"
 #include "operations/StoreChange.hpp"
-#include "project/metadata/MetadataManager.hpp"
 
 namespace operations {
 
@@ -16,7 +16,7 @@ namespace operations {
 /// @throws whatever the store throws, if everything is as it was
 /// @throws OperationError with the reason nested in it, if not: it says that all has been done in spite of the error,
 ///         or which paths are not as they were
-void applyOrTakeBack(project::metadata::MetadataManager& store, const StoreChange& change,
-                     const std::function<NodePtr(const project::metadata::MetadataPath&)>& nodeBefore);
+void applyOrTakeBack(pm::MetadataManager& store, const StoreChange& change,
+                     const std::function<NodePtr(const pm::MetadataPath&)>& nodeBefore);
 
 }  // namespace operations

@@ -8,7 +8,6 @@
 #include "host/FileSystem.hpp"
 #include "operations/MetadataFolder.hpp"
 #include "operations/NewMetadata.hpp"
-#include "operations/Progress.hpp"
 #include "operations/SettingsOverride.hpp"
 #include "operations/StoreChange.hpp"
 #include "project/metadata/MetadataOptions.hpp"
@@ -19,7 +18,6 @@
 namespace operations {
 
 namespace fs = std::filesystem;
-namespace pm = project::metadata;
 
 namespace {
 

@@ -8,11 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "host/TempDirGuard.hpp"
+#include "operations/Library.hpp"
 #include "operations/MetadataTree.hpp"
 #include "operations/Progress.hpp"
-#include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/MetadataManagerFactory.hpp"
 #include "store_support/FolderLock.hpp"
 
@@ -40,8 +39,8 @@ public:
     /// Makes the project `name` with all that `content` holds. @return how many paths that is, the root not counted
     /// @param options for the store, as `setOptions` takes them
     /// @throws whatever the store throws; host::InterruptedException; as `setOptions`
-    std::size_t copy(const PathTree& content, project::metadata::MetadataManagerFactory& factory,
-                     const std::string& name, const std::vector<std::string>& options = {});
+    std::size_t copy(const PathTree& content, pm::MetadataManagerFactory& factory, const std::string& name,
+                     const std::vector<std::string>& options = {});
 
     /// From now on the projects made here are somebody's: what they have elsewhere does not go with the folder.
     void giveAway() noexcept { remote_.clear(); }
@@ -55,7 +54,7 @@ public:
 
 private:
     Observer& observer_;
-    std::vector<std::unique_ptr<project::metadata::MetadataManager>> remote_;  // of projects with content elsewhere
+    std::vector<std::unique_ptr<pm::MetadataManager>> remote_;  // of projects with content elsewhere
     host::TempDirGuard guard_;
     store_support::FolderLock lock_;
 };

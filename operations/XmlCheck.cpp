@@ -8,9 +8,7 @@
 #include <libxml/parser.h>
 #include <libxml/xmlreader.h>
 
-#include "host/Text.hpp"
 #include "project/exception/ProjectException.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
@@ -18,8 +16,6 @@
 namespace operations {
 
 namespace {
-
-namespace pm = project::metadata;
 
 struct ReaderDeleter {
     void operator()(xmlTextReader* reader) const { xmlFreeTextReader(reader); }

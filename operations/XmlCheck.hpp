@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataPath.hpp"
+#include "operations/Library.hpp"
 
 namespace operations {
 
@@ -20,7 +19,7 @@ struct Problem {
     int line = 0;            ///< from 1; 0 if it is not known, or the file as a whole is the problem
     std::u16string problem;  ///< a sentence without its point
     Remedy remedy = Remedy::none;
-    std::optional<project::metadata::MetadataPath> path = std::nullopt;  ///< if it is about one, and no file is known
+    std::optional<pm::MetadataPath> path = std::nullopt;  ///< if it is about one, and no file is known
 };
 
 /// Reads `file` and tells the first thing that makes it no well-formed XML, and every name and value that metadata

@@ -41,19 +41,14 @@
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Disk.hpp"
+#include "store_support/FileAttributes.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
-using host::Path;
 using project::metadata::getParentFolder;
-using project::metadata::MetadataDamage;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 
 namespace {
 
@@ -98,6 +93,9 @@ void writeJournal(const Path& folder, const Journal& journal) {
     bytes.reserve(size);
     for (const JournalEntry& entry : journal)
         bytes += static_cast<char>(entry.step) + entry.file + '\0';
+    if (!Descriptor(draft.accessName(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600).isOpen())
+        raiseSystemError(draft, errno);
+    share(draft, folder);
     writeFlushed(draft, bytes);
     rename(draft, file, file);
 }
@@ -169,6 +167,22 @@ std::optional<FoundJournal> findJournal(const Path& folder) {
     return std::nullopt;
 }
 
+bool hasSoundJournal(const Path& folder) {
+    const auto journal = findJournal(folder);
+    return journal && journal->content;
+}
+
+/// Whether this process may not look into the scratch folder.
+bool isHidden(const Path& folder) {
+    return eaccess(getScratchFolder(folder).accessName().c_str(), X_OK) != 0 && errno == EACCES;
+}
+
+void makeSharedFolder(const Path& scratch, const Path& folder) {
+    if (mkdir(scratch.accessName().c_str(), 0777) != 0)
+        raiseSystemError(scratch, errno);
+    share(scratch, folder);
+}
+
 MetadataDamage makeDamage(const FoundJournal& journal) {
     return {journal.file, u"it is no journal of an interrupted change"};
 }
@@ -186,6 +200,8 @@ void keep(const Path& file, const Path& copy) {
     } catch (const host::FileSystemException& error) {
         raiseSystemError(file, error.code().value());
     }
+    if (const auto status = findStatus(file); status && S_ISREG(status->st_mode))
+        takeAttributes(Descriptor(draft.accessName(), O_RDONLY | O_NOFOLLOW), file, *status, file);
     flushFile(draft);
     rename(draft, copy, file);
 }
@@ -326,15 +342,28 @@ Path getStagedFile(const Path& folder, std::size_t index) {
     return getScratchFolder(folder) / u"new" / Path::fromAccessName(std::to_string(index));
 }
 
+void makeStagingFolder(const Path& folder) {
+    makeSharedFolder(getScratchFolder(folder), folder);
+    makeSharedFolder(getScratchFolder(folder) / u"new", folder);
+}
+
 void carryOut(const Path& folder, const Journal& journal) {
-    makeFolderOfOwner(getScratchFolder(folder) / u"old");
+    makeSharedFolder(getScratchFolder(folder) / u"old", folder);
     flushFileSystem(folder);
     writeJournal(folder, journal);
     doAllOrNone(folder, journal);
 }
 
 void recover(const Path& folder) {
-    if (const auto found = findJournal(folder)) {
+    std::optional<FoundJournal> found;
+    try {
+        found = findJournal(folder);
+    } catch (const MetadataReadFailure&) {
+        // Its maker may have died before others could look into it: then it is empty.
+        if (rmdir(getScratchFolder(folder).accessName().c_str()) != 0)
+            throw;
+    }
+    if (found) {
         if (!found->content) {
             const MetadataDamage damage = makeDamage(*found);
             raise<MetadataWriteFailure>(damage.file.text(), damage.problem);
@@ -348,8 +377,12 @@ void recover(const Path& folder) {
 }
 
 bool isInterrupted(const Path& folder) {
-    const auto journal = findJournal(folder);
-    return journal && journal->content;
+    try {
+        return hasSoundJournal(folder);
+    } catch (const MetadataReadFailure&) {
+        // It may have come to its end meanwhile.
+        return isHidden(folder) || hasSoundJournal(folder);
+    }
 }
 
 std::optional<MetadataDamage> findJournalDamage(const Path& folder) {
@@ -374,20 +407,19 @@ std::optional<Path> setAsideDamagedChange(const Path& folder) {
 }
 
 void settle(const Path& folder) {
-    if (!isInterrupted(folder))
-        return;
-    if (!host::FileUtils::isReadOnlyNoExcept(folder)) {
-        try {
-            const FolderLock lock(folder);
-        } catch (const MetadataWriteFailure& error) {
-            const auto& arguments = error.GetBaseMsgIDObj().arguments;
-            raise<MetadataReadFailure>(std::get<std::u16string>(arguments.at(0)),
-                                       std::get<std::u16string>(arguments.at(1)));
-        }
-        return;
-    }
     const auto end = std::chrono::steady_clock::now() + lockLimit;
     while (isInterrupted(folder)) {
+        // That it is read-only may have been said only once, by a server that has come to itself again.
+        if (!host::FileUtils::isReadOnlyNoExcept(folder)) {
+            try {
+                const FolderLock lock(folder);
+            } catch (const MetadataWriteFailure& error) {
+                const auto& arguments = error.GetBaseMsgIDObj().arguments;
+                raise<MetadataReadFailure>(std::get<std::u16string>(arguments.at(0)),
+                                           std::get<std::u16string>(arguments.at(1)));
+            }
+            return;
+        }
         if (std::chrono::steady_clock::now() >= end) {
             raise<MetadataReadFailure>(
                 getScratchFolder(folder).text(),

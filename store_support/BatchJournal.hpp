@@ -9,16 +9,19 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataDamage.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
 /// Where a batch keeps its files while it is under way; absent otherwise.
-host::Path getScratchFolder(const host::Path& folder);
+Path getScratchFolder(const Path& folder);
 
 /// Where the new content of the file with the number `index` is written.
-host::Path getStagedFile(const host::Path& folder, std::size_t index);
+Path getStagedFile(const Path& folder, std::size_t index);
+
+/// Makes the scratch folder, and in it the one for new content, for all who may use `folder`.
+/// @throws project::metadata::MetadataWriteFailure
+void makeStagingFolder(const host::Path& folder);
 
 /// What happens to one file of a batch. The values stand in the journal.
 enum class FileStep : char { create = 'C', replace = 'R', remove = 'D' };
@@ -38,40 +41,39 @@ using Journal = std::vector<JournalEntry>;
 /// Failing is as good as dying: whatever fails, what is there is the old content, or is made the old or the new one as
 /// a whole by the next `recover`. A step that fails is taken back at once, with those before it. After a flush that
 /// failed nobody knows what is on disk, so nothing is taken back any more.
-/// @throws project::metadata::MetadataWriteFailure, MetadataReadFailure naming the file at which it failed and
-///         the cause
-void carryOut(const host::Path& folder, const Journal& journal);
+/// @throws MetadataWriteFailure, MetadataReadFailure naming the file at which it failed and the cause
+void carryOut(const Path& folder, const Journal& journal);
 
 /// Completes, or if that fails takes back, what an interrupted `carryOut` left, and removes the scratch folder.
-/// @throws project::metadata::MetadataWriteFailure, MetadataReadFailure naming the file at which that fails, or a
-///         journal that is none
-void recover(const host::Path& folder);
+/// @throws MetadataWriteFailure, MetadataReadFailure naming the file at which that fails, or a journal that is none
+void recover(const Path& folder);
 
 /// Whether a batch is being carried out in `folder`, or was interrupted there and can be completed: then its files may
-/// be partly old and partly new. May be called from any thread.
+/// be partly old and partly new. So they may be where this process must not look into the scratch folder. May be called
+/// from any thread.
 /// @throws project::metadata::MetadataReadFailure if that cannot be found out
 bool isInterrupted(const host::Path& folder);
 
 /// The journal in `folder` if it is damaged, with what is wrong with it: nobody can tell what the batch was about, and
 /// its files may be partly old and partly new. What is there can be read all the same. May be called from any thread.
 /// @throws as `isInterrupted`
-std::optional<project::metadata::MetadataDamage> findJournalDamage(const host::Path& folder);
+std::optional<MetadataDamage> findJournalDamage(const Path& folder);
 
 /// For a repair: takes a change whose journal is damaged out of the way of those to come. What the scratch folder
 /// holds, which may be the only copies of files, stays in a folder of another name beside it. May be
 /// called from any thread.
 /// @return that folder; no value if no journal is damaged
 /// @throws as `FolderLock`; MetadataReadFailure
-std::optional<host::Path> setAsideDamagedChange(const host::Path& folder);
+std::optional<Path> setAsideDamagedChange(const Path& folder);
 
 /// For a reader: waits until no batch is being carried out in `folder`, and completes one that was interrupted. A
 /// damaged journal is let be. May be called from any thread.
-/// @throws project::metadata::MetadataReadFailure naming what is in the way: the lock that somebody else holds, a file
+/// @throws MetadataReadFailure naming what is in the way: the lock that somebody else holds, a file
 ///         that cannot be put into place, or the scratch folder if this process may not write there
-void settle(const host::Path& folder);
+void settle(const Path& folder);
 
 /// Gives `folder` a time of modification that it never had before. The file system's own are only as fine as its clock
 /// ticks, and whoever saw the same time twice could have missed a change between.
-void stampFolder(const host::Path& folder);
+void stampFolder(const Path& folder);
 
 }  // namespace store_support

@@ -7,14 +7,14 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "project/metadata/MetadataPath.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
 /// A child of the path with the number `parent`. `element` must outlive it.
 struct ChildStep {
     std::size_t parent;
-    const project::metadata::PathElement* element;
+    const PathElement* element;
 
     friend bool operator==(const ChildStep& a, const ChildStep& b) noexcept {
         return a.parent == b.parent && *a.element == *b.element;

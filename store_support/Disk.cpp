@@ -1,27 +1,20 @@
 #include "store_support/Disk.hpp"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <string_view>
 #include <system_error>
 
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
-using host::Path;
 using project::metadata::ListChildFilesFailure;
-using project::metadata::MetadataReadFailure;
-using project::metadata::raise;
 
 namespace {
 
@@ -60,8 +53,11 @@ void visitEntries(const Path& path, const Visit& visit) {
 int removeFolder(int parent, const char* name) {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     const auto descriptor = static_cast<int>(TEMP_FAILURE_RETRY(openat(parent, name, flags)));
-    if (descriptor < 0)
-        return errno == ENOTDIR ? EPERM : errno;
+    if (descriptor < 0) {
+        const int code = errno == ENOTDIR ? EPERM : errno;
+        // An empty one goes even if this process may not look into it.
+        return code == EACCES && unlinkat(parent, name, AT_REMOVEDIR) == 0 ? 0 : code;
+    }
     const Folder folder(fdopendir(descriptor), closedir);
     if (!folder) {
         const int code = errno;
@@ -81,10 +77,8 @@ int removeFolder(int parent, const char* name) {
     return unlinkat(parent, name, AT_REMOVEDIR) == 0 || errno == ENOENT ? 0 : errno;
 }
 
-/// @param flags of open(2)
 template <class Flush>
-void flush(const Path& path, int flags, const Flush& flushDescriptor) {
-    const Descriptor descriptor(path.accessName(), O_RDONLY | flags);
+void flush(const Path& path, const Descriptor& descriptor, const Flush& flushDescriptor) {
     if (!descriptor.isOpen() || flushDescriptor(descriptor.number()) != 0)
         raiseSystemError(path, errno);
 }
@@ -102,6 +96,19 @@ int openFile(const std::string& name, int flags, mode_t mode) noexcept {
 Descriptor::~Descriptor() {
     if (number_ >= 0)
         close(number_);
+}
+
+OpenFolder::OpenFolder(const Path& path) : path_(path), descriptor_(path.accessName(), O_RDONLY | O_DIRECTORY) {
+    if (!descriptor_.isOpen())
+        raiseSystemError(path, errno);
+}
+
+void OpenFolder::flush() const {
+    store_support::flush(path_, descriptor_, fsync);
+}
+
+void OpenFolder::flushFileSystem() const {
+    store_support::flush(path_, descriptor_, syncfs);
 }
 
 bool isAbsence(int code) {
@@ -243,16 +250,16 @@ void removeTree(const Path& path) {
     if (unlink(name.c_str()) == 0 || isAbsence(errno))
         return;
     const int code = errno == EISDIR || errno == EPERM ? removeFolder(AT_FDCWD, name.c_str()) : errno;
-    if (code != 0)
+    if (code != 0 && !isAbsence(code))
         raiseSystemError(path, code);
 }
 
 void flushFile(const Path& path) {
-    flush(path, 0, fsync);
+    store_support::flush(path, Descriptor(path.accessName(), O_RDONLY), fsync);
 }
 
 void flushFileSystem(const Path& folder) {
-    flush(folder, O_DIRECTORY, syncfs);
+    OpenFolder(folder).flushFileSystem();
 }
 
 }  // namespace store_support

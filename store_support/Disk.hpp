@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/Path.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
@@ -28,24 +28,24 @@ constexpr std::size_t maximumFileSize = std::size_t{4} << 30U;
 bool isAbsence(int code);
 
 /// What lstat(2) says about `path`; no value if it does not exist.
-/// @throws project::metadata::MetadataReadFailure if that cannot be found out
-std::optional<struct stat> findStatus(const host::Path& path);
+/// @throws MetadataReadFailure if that cannot be found out
+std::optional<struct stat> findStatus(const Path& path);
 
 /// The same for who asks again and again.
 /// @param name the access name of `path`
-std::optional<struct stat> findStatus(const host::Path& path, const std::string& name);
+std::optional<struct stat> findStatus(const Path& path, const std::string& name);
 
 /// Whether `path` exists, as a link too.
 /// @throws as `findStatus`
-bool exists(const host::Path& path);
+bool exists(const Path& path);
 
 /// Whether `path` is a folder. A symbolic link to one is none: nothing outside a metadata folder is a store's.
 /// @throws as `findStatus`
-bool isFolder(const host::Path& path);
+bool isFolder(const Path& path);
 
 /// The names in `folder` without "." and "..", in no particular order; none if it does not exist.
 /// @throws project::metadata::ListChildFilesFailure
-std::vector<std::string> listNames(const host::Path& folder);
+std::vector<std::string> listNames(const Path& folder);
 
 /// What a folder says of something in it.
 struct FolderEntry {
@@ -82,6 +82,27 @@ private:
     int number_ = -1;
 };
 
+/// A folder that is open so that it can be flushed: who may write in one need not be allowed to open it, and is to find
+/// that out while nothing has changed.
+class OpenFolder {
+public:
+    /// @throws project::metadata::MetadataWriteFailure
+    explicit OpenFolder(const host::Path& path);
+
+    const host::Path& path() const noexcept { return path_; }
+
+    /// @throws project::metadata::MetadataWriteFailure
+    void flush() const;
+
+    /// Flushes everything that was written to its file system.
+    /// @throws project::metadata::MetadataWriteFailure
+    void flushFileSystem() const;
+
+private:
+    host::Path path_;
+    Descriptor descriptor_;
+};
+
 /// A regular file that is open for reading.
 struct OpenFile {
     Descriptor descriptor;
@@ -93,46 +114,45 @@ struct OpenFile {
 std::u16string getIrregularity(const struct stat& status);
 
 /// @param status of `path`, by lstat(2) or fstat(2)
-/// @throws project::metadata::MetadataReadFailure if there is an irregularity
-void requireRegular(const host::Path& path, const struct stat& status);
+/// @throws MetadataReadFailure if there is an irregularity
+void requireRegular(const Path& path, const struct stat& status);
 
 /// Opens `file` for reading. What is no regular file is neither waited for nor read.
 /// @param flags O_NOFOLLOW, or 0 to follow a symbolic link
 /// @return no value if `file` does not exist
-/// @throws project::metadata::MetadataReadFailure if it is no regular file, or cannot be opened
-std::optional<OpenFile> openRegularFile(const host::Path& file, int flags = O_NOFOLLOW);
+/// @throws MetadataReadFailure if it is no regular file, or cannot be opened
+std::optional<OpenFile> openRegularFile(const Path& file, int flags = O_NOFOLLOW);
 
 /// The bytes of the regular file `file`; no value if it does not exist.
-/// @throws project::metadata::MetadataReadFailure, also for anything but a regular file and for one that is larger than
-///         `maximumSize`
-std::optional<std::string> readRegularFile(const host::Path& file, std::size_t maximumSize);
+/// @throws MetadataReadFailure, also for anything but a regular file and for one that is larger than `maximumSize`
+std::optional<std::string> readRegularFile(const Path& file, std::size_t maximumSize);
 
 /// Makes `bytes` the content of `file`, which need not exist, and flushes it.
-/// @throws project::metadata::MetadataWriteFailure
-void writeFlushed(const host::Path& file, std::string_view bytes);
+/// @throws MetadataWriteFailure
+void writeFlushed(const Path& file, std::string_view bytes);
 
 /// Gives `made`, which this process has just made, to the owner and group of `model`, if the process is the superuser's
 /// and they differ: whoever changes a project with sudo must not take it from its owner. Where the system does not
 /// allow that, nothing happens.
-void giveToOwner(const host::Path& made, const struct stat& model);
+void giveToOwner(const Path& made, const struct stat& model);
 
 /// As that, where `model` is what `made` lies in.
-void giveToOwnerOfFolder(const host::Path& made);
+void giveToOwnerOfFolder(const Path& made);
 
 /// Makes `folder` and those above it that are missing, each for the owner of what it lies in, as `giveToOwner`.
 /// @throws as `project::metadata::makeFolder`
-void makeFolderOfOwner(const host::Path& folder);
+void makeFolderOfOwner(const Path& folder);
 
 /// Removes `path`, a file or a folder with everything below it. What does not exist is no error.
-/// @throws project::metadata::MetadataWriteFailure
-void removeTree(const host::Path& path);
+/// @throws MetadataWriteFailure
+void removeTree(const Path& path);
 
 /// Flushes the file or folder `path`.
-/// @throws project::metadata::MetadataWriteFailure
-void flushFile(const host::Path& path);
+/// @throws MetadataWriteFailure
+void flushFile(const Path& path);
 
 /// Flushes everything that was written to the file system of `folder`.
-/// @throws project::metadata::MetadataWriteFailure
-void flushFileSystem(const host::Path& folder);
+/// @throws MetadataWriteFailure
+void flushFileSystem(const Path& folder);
 
 }  // namespace store_support

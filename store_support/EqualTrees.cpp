@@ -7,7 +7,6 @@
 namespace store_support {
 
 using project::metadata::getShared;
-using project::metadata::MetadataNode;
 
 bool equalTrees(const MetadataNode& first, const MetadataNode& second) {
     const MetadataNode& a = getShared(first);

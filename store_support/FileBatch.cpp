@@ -1,5 +1,6 @@
 #include "store_support/FileBatch.hpp"
 
+#include <fcntl.h>
 #include <linux/limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,20 +9,21 @@
 #include <cstdio>
 #include <optional>
 #include <set>
-#include <string>
 #include <utility>
 
 #include "host/Interruption.hpp"
-#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataRoots.hpp"
+#include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/Disk.hpp"
+#include "store_support/FileAttributes.hpp"
 #include "store_support/FileReplacement.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
-using host::Path;
 using project::metadata::getParentFolder;
 
 namespace {
@@ -79,14 +81,43 @@ void requireFeasibleFolder(const Path& folder) {
         requireWritable(folder);
 }
 
+/// The root folder of the project whose metadata folder is `folder`; no value if that has no name of one.
+std::optional<Path> findRoot(const Path& folder) {
+    for (const std::u16string& name : project::metadata::getSupportedRoots()) {
+        Path root = folder;
+        for (Path rest(name); !rest.empty(); rest = rest.parentPath())
+            root = root.parentPath();
+        if (root / name == folder)
+            return root;
+    }
+    return std::nullopt;
+}
+
+/// A core file that is made hides all metadata in the folders after its own, and is hidden by those in one before. They
+/// may have come, or have been renamed, since the store was opened.
+void requireNoOtherMetadata(const Path& folder) {
+    const auto root = findRoot(folder);
+    const auto other = root ? project::metadata::ProjectMetadataLocation(*root).locateCoreFile() : std::nullopt;
+    if (other) {
+        project::metadata::raise<project::metadata::MetadataWriteFailure>(
+            (folder / project::metadata::coreFileName()).text(),
+            u"the project has its metadata in \"" + getParentFolder(*other).text() +
+                u"\" by now, and gets no second; open it again first");
+    }
+}
+
 /// Everything that the batch will touch must be writable, and every name short enough, before anything is touched.
 void requireFeasible(const FileBatch& batch) {
     Places places(batch.folder);
+    const Path coreFile = batch.folder / project::metadata::coreFileName();
     std::set<Path> folders;
     for (const auto* files : {&batch.filesToWrite, &batch.filesToRemove}) {
         Path last;
         for (const Path& file : *files) {
-            requireFeasible(file, places.find(file));
+            const auto status = places.find(file);
+            if (!status && file.text() == coreFile.text())
+                requireNoOtherMetadata(batch.folder);
+            requireFeasible(file, status);
             Path folder = getParentFolder(file);
             if (folder.text() == last.text())
                 continue;
@@ -99,17 +130,20 @@ void requireFeasible(const FileBatch& batch) {
         requireFeasibleFolder(folder);
 }
 
-/// Gives the file `staged` the permissions of what it replaces, and to whom that belongs. New files belong to the owner
-/// of the folder that they come into, or of the nearest one above that is there.
-void takeAttributes(Places& places, const Path& file, const std::optional<struct stat>& old, const Path& staged) {
-    const bool isRegular = old && S_ISREG(old->st_mode);
-    if (isRegular) {
-        giveToOwner(staged, *old);
-        if (chmod(staged.accessName().c_str(), old->st_mode & 07777) != 0)
-            raiseSystemError(file, errno);
-    } else if (const auto& folder = places.findFolder(file)) {
+/// Writes the new content of the file with the number `index`. What replaces a file takes its attributes, and is its
+/// owner's only until it has them. What is new belongs to the owner of the folder that it comes into, or of the nearest
+/// one above that is there.
+void stage(const FileBatch& batch, std::size_t index, Places& places, const std::optional<struct stat>& old) {
+    const Path& file = batch.filesToWrite[index];
+    const Path staged = getStagedFile(batch.folder, index);
+    const bool replaces = old && S_ISREG(old->st_mode);
+    if (replaces && !Descriptor(staged.accessName(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600).isOpen())
+        raiseSystemError(file, errno);
+    writeStaged([&](const Path& place) { batch.write(index, place); }, staged, file);
+    if (replaces)
+        takeAttributes(Descriptor(staged.accessName(), O_RDONLY | O_NOFOLLOW), file, *old, file);
+    else if (const auto& folder = places.findFolder(file))
         giveToOwner(staged, *folder);
-    }
 }
 
 /// Writes the new files. An error names the file itself, not the staged one. @return the steps that are to follow
@@ -120,10 +154,8 @@ Journal stage(const FileBatch& batch) {
     for (std::size_t i = 0; i < batch.filesToWrite.size(); ++i) {
         host::Interruption::throwIfRequested();
         const Path& file = batch.filesToWrite[i];
-        const Path staged = getStagedFile(batch.folder, i);
-        writeStaged([&](const Path& place) { batch.write(i, place); }, staged, file);
         const auto old = places.find(file);
-        takeAttributes(places, file, old, staged);
+        stage(batch, i, places, old);
         journal.push_back({old ? FileStep::replace : FileStep::create, file.accessName().substr(prefixLength)});
     }
     for (const Path& file : batch.filesToRemove)
@@ -138,20 +170,21 @@ bool isOneStep(const FileBatch& batch) {
 }
 
 /// Once the file has its new name nothing is taken back, even if the flush fails: then nobody knows which one is on
-/// disk, but it is one of the two.
+/// disk, but it is one of the two. So what is flushed is opened before.
 void carryOutOneStep(const FileBatch& batch) {
     const Path staged = getStagedFile(batch.folder, 0);
     const Path& file = batch.filesToWrite.front();
     // The folders above that of a new project may be new themselves.
     const bool isFirst = !exists(batch.folder / project::metadata::coreFileName());
+    const OpenFolder folder(getParentFolder(file));
     flushFile(staged);
     if (std::rename(staged.accessName().c_str(), file.accessName().c_str()) != 0)
         raiseSystemError(file, errno);
-    stampFolder(getParentFolder(file));
+    stampFolder(folder.path());
     if (isFirst)
-        flushFileSystem(batch.folder);
+        folder.flushFileSystem();
     else
-        flushFile(getParentFolder(file));
+        folder.flush();
 }
 
 /// What cannot be removed now, and what an interrupted batch needs, is left to the next writer.
@@ -168,7 +201,7 @@ void removeScratchFolder(const FileBatch& batch) {
 void commit(const FileBatch& batch, const FolderLock& /*lock*/) {
     requireFeasible(batch);
     try {
-        makeFolderOfOwner(getScratchFolder(batch.folder) / u"new");
+        makeStagingFolder(batch.folder);
         const Journal journal = stage(batch);
         if (isOneStep(batch))
             carryOutOneStep(batch);

@@ -5,19 +5,19 @@
 #include <functional>
 #include <vector>
 
-#include "host/Path.hpp"
 #include "store_support/FolderLock.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
 /// A change to files below `folder`.
 struct FileBatch {
-    host::Path folder;                      ///< the metadata folder
-    std::vector<host::Path> filesToWrite;   ///< below `folder`, each once
-    std::vector<host::Path> filesToRemove;  ///< below `folder`, existing files, none of them written too
+    Path folder;                      ///< the metadata folder
+    std::vector<Path> filesToWrite;   ///< below `folder`, each once
+    std::vector<Path> filesToRemove;  ///< below `folder`, existing files, none of them written too
 
     /// Writes the new content of `filesToWrite[index]` to the file `staged`.
-    std::function<void(std::size_t index, const host::Path& staged)> write;
+    std::function<void(std::size_t index, const Path& staged)> write;
 };
 
 /// Carries out `batch`: writes all new files into a scratch folder inside the metadata folder, flushes them to disk,
@@ -26,13 +26,14 @@ struct FileBatch {
 /// with the folders above if it is the first. If it fails, or the process or the machine dies on the way, each file has
 /// its old content, or each has its new one, after `recover` at the latest.
 ///
-/// What is read-only is made writable first if the user's settings allow it. A file that replaces another keeps its
-/// permissions. Nothing is written through a symbolic link.
+/// A project's core file is not made where the project has one in another of its metadata folders.
+///
+/// What is read-only is made writable first if the user's settings allow it. A file that replaces another takes
+/// over its attributes (FileAttributes.hpp). Nothing is written through a symbolic link.
 ///
 /// @param lock the lock of the folder
-/// @throws project::metadata::MetadataWriteFailure, ReadOnlyMetadataFailure, MetadataReadFailure naming the file or
-///         folder and the cause; FailedToMakeMetadataWritable; host::InterruptedException while nothing has been
-///         touched
+/// @throws MetadataWriteFailure, ReadOnlyMetadataFailure, MetadataReadFailure naming the file or folder and the cause;
+///         FailedToMakeMetadataWritable; host::InterruptedException while nothing has been touched
 void commit(const FileBatch& batch, const FolderLock& lock);
 
 }  // namespace store_support

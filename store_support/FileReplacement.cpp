@@ -14,19 +14,13 @@
 #include <string>
 #include <system_error>
 
-#include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
-#include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Disk.hpp"
+#include "store_support/FileAttributes.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
-using host::Path;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 using Status = struct stat;
 
 namespace {
@@ -77,15 +71,15 @@ public:
     /// @param isPrivate whether only its owner may look into it, until it gets other permissions
     StagedFile(const Path& target, bool isPrivate, const Path& file) {
         const mode_t mode = isPrivate ? 0600 : 0666;
-        int descriptor = -1;
-        do {
+        for (;;) {
             const std::uint64_t number = std::uint64_t{random_()} << 32 | random_();
-            path_ = target.parentPath() / host::fromUtf8(".replacement-" + std::to_string(number));
-            descriptor = open(path_.accessName().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
-        } while (descriptor < 0 && errno == EEXIST);
-        if (descriptor < 0)
-            raiseSystemError(file, errno);
-        close(descriptor);
+            path_ = target.parentPath() / fromUtf8(".replacement-" + std::to_string(number));
+            const Descriptor made(path_.accessName(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+            if (made.isOpen())
+                return;
+            if (errno != EEXIST)
+                raiseSystemError(file, errno);
+        }
     }
 
     ~StagedFile() {
@@ -121,26 +115,15 @@ private:
     bool isPlaced_ = false;
 };
 
-/// Gives the file `descriptor` the owner and permissions `old`. To somebody else than the old owner no program is
-/// handed that runs as its owner.
-void takeAttributes(int descriptor, const Status& old) {
-    const bool isSameOwner = fchown(descriptor, old.st_uid, old.st_gid) == 0;
-    if (!isSameOwner)
-        static_cast<void>(fchown(descriptor, static_cast<uid_t>(-1), old.st_gid) == 0);
-    fchmod(descriptor, old.st_mode & (isSameOwner ? 07777 : 0777));
-}
-
-/// @param old what is replaced
-/// @return the reason why it failed, 0 if it did not
-int complete(const Path& staged, const std::optional<Status>& old) {
-    const int descriptor = open(staged.accessName().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (descriptor < 0)
-        return errno;
+/// @param target what is replaced, if there is an `old` one
+void complete(const Path& staged, const Path& target, const std::optional<Status>& old, const Path& file) {
+    const Descriptor made(staged.accessName(), O_RDONLY | O_NOFOLLOW);
+    if (!made.isOpen())
+        raiseSystemError(file, errno);
     if (old)
-        takeAttributes(descriptor, *old);
-    const int reason = fsync(descriptor) == 0 ? 0 : errno;
-    close(descriptor);
-    return reason;
+        takeAttributes(made, target, *old, file);
+    if (fsync(made.number()) != 0)
+        raiseSystemError(file, errno);
 }
 
 Path getFolder(const Path& file) {
@@ -164,11 +147,11 @@ void replaceFile(const Path& file, const FileWriter& write) {
     StagedFile staged(target, old.has_value(), file);
     writeStaged(write, staged.path(), file);
     host::Interruption::throwIfRequested();
-    if (const int reason = complete(staged.path(), old))
-        raiseSystemError(file, reason);
+    complete(staged.path(), target, old, file);
+    const OpenFolder folder(getFolder(target));
     if (const int reason = staged.replace(target))
         raiseSystemError(file, reason);
-    flushFile(getFolder(target));
+    folder.flush();
 }
 
 void replaceFile(const Path& file, std::string_view content) {
@@ -187,11 +170,11 @@ void makeFile(const Path& file, const FileWriter& write) {
     StagedFile staged(file, false, file);
     writeStaged(write, staged.path(), file);
     host::Interruption::throwIfRequested();
-    if (const int reason = complete(staged.path(), std::nullopt))
-        raiseSystemError(file, reason);
+    complete(staged.path(), file, std::nullopt, file);
+    const OpenFolder folder(getFolder(file));
     if (const int reason = staged.place(file))
         raiseSystemError(file, reason);
-    flushFile(getFolder(file));
+    folder.flush();
 }
 
 void writeStaged(const FileWriter& write, const Path& staged, const Path& file) {
@@ -203,7 +186,7 @@ void writeStaged(const FileWriter& write, const Path& staged, const Path& file) 
         const int reason = errno == 0 ? EIO : errno;
         const auto& cause = std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
         raise<MetadataWriteFailure>(file.text(),
-                                    cause.empty() ? host::fromUtf8(std::generic_category().message(reason)) : cause);
+                                    cause.empty() ? fromUtf8(std::generic_category().message(reason)) : cause);
     }
 }
 

@@ -12,7 +12,7 @@ FileVersion makeFileVersion(const struct stat& status) {
     return {status.st_ino, status.st_size, toNanoseconds(status.st_mtim), toNanoseconds(status.st_ctim)};
 }
 
-std::optional<FileVersion> getFileVersion(const host::Path& file) {
+std::optional<FileVersion> getFileVersion(const Path& file) {
     const auto status = findStatus(file);
     return status ? std::optional(makeFileVersion(*status)) : std::nullopt;
 }

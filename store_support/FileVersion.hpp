@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "host/Path.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
@@ -43,8 +43,8 @@ FileVersion makeFileVersion(const struct stat& status);
 
 /// The version of `file` on disk, no value if it does not exist; of a symbolic link, its own. May be
 /// called from any thread.
-/// @throws project::metadata::MetadataReadFailure if it cannot be examined
-std::optional<FileVersion> getFileVersion(const host::Path& file);
+/// @throws MetadataReadFailure if it cannot be examined
+std::optional<FileVersion> getFileVersion(const Path& file);
 
 /// As that for a folder, or what a symbolic link to one leads to; no value for anything else.
 std::optional<FileVersion> getFolderVersion(const host::Path& folder);

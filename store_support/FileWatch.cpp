@@ -4,13 +4,10 @@
 #include <linux/magic.h>
 #include <sys/vfs.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <utility>
-
-#include "store_support/Disk.hpp"
 
 namespace store_support {
 
@@ -35,32 +32,18 @@ bool showsItself(int descriptor) {
 
 }  // namespace
 
-FileWatch::FileWatch(host::Path file, const std::optional<FileVersion>& version)
-    : file_(std::move(file)), version_(version) {
+FileWatch::FileWatch(Path file, const std::optional<FileVersion>& version) : file_(std::move(file)), version_(version) {
     if (!version)
         return;
-    descriptor_ = openFile(file_.accessName(), O_PATH | O_NOFOLLOW);
-    if (descriptor_ >= 0 && !showsItself(descriptor_))
-        close(std::exchange(descriptor_, -1));
-}
-
-FileWatch& FileWatch::operator=(FileWatch&& other) noexcept {
-    std::swap(file_, other.file_);
-    std::swap(version_, other.version_);
-    std::swap(descriptor_, other.descriptor_);
-    std::swap(lookedUp_, other.lookedUp_);
-    return *this;
-}
-
-FileWatch::~FileWatch() {
-    if (descriptor_ >= 0)
-        close(descriptor_);
+    descriptor_ = Descriptor(file_.accessName(), O_PATH | O_NOFOLLOW);
+    if (descriptor_.isOpen() && !showsItself(descriptor_.number()))
+        descriptor_ = {};
 }
 
 bool FileWatch::isUnchanged() {
     const std::int64_t now = readClock();
     struct stat status {};
-    if (descriptor_ >= 0 && now - lookedUp_ < trustedFor && fstat(descriptor_, &status) == 0)
+    if (descriptor_.isOpen() && now - lookedUp_ < trustedFor && fstat(descriptor_.number(), &status) == 0)
         return status.st_nlink > 0 && makeFileVersion(status) == version_;
     if (getFileVersion(file_) != version_)
         return false;

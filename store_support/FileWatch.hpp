@@ -3,9 +3,8 @@
 
 #include <cstdint>
 #include <optional>
-#include <utility>
 
-#include "host/Path.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/FileVersion.hpp"
 
 namespace store_support {
@@ -21,23 +20,19 @@ public:
 
     /// Watches `file`, which has the version `version`, or does not exist if there is none. What cannot be held is
     /// looked up each time.
-    FileWatch(host::Path file, const std::optional<FileVersion>& version);
-
-    FileWatch(FileWatch&& other) noexcept { *this = std::move(other); }
-    FileWatch& operator=(FileWatch&& other) noexcept;
-    ~FileWatch();
+    FileWatch(Path file, const std::optional<FileVersion>& version);
 
     /// The version that it had when this began to watch.
     const std::optional<FileVersion>& getVersion() const noexcept { return version_; }
 
     /// Whether the file still is the same in that version.
-    /// @throws project::metadata::MetadataReadFailure if that cannot be found out
+    /// @throws MetadataReadFailure if that cannot be found out
     bool isUnchanged();
 
 private:
-    host::Path file_;
+    Path file_;
     std::optional<FileVersion> version_;
-    int descriptor_ = -1;        // -1 if the file is not held
+    Descriptor descriptor_;      // not open if the file is not held
     std::int64_t lookedUp_ = 0;  // when its name led to it last, in nanoseconds of the monotonic clock
 };
 

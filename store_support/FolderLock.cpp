@@ -14,16 +14,11 @@
 
 #include "host/DiagnosticLogger.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
-#include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
-
-using host::Path;
 
 namespace {
 
@@ -37,65 +32,45 @@ constexpr auto noticeAfter = std::chrono::milliseconds(500);
 /// How often to look whether somebody has finished. Changes take some milliseconds each.
 constexpr auto pollInterval = std::chrono::microseconds(500);
 
-/// Whether the locked file is still the one of that name, and not one that its last holder has removed since.
+/// Whether the locked file is still the one of that name, and not one that its last holder has removed since. Then
+/// whoever may look into the folder can wait for it, whatever mask it was made with.
 bool isStillThere(int descriptor, const std::string& name, const Path& file) {
+    constexpr mode_t readable = 0444;
     struct stat locked {};
     struct stat named {};
-    if (fstat(descriptor, &locked) == 0 && lstat(name.c_str(), &named) == 0)
+    if (fstat(descriptor, &locked) == 0 && lstat(name.c_str(), &named) == 0) {
+        if ((locked.st_mode & readable) != readable)
+            static_cast<void>(fchmod(descriptor, locked.st_mode | readable) == 0);
         return locked.st_ino == named.st_ino && locked.st_dev == named.st_dev;
+    }
     if (!isAbsence(errno))
         raiseSystemError(file, errno);
     return false;
 }
 
-/// @return a descriptor of the folder that follows it when it is renamed
-int openFolder(const Path& folder) {
-    const int descriptor = openFile(folder.accessName(), O_PATH | O_DIRECTORY);
-    if (descriptor < 0)
-        raiseSystemError(folder, errno);
-    return descriptor;
-}
-
-int openLockFile(const std::string& name) {
+Descriptor openLockFile(const std::string& name) {
     constexpr int flags = O_CREAT | O_NOFOLLOW | O_NONBLOCK;
-    const int descriptor = openFile(name, O_RDWR | flags, 0666);
+    Descriptor file(name, O_RDWR | flags, 0666);
     // The one that a colleague has made can be read, and that is enough to wait for him.
-    return descriptor < 0 && errno == EACCES ? openFile(name, O_RDONLY | flags, 0666) : descriptor;
+    if (!file.isOpen() && errno == EACCES)
+        file = Descriptor(name, O_RDONLY | flags, 0666);
+    return file;
 }
 
-/// A lock of flock(2), and the file that it is on.
-class Lock {
-public:
-    explicit Lock(int descriptor) noexcept : descriptor_(descriptor) {}
-    ~Lock() {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-    }
+/// Takes the lock of flock(2) on `file`. @return 0, or why it cannot be had: EWOULDBLOCK if somebody else holds it
+int tryToTake(const Descriptor& file) noexcept {
+    return TEMP_FAILURE_RETRY(flock(file.number(), LOCK_EX | LOCK_NB)) == 0 ? 0 : errno;
+}
 
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
-
-    /// @return 0, or the reason why it cannot be had: EWOULDBLOCK if somebody else holds it
-    int tryToTake() const noexcept {
-        return TEMP_FAILURE_RETRY(flock(descriptor_, LOCK_EX | LOCK_NB)) == 0 ? 0 : errno;
-    }
-
-    int descriptor() const noexcept { return descriptor_; }
-    int release() noexcept { return std::exchange(descriptor_, -1); }
-
-private:
-    int descriptor_;
-};
-
-/// @return a descriptor that holds the lock, -1 if somebody else holds it now
-int tryToLock(const Path& file, const std::string& name) {
-    Lock lock(openLockFile(name));
-    if (lock.descriptor() < 0)
+/// @return the lock file, which is locked; not open if somebody else holds the lock now
+Descriptor tryToLock(const Path& file, const std::string& name) {
+    Descriptor lock = openLockFile(name);
+    if (!lock.isOpen())
         raiseSystemError(file, errno);
-    const int reason = lock.tryToTake();
+    const int reason = tryToTake(lock);
     if (reason != 0 && reason != EWOULDBLOCK)
         raiseSystemError(file, reason);
-    return reason == 0 && isStillThere(lock.descriptor(), name, file) ? lock.release() : -1;
+    return reason == 0 && isStillThere(lock.number(), name, file) ? std::move(lock) : Descriptor();
 }
 
 /// Who has a lock of flock(2) on the file `name`: " (process 17, editor)", or nothing if the system does not tell.
@@ -116,46 +91,51 @@ std::u16string describeHolder(const std::string& name) {
         std::string program;
         if (std::getline(comm, program))
             process.append(", ").append(program);
-        return u" (process " + host::fromUtf8(process) + u")";
+        return u" (process " + fromUtf8(process) + u")";
     }
     return {};
 }
 
 /// Asks again and again until `limit` is over.
-/// @param attempt returns a descriptor, or -1
+/// @param attempt returns whether it has succeeded
 template <class Attempt>
-int waitFor(const Attempt& attempt, Clock::time_point end, std::chrono::milliseconds limit, const Path& file,
-            const std::string& name) {
+void waitFor(const Attempt& attempt, Clock::time_point end, std::chrono::milliseconds limit, const Path& file,
+             const std::string& name) {
     const auto patience = Clock::now() + noticeAfter;
     for (bool isTold = false;;) {
-        const int descriptor = attempt();
-        if (descriptor >= 0)
-            return descriptor;
+        if (attempt())
+            return;
         if (!isTold && Clock::now() >= patience) {
             isTold = true;
             host::DiagnosticLogger(project::metadata::waitingChannel)
-                .log(host::Severity::info, "Waiting for another program" + host::toUtf8(describeHolder(name)) +
+                .log(host::Severity::info, "Waiting for another program" + toUtf8(describeHolder(name)) +
                                                ", which holds the lock \"" + name + '"');
         }
         if (Clock::now() >= end) {
-            project::metadata::raise<project::metadata::MetadataWriteFailure>(
-                file.text(), u"another program" + describeHolder(name) + u" has held this lock for more than " +
-                                 host::fromUtf8(std::to_string(limit.count())) + u" ms");
+            raise<MetadataWriteFailure>(file.text(), u"another program" + describeHolder(name) +
+                                                         u" has held this lock for more than " +
+                                                         fromUtf8(std::to_string(limit.count())) + u" ms");
         }
         host::Interruption::throwIfRequested();
         std::this_thread::sleep_for(pollInterval);
     }
 }
 
-int waitForLock(const Path& folder, const std::string& name, std::chrono::milliseconds limit) {
+Descriptor waitForLock(const Path& folder, const std::string& name, std::chrono::milliseconds limit) {
     const auto end = Clock::now() + limit;
     const Path file = Path::fromAccessName(name);
-    const Lock turn(openFile(folder.accessName(), O_RDONLY | O_DIRECTORY));
-    if (turn.descriptor() < 0)
+    const Descriptor turn(folder.accessName(), O_RDONLY | O_DIRECTORY);
+    if (!turn.isOpen())
         raiseSystemError(folder, errno);
     // Some file systems of other machines cannot lock folders: then it is left to chance who is next.
-    waitFor([&] { return turn.tryToTake() == EWOULDBLOCK ? -1 : 0; }, end, limit, file, name);
-    return waitFor([&] { return tryToLock(file, name); }, end, limit, file, name);
+    waitFor([&] { return tryToTake(turn) != EWOULDBLOCK; }, end, limit, file, name);
+    Descriptor lock;
+    const auto tryOnce = [&] {
+        lock = tryToLock(file, name);
+        return lock.isOpen();
+    };
+    waitFor(tryOnce, end, limit, file, name);
+    return lock;
 }
 
 }  // namespace
@@ -169,15 +149,22 @@ bool isLockHeld(const Path& folder) {
     const Descriptor descriptor(file.accessName(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     if (!descriptor.isOpen() && !isAbsence(errno))
         raiseReadError(file, errno);
-    return descriptor.isOpen() && flock(descriptor.number(), LOCK_SH | LOCK_NB) != 0;
+    if (!descriptor.isOpen() || TEMP_FAILURE_RETRY(flock(descriptor.number(), LOCK_SH | LOCK_NB)) == 0)
+        return false;
+    if (errno != EWOULDBLOCK)
+        raiseReadError(file, errno);
+    return true;
 }
 
 FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit, bool cleansUp) {
     makeFolderOfOwner(folder);
     requireWritable(folder);
-    descriptor_ = waitForLock(folder, getLockFile(folder).accessName(), limit);
+    lock_ = waitForLock(folder, getLockFile(folder).accessName(), limit);
     try {
-        folder_ = openFolder(folder);
+        // It follows the folder when that is renamed.
+        folder_ = Descriptor(folder.accessName(), O_PATH | O_DIRECTORY);
+        if (!folder_.isOpen())
+            raiseSystemError(folder, errno);
         if (cleansUp)
             recover(folder);
     } catch (...) {
@@ -187,15 +174,11 @@ FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit, bool
 }
 
 void FolderLock::release() noexcept {
-    if (descriptor_ < 0)
-        return;
     // While it is still locked, so that nobody loses a lock that he holds.
-    if (folder_ >= 0) {
-        unlinkat(folder_, lockName, 0);
-        close(folder_);
-    }
-    close(descriptor_);
-    descriptor_ = -1;
+    if (folder_.isOpen())
+        unlinkat(folder_.number(), lockName, 0);
+    folder_ = {};
+    lock_ = {};
 }
 
 }  // namespace store_support

@@ -3,16 +3,16 @@
 
 #include <chrono>
 
-#include "host/Path.hpp"
+#include "store_support/Disk.hpp"
 
 namespace store_support {
 
 /// The file that is locked in the metadata folder `folder`. May be called from any thread.
-host::Path getLockFile(const host::Path& folder);
+Path getLockFile(const Path& folder);
 
 /// Whether anybody holds the lock of `folder` now. May be called from any thread.
-/// @throws project::metadata::MetadataReadFailure if that cannot be found out
-bool isLockHeld(const host::Path& folder);
+/// @throws MetadataReadFailure if that cannot be found out
+bool isLockHeld(const Path& folder);
 
 /// How long somebody waits for somebody else.
 constexpr std::chrono::milliseconds lockLimit = std::chrono::seconds(10);
@@ -33,14 +33,14 @@ public:
     ///
     /// @param folder the metadata folder; made if it is missing, and made writable if the user's settings allow it
     /// @param limit how long to wait
-    /// @throws project::metadata::MetadataWriteFailure naming the lock file, if the lock cannot be had within `limit`,
+    /// @throws MetadataWriteFailure naming the lock file, if the lock cannot be had within `limit`,
     ///         with the process that holds it if the system tells, or if it cannot be made; ReadOnlyMetadataFailure,
     ///         FailedToMakeMetadataWritable; as `recover`
-    explicit FolderLock(const host::Path& folder, std::chrono::milliseconds limit = lockLimit)
+    explicit FolderLock(const Path& folder, std::chrono::milliseconds limit = lockLimit)
         : FolderLock(folder, limit, true) {}
 
     /// As that, but leaves an interrupted change as it is, damaged or not.
-    static FolderLock withoutCleaningUp(const host::Path& folder) { return {folder, lockLimit, false}; }
+    static FolderLock withoutCleaningUp(const Path& folder) { return {folder, lockLimit, false}; }
 
     ~FolderLock() { release(); }
 
@@ -51,10 +51,10 @@ public:
     void release() noexcept;
 
 private:
-    FolderLock(const host::Path& folder, std::chrono::milliseconds limit, bool cleansUp);
+    FolderLock(const Path& folder, std::chrono::milliseconds limit, bool cleansUp);
 
-    int folder_ = -1;
-    int descriptor_ = -1;
+    Descriptor folder_;
+    Descriptor lock_;
 };
 
 }  // namespace store_support

@@ -10,14 +10,12 @@
 
 #include <cstdint>
 
-#include "host/Text.hpp"
 #include "project/exception/ProjectException.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace store_support {
 
-using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
 
 namespace {
@@ -29,7 +27,7 @@ void appendCount(std::string& bytes, std::size_t count) {
 }
 
 void appendText(std::string& bytes, const std::u16string& text) {
-    const std::string utf8 = host::toUtf8(text);
+    const std::string utf8 = toUtf8(text);
     appendCount(bytes, utf8.size());
     bytes += utf8;
 }
@@ -76,8 +74,8 @@ public:
         if (size > bytes_.size())
             fail();
         const std::string_view utf8 = bytes_.substr(0, size);
-        std::u16string text = host::fromUtf8(utf8);
-        if (host::toUtf8(text) != utf8) {
+        std::u16string text = fromUtf8(utf8);
+        if (toUtf8(text) != utf8) {
             fail();
             return {};
         }

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "project/metadata/MetadataNode.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
@@ -17,9 +17,9 @@ namespace store_support {
 using NodeValue = std::optional<std::string>;
 
 /// Equal trees give equal bytes. As in XML files, a surrogate without a partner becomes U+FFFD.
-std::string encodeNode(const project::metadata::MetadataNode& node);
+std::string encodeNode(const MetadataNode& node);
 
 /// Null if `bytes` are not what `encodeNode` makes.
-std::unique_ptr<project::metadata::MetadataNode> decodeNode(std::string_view bytes);
+std::unique_ptr<MetadataNode> decodeNode(std::string_view bytes);
 
 }  // namespace store_support

@@ -5,19 +5,13 @@
 #include <utility>
 #include <vector>
 
-#include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/HexDigits.hpp"
 
 namespace store_support {
 
-using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
-using project::metadata::MetadataReadFailure;
-using project::metadata::PathElement;
-using project::metadata::raise;
 using project::metadata::XmlSink;
 
 const std::u16string& projectElementName = *new std::u16string(u"Project");
@@ -132,7 +126,7 @@ bool isRead(const std::u16string& key, const MetadataNode& xml) {
 }
 
 /// An absent attribute is the empty text.
-std::u16string getText(const MetadataNode& xml, const std::u16string& key, const host::Path& file) {
+std::u16string getText(const MetadataNode& xml, const std::u16string& key, const Path& file) {
     const std::u16string& escaped = xml.get(escapedPrefix + key);
     if (escaped.empty())
         return xml.get(key);
@@ -147,8 +141,7 @@ std::u16string getText(const MetadataNode& xml, const std::u16string& key, const
 bool survivesXml(const std::u16string& text) {
     const bool hasOnlySafeUnits =
         std::all_of(text.begin(), text.end(), [](char16_t unit) { return unit >= 0x20 && unit < 0xD800; });
-    return hasOnlySafeUnits ||
-           (project::metadata::isValidAttribute(text) && host::fromUtf8(host::toUtf8(text)) == text);
+    return hasOnlySafeUnits || (project::metadata::isValidAttribute(text) && fromUtf8(toUtf8(text)) == text);
 }
 
 void putPathElement(MetadataNode& xml, const PathElement& element) {
@@ -159,7 +152,7 @@ void putPathElement(XmlSink& xml, const PathElement& element) {
     putElement(xml, element);
 }
 
-PathElement getPathElement(const MetadataNode& xml, const host::Path& file) {
+PathElement getPathElement(const MetadataNode& xml, const Path& file) {
     if (xml.getName() != pathElementName) {
         raise<MetadataReadFailure>(file.text(),
                                    u"it holds <" + xml.getName() + u"> where <" + pathElementName + u"> is expected");
@@ -206,7 +199,7 @@ std::shared_ptr<const MetadataNode> makeNodes(const std::function<void(XmlSink& 
     return maker.getRoot();
 }
 
-std::shared_ptr<MetadataNode> getNode(const MetadataNode& xml, const host::Path& file) {
+std::shared_ptr<MetadataNode> getNode(const MetadataNode& xml, const Path& file) {
     std::shared_ptr<MetadataNode> node;
     for (const auto& child : xml.getChildNodes()) {
         if (child->getName() != nodeElementName)

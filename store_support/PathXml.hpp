@@ -19,10 +19,8 @@
 #include <string>
 #include <string_view>
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
@@ -38,31 +36,29 @@ extern const std::u16string& nodeElementName;
 /// Whether XML keeps `text` as it is, so that `putPathElement` need not escape it.
 bool survivesXml(const std::u16string& text);
 
-void putPathElement(project::metadata::MetadataNode& xml, const project::metadata::PathElement& element);
-void putPathElement(project::metadata::XmlSink& xml, const project::metadata::PathElement& element);
+void putPathElement(MetadataNode& xml, const PathElement& element);
+void putPathElement(project::metadata::XmlSink& xml, const PathElement& element);
 
-/// @throws project::metadata::MetadataReadFailure naming `file`, if `xml` does not name a path element
-project::metadata::PathElement getPathElement(const project::metadata::MetadataNode& xml, const host::Path& file);
+/// @throws MetadataReadFailure naming `file`, if `xml` does not name a path element
+PathElement getPathElement(const MetadataNode& xml, const Path& file);
 
 /// What `xml`, the element of a project or of a path, holds that no store writes there, in words: another name than a
 /// project's, an attribute that is not of a path element, nor one of `moreKeys`, an attribute of its "Node", or another
 /// child, unless it `mayHavePaths`: then the caller reads all children but "Node". Empty if there is nothing.
-std::u16string findForeign(const project::metadata::MetadataNode& xml,
-                           std::initializer_list<std::u16string_view> moreKeys, bool mayHavePaths);
+std::u16string findForeign(const MetadataNode& xml, std::initializer_list<std::u16string_view> moreKeys,
+                           bool mayHavePaths);
 
 /// Adds a copy of `node`, unless it is null.
-void putNode(project::metadata::MetadataNode& xml, const project::metadata::MetadataNode* node);
+void putNode(MetadataNode& xml, const MetadataNode* node);
 
 /// Adds `node` itself, unless it is null.
-void putNode(project::metadata::XmlSink& xml, const std::shared_ptr<const project::metadata::MetadataNode>& node);
+void putNode(project::metadata::XmlSink& xml, const std::shared_ptr<const MetadataNode>& node);
 
 /// The nodes of a tree that `tell` tells, to be read only: those that are told are shared.
-std::shared_ptr<const project::metadata::MetadataNode> makeNodes(
-    const std::function<void(project::metadata::XmlSink& sink)>& tell);
+std::shared_ptr<const MetadataNode> makeNodes(const std::function<void(project::metadata::XmlSink& sink)>& tell);
 
 /// The node in `xml`, which it shares; null if it holds none.
-/// @throws project::metadata::MetadataReadFailure naming `file`, if `xml` holds an empty "Node" or several
-std::shared_ptr<project::metadata::MetadataNode> getNode(const project::metadata::MetadataNode& xml,
-                                                         const host::Path& file);
+/// @throws MetadataReadFailure naming `file`, if `xml` holds an empty "Node" or several
+std::shared_ptr<MetadataNode> getNode(const MetadataNode& xml, const Path& file);
 
 }  // namespace store_support

@@ -4,13 +4,9 @@
 #include <utility>
 #include <vector>
 
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace store_support {
-
-using project::metadata::MetadataPath;
-using project::metadata::PathElement;
 
 MetadataPath replaceLeaf(const MetadataPath& path, const PathElement& element) {
     std::vector<PathElement> elements = path.getPath();
@@ -19,12 +15,9 @@ MetadataPath replaceLeaf(const MetadataPath& path, const PathElement& element) {
     return MetadataPath(std::move(elements));
 }
 
-bool requireRenamable(const MetadataPath& path, const MetadataPath& target, const Renaming& found,
-                      const host::Path& file) {
+bool requireRenamable(const MetadataPath& path, const MetadataPath& target, const Renaming& found, const Path& file) {
     const std::u16string name = u"the path \"" + path.string() + u"\", which was to be renamed, ";
-    const auto refuse = [&](const std::u16string& obstacle) {
-        project::metadata::raise<project::metadata::MetadataWriteFailure>(file.text(), obstacle);
-    };
+    const auto refuse = [&](const std::u16string& obstacle) { raise<MetadataWriteFailure>(file.text(), obstacle); };
     if (path.getPath().empty())
         refuse(u"the root path has no name");
     if (!found.isThere)

@@ -3,14 +3,12 @@
 /// No function keeps state; all may be called from any thread.
 #pragma once
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataPath.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
 /// What `path` becomes with `element` for its last step; the root path stays what it is.
-project::metadata::MetadataPath replaceLeaf(const project::metadata::MetadataPath& path,
-                                            const project::metadata::PathElement& element);
+MetadataPath replaceLeaf(const MetadataPath& path, const PathElement& element);
 
 /// What a store has found of a path that is to be renamed.
 struct Renaming {
@@ -21,8 +19,7 @@ struct Renaming {
 
 /// Checks that `path` can become `target`.
 /// @return false if it is called that already
-/// @throws project::metadata::MetadataWriteFailure naming `file` and what is in the way
-bool requireRenamable(const project::metadata::MetadataPath& path, const project::metadata::MetadataPath& target,
-                      const Renaming& found, const host::Path& file);
+/// @throws MetadataWriteFailure naming `file` and what is in the way
+bool requireRenamable(const MetadataPath& path, const MetadataPath& target, const Renaming& found, const Path& file);
 
 }  // namespace store_support

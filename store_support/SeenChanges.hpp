@@ -20,10 +20,18 @@ template <class RowId, class Hash = std::hash<RowId>>
 class SeenChanges {
 public:
     /// @param batch the last one of which everything is known; 0 if nothing is
-    explicit SeenChanges(std::int64_t batch = 0) : known_(batch) {}
+    explicit SeenChanges(std::int64_t batch = 0) : known_(batch), last_(batch) {}
 
-    /// The last batch of which everything is known.
-    std::int64_t getKnown() const noexcept { return known_; }
+    /// The number of the last batch is `batch`. If it was a greater one before, what is there now has another past, as
+    /// from a backup, and nothing of it is known.
+    void noteLast(std::int64_t batch) noexcept {
+        if (batch < last_) {
+            known_ = 0;
+            own_.clear();
+            rows_.clear();
+        }
+        last_ = batch;
+    }
 
     /// Whether the row `id` as the batch `changed` left it is known.
     bool isKnown(const RowId& id, std::int64_t changed) const {
@@ -47,6 +55,7 @@ public:
 
     /// The store has written the batch `batch`.
     void addOwn(std::int64_t batch) {
+        last_ = batch;
         if (batch == known_ + 1)
             known_ = batch;
         else if (!own_.empty() && batch == own_.back().second + 1)
@@ -63,6 +72,7 @@ private:
     }
 
     std::int64_t known_;
+    std::int64_t last_;                                       // that there was, as far as the store has seen
     std::vector<std::pair<std::int64_t, std::int64_t>> own_;  // first and last of a run of batches, ascending
     std::unordered_map<RowId, std::int64_t, Hash> rows_;      // the batch, by the row's id
 };

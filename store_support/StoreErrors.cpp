@@ -3,16 +3,12 @@
 #include <system_error>
 
 #include "host/FileUtils.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 
 namespace store_support {
 
-using host::Path;
-
 void raiseSystemError(const Path& path, int code) {
-    project::metadata::raise<project::metadata::MetadataWriteFailure>(
-        path.text(), host::fromUtf8(std::generic_category().message(code)));
+    raise<MetadataWriteFailure>(path.text(), fromUtf8(std::generic_category().message(code)));
 }
 
 void requireWritable(const Path& path) {
@@ -20,15 +16,14 @@ void requireWritable(const Path& path) {
         return;
     project::metadata::handleReadOnlyFile(host::FileUtils::followLink(path));
     if (host::FileUtils::isReadOnlyNoExcept(path))
-        project::metadata::raise<project::metadata::ReadOnlyMetadataFailure>(path.text());
+        raise<project::metadata::ReadOnlyMetadataFailure>(path.text());
 }
 
 void raiseReadError(const Path& path, int code) {
-    project::metadata::raise<project::metadata::MetadataReadFailure>(
-        path.text(), host::fromUtf8(std::generic_category().message(code)));
+    raise<MetadataReadFailure>(path.text(), fromUtf8(std::generic_category().message(code)));
 }
 
-std::u16string getReadProblem(const project::metadata::MetadataReadFailure& error) {
+std::u16string getReadProblem(const MetadataReadFailure& error) {
     const auto& cause = std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
     // The XML reader does not say why it failed.
     return cause.empty() ? u"it is no well-formed XML" : cause;
@@ -38,11 +33,11 @@ std::u16string describeLoss(const std::u16string& what) {
     return u"it holds " + what + u", which would get lost when it is written again";
 }
 
-void reportDamage(const project::metadata::MetadataDamage& damage) {
+void reportDamage(const MetadataDamage& damage) {
     if (project::metadata::tellDamage(damage))
         return;
     project::metadata::logger().log(host::Severity::warning,
-                                    damage.file.accessName() + " is damaged: " + host::toUtf8(damage.problem));
+                                    damage.file.accessName() + " is damaged: " + toUtf8(damage.problem));
 }
 
 }  // namespace store_support

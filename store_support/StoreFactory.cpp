@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <utility>
 
 #include <cppmicroservices/ServiceReference.h>
 
+#include "host/FileUtils.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileJobManager.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "project/metadata/Uuid.hpp"
 #include "store_support/BatchJournal.hpp"
@@ -23,7 +22,6 @@ using project::metadata::FileJob;
 using project::metadata::FileJobManager;
 using project::metadata::MetadataFileFormat;
 using project::metadata::MetadataManager;
-using project::metadata::MetadataReadFailure;
 using project::metadata::ProjectMetadataLocation;
 
 namespace {
@@ -46,21 +44,20 @@ std::shared_ptr<FileJobManager> findJobManager(cppmicroservices::BundleContext& 
 
 /// Whether there is nothing in the metadata folder `folder` but the core file, markers and hidden files. Then nobody
 /// can open the project if the core file is damaged; otherwise another kind of store may be able to.
-bool hasOnlyCoreFile(const host::Path& folder) {
+bool hasOnlyCoreFile(const Path& folder) {
     const auto files = project::metadata::listChildFiles(folder);
-    return std::all_of(files.begin(), files.end(), [](const host::Path& file) {
+    return std::all_of(files.begin(), files.end(), [](const Path& file) {
         const std::u16string name = file.fileName().text();
-        return name == project::metadata::coreFileName() || name.front() == u'.' ||
-               project::metadata::getMarkedUuid(name);
+        return name == coreFileName() || name.front() == u'.' || project::metadata::getMarkedUuid(name);
     });
 }
 
 /// @return true
 /// @throws MetadataReadFailure if `coreFile` is damaged anywhere
-bool requireSound(const host::Path& coreFile) {
+bool requireSound(const Path& coreFile) {
     const XmlFile xml = readXmlFile(coreFile);
     if (!xml.problem.empty())
-        project::metadata::raise<MetadataReadFailure>(coreFile.text(), xml.problem);
+        raise<MetadataReadFailure>(coreFile.text(), xml.problem);
     return true;
 }
 
@@ -69,8 +66,8 @@ public:
     StoreFactory(StoreKind kind, const cppmicroservices::BundleContext& context)
         : kind_(std::move(kind)), context_(context) {}
 
-    std::unique_ptr<MetadataManager> createManager(const host::Path& root) override;
-    bool canManage(const host::Path& root) override;
+    std::unique_ptr<MetadataManager> createManager(const Path& root) override;
+    bool canManage(const Path& root) override;
     std::u16string getName() override { return kind_.name; }
     std::u16string getDescription() override { return kind_.description; }
 
@@ -90,21 +87,19 @@ public:
     using StoreFactory::StoreFactory;
 
     std::vector<std::u16string> getFilePatterns() const override { return kind().fileFormat->getFilePatterns(); }
-    std::optional<FileContent> readFile(const host::Path& file) const override {
-        return kind().fileFormat->readFile(file);
-    }
-    void writeFile(const FileContent& content, const host::Path& file) const override {
+    std::optional<FileContent> readFile(const Path& file) const override { return kind().fileFormat->readFile(file); }
+    void writeFile(const FileContent& content, const Path& file) const override {
         kind().fileFormat->writeFile(content, file);
     }
 };
 
 std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& root) {
-    const ProjectMetadataLocation location(root);
+    // The current folder may be another one when the store is used.
+    const ProjectMetadataLocation location(host::FileUtils::makeAbsolute(root));
     if (isOfKind(location) == false) {
-        const host::Path coreFile = location.getCoreFile();
-        project::metadata::raise<MetadataReadFailure>(
-            coreFile.text(),
-            u"its metadata is of the type \"" + readMetadataType(coreFile) + u"\", not \"" + kind_.name + u"\"");
+        const Path coreFile = location.getCoreFile();
+        raise<MetadataReadFailure>(coreFile.text(), u"its metadata is of the type \"" + readMetadataType(coreFile) +
+                                                        u"\", not \"" + kind_.name + u"\"");
     }
     return kind_.open(location.getDirectory(), [context = context_](FileJob job) mutable {
         const auto manager = findJobManager(context);
@@ -117,7 +112,7 @@ std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& r
     });
 }
 
-bool StoreFactory::canManage(const host::Path& root) {
+bool StoreFactory::canManage(const Path& root) {
     return isOfKind(ProjectMetadataLocation(root)) == true;
 }
 
@@ -131,7 +126,7 @@ std::optional<bool> StoreFactory::isOfKind(const ProjectMetadataLocation& locati
             return std::nullopt;
         return readMetadataType(*coreFile) == kind_.name && (kind_.isAllInCoreFile || requireSound(*coreFile));
     } catch (const MetadataReadFailure&) {
-        const host::Path folder = location.getDirectory();
+        const Path folder = location.getDirectory();
         if (kind_.hasContentIn && kind_.hasContentIn(folder))
             return true;
         if (hasOnlyCoreFile(folder))

@@ -4,13 +4,14 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <cppmicroservices/BundleContext.h>
 
-#include "host/Path.hpp"
 #include "project/metadata/FileJob.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManagerFactory.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
@@ -24,11 +25,11 @@ struct StoreKind {
     std::u16string description;  ///< one line for people
 
     /// Makes the store that keeps its files in the metadata folder `folder` and changes them through `runJob`.
-    std::function<std::unique_ptr<project::metadata::MetadataManager>(const host::Path& folder, JobRunner runJob)> open;
+    std::function<std::unique_ptr<project::metadata::MetadataManager>(const Path& folder, JobRunner runJob)> open;
 
     /// Whether the metadata folder `folder` holds content of this kind beside the core file: then it can be opened even
     /// though the core file is damaged. Null for a kind that has no such content.
-    std::function<bool(const host::Path& folder)> hasContentIn = nullptr;
+    std::function<bool(const Path& folder)> hasContentIn = nullptr;
 
     /// Whether all content is in the core file. That is read as a whole when the store is opened, and need not be
     /// before, to find out whether it can be.
@@ -37,6 +38,12 @@ struct StoreKind {
     /// How single files are read and written; null for a kind whose files say nothing by themselves.
     std::shared_ptr<const project::metadata::MetadataFileFormat> fileFormat = nullptr;
 };
+
+/// For `StoreKind::open`: makes a `Store` of the two.
+template <class Store>
+std::unique_ptr<project::metadata::MetadataManager> openStore(const Path& folder, JobRunner runJob) {
+    return std::make_unique<Store>(folder, std::move(runJob));
+}
 
 /// The factory of stores of that kind, which is a `MetadataFileFormat` besides if the kind has one.
 /// @param context where to look for a `FileJobManager`

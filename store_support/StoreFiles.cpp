@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <string>
 
-#include "project/metadata/CoreFile.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FolderLock.hpp"
 
 namespace store_support {
 
-using host::Path;
 using project::metadata::StoreFile;
 
 namespace {
@@ -27,7 +25,7 @@ void addAllBelow(const Path& path, std::vector<StoreFile>& files) {
 }  // namespace
 
 std::vector<StoreFile> listStoreFiles(const Path& folder, std::vector<StoreFile> files) {
-    files.push_back({folder / project::metadata::coreFileName(), true});
+    files.push_back({folder / coreFileName(), true});
     files.push_back({getLockFile(folder), false});
     addAllBelow(getScratchFolder(folder), files);
     const auto isNone = [](const StoreFile& file) {

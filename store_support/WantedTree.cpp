@@ -2,9 +2,6 @@
 
 namespace store_support {
 
-using project::metadata::MetadataPath;
-using project::metadata::PathElement;
-
 WantedTree::WantedTree(const std::vector<MetadataPath>& paths) : elements_(1), children_(1) {
     for (const MetadataPath& path : paths) {
         Index parent = 0;

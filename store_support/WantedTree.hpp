@@ -5,8 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "project/metadata/MetadataPath.hpp"
 #include "store_support/ChildNumbers.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
@@ -17,7 +17,7 @@ public:
     using Index = std::size_t;
 
     /// @param paths must outlive the object
-    explicit WantedTree(const std::vector<project::metadata::MetadataPath>& paths);
+    explicit WantedTree(const std::vector<MetadataPath>& paths);
 
     Index getSize() const noexcept { return children_.size(); }
 
@@ -25,13 +25,13 @@ public:
     const std::vector<Index>& getChildren(Index parent) const { return children_[parent]; }
 
     /// The last step of a path that is not the root path.
-    const project::metadata::PathElement& getElement(Index index) const { return *elements_[index]; }
+    const PathElement& getElement(Index index) const { return *elements_[index]; }
 
     /// No value if the path is not wanted.
-    std::optional<Index> find(Index parent, const project::metadata::PathElement& element) const;
+    std::optional<Index> find(Index parent, const PathElement& element) const;
 
 private:
-    std::vector<const project::metadata::PathElement*> elements_;  // null for the root path
+    std::vector<const PathElement*> elements_;  // null for the root path
     std::vector<std::vector<Index>> children_;
     ChildNumbers indices_;
 };

@@ -5,8 +5,6 @@
 #include <string>
 #include <utility>
 
-#include "host/Text.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FileReplacement.hpp"
@@ -15,14 +13,9 @@
 
 namespace store_support {
 
-using host::Path;
-using project::metadata::MetadataNode;
-using project::metadata::MetadataReadFailure;
-using project::metadata::raise;
-
 namespace {
 
-/// @throws project::metadata::MetadataReadFailure unless `file` is a regular file, or a link to one
+/// @throws MetadataReadFailure unless `file` is a regular file, or a link to one
 Descriptor openForReading(const Path& file) {
     auto opened = openRegularFile(file, 0);
     if (!opened)

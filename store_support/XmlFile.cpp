@@ -5,19 +5,13 @@
 
 #include <array>
 #include <cerrno>
-#include <string>
-#include <vector>
 
-#include "host/Text.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace store_support {
 
-using host::Path;
-using project::metadata::MetadataReadFailure;
 using project::metadata::PutMetadataKeyFailure;
 using project::metadata::PutMetadataValueFailure;
 using project::metadata::RefusedAttribute;
@@ -25,7 +19,7 @@ using project::metadata::RefusedAttribute;
 namespace {
 
 std::u16string describe(const RefusedAttribute& refused) {
-    const std::u16string line = host::fromUtf8(std::to_string(refused.line));
+    const std::u16string line = fromUtf8(std::to_string(refused.line));
     if (refused.isKeyRefused)
         return u"the key of an attribute in line " + line + u" is no XML name: \"" + refused.key + u"\"";
     return u"the value of \"" + refused.key + u"\" in line " + line + u" holds characters that XML cannot: \"" +

@@ -10,15 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataNode.hpp"
 #include "store_support/FileVersion.hpp"
+#include "store_support/Library.hpp"
 
 namespace store_support {
 
 /// What a node of a tree lacks of what its file has, in words. A value type.
 struct Lack {
-    const project::metadata::MetadataNode* node;
+    const MetadataNode* node;
     std::u16string problem;
 };
 
@@ -26,8 +25,8 @@ struct Lack {
 struct XmlFile {
     /// The version that was read: what is on disk now is this one or a later one. No value if the file does not exist.
     std::optional<FileVersion> version;
-    std::shared_ptr<project::metadata::MetadataNode> root;  ///< null if there is no such file, or it is damaged
-    std::u16string problem;                                 ///< why it is damaged, in words
+    std::shared_ptr<MetadataNode> root;  ///< null if there is no such file, or it is damaged
+    std::u16string problem;              ///< why it is damaged, in words
     std::vector<Lack> lacks;  ///< what the tree lacks, in the order of the file, for `XmlExtent::aroundRefused`
     std::u16string foreign;   ///< what else it lacks of the whole file, in words, see `describeLoss`; empty if nothing
 };
@@ -41,11 +40,11 @@ enum class XmlExtent {
 
 /// Reads `file`. That it is no regular file, is larger than `maximumFileSize`, is no XML, or holds an attribute that a
 /// node refuses, is damage. That the system cannot read it now is an error, and may be over the next time.
-/// @throws project::metadata::MetadataReadFailure naming `file` and the system's reason
-XmlFile readXmlFile(const host::Path& file, XmlExtent extent = XmlExtent::wholeTree);
+/// @throws MetadataReadFailure naming `file` and the system's reason
+XmlFile readXmlFile(const Path& file, XmlExtent extent = XmlExtent::wholeTree);
 
 /// The same, if `findStatus` has just answered `status` for `file`.
-XmlFile readXmlFile(const host::Path& file, const struct stat& status, XmlExtent extent = XmlExtent::wholeTree);
+XmlFile readXmlFile(const Path& file, const struct stat& status, XmlExtent extent = XmlExtent::wholeTree);
 
 /// Reads a small file in which nothing is wrong, with few calls of the system.
 /// @param name its access name

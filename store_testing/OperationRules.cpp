@@ -177,6 +177,48 @@ void nodesAreCopies(const ScratchProject& project) {
     requireContentNowAndLater(project, "after changing nodes outside the store", *store, "a(1) b(2) c");
 }
 
+/// A node of a host's own class: it tells the keys as they were put, also again.
+class HostsNode : public MetadataNodeSpecification {
+public:
+    void put(std::u16string key, std::u16string value) override {
+        keys_.push_back(key);
+        MetadataNodeSpecification::put(std::move(key), std::move(value));
+    }
+    std::vector<std::u16string> getAttributeKeys() const override { return keys_; }
+
+private:
+    std::vector<std::u16string> keys_;
+};
+
+void takesNodesOfAnyClass(const ScratchProject& project) {
+    HostsNode unordered;
+    const auto repeated = std::make_shared<HostsNode>();
+    MetadataNodeSpecification expected;
+    for (const auto& [key, value] : {std::pair(u"Version", u"2"), std::pair(u"Name", u"x")}) {
+        expected.put(key, value);
+        unordered.put(key, value);
+        repeated->put(key, value);
+    }
+    repeated->put(u"Version", u"2");
+    const auto store = project.open();
+    const auto change = [&] {
+        store->setNode(path("a"), unordered);
+        store->setNodes({{path("b"), repeated}});
+    };
+    change();
+    for (const char* const each : {"a", "b"}) {
+        const std::string what = std::string("the node at ") + each;
+        requireEqual(what, describe(&expected), describe(store->getNode(path(each)).get()));
+        requireEqual(what + ", opened anew", describe(&expected), describe(project.open()->getNode(path(each)).get()));
+    }
+    const auto before = readFiles(project.root());
+    change();
+    requireSameFiles("after the same nodes were set again", before, readFiles(project.root()));
+    store->setNode(path("a"), *node("1"));
+    store->removePath(path("b"));
+    requireContentNowAndLater(project, "after one of them was replaced and one removed", *store, "a(1)");
+}
+
 void copiesAreEqual(const ScratchProject& project) {
     const auto store = project.open();
     for (const MetadataPath& each : paths("z a/b m/x/y m/a"))
@@ -241,6 +283,11 @@ std::vector<Rule> getOperationRules() {
          "A store keeps and answers copies: a node that is changed after it was passed or answered changes nothing in "
          "the store.",
          nodesAreCopies},
+        {"TakesNodesOfAnyClass",
+         "A node of a host's own class is stored as what it says, also where it tells its keys in another order, or "
+         "one "
+         "of them twice; setting it again changes nothing.",
+         takesNodesOfAnyClass},
         {"CopiesAreEqual",
          "`copyMetadata` into a store, over what is there, and out of it again keeps every path, every node and the "
          "order.",

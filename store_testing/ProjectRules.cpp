@@ -33,7 +33,8 @@ void readingWritesNothing(const ScratchProject& project) {
     };
     readAll();
     project.open()->removePaths(paths("none /"));
-    project.open()->removeNode(path("none"));
+    for (const MetadataPath& each : paths("none /"))
+        project.open()->removeNode(each);
     requireSameFiles("in a new folder", {}, readFiles(project.root()));
 
     project.open()->setNodes({{path("a"), node("1")}, {path("a/b"), node("2")}});
@@ -109,6 +110,43 @@ void convertedProjectIsNotOverwritten(const ScratchProject& project) {
     }
 }
 
+/// What would make metadata beside those in `folder`, by a `store` for another folder of the project, is refused.
+void requireNoSecond(const std::string& what, const host::Path& folder, MetadataManager& store,
+                     const ScratchProject& project) {
+    const auto before = readFiles(folder);
+    read(store);
+    requireThrows<exception::ProjectException>("addPath " + what, "of the library", [&] { store.addPath(path("b")); });
+    requireThrows<exception::ProjectException>("setNode " + what, "of the library",
+                                               [&] { store.setNode(path("c"), *node("2")); });
+    requireSameFiles("after changes " + what, before, readFiles(folder));
+    requireEqual("the metadata folder after changes " + what, folder.accessName(),
+                 project.metadataFolder().accessName());
+}
+
+void hidesNoOtherMetadata(const ScratchProject& project) {
+    const host::Path first = project.metadataFolder();
+    for (const std::u16string& name : metadata::getSupportedRoots()) {
+        const host::Path folder = project.root() / host::Path(name);
+        if (folder == first)
+            continue;
+        const std::string quotedName = '"' + folder.fileName().accessName() + '"';
+        const auto early = project.open();
+        host::FileSystem::create_directories(folder.parentPath());
+        project.open()->setNode(path("a"), *node("1"));
+        const auto other = project.open();
+        std::filesystem::rename(first.accessName(), folder.accessName());
+        requireNoSecond("where somebody has made " + quotedName, folder, *early, project);
+        requireNoSecond("once the folder is renamed to " + quotedName, folder, *other, project);
+        const auto last = project.open();
+        requireContent("in " + quotedName, *last, "a(1)");
+        host::FileSystem::remove_all(first);
+        std::filesystem::rename(folder.accessName(), first.accessName());
+        requireNoSecond("once the folder is renamed from " + quotedName, first, *last, project);
+        host::FileSystem::remove_all(first);
+        host::FileSystem::remove_all(folder);
+    }
+}
+
 /// A node with everything that a node may have.
 std::shared_ptr<MetadataNode> richNode() {
     auto rich = std::make_shared<MetadataNodeSpecification>(u"Rich");
@@ -177,6 +215,10 @@ std::vector<Rule> getProjectRules() {
          "A project that became one of another kind while a store was open is not changed by it: what would change "
          "it is an error of the library.",
          convertedProjectIsNotOverwritten},
+        {"HidesNoOtherMetadata",
+         "While a project has its metadata in one metadata folder, a store for another one, be it open since before "
+         "that was made or renamed, does not make a second there: what would is an error of the library.",
+         hidesNoOtherMetadata},
         {"ReopenedStoreHasEverything",
          "A store that is opened anew has every path in its order and every node with its attributes, its children and "
          "every character of its values.",

@@ -1,21 +1,11 @@
 /// project-metadata add: adds a path or a child node.
 
-#include <memory>
-#include <optional>
-#include <string>
-
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Editing.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/PathText.hpp"
 
 namespace cli {
 
 namespace {
-
-using operations::Place;
 
 struct Flags {
     std::optional<std::string> before;
@@ -26,15 +16,15 @@ struct Flags {
 Status add(const Positionals::Values& values, const Flags& flags) {
     if (flags.before && flags.after)
         throw CommandError(Status::usage, "--before excludes --after");
-    const operations::NodeAddress address = parseAddress(values.texts[0]);
+    const NodeAddress address = parseAddress(values.texts[0]);
     std::optional<Place> place;
     if (flags.before || flags.after) {
         place = {parseAddress(flags.before ? *flags.before : *flags.after),
                  flags.before ? Place::Side::before : Place::Side::after};
     }
     Editing editing(values.root, flags.edit);
-    const operations::NodeAddress added = editing.edit().add(address, place);
-    const operations::StoreChange change = editing.finish();
+    const NodeAddress added = editing.edit().add(address, place);
+    const StoreChange change = editing.finish();
     editing.tell(change, (editing.isDryRun() ? "Would add " : "Added ") + formatAddress(added) + '\n');
     return Status::done;
 }

@@ -1,20 +1,10 @@
 /// project-metadata check: whether a project's metadata is all right.
 
 #include <algorithm>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Options.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
-#include "cli/text/SafeText.hpp"
+#include "cli/text/Progress.hpp"
 #include "cli/text/Terminal.hpp"
 #include "cli/text/Warnings.hpp"
 #include "operations/ProjectCheck.hpp"
@@ -23,10 +13,6 @@
 namespace cli {
 
 namespace {
-
-using operations::CheckResult;
-using operations::Problem;
-using operations::Repair;
 
 std::string describe(const Problem& problem) {
     return (problem.path ? formatPath(*problem.path) + ": " : "") + escapeText(problem.problem);
@@ -71,11 +57,11 @@ std::vector<Repair> repairAll(const host::Path& root, CheckResult& result, bool 
     constexpr int rounds = 5;
     std::vector<Repair> all;
     for (int round = 0; round < rounds; ++round) {
-        const std::vector<Repair> repairs = operations::repairProject(root, result.problems, isDryRun);
+        const std::vector<Repair> repairs = repairProject(root, result.problems, isDryRun);
         all.insert(all.end(), repairs.begin(), repairs.end());
         if (repairs.empty() || isDryRun)
             break;
-        result = operations::checkProject(root, observer);
+        result = checkProject(root, observer);
     }
     return all;
 }
@@ -88,7 +74,7 @@ struct Wish {
 
 Status check(const host::Path& root, const Wish& wish) {
     CommandObserver observer;
-    CheckResult result = operations::checkProject(root, observer);
+    CheckResult result = checkProject(root, observer);
     const std::vector<Problem> found = result.problems;
     if (!wish.json)
         std::for_each(found.begin(), found.end(), printProblem);

@@ -2,25 +2,15 @@
 
 #include <algorithm>
 #include <exception>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include <cppmicroservices/Bundle.h>
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>
 #include <cppmicroservices/ServiceReference.h>
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/SafeText.hpp"
 #include "host/FileSystem.hpp"
 #include "host/FileUtils.hpp"
 #include "host/ServiceFramework.hpp"
-#include "host/Text.hpp"
-#include "operations/Project.hpp"
 #include "operations/SettingsOverride.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "store_testing/StoreContract.hpp"
@@ -29,7 +19,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 namespace testing = project::store_testing;
 using Factories = std::vector<std::shared_ptr<pm::MetadataManagerFactory>>;
 
@@ -103,8 +92,7 @@ Status conform(const host::Path& file, const std::vector<std::string>& ruleNames
     if (factories.empty())
         throw CommandError(Status::failure, "The bundle " + quoted(file) + " registers no metadata store");
     // The user's choice of a folder has no say in what a store does.
-    const operations::SettingsOverride usual("korvex.project.creation", "DefaultMetadataRoot",
-                                             pm::getSelectableRoots().front());
+    const SettingsOverride usual("korvex.project.creation", "DefaultMetadataRoot", pm::getSelectableRoots().front());
     Count count;
     JsonList list;
     for (const auto& factory : factories) {

@@ -1,31 +1,19 @@
 /// project-metadata convert: a project's metadata in another kind of store, or in another folder.
 
-#include <memory>
-#include <string>
-
-#include "cli/Arguments.hpp"
-#include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
-#include "cli/text/SafeText.hpp"
 #include "operations/Convert.hpp"
+#include "cli/Command.hpp"
+#include "cli/text/Progress.hpp"
 
 namespace cli {
 
 namespace {
 
-using operations::ConversionRequest;
-
 Status convert(const host::Path& root, const ConversionRequest& request, bool isJson) {
     CommandObserver observer;
-    operations::Conversion done;
+    Conversion done;
     try {
-        done = operations::convertProject(root, request, observer);
-    } catch (const operations::PathNotConverted& error) {
+        done = convertProject(root, request, observer);
+    } catch (const PathNotConverted& error) {
         throw CommandError(Status::failure,
                            "Not converted: \"" + formatPath(error.path()) + "\" would not stay as it is");
     }

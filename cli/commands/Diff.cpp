@@ -1,31 +1,18 @@
 /// project-metadata diff: what is different between two projects or files of metadata.
 
 #include <algorithm>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Options.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/DiffText.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
 #include "operations/TreeDiff.hpp"
+#include "operations/TreeWalk.hpp"
 
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
-using operations::MetadataTree;
-using operations::PathDiff;
 
 struct Arguments {
     std::string a, b;
@@ -34,38 +21,22 @@ struct Arguments {
     bool isNameOnly = false;
 };
 
-/// Whether `path` is `top` or below it.
-bool isWithin(const pm::MetadataPath& path, const pm::MetadataPath& top) {
-    const auto& steps = path.getPath();
-    const auto& begin = top.getPath();
-    return steps.size() >= begin.size() && std::equal(begin.begin(), begin.end(), steps.begin());
-}
-
 bool hasPath(const MetadataTree& tree, const pm::MetadataPath& path) {
     const pm::MetadataPath root = tree.rootPath();
-    if (!isWithin(path, root))
-        return false;
-    const operations::PathTree* at = &tree.root;
-    for (std::size_t i = root.getPath().size(); i < path.getPath().size(); ++i) {
-        const auto child =
-            std::find_if(at->children.begin(), at->children.end(),
-                         [&](const operations::PathTree& tried) { return tried.step == path.getPath()[i]; });
-        if (child == at->children.end())
-            return false;
-        at = &*child;
-    }
-    return true;
+    const auto& steps = path.getPath();
+    return isAtOrBelow(path, root) &&
+           findPath(tree.root, pm::MetadataPath({steps.begin() + std::ptrdiff_t(root.getPath().size()), steps.end()}));
 }
 
 /// The differences that the arguments ask for.
 std::vector<PathDiff> findDiffs(const Arguments& arguments, const MetadataTree& before, const MetadataTree& after) {
-    std::vector<PathDiff> diffs = operations::diffTrees(before, after);
+    std::vector<PathDiff> diffs = diffTrees(before, after);
     if (!arguments.path)
         return diffs;
     const pm::MetadataPath top = parsePath(*arguments.path);
     if (!hasPath(before, top) && !hasPath(after, top))
         throw CommandError(Status::failure, "There is no path \"" + formatPath(top) + "\" on either side");
-    const auto isElsewhere = [&](const PathDiff& diff) { return !isWithin(diff.path, top); };
+    const auto isElsewhere = [&](const PathDiff& diff) { return !isAtOrBelow(diff.path, top); };
     diffs.erase(std::remove_if(diffs.begin(), diffs.end(), isElsewhere), diffs.end());
     return diffs;
 }
@@ -87,8 +58,8 @@ void printCounts(const std::vector<PathDiff>& diffs, bool isJson) {
 Status diff(const Arguments& arguments, bool isJson) {
     CommandObserver observer;
     const InputFile a(arguments.a), b(arguments.b);
-    const MetadataTree before = operations::readTree(a.path(), observer);
-    const MetadataTree after = operations::readTree(b.path(), observer);
+    const MetadataTree before = readTree(a.path(), observer);
+    const MetadataTree after = readTree(b.path(), observer);
     Progress progress("Comparing");
     const std::vector<PathDiff> diffs = findDiffs(arguments, before, after);
     progress.giveWay();

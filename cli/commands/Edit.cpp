@@ -1,35 +1,20 @@
 /// project-metadata edit: many changes of a project at once, as a file or another program says.
 
 #include <algorithm>
-#include <cstddef>
 #include <exception>
 #include <map>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Editing.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
 #include "cli/text/AttributeText.hpp"
 #include "cli/text/ChangeText.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "cli/text/Words.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 
 namespace cli {
 
 namespace {
-
-using operations::Place;
-using operations::ProjectEdit;
 
 /// One line, taken apart.
 struct Request {
@@ -53,7 +38,7 @@ struct Verb {
 };
 
 void set(ProjectEdit& edit, const Request& request) {
-    operations::SetRequest wish{request.find("--create").has_value(), std::nullopt};
+    SetRequest wish{request.find("--create").has_value(), std::nullopt};
     if (const auto name = request.find("--name"))
         wish.nodeName = readText(*name, "The node's name in \"" + *name + '"');
     edit.set(parseAddress(request.words[0]), parseAttributes(request.words, 1), wish);
@@ -63,7 +48,7 @@ void unset(ProjectEdit& edit, const Request& request) {
     std::vector<std::u16string> keys;
     for (std::size_t i = 1; i < request.words.size(); ++i)
         keys.push_back(host::fromUtf8(request.words[i]));
-    const operations::NodeAddress address = parseAddress(request.words[0]);
+    const NodeAddress address = parseAddress(request.words[0]);
     const std::vector<std::u16string> missing = edit.unset(address, keys);
     if (!missing.empty()) {
         throw CommandError(Status::failure, "The node at \"" + formatAddress(address) + "\" has no attribute \"" +
@@ -83,12 +68,12 @@ void add(ProjectEdit& edit, const Request& request) {
 }
 
 void remove(ProjectEdit& edit, const Request& request) {
-    const operations::NodeAddress address = parseAddress(request.words[0]);
+    const NodeAddress address = parseAddress(request.words[0]);
     if (request.find("--node-only") && address.inside.empty()) {
         edit.removeNode(address.path);
         return;
     }
-    if (address == operations::NodeAddress{} && !request.find("--all"))
+    if (address == NodeAddress{} && !request.find("--all"))
         throw CommandError(Status::usage, "Removing the root path removes all metadata; that needs --all");
     edit.remove(address);
 }
@@ -191,7 +176,7 @@ Status edit(const Positionals::Values& values, const Flags& flags) {
     const std::string text = readInput(name);
     Editing editing(values.root, flags.edit);
     const std::size_t count = applyLines(editing.edit(), text, flags.isNullSeparated ? '\0' : '\n', name);
-    const operations::StoreChange change = editing.finish();
+    const StoreChange change = editing.finish();
     editing.tell(change, formatCount(count, "command") + (editing.isDryRun() ? ", not done: " : " done: ") +
                              countChanges(change) + '\n');
     return Status::done;

@@ -1,23 +1,12 @@
 /// project-metadata export: the metadata of a project, or of one of its paths, in one file.
 
-#include <cstddef>
 #include <exception>
-#include <memory>
-#include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
-#include "cli/text/SafeText.hpp"
+#include "cli/text/Progress.hpp"
 #include "cli/text/Warnings.hpp"
 #include "host/Interruption.hpp"
 #include "operations/Export.hpp"
@@ -46,17 +35,17 @@ void tell(const OutputFile& file, const Request& request) {
 }
 
 Status exportProject(const host::Path& root, const Request& request) {
-    const auto top = request.top ? parsePath(*request.top) : project::metadata::MetadataPath();
-    const auto store = operations::openProject(root);
+    const auto top = request.top ? parsePath(*request.top) : pm::MetadataPath();
+    const auto store = openProject(root);
     requirePath(*store, top);
     const OutputFile file(request.file);
-    const auto existing = request.replace ? operations::Existing::replace : operations::Existing::keep;
-    operations::requireWritable(file.path(), existing);
+    const auto existing = request.replace ? Existing::replace : Existing::keep;
+    requireWritable(file.path(), existing);
     CommandObserver observer;
-    const project::metadata::RepeatableRead reading(*store);
-    std::vector<project::metadata::MetadataDamage> damages;
+    const pm::RepeatableRead reading(*store);
+    std::vector<pm::MetadataDamage> damages;
     try {
-        damages = operations::exportMetadata(*store, top, file.path(), existing, *request.dryRun, observer);
+        damages = exportMetadata(*store, top, file.path(), existing, *request.dryRun, observer);
     } catch (const host::InterruptedException&) {
         throw;
     } catch (...) {
@@ -68,7 +57,7 @@ Status exportProject(const host::Path& root, const Request& request) {
         file.finish();
     tell(file, request);
     flushOutput();
-    for (auto& damage : operations::findDamage(*store))
+    for (auto& damage : findDamage(*store))
         damages.push_back(std::move(damage));
     const std::size_t count = keepDamage(damages);
     if (count == 0)

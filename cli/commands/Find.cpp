@@ -1,20 +1,8 @@
 /// project-metadata find: the paths and nodes that have what is asked for.
 
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Query.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
 #include "operations/TreeStore.hpp"
 #include "operations/TreeWalk.hpp"
@@ -22,10 +10,6 @@
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
-using operations::NodeAddress;
-using operations::TreeWalk;
 
 struct Flags {
     Query::Manner manner;
@@ -75,7 +59,7 @@ public:
 
 private:
     void visitChildren(const NodeAddress& address, const pm::MetadataNode& node) {
-        const std::vector<operations::NodeStep> steps = operations::listSteps(node);
+        const std::vector<NodeStep> steps = listSteps(node);
         for (std::size_t i = 0; i < steps.size(); ++i) {
             NodeAddress child = address;
             child.inside.push_back(steps[i]);
@@ -91,7 +75,7 @@ private:
             return;
         }
         Json match = toJson(address);
-        match["node"] = node ? toJson(*node) : Json(nullptr);
+        match["node"] = toJsonOrNull(node);
         if (isUnreadable)
             match["unreadable"] = true;
         list_.add(match);
@@ -109,12 +93,12 @@ Status find(const Positionals::Values& values, const Query& query, const Flags& 
     Progress progress("Searching");
     const InputFile input(values.root.accessName());
     CommandObserver observer;
-    const auto store = operations::openForReading(input.path(), observer);
+    const auto store = openForReading(input.path(), observer);
     requirePath(*store, start.path);
     Finder finder(query, flags, progress);
     if (!start.inside.empty()) {
         const auto node = store->getNode(start.path);
-        finder.visit(start, operations::requireNode(node.get(), start));
+        finder.visit(start, requireNode(node.get(), start));
         return finder.finish() ? Status::done : Status::foundProblems;
     }
     TreeWalk walk(*store, start.path, TreeWalk::anyDepth, reportReadError);

@@ -4,47 +4,22 @@
 #include <algorithm>
 #include <cctype>
 #include <map>
-#include <memory>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include <CLI/CLI.hpp>
+#include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/replace.hpp>
 
 #include "cli/Command.hpp"
 #include "cli/HelpText.hpp"
 #include "cli/Meaning.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Output.hpp"
 #include "project/Version.hpp"
 
 namespace cli {
 
 namespace {
 
-std::string replaceAll(std::string text, std::string_view what, std::string_view replacement) {
-    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += replacement.size())
-        text.replace(at, what.size(), replacement);
-    return text;
-}
-
-/// `text` with a backslash before each of `marks`.
-std::string escapeMarks(const std::string& text, std::string_view marks) {
-    std::string escaped;
-    for (const char mark : text) {
-        if (marks.find(mark) != std::string_view::npos)
-            escaped += '\\';
-        escaped += mark;
-    }
-    return escaped;
-}
-
-std::string join(const std::vector<std::string>& parts, std::string_view separator) {
-    std::string text;
-    for (const std::string& part : parts)
-        text.append(text.empty() ? "" : separator).append(part);
-    return text;
-}
+using boost::algorithm::join;
+using boost::algorithm::replace_all_copy;
 
 std::vector<const CLI::App*> shownCommands(const CLI::App& app) {
     return app.get_subcommands([](const CLI::App* command) { return !command->get_group().empty(); });
@@ -82,7 +57,7 @@ struct Value {
 // The manual page, in the macros of man(7).
 
 std::string roff(const std::string& text) {
-    const std::string escaped = replaceAll(replaceAll(text, "\\", "\\e"), "-", "\\-");
+    const std::string escaped = replace_all_copy(replace_all_copy(text, "\\", "\\e"), "-", "\\-");
     return !escaped.empty() && (escaped.front() == '.' || escaped.front() == '\'') ? "\\&" + escaped : escaped;
 }
 
@@ -319,7 +294,7 @@ std::string zshOptions(const CLI::App& app) {
         }
         const std::string all = names.size() == 1 ? '\'' + names[0] : "'(" + excluded + ")'{" + join(names, ",") + "}'";
         text += " \\\n            " + all + '[' +
-                replaceAll(escapeMarks(option->get_description(), "[]\\:"), "'", "'\\''") + ']';
+                replace_all_copy(escapeMarks(option->get_description(), "[]\\:"), "'", "'\\''") + ']';
         if (!value.name.empty())
             text += ':' + escapeMarks(value.choices.empty() ? value.name : "value", "[]\\:") + ':' +
                     (!value.choices.empty()             ? '(' + join(value.choices, " ") + ')'
@@ -337,7 +312,7 @@ std::string makeZsh(const CLI::App& app) {
     std::string cases;
     for (const CLI::App* command : shownCommands(app)) {
         names += "            '" + command->get_name() + ':' +
-                 replaceAll(escapeMarks(command->get_description(), "\\:"), "'", "'\\''") + "'\n";
+                 replace_all_copy(escapeMarks(command->get_description(), "\\:"), "'", "'\\''") + "'\n";
         cases += "        (" + command->get_name() + ")\n            _arguments -s" + zshOptions(*command) +
                  zshOptions(app) + " \\\n            '*:argument:_project_metadata_offer'\n            ;;\n";
     }

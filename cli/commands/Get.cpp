@@ -2,34 +2,15 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstddef>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
 #include "cli/text/AttributeText.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
-#include "cli/text/SafeText.hpp"
-#include "host/Text.hpp"
 #include "operations/TreeStore.hpp"
 
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 struct Flags {
     std::optional<std::string> fallback;
@@ -40,14 +21,11 @@ struct Flags {
 
 /// The value of `key`, or else what is to be taken for it; no value, which is reported, if there is neither.
 /// @param node null for a branch
-std::optional<std::u16string> findValue(const pm::MetadataNode* node, const operations::NodeAddress& address,
+std::optional<std::u16string> findValue(const pm::MetadataNode* node, const NodeAddress& address,
                                         const std::string& key, const Flags& flags) {
     const std::u16string name = host::fromUtf8(key);
-    if (node) {
-        const std::vector<std::u16string> keys = node->getAttributeKeys();
-        if (std::binary_search(keys.begin(), keys.end(), name))
-            return node->get(name);
-    }
+    if (auto value = findAttribute(node, name))
+        return value;
     if (flags.fallback)
         return host::fromUtf8(*flags.fallback);
     reportError(node ? describeMissingKey(*node, address, name)
@@ -63,18 +41,17 @@ void printText(const std::vector<std::u16string>& values, const Flags& flags) {
 }
 
 Status get(const Positionals::Values& arguments, const Flags& flags) {
-    const operations::NodeAddress address = parseAddress(arguments.texts[0]);
+    const NodeAddress address = parseAddress(arguments.texts[0]);
     const std::vector<std::string> keys(arguments.texts.begin() + 1, arguments.texts.end());
     if (flags.isBare && keys.size() > 1)
         throw CommandError(Status::usage, "-n is for one KEY; several values have something between them, such as -0");
     std::optional<Progress> progress("Reading");
     const InputFile input(arguments.root.accessName());
     CommandObserver observer;
-    const auto store = operations::openForReading(input.path(), observer);
+    const auto store = openForReading(input.path(), observer);
     requirePath(*store, address.path);
     const auto stored = store->getNode(address.path);
-    const pm::MetadataNode* const node =
-        address.inside.empty() ? stored.get() : &operations::requireNode(stored.get(), address);
+    const pm::MetadataNode* const node = address.inside.empty() ? stored.get() : &requireNode(stored.get(), address);
     progress.reset();
     std::vector<std::u16string> values;
     for (const std::string& key : keys) {

@@ -11,22 +11,12 @@
 #include <climits>
 #include <fstream>
 #include <iterator>
-#include <memory>
-#include <optional>
-#include <string>
 #include <system_error>
-#include <utility>
-#include <vector>
 
-#include "cli/Arguments.hpp"
+#include <boost/algorithm/string/replace.hpp>
+
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/SafeText.hpp"
 #include "host/FileSystem.hpp"
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/Git.hpp"
@@ -38,9 +28,6 @@ namespace cli {
 
 namespace {
 
-using operations::GitOutcome;
-using operations::runGit;
-
 const std::string blockBegin = "# project-metadata: begin (written by \"project-metadata git-setup\")\n";
 const std::string blockEnd = "# project-metadata: end\n";
 
@@ -50,10 +37,8 @@ std::string findOwnCommand() {
     const ssize_t length = readlink("/proc/self/exe", name.data(), name.size());
     if (length <= 0)
         throw std::system_error(errno, std::generic_category(), "The command cannot find its own file");
-    std::string command = "'";
-    for (const char byte : std::string(name.data(), static_cast<std::size_t>(length)))
-        command += byte == '\'' ? std::string("'\\''") : std::string{byte};
-    return command + '\'';
+    const std::string file(name.data(), static_cast<std::size_t>(length));
+    return '\'' + boost::algorithm::replace_all_copy(file, "'", "'\\''") + '\'';
 }
 
 /// Pairs of a key of git's configuration and its value.
@@ -69,8 +54,8 @@ std::vector<std::pair<std::string, std::string>> makeConfiguration() {
 
 std::string makeBlock() {
     std::string block = blockBegin;
-    for (const std::u16string& folder : project::metadata::getSupportedRoots()) {
-        for (const std::u16string& pattern : operations::listFilePatterns())
+    for (const std::u16string& folder : pm::getSupportedRoots()) {
+        for (const std::u16string& pattern : listFilePatterns())
             block += "**/" + host::toUtf8(folder + u'/' + pattern) + " merge=project-metadata diff=project-metadata\n";
     }
     return block + blockEnd;
@@ -104,18 +89,25 @@ void requireNoLink(const host::Path& file) {
     }
 }
 
+struct Arguments {
+    std::string folder;
+    bool inWorkTree = false;
+    bool isRemoval = false;
+    bool isDryRun = false;
+    std::shared_ptr<const bool> isJson;
+};
+
 class Setup {
 public:
-    Setup(std::string folder, bool isRemoval, bool isDryRun, bool isJson)
-        : folder_(std::move(folder)), isRemoval_(isRemoval), isDryRun_(isDryRun), isJson_(isJson) {}
+    explicit Setup(const Arguments& arguments) : arguments_(arguments) {}
 
     /// The absolute path that "git rev-parse" tells for `arguments`.
     host::Path find(std::vector<std::string> arguments) const {
         arguments.insert(arguments.begin(), {"rev-parse", "--path-format=absolute"});
-        const GitOutcome found = runGit(folder_, std::move(arguments));
+        const GitOutcome found = runGit(arguments_.folder, std::move(arguments));
         if (found.status != 0) {
-            throw CommandError(Status::failure,
-                               '"' + folder_ + "\" is not in the work tree of a git repository: " + found.error);
+            throw CommandError(Status::failure, '"' + arguments_.folder +
+                                                    "\" is not in the work tree of a git repository: " + found.error);
         }
         return host::Path::fromAccessName(withoutBreak(found.out));
     }
@@ -124,34 +116,34 @@ public:
         configureRenames();
         for (const auto& [key, value] : makeConfiguration()) {
             const std::optional<std::string> before = readSetting(key);
-            if (isRemoval_ && before)
+            if (arguments_.isRemoval && before)
                 change(key, std::nullopt);
-            else if (!isRemoval_ && before != value)
+            else if (!arguments_.isRemoval && before != value)
                 change(key, value);
         }
         // What is empty now does not go by itself.
-        if (isRemoval_ && !isDryRun_) {
+        if (arguments_.isRemoval && !arguments_.isDryRun) {
             for (const char* section : {"merge.project-metadata", "diff.project-metadata"})
-                runGit(folder_, {"config", "--local", "--remove-section", section});
+                runGit(arguments_.folder, {"config", "--local", "--remove-section", section});
         }
     }
 
     void writeAttributes(const host::Path& file) {
         const std::string before = readAll(file);
-        const std::string after = replaceBlock(before, isRemoval_ ? "" : makeBlock());
+        const std::string after = replaceBlock(before, arguments_.isRemoval ? "" : makeBlock());
         if (after == before)
             return;
         requireNoLink(file);
-        if (!isDryRun_ && after.empty()) {
+        if (!arguments_.isDryRun && after.empty()) {
             host::FileSystem::remove_all(file);
-        } else if (!isDryRun_) {
+        } else if (!arguments_.isDryRun) {
             // In one step: others' lines in the file are not to be lost on a full disk.
-            project::metadata::makeFolder(project::metadata::getParentFolder(file));
-            operations::replaceFile(file, after);
+            pm::makeFolder(pm::getParentFolder(file));
+            replaceFile(file, after);
         }
         done_["attributes"] = toJson(file);
-        note((isRemoval_ ? "removed the attributes of metadata files from "
-                         : "put the attributes of metadata files into ") +
+        note((arguments_.isRemoval ? "removed the attributes of metadata files from "
+                                   : "put the attributes of metadata files into ") +
              file.accessName());
     }
 
@@ -166,10 +158,10 @@ private:
         const std::optional<std::string> now = readSetting(key);
         const std::optional<std::string> before = readSetting(noteKey);
         const bool isOff = now == "false";
-        if (!isRemoval_ && !isOff) {
+        if (!arguments_.isRemoval && !isOff) {
             change(noteKey, now.value_or(""));
             change(key, "false");
-        } else if (isRemoval_ && before) {
+        } else if (arguments_.isRemoval && before) {
             if (isOff)
                 change(key, before->empty() ? std::nullopt : before);
             change(noteKey, std::nullopt);
@@ -184,20 +176,20 @@ private:
 
     /// No value if it is not set.
     std::optional<std::string> readSetting(const std::string& key) const {
-        const GitOutcome found = runGit(folder_, {"config", "--local", "--get", key});
+        const GitOutcome found = runGit(arguments_.folder, {"config", "--local", "--get", key});
         return found.status == 0 ? std::optional(withoutBreak(found.out)) : std::nullopt;
     }
 
     /// @param value what the key is to have; none to take it away
     void change(const std::string& key, const std::optional<std::string>& value) {
-        if (!isDryRun_) {
+        if (!arguments_.isDryRun) {
             std::vector<std::string> arguments{"config", "--local", value ? "--replace-all" : "--unset-all", key};
             if (value)
                 arguments.push_back(*value);
-            const GitOutcome changed = runGit(folder_, std::move(arguments));
+            const GitOutcome changed = runGit(arguments_.folder, std::move(arguments));
             if (changed.status != 0) {
-                throw CommandError(Status::failure,
-                                   "git cannot change the configuration of \"" + folder_ + "\": " + changed.error);
+                throw CommandError(Status::failure, "git cannot change the configuration of \"" + arguments_.folder +
+                                                        "\": " + changed.error);
             }
         }
         done_["settings"][key] = value ? toJson(host::fromUtf8(*value)) : Json(nullptr);
@@ -205,32 +197,22 @@ private:
     }
 
     void note(const std::string& text) const {
-        if (!isJson_)
-            printNote((isDryRun_ ? "would have " : "") + escapeText(host::Path::fromAccessName(text).text()) + '\n');
+        if (!*arguments_.isJson)
+            printNote((arguments_.isDryRun ? "would have " : "") + escapeText(host::Path::fromAccessName(text).text()) +
+                      '\n');
     }
 
-    std::string folder_;
-    bool isRemoval_;
-    bool isDryRun_;
-    bool isJson_;
+    const Arguments& arguments_;
     Json done_{{"settings", Json::object()}, {"attributes", nullptr}};
 };
 
-struct Arguments {
-    std::string folder;
-    bool inWorkTree = false;
-    bool isRemoval = false;
-    bool isDryRun = false;
-    std::shared_ptr<const bool> isJson;
-};
-
 Status setUp(const Arguments& arguments) {
-    Setup setup(arguments.folder, arguments.isRemoval, arguments.isDryRun, *arguments.isJson);
+    Setup setup(arguments);
     const host::Path attributes = arguments.inWorkTree ? setup.find({"--show-toplevel"}) / u".gitattributes"
                                                        : setup.find({"--git-path", "info/attributes"});
     if (arguments.isDryRun) {
-        operations::requireFeasibleFile(attributes);
-        operations::requireFeasibleFile(setup.find({"--git-path", "config"}));
+        requireFeasibleFile(attributes);
+        requireFeasibleFile(setup.find({"--git-path", "config"}));
     }
     setup.writeAttributes(attributes);
     setup.configure();

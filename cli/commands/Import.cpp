@@ -1,34 +1,23 @@
 /// project-metadata import: what export wrote, as the metadata of a project.
 
-#include <memory>
-#include <optional>
-#include <string>
-
-#include "cli/Arguments.hpp"
+#include "operations/Import.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
 #include "cli/text/ChangeText.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
-#include "cli/text/SafeText.hpp"
-#include "operations/Import.hpp"
+#include "cli/text/Progress.hpp"
 #include "operations/Project.hpp"
 
 namespace cli {
 
 namespace {
 
-Status importFile(const host::Path& file, const host::Path& root, const operations::ImportRequest& request,
-                  bool isJson) {
-    const bool makesRoot = !operations::leadsToFolder(root.accessName());
+Status importFile(const host::Path& file, const host::Path& root, const ImportRequest& request, bool isJson) {
+    const bool makesRoot = !leadsToFolder(root.accessName());
     CommandObserver observer;
-    const auto [change, damaged] = operations::importFile(file, root, request, observer);
+    const auto [change, damaged] = importFile(file, root, request, observer);
     if (isJson) {
         Json json = toJson(change);
-        json["damaged"] = damaged ? toJson(*damaged) : Json(nullptr);
+        json["damaged"] = toJsonOrNull(damaged);
         printJson(json);
         return Status::done;
     }
@@ -47,7 +36,7 @@ Status importFile(const host::Path& file, const host::Path& root, const operatio
 Command::Action configure(CLI::App& app) {
     const Positionals positionals(
         app, {{"FILE", "A file that \"project-metadata export\" wrote; - is the standard input"}}, RootPlace::last);
-    const auto request = std::make_shared<operations::ImportRequest>();
+    const auto request = std::make_shared<ImportRequest>();
     const auto top = std::make_shared<std::optional<std::string>>();
     addOption(app, "--path", *top, "Only this path, with everything below it; the rest of the project stays", "PATH");
     addFlag(app, "--replace", request->replace,

@@ -1,20 +1,9 @@
 /// project-metadata init: creates the metadata of a project.
 
 #include <exception>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/SafeText.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
 #include "operations/NewMetadata.hpp"
 #include "operations/Project.hpp"
@@ -23,8 +12,6 @@
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 struct Arguments {
     std::string root;
@@ -44,7 +31,7 @@ void requireNoMetadata(const host::Path& root) {
     const std::string sentence = "The project " + quoted(root) + " has metadata already: " + quoted(*coreFile);
     std::optional<std::u16string> type;
     try {
-        type = operations::findType(*coreFile);
+        type = findType(*coreFile);
     } catch (...) {
         std::throw_with_nested(CommandError(Status::failure, sentence + ", which cannot be read"));
     }
@@ -53,15 +40,15 @@ void requireNoMetadata(const host::Path& root) {
 
 Status init(const Arguments& arguments) {
     const host::Path root = host::Path::fromAccessName(arguments.root);
-    operations::requireNewRoot(root);
+    requireNewRoot(root);
     requireNoMetadata(root);
-    const auto chosen = operations::chooseFolder(arguments.folder);
-    const auto factory = operations::chooseStore(arguments.store);
+    const auto chosen = chooseFolder(arguments.folder);
+    const auto factory = chooseStore(arguments.store);
     // A store writes nothing before its first change, which makes the folders that are missing.
     const auto store = factory->createManager(root);
-    operations::setOptions(*store, arguments.options);
+    setOptions(*store, arguments.options);
     if (*arguments.dryRun) {
-        operations::requireFeasible(root);
+        requireFeasible(root);
     } else {
         store->setPaths({pm::MetadataPath()});
         host::Interruption::ignore();

@@ -1,15 +1,6 @@
 /// project-metadata locate: where a project's metadata is and of which type.
 
-#include <optional>
-#include <string>
-#include <vector>
-
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/SafeText.hpp"
 #include "host/FileSystem.hpp"
 #include "operations/Project.hpp"
 #include "project/metadata/FileUtilities.hpp"
@@ -19,55 +10,34 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
-struct Place {
-    host::Path folder;
-    host::Path coreFile;
-    std::optional<std::u16string> type;
+Status locate(const host::Path& root, bool isJson) {
+    const host::Path coreFile = requireCoreFile(root);
+    const host::Path folder = pm::getParentFolder(coreFile);
+    const std::optional<std::u16string> type = findType(coreFile);
     std::vector<host::Path> notUsed;  // core files that another one goes before
-};
-
-Place locate(const host::Path& root) {
-    Place place;
-    place.coreFile = operations::requireCoreFile(root);
-    place.folder = pm::getParentFolder(place.coreFile);
-    place.type = operations::findType(place.coreFile);
     for (const std::u16string& name : pm::getSupportedRoots()) {
-        const host::Path other = root / name / place.coreFile.fileName();
-        if (other != place.coreFile && host::FileSystem::exists(other))
-            place.notUsed.push_back(other);
+        const host::Path other = root / name / coreFile.fileName();
+        if (other != coreFile && host::FileSystem::exists(other))
+            notUsed.push_back(other);
     }
-    return place;
-}
-
-void printText(const Place& place) {
-    printField("Folder", escapeName(place.folder.text()));
-    printField("Core file", escapeName(place.coreFile.text()));
-    printField("Type", escapeName(place.type.value_or(u"(none)")));
-    for (const host::Path& other : place.notUsed)
+    if (isJson) {
+        Json json{{"folder", toJson(folder)}, {"coreFile", toJson(coreFile)}, {"type", toJsonOrNull(type)}};
+        json["notUsed"] = Json::array();
+        for (const host::Path& other : notUsed)
+            json["notUsed"].push_back(toJson(other));
+        printJson(json);
+        return Status::done;
+    }
+    printField("Folder", escapeName(folder.text()));
+    printField("Core file", escapeName(coreFile.text()));
+    printField("Type", escapeName(type.value_or(u"(none)")));
+    for (const host::Path& other : notUsed)
         printField("Not used", escapeName(other.text()));
-}
-
-Json describe(const Place& place) {
-    Json json{{"folder", toJson(place.folder)}, {"coreFile", toJson(place.coreFile)}, {"type", nullptr}};
-    if (place.type)
-        json["type"] = toJson(*place.type);
-    json["notUsed"] = Json::array();
-    for (const host::Path& other : place.notUsed)
-        json["notUsed"].push_back(toJson(other));
-    return json;
+    return Status::done;
 }
 
 Command::Action configure(CLI::App& app) {
-    return [positionals = Positionals(app), json = addJson(app)] {
-        const Place place = locate(positionals.get().root);
-        if (*json)
-            printJson(describe(place));
-        else
-            printText(place);
-        return Status::done;
-    };
+    return [positionals = Positionals(app), json = addJson(app)] { return locate(positionals.get().root, *json); };
 }
 
 const Command command(Group::look, "locate", "Show where a project's metadata is, and of which type", configure);

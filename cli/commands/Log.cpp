@@ -1,33 +1,17 @@
 /// project-metadata log: who changed what in a path, from the history of git.
 
 #include <algorithm>
-#include <cstddef>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/DiffText.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
-#include "cli/text/SafeText.hpp"
+#include "cli/text/Progress.hpp"
 #include "cli/text/Terminal.hpp"
-#include "host/Text.hpp"
 #include "operations/History.hpp"
+#include "operations/NodeEdit.hpp"
 
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
-using operations::PathDiff;
-using operations::Revision;
 
 struct Flags {
     std::optional<std::string> key;
@@ -39,22 +23,15 @@ std::string show(const std::string& bytes) {
     return escapeText(host::Path::fromAccessName(bytes).text());
 }
 
-bool hasKey(const pm::MetadataNode* node, const std::u16string& key) {
-    if (!node)
-        return false;
-    const std::vector<std::u16string> keys = node->getAttributeKeys();
-    return std::binary_search(keys.begin(), keys.end(), key);
-}
-
 /// Whether the attribute `key` of the path's node is different.
 bool concerns(const PathDiff& diff, const std::u16string& key) {
     if (!diff.node)
         return false;
-    const operations::NodeDiff& node = *diff.node;
+    const NodeDiff& node = *diff.node;
     if (!node.before || !node.after)
-        return hasKey(node.before, key) || hasKey(node.after, key);
+        return findAttribute(node.before, key) || findAttribute(node.after, key);
     return std::any_of(node.attributes.begin(), node.attributes.end(),
-                       [&](const operations::AttributeDiff& attribute) { return attribute.key == key; });
+                       [&](const AttributeDiff& attribute) { return attribute.key == key; });
 }
 
 Json describe(const Revision& revision) {
@@ -98,7 +75,7 @@ Status log(const Positionals::Values& values, const Flags& flags) {
         flushOutput();
         return true;
     };
-    const std::vector<Revision> unreadable = operations::walkHistory(values.root, {path, flags.below}, visit, observer);
+    const std::vector<Revision> unreadable = walkHistory(values.root, {path, flags.below}, visit, observer);
     if (*flags.isJson)
         list.end();
     flushOutput();

@@ -1,25 +1,12 @@
 /// project-metadata merge: what two people have made of one project, or of one file, as one.
 
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include "cli/Arguments.hpp"
+#include "operations/Merge.hpp"
 #include "cli/Command.hpp"
 #include "cli/Options.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
-#include "cli/text/SafeText.hpp"
+#include "cli/text/Progress.hpp"
 #include "cli/text/Terminal.hpp"
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
-#include "operations/Merge.hpp"
 #include "operations/NodeSettlement.hpp"
 #include "operations/Project.hpp"
 #include "operations/StoreChange.hpp"
@@ -28,16 +15,13 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-using operations::Conflict;
-
 struct Arguments {
     std::string base, ours, theirs, output, label;
     std::vector<std::string> settled;  // a path and a side
     bool dryRun = false;
 };
 
-std::string describe(const operations::Text& value) {
+std::string describe(const Text& value) {
     return value ? quoteText(*value) : "none";
 }
 
@@ -68,19 +52,15 @@ std::string describe(const Conflict& conflict) {
            describe(conflict.base);
 }
 
-Json toJson(const operations::Text& text) {
-    return text ? cli::toJson(*text) : Json(nullptr);
-}
-
-Json toJson(const Conflict& conflict) {
+Json describeAsJson(const Conflict& conflict) {
     const bool isRemoved = conflict.what == Conflict::What::removed;
-    Json json = cli::toJson(conflict.path);
-    json["node"] = cli::toJson(conflict.node);
+    Json json = toJson(conflict.path);
+    json["node"] = toJson(conflict.node);
     json["conflict"] = host::toUtf8(nameOfConflict(conflict.what));
-    json["key"] = conflict.key.empty() ? Json(nullptr) : cli::toJson(conflict.key);
-    json["base"] = toJson(conflict.base);
-    json["ours"] = isRemoved ? Json(nullptr) : toJson(conflict.ours);
-    json["theirs"] = isRemoved ? Json(nullptr) : toJson(conflict.theirs);
+    json["key"] = conflict.key.empty() ? Json(nullptr) : toJson(conflict.key);
+    json["base"] = toJsonOrNull(conflict.base);
+    json["ours"] = isRemoved ? Json(nullptr) : toJsonOrNull(conflict.ours);
+    json["theirs"] = isRemoved ? Json(nullptr) : toJsonOrNull(conflict.theirs);
     json["removedBy"] = isRemoved ? Json(conflict.ours ? "theirs" : "ours") : Json(nullptr);
     return json;
 }
@@ -91,7 +71,7 @@ void report(const Arguments& arguments, const std::vector<Conflict>& conflicts, 
         const std::string label =
             arguments.label.empty() ? "" : escapeName(host::Path::fromAccessName(arguments.label).text()) + ": ";
         if (isJson)
-            list.add(toJson(conflict));
+            list.add(describeAsJson(conflict));
         else
             print(paint(Style::red, "conflict") + ": " + label + describe(conflict) + '\n');
     }
@@ -99,17 +79,17 @@ void report(const Arguments& arguments, const std::vector<Conflict>& conflicts, 
         list.end();
     else if (!conflicts.empty())
         printNote(formatCount(conflicts.size(), "conflict") + ", each marked by a node \"" +
-                  host::toUtf8(operations::conflictName) + "\"\n");
+                  host::toUtf8(conflictName) + "\"\n");
 }
 
 Status merge(const Arguments& arguments, bool isJson) {
     CommandObserver observer;
     const InputFile base(arguments.base), theirs(arguments.theirs);
     const OutputFile output(arguments.output);
-    const std::vector<Conflict> conflicts = operations::mergeMetadata(
-        {base.path(), host::Path::fromAccessName(arguments.ours), theirs.path(),
-         arguments.output.empty() ? std::nullopt : std::optional(output.path()), arguments.dryRun},
-        observer);
+    const std::vector<Conflict> conflicts =
+        mergeMetadata({base.path(), host::Path::fromAccessName(arguments.ours), theirs.path(),
+                       arguments.output.empty() ? std::nullopt : std::optional(output.path()), arguments.dryRun},
+                      observer);
     if (!output.isStandard())
         report(arguments, conflicts, isJson);
     else if (!arguments.dryRun)
@@ -118,18 +98,17 @@ Status merge(const Arguments& arguments, bool isJson) {
 }
 
 Status settle(const host::Path& root, const Arguments& arguments, bool isJson) {
-    using operations::MergeSide;
     const std::string& side = arguments.settled[1];
     if (side != "ours" && side != "theirs")
         throw CommandError(Status::usage, "A conflict is settled by \"ours\" or \"theirs\", not by \"" + side + '"');
     const pm::MetadataPath path = parsePath(arguments.settled[0]);
-    const auto store = operations::openProject(root);
+    const auto store = openProject(root);
     requirePath(*store, path);
     std::size_t count = 0;
     const auto find = [&] {
-        operations::StoreChange change;
+        StoreChange change;
         if (const auto node = store->getNode(path)) {
-            auto settlement = operations::settleConflicts(*node, side == "ours" ? MergeSide::ours : MergeSide::theirs);
+            auto settlement = settleConflicts(*node, side == "ours" ? MergeSide::ours : MergeSide::theirs);
             count = settlement.count;
             if (count > 0)
                 change.nodes.emplace_back(path, std::move(settlement.node));
@@ -137,9 +116,9 @@ Status settle(const host::Path& root, const Arguments& arguments, bool isJson) {
         return change;
     };
     if (arguments.dryRun)
-        operations::requireFeasible(*store, root, find());
+        requireFeasible(*store, root, find());
     else
-        operations::changeStore(*store, find);
+        changeStore(*store, find);
     if (isJson)
         printJson({{"settled", count}});
     else if (count == 0)

@@ -1,26 +1,18 @@
 /// project-metadata move: renames a path, or moves it with everything below it.
 
-#include <string>
-
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Editing.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 Status move(const Positionals::Values& values, const EditFlags& flags) {
     const pm::MetadataPath from = parsePath(values.texts[0]);
     const pm::MetadataPath to = parsePath(values.texts[1]);
     Editing editing(values.root, flags);
     editing.edit().move(from, to);
-    const operations::StoreChange change = editing.finish();
+    const StoreChange change = editing.finish();
     editing.tell(change, (editing.isDryRun() ? "Would move " : "Moved ") + formatCount(change.added.size(), "path") +
                              ", from " + formatPath(from) + " to " + formatPath(to) + '\n');
     return Status::done;

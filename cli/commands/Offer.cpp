@@ -13,12 +13,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <memory>
-#include <optional>
 #include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #if __has_include(<linux/landlock.h>)
 #include <linux/landlock.h>
@@ -27,15 +22,11 @@
 #endif
 
 #include <CLI/CLI.hpp>
+#include <boost/algorithm/string/predicate.hpp>
 
 #include "cli/Command.hpp"
 #include "cli/Meaning.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
-#include "cli/text/SafeText.hpp"
 #include "cli/text/Warnings.hpp"
-#include "host/Text.hpp"
 #include "operations/NodeAddress.hpp"
 #include "operations/Project.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
@@ -43,8 +34,6 @@
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 /// After how many seconds a user who waits for nothing but a word has waited enough.
 constexpr int timeLimit = 10;
@@ -185,10 +174,6 @@ struct Candidate {
     bool canGoOn;
 };
 
-bool startsWith(const std::string& text, const std::string& start) {
-    return text.compare(0, start.size(), start) == 0;
-}
-
 class Offer {
 public:
     explicit Offer(Line line)
@@ -242,8 +227,8 @@ private:
     }
 
     void addIfTyped(const std::string& text, bool canGoOn) {
-        const bool isOption = !line_.option && !line_.isPastOptions && startsWith(text, "-");
-        if (startsWith(text, line_.typed) && !isOption)
+        const bool isOption = !line_.option && !line_.isPastOptions && boost::algorithm::starts_with(text, "-");
+        if (boost::algorithm::starts_with(text, line_.typed) && !isOption)
             candidates_.push_back({text, canGoOn});
     }
 
@@ -264,10 +249,10 @@ private:
     const pm::MetadataManager& store() {
         if (!store_) {
             const std::optional<std::string>& named = line_.root ? line_.root : arguments_.root;
-            store_ = operations::openIdleProject(named ? host::Path::fromAccessName(*named) : findRoot());
+            store_ = openIdleProject(named ? host::Path::fromAccessName(*named) : findRoot());
         }
         if (!store_)
-            throw operations::OperationError(operations::ErrorKind::failure, "The project is being changed");
+            throw OperationError(ErrorKind::failure, "The project is being changed");
         return *store_;
     }
 
@@ -289,7 +274,7 @@ private:
             addChildren({}, "");
             return;
         }
-        const operations::NodeAddress above = parseAddress(line_.typed.substr(0, separator));
+        const NodeAddress above = parseAddress(line_.typed.substr(0, separator));
         const std::string start = line_.typed.substr(0, separator + 1);
         if (start.back() == '|' && above.inside.empty())
             addChildren(above.path, start);
@@ -329,14 +314,14 @@ private:
             candidates_.push_back({further + formatElement(path.getLeaf()), true});
     }
 
-    void addChildNodes(const operations::NodeAddress& above, const std::string& start) {
+    void addChildNodes(const NodeAddress& above, const std::string& start) {
         const auto node = store().getNode(above.path);
-        for (const operations::NodeStep& step : operations::listSteps(operations::requireNode(node.get(), above)))
+        for (const NodeStep& step : listSteps(requireNode(node.get(), above)))
             addIfTyped(start + formatAddress({{}, {step}}).substr(2), false);
     }
 
     void addKeys(Meaning meaning) {
-        operations::NodeAddress address;
+        NodeAddress address;
         const auto path = std::find_if(arguments_.given.rbegin(), arguments_.given.rend(),
                                        [](const auto& each) { return meaningOf(each.first) == Meaning::path; });
         if (path != arguments_.given.rend())
@@ -352,7 +337,7 @@ private:
         std::set<std::u16string> keys;
         for (const pm::MetadataPath& each : paths) {
             const auto node = store().getNode(each);
-            const auto* const found = node ? operations::findNode(node.get(), {each, address.inside}) : nullptr;
+            const auto* const found = node ? findNode(node.get(), {each, address.inside}) : nullptr;
             if (!found)
                 continue;
             const std::vector<std::u16string> more = found->getAttributeKeys();

@@ -1,26 +1,14 @@
 /// project-metadata remove: removes paths with everything below them, or nodes.
 
 #include <algorithm>
-#include <memory>
-#include <string>
 #include <tuple>
-#include <utility>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Editing.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
-using operations::NodeAddress;
 
 struct Flags {
     bool ignoreMissing = false;
@@ -31,7 +19,7 @@ struct Flags {
 
 /// By their steps, a child node after those that its removal would not renumber.
 bool isBefore(const NodeAddress& a, const NodeAddress& b) {
-    const auto compareSteps = [](const operations::NodeStep& x, const operations::NodeStep& y) {
+    const auto compareSteps = [](const NodeStep& x, const NodeStep& y) {
         return std::tie(x.name, x.position) < std::tie(y.name, y.position);
     };
     if (a.path != b.path)
@@ -43,7 +31,7 @@ bool isBefore(const NodeAddress& a, const NodeAddress& b) {
 bool exists(const pm::MetadataManager& store, const NodeAddress& address, bool asksForNode) {
     if (address.inside.empty())
         return asksForNode ? store.hasNode(address.path) : store.hasPath(address.path);
-    return operations::findNode(store.getNode(address.path).get(), address) != nullptr;
+    return findNode(store.getNode(address.path).get(), address) != nullptr;
 }
 
 /// What `texts` name, or nothing if the node of a path is missing, which is reported, unless that is to be ignored.
@@ -63,7 +51,7 @@ std::vector<NodeAddress> findAddresses(const pm::MetadataManager& store, const s
     for (const NodeAddress& address : missing) {
         requirePath(store, address.path);
         if (!address.inside.empty())
-            operations::requireNode(store.getNode(address.path).get(), address);
+            requireNode(store.getNode(address.path).get(), address);
         reportError("There is no node at \"" + formatAddress(address) + "\", only a branch; nothing is removed");
     }
     if (!missing.empty())
@@ -89,7 +77,7 @@ Status remove(const Positionals::Values& values, const Flags& flags) {
         else
             editing.edit().remove(address);
     }
-    const operations::StoreChange change = editing.finish();
+    const StoreChange change = editing.finish();
     std::string count = formatCount(change.removed.size(), "path");
     if (nodes > 0)
         count = (change.removed.empty() ? "" : count + " and ") + formatCount(nodes, "node");

@@ -4,32 +4,21 @@
 /// texts in it are safe to show already, so that the page need not know what is not.
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <fstream>
 #include <map>
-#include <memory>
-#include <string>
 #include <system_error>
-#include <utility>
-#include <vector>
 
-#include "cli/Arguments.hpp"
+#include <boost/algorithm/string/replace.hpp>
+
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
 #include "cli/report/ReportPage.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
-#include "cli/text/SafeText.hpp"
 #include "cli/text/Warnings.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/FolderScan.hpp"
 #include "operations/Project.hpp"
@@ -41,14 +30,9 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
 /// `json`, the texts in which are safe to show, as it may stand in a <script>.
 std::string format(const Json& json) {
-    std::string text;
-    for (const char byte : json.dump())
-        text += byte == '<' ? std::string("\\u003C") : std::string{byte};
-    return text;
+    return boost::algorithm::replace_all_copy(json.dump(), "<", "\\u003C");
 }
 
 /// Names that stand in the data as their numbers, because they come again and again.
@@ -89,7 +73,7 @@ void writePaths(const pm::MetadataManager& store, Names& names, std::ostream& pa
     const pm::PathElement nothing(u"", u"");
     // What is damaged stands in the page, if the store can tell.
     const bool isTold = dynamic_cast<const pm::DamageReporter*>(&store) != nullptr;
-    operations::TreeWalk walk(store, {}, operations::TreeWalk::anyDepth, isTold ? [] {} : &reportReadError);
+    TreeWalk walk(store, {}, TreeWalk::anyDepth, isTold ? [] {} : &reportReadError);
     for (; walk.next(); progress.advance()) {
         const bool isRoot = walk.depth() == 0;
         const pm::PathElement& element = isRoot ? nothing : walk.path().getPath().back();
@@ -105,7 +89,7 @@ void writePaths(const pm::MetadataManager& store, Names& names, std::ostream& pa
 /// @return how many files are damaged
 std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, std::ostream& page) {
     const host::Path absoluteRoot = host::FileUtils::normalize(host::FileUtils::makeAbsolute(root));
-    const std::string time = escapeText(operations::formatTime({std::time(nullptr), 0}));
+    const std::string time = escapeText(formatTime({std::time(nullptr), 0}));
     page << "{\"project\":" << format(escapeName(absoluteRoot.fileName().text())) << ",\"time\":" << format(time)
          << ",\"paths\":[\n";
     Names names;
@@ -113,10 +97,10 @@ std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, 
     writePaths(store, names, page);
     page << "],\n\"names\":" << format(names.list());
 
-    const std::vector<pm::MetadataDamage> damages = operations::findDamage(store);
+    const std::vector<pm::MetadataDamage> damages = findDamage(store);
     Json list = Json::array();
     for (const pm::MetadataDamage& damage : damages) {
-        const std::u16string problem = operations::explainProblem(damage.file, damage.problem);
+        const std::u16string problem = explainProblem(damage.file, damage.problem);
         list.push_back(Json::array({escapeName(damage.file.text()), escapeText(problem)}));
     }
     page << ",\n\"damages\":" << format(list) << '}';
@@ -156,11 +140,11 @@ struct Wish {
 };
 
 Status report(const host::Path& root, const Wish& wish) {
-    const auto store = operations::openProject(root);
+    const auto store = openProject(root);
     const OutputFile file(wish.file);
     const host::Path& name = file.path();
-    const auto existing = wish.replace ? operations::Existing::replace : operations::Existing::keep;
-    operations::requireWritable(name, existing);
+    const auto existing = wish.replace ? Existing::replace : Existing::keep;
+    requireWritable(name, existing);
     if (*wish.dryRun) {
         if (*wish.isJson)
             printJson({{"file", toJson(name)}, {"bytes", nullptr}});
@@ -169,7 +153,7 @@ Status report(const host::Path& root, const Wish& wish) {
         return Status::done;
     }
     Outcome outcome;
-    operations::writeFile(name, existing, [&](const host::Path& staged) { outcome = writePage(root, *store, staged); });
+    writeFile(name, existing, [&](const host::Path& staged) { outcome = writePage(root, *store, staged); });
     host::Interruption::ignore();
     file.finish();
     if (*wish.isJson && !file.isStandard())

@@ -1,26 +1,16 @@
 /// project-metadata scan: metadata for every file and folder below a folder.
 
 #include <algorithm>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Options.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/text/ChangeText.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
 #include "cli/text/Glob.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
+#include "cli/text/Progress.hpp"
 #include "cli/text/Terminal.hpp"
 #include "host/FileUtils.hpp"
+#include "operations/Project.hpp"
 #include "operations/Scan.hpp"
-#include "project/metadata/ProjectMetadataLocation.hpp"
 
 namespace cli {
 
@@ -58,17 +48,12 @@ private:
 
 /// The root folder of the project that `folder` lies in; no value if it is one itself, or lies in none.
 std::optional<host::Path> findProjectAbove(const host::Path& folder) {
-    host::Path root = host::FileUtils::normalize(host::FileUtils::makeAbsolute(folder));
-    const host::Path start = root;
-    while (!project::metadata::ProjectMetadataLocation(root).hasCoreFile()) {
-        if (root == root.parentPath())
-            return std::nullopt;
-        root = root.parentPath();
-    }
-    return root == start ? std::nullopt : std::optional(root);
+    const host::Path start = host::FileUtils::normalize(host::FileUtils::makeAbsolute(folder));
+    auto root = findProject(start);
+    return root == start ? std::nullopt : root;
 }
 
-void printDetails(const operations::ScanChange& change) {
+void printDetails(const ScanChange& change) {
     printPaths(change.change);
     if (!options().verbose)
         return;
@@ -78,8 +63,8 @@ void printDetails(const operations::ScanChange& change) {
         printNote(paint(Style::red, "? " + formatPath(path)) + '\n');
 }
 
-Status printResult(const operations::ScanResult& result, const Arguments& arguments) {
-    const operations::ScanChange& change = result.change;
+Status printResult(const ScanResult& result, const Arguments& arguments) {
+    const ScanChange& change = result.change;
     if (*arguments.json) {
         Json json = toJson(change.change);
         json["moved"] = change.moved.size();
@@ -116,7 +101,7 @@ Command::Action configure(CLI::App& app) {
     return [positionals, arguments] {
         const auto [given, texts] = positionals.get();
         host::Path root = given;
-        operations::ScanRequest request;
+        ScanRequest request;
         if (!texts.empty()) {
             request.folder = host::Path::fromAccessName(texts[0]);
         } else if (const auto above = findProjectAbove(given)) {
@@ -129,7 +114,7 @@ Command::Action configure(CLI::App& app) {
             request.isExcluded = Exclusion(arguments->excluded);
         request.isDryRun = *arguments->dryRun;
         CommandObserver observer;
-        return printResult(operations::scanInto(root, request, observer), *arguments);
+        return printResult(scanInto(root, request, observer), *arguments);
     };
 }
 

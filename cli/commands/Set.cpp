@@ -1,15 +1,8 @@
 /// project-metadata set: gives a node attributes.
 
-#include <memory>
-#include <optional>
-#include <string>
-
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Editing.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/text/AttributeText.hpp"
-#include "cli/text/PathText.hpp"
 
 namespace cli {
 
@@ -22,14 +15,13 @@ struct Flags {
 };
 
 Status set(const Positionals::Values& values, const Flags& flags) {
-    const operations::NodeAddress address = parseAddress(values.texts[0]);
-    const operations::AttributeChanges changes = parseAttributes(values.texts, 1);
-    operations::SetRequest request{flags.create, std::nullopt};
+    const NodeAddress address = parseAddress(values.texts[0]);
+    const AttributeChanges changes = parseAttributes(values.texts, 1);
+    SetRequest request{flags.create, std::nullopt};
     if (flags.nodeName)
         request.nodeName = readText(*flags.nodeName, "The node's name in \"" + *flags.nodeName + '"');
     Editing editing(values.root, flags.edit);
-    const operations::StoreChange change =
-        editing.make([&](operations::ProjectEdit& edit) { edit.set(address, changes, request); });
+    const StoreChange change = editing.make([&](ProjectEdit& edit) { edit.set(address, changes, request); });
     std::string note;
     for (const auto& [key, value] : changes) {
         note += formatAddress(address) + (editing.isDryRun() ? " would get " : " has ") +

@@ -1,20 +1,10 @@
 /// project-metadata settings: the user's settings, and what is wrong with them.
 
 #include <algorithm>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/SafeText.hpp"
 #include "cli/text/Suggestion.hpp"
 #include "host/SettingsService.hpp"
-#include "host/Text.hpp"
-#include "operations/Project.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 
@@ -22,7 +12,6 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
 using host::Setting;
 
 /// What is wrong with the name of `setting`; empty if nothing is.

@@ -1,29 +1,16 @@
 /// project-metadata show: one node with all that it holds.
 
 #include <algorithm>
-#include <cstddef>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
-#include "cli/text/SafeText.hpp"
 #include "cli/text/Terminal.hpp"
 #include "operations/TreeStore.hpp"
 
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 /// How many columns `text`, which is safe to show, takes: one for each character, as nearly all keys do.
 std::size_t countColumns(const std::string& text) {
@@ -46,20 +33,20 @@ void printNode(const pm::MetadataNode& node, const std::string& indent) {
         printNode(*child, indent + "    ");
 }
 
-Status show(const host::Path& root, const operations::NodeAddress& address, bool json) {
+Status show(const host::Path& root, const NodeAddress& address, bool json) {
     std::optional<Progress> progress("Reading");
     const InputFile input(root.accessName());
     CommandObserver observer;
-    const auto store = operations::openForReading(input.path(), observer);
+    const auto store = openForReading(input.path(), observer);
     requirePath(*store, address.path);
     const auto stored = store->getNode(address.path);
     const bool isInside = !address.inside.empty();
-    const pm::MetadataNode* const node = isInside ? &operations::requireNode(stored.get(), address) : stored.get();
+    const pm::MetadataNode* const node = isInside ? &requireNode(stored.get(), address) : stored.get();
     const std::size_t childCount = isInside ? 0 : store->getChildren(address.path).size();
     progress.reset();
     if (json) {
         Json object = toJson(address);
-        object["node"] = node ? toJson(*node) : Json(nullptr);
+        object["node"] = toJsonOrNull(node);
         object["childCount"] = childCount;
         printJson(object);
         return Status::done;

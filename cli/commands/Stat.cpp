@@ -1,29 +1,15 @@
 /// project-metadata stat: how much metadata a project has, and where it is.
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <string>
 #include <system_error>
-#include <utility>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
-#include "cli/text/SafeText.hpp"
 #include "cli/text/Terminal.hpp"
-#include "host/Text.hpp"
 #include "operations/Project.hpp"
 #include "operations/TreeStore.hpp"
 #include "operations/TreeWalk.hpp"
@@ -32,9 +18,6 @@
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
-using operations::TreeWalk;
 
 struct Count {
     std::size_t paths = 0;
@@ -184,13 +167,13 @@ Command::Action configure(CLI::App& app) {
         const host::Path root = positionals.get().root;
         const InputFile input(root.accessName());
         CommandObserver observer;
-        const auto store = operations::openForReading(input.path(), observer);
+        const auto store = openForReading(input.path(), observer);
         TreeWalk walk(*store, {}, TreeWalk::anyDepth, reportReadError);
         Statistics statistics;
         {
             Progress progress("Reading");
             countPaths(walk, progress, statistics);
-            if (operations::isFile(input.path().accessName()))
+            if (isFile(input.path().accessName()))
                 countFile(input.path().accessName(), statistics);
             else
                 countFiles(pm::ProjectMetadataLocation(root).getDirectory(), progress, statistics);

@@ -1,75 +1,52 @@
 /// project-metadata stores: which kinds of metadata stores there are.
 
 #include <algorithm>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/SafeText.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 
 namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
-struct Store {
-    std::u16string name;
-    std::u16string description;
-    bool isDefault;
-};
-
-/// All that users may choose.
-std::vector<Store> listStores() {
-    const auto defaultFactory = pm::getDefaultFactory();
-    std::vector<Store> stores;
-    for (const auto& factory : pm::getRegisteredFactories()) {
-        const std::u16string name = factory->getName();
-        if (!factory->isHidden())
-            stores.push_back({name, factory->getDescription(), defaultFactory && name == defaultFactory->getName()});
-    }
-    if (stores.empty())
-        throw CommandError(Status::failure, "There are no metadata stores; is the installation complete?");
-    return stores;
-}
-
-void printText(const std::vector<Store>& stores) {
-    const auto label = [](const Store& store) {
-        return escapeName(store.name) + (store.isDefault ? " (default)" : "");
+/// @param stores all that users may choose
+void printText(const std::vector<std::shared_ptr<pm::MetadataManagerFactory>>& stores,
+               const std::optional<std::u16string>& usual) {
+    const auto label = [&](const auto& store) {
+        return escapeName(store->getName()) + (store->getName() == usual ? " (default)" : "");
     };
     std::size_t width = 0;
-    for (const Store& store : stores)
+    for (const auto& store : stores)
         width = std::max(width, label(store).size());
-    for (const Store& store : stores) {
+    for (const auto& store : stores) {
         const std::string gap(width + 2 - label(store).size(), ' ');
-        print(label(store) + gap + escapeText(store.description) + '\n');
+        print(label(store) + gap + escapeText(store->getDescription()) + '\n');
     }
 }
 
-Json describe(const std::vector<Store>& stores) {
+Status listStores(bool isJson) {
+    const auto defaultFactory = pm::getDefaultFactory();
+    const auto usual = defaultFactory ? std::optional(defaultFactory->getName()) : std::nullopt;
+    auto stores = pm::getRegisteredFactories();
+    const auto isHidden = [](const auto& factory) { return factory->isHidden(); };
+    stores.erase(std::remove_if(stores.begin(), stores.end(), isHidden), stores.end());
+    if (stores.empty())
+        throw CommandError(Status::failure, "There are no metadata stores; is the installation complete?");
     Json json = Json::array();
-    for (const Store& store : stores) {
-        json.push_back(
-            {{"name", toJson(store.name)}, {"description", toJson(store.description)}, {"default", store.isDefault}});
+    for (const auto& store : stores) {
+        json.push_back({{"name", toJson(store->getName())},
+                        {"description", toJson(store->getDescription())},
+                        {"default", store->getName() == usual}});
     }
-    return json;
+    if (isJson)
+        printJson(json);
+    else
+        printText(stores, usual);
+    return Status::done;
 }
 
 Command::Action configure(CLI::App& app) {
-    return [json = addJson(app)] {
-        const std::vector<Store> stores = listStores();
-        if (*json)
-            printJson(describe(stores));
-        else
-            printText(stores);
-        return Status::done;
-    };
+    return [json = addJson(app)] { return listStores(*json); };
 }
 
 const Command command(Group::look, "stores", "List the kinds of metadata stores", configure);

@@ -1,27 +1,17 @@
 /// project-metadata textconv: a file of metadata as lines of text, for git.
 
 #include <fstream>
-#include <memory>
-#include <string>
 
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/NodeText.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
-#include "cli/text/SafeText.hpp"
+#include "cli/text/DiffText.hpp"
+#include "cli/text/Progress.hpp"
 #include "operations/MetadataTree.hpp"
 #include "project/exception/ProjectException.hpp"
 
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
-using operations::PathTree;
 
 void printTree(const PathTree& tree, const pm::MetadataPath& path) {
     print(formatPath(path) + '\n');
@@ -30,7 +20,7 @@ void printTree(const PathTree& tree, const pm::MetadataPath& path) {
     if (tree.node)
         printNode(Sign::none, 1, *tree.node);
     for (const PathTree& child : tree.children)
-        printTree(child, operations::childPath(path, child.step));
+        printTree(child, childPath(path, child.step));
 }
 
 /// What is no metadata, such as a file in which a merge has left its marks, is printed as it stands.
@@ -48,15 +38,15 @@ Status textconv(const std::string& name) {
     const InputFile input(name);
     const host::Path& file = input.path();
     CommandObserver observer;
-    operations::MetadataTree tree;
+    MetadataTree tree;
     try {
-        tree = operations::readTree(file, observer);
+        tree = readTree(file, observer);
     } catch (const project::exception::ProjectException&) {
         return printLines(file);
-    } catch (const operations::OperationError&) {
+    } catch (const OperationError&) {
         return printLines(file);
     }
-    if (tree.form != operations::TreeForm::empty)
+    if (tree.form != TreeForm::empty)
         printTree(tree.root, tree.rootPath());
     return Status::done;
 }

@@ -1,22 +1,8 @@
 /// project-metadata tree: a project's metadata paths as a tree.
 
-#include <cstddef>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/Streams.hpp"
-#include "cli/text/CommandObserver.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
-#include "cli/text/SafeText.hpp"
 #include "cli/text/Terminal.hpp"
 #include "operations/TreeStore.hpp"
 #include "operations/TreeWalk.hpp"
@@ -24,9 +10,6 @@
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
-using operations::TreeWalk;
 
 struct Arguments {
     std::optional<std::string> depth;
@@ -109,7 +92,7 @@ Command::Action configure(CLI::App& app) {
         Progress progress("Reading");
         const InputFile input(root.accessName());
         CommandObserver observer;
-        const auto store = operations::openForReading(input.path(), observer);
+        const auto store = openForReading(input.path(), observer);
         requirePath(*store, start);
         TreeWalk walk(*store, start, depth, reportReadError);
         progress.giveWay();

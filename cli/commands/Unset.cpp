@@ -2,35 +2,26 @@
 
 #include <algorithm>
 #include <iterator>
-#include <string>
-#include <vector>
 
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
 #include "cli/Editing.hpp"
-#include "cli/Positionals.hpp"
 #include "cli/text/AttributeText.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/PathText.hpp"
-#include "cli/text/SafeText.hpp"
-#include "host/Text.hpp"
 
 namespace cli {
 
 namespace {
 
 Status unset(const Positionals::Values& values, const EditFlags& flags) {
-    const operations::NodeAddress address = parseAddress(values.texts[0]);
+    const NodeAddress address = parseAddress(values.texts[0]);
     std::vector<std::u16string> keys;
     std::transform(values.texts.begin() + 1, values.texts.end(), std::back_inserter(keys),
                    [](const std::string& text) { return host::fromUtf8(text); });
     Editing editing(values.root, flags);
     std::vector<std::u16string> missing;
-    const operations::StoreChange change =
-        editing.make([&](operations::ProjectEdit& edit) { missing = edit.unset(address, keys); });
+    const StoreChange change = editing.make([&](ProjectEdit& edit) { missing = edit.unset(address, keys); });
     for (const std::u16string& key : missing) {
         const auto stored = editing.store().getNode(address.path);
-        const auto* const node = operations::findNode(stored.get(), address);
+        const auto* const node = findNode(stored.get(), address);
         const std::string consequence = "; nothing is changed";
         reportError(node ? describeMissingKey(*node, address, key, consequence)
                          : "There is no node at \"" + formatAddress(address) + "\", only a branch" + consequence);

@@ -1,20 +1,11 @@
 /// project-metadata uuid: the UUIDs of a project, each of which a marker file stands for.
 
 #include <algorithm>
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
+#include <locale>
 
-#include "cli/Arguments.hpp"
+#include <boost/algorithm/string/predicate.hpp>
+
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/Errors.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/SafeText.hpp"
-#include "host/Text.hpp"
 #include "operations/DryRun.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/Project.hpp"
@@ -25,8 +16,6 @@
 namespace cli {
 
 namespace {
-
-namespace pm = project::metadata;
 
 const std::u16string markerStart = u"uuid-";
 const std::u16string markerEnd = u".xml";
@@ -42,15 +31,6 @@ struct Markers {
     std::vector<host::Path> malformed;
 };
 
-char toLower(char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
-/// Whether `a` and `b` are one UUID, or one text otherwise: the case of the digits does not count.
-bool isSame(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return toLower(x) == toLower(y); });
-}
-
 Markers findMarkers(const host::Path& folder) {
     std::vector<host::Path> files = pm::listChildFiles(folder);
     std::sort(files.begin(), files.end());
@@ -60,7 +40,7 @@ Markers findMarkers(const host::Path& folder) {
         if (!marked)
             continue;
         const std::string uuid = host::toUtf8(*marked);
-        if (operations::isUuid(uuid))
+        if (isUuid(uuid))
             markers.good.push_back({uuid, file});
         else
             markers.malformed.push_back(file);
@@ -81,7 +61,7 @@ void printMarkers(const std::vector<Marker>& markers, bool json) {
 }
 
 Status list(const host::Path& root, bool json) {
-    const Markers markers = findMarkers(pm::getParentFolder(operations::requireCoreFile(root)));
+    const Markers markers = findMarkers(pm::getParentFolder(requireCoreFile(root)));
     printMarkers(markers.good, json);
     flushOutput();
     for (const host::Path& file : markers.malformed)
@@ -93,23 +73,24 @@ Status list(const host::Path& root, bool json) {
 
 /// @param given the UUID in text form; without a value, a new one
 Status assign(const host::Path& root, const std::optional<std::string>& given, bool dryRun, bool json) {
-    if (given && !operations::isUuid(*given)) {
+    if (given && !isUuid(*given)) {
         throw CommandError(Status::usage, '"' + *given +
                                               "\" is no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 "
                                               "and 12, joined by \"-\"");
     }
-    const host::Path folder = pm::getParentFolder(operations::requireCoreFile(root));
+    const host::Path folder = pm::getParentFolder(requireCoreFile(root));
     const std::u16string uuid = given ? host::fromUtf8(*given) : pm::generateUUID();
     Marker marker{host::toUtf8(uuid), folder / (markerStart + uuid + markerEnd)};
     const std::vector<Marker> present = findMarkers(folder).good;
-    const auto same = std::find_if(present.begin(), present.end(),
-                                   [&](const Marker& other) { return isSame(other.uuid, marker.uuid); });
+    const auto same = std::find_if(present.begin(), present.end(), [&](const Marker& other) {
+        return boost::algorithm::iequals(other.uuid, marker.uuid, std::locale::classic());
+    });
     if (same != present.end())
         marker = *same;
     else if (!dryRun)
-        operations::giveToOwnerOfFolder(marker.file = pm::assignUuid(root, uuid));
+        giveToOwnerOfFolder(marker.file = pm::assignUuid(root, uuid));
     else {
-        operations::requireFeasible(root);
+        requireFeasible(root);
         if (!json)
             printNote("Would write ");
     }

@@ -1,19 +1,7 @@
 /// project-metadata watch: prints changes as they happen.
 
-#include <algorithm>
-#include <ctime>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
-#include "cli/Positionals.hpp"
-#include "cli/text/CommandObserver.hpp"
 #include "cli/text/DiffText.hpp"
-#include "cli/text/Json.hpp"
-#include "cli/text/Output.hpp"
-#include "cli/text/PathText.hpp"
 #include "operations/ProjectWatch.hpp"
 #include "operations/TreeWalk.hpp"
 
@@ -21,19 +9,17 @@ namespace cli {
 
 namespace {
 
-namespace pm = project::metadata;
-
 /// @return it never does
 Status watch(const Positionals::Values& values, bool isJson) {
     const pm::MetadataPath top = values.texts.empty() ? pm::MetadataPath() : parsePath(values.texts[0]);
-    operations::Observer observer;  // what goes on is nothing to wait for
-    operations::ProjectWatch project(values.root, observer);
+    Observer observer;  // what goes on is nothing to wait for
+    ProjectWatch project(values.root, observer);
     if (!isJson)
         printNote("Watching; Ctrl-C ends it\n");
     for (;;) {
         flushOutput();
-        for (const operations::PathDiff& diff : project.wait()) {
-            if (!operations::isAtOrBelow(diff.path, top))
+        for (const PathDiff& diff : project.wait()) {
+            if (!isAtOrBelow(diff.path, top))
                 continue;
             if (isJson)
                 print(toJson(diff).dump() + '\n');

@@ -6,12 +6,9 @@
 #include "cli/text/PathText.hpp"
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Suggestion.hpp"
-#include "host/Text.hpp"
 #include "project/metadata/AttributeRules.hpp"
 
 namespace cli {
-
-namespace pm = project::metadata;
 
 namespace {
 
@@ -47,8 +44,8 @@ std::u16string readText(const std::string& bytes, const std::string& what) {
     return text;
 }
 
-operations::AttributeChanges parseAttributes(const std::vector<std::string>& texts, std::size_t first) {
-    operations::AttributeChanges changes;
+AttributeChanges parseAttributes(const std::vector<std::string>& texts, std::size_t first) {
+    AttributeChanges changes;
     for (std::size_t i = first; i < texts.size(); ++i) {
         auto [key, value] = parseAttribute(texts[i]);
         changes[std::move(key)] = std::move(value);
@@ -56,8 +53,8 @@ operations::AttributeChanges parseAttributes(const std::vector<std::string>& tex
     return changes;
 }
 
-std::string describeMissingKey(const pm::MetadataNode& node, const operations::NodeAddress& address,
-                               const std::u16string& key, const std::string& consequence) {
+std::string describeMissingKey(const pm::MetadataNode& node, const NodeAddress& address, const std::u16string& key,
+                               const std::string& consequence) {
     std::vector<std::string> keys;
     for (const std::u16string& each : node.getAttributeKeys())
         keys.push_back(host::toUtf8(each));

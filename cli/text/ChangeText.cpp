@@ -9,8 +9,6 @@
 
 namespace cli {
 
-using operations::StoreChange;
-
 std::string countChanges(const StoreChange& change) {
     return formatNumber(change.added.size()) + " added, " + formatNumber(change.updated.size()) + " updated, " +
            formatNumber(change.removed.size()) + " removed";
@@ -23,8 +21,8 @@ Json toJson(const StoreChange& change) {
 void printPaths(const StoreChange& change) {
     if (!options().verbose)
         return;
-    const auto printAll = [](const std::vector<project::metadata::MetadataPath>& paths, const char* mark, Style style) {
-        for (const project::metadata::MetadataPath& path : paths)
+    const auto printAll = [](const std::vector<pm::MetadataPath>& paths, const char* mark, Style style) {
+        for (const pm::MetadataPath& path : paths)
             printNote(paint(style, mark + formatPath(path)) + '\n');
     };
     printAll(change.added, "+ ", Style::green);

@@ -9,12 +9,12 @@
 namespace cli {
 
 /// Such as "3 added, 1,234 updated, 0 removed".
-std::string countChanges(const operations::StoreChange& change);
+std::string countChanges(const StoreChange& change);
 
 /// The members "added", "updated" and "removed", each a number of paths.
-Json toJson(const operations::StoreChange& change);
+Json toJson(const StoreChange& change);
 
 /// With --verbose, a note for each path that is added (+), updated (~) or removed (-).
-void printPaths(const operations::StoreChange& change);
+void printPaths(const StoreChange& change);
 
 }  // namespace cli

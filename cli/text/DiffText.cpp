@@ -1,18 +1,42 @@
 #include "cli/text/DiffText.hpp"
 
-#include <optional>
-#include <string>
 #include <vector>
 
-#include "cli/text/NodeText.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
+#include "cli/text/SafeText.hpp"
+#include "cli/text/Terminal.hpp"
 
 namespace cli {
 
-using operations::AttributeDiff;
-using operations::NodeDiff;
-using operations::PathDiff;
+namespace {
+
+/// Such as "node Info", or "node Info[2]" with the position 2.
+std::string makeNodeName(const pm::MetadataNode& node, std::size_t position) {
+    return "node " + escapeName(node.getName()) + (position == 0 ? "" : '[' + std::to_string(position) + ']');
+}
+
+}  // namespace
+
+std::string makeLine(Sign sign, std::size_t level, const std::string& text) {
+    const std::string indent(level * 4, ' ');
+    if (sign == Sign::none)
+        return indent + text + '\n';
+    const Style style = sign == Sign::removed ? Style::red : sign == Sign::added ? Style::green : Style::yellow;
+    return paint(style, indent + static_cast<char>(sign) + ' ' + text) + '\n';
+}
+
+std::string makeAttribute(const std::u16string& key, const std::u16string& value) {
+    return escapeName(key) + '=' + quoteText(value);
+}
+
+void printNode(Sign sign, std::size_t level, const pm::MetadataNode& node, std::size_t position) {
+    print(makeLine(sign, level, makeNodeName(node, position)));
+    for (const std::u16string& key : node.getAttributeKeys())
+        print(makeLine(sign, level + 1, makeAttribute(key, node.get(key))));
+    for (const auto& child : node.getChildNodes())
+        printNode(sign, level + 1, *child);
+}
 
 namespace {
 
@@ -50,24 +74,20 @@ const char* nameOfChange(bool isBefore, bool isAfter) {
     return isBefore && isAfter ? "changed" : isBefore ? "removed" : "added";
 }
 
-Json textToJson(const std::optional<std::u16string>& text) {
-    return text ? toJson(*text) : Json(nullptr);
-}
-
 Json attributesToJson(const std::vector<AttributeDiff>& attributes) {
     Json json = Json::array();
     for (const AttributeDiff& attribute : attributes) {
         json.push_back({{"key", toJson(attribute.key)},
-                        {"before", textToJson(attribute.before)},
-                        {"after", textToJson(attribute.after)}});
+                        {"before", toJsonOrNull(attribute.before)},
+                        {"after", toJsonOrNull(attribute.after)}});
     }
     return json;
 }
 
 Json nodeToJson(const NodeDiff& diff) {
     Json json{{"change", nameOfChange(diff.before, diff.after)}, {"position", diff.position}, {"moved", diff.isMoved}};
-    json["before"] = diff.before ? toJson(*diff.before) : Json(nullptr);
-    json["after"] = diff.after ? toJson(*diff.after) : Json(nullptr);
+    json["before"] = toJsonOrNull(diff.before);
+    json["after"] = toJsonOrNull(diff.after);
     json["attributes"] = attributesToJson(diff.attributes);
     json["children"] = Json::array();
     for (const NodeDiff& child : diff.children)

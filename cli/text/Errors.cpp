@@ -1,10 +1,10 @@
 #include "cli/text/Errors.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <new>
-#include <system_error>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -17,9 +17,6 @@
 #include "cli/text/Warnings.hpp"
 #include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
-#include "host/Path.hpp"
-#include "host/Text.hpp"
-#include "operations/Errors.hpp"
 #include "operations/NodeAddress.hpp"
 
 namespace cli {
@@ -49,39 +46,30 @@ struct Report {
     }
 };
 
-Status statusOf(operations::ErrorKind kind) {
-    switch (kind) {
-        case operations::ErrorKind::failure:
-            return Status::failure;
-        case operations::ErrorKind::usage:
-            return Status::usage;
-        case operations::ErrorKind::notAProject:
-            return Status::notAProject;
-        case operations::ErrorKind::foundProblems:
-            return Status::foundProblems;
-    }
-    return Status::failure;
+Status statusOf(ErrorKind kind) {
+    constexpr std::array statuses{Status::failure, Status::usage, Status::notAProject, Status::foundProblems};
+    return statuses.at(static_cast<std::size_t>(kind));
 }
 
 /// The sentence of `error`, with its addresses as the command writes them.
-std::string describe(const operations::AddressError& error) {
+std::string describe(const AddressError& error) {
     std::string sentence;
     for (const auto& piece : error.pieces()) {
         if (const auto* const words = std::get_if<std::string>(&piece))
             sentence += escapeBytes(*words);
         else
-            sentence += '"' + formatAddress(std::get<operations::NodeAddress>(piece)) + '"';
+            sentence += '"' + formatAddress(std::get<NodeAddress>(piece)) + '"';
     }
     return sentence;
 }
 
 /// What may have been meant by a path that is missing.
-std::string suggestPath(const operations::AddressError& error) {
-    const auto* const missing = dynamic_cast<const operations::MissingPath*>(&error);
+std::string suggestPath(const AddressError& error) {
+    const auto* const missing = dynamic_cast<const MissingPath*>(&error);
     if (!missing)
         return "";
     std::vector<std::string> steps;
-    for (const project::metadata::PathElement& sibling : missing->siblings())
+    for (const pm::PathElement& sibling : missing->siblings())
         steps.push_back(formatElement(sibling));
     return suggest(formatElement(missing->step()), steps);
 }
@@ -102,19 +90,19 @@ void addCurrentException(Report& report) {
     try {
         throw;
     } catch (const host::UserException& error) {
-        report.add(escapeText(operations::explain(error)));
+        report.add(escapeText(explain(error)));
         addCauses(report, error);
     } catch (const CommandError& error) {
         if (report.sentences.empty())
             report.status = error.status();
         report.add(escapeBytes(error.what()));
         addCauses(report, error);
-    } catch (const operations::AddressError& error) {
+    } catch (const AddressError& error) {
         if (report.sentences.empty())
             report.status = statusOf(error.kind());
         report.add(describe(error) + suggestPath(error));
         addCauses(report, error);
-    } catch (const operations::OperationError& error) {
+    } catch (const OperationError& error) {
         if (report.sentences.empty())
             report.status = statusOf(error.kind());
         report.add(escapeBytes(error.what()));
@@ -173,7 +161,7 @@ void reportWarnings() {
     const std::string start = toldSentences().empty() ? programStart : indentation;
     for (const auto& [file, text] : takeWarnings()) {
         const std::string name = escapeText(file.text());
-        const std::string problem = escapeText(file.empty() ? text : operations::explainProblem(file, text));
+        const std::string problem = escapeText(file.empty() ? text : explainProblem(file, text));
         if (!isTold({name, problem}))
             write(start, file.empty() ? problem : '"' + name + "\" is damaged: " + problem);
     }

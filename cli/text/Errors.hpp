@@ -5,12 +5,13 @@
 #include <stdexcept>
 #include <string>
 
-#include "cli/Command.hpp"
+#include "cli/Names.hpp"
 #include "operations/Errors.hpp"
 
 namespace cli {
 
-using operations::quoted;
+/// The exit statuses, on which scripts rely.
+enum class Status { done = 0, foundProblems = 1, usage = 2, failure = 3, notAProject = 4, interrupted = 130 };
 
 /// The command cannot go on. `what()` is a sentence in UTF-8; the paths in it are bytes as the disk has them.
 class CommandError : public std::runtime_error {

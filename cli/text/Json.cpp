@@ -2,11 +2,8 @@
 
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
-#include "host/Text.hpp"
 
 namespace cli {
-
-namespace pm = project::metadata;
 
 Json toJson(const std::u16string& text) {
     return host::toUtf8(text);
@@ -25,7 +22,7 @@ Json toJson(const pm::MetadataPath& path) {
     return json;
 }
 
-Json toJson(const operations::NodeAddress& address) {
+Json toJson(const NodeAddress& address) {
     Json json = toJson(address.path);
     json["path"] = formatAddress(address);
     return json;
@@ -43,16 +40,16 @@ Json toJson(const pm::MetadataNode& node) {
 
 Json toJson(const pm::MetadataPath& path, const pm::MetadataNode* node) {
     Json json = toJson(path);
-    json["node"] = node ? toJson(*node) : Json(nullptr);
+    json["node"] = toJsonOrNull(node);
     return json;
 }
 
-std::optional<operations::NodeAddress> addressFromJson(const std::string& json) {
+std::optional<NodeAddress> addressFromJson(const std::string& json) {
     const Json list = Json::parse(json, nullptr, false);
     if (!list.is_array())
         return std::nullopt;
     std::vector<pm::PathElement> elements;
-    operations::NodeAddress address;
+    NodeAddress address;
     for (const Json& step : list) {
         if (!step.is_array() || step.empty() || step.size() > 2 || !step[0].is_string())
             return std::nullopt;

@@ -9,10 +9,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "host/Path.hpp"
+#include "cli/Names.hpp"
 #include "operations/NodeAddress.hpp"
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace cli {
 
@@ -25,19 +23,25 @@ Json toJson(const std::u16string& text);
 Json toJson(const host::Path& file);
 
 /// The members "path" (as `formatPath`), "type" and "location" (null for the root path).
-Json toJson(const project::metadata::MetadataPath& path);
+Json toJson(const pm::MetadataPath& path);
 
 /// The members "name", "attributes" (an object) and "children" (a list of the same).
-Json toJson(const project::metadata::MetadataNode& node);
+Json toJson(const pm::MetadataNode& node);
 
 /// As `toJson(path)` of the address's path, with "path" as `formatAddress`.
-Json toJson(const operations::NodeAddress& address);
+Json toJson(const NodeAddress& address);
 
 /// As `toJson(path)`, and the member "node": `node`, or null.
-Json toJson(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode* node);
+Json toJson(const pm::MetadataPath& path, const pm::MetadataNode* node);
+
+/// As `toJson(*value)`; null where a pointer or an optional has none.
+template <class Value>
+Json toJsonOrNull(const Value& value) {
+    return value ? toJson(*value) : Json(nullptr);
+}
 
 /// The address that `json`, a list of steps, is (PathText.hpp); no value if it is none.
-std::optional<operations::NodeAddress> addressFromJson(const std::string& json);
+std::optional<NodeAddress> addressFromJson(const std::string& json);
 
 /// Prints `json` over several lines.
 void printJson(const Json& json);

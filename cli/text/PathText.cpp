@@ -1,19 +1,14 @@
 #include "cli/text/PathText.hpp"
 
-#include <algorithm>
-#include <optional>
 #include <string_view>
 #include <vector>
 
 #include "cli/text/Errors.hpp"
+#include "cli/text/Escapes.hpp"
 #include "cli/text/Json.hpp"
 #include "cli/text/SafeText.hpp"
-#include "host/Path.hpp"
-#include "host/Text.hpp"
 
 namespace cli {
-
-namespace pm = project::metadata;
 
 namespace {
 
@@ -24,13 +19,7 @@ const std::string rootText = "/";
 }
 
 std::string escapePart(const std::u16string& part, std::string_view marks) {
-    std::string text;
-    for (const char byte : escapeName(part)) {
-        if (marks.find(byte) != std::string_view::npos)
-            text += '\\';
-        text += byte;
-    }
-    return text;
+    return escapeMarks(escapeName(part), marks);
 }
 
 /// Reads one step after the other.
@@ -38,8 +27,8 @@ class Parser {
 public:
     explicit Parser(const std::string& text) : text_(text), units_(host::Path::fromAccessName(text).text()) {}
 
-    operations::NodeAddress parse() {
-        operations::NodeAddress address;
+    NodeAddress parse() {
+        NodeAddress address;
         if (units_.compare(0, 2, u"/#") == 0)
             next_ = 1;
         else
@@ -71,8 +60,8 @@ private:
         return pm::MetadataPath(elements);
     }
 
-    operations::NodeStep parseStep() {
-        operations::NodeStep step{readPart(u"#[")};
+    NodeStep parseStep() {
+        NodeStep step{readPart(u"#[")};
         if (step.name.empty())
             refuse(text_, "after \"#\" comes the name of a child node");
         if (!take(u'['))
@@ -102,51 +91,13 @@ private:
     }
 
     std::u16string readEscape() {
-        const char16_t mark = isAtEnd() ? u'\0' : units_[next_++];
-        switch (mark) {
-            case u'\\':
-            case u'|':
-            case u':':
-            case u'[':
-            case u'#':
-                return std::u16string(1, mark);
-            case u't':
-                return u"\t";
-            case u'n':
-                return u"\n";
-            case u'r':
-                return u"\r";
-            case u'x':
-                return std::u16string(1, static_cast<char16_t>(0xDC00 + readNumber(2)));
-            case u'u':
-                return std::u16string(1, static_cast<char16_t>(readNumber(4)));
-            case u'U':
-                return toUtf16(readNumber(8));
-            default:
-                refuse(text_, "after a backslash comes one of \\ | : # [ t n r x u U");
-        }
-    }
-
-    char32_t readNumber(std::size_t digits) {
-        constexpr std::u16string_view values = u"0123456789ABCDEF";
-        char32_t number = 0;
-        for (std::size_t i = 0; i < digits; ++i) {
-            const char16_t digit = isAtEnd() ? u'\0' : units_[next_++];
-            const std::size_t value = values.find(digit >= u'a' && digit <= u'f' ? char16_t(digit - 0x20) : digit);
-            if (value == std::u16string_view::npos)
-                refuse(text_, "an escape lacks hexadecimal digits");
-            number = number * 16 + static_cast<char32_t>(value);
-        }
-        return number;
-    }
-
-    std::u16string toUtf16(char32_t character) const {
-        if (character > 0x10FFFF)
-            refuse(text_, "an escape names no character");
-        if (character < 0x10000)
-            return std::u16string(1, static_cast<char16_t>(character));
-        const char32_t rest = character - 0x10000;
-        return {static_cast<char16_t>(0xD800 + (rest >> 10)), static_cast<char16_t>(0xDC00 + (rest & 0x3FF))};
+        const auto refuseEscape = [this](const char* reason) { refuse(text_, reason); };
+        const auto [mark, value] = cli::readEscape(units_, next_, refuseEscape);
+        if (mark == U'x')
+            return std::u16string(1, static_cast<char16_t>(0xDC00 + value));
+        if (std::u32string_view(U"\\|:[#tnruU").find(mark) == std::u32string_view::npos)
+            refuseEscape("after a backslash comes one of \\ | : # [ t n r x u U");
+        return toUnits(value);
     }
 
     const std::string& text_;
@@ -169,9 +120,9 @@ std::string formatPath(const pm::MetadataPath& path) {
     return text.empty() ? rootText : text;
 }
 
-std::string formatAddress(const operations::NodeAddress& address) {
+std::string formatAddress(const NodeAddress& address) {
     std::string text = formatPath(address.path);
-    for (const operations::NodeStep& step : address.inside) {
+    for (const NodeStep& step : address.inside) {
         text += '#' + escapePart(step.name, "#[");
         if (step.position > 0)
             text += '[' + std::to_string(step.position) + ']';
@@ -179,7 +130,7 @@ std::string formatAddress(const operations::NodeAddress& address) {
     return text;
 }
 
-operations::NodeAddress parseAddress(const std::string& text) {
+NodeAddress parseAddress(const std::string& text) {
     if (text == rootText)
         return {};
     if (text.empty())
@@ -193,7 +144,7 @@ operations::NodeAddress parseAddress(const std::string& text) {
 }
 
 pm::MetadataPath parsePath(const std::string& text) {
-    operations::NodeAddress address = parseAddress(text);
+    NodeAddress address = parseAddress(text);
     if (!address.inside.empty())
         refuse(text, "it leads into a node, and a path is needed here; a \"#\" in a location is written \"\\#\"");
     return std::move(address.path);
@@ -208,9 +159,8 @@ void requirePath(const pm::MetadataManager& store, const pm::MetadataPath& path)
     std::vector<pm::PathElement> siblings;
     for (const pm::MetadataPath& child : store.getChildren(ancestor))
         siblings.push_back(child.getLeaf());
-    throw operations::MissingPath({"There is no path ", operations::NodeAddress{path}, "; the nearest one above it is ",
-                                   operations::NodeAddress{ancestor}},
-                                  path.getPath()[ancestor.getPath().size()], std::move(siblings));
+    throw MissingPath({"There is no path ", NodeAddress{path}, "; the nearest one above it is ", NodeAddress{ancestor}},
+                      path.getPath()[ancestor.getPath().size()], std::move(siblings));
 }
 
 }  // namespace cli

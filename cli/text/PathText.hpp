@@ -14,30 +14,29 @@
 
 #include <string>
 
+#include "cli/Names.hpp"
 #include "operations/NodeAddress.hpp"
-#include "project/metadata/MetadataManager.hpp"
-#include "project/metadata/MetadataPath.hpp"
 
 namespace cli {
 
 /// The text of `path`, which `parsePath` turns back into the same path. Safe to show.
-std::string formatPath(const project::metadata::MetadataPath& path);
+std::string formatPath(const pm::MetadataPath& path);
 
 /// The text of one step, as it stands in that of a path.
-std::string formatElement(const project::metadata::PathElement& element);
+std::string formatElement(const pm::PathElement& element);
 
 /// The text of `address`, likewise for `parseAddress`.
-std::string formatAddress(const operations::NodeAddress& address);
+std::string formatAddress(const NodeAddress& address);
 
 /// The address that `text`, in bytes, is.
 /// @throws CommandError with `Status::usage` saying what is wrong with it
-operations::NodeAddress parseAddress(const std::string& text);
+NodeAddress parseAddress(const std::string& text);
 
 /// As that, for one that has no steps into the node.
-project::metadata::MetadataPath parsePath(const std::string& text);
+pm::MetadataPath parsePath(const std::string& text);
 
-/// @throws operations::MissingPath naming the nearest ancestor that exists, unless `path` is in `store`
+/// @throws MissingPath naming the nearest ancestor that exists, unless `path` is in `store`
 /// @throws whatever the store throws
-void requirePath(const project::metadata::MetadataManager& store, const project::metadata::MetadataPath& path);
+void requirePath(const pm::MetadataManager& store, const pm::MetadataPath& path);
 
 }  // namespace cli

@@ -8,6 +8,8 @@
 #include <string>
 #include <thread>
 
+#include "cli/text/SafeText.hpp"
+#include "cli/text/Warnings.hpp"
 #include "operations/Progress.hpp"
 
 namespace cli {
@@ -43,6 +45,16 @@ private:
     std::condition_variable wake_;
     bool finished_ = false;
     std::thread thread_;
+};
+
+/// Shows what operations tell. Main thread only.
+class CommandObserver : public Observer {
+public:
+    std::unique_ptr<operations::Progress> start(const std::string& work) override {
+        return std::make_unique<Progress>(escapeText(host::Path::fromAccessName(work).text()));
+    }
+
+    void useScratchFolder(const host::Path& folder) override { ignoreWarningsAbout(folder); }
 };
 
 }  // namespace cli

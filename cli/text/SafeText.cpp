@@ -50,18 +50,9 @@ std::string hexadecimal(char32_t value, unsigned digits) {
 }
 
 std::string escapeOf(char32_t character) {
-    switch (character) {
-        case U'\\':
-            return "\\\\";
-        case U'\t':
-            return "\\t";
-        case U'\n':
-            return "\\n";
-        case U'\r':
-            return "\\r";
-        default:
-            break;
-    }
+    constexpr std::u32string_view named = U"\\\t\n\r";
+    if (const std::size_t name = named.find(character); name != named.npos)
+        return {'\\', "\\tnr"[name]};
     if (character >= 0xDC80 && character <= 0xDCFF)
         return "\\x" + hexadecimal(character - 0xDC00, 2);
     return character <= 0xFFFF ? "\\u" + hexadecimal(character, 4) : "\\U" + hexadecimal(character, 8);
@@ -94,14 +85,18 @@ std::string escapeName(std::u16string_view name) {
     return escape(name, true);
 }
 
-std::string quoteText(std::u16string_view text) {
-    std::string literal = "\"";
-    for (const char byte : escapeName(text)) {
-        if (byte == '"')
-            literal += '\\';
-        literal += byte;
+std::string escapeMarks(const std::string& text, std::string_view marks) {
+    std::string escaped;
+    for (const char byte : text) {
+        if (marks.find(byte) != std::string_view::npos)
+            escaped += '\\';
+        escaped += byte;
     }
-    return literal += '"';
+    return escaped;
+}
+
+std::string quoteText(std::u16string_view text) {
+    return '"' + escapeMarks(escapeName(text), "\"") + '"';
 }
 
 }  // namespace cli

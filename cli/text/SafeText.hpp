@@ -17,6 +17,9 @@ std::string escapeText(std::u16string_view text);
 /// As `escapeText`, with `\\` for a backslash, so that different names look different.
 std::string escapeName(std::u16string_view name);
 
+/// `text` with a backslash before each of `marks`.
+std::string escapeMarks(const std::string& text, std::string_view marks);
+
 /// `text` in quotes as a literal: as `escapeName`, with `\"` for a quote, so that it is clear where it ends and
 /// different texts look different.
 std::string quoteText(std::u16string_view text);

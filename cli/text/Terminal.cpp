@@ -11,27 +11,6 @@ namespace cli {
 
 namespace {
 
-/// The parameter of the control function SGR (ECMA-48).
-const char* codeOf(Style style) {
-    switch (style) {
-        case Style::bold:
-            return "1";
-        case Style::dim:
-            return "2";
-        case Style::red:
-            return "31";
-        case Style::green:
-            return "32";
-        case Style::yellow:
-            return "33";
-        case Style::blue:
-            return "34";
-        case Style::cyan:
-            return "36";
-    }
-    return "0";
-}
-
 std::string_view getVariable(const char* name) {
     const char* const value = std::getenv(name);
     return value ? value : "";
@@ -50,7 +29,8 @@ bool isColored() {
 }
 
 std::string paint(Style style, const std::string& text) {
-    return isColored() && !text.empty() ? std::string("\x1b[") + codeOf(style) + 'm' + text + "\x1b[0m" : text;
+    return isColored() && !text.empty() ? "\x1b[" + std::to_string(static_cast<int>(style)) + 'm' + text + "\x1b[0m"
+                                        : text;
 }
 
 }  // namespace cli

@@ -5,7 +5,8 @@
 
 namespace cli {
 
-enum class Style { bold, dim, red, green, yellow, blue, cyan };
+/// The values are the parameters of the control function SGR (ECMA-48).
+enum class Style { bold = 1, dim = 2, red = 31, green = 32, yellow = 33, cyan = 36 };
 
 /// Whether the standard output is coloured: as --color says; by default if it is a terminal that can, and the
 /// environment does not ask for NO_COLOR (https://no-color.org).

@@ -47,7 +47,7 @@ void tell(const std::string& text) {
     std::fprintf(stderr, "project-metadata: %s\n", escapeText(host::Path::fromAccessName(text).text()).c_str());
 }
 
-void keepOne(const project::metadata::MetadataDamage& damage) {
+void keepOne(const pm::MetadataDamage& damage) {
     keep({damage.file, damage.problem});
 }
 
@@ -60,15 +60,15 @@ void collectWarnings() {
     host::DiagnosticLogger::setSink([](const host::LogRecord& record) {
         if (record.severity >= host::Severity::warning)
             keep({{}, host::Path::fromAccessName(record.text).text()});
-        else if (record.channel == project::metadata::waitingChannel && isatty(STDERR_FILENO) == 1)
+        else if (record.channel == pm::waitingChannel && isatty(STDERR_FILENO) == 1)
             tell(std::string(record.text));
     });
-    project::metadata::setDamageSink(keepOne);
+    pm::setDamageSink(keepOne);
 }
 
-std::size_t keepDamage(const std::vector<project::metadata::MetadataDamage>& damages) {
+std::size_t keepDamage(const std::vector<pm::MetadataDamage>& damages) {
     std::set<host::Path> files;
-    for (const project::metadata::MetadataDamage& damage : damages) {
+    for (const pm::MetadataDamage& damage : damages) {
         keepOne(damage);
         files.insert(damage.file);
     }

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
+#include "cli/Names.hpp"
 #include "project/metadata/MetadataDamage.hpp"
 
 namespace cli {
@@ -19,7 +19,7 @@ void collectWarnings();
 
 /// Keeps what is damaged, unless it was kept already: a store logs what it comes upon, which need not be all.
 /// @return how many files it is in
-std::size_t keepDamage(const std::vector<project::metadata::MetadataDamage>& damages);
+std::size_t keepDamage(const std::vector<pm::MetadataDamage>& damages);
 
 /// Leaves out, from now on, what names something in `folder`: a scratch folder, which nobody knows.
 void ignoreWarningsAbout(const host::Path& folder);

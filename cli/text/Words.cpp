@@ -1,11 +1,10 @@
 #include "cli/text/Words.hpp"
 
 #include <cstddef>
-#include <cstdint>
 #include <string_view>
 
 #include "cli/text/Errors.hpp"
-#include "host/Text.hpp"
+#include "cli/text/Escapes.hpp"
 
 namespace cli {
 
@@ -75,52 +74,18 @@ private:
     }
 
     std::string readEscape() {
-        const char mark = isAtEnd() ? '\0' : line_[next_++];
-        switch (mark) {
-            case '\\':
-            case '"':
-                return std::string(1, mark);
-            case 't':
-                return "\t";
-            case 'n':
-                return "\n";
-            case 'r':
-                return "\r";
-            case 'x':
-                return std::string(1, static_cast<char>(readNumber(2)));
-            case 'u':
-                return toBytes(readNumber(4));
-            case 'U':
-                return toBytes(readNumber(8));
-            default:
-                throw CommandError(Status::usage,
-                                   "in double quotes, after a backslash comes one of \\ \" t n r x u U; in single "
-                                   "quotes it is a character as others");
+        const auto refuse = [](const std::string& reason) { throw CommandError(Status::usage, reason); };
+        const auto [mark, value] = cli::readEscape(line_, next_, refuse);
+        if (mark == U'x')
+            return std::string(1, static_cast<char>(value));
+        if (std::u32string_view(U"\\\"tnruU").find(mark) == std::u32string_view::npos) {
+            refuse(
+                "in double quotes, after a backslash comes one of \\ \" t n r x u U; in single quotes it is a "
+                "character as others");
         }
-    }
-
-    std::uint32_t readNumber(std::size_t digits) {
-        constexpr std::string_view values = "0123456789ABCDEF";
-        std::uint32_t number = 0;
-        for (std::size_t i = 0; i < digits; ++i) {
-            const char digit = isAtEnd() ? '\0' : line_[next_++];
-            const std::size_t value = values.find(digit >= 'a' && digit <= 'f' ? char(digit - 0x20) : digit);
-            if (value == std::string_view::npos)
-                throw CommandError(Status::usage, "an escape lacks hexadecimal digits");
-            number = number * 16 + static_cast<std::uint32_t>(value);
-        }
-        return number;
-    }
-
-    static std::string toBytes(std::uint32_t character) {
-        const bool isSurrogate = character >= 0xD800 && character <= 0xDFFF;
-        if (character > 0x10FFFF || isSurrogate)
-            throw CommandError(Status::usage, "an escape names no character");
-        if (character < 0x10000)
-            return host::toUtf8(std::u16string(1, static_cast<char16_t>(character)));
-        const std::uint32_t rest = character - 0x10000;
-        return host::toUtf8(std::u16string{static_cast<char16_t>(0xD800 + (rest >> 10U)),
-                                           static_cast<char16_t>(0xDC00 + (rest & 0x3FFU))});
+        if (value >= 0xD800 && value <= 0xDFFF)
+            refuse("an escape names no character");
+        return host::toUtf8(toUnits(value));
     }
 
     const std::string& line_;

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <random>
 #include <utility>
+#include <vector>
 
 namespace host {
 
@@ -56,6 +57,18 @@ void replaceByCopy(const Path& from, const Path& to) {
         unlink(toNative(copy).c_str());
         throwFileSystemError(to, code);
     }
+}
+
+/// As std::filesystem::create_directories, which takes a parent that it cannot look at for one that is there.
+void makeFolders(const fs::path& folder) {
+    std::vector<fs::path> missing;
+    fs::path place = withoutTrailingSeparators(folder);
+    for (; !place.empty() && !fs::exists(place); place = place.parent_path())
+        missing.push_back(place);
+    if (missing.empty() && !fs::is_directory(place))
+        throw fs::filesystem_error({}, folder, std::make_error_code(std::errc::not_a_directory));
+    for (auto each = missing.rbegin(); each != missing.rend(); ++each)
+        fs::create_directory(*each);
 }
 
 /// Runs `operation` on `path`, and turns the errors of std::filesystem into ours.
@@ -107,7 +120,7 @@ bool FileSystem::exists(const Path& path) {
 
 void FileSystem::create_directories(const Path& path) {
     if (!path.empty())
-        withOurErrors(path, [](const fs::path& native) { return fs::create_directories(native); });
+        withOurErrors(path, makeFolders);
 }
 
 void FileSystem::remove_all(const Path& path) {

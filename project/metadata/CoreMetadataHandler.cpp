@@ -5,7 +5,7 @@
 #include "host/FileSystem.hpp"
 #include "project/metadata/CoreFile.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
-#include "project/metadata/MetadataXml.hpp"
+#include "project/metadata/detail/CoreFileAccess.hpp"
 
 namespace project::metadata {
 
@@ -20,7 +20,7 @@ host::Path CoreMetadataHandler::getRootMetadataFile() const {
 bool CoreMetadataHandler::isCoreMetadataDefined() const {
     if (!host::FileSystem::exists(coreFile_))
         return false;
-    const std::unique_ptr<MetadataNode> node = readFromFile(coreFile_);
+    const std::unique_ptr<MetadataNode> node = detail::readCoreFile(coreFile_);
     const std::u16string& type = node->get(metadataTypeKey());
     return !type.empty() && type == metadataType_;
 }
@@ -28,8 +28,7 @@ bool CoreMetadataHandler::isCoreMetadataDefined() const {
 void CoreMetadataHandler::createCoreMetadata() const {
     MetadataNodeSpecification node(rootNodeName_);
     node.put(metadataTypeKey(), metadataType_);
-    const bool compactEnding = true;
-    writeToFile(node, coreFile_, compactEnding);
+    detail::writeCoreFile(node, coreFile_);
 }
 
 void CoreMetadataHandler::ensureCoreMetadataFileExists() const {

@@ -22,11 +22,13 @@ public:
     host::Path getRootMetadataFile() const;
 
     /// Whether the core file exists and names this kind of store. False if that kind is the empty text.
-    /// @throws MetadataReadFailure and others as `readFromFile`, host::FileSystemException
+    /// @throws MetadataReadFailure and others as `readFromFile`; also if the core file leads to a pipe, a socket or a
+    ///         device, which is not opened; host::FileSystemException
     bool isCoreMetadataDefined() const;
 
     /// Writes a core file that holds nothing but the kind of store, replacing any that is there.
-    /// @throws PutMetadataValueFailure for a kind that no attribute can hold; others as `writeToFile`
+    /// @throws PutMetadataValueFailure for a kind that no attribute can hold; others as `writeToFile`;
+    ///         MetadataWriteFailure also if the core file leads to a pipe, a socket or a device, which is not opened
     void createCoreMetadata() const;
 
     /// `createCoreMetadata` unless `isCoreMetadataDefined`. So a core file of another kind is overwritten.

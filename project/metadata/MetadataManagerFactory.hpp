@@ -19,7 +19,8 @@ class PROJECT_METADATA_EXPORT MetadataManagerFactory {
 public:
     virtual ~MetadataManagerFactory() = default;
 
-    /// A store for the metadata of the project with the root folder `root`. Nothing is written before the first change.
+    /// A store for the metadata of the project with the root folder `root`; a relative one is below the folder that is
+    /// the current one now. Nothing is written before the first change.
     /// @throws MetadataReadFailure if the project's metadata is of another kind or cannot be read
     virtual std::unique_ptr<MetadataManager> createManager(const host::Path& root) = 0;
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <optional>
 #include <typeinfo>
-#include <utility>
 
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataErrors.hpp"

@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
-#include <new>
 #include <string_view>
 #include <utility>
 

@@ -14,6 +14,7 @@
 #include "project/metadata/MetadataXml.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <exception>
 #include <filesystem>
@@ -115,12 +116,15 @@ bool write(const Tree& tree, const host::Path& file, bool compactEnding) {
     if (const auto needsProof = tryToWrite(tree, file, compactEnding))
         return *needsProof;
 
+    int reason = errno;
     const host::Path& obstacle = host::FileUtils::existNoExcept(file) ? file : folder;
     if (host::FileUtils::isReadOnlyNoExcept(obstacle)) {
         makeWritable(obstacle);
         if (const auto needsProof = tryToWrite(tree, file, compactEnding))
             return *needsProof;
+        reason = errno;
     }
+    errno = reason;  // and not why something was not found since
     raise<MetadataWriteFailure>(file.text(), getCauseMessage());
 }
 

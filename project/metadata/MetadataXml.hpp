@@ -20,9 +20,16 @@ namespace project::metadata {
 ///
 /// When the file cannot be written because it, or for a new file its folder, is read-only, that is made writable if
 /// the user's settings allow it, and writing is tried once more. A write that fails part-way leaves what was written.
-/// The names of the nodes must be XML names; that is not checked. Attributes that XML takes for declarations of
-/// namespaces, `xmlns` and `xmlns:...`, may make a file unreadable, or read back with `&#38;` for `&`: the text reader
-/// of libxml2 before 2.13 says so. So may a start tag of more than 10,000,000 bytes. Stores do not take such nodes.
+///
+/// Not every tree reads back as it was, and that is not checked. Stores do not take these:
+///
+/// - The names of nodes must be XML names.
+/// - A key with blanks around it reads back without them; next to the same key without them, or with others, it makes
+///   the file unreadable.
+/// - Half of a surrogate pair, which `isValidAttribute` lets pass at the ends of the blocks, reads back as U+FFFD.
+/// - Nodes more than 256 levels below the root, and a start tag of more than 10,000,000 bytes, may make it unreadable.
+/// - So may attributes that XML takes for declarations of namespaces, `xmlns` and `xmlns:...`, or they read back with
+///   `&#38;` for `&`: the text reader of libxml2 before 2.13 says so.
 ///
 /// @throws ReadOnlyMetadataFailure naming what stayed read-only, the file or its folder
 /// @throws MetadataWriteFailure naming the file
@@ -61,14 +68,16 @@ PROJECT_METADATA_EXPORT bool writeToFile(const std::function<void(XmlSink& sink)
                                          bool compactEnding);
 
 /// Whether only a look at the file tells if `tree`, written to one, reads back the same: it has names that XML may take
-/// for namespaces', or start tags of a size near the limits of libxml2. Trees whose names are no XML names need more.
+/// for namespaces', or start tags of a size near the limits of libxml2. Names of nodes that are no XML names, keys with
+/// blanks around them, halves of surrogate pairs and the depth of the tree are not looked at: that no tree with these
+/// reads back the same is known without a file.
 PROJECT_METADATA_EXPORT bool needsProof(const MetadataNode& tree);
 
 /// Reads the tree in `file`. What is not an element or an attribute is ignored.
 ///
 /// @return the root, a `MetadataNodeSpecification`; never null
 /// @throws MetadataReadFailure if the file cannot be read, is not well-formed, or is beyond a limit of libxml2, such as
-///         256 elements inside one another
+///         256 levels of elements below the root
 /// @throws PutMetadataKeyFailure, PutMetadataValueFailure if it holds an attribute that a node refuses
 PROJECT_METADATA_EXPORT std::unique_ptr<MetadataNode> readFromFile(const host::Path& file);
 

@@ -7,7 +7,7 @@
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataRoots.hpp"
-#include "project/metadata/MetadataXml.hpp"
+#include "project/metadata/detail/CoreFileAccess.hpp"
 
 namespace project::metadata {
 
@@ -46,7 +46,7 @@ std::optional<std::u16string> ProjectMetadataLocation::getMetadataType() const {
     const auto coreFile = locateCoreFile();
     if (!coreFile)
         return std::nullopt;
-    const std::unique_ptr<MetadataNode> node = readFromFile(*coreFile);
+    const std::unique_ptr<MetadataNode> node = detail::readCoreFile(*coreFile);
     const std::u16string& type = node->get(metadataTypeKey());
     if (type.empty())
         return std::nullopt;

@@ -37,7 +37,8 @@ public:
 
     /// The kind of store that the core file names in its attribute "MetadataType"; no value without a core file or
     /// if it names none.
-    /// @throws MetadataReadFailure and others as `locateCoreFile` and `readFromFile`
+    /// @throws MetadataReadFailure and others as `locateCoreFile` and `readFromFile`; also if the core file leads to a
+    ///         pipe, a socket or a device, which is not opened
     std::optional<std::u16string> getMetadataType() const;
 
 private:

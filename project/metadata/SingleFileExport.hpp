@@ -9,7 +9,9 @@
 
 namespace project::metadata {
 
-/// Writes all metadata of the project with the root folder `from`, which is only read, to the new file `to`.
+/// Writes the metadata of the project with the root folder `from`, which is only read, to the new file `to`: all that
+/// `copyMetadata` hands on, so neither the node of the root path nor, of several paths with one text, the nodes of any
+/// but the first.
 ///
 /// The work is done in a scratch folder by the store "monolithic" and the finished file then copied, so an error before
 /// the copying leaves `to` alone; an existing `to` is not replaced where the host's `copy_file` refuses to. The scratch

@@ -11,14 +11,10 @@
 
 namespace stores::fixed_path {
 
-store_support::StoreKind describe() {
-    store_support::StoreKind kind;
-    kind.name = fixedPathName;
-    kind.description = u"a folder of small files, one for each path, made for version control";
-    kind.open = [](const host::Path& folder, store_support::JobRunner runJob) {
-        return std::make_unique<FixedPathManager>(folder, std::move(runJob));
-    };
-    kind.hasContentIn = [](const host::Path& folder) {
+StoreKind describe() {
+    StoreKind kind{fixedPathName, u"a folder of small files, one for each path, made for version control",
+                   openStore<FixedPathManager>};
+    kind.hasContentIn = [](const Path& folder) {
         const auto files = project::metadata::listChildFiles(folder);
         return std::any_of(files.begin(), files.end(), isNodeFile);
     };

@@ -1,32 +1,26 @@
 #include "stores/fixed_path/FixedPathFormat.hpp"
 
-#include "project/metadata/CoreFile.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/WholeFile.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 #include "stores/fixed_path/PathFile.hpp"
 
 namespace stores::fixed_path {
 
-using host::Path;
 using project::metadata::FileContent;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 
 std::vector<std::u16string> FixedPathFormat::getFilePatterns() const {
-    return {project::metadata::coreFileName(), nodeFilePattern()};
+    return {coreFileName(), nodeFilePattern()};
 }
 
 std::optional<FileContent> FixedPathFormat::readFile(const Path& file) const {
-    const auto xml = store_support::readWholeFile(file, isPathFile);
+    const auto xml = readWholeFile(file, isPathFile);
     if (!xml)
         return std::nullopt;
     const bool isRoot = isCoreFile(*xml);
     const PathFile content = fromXml(*xml, isRoot, file);
     if (content.damage)
         raise<MetadataReadFailure>(file.text(), content.damage->problem);
-    store_support::requireNothingLost(*xml, *toXml(content, isRoot), file);
+    requireNothingLost(*xml, *toXml(content, isRoot), file);
     return FileContent{isRoot, {content.element, content.node, content.rank, {}}};
 }
 
@@ -38,7 +32,7 @@ void FixedPathFormat::writeFile(const FileContent& content, const Path& file) co
         raise<MetadataWriteFailure>(file.text(), u"the place of the path is no rank: \"" + tree.place + u"\"");
     const bool compactEnding = content.isRoot && !tree.node;
     const auto xml = toXml({tree.step, tree.place, tree.node, {}, {}, tree.node != nullptr}, content.isRoot);
-    store_support::writeWholeFile(*xml, compactEnding, file);
+    writeWholeFile(*xml, compactEnding, file);
 }
 
 }  // namespace stores::fixed_path

@@ -6,7 +6,6 @@
 #include <boost/uuid/name_generator_sha1.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
-#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "store_support/HexDigits.hpp"
 
@@ -47,7 +46,7 @@ bool isUnsafe(char16_t unit) {
 }
 
 std::u16string escape(char16_t unit) {
-    return unit < 0x100 ? u"%" + store_support::toHex(unit, 2) : u"%u" + store_support::toHex(unit, 4);
+    return unit < 0x100 ? u"%" + toHex(unit, 2) : u"%u" + toHex(unit, 4);
 }
 
 /// The encoded form of the character at `text[i]`; `i` moves to its last unit.
@@ -95,18 +94,18 @@ std::u16string cut(const std::u16string& name) {
     std::size_t kept = 0;
     for (std::size_t bytes = 0; bytes <= cutNameLength;) {
         const std::size_t length = encodedLength(name, kept);
-        bytes += host::toUtf8(name.substr(kept, length)).size();
+        bytes += toUtf8(name.substr(kept, length)).size();
         if (bytes <= cutNameLength)
             kept += length;
     }
-    const auto hash = boost::uuids::name_generator_sha1(hashNamespace)(host::toUtf8(name));
-    return name.substr(0, kept) + separator + cutMark + host::fromUtf8(boost::uuids::to_string(hash));
+    const auto hash = boost::uuids::name_generator_sha1(hashNamespace)(toUtf8(name));
+    return name.substr(0, kept) + separator + cutMark + fromUtf8(boost::uuids::to_string(hash));
 }
 
 /// The character that is escaped at `name[i]`; `i` moves to its last unit. No value if there is none.
 std::optional<char16_t> unescape(const std::u16string& name, std::size_t& i) {
     const bool isShort = name.compare(i, 2, u"%u") != 0;
-    const auto unit = store_support::fromHex(name.substr(i + (isShort ? 1 : 2), isShort ? 2 : 4));
+    const auto unit = fromHex(name.substr(i + (isShort ? 1 : 2), isShort ? 2 : 4));
     if (unit)
         i += encodedLength(name, i) - 1;
     return unit;
@@ -123,25 +122,25 @@ std::optional<std::u16string> decode(const std::u16string& name) {
     return text;
 }
 
-bool hasSeparator(const host::Path& path) {
+bool hasSeparator(const Path& path) {
     return path.fileName().text().find(separator) != std::u16string::npos;
 }
 
 }  // namespace
 
-std::u16string nodeFolderName(const project::metadata::PathElement& element) {
+std::u16string nodeFolderName(const PathElement& element) {
     std::u16string name = encode(element.getType()) + separator + encode(element.getLocation());
     escapeEdges(name);
     constexpr std::size_t longestCharacter = 3;  // bytes of UTF-8 a unit of UTF-16 at most
     const bool isShort = longestCharacter * name.size() <= maximumNameLength;
-    return isShort || host::toUtf8(name).size() <= maximumNameLength ? name : cut(name);
+    return isShort || toUtf8(name).size() <= maximumNameLength ? name : cut(name);
 }
 
-std::u16string nodeFileName(const project::metadata::PathElement& element) {
+std::u16string nodeFileName(const PathElement& element) {
     return nodeFolderName(element) + nodeFileExtension;
 }
 
-std::optional<project::metadata::PathElement> parseNodeFolderName(const std::u16string& name) {
+std::optional<PathElement> parseNodeFolderName(const std::u16string& name) {
     const std::size_t split = name.find(separator);
     if (split == std::u16string::npos)
         return std::nullopt;
@@ -149,12 +148,12 @@ std::optional<project::metadata::PathElement> parseNodeFolderName(const std::u16
     const auto location = decode(name.substr(split + 1));
     if (!type || !location)
         return std::nullopt;
-    const project::metadata::PathElement element(*type, *location);
+    const PathElement element(*type, *location);
     // What decodes could still be spelled otherwise than it would be encoded.
     return nodeFolderName(element) == name ? std::optional(element) : std::nullopt;
 }
 
-bool isNodeFile(const host::Path& path) {
+bool isNodeFile(const Path& path) {
     return hasSeparator(path) && project::metadata::ends_with(path.fileName().text(), nodeFileExtension);
 }
 
@@ -162,7 +161,7 @@ std::u16string nodeFilePattern() {
     return std::u16string(u"**/*") + separator + u"*" + nodeFileExtension;
 }
 
-bool isNodeFolder(const host::Path& path) {
+bool isNodeFolder(const Path& path) {
     return hasSeparator(path) && !isNodeFile(path);
 }
 

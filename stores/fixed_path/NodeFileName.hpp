@@ -11,8 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataPath.hpp"
+#include "stores/Names.hpp"
 
 namespace stores::fixed_path {
 
@@ -20,21 +19,21 @@ namespace stores::fixed_path {
 extern const std::u16string& nodeFileExtension;
 
 /// The name of the folder that holds the files of the children of `element`.
-std::u16string nodeFolderName(const project::metadata::PathElement& element);
+std::u16string nodeFolderName(const PathElement& element);
 
 /// The name of the file of `element`.
-std::u16string nodeFileName(const project::metadata::PathElement& element);
+std::u16string nodeFileName(const PathElement& element);
 
 /// The element whose folder is named `name`; no value if `name` was cut, or is none that `nodeFolderName` makes.
-std::optional<project::metadata::PathElement> parseNodeFolderName(const std::u16string& name);
+std::optional<PathElement> parseNodeFolderName(const std::u16string& name);
 
 /// Whether `path` could be the file of a path element, by its name.
-bool isNodeFile(const host::Path& path);
+bool isNodeFile(const Path& path);
 
 /// What `isNodeFile` finds, in a metadata folder and below, as a pattern of gitattributes(5).
 std::u16string nodeFilePattern();
 
 /// Whether `path` could be the folder of a path element's children, by its name.
-bool isNodeFolder(const host::Path& path);
+bool isNodeFolder(const Path& path);
 
 }  // namespace stores::fixed_path

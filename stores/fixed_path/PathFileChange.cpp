@@ -194,10 +194,11 @@ void PathFileChange::removeNode(const MetadataPath& path) {
         setNode(*index, nullptr);
 }
 
-void PathFileChange::setNode(Index index, const MetadataNode* node) {
+void PathFileChange::setNode(Index index, const MetadataNode* newNode) {
+    auto node = borrowNode(newNode, getFile(index));
     const auto now = items_[index].keepsNode ? readNode(index) : nullptr;
     const MetadataNode* const current = items_[index].keepsNode ? now.get() : items_[index].newNode.get();
-    if (equalTrees(current, node))
+    if (equalTrees(current, node.get()))
         return;
     if (node)
         requireReadable(*node, nodeDepth, getFile(index));
@@ -205,7 +206,7 @@ void PathFileChange::setNode(Index index, const MetadataNode* node) {
     Item& item = items_[index];
     item.replacesNode = item.replacesNode || current;
     item.keepsNode = false;
-    item.newNode = borrowNode(node);
+    item.newNode = std::move(node);
 }
 
 void PathFileChange::removeFile(const Path& file) {

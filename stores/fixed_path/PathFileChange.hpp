@@ -113,7 +113,7 @@ private:
     /// Notes that the file of `index` is to be written.
     void write(Index index);
 
-    void setNode(Index index, const project::metadata::MetadataNode* node);
+    void setNode(Index index, const project::metadata::MetadataNode* newNode);
 
     /// Notes that the file `file` goes, if it exists.
     void removeFile(const host::Path& file);

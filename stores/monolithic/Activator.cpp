@@ -8,13 +8,8 @@
 
 namespace stores::monolithic {
 
-store_support::StoreKind describe() {
-    store_support::StoreKind kind;
-    kind.name = monolithicName;
-    kind.description = u"everything in one file, made for passing on";
-    kind.open = [](const host::Path& folder, store_support::JobRunner runJob) {
-        return std::make_unique<MonolithicManager>(folder, std::move(runJob));
-    };
+StoreKind describe() {
+    StoreKind kind{monolithicName, u"everything in one file, made for passing on", openStore<MonolithicManager>};
     kind.isAllInCoreFile = true;
     kind.fileFormat = std::make_shared<MonolithicFormat>();
     return kind;

@@ -1,7 +1,5 @@
 #include "stores/monolithic/MonolithicFormat.hpp"
 
-#include "project/metadata/CoreFile.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/WholeFile.hpp"
 #include "stores/monolithic/MonolithicManager.hpp"
@@ -9,18 +7,12 @@
 
 namespace stores::monolithic {
 
-using host::Path;
 using project::metadata::FileContent;
-using project::metadata::MetadataNode;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
 
 namespace {
 
 bool isOwn(const MetadataNode& root) {
-    return root.getName() == store_support::projectElementName &&
-           root.get(project::metadata::metadataTypeKey()) == monolithicName;
+    return root.getName() == projectElementName && root.get(metadataTypeKey()) == monolithicName;
 }
 
 void copyTo(project::metadata::PathTree& to, const SharedTree& from) {
@@ -42,18 +34,18 @@ void copyTo(SharedTree& to, const project::metadata::PathTree& from, const Path&
 }  // namespace
 
 std::vector<std::u16string> MonolithicFormat::getFilePatterns() const {
-    return {project::metadata::coreFileName()};
+    return {coreFileName()};
 }
 
 std::optional<FileContent> MonolithicFormat::readFile(const Path& file) const {
-    const auto xml = store_support::readWholeFile(file, isOwn);
+    const auto xml = readWholeFile(file, isOwn);
     if (!xml)
         return std::nullopt;
-    std::vector<project::metadata::MetadataDamage> damage;
+    std::vector<MetadataDamage> damage;
     const SharedTree tree = fromXml(*xml, Elements::stay, {}, file, damage);
     if (!damage.empty())
         raise<MetadataReadFailure>(file.text(), damage.front().problem);
-    store_support::requireNothingLost(*xml, *toXml(tree), file);
+    requireNothingLost(*xml, *toXml(tree), file);
     FileContent content{true, {}};
     copyTo(content.tree, tree);
     return content;
@@ -65,7 +57,7 @@ void MonolithicFormat::writeFile(const FileContent& content, const Path& file) c
     SharedTree tree;
     copyTo(tree, content.tree, file);
     const auto xml = toXml(tree);
-    store_support::writeWholeFile(*xml, xml->getChildNodes().empty(), file);
+    writeWholeFile(*xml, xml->getChildNodes().empty(), file);
 }
 
 }  // namespace stores::monolithic

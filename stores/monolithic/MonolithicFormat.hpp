@@ -2,6 +2,7 @@
 #pragma once
 
 #include "project/metadata/MetadataFiles.hpp"
+#include "stores/Names.hpp"
 
 namespace stores::monolithic {
 
@@ -9,8 +10,8 @@ namespace stores::monolithic {
 class MonolithicFormat : public project::metadata::MetadataFileFormat {
 public:
     std::vector<std::u16string> getFilePatterns() const override;
-    std::optional<project::metadata::FileContent> readFile(const host::Path& file) const override;
-    void writeFile(const project::metadata::FileContent& content, const host::Path& file) const override;
+    std::optional<project::metadata::FileContent> readFile(const Path& file) const override;
+    void writeFile(const project::metadata::FileContent& content, const Path& file) const override;
 };
 
 }  // namespace stores::monolithic

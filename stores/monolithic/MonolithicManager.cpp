@@ -4,9 +4,6 @@
 #include <new>
 #include <utility>
 
-#include "project/metadata/CoreFile.hpp"
-#include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "project/metadata/SharedNode.hpp"
 #include "store_support/BatchJournal.hpp"
@@ -23,29 +20,8 @@
 
 namespace stores::monolithic {
 
-using host::Path;
 using project::metadata::getShared;
 using project::metadata::keepNode;
-using project::metadata::MetadataNode;
-using project::metadata::MetadataPath;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::PathElement;
-using project::metadata::raise;
-using store_support::borrowNode;
-using store_support::commit;
-using store_support::equalTrees;
-using store_support::FileBatch;
-using store_support::FileWatch;
-using store_support::findStatus;
-using store_support::FolderLock;
-using store_support::getFileVersion;
-using store_support::JobRunner;
-using store_support::readXmlFile;
-using store_support::requireMetadataType;
-using store_support::requireReadable;
-using store_support::requireStorable;
-using store_support::XmlFile;
 
 const std::u16string& monolithicName = *new std::u16string(u"monolithic");
 
@@ -72,6 +48,7 @@ void requireSeen(bool isSeen, const MetadataPath& path, const Path& file) {
 
 /// Adds `path` and its missing ancestors. @return the tree at `path`
 SharedTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) {
+    draft.makesProject = true;
     SharedTree* tree = &draft.tree;
     for (const PathElement& element : path.getPath()) {
         if (SharedTree* const existing = tree->own(element)) {
@@ -87,16 +64,16 @@ SharedTree& addPathTo(Draft& draft, const MetadataPath& path, const Path& file) 
 
 /// @param node null to remove the node
 void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* newNode, const Path& file) {
-    const MetadataNode* const node = newNode ? &getShared(*newNode) : nullptr;
+    auto node = borrowNode(newNode, file);
     SharedTree& tree = addPathTo(draft, path, file);
-    if (equalTrees(node, tree.node.get()))
+    if (equalTrees(node.get(), tree.node.get()))
         return;
     requireSeen(!tree.node || !tree.isUnseen, path, file);
     if (node) {
         const int depth = static_cast<int>(path.getPath().size()) + 2;  // below the elements "Project" and "Node"
-        requireReadable(*node, depth, file);
+        requireReadable(getShared(*node), depth, file);
     }
-    tree.node = borrowNode(newNode);
+    tree.node = std::move(node);
     tree.isUnseen = false;
     draft.isChanged = true;
 }
@@ -120,11 +97,11 @@ void removePathFrom(Draft& draft, const MetadataPath& path, const Path& file) {
 }
 
 void renameIn(Draft& draft, const MetadataPath& path, const PathElement& element, const Path& file) {
-    const MetadataPath target = store_support::replaceLeaf(path, element);
+    const MetadataPath target = replaceLeaf(path, element);
     const SharedTree* const renamed = draft.tree.find(path);
-    const store_support::Renaming found{renamed != nullptr, renamed && !renamed->getChildren().empty(),
-                                        draft.tree.find(target) != nullptr};
-    if (!store_support::requireRenamable(path, target, found, file))
+    const Renaming found{renamed != nullptr, renamed && !renamed->getChildren().empty(),
+                         draft.tree.find(target) != nullptr};
+    if (!requireRenamable(path, target, found, file))
         return;
     requireSeen(!renamed->isUnseen, path, file);
     SharedTree* parent = &draft.tree;
@@ -150,6 +127,7 @@ void requireSeen(const SharedTree& old, const SharedTree* arranged, std::vector<
 /// The paths `paths` and their ancestors, with the nodes that `old` has there.
 Draft arrange(const SharedTree& old, const std::vector<MetadataPath>& paths, const Path& file) {
     Draft draft;
+    draft.makesProject = true;
     for (const MetadataPath& path : paths) {
         if (path.getPath().empty())
             draft.tree.node = old.node;
@@ -186,7 +164,7 @@ auto edited(const Edit& edit) {
 }  // namespace
 
 MonolithicManager::MonolithicManager(const Path& folder, JobRunner runJob)
-    : folder_(folder), file_(folder / project::metadata::coreFileName()), runJob_(std::move(runJob)) {
+    : folder_(folder), file_(folder / coreFileName()), runJob_(std::move(runJob)) {
     // What others change from now on has not been seen.
     load();
 }
@@ -196,16 +174,15 @@ void MonolithicManager::setNode(const MetadataPath& path, const MetadataNode& no
 }
 
 void MonolithicManager::removeNode(const MetadataPath& path) {
-    if (hasPath(path))
-        change(edited([&](Draft& draft) { setNodeIn(draft, path, nullptr, file_); }));
+    change(edited([&](Draft& draft) {
+        const SharedTree* const tree = draft.tree.find(path);
+        if (tree && tree->node)
+            setNodeIn(draft, path, nullptr, file_);
+    }));
 }
 
 void MonolithicManager::addPath(const MetadataPath& path) {
     change(edited([&](Draft& draft) { addPathTo(draft, path, file_); }));
-}
-
-void MonolithicManager::removePath(const MetadataPath& path) {
-    removePaths({path});
 }
 
 std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& path) const {
@@ -226,8 +203,6 @@ void MonolithicManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Me
 }
 
 void MonolithicManager::removePaths(const std::vector<MetadataPath>& paths) {
-    if (!getFileVersion(file_))
-        return;
     change(edited([&](Draft& draft) {
         for (const MetadataPath& path : paths)
             removePathFrom(draft, path, file_);
@@ -270,25 +245,22 @@ void MonolithicManager::setPaths(const std::vector<MetadataPath>& paths) {
     change([&](const SharedTree& old) { return arrange(old, paths, file_); });
 }
 
-std::vector<project::metadata::MetadataDamage> MonolithicManager::findDamage() const {
+std::vector<MetadataDamage> MonolithicManager::findDamage() const {
     load();
     auto damage = damage_;
-    if (auto journal = store_support::findJournalDamage(folder_))
+    if (auto journal = findJournalDamage(folder_))
         damage.push_back(*std::move(journal));
     return damage;
 }
 
 std::vector<project::metadata::StoreFile> MonolithicManager::listFiles() const {
-    return store_support::listStoreFiles(folder_, {});
-}
-
-Path MonolithicManager::getNodeFile(const MetadataPath& /*path*/) const {
-    return file_;
+    return listStoreFiles(folder_, {});
 }
 
 void MonolithicManager::change(const Edit& edit) {
     Draft draft = edit(load());
-    if (!draft.isChanged && watch_.getVersion())
+    const auto isNeeded = [&] { return draft.isChanged || (draft.makesProject && !watch_.getVersion()); };
+    if (!isNeeded())
         return;
     requireSound();
     FolderLock lock(folder_);
@@ -296,7 +268,7 @@ void MonolithicManager::change(const Edit& edit) {
     if (getFileVersion(file_) != watch_.getVersion()) {
         // Somebody else was faster.
         draft = edit(load());
-        if (!draft.isChanged && watch_.getVersion())
+        if (!isNeeded())
             return;
         requireSound();
     }
@@ -307,10 +279,10 @@ SharedTree& MonolithicManager::load() const {
     if (tree_ && watch_.isUnchanged())
         return *tree_;
     const auto status = findStatus(file_);
-    const XmlFile xml = status ? readXmlFile(file_, *status, store_support::XmlExtent::aroundRefused) : XmlFile{};
+    const XmlFile xml = status ? readXmlFile(file_, *status, XmlExtent::aroundRefused) : XmlFile{};
     if (!xml.root && xml.version)
         raise<MetadataReadFailure>(file_.text(), xml.problem);
-    std::vector<project::metadata::MetadataDamage> damage;
+    std::vector<MetadataDamage> damage;
     SharedTree tree;
     if (xml.root)
         tree = fromXml(*xml.root, Elements::go, xml.lacks, file_, damage);
@@ -318,7 +290,7 @@ SharedTree& MonolithicManager::load() const {
         damage.push_back({file_, xml.foreign, false, true});
     if (tree_ || hasLostSight_)
         markUnseen(tree, tree_ ? &*tree_ : nullptr);
-    std::for_each(damage.begin(), damage.end(), store_support::reportDamage);
+    std::for_each(damage.begin(), damage.end(), reportDamage);
     tree_ = std::move(tree);
     hasLostSight_ = false;
     watch_ = FileWatch(file_, xml.version);
@@ -341,7 +313,7 @@ void MonolithicManager::save(Draft draft, FolderLock& lock) {
     batch.write = [&](std::size_t /*index*/, const Path& staged) {
         // An empty store is as the library makes a core file.
         const bool isEmpty = !draft.tree.node && draft.tree.getChildren().empty();
-        store_support::writeProved([&](auto& sink) { tellXml(draft.tree, sink); }, staged, isEmpty, file_);
+        writeProved([&](auto& sink) { tellXml(draft.tree, sink); }, staged, isEmpty, file_);
     };
     runJob_(project::metadata::FileJob(batch.filesToWrite, {}, [&] {
         commit(batch, lock);

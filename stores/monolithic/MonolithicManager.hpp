@@ -9,14 +9,13 @@
 #include <optional>
 #include <string>
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/PathRenamer.hpp"
 #include "store_support/FileWatch.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
+#include "stores/Names.hpp"
 #include "stores/monolithic/SharedTree.hpp"
 
 namespace stores::monolithic {
@@ -27,6 +26,7 @@ extern const std::u16string& monolithicName;
 struct Draft {
     SharedTree tree;
     bool isChanged = false;
+    bool makesProject = false;  ///< if there is none, even of no content
 };
 
 /// One thread at a time may use a store. What each operation does is said at `MetadataManager`. All of them throw
@@ -39,28 +39,24 @@ class MonolithicManager : public project::metadata::MetadataManager,
                           public project::metadata::PathRenamer {
 public:
     /// @param folder the metadata folder, which need not exist
-    /// @throws project::metadata::MetadataReadFailure if the file cannot be read as XML
-    MonolithicManager(const host::Path& folder, store_support::JobRunner runJob);
+    /// @throws MetadataReadFailure if the file cannot be read as XML
+    MonolithicManager(const Path& folder, JobRunner runJob);
 
-    void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode& node) override;
-    void removeNode(const project::metadata::MetadataPath& path) override;
-    void addPath(const project::metadata::MetadataPath& path) override;
-    void removePath(const project::metadata::MetadataPath& path) override;
-    std::unique_ptr<project::metadata::MetadataNode> getNode(
-        const project::metadata::MetadataPath& path) const override;
-    void setNodes(const std::map<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>&
-                      nodes) override;
-    void removePaths(const std::vector<project::metadata::MetadataPath>& paths) override;
-    bool hasNode(const project::metadata::MetadataPath& path) const override;
-    std::vector<project::metadata::MetadataPath> getChildren(
-        const project::metadata::MetadataPath& path) const override;
-    bool hasPath(const project::metadata::MetadataPath& path) const override;
-    void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
-    std::vector<project::metadata::MetadataDamage> findDamage() const override;
+    void setNode(const MetadataPath& path, const MetadataNode& node) override;
+    void removeNode(const MetadataPath& path) override;
+    void addPath(const MetadataPath& path) override;
+    void removePath(const MetadataPath& path) override { removePaths({path}); }
+    std::unique_ptr<MetadataNode> getNode(const MetadataPath& path) const override;
+    void setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) override;
+    void removePaths(const std::vector<MetadataPath>& paths) override;
+    bool hasNode(const MetadataPath& path) const override;
+    std::vector<MetadataPath> getChildren(const MetadataPath& path) const override;
+    bool hasPath(const MetadataPath& path) const override;
+    void setPaths(const std::vector<MetadataPath>& paths) override;
+    std::vector<MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
-    host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
-    void renamePath(const project::metadata::MetadataPath& path,
-                    const project::metadata::PathElement& element) override;
+    Path getNodeFile(const MetadataPath& /*path*/) const override { return file_; }
+    void renamePath(const MetadataPath& path, const PathElement& element) override;
 
 private:
     /// Makes the new content of the old.
@@ -73,15 +69,15 @@ private:
     SharedTree& load() const;
 
     void requireSound() const;
-    void save(Draft draft, store_support::FolderLock& lock);
+    void save(Draft draft, FolderLock& lock);
 
-    host::Path folder_;
-    host::Path file_;
-    store_support::JobRunner runJob_;
-    mutable store_support::FileWatch watch_;  // of the file that `tree_` was read from or written to
-    mutable std::optional<SharedTree> tree_;  // none until it is read first, or for lack of memory
-    mutable bool hasLostSight_ = false;       // then nobody knows any more what the user has seen
-    mutable std::vector<project::metadata::MetadataDamage> damage_;  // of that file
+    Path folder_;
+    Path file_;
+    JobRunner runJob_;
+    mutable FileWatch watch_;                     // of the file that `tree_` was read from or written to
+    mutable std::optional<SharedTree> tree_;      // none until it is read first, or for lack of memory
+    mutable bool hasLostSight_ = false;           // then nobody knows any more what the user has seen
+    mutable std::vector<MetadataDamage> damage_;  // of that file
 };
 
 }  // namespace stores::monolithic

@@ -21,8 +21,6 @@
 #include <unordered_map>
 #include <utility>
 
-#include "project/metadata/CoreFile.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/EqualTrees.hpp"
 #include "store_support/PathXml.hpp"
@@ -31,31 +29,15 @@
 
 namespace stores::monolithic {
 
-using project::metadata::MetadataDamage;
-using project::metadata::MetadataNode;
 using project::metadata::MetadataNodeSpecification;
-using project::metadata::MetadataPath;
-using project::metadata::MetadataReadFailure;
-using project::metadata::PathElement;
-using project::metadata::raise;
 using project::metadata::XmlSink;
-using store_support::equalTrees;
-using store_support::getPathElement;
-using store_support::getReadProblem;
-using store_support::Lack;
-using store_support::nodeElementName;
-using store_support::pathElementName;
-using store_support::projectElementName;
-using store_support::putNode;
-using store_support::putPathElement;
 
 namespace {
 
 /// Adds what `xml` holds below its own path.
 class Reader {
 public:
-    Reader(const host::Path& file, Elements elements, const std::vector<Lack>& lacks,
-           std::vector<MetadataDamage>& damage)
+    Reader(const Path& file, Elements elements, const std::vector<Lack>& lacks, std::vector<MetadataDamage>& damage)
         : file_(file), elements_(elements), damage_(damage) {
         for (const Lack& lack : lacks) {
             lacking_.try_emplace(lack.node, std::make_shared<const std::u16string>(lack.problem));
@@ -66,7 +48,7 @@ public:
     void fill(SharedTree& tree, MetadataNode& xml) {
         attempt(
             [&] {
-                const auto node = store_support::getNode(xml, file_);
+                const auto node = getNode(xml, file_);
                 if (const auto lack = node ? findLack(*node) : nullptr)
                     tree.setProblem(lack);
                 else
@@ -74,10 +56,9 @@ public:
             },
             &tree);
         const bool isPath = xml.getName() == pathElementName;
-        const auto foreign = isPath ? store_support::findForeign(xml, {}, true)
-                                    : store_support::findForeign(xml, {project::metadata::metadataTypeKey()}, true);
+        const auto foreign = isPath ? findForeign(xml, {}, true) : findForeign(xml, {metadataTypeKey()}, true);
         if (!foreign.empty())
-            damage_.push_back({file_, store_support::describeLoss(foreign), false, true});
+            damage_.push_back({file_, describeLoss(foreign), false, true});
         // All that is read from files is of this type.
         auto children = elements_ == Elements::go ? dynamic_cast<MetadataNodeSpecification&>(xml).takeChildNodes()
                                                   : xml.getChildNodes();
@@ -124,7 +105,7 @@ private:
         }
     }
 
-    const host::Path& file_;
+    const Path& file_;
     const Elements elements_;
     std::unordered_map<const MetadataNode*, std::shared_ptr<const std::u16string>> lacking_;
     std::vector<MetadataDamage>& damage_;
@@ -292,7 +273,7 @@ void SharedTree::Below::enterPlace(std::size_t place) {
     places[i & (places.size() - 1)] = static_cast<std::uint32_t>(place + 1);
 }
 
-SharedTree fromXml(MetadataNode& xml, Elements elements, const std::vector<Lack>& lacks, const host::Path& file,
+SharedTree fromXml(MetadataNode& xml, Elements elements, const std::vector<Lack>& lacks, const Path& file,
                    std::vector<MetadataDamage>& damage) {
     SharedTree tree;
     Reader(file, elements, lacks, damage).fill(tree, xml);
@@ -314,13 +295,13 @@ bool isAllSeen(const SharedTree& tree) {
 
 void tellXml(const SharedTree& tree, XmlSink& sink) {
     sink.begin(projectElementName);
-    sink.put(project::metadata::metadataTypeKey(), monolithicName);
+    sink.put(metadataTypeKey(), monolithicName);
     tellChildren(tree, sink);
     sink.end();
 }
 
 std::shared_ptr<const MetadataNode> toXml(const SharedTree& tree) {
-    return store_support::makeNodes([&](XmlSink& sink) { tellXml(tree, sink); });
+    return makeNodes([&](XmlSink& sink) { tellXml(tree, sink); });
 }
 
 bool isSameTree(const SharedTree& a, const SharedTree& b) {

@@ -8,12 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataDamage.hpp"
-#include "project/metadata/MetadataNode.hpp"
-#include "project/metadata/MetadataPath.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/XmlFile.hpp"
+#include "stores/Names.hpp"
 
 namespace stores::monolithic {
 
@@ -23,7 +20,7 @@ public:
     struct Child;
 
     /// Null for a branch. What it says never changes.
-    mutable std::shared_ptr<const project::metadata::MetadataNode> node;
+    mutable std::shared_ptr<const MetadataNode> node;
 
     /// Whether somebody else has put the node, or the whole path, there, and nobody has looked at it since. It is no
     /// part of the content.
@@ -35,25 +32,25 @@ public:
     void setProblem(std::shared_ptr<const std::u16string> problem);
 
     /// The child `element`, null if there is none. Valid until the children of this path change.
-    const SharedTree* find(const project::metadata::PathElement& element) const;
+    const SharedTree* find(const PathElement& element) const;
 
     /// The descendant at `path`, null if there is none.
-    const SharedTree* find(const project::metadata::MetadataPath& path) const;
+    const SharedTree* find(const MetadataPath& path) const;
 
     /// The child `element`, to be changed; null if there is none.
-    SharedTree* own(const project::metadata::PathElement& element);
+    SharedTree* own(const PathElement& element);
 
     /// The child `element`, to be changed; added as the last one if there is none.
-    SharedTree& add(const project::metadata::PathElement& element);
+    SharedTree& add(const PathElement& element);
 
     /// Gives the child `element`, which exists, the name `newElement`, which no child has. It keeps its place.
-    void rename(const project::metadata::PathElement& element, const project::metadata::PathElement& newElement);
+    void rename(const PathElement& element, const PathElement& newElement);
 
     /// Makes room for `count` children.
     void reserve(std::size_t count);
 
     /// Removes the child `element` with everything below it, if it exists.
-    void remove(const project::metadata::PathElement& element);
+    void remove(const PathElement& element);
 
     /// The children in order.
     const std::vector<Child>& getChildren() const;
@@ -72,7 +69,7 @@ private:
 };
 
 struct SharedTree::Child {
-    project::metadata::PathElement element;
+    PathElement element;
     SharedTree tree;
 };
 
@@ -86,9 +83,8 @@ enum class Elements {
 /// @param xml as it was read; without children afterwards, if they go
 /// @param lacks what nodes below `xml` lack: such an element of a path is not read
 /// @param damage what is in the file and cannot be read is added to this
-SharedTree fromXml(project::metadata::MetadataNode& xml, Elements elements,
-                   const std::vector<store_support::Lack>& lacks, const host::Path& file,
-                   std::vector<project::metadata::MetadataDamage>& damage);
+SharedTree fromXml(MetadataNode& xml, Elements elements, const std::vector<Lack>& lacks, const Path& file,
+                   std::vector<MetadataDamage>& damage);
 
 /// Marks as unseen what is in `now`, and was unseen or not the same in `before`.
 void markUnseen(const SharedTree& now, const SharedTree* before);
@@ -100,7 +96,7 @@ bool isAllSeen(const SharedTree& tree);
 void tellXml(const SharedTree& tree, project::metadata::XmlSink& sink);
 
 /// The root node of that file. Shares the nodes of the paths.
-std::shared_ptr<const project::metadata::MetadataNode> toXml(const SharedTree& tree);
+std::shared_ptr<const MetadataNode> toXml(const SharedTree& tree);
 
 /// Whether both have the same paths in the same order, and share the same nodes.
 bool isSameTree(const SharedTree& a, const SharedTree& b);

@@ -19,18 +19,12 @@
 #include <stdexcept>
 
 #include "host/SettingsService.hpp"
-#include "host/Text.hpp"
-#include "project/metadata/CoreFile.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/XmlFile.hpp"
 
 namespace stores::postgresql {
-
-using project::metadata::MetadataReadFailure;
-using project::metadata::raise;
 
 const std::u16string& postgresqlName = *new std::u16string(u"postgresql");
 const std::u16string& usualSchema = *new std::u16string(u"project_metadata");
@@ -44,7 +38,7 @@ const std::u16string& serviceKey = *new std::u16string(u"Service");
 const std::u16string& schemaKey = *new std::u16string(u"Schema");
 const std::u16string& projectKey = *new std::u16string(u"Project");
 
-std::u16string readSetting(const host::Path& coreFile) {
+std::u16string readSetting(const Path& coreFile) {
     try {
         const auto settings = host::SettingsService::getSettingsRoot();
         return settings ? settings->getGroup(settingsGroup)->getText(settingsKey, "") : std::u16string();
@@ -61,41 +55,41 @@ bool isName(const std::u16string& text) {
 
 }  // namespace
 
-std::optional<Address> readAddress(const host::Path& coreFile) {
-    const store_support::XmlFile xml = store_support::readXmlFile(coreFile);
+std::optional<Address> readAddress(const Path& coreFile) {
+    const XmlFile xml = readXmlFile(coreFile);
     if (!xml.version)
         return std::nullopt;
     const auto refuse = [&](const std::u16string& problem) { raise<MetadataReadFailure>(coreFile.text(), problem); };
     if (!xml.root)
         refuse(xml.problem);
-    const std::u16string type = xml.root->get(project::metadata::metadataTypeKey());
+    const std::u16string type = xml.root->get(metadataTypeKey());
     if (type != postgresqlName)
         refuse(u"its metadata is of the type \"" + type + u"\", not \"" + postgresqlName + u'"');
     Address address{{xml.root->get(serviceKey), xml.root->get(schemaKey)}, {}};
     if (!isName(address.server.service) || !isName(address.server.schema))
         refuse(u"it does not name a service and a schema where the metadata is");
     try {
-        address.project = boost::uuids::string_generator()(host::toUtf8(xml.root->get(projectKey)));
+        address.project = boost::uuids::string_generator()(toUtf8(xml.root->get(projectKey)));
     } catch (const std::runtime_error&) {
         refuse(u"it does not say which project of the schema it is");
     }
     return address;
 }
 
-void writeAddress(const Address& address, const host::Path& file) {
-    project::metadata::MetadataNodeSpecification core(store_support::projectElementName);
-    core.put(project::metadata::metadataTypeKey(), postgresqlName);
+void writeAddress(const Address& address, const Path& file) {
+    project::metadata::MetadataNodeSpecification core(projectElementName);
+    core.put(metadataTypeKey(), postgresqlName);
     core.put(serviceKey, address.server.service);
     core.put(schemaKey, address.server.schema);
-    core.put(projectKey, host::fromUtf8(to_string(address.project)));
+    core.put(projectKey, fromUtf8(to_string(address.project)));
     project::metadata::writeToFile(core, file, true);
 }
 
 std::u16string getSettingName() {
-    return u'"' + host::fromUtf8(settingsKey) + u"\" in \"" + host::fromUtf8(settingsGroup) + u'"';
+    return u'"' + fromUtf8(settingsKey) + u"\" in \"" + fromUtf8(settingsGroup) + u'"';
 }
 
-std::vector<Server> getAllowedServers(const host::Path& coreFile) {
+std::vector<Server> getAllowedServers(const Path& coreFile) {
     const std::u16string setting = readSetting(coreFile);
     constexpr const char16_t* separators = u" \t\r\n,";
     std::vector<Server> servers;
@@ -110,7 +104,7 @@ std::vector<Server> getAllowedServers(const host::Path& coreFile) {
     return servers;
 }
 
-void requireAllowed(const Server& server, const host::Path& coreFile) {
+void requireAllowed(const Server& server, const Path& coreFile) {
     const std::vector<Server> allowed = getAllowedServers(coreFile);
     if (std::find(allowed.begin(), allowed.end(), server) != allowed.end())
         return;

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "host/Path.hpp"
+#include "stores/Names.hpp"
 
 namespace stores::postgresql {
 
@@ -40,21 +40,21 @@ inline bool operator==(const Address& a, const Address& b) {
 }
 
 /// What `coreFile` says; no value if there is no such file.
-/// @throws project::metadata::MetadataReadFailure naming the file, if it is damaged or of another kind of store
-std::optional<Address> readAddress(const host::Path& coreFile);
+/// @throws MetadataReadFailure naming the file, if it is damaged or of another kind of store
+std::optional<Address> readAddress(const Path& coreFile);
 
 /// Writes a core file.
-/// @throws project::metadata::MetadataWriteFailure
-void writeAddress(const Address& address, const host::Path& file);
+/// @throws MetadataWriteFailure
+void writeAddress(const Address& address, const Path& file);
 
 /// The name of the setting that allows servers, for errors.
 std::u16string getSettingName();
 
 /// The servers that the user's settings allow, the one for new projects first.
-/// @throws project::metadata::MetadataReadFailure naming `coreFile`, if the settings cannot be read
-std::vector<Server> getAllowedServers(const host::Path& coreFile);
+/// @throws MetadataReadFailure naming `coreFile`, if the settings cannot be read
+std::vector<Server> getAllowedServers(const Path& coreFile);
 
-/// @throws project::metadata::MetadataReadFailure naming `coreFile`, if the user's settings do not allow `server`
-void requireAllowed(const Server& server, const host::Path& coreFile);
+/// @throws MetadataReadFailure naming `coreFile`, if the user's settings do not allow `server`
+void requireAllowed(const Server& server, const Path& coreFile);
 
 }  // namespace stores::postgresql

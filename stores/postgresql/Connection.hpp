@@ -19,11 +19,11 @@
 #include <vector>
 
 #include "store_support/NodeBlob.hpp"
+#include "stores/Names.hpp"
 
 namespace stores::postgresql {
 
 using boost::uuids::uuid;
-using store_support::NodeValue;
 
 /// What the server refused, or that the way to it is gone. `what()` is the cause in UTF-8, one line.
 class ServerError : public std::runtime_error {

@@ -5,21 +5,16 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "host/Text.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace stores::postgresql {
 
-using project::metadata::MetadataPath;
-using project::metadata::PathElement;
-using store_support::maximumSteps;
-
 namespace {
 
 std::u16string describe(const Row& row) {
     const PathElement step = row.element.value_or(PathElement(u"?", u"?"));
-    return u"the row " + host::fromUtf8(to_string(row.id)) + u", a path that ends with \"" +
+    return u"the row " + fromUtf8(to_string(row.id)) + u", a path that ends with \"" +
            MetadataPath(std::vector<PathElement>{step}).string() + u"\",";
 }
 
@@ -45,6 +40,14 @@ std::unordered_set<PathId> findReached(const std::vector<Row>& rows) {
 
 }  // namespace
 
+std::u16string describeMisfit(const Row& row) {
+    return describe(row) + u" says of its step or its parent what does not fit its number";
+}
+
+std::u16string describeBadNode(const Row& row) {
+    return describe(row) + u" has a node that cannot be read";
+}
+
 std::vector<std::u16string> findDamage(const std::vector<Row>& rows) {
     const std::unordered_set<PathId> reached = findReached(rows);
     std::vector<std::u16string> problems;
@@ -52,11 +55,11 @@ std::vector<std::u16string> findDamage(const std::vector<Row>& rows) {
     for (const Row& row : rows) {
         hasRoot = hasRoot || row.id == rootId;
         if (!row.isSound())
-            problems.push_back(describe(row) + u" says of its step or its parent what does not fit its number");
+            problems.push_back(describeMisfit(row));
         else if (reached.count(row.id) == 0)
             problems.push_back(describe(row) + u" has no way to the root path");
         if (row.node && !store_support::decodeNode(*row.node))
-            problems.push_back(describe(row) + u" has a node that cannot be read");
+            problems.push_back(describeBadNode(row));
     }
     if (!hasRoot)
         problems.emplace_back(u"the row of the root path is missing");

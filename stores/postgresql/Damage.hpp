@@ -10,6 +10,10 @@
 
 namespace stores::postgresql {
 
+/// What is wrong with a row that is not sound, and with one whose node cannot be read.
+std::u16string describeMisfit(const Row& row);
+std::u16string describeBadNode(const Row& row);
+
 /// @param rows all rows of a project, with their steps and nodes
 /// @return a line for each damage: rows that do not say which path they are, those that have no way to the root path,
 ///         and nodes that are none

@@ -6,19 +6,11 @@
 #include <unordered_set>
 
 #include "host/Interruption.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/Positions.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace stores::postgresql {
-
-using project::metadata::MetadataPath;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::PathElement;
-using project::metadata::raise;
-using store_support::positionGap;
-using store_support::requireStorable;
 
 namespace {
 
@@ -56,7 +48,7 @@ MetadataPath getPathBelow(const Row& row, const std::unordered_map<PathId, const
                           const std::unordered_map<PathId, MetadataPath>& known) {
     std::vector<PathElement> elements;
     const Row* step = &row;
-    while (elements.size() < store_support::maximumSteps) {
+    while (elements.size() < maximumSteps) {
         elements.push_back(step->element.value_or(PathElement(u"?", u"?")));
         if (const auto above = known.find(step->parent); above != known.end()) {
             const auto& first = above->second.getPath();
@@ -82,7 +74,7 @@ void PathEdit::requireReplaceable(const Row& row, const SeenChanges& seen,
                                   const std::function<MetadataPath()>& getPath) const {
     if (!seen.isKnown(row.id, row.changed))
         refuse(getPath(), u"has been changed by somebody else since it was read; read it again first");
-    if (row.node && !store_support::decodeNode(*row.node))
+    if (row.node && !decodeNode(*row.node))
         refuse(getPath(), u"has a damaged node, which is neither overwritten nor removed before it is repaired");
 }
 
@@ -111,8 +103,7 @@ void PathEdit::replaceNode(const Row& row, const NodeValue& node, const SeenChan
     changes.nodes.emplace_back(row.id, node);
 }
 
-NodesEdit::NodesEdit(std::vector<Entry> entries, host::Path file)
-    : PathEdit(std::move(file)), entries_(std::move(entries)) {
+NodesEdit::NodesEdit(std::vector<Entry> entries, Path file) : PathEdit(std::move(file)), entries_(std::move(entries)) {
     for (const Entry& entry : entries_) {
         requireStorable(entry.path, this->file());
         ids_.push_back(getIds(entry.path));
@@ -186,7 +177,7 @@ RowChanges NodeRemoval::apply(const Answer& answer, const SeenChanges& seen) con
     return changes;
 }
 
-PathRemoval::PathRemoval(std::vector<MetadataPath> paths, host::Path file)
+PathRemoval::PathRemoval(std::vector<MetadataPath> paths, Path file)
     : PathEdit(std::move(file)), paths_(std::move(paths)) {
     for (const MetadataPath& path : paths_)
         ids_.push_back(getId(path));
@@ -232,7 +223,7 @@ RowChanges PathRemoval::apply(const Answer& answer, const SeenChanges& seen) con
     return changes;
 }
 
-Arrangement::Arrangement(const std::vector<MetadataPath>& paths, host::Path file)
+Arrangement::Arrangement(const std::vector<MetadataPath>& paths, Path file)
     : PathEdit(std::move(file)),
       wanted_(paths),
       ids_(wanted_.getSize(), rootId),
@@ -289,7 +280,7 @@ RowChanges Arrangement::apply(const Answer& answer, const SeenChanges& seen) con
         }
         if (areInOrder)
             continue;
-        const std::vector<std::int64_t> positions = store_support::arrangePositions(now);
+        const std::vector<std::int64_t> positions = arrangePositions(now);
         for (std::size_t i = 0; i < children.size(); ++i) {
             const PathId& id = ids_[children[i]];
             if (!now[i])

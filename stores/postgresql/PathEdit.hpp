@@ -9,10 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataPath.hpp"
 #include "store_support/SeenChanges.hpp"
 #include "store_support/WantedTree.hpp"
+#include "stores/Names.hpp"
 #include "stores/postgresql/ProjectTable.hpp"
 
 namespace stores::postgresql {
@@ -26,58 +25,61 @@ public:
     PathEdit(const PathEdit&) = delete;
     PathEdit& operator=(const PathEdit&) = delete;
 
+    /// Whether it makes the project if there is none.
+    virtual bool makesProject() const { return false; }
+
     /// What has to be known for it.
     virtual Question getQuestion() const = 0;
 
     /// What it does where that is so.
-    /// @throws project::metadata::MetadataWriteFailure naming the file and the path, if a node would be replaced or a
+    /// @throws MetadataWriteFailure naming the file and the path, if a node would be replaced or a
     ///         path removed that somebody else has changed unseen, or that is damaged, or if a path has too many steps;
     ///         host::InterruptedException
     virtual RowChanges apply(const Answer& answer, const SeenChanges& seen) const = 0;
 
 protected:
     /// @param file the file to name in errors
-    explicit PathEdit(host::Path file) : file_(std::move(file)) {}
+    explicit PathEdit(Path file) : file_(std::move(file)) {}
 
-    const host::Path& file() const noexcept { return file_; }
+    const Path& file() const noexcept { return file_; }
 
-    [[noreturn]] void refuse(const project::metadata::MetadataPath& path, const std::u16string& problem) const;
+    [[noreturn]] void refuse(const MetadataPath& path, const std::u16string& problem) const;
 
     /// @param getPath tells the path of the row, as far as it is known
     void requireReplaceable(const Row& row, const SeenChanges& seen,
-                            const std::function<project::metadata::MetadataPath()>& getPath) const;
-    void requireRemovable(const Row& row, const SeenChanges& seen,
-                          const std::function<project::metadata::MetadataPath()>& getPath) const;
+                            const std::function<MetadataPath()>& getPath) const;
+    void requireRemovable(const Row& row, const SeenChanges& seen, const std::function<MetadataPath()>& getPath) const;
 
     /// The row of `path`, whose number is `id`; null if there is none.
-    const Row* find(const Answer& answer, const PathId& id, const project::metadata::MetadataPath& path) const;
+    const Row* find(const Answer& answer, const PathId& id, const MetadataPath& path) const;
 
     /// Replaces the node of a row, unless it is the same.
-    void replaceNode(const Row& row, const NodeValue& node, const SeenChanges& seen,
-                     const project::metadata::MetadataPath& path, RowChanges& changes) const;
+    void replaceNode(const Row& row, const NodeValue& node, const SeenChanges& seen, const MetadataPath& path,
+                     RowChanges& changes) const;
 
 private:
-    host::Path file_;
+    Path file_;
 };
 
 /// Adds paths, and gives nodes to them or takes those away.
 class NodesEdit final : public PathEdit {
 public:
     struct Entry {
-        project::metadata::MetadataPath path;
+        MetadataPath path;
         NodeValue node;
         bool keepsNode;  ///< whether the node of a path that exists stays
     };
 
-    NodesEdit(std::vector<Entry> entries, host::Path file);
+    NodesEdit(std::vector<Entry> entries, Path file);
 
+    bool makesProject() const override { return !entries_.empty(); }
     Question getQuestion() const override;
     RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
 
 private:
     /// @param exists whether the path itself does
-    void requireSoundAncestors(const Answer& answer, const std::vector<PathId>& ids,
-                               const project::metadata::MetadataPath& path, bool exists) const;
+    void requireSoundAncestors(const Answer& answer, const std::vector<PathId>& ids, const MetadataPath& path,
+                               bool exists) const;
 
     std::vector<Entry> entries_;
     std::vector<std::vector<PathId>> ids_;  // of the ancestors of each and of itself
@@ -86,27 +88,26 @@ private:
 /// Takes the node of a path away.
 class NodeRemoval final : public PathEdit {
 public:
-    NodeRemoval(project::metadata::MetadataPath path, host::Path file)
-        : PathEdit(std::move(file)), path_(std::move(path)), id_(getId(path_)) {}
+    NodeRemoval(MetadataPath path, Path file) : PathEdit(std::move(file)), path_(std::move(path)), id_(getId(path_)) {}
 
     Question getQuestion() const override;
     RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
 
 private:
-    project::metadata::MetadataPath path_;
+    MetadataPath path_;
     PathId id_;
 };
 
 /// Removes paths with all that is below them; of the root path, only that and its node.
 class PathRemoval final : public PathEdit {
 public:
-    PathRemoval(std::vector<project::metadata::MetadataPath> paths, host::Path file);
+    PathRemoval(std::vector<MetadataPath> paths, Path file);
 
     Question getQuestion() const override;
     RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
 
 private:
-    std::vector<project::metadata::MetadataPath> paths_;
+    std::vector<MetadataPath> paths_;
     std::vector<PathId> ids_;
 };
 
@@ -114,15 +115,16 @@ private:
 class Arrangement final : public PathEdit {
 public:
     /// @param paths must outlive the object
-    Arrangement(const std::vector<project::metadata::MetadataPath>& paths, host::Path file);
+    Arrangement(const std::vector<MetadataPath>& paths, Path file);
 
+    bool makesProject() const override { return true; }
     Question getQuestion() const override;
     RowChanges apply(const Answer& answer, const SeenChanges& seen) const override;
 
 private:
-    project::metadata::MetadataPath getPath(std::size_t wanted) const;
+    MetadataPath getPath(std::size_t wanted) const;
 
-    store_support::WantedTree wanted_;
+    WantedTree wanted_;
     std::vector<PathId> ids_;           // by the index in `wanted_`
     std::vector<std::size_t> parents_;  // likewise
     bool keepsRootNode_;

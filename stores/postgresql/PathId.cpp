@@ -2,14 +2,7 @@
 
 #include <boost/uuid/name_generator_sha1.hpp>
 
-#include <cstdint>
-
-#include "host/Text.hpp"
-
 namespace stores::postgresql {
-
-using project::metadata::MetadataPath;
-using project::metadata::PathElement;
 
 namespace {
 
@@ -18,8 +11,8 @@ constexpr char unitsFollow = '\xFF';
 }  // namespace
 
 std::string encodeText(const std::u16string& text) {
-    std::string bytes = host::toUtf8(text);
-    if (host::fromUtf8(bytes) == text)
+    std::string bytes = toUtf8(text);
+    if (fromUtf8(bytes) == text)
         return bytes;
     bytes = unitsFollow;
     for (const char16_t unit : text) {
@@ -32,7 +25,7 @@ std::string encodeText(const std::u16string& text) {
 std::optional<std::u16string> decodeText(std::string_view bytes) {
     std::u16string text;
     if (bytes.empty() || bytes.front() != unitsFollow) {
-        text = host::fromUtf8(bytes);
+        text = fromUtf8(bytes);
     } else {
         for (std::size_t i = 1; i + 1 < bytes.size(); i += 2) {
             const auto low = static_cast<unsigned char>(bytes[i]);

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "project/metadata/MetadataPath.hpp"
+#include "stores/Names.hpp"
 
 namespace stores::postgresql {
 
@@ -29,12 +29,12 @@ std::string encodeText(const std::u16string& text);
 /// No value if `bytes` are not what `encodeText` makes.
 std::optional<std::u16string> decodeText(std::string_view bytes);
 
-PathId getChildId(const PathId& parent, const project::metadata::PathElement& element);
+PathId getChildId(const PathId& parent, const PathElement& element);
 
 /// The numbers of the root path, of the path's other ancestors and of itself, in this order.
-std::vector<PathId> getIds(const project::metadata::MetadataPath& path);
+std::vector<PathId> getIds(const MetadataPath& path);
 
 /// The number of the path itself.
-PathId getId(const project::metadata::MetadataPath& path);
+PathId getId(const MetadataPath& path);
 
 }  // namespace stores::postgresql

@@ -2,22 +2,12 @@
 
 #include <utility>
 
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/StoreFiles.hpp"
 #include "store_support/TreeRules.hpp"
 #include "stores/postgresql/Damage.hpp"
 
 namespace stores::postgresql {
-
-using host::Path;
-using project::metadata::MetadataNode;
-using project::metadata::MetadataPath;
-using project::metadata::PathElement;
-using store_support::decodeNode;
-using store_support::encodeNode;
-using store_support::maximumSteps;
-using store_support::requireStorable;
 
 namespace {
 
@@ -26,26 +16,20 @@ const std::u16string& schemaOption = *new std::u16string(u"schema");
 
 }  // namespace
 
-PostgresqlManager::PostgresqlManager(const Path& folder, store_support::JobRunner runJob,
-                                     std::chrono::milliseconds limit)
+PostgresqlManager::PostgresqlManager(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
     : project_(folder, std::move(runJob), limit) {}
 
 void PostgresqlManager::setNode(const MetadataPath& path, const MetadataNode& node) {
-    requireStorable(node, project_.getCoreFile());
-    project_.change(NodesEdit({{path, encodeNode(node), false}}, project_.getCoreFile()));
+    const auto stored = requireStorable(node, project_.getCoreFile());
+    project_.change(NodesEdit({{path, encodeNode(*stored), false}}, project_.getCoreFile()));
 }
 
 void PostgresqlManager::removeNode(const MetadataPath& path) {
-    if (project_.exists())
-        project_.change(NodeRemoval(path, project_.getCoreFile()));
+    project_.change(NodeRemoval(path, project_.getCoreFile()));
 }
 
 void PostgresqlManager::addPath(const MetadataPath& path) {
     project_.change(NodesEdit({{path, std::nullopt, true}}, project_.getCoreFile()));
-}
-
-void PostgresqlManager::removePath(const MetadataPath& path) {
-    removePaths({path});
 }
 
 std::unique_ptr<MetadataNode> PostgresqlManager::getNode(const MetadataPath& path) const {
@@ -53,8 +37,10 @@ std::unique_ptr<MetadataNode> PostgresqlManager::getNode(const MetadataPath& pat
     if (!row || !row->node)
         return nullptr;
     auto node = decodeNode(*row->node);
-    if (!node)
+    if (!node) {
+        project_.tellDamage(describeBadNode(*row), row->changed);
         project_.raiseDamage(u"the node of the path \"" + path.string() + u"\" is damaged");
+    }
     return node;
 }
 
@@ -62,16 +48,14 @@ void PostgresqlManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Me
     std::vector<NodesEdit::Entry> entries;
     entries.reserve(nodes.size());
     for (const auto& [path, node] : nodes) {
-        if (node)
-            requireStorable(*node, project_.getCoreFile());
-        entries.push_back({path, node ? NodeValue(encodeNode(*node)) : std::nullopt, false});
+        const auto stored = node ? requireStorable(*node, project_.getCoreFile()) : nullptr;
+        entries.push_back({path, stored ? NodeValue(encodeNode(*stored)) : std::nullopt, false});
     }
     project_.change(NodesEdit(std::move(entries), project_.getCoreFile()));
 }
 
 void PostgresqlManager::removePaths(const std::vector<MetadataPath>& paths) {
-    if (project_.exists())
-        project_.change(PathRemoval(paths, project_.getCoreFile()));
+    project_.change(PathRemoval(paths, project_.getCoreFile()));
 }
 
 bool PostgresqlManager::hasNode(const MetadataPath& path) const {
@@ -81,10 +65,16 @@ bool PostgresqlManager::hasNode(const MetadataPath& path) const {
 
 std::vector<MetadataPath> PostgresqlManager::getChildren(const MetadataPath& path) const {
     std::vector<MetadataPath> children;
-    // What lies deeper is damage; it would make longer and longer paths.
-    if (path.getPath().size() >= maximumSteps)
+    const std::vector<const Row*> rows = project_.readChildren(getId(path));
+    if (path.getPath().size() >= maximumSteps) {
+        // What lies deeper is damage; it would make longer and longer paths.
+        if (!rows.empty()) {
+            project_.tellDamage(u"the path \"" + path.string() + u'"' + store_support::pathsBeyondLimit(),
+                                rows.front()->changed);
+        }
         return children;
-    for (const Row* row : project_.readChildren(getId(path))) {
+    }
+    for (const Row* row : rows) {
         // Of a branch there is no more to know than that it exists.
         if (!row->hasNode)
             project_.addSeen(row->id, row->changed);
@@ -104,8 +94,8 @@ void PostgresqlManager::setPaths(const std::vector<MetadataPath>& paths) {
     project_.change(Arrangement(paths, project_.getCoreFile()));
 }
 
-std::vector<project::metadata::MetadataDamage> PostgresqlManager::findDamage() const {
-    std::vector<project::metadata::MetadataDamage> damage;
+std::vector<MetadataDamage> PostgresqlManager::findDamage() const {
+    std::vector<MetadataDamage> damage;
     Question question;
     question.allBut.emplace();
     if (const auto answer = project_.ask(question)) {
@@ -116,11 +106,7 @@ std::vector<project::metadata::MetadataDamage> PostgresqlManager::findDamage() c
 }
 
 std::vector<project::metadata::StoreFile> PostgresqlManager::listFiles() const {
-    return store_support::listStoreFiles(project_.getCoreFile().parentPath(), {});
-}
-
-host::Path PostgresqlManager::getNodeFile(const MetadataPath& /*path*/) const {
-    return {};
+    return listStoreFiles(project_.getCoreFile().parentPath(), {});
 }
 
 std::vector<project::metadata::MetadataOption> PostgresqlManager::getOptions() const {
@@ -150,8 +136,10 @@ bool PostgresqlManager::removeContent(std::int64_t version) {
 
 const Row* PostgresqlManager::findRow(const MetadataPath& path) const {
     const Row* const row = project_.readRow(getId(path));
-    if (row && !row->isSound())
+    if (row && !row->isSound()) {
+        project_.tellDamage(describeMisfit(*row), row->changed);
         project_.raiseDamage(u"the row of the path \"" + path.string() + u"\" says that it is another one");
+    }
     if (row)
         project_.addSeen(row->id, row->changed);
     return row;

@@ -8,13 +8,12 @@
 #include <memory>
 #include <vector>
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/MetadataOptions.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
+#include "stores/Names.hpp"
 #include "stores/postgresql/ServerProject.hpp"
 
 namespace stores::postgresql {
@@ -30,27 +29,23 @@ class PostgresqlManager : public project::metadata::MetadataManager,
 public:
     /// @param folder the metadata folder, which need not exist
     /// @param limit how long to wait for the server and for others
-    /// @throws project::metadata::MetadataReadFailure
-    PostgresqlManager(const host::Path& folder, store_support::JobRunner runJob,
-                      std::chrono::milliseconds limit = store_support::lockLimit);
+    /// @throws MetadataReadFailure
+    PostgresqlManager(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit = lockLimit);
 
-    void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode& node) override;
-    void removeNode(const project::metadata::MetadataPath& path) override;
-    void addPath(const project::metadata::MetadataPath& path) override;
-    void removePath(const project::metadata::MetadataPath& path) override;
-    std::unique_ptr<project::metadata::MetadataNode> getNode(
-        const project::metadata::MetadataPath& path) const override;
-    void setNodes(const std::map<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>&
-                      nodes) override;
-    void removePaths(const std::vector<project::metadata::MetadataPath>& paths) override;
-    bool hasNode(const project::metadata::MetadataPath& path) const override;
-    std::vector<project::metadata::MetadataPath> getChildren(
-        const project::metadata::MetadataPath& path) const override;
-    bool hasPath(const project::metadata::MetadataPath& path) const override;
-    void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
-    std::vector<project::metadata::MetadataDamage> findDamage() const override;
+    void setNode(const MetadataPath& path, const MetadataNode& node) override;
+    void removeNode(const MetadataPath& path) override;
+    void addPath(const MetadataPath& path) override;
+    void removePath(const MetadataPath& path) override { removePaths({path}); }
+    std::unique_ptr<MetadataNode> getNode(const MetadataPath& path) const override;
+    void setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) override;
+    void removePaths(const std::vector<MetadataPath>& paths) override;
+    bool hasNode(const MetadataPath& path) const override;
+    std::vector<MetadataPath> getChildren(const MetadataPath& path) const override;
+    bool hasPath(const MetadataPath& path) const override;
+    void setPaths(const std::vector<MetadataPath>& paths) override;
+    std::vector<MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
-    host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
+    Path getNodeFile(const MetadataPath& /*path*/) const override { return {}; }
     std::vector<project::metadata::MetadataOption> getOptions() const override;
     void setOption(const std::u16string& name, const std::u16string& value) override;
     std::int64_t getContentVersion() const override;
@@ -59,7 +54,7 @@ public:
 
 private:
     /// The row of `path`, of which the store's user knows then; null if it does not exist.
-    const Row* findRow(const project::metadata::MetadataPath& path) const;
+    const Row* findRow(const MetadataPath& path) const;
 
     mutable ServerProject project_;
 };

@@ -36,12 +36,9 @@
 
 #include <algorithm>
 
-#include "host/Text.hpp"
 #include "store_support/Positions.hpp"
 
 namespace stores::postgresql {
-
-using store_support::positionBound;
 
 namespace {
 

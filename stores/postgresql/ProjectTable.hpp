@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "project/metadata/MetadataPath.hpp"
+#include "stores/Names.hpp"
 #include "stores/postgresql/Connection.hpp"
 #include "stores/postgresql/PathId.hpp"
 
@@ -26,7 +26,7 @@ struct Row {
     PathId id;
     PathId parent;  ///< `rootId` for the root path too
     /// The last step; no value where it was not asked for, and where the columns hold no text, which is damage.
-    std::optional<project::metadata::PathElement> element;
+    std::optional<PathElement> element;
     std::int64_t position;
     bool hasNode;
     NodeValue node;        ///< no value where it was not asked for, too
@@ -67,7 +67,7 @@ struct RowChanges {
     struct NewRow {
         PathId id;
         PathId parent;
-        project::metadata::PathElement element;
+        PathElement element;
         std::int64_t position;
         NodeValue node;
     };

@@ -110,7 +110,7 @@ void ReadAhead::add(const Question& question, Answer answer) {
         std::vector<PathId> list;
         for (Row& row : answer.childrenOf[parent]) {
             if (!row.isSound())
-                continue;  // damage, which findDamage tells
+                continue;  // damage, which whoever has asked tells
             list.push_back(row.id);
             if (listed_.size() < mostListed && places_.emplace(row.id, listed_.end()).second)
                 places_[row.id] = listed_.insert(listed_.end(), row.id);

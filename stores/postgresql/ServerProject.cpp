@@ -31,22 +31,15 @@
 #include <utility>
 
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
-#include "project/metadata/CoreFile.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/CoreFileType.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FileBatch.hpp"
 #include "store_support/FolderLock.hpp"
+#include "stores/postgresql/Damage.hpp"
 
 namespace stores::postgresql {
 
-using host::Path;
 using project::metadata::FileJob;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
-using store_support::FolderLock;
 
 namespace {
 
@@ -73,7 +66,7 @@ uuid makeRandom() {
 }
 
 std::u16string describe(const Address& address) {
-    return u"the project " + host::fromUtf8(to_string(address.project)) + u" in the schema \"" + address.server.schema +
+    return u"the project " + fromUtf8(to_string(address.project)) + u" in the schema \"" + address.server.schema +
            u"\" of the service \"" + address.server.service + u'"';
 }
 
@@ -89,11 +82,8 @@ Answer makeFirstAnswer() {
 
 }  // namespace
 
-ServerProject::ServerProject(const Path& folder, store_support::JobRunner runJob, std::chrono::milliseconds limit)
-    : folder_(folder),
-      coreFile_(folder / project::metadata::coreFileName()),
-      runJob_(std::move(runJob)),
-      limit_(limit) {
+ServerProject::ServerProject(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
+    : folder_(folder), coreFile_(folder / coreFileName()), runJob_(std::move(runJob)), limit_(limit) {
     if (const auto answer = ask({}))
         seen_ = SeenChanges(answer->batch);
 }
@@ -110,7 +100,7 @@ Server ServerProject::getServerForNew() const {
 }
 
 bool ServerProject::find() {
-    auto version = store_support::getFileVersion(coreFile_);
+    auto version = getFileVersion(coreFile_);
     if (version && version_ && *version == *version_)
         return true;
     version_.reset();
@@ -129,11 +119,11 @@ bool ServerProject::find() {
 }
 
 void ServerProject::connect(const Server& server, Clock::time_point end) {
-    connection_.emplace(host::toUtf8(server.service), end);
+    connection_.emplace(toUtf8(server.service), end);
     connected_ = server;
     listensTo_.reset();
     Calls calls;
-    prepareSession(calls, host::toUtf8(server.schema), limit_);
+    prepareSession(calls, toUtf8(server.schema), limit_);
     const std::size_t version = calls.size();
     askForVersion(calls);
     try {
@@ -181,6 +171,7 @@ std::optional<Answer> ServerProject::ask(const Question& question) {
             const auto results = connection.run(calls, Patience::interruptible);
             if (auto answer = takeAnswer(question, results.data(), Asking::atOneMoment)) {
                 noteLook(begin, answer->batch);
+                seen_.noteLast(answer->batch);
                 return answer;
             }
             throw ServerError("there is no such project, or no more", "", false);
@@ -222,7 +213,14 @@ std::vector<const Row*> ServerProject::readChildren(const PathId& parent) {
     auto children = ahead_.findChildren(parent);
     if (!children || !isUpToDate()) {
         const Question question = ahead_.getQuestion(parent);
-        ahead_.add(question, *ask(question));
+        Answer answer = *ask(question);
+        for (const auto& list : answer.childrenOf) {
+            for (const Row& row : list.second) {
+                if (!row.isSound())
+                    tellDamage(describeMisfit(row), row.changed);
+            }
+        }
+        ahead_.add(question, std::move(answer));
         children = ahead_.findChildren(parent);
     }
     return *children;
@@ -275,7 +273,7 @@ std::int64_t ServerProject::waitForBatch(std::int64_t known, int other, Clock::t
 
 void ServerProject::change(const PathEdit& edit) {
     while (true) {
-        store_support::requireMetadataType(folder_, postgresqlName);
+        requireMetadataType(folder_, postgresqlName);
         const auto answer = ask(edit.getQuestion());
         if (answer) {
             const RowChanges changes = edit.apply(*answer, seen_);
@@ -283,7 +281,7 @@ void ServerProject::change(const PathEdit& edit) {
                 runJob_(FileJob({coreFile_}, {}, [&] { write(edit, changes, answer->batch); }));
             return;
         }
-        if (create(edit))
+        if (!edit.makesProject() || create(edit))
             return;
     }
 }
@@ -291,7 +289,7 @@ void ServerProject::change(const PathEdit& edit) {
 void ServerProject::write(const PathEdit& edit, const RowChanges& changes, std::int64_t last) {
     host::Interruption::throwIfRequested();
     const uuid project = address_->project;
-    store_support::requireMetadataType(folder_, postgresqlName);
+    requireMetadataType(folder_, postgresqlName);
     if (!find() || address_->project != project)
         raise<MetadataWriteFailure>(coreFile_.text(), u"its project has been removed or replaced meanwhile");
     seen_.reserveOwn();
@@ -336,6 +334,7 @@ std::optional<std::int64_t> ServerProject::write(const PathEdit& edit, const Row
                 return results.back().integer(0, 0);
             if (isInDoubt && answer->batch > last + rememberedBatches)
                 throw ServerError("too many changes have been made since", "", false);
+            seen_.noteLast(answer->batch);
             const RowChanges anew = edit.apply(*answer, seen_);
             if (anew.areNone())
                 return std::nullopt;
@@ -370,7 +369,7 @@ bool ServerProject::create(const PathEdit& edit) {
     const Address address{getServerForNew(), makeRandom()};
     requireAllowed(address.server, coreFile_);
     const RowChanges changes = edit.apply(makeFirstAnswer(), SeenChanges());
-    store_support::FileBatch core;
+    FileBatch core;
     core.folder = folder_;
     core.filesToWrite = {coreFile_};
     core.write = [&](std::size_t, const Path& staged) { writeAddress(address, staged); };
@@ -453,6 +452,10 @@ bool ServerProject::remove(std::int64_t last) {
     }
 }
 
+void ServerProject::tellDamage(const std::u16string& problem, std::int64_t version) {
+    teller_.tell({coreFile_, describe() + u": " + problem}, version);
+}
+
 void ServerProject::raiseDamage(const std::u16string& problem) const {
     raise<MetadataReadFailure>(coreFile_.text(), describe() + u": " + problem);
 }
@@ -462,9 +465,9 @@ std::u16string ServerProject::describe() const {
 }
 
 std::u16string ServerProject::describe(const Address& address, const ServerError& error) const {
-    std::u16string cause = host::fromUtf8(error.what());
+    std::u16string cause = fromUtf8(error.what());
     if (error.state() == lockNotAvailable)
-        cause = u"another program has held it for more than " + host::fromUtf8(std::to_string(limit_.count())) + u" ms";
+        cause = u"another program has held it for more than " + fromUtf8(std::to_string(limit_.count())) + u" ms";
     return postgresql::describe(address) + u": " + cause;
 }
 

@@ -5,13 +5,14 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <optional>
 #include <string>
 
 #include "host/Path.hpp"
+#include "store_support/DamageTeller.hpp"
 #include "store_support/FileVersion.hpp"
 #include "store_support/StoreFactory.hpp"
+#include "stores/Names.hpp"
 #include "stores/postgresql/Address.hpp"
 #include "stores/postgresql/Connection.hpp"
 #include "stores/postgresql/PathEdit.hpp"
@@ -25,31 +26,32 @@ public:
     /// Looks where the project is, if there is one, and connects to the server.
     /// @param folder the metadata folder
     /// @param limit how long to wait for the server and for others
-    /// @throws project::metadata::MetadataReadFailure naming the core file, the server, the project and the cause
-    ServerProject(const host::Path& folder, store_support::JobRunner runJob, std::chrono::milliseconds limit);
+    /// @throws MetadataReadFailure naming the core file, the server, the project and the cause
+    ServerProject(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit);
 
-    const host::Path& getCoreFile() const noexcept { return coreFile_; }
+    const Path& getCoreFile() const noexcept { return coreFile_; }
 
     /// Where a new project is made; without that, on the first server that the settings allow.
     void chooseService(std::u16string service) { chosenService_ = std::move(service); }
     void chooseSchema(std::u16string schema) { chosenSchema_ = std::move(schema); }
 
     /// What there is of the project at one moment. No value if there is no project.
-    /// @throws project::metadata::MetadataReadFailure as the constructor; host::InterruptedException
+    /// @throws MetadataReadFailure as the constructor; host::InterruptedException
     std::optional<Answer> ask(const Question& question);
 
     /// The row `id`, null if there is none. It stays until the next question.
     /// @throws as `ask`
     const Row* readRow(const PathId& id);
 
-    /// The rows of the children of a path, in their order; without those that are damaged. They stay until the next
-    /// question. @throws as `ask`
+    /// The rows of the children of a path, in their order; without those that are damaged, which are told. They stay
+    /// until the next question. @throws as `ask`
     std::vector<const Row*> readChildren(const PathId& parent);
 
     /// The store's user knows the row `id` as the batch `changed` left it.
     void addSeen(const PathId& id, std::int64_t changed) { seen_.addRow(id, changed); }
 
-    /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none.
+    /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none and
+    /// `edit` does that.
     /// @throws project::metadata::MetadataWriteFailure naming the core file, the server, the project and the cause; as
     ///         `PathEdit` and `ask`
     void change(const PathEdit& edit);
@@ -57,19 +59,20 @@ public:
     /// Removes the project that was used last from the server, unless there are batches after `last`. What has become
     /// of its core file meanwhile does not matter.
     /// @return whether it is gone
-    /// @throws project::metadata::MetadataWriteFailure; as `ask`
+    /// @throws MetadataWriteFailure; as `ask`
     bool remove(std::int64_t last);
 
     /// Waits until the number of the last batch is another than `known`, until `end`, or until the file descriptor
     /// `other` can be read, -1 for none. @return the number; 0 if there is no project
-    /// @throws project::metadata::MetadataReadFailure; host::InterruptedException
+    /// @throws MetadataReadFailure; host::InterruptedException
     std::int64_t waitForBatch(std::int64_t known, int other, std::chrono::steady_clock::time_point end);
-
-    /// Whether there is a project. @throws project::metadata::MetadataReadFailure as the constructor
-    bool exists() { return find(); }
 
     /// Which project of which server it is, in words. It must exist.
     std::u16string describe() const;
+
+    /// Tells of damage in the rows of the server, once.
+    /// @param version the batch that has changed the damaged row last
+    void tellDamage(const std::u16string& problem, std::int64_t version);
 
     /// That the rows of the server say something that no store writes.
     [[noreturn]] void raiseDamage(const std::u16string& problem) const;
@@ -107,7 +110,7 @@ private:
     /// Whether a batch that failed like that may succeed if nobody is told of it, as is done from now on.
     bool canDoWithoutTelling(const ServerError& error);
 
-    /// @throws project::metadata::MetadataWriteFailure if there is none
+    /// @throws MetadataWriteFailure if there is none
     Server getServerForNew() const;
 
     /// @return false if somebody else has made the project meanwhile
@@ -117,15 +120,15 @@ private:
 
     std::u16string describe(const Address& address, const ServerError& error) const;
 
-    host::Path folder_;
-    host::Path coreFile_;
-    store_support::JobRunner runJob_;
+    Path folder_;
+    Path coreFile_;
+    JobRunner runJob_;
     std::chrono::milliseconds limit_;
     std::optional<std::u16string> chosenService_, chosenSchema_;
 
-    std::optional<store_support::FileVersion> version_;  // of the core file that was read last
-    std::optional<Address> address_;                     // what it says
-    std::optional<Server> connected_;                    // where the connection leads
+    std::optional<FileVersion> version_;  // of the core file that was read last
+    std::optional<Address> address_;      // what it says
+    std::optional<Server> connected_;     // where the connection leads
     std::optional<Connection> connection_;
     bool hasTables_ = false;         // whether there are tables where the connection leads
     bool canTell_ = false;           // whether batches are told to those who listen there
@@ -135,6 +138,7 @@ private:
     Clock::time_point nextLook_;     // when to look for batches if nothing is told before
     SeenChanges seen_;
     ReadAhead ahead_;
+    store_support::DamageTeller teller_;
     Clock::duration fastestLook_ = std::chrono::milliseconds(50);
     std::int64_t lastBatch_ = 0;      // when the server was asked last
     Clock::time_point isFreshUntil_;  // that number

@@ -3,7 +3,7 @@
 // A project has a database if it has a core file. Both come into being as one batch of files, the database with the
 // first change in it, so there is never one without the other unless somebody has removed one. A core file without
 // a database is damage. A database without a core file belongs to no project, but may be all that is left of one: it is
-// neither read nor overwritten.
+// neither opened nor overwritten. A store that has it open when the core file goes can still read it.
 //
 // At rest the database is a single file in SQLite's rollback mode. So reading needs no permission to write and makes no
 // other files, and the file can be copied or kept under version control as it is. The first change of a store turns the
@@ -13,8 +13,9 @@
 // next one that opens the database carries on with it.
 //
 // A file of the same name that replaces the database, as version control systems do it, is noticed by its inode, which
-// no other file can have while this one is open; and all that is in it counts as changed by somebody else. What SQLite
-// says of every database holds here too: it must not be replaced while its log is on in another program.
+// no other file can have while this one is open; and all that is in it counts as changed by somebody else. So does an
+// older content that is copied into the same file, by the number of its last batch. What SQLite says of every database
+// holds here too: it must not be replaced while its log is on in another program.
 
 #include "stores/sqlite/Database.hpp"
 
@@ -29,10 +30,7 @@
 
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
-#include "host/Text.hpp"
-#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/BatchJournal.hpp"
@@ -43,23 +41,7 @@
 
 namespace stores::sqlite {
 
-using host::Path;
 using project::metadata::FileJob;
-using project::metadata::MetadataReadFailure;
-using project::metadata::MetadataWriteFailure;
-using project::metadata::raise;
-using store_support::commit;
-using store_support::FileBatch;
-using store_support::FileWatch;
-using store_support::FolderLock;
-using store_support::getFileVersion;
-using store_support::getScratchFolder;
-using store_support::JobRunner;
-using store_support::projectElementName;
-using store_support::readMetadataType;
-using store_support::requireMetadataType;
-using store_support::requireWritable;
-using store_support::settle;
 
 const std::u16string& sqliteName = *new std::u16string(u"sqlite");
 
@@ -89,7 +71,7 @@ std::string getOpenName(const Path& file) {
     const std::string folder = project::metadata::getParentFolder(file).accessName();
     char* const resolved = realpath(folder.c_str(), nullptr);
     if (!resolved) {
-        raise<MetadataReadFailure>(file.text(), host::fromUtf8(std::generic_category().message(errno)));
+        raise<MetadataReadFailure>(file.text(), fromUtf8(std::generic_category().message(errno)));
     }
     std::string name = resolved;
     std::free(resolved);
@@ -153,22 +135,24 @@ bool holdsDatabase(const Path& folder) {
             return true;  // opening it will tell
         if (error.isNoDatabase())
             return false;
-        raise<MetadataReadFailure>(file.text(), host::fromUtf8(error.what()));
+        raise<MetadataReadFailure>(file.text(), fromUtf8(error.what()));
     }
 }
 
 Database::Database(const Path& folder, JobRunner runJob, std::chrono::milliseconds lockLimit)
     : folder_(folder),
       file_(folder / databaseName),
-      coreFile_(folder / project::metadata::coreFileName()),
+      coreFile_(folder / coreFileName()),
       runJob_(std::move(runJob)),
       lockLimit_(lockLimit) {
     read([](PathTable& table, SeenChanges& seen) { seen = SeenChanges(table.getBatch()); });
 }
 
 std::optional<std::u16string> Database::findCoreFileDamage() const {
-    if (!examine(coreFile_))
-        return std::nullopt;
+    if (!examine(coreFile_)) {
+        const std::u16string missing = u"it is missing, while \"" + file_.fileName().text() + u"\" beside it is there";
+        return examine(file_) ? std::optional(missing) : std::nullopt;
+    }
     try {
         if (readMetadataType(coreFile_) == sqliteName)
             return std::nullopt;
@@ -251,11 +235,10 @@ void Database::close() noexcept {
     connection_.reset();
 }
 
-void Database::abandon() noexcept {
-    if (!connection_ || rollBack(*connection_))
-        return;
-    // Without memory not even that works; closing needs none.
-    drop();
+void Database::finish() noexcept {
+    // Without memory not even rolling back works; closing needs none.
+    if (connection_ && (!rollBack(*connection_) || isStuck(*connection_)))
+        drop();
 }
 
 void Database::drop() noexcept {
@@ -297,9 +280,10 @@ void Database::readOpened(const Read& action) {
         drop();
         raiseReadFailure(error);
     } catch (...) {
-        abandon();
+        finish();
         throw;
     }
+    finish();
 }
 
 SeenChanges* Database::findUnchanged() {
@@ -314,7 +298,7 @@ std::optional<ChangeMark> Database::readMark() const {
 }
 
 void Database::look(const std::optional<ChangeMark>& before) {
-    table_->getBatch();
+    seen_.noteLast(table_->getBatch());
     const bool wasLogOn = std::exchange(isLogOn_, !isImmutable_ && hasLog(*connection_));
     auto mark = readMark();
     // With a log somebody may write meanwhile, without one nobody.
@@ -332,12 +316,18 @@ void Database::look(const std::optional<ChangeMark>& before) {
 }
 
 void Database::change(const Edit& edit) {
-    while (!open()) {
+    while (!changeExisting(edit)) {
         if (create(edit))
             return;
     }
+}
+
+bool Database::changeExisting(const Edit& edit) {
+    if (!open())
+        return false;
     if (wouldChange(edit))
         runJob_(FileJob({file_}, {}, [&] { write(edit); }));
+    return true;
 }
 
 bool Database::wouldChange(const Edit& edit) {
@@ -360,7 +350,7 @@ void Database::tidyUp() const {
 
 void Database::write(const Edit& edit) {
     tidyUp();
-    if (!open())
+    if (!open() || !examine(coreFile_))
         raise<MetadataWriteFailure>(file_.text(), u"its project has been removed meanwhile");
     requireMetadataType(folder_, sqliteName);
     requireWritable(file_);
@@ -382,9 +372,10 @@ void Database::write(const Edit& edit) {
             host::Interruption::throwIfRequested();
         raise<MetadataWriteFailure>(file_.text(), getCause(error));
     } catch (...) {
-        abandon();
+        finish();
         throw;
     }
+    finish();
 }
 
 void Database::tryToWrite(const Edit& edit) {
@@ -437,7 +428,7 @@ bool Database::create(const Edit& edit) {
             createFile(staged, edit);
         } else {
             project::metadata::MetadataNodeSpecification core(projectElementName);
-            core.put(project::metadata::metadataTypeKey(), sqliteName);
+            core.put(metadataTypeKey(), sqliteName);
             project::metadata::writeToFile(core, staged, true);
         }
     };
@@ -513,13 +504,13 @@ std::u16string Database::getCause(const SqliteError& error) const {
     const auto longest = static_cast<std::size_t>(sqlite3_vfs_find(nullptr)->mxPathname);
     if (error.isCannotOpen() && file_.accessName().size() + roomForEndings > longest) {
         return u"its name, with the folders, is too long for SQLite, which takes about " +
-               host::fromUtf8(std::to_string(longest)) + u" bytes";
+               fromUtf8(std::to_string(longest)) + u" bytes";
     }
     if (error.isGivenUp())
         return u"to look through it takes longer than that of any undamaged file of its size";
     if (!error.isLock())
-        return host::fromUtf8(error.what());
-    return u"another program has held it for more than " + host::fromUtf8(std::to_string(lockLimit_.count())) + u" ms";
+        return fromUtf8(error.what());
+    return u"another program has held it for more than " + fromUtf8(std::to_string(lockLimit_.count())) + u" ms";
 }
 
 }  // namespace stores::sqlite

@@ -10,9 +10,9 @@
 #include <optional>
 #include <string>
 
-#include "host/Path.hpp"
 #include "store_support/FileWatch.hpp"
 #include "store_support/StoreFactory.hpp"
+#include "stores/Names.hpp"
 #include "stores/sqlite/FileCheck.hpp"
 #include "stores/sqlite/PathEdit.hpp"
 #include "stores/sqlite/PathTable.hpp"
@@ -23,8 +23,8 @@ namespace stores::sqlite {
 extern const std::u16string& sqliteName;
 
 /// Whether the metadata folder `folder` holds a database of this store. It may be in use.
-/// @throws project::metadata::MetadataReadFailure if that cannot be found out
-bool holdsDatabase(const host::Path& folder);
+/// @throws MetadataReadFailure if that cannot be found out
+bool holdsDatabase(const Path& folder);
 
 /// A change, and whether it changes something. May be asked several times.
 using Edit = std::function<bool(PathEdit& edit)>;
@@ -34,44 +34,47 @@ public:
     /// Opens the database, if the folder has one that belongs to a project.
     /// @param folder the metadata folder
     /// @param lockLimit how long to wait for another program
-    /// @throws project::metadata::MetadataReadFailure naming the file and the cause
-    Database(const host::Path& folder, store_support::JobRunner runJob, std::chrono::milliseconds lockLimit);
+    /// @throws MetadataReadFailure naming the file and the cause
+    Database(const Path& folder, JobRunner runJob, std::chrono::milliseconds lockLimit);
 
     ~Database() { close(); }
 
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
 
-    const host::Path& getFile() const noexcept { return file_; }
-    const host::Path& getCoreFile() const noexcept { return coreFile_; }
+    const Path& getFile() const noexcept { return file_; }
+    const Path& getCoreFile() const noexcept { return coreFile_; }
 
     /// What is wrong with the core file. It says no more than the kind of store, and a sound database can be used
-    /// without it.
+    /// beside a damaged one.
     std::optional<std::u16string> findCoreFileDamage() const;
 
     /// Opens the database, or opens it anew if it is another one by now. @return whether there is one
-    /// @throws project::metadata::MetadataReadFailure naming the file and the cause
+    /// @throws MetadataReadFailure naming the file and the cause
     bool open();
 
     /// Reads from `table`, and says in `seen` which rows the store's user knows by that.
     using Read = std::function<void(PathTable& table, SeenChanges& seen)>;
 
     /// Calls `action` with the tables as they are at one moment; not at all if there is no database.
-    /// @throws project::metadata::MetadataReadFailure naming the file and the cause
+    /// @throws MetadataReadFailure naming the file and the cause
     void read(const Read& action);
 
     /// What is known of others' changes, if everything is as `read` found it last; null if it may not be. Costs less
     /// than `read`.
-    /// @throws project::metadata::MetadataReadFailure if that cannot be found out
+    /// @throws MetadataReadFailure if that cannot be found out
     SeenChanges* findUnchanged();
 
     /// How often `read` has found something that may have been changed since it was called last.
     std::uint64_t getGeneration() const noexcept { return generation_; }
 
     /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none.
-    /// @throws project::metadata::MetadataWriteFailure, ReadOnlyMetadataFailure naming the file or folder and the
+    /// @throws MetadataWriteFailure, ReadOnlyMetadataFailure naming the file or folder and the
     ///         cause; FailedToMakeMetadataWritable; as `read`
     void change(const Edit& edit);
+
+    /// As that, but makes no project. @return whether there is one
+    bool changeExisting(const Edit& edit);
 
 private:
     void close() noexcept;
@@ -90,8 +93,9 @@ private:
     /// No value while nothing is open, or if it cannot be had.
     std::optional<ChangeMark> readMark() const;
 
-    /// To be called when an operation was refused: no transaction stays open.
-    void abandon() noexcept;
+    /// To be called at the end of an operation, also of one that was refused: neither a transaction stays open, nor
+    /// a lock.
+    void finish() noexcept;
 
     /// To be called when SQLite has failed, which may still take locks for its own that it could not give back: the
     /// next operation opens the database again.
@@ -108,7 +112,7 @@ private:
 
     /// @return false if somebody else has made the project meanwhile
     bool create(const Edit& edit);
-    void createFile(const host::Path& staged, const Edit& edit);
+    void createFile(const Path& staged, const Edit& edit);
 
     /// Does `action`, again and again while somebody else holds a lock, until the limit is reached. SQLite itself waits
     /// for most locks, but not where two that wait could wait for each other.
@@ -117,10 +121,10 @@ private:
     [[noreturn]] void raiseReadFailure(const SqliteError& error) const;
     std::u16string getCause(const SqliteError& error) const;
 
-    host::Path folder_;
-    host::Path file_;
-    host::Path coreFile_;
-    store_support::JobRunner runJob_;
+    Path folder_;
+    Path file_;
+    Path coreFile_;
+    JobRunner runJob_;
     std::chrono::milliseconds lockLimit_;
 
     HeldFile held_;              // the file that was opened or made last
@@ -135,7 +139,7 @@ private:
     // What tells that nothing has changed since the last reading:
     bool isLogOn_ = false;
     std::optional<ChangeMark> mark_;  // no value if it is not known
-    store_support::FileWatch watch_;  // of the file that is open
+    FileWatch watch_;                 // of the file that is open
     std::uint64_t generation_ = 0;
 };
 

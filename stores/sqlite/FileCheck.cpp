@@ -9,17 +9,9 @@
 #include <cstdint>
 #include <string>
 
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/StoreErrors.hpp"
 
 namespace stores::sqlite {
-
-using host::Path;
-using project::metadata::MetadataReadFailure;
-using project::metadata::raise;
-using store_support::Descriptor;
-using store_support::raiseReadError;
-using store_support::requireRegular;
 
 namespace {
 
@@ -55,7 +47,7 @@ bool readAt(const Path& file, const Descriptor& descriptor, off_t offset, std::a
 }  // namespace
 
 std::optional<struct stat> examine(const Path& file) {
-    const auto status = store_support::findStatus(file);
+    const auto status = findStatus(file);
     if (status)
         requireRegular(file, *status);
     return status;
@@ -70,7 +62,7 @@ HeldFile::HeldFile(const Path& file) : descriptor_(file.accessName(), O_PATH | O
 void requireHarmlessJournal(const Path& database, const struct stat& status) {
     const Path file = withEnding(database, u"-journal");
     // Whoever writes the database may have removed it just now.
-    const auto journal = store_support::openRegularFile(file);
+    const auto journal = openRegularFile(file);
     if (!journal)
         return;
     const auto refuse = [&](const std::u16string& cause) { raise<MetadataReadFailure>(file.text(), cause); };

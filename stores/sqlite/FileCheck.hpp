@@ -13,14 +13,14 @@
 
 #include <optional>
 
-#include "host/Path.hpp"
 #include "store_support/Disk.hpp"
+#include "stores/Names.hpp"
 
 namespace stores::sqlite {
 
 /// The status of `file`; no value if it does not exist.
-/// @throws project::metadata::MetadataReadFailure naming `file`, if it is no regular file or cannot be looked at
-std::optional<struct stat> examine(const host::Path& file);
+/// @throws MetadataReadFailure naming `file`, if it is no regular file or cannot be looked at
+std::optional<struct stat> examine(const Path& file);
 
 /// Keeps a file in existence, whatever becomes of its name, so that no other one gets its inode; and is nothing else to
 /// it: it can be neither read nor written by this, and locks do not mind.
@@ -28,8 +28,8 @@ class HeldFile {
 public:
     HeldFile() = default;
 
-    /// @throws project::metadata::MetadataReadFailure naming `file`, as `examine`, or if it does not exist
-    explicit HeldFile(const host::Path& file);
+    /// @throws MetadataReadFailure naming `file`, as `examine`, or if it does not exist
+    explicit HeldFile(const Path& file);
 
     /// As it was when the object was made.
     const struct stat& getStatus() const noexcept { return status_; }
@@ -40,13 +40,13 @@ public:
     }
 
 private:
-    store_support::Descriptor descriptor_;
+    Descriptor descriptor_;
     struct stat status_ {};
 };
 
 /// @param database the existing file of the database, which has been examined
-/// @throws project::metadata::MetadataReadFailure naming what belongs to `database` and is refused
-void requireHarmlessJournal(const host::Path& database, const struct stat& status);
-void requireHarmlessLog(const host::Path& database);
+/// @throws MetadataReadFailure naming what belongs to `database` and is refused
+void requireHarmlessJournal(const Path& database, const struct stat& status);
+void requireHarmlessLog(const Path& database);
 
 }  // namespace stores::sqlite

@@ -4,11 +4,9 @@
 #include <optional>
 
 #include "host/Interruption.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/Positions.hpp"
 #include "store_support/Renaming.hpp"
-#include "store_support/TreeRules.hpp"
 #include "store_support/WantedTree.hpp"
 
 namespace stores::sqlite {
@@ -18,7 +16,6 @@ using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
 using store_support::arrangePositions;
 using store_support::decodeNode;
-using store_support::requireStorable;
 using store_support::WantedTree;
 
 namespace {
@@ -72,7 +69,6 @@ bool PathEdit::setNode(const MetadataPath& path, const NodeValue& node) {
     host::Interruption::throwIfRequested();
     if (const auto id = table_.find(path))
         return replaceNode(*id, node);
-    requireStorable(path, table_.getFile());
     if (!isLooking())
         table_.add(path, node, batch_);
     return true;
@@ -98,11 +94,11 @@ bool PathEdit::remove(const MetadataPath& path) {
     return true;
 }
 
-bool PathEdit::rename(const MetadataPath& path, const project::metadata::PathElement& element) {
-    const MetadataPath target = store_support::replaceLeaf(path, element);
+bool PathEdit::rename(const MetadataPath& path, const PathElement& element) {
+    const MetadataPath target = replaceLeaf(path, element);
     const auto id = table_.find(path);
-    const store_support::Renaming found{id.has_value(), id && table_.hasChildren(*id), table_.find(target).has_value()};
-    if (!store_support::requireRenamable(path, target, found, table_.getFile()))
+    const Renaming found{id.has_value(), id && table_.hasChildren(*id), table_.find(target).has_value()};
+    if (!requireRenamable(path, target, found, table_.getFile()))
         return false;
     requireReplaceable(*id, table_.getRow(*id));
     if (!isLooking())
@@ -111,8 +107,6 @@ bool PathEdit::rename(const MetadataPath& path, const project::metadata::PathEle
 }
 
 bool PathEdit::arrange(const std::vector<MetadataPath>& paths) {
-    for (const MetadataPath& path : paths)
-        requireStorable(path, table_.getFile());
     const WantedTree wanted(paths);
     std::vector<RowId> rows(wanted.getSize(), rootRow);
     std::vector<bool> isNew(wanted.getSize());

@@ -6,16 +6,16 @@
 #include <cstdint>
 #include <vector>
 
-#include "project/metadata/MetadataPath.hpp"
+#include "stores/Names.hpp"
 #include "stores/sqlite/PathTable.hpp"
 
 namespace stores::sqlite {
 
-/// Each operation returns whether it changes something. One that only looks stops at the first sign of that.
+/// Each operation returns whether it changes something. One that only looks stops at the first sign of that. What they
+/// are called with can be stored.
 ///
 /// @throws project::metadata::MetadataWriteFailure naming the file and the path, if a node would be replaced or a path
-///         removed that somebody else has changed unseen, or that is damaged, or if a path has too many steps; as
-///         `PathTable`
+///         removed that somebody else has changed unseen, or that is damaged; as `PathTable`
 class PathEdit {
 public:
     enum class Mode { look, write };
@@ -26,16 +26,16 @@ public:
 
     bool isLooking() const noexcept { return mode_ == Mode::look; }
 
-    bool add(const project::metadata::MetadataPath& path);
-    bool setNode(const project::metadata::MetadataPath& path, const NodeValue& node);
-    bool removeNode(const project::metadata::MetadataPath& path);
-    bool remove(const project::metadata::MetadataPath& path);
+    bool add(const MetadataPath& path);
+    bool setNode(const MetadataPath& path, const NodeValue& node);
+    bool removeNode(const MetadataPath& path);
+    bool remove(const MetadataPath& path);
 
     /// As `PathRenamer` says.
-    bool rename(const project::metadata::MetadataPath& path, const project::metadata::PathElement& element);
+    bool rename(const MetadataPath& path, const PathElement& element);
 
     /// Makes `paths` and their ancestors the whole content, in that order.
-    bool arrange(const std::vector<project::metadata::MetadataPath>& paths);
+    bool arrange(const std::vector<MetadataPath>& paths);
 
 private:
     bool replaceNode(RowId id, const NodeValue& node);

@@ -19,22 +19,11 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
-#include <utility>
 
-#include "host/Text.hpp"
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/Positions.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace stores::sqlite {
-
-using project::metadata::MetadataPath;
-using project::metadata::MetadataReadFailure;
-using project::metadata::PathElement;
-using project::metadata::raise;
-using store_support::maximumSteps;
-using store_support::positionBound;
-using store_support::positionGap;
 
 namespace {
 
@@ -107,10 +96,22 @@ std::int64_t getNumber(sqlite3& connection, const char* sql) {
 }
 
 std::u16string toText(std::int64_t number) {
-    return host::fromUtf8(std::to_string(number));
+    return fromUtf8(std::to_string(number));
 }
 
 }  // namespace
+
+std::u16string describe(const MetadataPath& path, RowId id) {
+    return u"the path \"" + path.string() + u"\" (row " + toText(id) + u")";
+}
+
+std::u16string describeBadStep(const MetadataPath& path, RowId id) {
+    return describe(path, id) + u" has a type or a location that is no text";
+}
+
+std::u16string describeBadNode(const MetadataPath& path, RowId id) {
+    return describe(path, id) + u" has a node that cannot be read";
+}
 
 void createTables(sqlite3& connection) {
     execute(connection, ("PRAGMA application_id = " + std::to_string(applicationId)).c_str());
@@ -126,7 +127,7 @@ std::int64_t getSchemaVersion(sqlite3& connection) {
     return getNumber(connection, "PRAGMA schema_version");
 }
 
-std::int64_t requireTables(sqlite3& connection, const host::Path& file) {
+std::int64_t requireTables(sqlite3& connection, const Path& file) {
     const std::int64_t id = getNumber(connection, "PRAGMA application_id");
     if (id != applicationId) {
         raise<MetadataReadFailure>(file.text(), u"it is a database of another application, with the application_id " +
@@ -138,8 +139,8 @@ std::int64_t requireTables(sqlite3& connection, const host::Path& file) {
                                                     toText(schemaVersion) + u" is known");
     }
     const auto refuse = [&](const std::string& type, const std::string& name, const char16_t* problem) {
-        raise<MetadataReadFailure>(
-            file.text(), u"the " + host::fromUtf8(type) + u" \"" + host::fromUtf8(name) + u"\" in it " + problem);
+        raise<MetadataReadFailure>(file.text(),
+                                   u"the " + fromUtf8(type) + u" \"" + fromUtf8(name) + u"\" in it " + problem);
     };
     std::array<bool, std::size(schema)> isThere{};
     const Statement statement = prepare(connection, "SELECT type, name, sql FROM sqlite_schema");
@@ -162,7 +163,7 @@ std::int64_t requireTables(sqlite3& connection, const host::Path& file) {
     return getSchemaVersion(connection);
 }
 
-PathTable::PathTable(sqlite3& connection, host::Path file)
+PathTable::PathTable(sqlite3& connection, Path file)
     : connection_(connection),
       file_(std::move(file)),
       getBatch_(prepare(connection, "SELECT batch FROM state")),
@@ -273,7 +274,7 @@ bool PathTable::hasChildren(RowId parent) const {
     return Query(getChildren_, parent).next();
 }
 
-std::vector<ChildRow> PathTable::getChildren(RowId parent) const {
+std::vector<ChildRow> PathTable::getChildren(RowId parent, std::vector<DamagedRow>* leftOut) const {
     std::vector<ChildRow> children;
     std::optional<std::pair<std::int64_t, RowId>> last;
     for (Query query(getChildren_, parent); query.next();) {
@@ -287,6 +288,8 @@ std::vector<ChildRow> PathTable::getChildren(RowId parent) const {
         if (type && location) {
             const std::int64_t position = std::clamp(query.integer(3), -positionBound, positionBound);
             children.push_back({id, {*type, *location}, position, query.integer(4) != 0, query.integer(5)});
+        } else if (leftOut) {
+            leftOut->push_back({id, query.integer(5)});
         }
     }
     std::vector<const ChildRow*> sorted;
@@ -325,17 +328,14 @@ void PathTable::raiseUnsound() const {
 }
 
 void PathTable::raiseTwice(RowId id) const {
-    raise<MetadataReadFailure>(file_.text(),
-                               u"the path \"" + getPath(id).string() + u"\" (row " + toText(id) + u") is in it twice");
+    raise<MetadataReadFailure>(file_.text(), describe(getPath(id), id) + u" is in it twice");
 }
 
 void PathTable::visitBelow(RowId id, const std::function<void(RowId id, const Row& row)>& visit) const {
     for (Query query(getBelow_, id); query.next();) {
         const RowId below = query.integer(0);
-        if (!query.text(3) || !query.text(4)) {
-            raise<MetadataReadFailure>(file_.text(), u"the path \"" + getPath(below).string() + u"\" in it (row " +
-                                                         toText(below) + u") has a type or a location that is no text");
-        }
+        if (!query.text(3) || !query.text(4))
+            raise<MetadataReadFailure>(file_.text(), describeBadStep(getPath(below), below));
         visit(below, {query.node(1), query.integer(2), query.integer(5)});
     }
 }

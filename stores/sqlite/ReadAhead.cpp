@@ -5,9 +5,6 @@
 
 namespace stores::sqlite {
 
-using project::metadata::MetadataPath;
-using project::metadata::PathElement;
-
 namespace {
 
 constexpr std::size_t maximumEntries = 256;

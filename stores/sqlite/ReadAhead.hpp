@@ -8,7 +8,7 @@
 #include <optional>
 #include <vector>
 
-#include "project/metadata/MetadataPath.hpp"
+#include "stores/Names.hpp"
 #include "stores/sqlite/PathTable.hpp"
 
 namespace stores::sqlite {
@@ -19,7 +19,7 @@ class ReadAhead {
 public:
     /// What is known of one path.
     struct Entry {
-        project::metadata::PathElement element;
+        PathElement element;
         RowId id;
         NodeValue node;
         std::int64_t changed;             ///< as in `Row`
@@ -29,15 +29,15 @@ public:
     void clear() noexcept { runs_.clear(); }
 
     /// Null if nothing is known of `path`. Valid until the next operation.
-    const Entry* find(const project::metadata::MetadataPath& path);
+    const Entry* find(const MetadataPath& path);
 
     /// What `table` says of `path` and perhaps of some siblings behind it.
     /// @return null if `path` does not exist; valid until the next operation
-    const Entry* read(PathTable& table, const project::metadata::MetadataPath& path);
+    const Entry* read(PathTable& table, const MetadataPath& path);
 
 private:
     struct Run {
-        std::vector<project::metadata::PathElement> path;  // of the first entry
+        std::vector<PathElement> path;  // of the first entry
         std::vector<Entry> entries;
         std::size_t last = 0;       // the one that was asked for last
         std::int64_t position = 0;  // of the last entry
@@ -46,7 +46,7 @@ private:
     };
 
     /// Fills `run` with what follows it, if `leaf` is the first of that. @return whether it is
-    static bool readOn(const PathTable& table, Run& run, const project::metadata::PathElement& leaf);
+    static bool readOn(const PathTable& table, Run& run, const PathElement& leaf);
 
     std::vector<Run> runs_;  // by the number of steps
 };

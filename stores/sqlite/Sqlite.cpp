@@ -1,11 +1,13 @@
 #include "stores/sqlite/Sqlite.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 #include <utility>
 
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "stores/sqlite/FileLocks.hpp"
 
 namespace stores::sqlite {
 
@@ -26,6 +28,9 @@ int getSystemError(sqlite3* connection, int code) {
 
 std::string describe(sqlite3* connection, int code) {
     const int reason = getSystemError(connection, code);
+    // SQLite opens what it cannot make for reading only, and remembers why that failed.
+    if ((code & 0xFF) == SQLITE_CANTOPEN && reason == ENOENT)
+        return "it, or a file that SQLite has beside it, can neither be opened nor made";
     const std::string text = connection ? sqlite3_errmsg(connection) : sqlite3_errstr(code);
     return reason == 0 ? text : text + ": " + std::generic_category().message(reason);
 }
@@ -53,7 +58,7 @@ sqlite3_file* findFile(sqlite3& connection) {
 
 /// Whether `bytes`, which are `text` in UTF-8, are kept as they are in a column of TEXT.
 bool isKeptAsText(const std::string& bytes, const std::u16string& text) {
-    return bytes.find('\0') == std::string::npos && host::fromUtf8(bytes) == text;
+    return bytes.find('\0') == std::string::npos && fromUtf8(bytes) == text;
 }
 
 }  // namespace
@@ -67,7 +72,14 @@ Connection openConnection(const std::string& name, int flags) {
     Connection connection(opened);
     if (code != SQLITE_OK)
         throw SqliteError(opened, code);
+    if (sqlite3_file* const file = findFile(*connection))
+        waitOnlyForHolders(*file);
     return connection;
+}
+
+bool isStuck(sqlite3& connection) {
+    const sqlite3_file* const file = findFile(connection);
+    return file && isStuck(*file);
 }
 
 void distrust(sqlite3& connection, std::int64_t& budget) {
@@ -145,7 +157,7 @@ Statement prepare(sqlite3& connection, const char* sql) {
 }
 
 TextValue encodeText(const std::u16string& text) {
-    std::string utf8 = host::toUtf8(text);
+    std::string utf8 = toUtf8(text);
     if (isKeptAsText(utf8, text))
         return {std::move(utf8), true};
     std::string units;
@@ -183,7 +195,7 @@ std::optional<std::u16string> Query::text(int column) const {
     const std::string_view value = bytes(column);
     std::u16string text;
     if (type == SQLITE_TEXT) {
-        text = host::fromUtf8(value);
+        text = fromUtf8(value);
     } else {
         for (std::size_t i = 0; i + 1 < value.size(); i += 2) {
             const auto low = static_cast<unsigned char>(value[i]);

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "store_support/NodeBlob.hpp"
+#include "stores/Names.hpp"
 
 namespace stores::sqlite {
 
@@ -56,6 +57,9 @@ using Connection = std::unique_ptr<sqlite3, ConnectionCloser>;
 /// @throws SqliteError
 Connection openConnection(const std::string& name, int flags);
 
+/// Whether `connection` holds a lock that it could not give back, until it is closed: others wait for that in vain.
+bool isStuck(sqlite3& connection);
+
 /// Turns off for `connection` what a database that comes from anywhere could have done to its reader: nothing in it is
 /// run, no other file is opened by it, and what it makes SQLite do ends some time.
 /// @param budget how many steps of SQLite's machine are left for what is run; must outlive `connection`
@@ -97,7 +101,6 @@ struct TextValue {
 TextValue encodeText(const std::u16string& text);
 
 /// A node as a column holds it; NULL in the column where there is none.
-using store_support::NodeValue;
 
 /// One run of a statement, which ends with the object.
 class Query {

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/NodeBlob.hpp"
+#include "store_support/Renaming.hpp"
 #include "store_support/StoreFiles.hpp"
 #include "store_support/TreeRules.hpp"
 #include "stores/sqlite/Damage.hpp"
@@ -21,28 +21,26 @@ using store_support::decodeNode;
 using store_support::encodeNode;
 using store_support::JobRunner;
 using store_support::maximumSteps;
+using store_support::replaceLeaf;
+using store_support::requireRenamable;
 using store_support::requireStorable;
 
 SqliteManager::SqliteManager(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
     : database_(folder, std::move(runJob), limit) {}
 
 void SqliteManager::setNode(const MetadataPath& path, const MetadataNode& node) {
-    requireStorable(node, database_.getFile());
-    const NodeValue value = encodeNode(node);
+    requireStorable(path, database_.getFile());
+    const NodeValue value = encodeNode(*requireStorable(node, database_.getFile()));
     database_.change([&](PathEdit& edit) { return edit.setNode(path, value); });
 }
 
 void SqliteManager::removeNode(const MetadataPath& path) {
-    if (database_.open())
-        database_.change([&](PathEdit& edit) { return edit.removeNode(path); });
+    database_.changeExisting([&](PathEdit& edit) { return edit.removeNode(path); });
 }
 
 void SqliteManager::addPath(const MetadataPath& path) {
+    requireStorable(path, database_.getFile());
     database_.change([&](PathEdit& edit) { return edit.add(path); });
-}
-
-void SqliteManager::removePath(const MetadataPath& path) {
-    removePaths({path});
 }
 
 std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) const {
@@ -51,6 +49,7 @@ std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) c
         return nullptr;
     auto node = decodeNode(*entry->node);
     if (!node) {
+        tellDamage(describeBadNode(path, entry->id), entry->changed);
         raise<MetadataReadFailure>(database_.getFile().text(),
                                    u"the node of the path \"" + path.string() + u"\" in it is damaged");
     }
@@ -58,14 +57,18 @@ std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) c
 }
 
 void SqliteManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
+    if (nodes.empty())
+        return;
+    std::vector<std::pair<const MetadataPath*, std::shared_ptr<const MetadataNode>>> stored;
+    stored.reserve(nodes.size());
     for (const auto& [path, node] : nodes) {
-        if (node)
-            requireStorable(*node, database_.getFile());
+        requireStorable(path, database_.getFile());
+        stored.emplace_back(&path, node ? requireStorable(*node, database_.getFile()) : nullptr);
     }
     database_.change([&](PathEdit& edit) {
         bool changed = false;
-        for (const auto& [path, node] : nodes) {
-            changed = edit.setNode(path, node ? NodeValue(encodeNode(*node)) : std::nullopt) || changed;
+        for (const auto& [path, node] : stored) {
+            changed = edit.setNode(*path, node ? NodeValue(encodeNode(*node)) : std::nullopt) || changed;
             if (changed && edit.isLooking())
                 break;
         }
@@ -74,9 +77,7 @@ void SqliteManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Metada
 }
 
 void SqliteManager::removePaths(const std::vector<MetadataPath>& paths) {
-    if (!database_.open())
-        return;
-    database_.change([&](PathEdit& edit) {
+    database_.changeExisting([&](PathEdit& edit) {
         bool changed = false;
         for (const MetadataPath& path : paths)
             changed = edit.remove(path) || changed;
@@ -85,7 +86,10 @@ void SqliteManager::removePaths(const std::vector<MetadataPath>& paths) {
 }
 
 void SqliteManager::renamePath(const MetadataPath& path, const project::metadata::PathElement& element) {
-    database_.change([&](PathEdit& edit) { return edit.rename(path, element); });
+    if (database_.changeExisting([&](PathEdit& edit) { return edit.rename(path, element); }))
+        return;
+    const store_support::Renaming nothingIsThere{};
+    requireRenamable(path, replaceLeaf(path, element), nothingIsThere, database_.getFile());
 }
 
 bool SqliteManager::hasNode(const MetadataPath& path) const {
@@ -102,10 +106,20 @@ std::vector<MetadataPath> SqliteManager::getChildren(const MetadataPath& path) c
     }
     database_.read([&](PathTable& table, SeenChanges& seen) {
         const auto parent = table.find(path);
-        // What lies deeper is damage; it would make longer and longer paths.
-        if (!parent || path.getPath().size() >= maximumSteps)
+        if (!parent)
             return;
-        for (ChildRow& row : table.getChildren(*parent)) {
+        if (path.getPath().size() >= maximumSteps) {
+            // What lies deeper is damage; it would make longer and longer paths.
+            if (table.hasChildren(*parent)) {
+                tellDamage(describe(path, *parent) + store_support::pathsBeyondLimit(), table.getRow(*parent).changed);
+            }
+            return;
+        }
+        std::vector<DamagedRow> leftOut;
+        std::vector<ChildRow> rows = table.getChildren(*parent, &leftOut);
+        for (const DamagedRow& row : leftOut)
+            tellDamage(describeBadStep(table.getPath(row.id), row.id), row.changed);
+        for (ChildRow& row : rows) {
             // Of a branch there is no more to know than that it exists.
             if (!row.hasNode)
                 seen.addRow(row.id, row.changed);
@@ -124,18 +138,20 @@ bool SqliteManager::hasPath(const MetadataPath& path) const {
 }
 
 void SqliteManager::setPaths(const std::vector<MetadataPath>& paths) {
+    for (const MetadataPath& path : paths)
+        requireStorable(path, database_.getFile());
     database_.change([&](PathEdit& edit) { return edit.arrange(paths); });
 }
 
-std::vector<project::metadata::MetadataDamage> SqliteManager::findDamage() const {
-    std::vector<project::metadata::MetadataDamage> damage;
+std::vector<MetadataDamage> SqliteManager::findDamage() const {
+    std::vector<MetadataDamage> damage;
     if (auto problem = database_.findCoreFileDamage())
         damage.push_back({database_.getCoreFile(), std::move(*problem)});
     database_.read([&](PathTable& table, SeenChanges& /*seen*/) {
         for (std::u16string& problem : sqlite::findDamage(table))
             damage.push_back({database_.getFile(), std::move(problem)});
     });
-    if (auto journal = store_support::findJournalDamage(database_.getFile().parentPath()))
+    if (auto journal = findJournalDamage(database_.getFile().parentPath()))
         damage.push_back(*std::move(journal));
     return damage;
 }
@@ -145,13 +161,13 @@ std::vector<project::metadata::StoreFile> SqliteManager::listFiles() const {
     // journal hold what is not in the database yet, or not any more.
     const Path& file = database_.getFile();
     const auto beside = [&](const char16_t* ending) { return Path(file.text() + ending); };
-    return store_support::listStoreFiles(
+    return listStoreFiles(
         file.parentPath(),
         {{file, true}, {beside(u"-journal"), true}, {beside(u"-wal"), true}, {beside(u"-shm"), false}});
 }
 
-Path SqliteManager::getNodeFile(const MetadataPath& /*path*/) const {
-    return database_.getFile();
+void SqliteManager::tellDamage(const std::u16string& problem, std::int64_t version) const {
+    teller_.tell({database_.getFile(), problem}, version);
 }
 
 ReadAhead& SqliteManager::getAhead() const {

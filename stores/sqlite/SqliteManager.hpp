@@ -10,13 +10,13 @@
 #include <memory>
 #include <vector>
 
-#include "host/Path.hpp"
-#include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/PathRenamer.hpp"
+#include "store_support/DamageTeller.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
+#include "stores/Names.hpp"
 #include "stores/sqlite/Database.hpp"
 #include "stores/sqlite/ReadAhead.hpp"
 
@@ -32,40 +32,39 @@ class SqliteManager : public project::metadata::MetadataManager,
 public:
     /// @param folder the metadata folder, which need not exist
     /// @param limit how long to wait for another program
-    /// @throws project::metadata::MetadataReadFailure naming the database, if it is none or of another version
-    SqliteManager(const host::Path& folder, store_support::JobRunner runJob,
-                  std::chrono::milliseconds limit = store_support::lockLimit);
+    /// @throws MetadataReadFailure naming the database, if it is none or of another version
+    SqliteManager(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit = lockLimit);
 
-    void setNode(const project::metadata::MetadataPath& path, const project::metadata::MetadataNode& node) override;
-    void removeNode(const project::metadata::MetadataPath& path) override;
-    void addPath(const project::metadata::MetadataPath& path) override;
-    void removePath(const project::metadata::MetadataPath& path) override;
-    std::unique_ptr<project::metadata::MetadataNode> getNode(
-        const project::metadata::MetadataPath& path) const override;
-    void setNodes(const std::map<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>&
-                      nodes) override;
-    void removePaths(const std::vector<project::metadata::MetadataPath>& paths) override;
-    bool hasNode(const project::metadata::MetadataPath& path) const override;
-    std::vector<project::metadata::MetadataPath> getChildren(
-        const project::metadata::MetadataPath& path) const override;
-    bool hasPath(const project::metadata::MetadataPath& path) const override;
-    void setPaths(const std::vector<project::metadata::MetadataPath>& paths) override;
-    std::vector<project::metadata::MetadataDamage> findDamage() const override;
+    void setNode(const MetadataPath& path, const MetadataNode& node) override;
+    void removeNode(const MetadataPath& path) override;
+    void addPath(const MetadataPath& path) override;
+    void removePath(const MetadataPath& path) override { removePaths({path}); }
+    std::unique_ptr<MetadataNode> getNode(const MetadataPath& path) const override;
+    void setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) override;
+    void removePaths(const std::vector<MetadataPath>& paths) override;
+    bool hasNode(const MetadataPath& path) const override;
+    std::vector<MetadataPath> getChildren(const MetadataPath& path) const override;
+    bool hasPath(const MetadataPath& path) const override;
+    void setPaths(const std::vector<MetadataPath>& paths) override;
+    std::vector<MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
-    host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
-    void renamePath(const project::metadata::MetadataPath& path,
-                    const project::metadata::PathElement& element) override;
+    Path getNodeFile(const MetadataPath& /*path*/) const override { return database_.getFile(); }
+    void renamePath(const MetadataPath& path, const PathElement& element) override;
 
 private:
     /// What is at `path`, whose node counts as read then; null if it does not exist. Valid until the next operation.
-    const ReadAhead::Entry* read(const project::metadata::MetadataPath& path) const;
+    const ReadAhead::Entry* read(const MetadataPath& path) const;
 
     /// What was read ahead and still holds, as far as the last `Database::read` has seen.
     ReadAhead& getAhead() const;
 
+    /// Tells of it once. @param version the batch that has changed the row last
+    void tellDamage(const std::u16string& problem, std::int64_t version) const;
+
     mutable Database database_;
     mutable ReadAhead ahead_;
     mutable std::uint64_t generation_ = 0;  // of the database, in `ahead_`
+    mutable store_support::DamageTeller teller_;
 };
 
 }  // namespace stores::sqlite

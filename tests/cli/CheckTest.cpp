@@ -12,6 +12,7 @@ namespace fs = std::filesystem;
 using test::expectFailure;
 using test::Outcome;
 using test::run;
+using test::Surroundings;
 using test::writeBytes;
 using testing::AllOf;
 using testing::HasSubstr;
@@ -115,6 +116,20 @@ TEST_F(CheckTest, repairsWithoutLosingAnything) {
     EXPECT_EQ(run({"get", root, "T:a|T:b", "k"}).out, "1\n");
     EXPECT_EQ(check(0, {"-q"}), "0 problems\n");
     EXPECT_THAT(run({"scan", root, "--dry-run", "-v"}).out, Not(HasSubstr("damaged")));
+}
+
+TEST_F(CheckTest, findsAndRepairsTheSameByARelativeName) {
+    fill();
+    writeBytes(metadata / "T=a.xml", "<<<<<<< ours");
+    const fs::path above = fs::path(root).parent_path();
+    const std::string name = fs::path(root).filename();
+    const Surroundings inside{{}, above, {}, {}};
+    EXPECT_EQ(run({"check", name}, inside).out, run({"check", root}).out);
+    EXPECT_EQ(run({"check", name, "--repair"}, inside).status, 0);
+    EXPECT_EQ(test::readBytes(root / "resources/project.damaged/T=a.xml"), "<<<<<<< ours");
+    EXPECT_EQ(run({"convert", name, "--store", "monolithic"}, inside).status, 0);
+    EXPECT_EQ(run({"get", root, "T:a|T:b", "k"}).out, "1\n");
+    EXPECT_FALSE(fs::exists(metadata / "T=c.xml"));
 }
 
 TEST_F(CheckTest, makesACoreFileAnewBesideASoundDatabase) {

@@ -13,10 +13,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <map>
 
 #include "host/MessageException.hpp"
+#include "project/metadata/MetadataErrors.hpp"
+#include "store_support/FolderLock.hpp"
 #include "tests/faults/AllocationFaults.hpp"
 #include "tests/faults/Scenarios.hpp"
 #include "tests/faults/SystemFaults.hpp"
@@ -153,6 +156,9 @@ protected:
             // An error of the library or the host, or the lack of memory itself.
             if (!dynamic_cast<const host::UserException*>(&caught) && !dynamic_cast<const std::bad_alloc*>(&caught))
                 put(report_->wrong, "an error of another kind: " + error);
+            // Nothing has failed for this reason.
+            if (error.find(std::strerror(ENOENT)) != std::string::npos)
+                put(report_->wrong, "another cause than the one: " + error);
         }
         const FaultCounts counts = disturbance.stop();
         report_->calls = counts.calls;
@@ -170,6 +176,9 @@ protected:
     std::string judge(std::unique_ptr<MetadataManager>& store, bool isSuccess) {
         if (!store)
             store = open();
+        // What has failed holds nobody up. The store lives on and does nothing meanwhile.
+        if (isForOthers_)
+            addAndRemove(*open());
         const Content now = test::read(*store);
         const Content reopened = snapshot();
         if (now != reopened)
@@ -179,13 +188,17 @@ protected:
             return "a mixture:\n" + toText(now);
         if (isSuccess && now != after_)
             return "a success that was none:\n" + toText(now);
-        store->setNode(path({u"afterwards"}), *node(u"1"));
-        store->removePath(path({u"afterwards"}));
+        addAndRemove(*store);
         if (scenario_.change)
             scenario_.change(*store);
         if (const Content again = snapshot(); again != after_)
             return "when done again:\n" + toText(again);
         return listStrays();
+    }
+
+    static void addAndRemove(MetadataManager& store) {
+        store.setNode(path({u"afterwards"}), *node(u"1"));
+        store.removePath(path({u"afterwards"}));
     }
 
     /// Scratch files, locks and empty folders are nothing to leave behind.
@@ -231,7 +244,8 @@ protected:
 
     bool runWith(const FaultPlan& plan) {
         const std::string name = "call " + std::to_string(plan.failAt) + (plan.isLasting ? " and all after it" : "") +
-                                 " variant " + std::to_string(plan.variant) + " kill " + std::to_string(plan.killAt);
+                                 " variant " + std::to_string(plan.variant) + " kill " + std::to_string(plan.killAt) +
+                                 (isForOthers_ ? " for others" : "");
         return runOnce(name, {[plan] {
                                   trapSystemCalls();
                                   startFaults(plan);
@@ -266,7 +280,8 @@ protected:
         std::fflush(stdout);
     }
 
-    static constexpr unsigned patience = 60;  // in seconds
+    /// In seconds. Less than a store waits for the locks of others, of which nobody holds any here.
+    static constexpr unsigned patience = 8;
 
     const std::u16string store_ = std::get<0>(GetParam());
     const Scenario scenario_ = std::get<1>(GetParam());
@@ -279,6 +294,7 @@ protected:
     Content before_;
     Content after_;
     SharedReport report_;
+    bool isForOthers_ = false;  // whether another store is the first to go on after a failure
     int runs_ = 0;
     int wrong_ = 0;
     std::map<std::string, int> outcomes_;
@@ -292,9 +308,12 @@ TEST_P(FaultTest, AFailedCallIsToldAndTearsNothing) {
         for (int variant = 0; variant < (isSoak() ? faultVariants : 1); ++variant)
             isDisturbed = runWith({calls, false, isSoak() ? variant : calls, 0}) || isDisturbed;
     }
-    for (int call = 1; call < calls; call += stepFor(calls)) {
-        for (int variant = 0; variant < (isSoak() ? faultVariants : 1); ++variant)
-            runWith({call, true, isSoak() ? variant : call, 0});
+    for (const bool isForOthers : {false, true}) {
+        isForOthers_ = isForOthers;
+        for (int call = 1; call < calls; call += stepFor(calls)) {
+            for (int variant = 0; variant < (isSoak() ? faultVariants : 1); ++variant)
+                runWith({call, true, isSoak() ? variant : call, 0});
+        }
     }
     printOutcomes("calls");
     EXPECT_GT(outcomes_["failed, old"] + outcomes_["failed, new"], runs_ / 4);
@@ -328,6 +347,29 @@ TEST_P(FaultTest, AFailedAllocationTearsNothing) {
     }
     printOutcomes("allocations");
     EXPECT_GT(outcomes_["failed, old"] + outcomes_["failed, new"], 0);
+}
+
+TEST(FolderLockTest, WhatCannotBeLockedIsNotHeld) {
+    const TempFolder folder(memoryFolder());
+    std::ofstream(folder / ".lock").close();
+    constexpr std::array meanings{"interrupted, and done again", "No locks available", "Input/output error"};
+    for (int variant = 0; variant < 3; ++variant) {
+        ChildProcess child([&] {
+            trapSystemCalls();
+            startFaults({2, false, variant, 0});
+            std::string answer = "held";
+            try {
+                if (!store_support::isLockHeld(folder.path()))
+                    answer = meanings[0];
+            } catch (const project::metadata::MetadataReadFailure& error) {
+                answer = error.what();
+            }
+            if (stopFaults().what.compare(0, 5, "flock") != 0 ||
+                answer.find(meanings.at(static_cast<std::size_t>(variant))) == std::string::npos)
+                throw std::runtime_error(answer);
+        });
+        EXPECT_EQ(child.wait(), 0) << variant;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, FaultTest,

@@ -1,4 +1,6 @@
 /// Where metadata lives: the known folders, the one that the user prefers, and the core file.
+#include <sys/stat.h>
+
 #include "project/metadata/CoreMetadataHandler.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
@@ -67,4 +69,35 @@ TEST(LocationTest, theCoreFileIsRewrittenUnlessItNamesTheTypeOrCannotBeRead) {
                   (Texts{path.text(), u""}));
         EXPECT_EQ(readBytes(file), bytes);
     }
+}
+
+TEST(LocationTest, aCoreFileThatIsNoRegularFileIsNotWaitedForUnlessItLeadsToOne) {
+    const TempFolder folder;
+    const host::Path path = folder.path() / u"resources/project/Project.xml";
+    const std::filesystem::path file = toStd(path);
+    const ProjectMetadataLocation location(folder.path());
+    const CoreMetadataHandler handler(folder.path() / u"resources/project", u"fixedPath", u"Root");
+    writeBytes(folder / "elsewhere.xml", "<Root MetadataType='fixedPath'/>");
+    create_directories(file.parent_path());
+    create_symlink(folder / "elsewhere.xml", file);
+    EXPECT_EQ(location.getMetadataType(), u"fixedPath");
+    EXPECT_TRUE(handler.isCoreMetadataDefined());
+
+    const auto expectRefusal = [&](const Texts& arguments) {
+        EXPECT_EQ(raised<MetadataReadFailure>([&] { location.getMetadataType(); }), arguments);
+        EXPECT_EQ(raised<MetadataReadFailure>([&] { handler.ensureCoreMetadataFileExists(); }), arguments);
+        EXPECT_TRUE(location.hasCoreFile()) << "it is there all the same";
+    };
+    const Texts noFile{path.text(), u"it is no regular file"};
+    remove(folder / "elsewhere.xml");
+    // Whoever opened it would wait for ever.
+    ASSERT_EQ(mkfifo((folder / "elsewhere.xml").c_str(), 0600), 0);
+    expectRefusal(noFile);
+    EXPECT_EQ(raised<MetadataWriteFailure>([&] { handler.createCoreMetadata(); }), noFile);
+    rename(folder / "elsewhere.xml", file);
+    expectRefusal(noFile);
+    EXPECT_EQ(raised<MetadataWriteFailure>([&] { handler.createCoreMetadata(); }), noFile);
+    remove(file);
+    create_directories(file);
+    expectRefusal({path.text(), u""});
 }

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/FileSystem.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
@@ -189,6 +190,19 @@ const BrokenKind brokenKinds[] = {
              inner.addPath(path);
          };
      }},
+    {"TakesNodesOfAnyClass",  // takes one whose keys repeat for one without any
+     [](Faults& faults) {
+         faults.setNodes = [](auto& inner, const Nodes& nodes) {
+             for (const auto& [path, node] : nodes) {
+                 const auto keys = node ? node->getAttributeKeys() : std::vector<std::u16string>();
+                 if (keys.size() > 2 && keys.front() == keys.back()) {
+                     inner.setNode(path, MetadataNodeSpecification());
+                     return;
+                 }
+             }
+             inner.setNodes(nodes);
+         };
+     }},
     {"KeepsHostileTextsApart",
      [](Faults& faults) { faults.mapPath = mapTexts([](auto& text) { return text == u"A" ? u"a" : text; }); }},
     {"KeepsLongTexts",
@@ -278,6 +292,20 @@ const BrokenKind brokenKinds[] = {
                  std::ofstream(location.getCoreFile().accessName()) << "overwritten";
              else
                  inner.addPath(path);
+         };
+     }},
+    {"HidesNoOtherMetadata",  // looks for others when it is opened, and no more
+     [](Faults& faults) {
+         const host::Path coreFile = ProjectMetadataLocation(faults.root).getCoreFile();
+         faults.addPath = [coreFile](auto& inner, auto& path) {
+             try {
+                 inner.addPath(path);
+             } catch (const project::metadata::MetadataWriteFailure&) {
+                 if (host::FileSystem::exists(coreFile))
+                     throw;
+                 host::FileSystem::create_directories(coreFile.parentPath());
+                 std::ofstream(coreFile.accessName()) << "<Project MetadataType='monolithic'/>";
+             }
          };
      }},
     {"SetNodesSetsEveryNode",  // crashes on an entry without a node

@@ -12,6 +12,7 @@
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataOptions.hpp"
+#include "tests/stores/CollectedDamage.hpp"
 #include "tests/stores/CuttingProxy.hpp"
 #include "tests/stores/PostgresqlFixture.hpp"
 #include "tests/support/ChildProcess.hpp"
@@ -149,6 +150,21 @@ TEST_F(PostgresqlStoreTest, ProjectsInOneSchemaDoNotSeeEachOther) {
     EXPECT_EQ(outline(*stranger), "");
 }
 
+TEST_F(PostgresqlStoreTest, AnOlderContentOfTheServerIsNotOverwrittenUnseen) {
+    open()->setNode(path({u"a"}), *node(u"old"));
+    run("CREATE TABLE backup AS SELECT * FROM path WHERE project = $project");
+    open()->setNode(path({u"a"}), *node(u"new"));
+    const auto store = open();
+    store->setNode(path({u"b"}), *node(u"1"));
+    EXPECT_EQ(outline(*store), "a(new) b(1)");
+    run("DELETE FROM path WHERE project = $project; INSERT INTO path SELECT * FROM backup; DROP TABLE backup;"
+        "UPDATE project SET batch = 1 WHERE id = $project; DELETE FROM batch WHERE project = $project AND number > 1");
+    EXPECT_THROW(store->setNode(path({u"a"}), *node(u"mine")), MetadataWriteFailure);
+    EXPECT_EQ(outline(*store), "a(old)");
+    store->setNode(path({u"a"}), *node(u"mine"));
+    EXPECT_EQ(outline(*open()), "a(mine)");
+}
+
 TEST_F(PostgresqlStoreTest, RowsThatNoStoreWritesAreToldAndKept) {
     open()->setNodes({{path({u"a"}), node(u"1")}, {path({u"a", u"b"}), node(u"2")}, {path({u"c"}), node(u"3")}});
     const std::string a = run("SELECT id FROM path WHERE project = $project AND location = 'a'");
@@ -157,14 +173,15 @@ TEST_F(PostgresqlStoreTest, RowsThatNoStoreWritesAreToldAndKept) {
         std::string damage;
         std::string problem;  ///< what is told of it
         std::string reads;    ///< what can be read; empty if that is an error
+        bool isComeUpon;      ///< whether reading comes upon it
     };
     const Case cases[] = {
-        {"node = '\\xff' WHERE location = 'b'", "has a node that cannot be read", ""},
-        {"location = 'x' WHERE location = 'b'", "what does not fit its number", "a(1) c(3)"},
-        {"type = '\\xff00' WHERE location = 'b'", "what does not fit its number", "a(1) c(3)"},
-        {"parent = '" + b + "' WHERE location = 'a'", "has no way to the root path", "c(3)"},
-        {"parent = id WHERE location = 'a'", "has no way to the root path", "c(3)"},
-        {"parent = gen_random_uuid() WHERE location = 'a'", "has no way to the root path", "c(3)"},
+        {"node = '\\xff' WHERE location = 'b'", "has a node that cannot be read", "", true},
+        {"location = 'x' WHERE location = 'b'", "what does not fit its number", "a(1) c(3)", true},
+        {"type = '\\xff00' WHERE location = 'b'", "what does not fit its number", "a(1) c(3)", true},
+        {"parent = '" + b + "' WHERE location = 'a'", "has no way to the root path", "c(3)", false},
+        {"parent = id WHERE location = 'a'", "has no way to the root path", "c(3)", false},
+        {"parent = gen_random_uuid() WHERE location = 'a'", "has no way to the root path", "c(3)", false},
     };
     run("CREATE TABLE kept AS SELECT * FROM path WHERE project = $project");
     for (const Case& each : cases) {
@@ -175,10 +192,20 @@ TEST_F(PostgresqlStoreTest, RowsThatNoStoreWritesAreToldAndKept) {
         for (const auto& damage : dynamic_cast<project::metadata::DamageReporter&>(*store).findDamage())
             told += host::toUtf8(damage.problem) + "; ";
         EXPECT_TRUE(contains(told, each.problem)) << told;
-        if (each.reads.empty())
-            expectNamed(messageOf<MetadataReadFailure>([&] { outline(*store); }), "is damaged");
-        else
-            EXPECT_EQ(outline(*store), each.reads);
+        const CollectedDamage collected;
+        for (int time = 0; time < 2; ++time) {
+            if (each.reads.empty())
+                expectNamed(messageOf<MetadataReadFailure>([&] { outline(*store); }), "is damaged");
+            else
+                EXPECT_EQ(outline(*store), each.reads);
+            // Others are at work meanwhile.
+            open()->addPath(path({u"c", number(time)}));
+            open()->removePath(path({u"c", number(time)}));
+        }
+        const auto comeUpon = collected.take();
+        ASSERT_EQ(comeUpon.size(), each.isComeUpon ? 1U : 0U);
+        if (each.isComeUpon)
+            expectNamed(comeUpon.front(), each.problem);
         for (const auto& change :
              std::vector<std::function<void()>>{[&] {
                                                     store->setNode(path({u"a", u"b"}), *node(u"4"));

@@ -17,6 +17,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/TreeRules.hpp"
 #include "stores/sqlite/SqliteManager.hpp"
+#include "tests/stores/CollectedDamage.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/ChildProcess.hpp"
 #include "tests/support/FileSizeLimit.hpp"
@@ -129,6 +130,21 @@ TEST_F(SqliteStoreTest, ADatabaseWithoutACoreFileIsNeitherReadNorOverwritten) {
     EXPECT_NE(message.find(database().string()), std::string::npos) << message;
     EXPECT_EQ(readBytes(database()), before);
     EXPECT_EQ(listFiles(), std::set<std::string>{"metadata.db"});
+}
+
+TEST_F(SqliteStoreTest, AnOpenDatabaseIsNotWrittenOnceItsCoreFileIsGone) {
+    const auto store = open();
+    store->setNode(path({u"a"}), *node(u"1"));
+    std::filesystem::remove(metadata() / "Project.xml");
+    const std::string message = messageOf<MetadataWriteFailure>([&] { store->setNode(path({u"a"}), *node(u"2")); });
+    EXPECT_NE(message.find(database().string() + "\": its project has been removed meanwhile"), std::string::npos)
+        << message;
+    EXPECT_THROW(store->setPaths({}), MetadataWriteFailure);
+    EXPECT_EQ(outline(*store), "a(1)");
+    const auto damage = dynamic_cast<const project::metadata::DamageReporter&>(*store).findDamage();
+    ASSERT_EQ(damage.size(), 1U);
+    EXPECT_EQ(damage.front().file, toPath(metadata() / "Project.xml"));
+    EXPECT_EQ(damage.front().problem, u"it is missing, while \"metadata.db\" beside it is there");
 }
 
 TEST_F(SqliteStoreTest, LogIsThereOnlyWhileSomebodyWhoWritesIs) {
@@ -266,6 +282,20 @@ TEST_F(SqliteStoreTest, AReplacedFileIsNoticedAndNotOverwrittenUnseen) {
     EXPECT_EQ(outline(*open()), "a(mine)");
 }
 
+TEST_F(SqliteStoreTest, AnOlderContentOfTheSameFileIsNotOverwrittenUnseen) {
+    open()->setNode(path({u"a"}), *node(u"old"));
+    const std::string old = readBytes(database());
+    open()->setNode(path({u"a"}), *node(u"new"));
+    const auto store = open();
+    EXPECT_EQ(outline(*store), "a(new)");
+    writeBytes(database(), old);
+    EXPECT_THROW(store->setNode(path({u"a"}), *node(u"mine")), MetadataWriteFailure);
+    EXPECT_THROW(store->removePath(path({u"a"})), MetadataWriteFailure);
+    EXPECT_EQ(outline(*store), "a(old)");
+    store->setNode(path({u"a"}), *node(u"mine"));
+    EXPECT_EQ(outline(*open()), "a(mine)");
+}
+
 TEST_F(SqliteStoreTest, TellsItsOwnChangesFromThoseOfOthers) {
     const auto store = open();
     const auto other = open();
@@ -371,6 +401,43 @@ TEST_F(SqliteStoreTest, DamageIsNamedAndStays) {
     EXPECT_ANY_THROW(store->setPaths({}));
     EXPECT_EQ(run("SELECT count(*) FROM path"), "9");
     EXPECT_EQ(run("SELECT length(node) FROM path WHERE id = 2"), "7");
+}
+
+TEST_F(SqliteStoreTest, DamageIsToldOnceAsItIsComeUpon) {
+    open()->setPaths({MetadataPath(), path({u"a"}), path({u"b"}), path({u"c"})});
+    open()->setNode(path({u"b"}), *node(u"1"));
+    run("UPDATE path SET location = x'6263FF' WHERE location = 'a'");
+    run("UPDATE path SET node = x'00' WHERE location = 'b'");
+    run("WITH RECURSIVE deep (n) AS (SELECT 100 UNION ALL SELECT n + 1 FROM deep WHERE n < 600) INSERT INTO path "
+        "SELECT n, n - 1, 't', 'deep', 0, NULL, 1 FROM deep; UPDATE path SET parent = 3 WHERE id = 100");
+    const CollectedDamage told;
+    const std::string file = database().string() + '|';
+    const auto store = open();
+    const auto lookTwice = [&] {
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(store->getChildren(MetadataPath()), (std::vector{path({u"b"}), path({u"c"})}));
+            EXPECT_THROW(store->getNode(path({u"b"})), MetadataReadFailure);
+        }
+    };
+    lookTwice();
+    const std::vector expected{file + "the path \"t:?\" (row 1) has a type or a location that is no text",
+                               file + "the path \"t:b\" (row 2) has a node that cannot be read"};
+    EXPECT_EQ(told.take(), expected);
+    // Others' changes elsewhere make them no news, and changes of theirs do.
+    open()->addPath(path({u"d"}));
+    open()->removePath(path({u"d"}));
+    lookTwice();
+    EXPECT_EQ(told.take(), std::vector<std::string>());
+    run("UPDATE path SET changed = changed + 1 WHERE id IN (1, 2)");
+    lookTwice();
+    EXPECT_EQ(told.take(), expected);
+
+    std::vector<std::u16string> deepest(store_support::maximumSteps, u"deep");
+    deepest.front() = u"c";
+    for (int i = 0; i < 2; ++i)
+        EXPECT_TRUE(store->getChildren(path(deepest)).empty());
+    EXPECT_EQ(told.take(), std::vector{file + "the path \"" + host::toUtf8(path(deepest).string()) +
+                                       "\" (row 348) has paths below it, which have more than 250 steps"});
 }
 
 // A project from elsewhere.

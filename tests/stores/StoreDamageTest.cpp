@@ -80,6 +80,25 @@ TEST_P(StoreDamageTest, RefusesWhatCouldNotBeReadBack) {
     halfCharacter.createChildNode().put(u"Key", {u'a', 0xDFFF});
     refused(halfCharacter, "the value of \"Key\" of <Info> has a surrogate without a partner");
 
+    // A node of a host's own class may hold anything.
+    struct HostsNode : MetadataNodeSpecification {
+        HostsNode(std::u16string key, std::u16string value) : key_(std::move(key)), value_(std::move(value)) {}
+        const std::u16string& get(std::u16string /*key*/) const override { return value_; }
+        std::vector<std::u16string> getAttributeKeys() const override { return {key_}; }
+        std::u16string key_, value_;
+    };
+    refused(HostsNode(u"1k", u""), "the attribute key \"1k\" of <Info> is no XML name");
+    refused(HostsNode(u"", u""), "the attribute key \"\" of <Info> is no XML name");
+    refused(HostsNode(u" k", u""), "blanks around it");
+    refused(HostsNode(u"k", u"a\u0001"),
+            "the value of \"k\" of <Info> has the character U+0001, which XML cannot hold");
+    refused(HostsNode(u"k", u"\uFFFE"), "has the character U+FFFE, which XML cannot hold");
+    refused(HostsNode(u"k", u"\U0001F600\U0001F400"), "has the character U+1F400, which no node takes");
+    refused(HostsNode(u"k", {u'a', 0xDC01}), "has a surrogate without a partner");
+    const auto bad = std::make_shared<HostsNode>(u"k", u"\u0001");
+    EXPECT_THROW(store->setNodes({{path({u"b"}), test::node(u"1")}, {path({u"c"}), bad}}), MetadataWriteFailure);
+    EXPECT_EQ(readFiles(folder_.std()), before);
+
     // Not allowed by the namespace rules of XML, and dropped by readers.
     MetadataNodeSpecification undeclared;
     undeclared.put(u"xmlns:a", u"");

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <random>
@@ -26,6 +27,7 @@
 #include "tests/support/Settings.hpp"
 
 using namespace test;
+using project::metadata::MetadataWriteFailure;
 
 namespace project::store_testing {
 
@@ -60,6 +62,64 @@ TEST_P(StoreTest, LibraryFindsTheStoreOfAProject) {
     const auto found = project::metadata::getMetadataManagerFor(folder_.path());
     ASSERT_NE(found, nullptr);
     EXPECT_EQ(outline(*found), "a(1)");
+}
+
+TEST_P(StoreTest, WhatChangesNothingOrIsRefusedLeavesANewFolderEmpty) {
+    const auto expectEmpty = [&](const char* what) {
+        EXPECT_TRUE(std::filesystem::is_empty(folder_.std())) << what;
+        std::filesystem::remove_all(folder_ / "resources");
+        store_ = openStore(GetParam(), folder_.path());
+    };
+    store_->removeNode(MetadataPath());
+    expectEmpty("removeNode of the root path");
+    store_->removeNode(path({u"a"}));
+    expectEmpty("removeNode");
+    store_->removePath(MetadataPath());
+    expectEmpty("removePath of the root path");
+    store_->removePaths({});
+    expectEmpty("removePaths of nothing");
+    store_->setNodes({});
+    expectEmpty("setNodes of nothing");
+    const MetadataPath tooLong = path(std::vector<std::u16string>(251, u"s"));
+    EXPECT_THROW(store_->setNodes({{path({u"a"}), node(u"1")}, {tooLong, node(u"1")}}), MetadataWriteFailure);
+    expectEmpty("setNodes of a path that is too long");
+    EXPECT_THROW(store_->setNode(tooLong, *node(u"1")), MetadataWriteFailure);
+    expectEmpty("setNode of a path that is too long");
+    EXPECT_THROW(store_->addPath(tooLong), MetadataWriteFailure);
+    expectEmpty("addPath of a path that is too long");
+    EXPECT_THROW(store_->setPaths({tooLong}), MetadataWriteFailure);
+    expectEmpty("setPaths of a path that is too long");
+    if (auto* const renamer = dynamic_cast<project::metadata::PathRenamer*>(store_.get())) {
+        EXPECT_NE(messageOf<MetadataWriteFailure>([&] {
+                      renamer->renamePath(path({u"a"}), PathElement(u"t", u"b"));
+                  }).find("\"t:a\", which was to be renamed, is not there"),
+                  std::string::npos);
+        expectEmpty("renamePath");
+    }
+    // But a path that is there for each project, and an order of no paths, are a content.
+    store_->addPath(MetadataPath());
+    EXPECT_NE(project::metadata::getMetadataManagerFor(folder_.path()), nullptr);
+    std::filesystem::remove_all(folder_ / "resources");
+    openStore(GetParam(), folder_.path())->setPaths({});
+    EXPECT_NE(project::metadata::getMetadataManagerFor(folder_.path()), nullptr);
+}
+
+TEST_P(StoreTest, ARelativeRootIsThatOfTheFolderInWhichTheStoreWasOpened) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::create_directories(folder_ / "elsewhere");
+    std::filesystem::current_path(folder_.std());
+    store_ = openStore(GetParam(), u"project");
+    std::filesystem::current_path(folder_ / "elsewhere");
+    store_->setNode(path({u"a"}), *node(u"1"));
+    std::filesystem::current_path(folder_.std());
+    EXPECT_EQ(outline(*store_), "a(1)");
+    store_ = openStore(GetParam(), u"project");
+    std::filesystem::current_path(folder_ / "elsewhere");
+    EXPECT_EQ(outline(*store_), "a(1)");
+    store_->setNode(path({u"a"}), *node(u"2"));
+    std::filesystem::current_path(before);
+    EXPECT_TRUE(std::filesystem::is_empty(folder_ / "elsewhere"));
+    EXPECT_EQ(outline(*openStore(GetParam(), folder_.path() / u"project")), "a(2)");
 }
 
 TEST_P(StoreTest, ANodeOfAnotherKindIsRefusedIfItHoldsWhatNoNodeTakes) {

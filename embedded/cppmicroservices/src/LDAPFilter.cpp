@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 #include "embedded/cppmicroservices/src/Records.hpp"

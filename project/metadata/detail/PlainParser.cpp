@@ -6,7 +6,6 @@
 #include <exception>
 #include <memory>
 #include <new>
-#include <string_view>
 #include <utility>
 
 #include <libxml/SAX2.h>

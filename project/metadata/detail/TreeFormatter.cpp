@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <utility>
 
 #include "host/XmlText.hpp"
 #include "project/metadata/SharedNode.hpp"
