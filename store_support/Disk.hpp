@@ -128,6 +128,10 @@ void giveToOwner(const host::Path& made, const struct stat& model);
 /// As that, where `model` is what `made` lies in.
 void giveToOwnerOfFolder(const host::Path& made);
 
+/// `folder` and those above it that do not exist, from below. Where that cannot be found out, they are taken to exist:
+/// making them tells what is wrong.
+std::vector<host::Path> findMissingFolders(const host::Path& folder);
+
 /// Makes `folder` and those above it that are missing, each for the owner of what it lies in, as `giveToOwner`.
 /// @throws as `project::metadata::makeFolder`
 void makeFolderOfOwner(const host::Path& folder);

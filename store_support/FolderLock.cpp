@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -13,6 +14,7 @@
 #include <utility>
 
 #include "host/DiagnosticLogger.hpp"
+#include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
@@ -92,9 +94,18 @@ private:
     int descriptor_;
 };
 
+/// The folder is not there any more: whoever had made it removed it again.
+class FolderGone {};
+
+/// How often to make a folder that goes again. Somebody else gets on each time, unless it is a path that leads nowhere.
+constexpr int maximumAttempts = 1000;
+
 /// @return a descriptor that holds the lock, -1 if somebody else holds it now
+/// @throws FolderGone
 int tryToLock(const Path& file, const std::string& name) {
     Lock lock(openLockFile(name));
+    if (lock.descriptor() < 0 && errno == ENOENT)
+        throw FolderGone();
     if (lock.descriptor() < 0)
         raiseSystemError(file, errno);
     const int reason = lock.tryToTake();
@@ -152,15 +163,35 @@ int waitFor(const Attempt& attempt, Clock::time_point end, std::chrono::millisec
     }
 }
 
+/// @throws FolderGone
 int waitForLock(const Path& folder, const std::string& name, std::chrono::milliseconds limit) {
     const auto end = Clock::now() + limit;
     const Path file = Path::fromAccessName(name);
     const Lock turn(openFile(folder.accessName(), O_RDONLY | O_DIRECTORY));
+    if (turn.descriptor() < 0 && errno == ENOENT)
+        throw FolderGone();
     if (turn.descriptor() < 0)
         raiseSystemError(folder, errno);
     // Some file systems of other machines cannot lock folders: then it is left to chance who is next.
     waitFor([&] { return turn.tryToTake() == EWOULDBLOCK ? -1 : 0; }, end, limit, file, name);
     return waitFor([&] { return tryToLock(file, name); }, end, limit, file, name);
+}
+
+/// @throws FolderGone
+void makeFolder(const Path& folder) {
+    try {
+        makeFolderOfOwner(folder);
+    } catch (const project::metadata::MetadataWriteFailure& failure) {
+        try {
+            std::rethrow_if_nested(failure);
+        } catch (const host::FileSystemException& cause) {
+            if (cause.code().value() == ENOENT)
+                throw FolderGone();
+        } catch (...) {
+            // The failure tells it.
+        }
+        throw;
+    }
 }
 
 }  // namespace
@@ -178,10 +209,8 @@ bool isLockHeld(const Path& folder) {
 }
 
 FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit, bool cleansUp) {
-    makeFolderOfOwner(folder);
-    requireWritable(folder);
-    descriptor_ = waitForLock(folder, getLockFile(folder).accessName(), limit);
     try {
+        makeAndLock(folder, limit);
         folder_ = openFolder(folder);
         if (cleansUp)
             recover(folder);
@@ -191,15 +220,33 @@ FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit, bool
     }
 }
 
+void FolderLock::makeAndLock(const Path& folder, std::chrono::milliseconds limit) {
+    for (int attempt = 1; descriptor_ < 0; ++attempt) {
+        const std::vector<Path> missing = findMissingFolders(folder);
+        for (std::size_t i = made_.size(); i < missing.size(); ++i)
+            made_.push_back(missing[i].accessName());
+        try {
+            makeFolder(folder);
+            requireWritable(folder);
+            descriptor_ = waitForLock(folder, getLockFile(folder).accessName(), limit);
+        } catch (const FolderGone&) {
+            if (attempt == maximumAttempts)
+                raiseSystemError(folder, ENOENT);
+        }
+    }
+}
+
 void FolderLock::release() noexcept {
-    if (descriptor_ < 0)
-        return;
     // While it is still locked, so that nobody loses a lock that he holds.
-    if (folder_ >= 0) {
+    if (descriptor_ >= 0 && folder_ >= 0) {
         unlinkat(folder_, lockName, 0);
         close(folder_);
     }
-    close(descriptor_);
+    for (const std::string& folder : made_)
+        rmdir(folder.c_str());
+    made_.clear();
+    if (descriptor_ >= 0)
+        close(descriptor_);
     descriptor_ = -1;
 }
 
