@@ -234,12 +234,18 @@ void giveToOwnerOfFolder(const Path& made) {
         giveToOwner(made, status);
 }
 
-void makeFolderOfOwner(const Path& folder) {
+std::vector<Path> findMissingFolders(const Path& folder) {
     std::vector<Path> missing;
-    for (Path place = folder; isSuperuser() && !place.empty() && !exists(place);) {
+    struct stat status {};
+    for (Path place = folder; !place.empty() && lstat(place.accessName().c_str(), &status) != 0 && isAbsence(errno);) {
         missing.push_back(place);
         place = project::metadata::getParentFolder(place);
     }
+    return missing;
+}
+
+void makeFolderOfOwner(const Path& folder) {
+    const std::vector<Path> missing = isSuperuser() ? findMissingFolders(folder) : std::vector<Path>();
     project::metadata::makeFolder(folder);
     for (auto place = missing.rbegin(); place != missing.rend(); ++place)
         giveToOwnerOfFolder(*place);

@@ -139,6 +139,10 @@ void giveToOwner(const Path& made, const struct stat& model);
 /// As that, where `model` is what `made` lies in.
 void giveToOwnerOfFolder(const Path& made);
 
+/// `folder` and those above it that do not exist, from below. Where that cannot be found out, they are taken to exist:
+/// making them tells what is wrong.
+std::vector<host::Path> findMissingFolders(const host::Path& folder);
+
 /// Makes `folder` and those above it that are missing, each for the owner of what it lies in, as `giveToOwner`.
 /// @throws as `project::metadata::makeFolder`
 void makeFolderOfOwner(const Path& folder);

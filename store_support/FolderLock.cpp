@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -13,6 +14,7 @@
 #include <utility>
 
 #include "host/DiagnosticLogger.hpp"
+#include "host/FileSystem.hpp"
 #include "host/Interruption.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "store_support/BatchJournal.hpp"
@@ -62,9 +64,18 @@ int tryToTake(const Descriptor& file) noexcept {
     return TEMP_FAILURE_RETRY(flock(file.number(), LOCK_EX | LOCK_NB)) == 0 ? 0 : errno;
 }
 
+/// The folder is not there any more: whoever had made it removed it again.
+class FolderGone {};
+
+/// How often to make a folder that goes again. Somebody else gets on each time, unless it is a path that leads nowhere.
+constexpr int maximumAttempts = 1000;
+
 /// @return the lock file, which is locked; not open if somebody else holds the lock now
+/// @throws FolderGone
 Descriptor tryToLock(const Path& file, const std::string& name) {
     Descriptor lock = openLockFile(name);
+    if (!lock.isOpen() && errno == ENOENT)
+        throw FolderGone();
     if (!lock.isOpen())
         raiseSystemError(file, errno);
     const int reason = tryToTake(lock);
@@ -121,10 +132,13 @@ void waitFor(const Attempt& attempt, Clock::time_point end, std::chrono::millise
     }
 }
 
+/// @throws FolderGone
 Descriptor waitForLock(const Path& folder, const std::string& name, std::chrono::milliseconds limit) {
     const auto end = Clock::now() + limit;
     const Path file = Path::fromAccessName(name);
     const Descriptor turn(folder.accessName(), O_RDONLY | O_DIRECTORY);
+    if (!turn.isOpen() && errno == ENOENT)
+        throw FolderGone();
     if (!turn.isOpen())
         raiseSystemError(folder, errno);
     // Some file systems of other machines cannot lock folders: then it is left to chance who is next.
@@ -136,6 +150,23 @@ Descriptor waitForLock(const Path& folder, const std::string& name, std::chrono:
     };
     waitFor(tryOnce, end, limit, file, name);
     return lock;
+}
+
+/// @throws FolderGone
+void makeFolder(const Path& folder) {
+    try {
+        makeFolderOfOwner(folder);
+    } catch (const MetadataWriteFailure& failure) {
+        try {
+            std::rethrow_if_nested(failure);
+        } catch (const host::FileSystemException& cause) {
+            if (cause.code().value() == ENOENT)
+                throw FolderGone();
+        } catch (...) {
+            // The failure tells it.
+        }
+        throw;
+    }
 }
 
 }  // namespace
@@ -157,10 +188,8 @@ bool isLockHeld(const Path& folder) {
 }
 
 FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit, bool cleansUp) {
-    makeFolderOfOwner(folder);
-    requireWritable(folder);
-    lock_ = waitForLock(folder, getLockFile(folder).accessName(), limit);
     try {
+        makeAndLock(folder, limit);
         // It follows the folder when that is renamed.
         folder_ = Descriptor(folder.accessName(), O_PATH | O_DIRECTORY);
         if (!folder_.isOpen())
@@ -173,10 +202,29 @@ FolderLock::FolderLock(const Path& folder, std::chrono::milliseconds limit, bool
     }
 }
 
+void FolderLock::makeAndLock(const Path& folder, std::chrono::milliseconds limit) {
+    for (int attempt = 1; !lock_.isOpen(); ++attempt) {
+        const std::vector<Path> missing = findMissingFolders(folder);
+        for (std::size_t i = made_.size(); i < missing.size(); ++i)
+            made_.push_back(missing[i].accessName());
+        try {
+            makeFolder(folder);
+            requireWritable(folder);
+            lock_ = waitForLock(folder, getLockFile(folder).accessName(), limit);
+        } catch (const FolderGone&) {
+            if (attempt == maximumAttempts)
+                raiseSystemError(folder, ENOENT);
+        }
+    }
+}
+
 void FolderLock::release() noexcept {
     // While it is still locked, so that nobody loses a lock that he holds.
     if (folder_.isOpen())
         unlinkat(folder_.number(), lockName, 0);
+    for (const std::string& folder : made_)
+        rmdir(folder.c_str());
+    made_.clear();
     folder_ = {};
     lock_ = {};
 }

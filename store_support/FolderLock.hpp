@@ -2,6 +2,8 @@
 #pragma once
 
 #include <chrono>
+#include <string>
+#include <vector>
 
 #include "store_support/Disk.hpp"
 
@@ -31,7 +33,8 @@ public:
     /// Waits for the lock, then cleans up after a writer that was interrupted: its change is completed if it had been
     /// decided, otherwise forgotten.
     ///
-    /// @param folder the metadata folder; made if it is missing, and made writable if the user's settings allow it
+    /// @param folder the metadata folder; made if it is missing, with those above it, and made writable if the user's
+    ///        settings allow it. What was made is removed with the lock if nothing came into it.
     /// @param limit how long to wait
     /// @throws MetadataWriteFailure naming the lock file, if the lock cannot be had within `limit`,
     ///         with the process that holds it if the system tells, or if it cannot be made; ReadOnlyMetadataFailure,
@@ -53,6 +56,9 @@ public:
 private:
     FolderLock(const Path& folder, std::chrono::milliseconds limit, bool cleansUp);
 
+    void makeAndLock(const Path& folder, std::chrono::milliseconds limit);
+
+    std::vector<std::string> made_;  ///< folders, from below
     Descriptor folder_;
     Descriptor lock_;
 };

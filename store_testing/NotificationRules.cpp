@@ -145,14 +145,23 @@ void announcesItsChanges(const ScratchProject& project) {
 }
 
 void subscribersCanStopAChange(const ScratchProject& project) {
+    class Stop {};
+    const auto refuse = [](const Files&, const Files&, const Files&) -> std::shared_ptr<metadata::ChangeGuard> {
+        throw Stop();
+    };
     const auto store = project.open();
+    {
+        const RegisteredManager manager;
+        manager->onPreWrite(refuse);
+        const auto before = readFiles(project.root());
+        requireThrows<Stop>("the first change", "of the subscriber", [&] { store->setNode(path("a"), *node("1")); });
+        requireSameFiles("after a first change that was stopped", before, readFiles(project.root()));
+    }
     store->setNode(path("a"), *node("1"));
     const auto before = readFiles(project.root());
     {
-        class Stop {};
         const RegisteredManager manager;
-        manager->onPreWrite(
-            [](const Files&, const Files&, const Files&) -> std::shared_ptr<metadata::ChangeGuard> { throw Stop(); });
+        manager->onPreWrite(refuse);
         requireThrows<Stop>("setNode", "of the subscriber", [&] { store->setNode(path("a"), *node("2")); });
         requireThrows<Stop>("setPaths", "of the subscriber", [&] { store->setPaths(paths("b")); });
         requireThrows<Stop>("removePath", "of the subscriber", [&] { store->removePath(path("a")); });
@@ -174,7 +183,8 @@ std::vector<Rule> getNotificationRules() {
          "an announced one and more; a change that changes nothing is not announced.",
          announcesItsChanges},
         {"SubscribersCanStopAChange",
-         "The error of a subscriber that refuses a change ends the operation, and the old content stays.",
+         "The error of a subscriber that refuses a change ends the operation, and the old content stays; of a first "
+         "change there is nothing then, no folder either.",
          subscribersCanStopAChange},
     };
 }

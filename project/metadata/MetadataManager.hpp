@@ -11,8 +11,8 @@
 ///   has returned, it is on disk.
 /// - What it does not change it does not write.
 /// - It happens as one `FileJob`, run by the `FileJobManager` that is registered as a service, if there is one. The
-///   error of a subscriber ends the operation and leaves the old content. A subscriber must not change the same project
-///   before the batch is over.
+///   error of a subscriber ends the operation: of one that is told before the change, with the old content; of one that
+///   is told after it, with the new content. A subscriber must not change the same project before the batch is over.
 /// - What could not be read back is refused before anything is touched.
 ///
 /// Several stores, in one process or in many, may be open on one project. Each sees what the others wrote, and a

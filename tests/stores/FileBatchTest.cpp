@@ -8,12 +8,14 @@
 
 #include <fstream>
 #include <map>
+#include <memory>
 #include <optional>
 #include <thread>
 
 #include "project/metadata/MetadataErrors.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/FileBatch.hpp"
+#include "tests/support/ChildProcess.hpp"
 #include "tests/support/MessageOf.hpp"
 #include "tests/support/TempFolder.hpp"
 #include "tests/support/UnprivilegedUser.hpp"
@@ -182,6 +184,33 @@ TEST_F(FileBatchTest, TheLockIsWaitedForAndNamed) {
     writeBytes(metadata() / ".lock", "");
     FolderLock(folder, std::chrono::milliseconds(0)).release();
     EXPECT_EQ(files(), before_);
+}
+
+TEST_F(FileBatchTest, FoldersThatAreMadeForNothingGoAgain) {
+    const auto folder = toPath(folder_ / "new/resources/project");
+    FolderLock(folder).release();
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "new"));
+    {
+        const FolderLock lock(folder);
+        writeBytes(folder_ / "new/somebody's", "");
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "new/resources"));
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "new/somebody's"));
+    // What was there stays, empty or not.
+    std::filesystem::create_directories(folder_ / "new/resources");
+    FolderLock(folder).release();
+    EXPECT_TRUE(std::filesystem::is_empty(folder_ / "new/resources"));
+
+    // Whoever waits for a folder that goes makes it himself.
+    std::vector<std::unique_ptr<ChildProcess>> others;
+    for (int i = 0; i < 3; ++i) {
+        others.push_back(std::make_unique<ChildProcess>([&] {
+            for (int j = 0; j < 300; ++j)
+                FolderLock(folder).release();
+        }));
+    }
+    for (const auto& other : others)
+        EXPECT_EQ(other->wait(), 0);
 }
 
 }  // namespace

@@ -316,6 +316,16 @@ TEST_P(SharedProjectTest, ANarrowMaskLocksNobodyOut) {
     }
 }
 
+TEST_P(SharedProjectTest, AFirstChangeThatIsRefusedLeavesNothing) {
+    // Not even the folders that it has made can be used.
+    give(root_, alice, team, 0770);
+    User narrow = alice;
+    narrow.mask = 0177;
+    EXPECT_NE(runAs(narrow, [&] { set({u"x"}, u"1"); }), 0);
+    EXPECT_EQ(listing(root_), "");
+    EXPECT_EQ(runAs(alice, [&] { set({u"x"}, u"1"); }), 0);
+}
+
 INSTANTIATE_TEST_SUITE_P(Stores, SharedProjectTest, testing::ValuesIn(fileStores()), nameOfStore);
 
 class SharedFolderTest : public PermissionsTest {
