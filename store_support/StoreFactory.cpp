@@ -52,7 +52,7 @@ bool hasOnlyCoreFile(const host::Path& folder) {
     return std::all_of(files.begin(), files.end(), [](const host::Path& file) {
         const std::u16string name = file.fileName().text();
         return name == project::metadata::coreFileName() || name.front() == u'.' ||
-               project::metadata::getMarkedUuid(name);
+               project::metadata::getMarkedUuid(file);
     });
 }
 

@@ -8,6 +8,7 @@
 
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/Uuid.hpp"
 #include "store_support/HexDigits.hpp"
 
 namespace stores::fixed_path {
@@ -155,7 +156,8 @@ std::optional<project::metadata::PathElement> parseNodeFolderName(const std::u16
 }
 
 bool isNodeFile(const host::Path& path) {
-    return hasSeparator(path) && project::metadata::ends_with(path.fileName().text(), nodeFileExtension);
+    return hasSeparator(path) && project::metadata::ends_with(path.fileName().text(), nodeFileExtension) &&
+           !project::metadata::getMarkedUuid(path);
 }
 
 std::u16string nodeFilePattern() {
@@ -163,7 +165,7 @@ std::u16string nodeFilePattern() {
 }
 
 bool isNodeFolder(const host::Path& path) {
-    return hasSeparator(path) && !isNodeFile(path);
+    return hasSeparator(path) && !project::metadata::ends_with(path.fileName().text(), nodeFileExtension);
 }
 
 }  // namespace stores::fixed_path
