@@ -14,7 +14,6 @@
 #include "operations/NodeMerge.hpp"
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
-#include "operations/UuidText.hpp"
 #include "operations/Workshop.hpp"
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/CoreFile.hpp"
@@ -24,6 +23,7 @@
 #include "project/metadata/MetadataRoots.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "project/metadata/Uuid.hpp"
+#include "project/metadata/UuidText.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/FolderLock.hpp"
 
@@ -128,14 +128,13 @@ private:
         std::vector<host::Path> entries = pm::listChildFiles(folder);
         std::sort(entries.begin(), entries.end());
         for (const host::Path& entry : entries) {
-            const std::u16string name = entry.fileName().text();
             if (entry == store_support::getScratchFolder(folder_) || entry == store_support::getLockFile(folder_))
                 continue;
             struct stat status {};
             const bool isFolder = lstat(entry.accessName().c_str(), &status) == 0 && S_ISDIR(status.st_mode);
             if (isFolder)
                 checkFiles(entry);
-            else if (entry == folder_ / pm::coreFileName() || (folder == folder_ && pm::getMarkedUuid(name)) ||
+            else if (entry == folder_ / pm::coreFileName() || (folder == folder_ && pm::getMarkedUuid(entry)) ||
                      (!ownFiles_ || ownFiles_->count(entry) > 0))
                 checkFile(entry);
             else
@@ -151,8 +150,8 @@ private:
             return;
         for (Problem& problem : checkXml(file))
             result_.problems.push_back(std::move(problem));
-        const auto uuid = pm::getMarkedUuid(name);
-        if (uuid && !isUuid(host::toUtf8(*uuid)))
+        const auto uuid = pm::getMarkedUuid(file);
+        if (uuid && !pm::isUuid(host::toUtf8(*uuid)))
             add(file, 0, u"its name holds no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 and 12");
     }
 

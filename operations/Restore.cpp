@@ -133,7 +133,7 @@ void keepForeignFiles(const host::Path& root, const fs::path& folder, const fs::
     }
     if (own.all.empty()) {
         for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
-            if (entry.path().parent_path() != folder || !pm::getMarkedUuid(toPath(entry.path()).fileName().text()))
+            if (entry.path().parent_path() != folder || !pm::getMarkedUuid(toPath(entry.path())))
                 own.all.insert(entry.path().lexically_relative(folder));
         }
     }

@@ -48,7 +48,8 @@ bool hasOnlyCoreFile(const Path& folder) {
     const auto files = project::metadata::listChildFiles(folder);
     return std::all_of(files.begin(), files.end(), [](const Path& file) {
         const std::u16string name = file.fileName().text();
-        return name == coreFileName() || name.front() == u'.' || project::metadata::getMarkedUuid(name);
+        return name == coreFileName() || name.front() == u'.' ||
+               project::metadata::getMarkedUuid(file);
     });
 }
 

@@ -9,9 +9,9 @@
 #include "operations/DryRun.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/Project.hpp"
-#include "operations/UuidText.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/Uuid.hpp"
+#include "project/metadata/UuidText.hpp"
 
 namespace cli {
 
@@ -25,7 +25,7 @@ struct Marker {
     host::Path file;
 };
 
-/// The marker files in a metadata folder, by their names.
+/// The marker files in a metadata folder.
 struct Markers {
     std::vector<Marker> good;
     std::vector<host::Path> malformed;
@@ -36,11 +36,11 @@ Markers findMarkers(const host::Path& folder) {
     std::sort(files.begin(), files.end());
     Markers markers;
     for (const host::Path& file : files) {
-        const auto marked = pm::getMarkedUuid(file.fileName().text());
+        const auto marked = pm::getMarkedUuid(file);
         if (!marked)
             continue;
         const std::string uuid = host::toUtf8(*marked);
-        if (isUuid(uuid))
+        if (pm::isUuid(uuid))
             markers.good.push_back({uuid, file});
         else
             markers.malformed.push_back(file);
@@ -73,7 +73,7 @@ Status list(const host::Path& root, bool json) {
 
 /// @param given the UUID in text form; without a value, a new one
 Status assign(const host::Path& root, const std::optional<std::string>& given, bool dryRun, bool json) {
-    if (given && !isUuid(*given)) {
+    if (given && !pm::isUuid(*given)) {
         throw CommandError(Status::usage, '"' + *given +
                                               "\" is no UUID, which has hexadecimal digits in groups of 8, 4, 4, 4 "
                                               "and 12, joined by \"-\"");

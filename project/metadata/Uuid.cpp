@@ -1,14 +1,20 @@
 #include "project/metadata/Uuid.hpp"
 
+#include <filesystem>
 #include <sstream>
+#include <system_error>
+#include <utility>
 
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
+#include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "project/metadata/UuidText.hpp"
 
 namespace project::metadata {
 
@@ -16,6 +22,20 @@ namespace {
 
 constexpr const char16_t* markerStart = u"uuid-";
 constexpr const char16_t* markerEnd = u".xml";
+constexpr const char16_t* markerElement = u"uuid";
+
+/// The name of the root element of `file`; no value if it cannot be read.
+std::optional<std::u16string> readRootName(const host::Path& file) {
+    std::error_code code;
+    // Opening a pipe could take for ever.
+    if (!std::filesystem::is_regular_file(file.accessName(), code))
+        return std::nullopt;
+    try {
+        return readRootFromFile(file)->getName();
+    } catch (const exception::ProjectException&) {
+        return std::nullopt;
+    }
+}
 
 }  // namespace
 
@@ -30,16 +50,19 @@ host::Path assignUuid(const host::Path& root, const std::u16string& uuid) {
     const std::u16string fileName = markerStart + (uuid.empty() ? generateUUID() : uuid) + markerEnd;
     host::Path marker = ProjectMetadataLocation(root).getDirectory() / fileName;
     const bool compactEnding = false;
-    writeToFile(MetadataNodeSpecification(u"uuid"), marker, compactEnding);
+    writeToFile(MetadataNodeSpecification(markerElement), marker, compactEnding);
     return marker;
 }
 
-std::optional<std::u16string> getMarkedUuid(const std::u16string& fileName) {
-    const std::u16string name = stripExtension(fileName, markerEnd);
+std::optional<std::u16string> getMarkedUuid(const host::Path& file) {
+    const std::u16string fileName = file.fileName().text();
     const std::u16string start = markerStart;
-    if (name == fileName || name.compare(0, start.size(), start) != 0)
+    if (fileName.compare(0, start.size(), start) != 0 || !ends_with(fileName, markerEnd))
         return std::nullopt;
-    return name.substr(start.size());
+    std::u16string uuid = stripExtension(fileName, markerEnd).substr(start.size());
+    const auto rootName = readRootName(file);
+    const bool isMarker = rootName ? *rootName == markerElement : isUuid(host::toUtf8(uuid));
+    return isMarker ? std::optional(std::move(uuid)) : std::nullopt;
 }
 
 }  // namespace project::metadata

@@ -21,7 +21,9 @@ PROJECT_METADATA_EXPORT std::u16string generateUUID();
 /// @throws MetadataWriteFailure, ReadOnlyMetadataFailure and others as `writeToFile` and `getDirectory`
 PROJECT_METADATA_EXPORT host::Path assignUuid(const host::Path& root, const std::u16string& uuid);
 
-/// What stands for the UUID, its form unchecked, in the name of a marker file; no value if `fileName` is none of one.
-PROJECT_METADATA_EXPORT std::optional<std::u16string> getMarkedUuid(const std::u16string& fileName);
+/// What stands for the UUID, its form unchecked, in the name of the marker file `file`; no value if it is none. Stores
+/// may give their files such a name too: the root element of a marker is "uuid". A file that cannot be read is one if
+/// its name holds a UUID.
+PROJECT_METADATA_EXPORT std::optional<std::u16string> getMarkedUuid(const host::Path& file);
 
 }  // namespace project::metadata

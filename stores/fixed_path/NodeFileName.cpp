@@ -7,6 +7,7 @@
 #include <boost/uuid/uuid_io.hpp>
 
 #include "project/metadata/FileUtilities.hpp"
+#include "project/metadata/Uuid.hpp"
 #include "store_support/HexDigits.hpp"
 
 namespace stores::fixed_path {
@@ -154,7 +155,8 @@ std::optional<PathElement> parseNodeFolderName(const std::u16string& name) {
 }
 
 bool isNodeFile(const Path& path) {
-    return hasSeparator(path) && project::metadata::ends_with(path.fileName().text(), nodeFileExtension);
+    return hasSeparator(path) && project::metadata::ends_with(path.fileName().text(), nodeFileExtension) &&
+           !project::metadata::getMarkedUuid(path);
 }
 
 std::u16string nodeFilePattern() {
@@ -162,7 +164,7 @@ std::u16string nodeFilePattern() {
 }
 
 bool isNodeFolder(const Path& path) {
-    return hasSeparator(path) && !isNodeFile(path);
+    return hasSeparator(path) && !project::metadata::ends_with(path.fileName().text(), nodeFileExtension);
 }
 
 }  // namespace stores::fixed_path

@@ -27,10 +27,11 @@ std::u16string nodeFileName(const PathElement& element);
 /// The element whose folder is named `name`; no value if `name` was cut, or is none that `nodeFolderName` makes.
 std::optional<PathElement> parseNodeFolderName(const std::u16string& name);
 
-/// Whether `path` could be the file of a path element, by its name.
+/// Whether `path` could be the file of a path element: by its name, and where a marker of the project's UUID could have
+/// the same, by what is in the file.
 bool isNodeFile(const Path& path);
 
-/// What `isNodeFile` finds, in a metadata folder and below, as a pattern of gitattributes(5).
+/// The names that files of path elements have, in a metadata folder and below, as a pattern of gitattributes(5).
 std::u16string nodeFilePattern();
 
 /// Whether `path` could be the folder of a path element's children, by its name.

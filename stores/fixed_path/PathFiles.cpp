@@ -233,27 +233,27 @@ PathFile PathFiles::interpret(const Path& file, const XmlFile& xml) const {
 
 PathFiles::Folder PathFiles::readFolder(const Path& childFolder, Damages* damages) const {
     Folder folder;
-    std::vector<std::pair<Path, FolderEntry>> files;  // each with its name here
+    std::vector<std::pair<Path, FolderEntry>> files;
     for (FolderEntry& entry : listEntries(childFolder)) {
-        Path name = Path::fromAccessName(entry.name);
-        if (isNodeFile(name))
-            files.emplace_back(std::move(name), std::move(entry));
-        else if (isNodeFolder(name))
-            folder.folders.emplace(name.text(), false);
+        Path file = childFolder / Path::fromAccessName(entry.name);
+        if (isNodeFile(file))
+            files.emplace_back(std::move(file), std::move(entry));
+        else if (isNodeFolder(file))
+            folder.folders.emplace(file.fileName().text(), false);
     }
     folder.listing.children.reserve(files.size());
     folder.hasFiles = !files.empty();
     const std::string start = childFolder.accessName() + '/';
-    for (const auto& [name, entry] : files) {
-        const auto below = folder.folders.find(stripExtension(name.text(), nodeFileExtension));
+    for (const auto& [file, entry] : files) {
+        const std::u16string name = file.fileName().text();
+        const auto below = folder.folders.find(stripExtension(name, nodeFileExtension));
         const bool hasFolder = below != folder.folders.end();
         if (hasFolder)
             below->second = true;
-        const Path file = childFolder / name;
         try {
             const PathFilePtr content = readEntry(file, start + entry.name, entry);
             // Another process may have removed it since. A damaged one may not even tell which path it was.
-            if (content && (!content->damage || name.text() == nodeFileName(content->element)))
+            if (content && (!content->damage || name == nodeFileName(content->element)))
                 folder.listing.children.push_back({content, hasFolder});
             else
                 folder.listing.isAll = false;

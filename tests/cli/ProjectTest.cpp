@@ -130,6 +130,13 @@ TEST_F(UuidCommandTest, givesAProjectUuidsAndListsThem) {
     expectFailure(run({"uuid", root, uuid, "--new"}), 2, {"--new"});
 }
 
+TEST_F(UuidCommandTest, takesNoPathForAMarker) {
+    init();
+    ASSERT_EQ(run({"set", root, "--create", "uuid-x:1", "k=1"}).status, 0);
+    EXPECT_THAT(run({"uuid", root}).err, testing::Not(HasSubstr("uuid-x")));
+    EXPECT_EQ(run({"check", root}).status, 0);
+}
+
 TEST_F(UuidCommandTest, refusesWhatIsNoUuid) {
     init();
     const auto before = readTree(root);

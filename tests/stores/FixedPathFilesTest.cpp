@@ -12,6 +12,7 @@
 #include "project/metadata/MetadataDamage.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/RepeatableRead.hpp"
+#include "project/metadata/Uuid.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/MessageOf.hpp"
@@ -104,6 +105,25 @@ TEST_F(FixedPathFilesTest, OtherFilesAreLeftAlone) {
     for (const char* name : {"notes.txt", "uuid-1.xml", "t=a/readme", "t=a/x=y.txt"})
         EXPECT_EQ(readBytes(file(name)), "mine") << name;
     EXPECT_FALSE(std::filesystem::exists(file("t=a.xml")));
+}
+
+TEST_F(FixedPathFilesTest, MarkersAndPathsAreToldApartByWhatIsInTheFile) {
+    const MetadataPath likeMarker(std::vector{PathElement(u"uuid-x", u"1")});
+    store_->setNode(likeMarker, *node(u"1"));
+    const host::Path marker = project::metadata::assignUuid(folder_.path(), u"x=2");
+    EXPECT_EQ(project::metadata::getMarkedUuid(marker), u"x=2");
+    EXPECT_EQ(project::metadata::getMarkedUuid(toPath(file("uuid-x=1.xml"))), std::nullopt);
+    EXPECT_EQ(outline(*store_), "1(1)");
+    EXPECT_EQ(damagedFiles(), std::vector<std::string>());
+    store_->setPaths({path({u"a"})});
+    store_->removePath({});
+    EXPECT_FALSE(std::filesystem::exists(file("uuid-x=1.xml")));
+    EXPECT_EQ(readBytes(toStd(marker)), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<uuid/>\n");
+
+    // What is damaged belongs to a path, unless the name holds a UUID.
+    writeBytes(file("uuid-x=1.xml"), "<Path");
+    EXPECT_EQ(project::metadata::getMarkedUuid(toPath(file("uuid-x=1.xml"))), std::nullopt);
+    EXPECT_EQ(damagedFiles(), std::vector<std::string>{"uuid-x=1.xml"});
 }
 
 TEST_F(FixedPathFilesTest, RemovedFoldersDisappear) {

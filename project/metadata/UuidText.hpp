@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <string_view>
 
-namespace operations {
+namespace project::metadata {
 
 /// Whether `text` has the text form of RFC 4122, in digits of either case.
 inline bool isUuid(std::string_view text) {
@@ -15,4 +15,4 @@ inline bool isUuid(std::string_view text) {
     });
 }
 
-}  // namespace operations
+}  // namespace project::metadata
