@@ -138,6 +138,9 @@ unset F:z Path
     EXPECT_EQ(readTree(root), before);
     expectSuccess(edit(std::string("set F:a 'K=1\n2'") + '\0' + "set F:y K=3", {"-0", "-q"}), "");
     expectSuccess(run({"get", root, "F:a", "K"}), "1\n2\n");
+    // A new path stays when its node goes again.
+    EXPECT_THAT(edit("set --create F:n|F:m K=1\nremove --node-only F:n|F:m\n").out, HasSubstr(": 2 added"));
+    expectSuccess(run({"find", root, "F:n"}), "F:n\nF:n|F:m\n");
 }
 
 TEST_P(AddressTest, valuesComeFromFilesAndTheStandardInput) {
