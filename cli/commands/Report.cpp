@@ -30,6 +30,7 @@
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/FolderScan.hpp"
 #include "operations/Project.hpp"
@@ -162,6 +163,7 @@ Status report(const host::Path& root, const Wish& wish) {
     const auto existing = wish.replace ? operations::Existing::replace : operations::Existing::keep;
     operations::requireWritable(name, existing);
     if (*wish.dryRun) {
+        operations::requireFeasibleOutput(name);
         if (*wish.isJson)
             printJson({{"file", toJson(name)}, {"bytes", nullptr}});
         else

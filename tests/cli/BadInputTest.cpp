@@ -178,8 +178,12 @@ TEST_F(DamagedProjectTest, aDryRunFailsAtWhatCannotBeWrittenToo) {
     std::string deep = "T:0";
     for (int i = 1; i < 251; ++i)
         deep += "|T:" + std::to_string(i);
+    const fs::path absent = folder / "absent";
+    fs::create_symlink("nowhere", folder / "dangling");
+    test::writeBytes(folder / "large", std::string(12'000'000, 'a'));
     const fs::path closed = folder / "closed";
-    fs::create_directory(closed);
+    test::writeBytes(closed / "own", "");
+    ASSERT_EQ(chown((closed / "own").c_str(), 65534, 65534), 0);
     fs::permissions(closed, fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_exec);
     Surroundings nobody;
     nobody.prefix = test::movedInstallation();
@@ -191,7 +195,17 @@ TEST_F(DamagedProjectTest, aDryRunFailsAtWhatCannotBeWrittenToo) {
         {{"set", root, "T:a", "--create", "--name", "no name", "k=v"}, "no name"},
         {{"init", closed / "new"}, closed},
         {{"import", folder / "out.xml", closed / "new"}, closed},
-        {{"merge", folder / "out.xml", folder / "out.xml", folder / "out.xml", "-o", closed / "out.xml"}, closed}};
+        {{"merge", folder / "out.xml", folder / "out.xml", folder / "out.xml", "-o", closed / "out.xml"}, closed},
+        {{"export", root, "-o", closed / "new"}, closed},
+        {{"report", root, "-o", closed / "new"}, closed},
+        {{"export", root, "-o", closed / "own", "--replace"}, closed},
+        {{"report", root, "-o", closed / "own", "--replace"}, closed},
+        {{"merge", folder / "out.xml", folder / "out.xml", folder / "out.xml", "-o", absent / "new"}, absent},
+        {{"export", root, "-o", absent / "new"}, absent},
+        {{"report", root, "-o", absent / "new"}, absent},
+        {{"export", root, "-o", folder / "dangling"}, folder / "dangling"},
+        {{"set", root, "T:a", "--create", "xmlns:xml=x"}, "namespace"},
+        {{"set", root, "T:a", "--create", "K@" + (folder / "large").native()}, "too long"}};
     const auto before = readTree(folder.std());
     for (auto [line, part] : lines) {
         const Surroundings user = part == closed ? nobody : Surroundings();
