@@ -107,6 +107,10 @@ TEST_F(CompareTest, refusesWhatItCannotCompare) {
         EXPECT_EQ(test::readBytes(folder / "more.xml"), content);
     }
 
+    const std::string sound = project("sound", path("a", "k=\"1\"") + path("b", ""), "fixedPath");
+    const fs::path files = fs::path(sound) / "resources/project";
+    expectFailure(run({"diff", files / "T=a.xml", sound}), 3, {"\"T:a\""});
+
     const std::string damaged = project("damaged", path("a", "k=\"1\""), "fixedPath");
     test::writeBytes(fs::path(damaged) / "resources/project/T=a.xml", "<Path");
     const Outcome outcome = run({"diff", damaged, file("a.xml", "")});
