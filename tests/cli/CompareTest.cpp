@@ -110,6 +110,11 @@ TEST_F(CompareTest, refusesWhatItCannotCompare) {
     const std::string sound = project("sound", path("a", "k=\"1\"") + path("b", ""), "fixedPath");
     const fs::path files = fs::path(sound) / "resources/project";
     expectFailure(run({"diff", files / "T=a.xml", sound}), 3, {"\"T:a\""});
+    // A core file says all of a project only where it holds all.
+    expectFailure(run({"merge", sound, sound, files / "Project.xml"}), 3, {"one form"});
+    test::writeBytes(folder / "empty.xml", "");
+    expectFailure(run({"merge", sound, folder / "empty.xml", sound}), 3, {"one form"});
+    EXPECT_EQ(test::readBytes(folder / "empty.xml"), "");
 
     const std::string damaged = project("damaged", path("a", "k=\"1\""), "fixedPath");
     test::writeBytes(fs::path(damaged) / "resources/project/T=a.xml", "<Path");
@@ -178,6 +183,17 @@ TEST_F(CompareTest, mergesProjectsOfDifferentStores) {
               "~ T:a\n    ~ node Info\n        - k=\"2\"\n        + k=\"3\"\n        - node Conflict\n"
               "            - Base=\"1\"\n            - Key=\"k\"\n            - Ours=\"2\"\n"
               "            - Theirs=\"3\"\n            - What=\"attribute\"\n");
+}
+
+TEST_F(CompareTest, mergesExportedFilesAndProjects) {
+    const std::string base = file("base", path("a", "k=\"1\"") + path("b", ""));
+    const std::string after = path("a", "k=\"2\"") + path("b", "") + path("c", "");
+    const std::string ours = project("ours", path("a", "k=\"2\"") + path("b", ""), "fixedPath");
+    const std::string theirs = project("theirs", path("a", "k=\"1\"") + path("b", "") + path("c", ""), "sqlite");
+    expectSuccess(run({"merge", base, ours, theirs}), "");
+    expectSuccess(run({"diff", ours, file("after", after)}), "");
+    expectSuccess(run({"merge", base, folder / "theirs.xml", ours, "-o", folder / "result.xml"}), "");
+    EXPECT_EQ(contentOf(folder / "result.xml"), after);
 }
 
 TEST_F(CompareTest, aConflictIsSettledByTakingOneSide) {
