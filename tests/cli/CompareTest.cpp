@@ -107,6 +107,20 @@ TEST_F(CompareTest, refusesWhatItCannotCompare) {
         EXPECT_EQ(test::readBytes(folder / "more.xml"), content);
     }
 
+    // The line is where it begins, however much follows, or none.
+    for (const auto& [content, what] : std::vector<std::pair<std::string, std::string>>{
+             {"<!--c-->\n<a>\n<b/>\n\n</a>\n", "a comment in line 1"},
+             {"<a>\n<!--c\n-->\n\n</a>\n", "a comment in line 2"},
+             {"<a>\n<b/>\n<?p q?>\n\n</a>\n", "a processing instruction in line 3"},
+             {"<a>\n\n<b/>text\n\n<b/>\n</a>", "text in line 3"},
+             {"<a>\n\ntext\n<b/>\n</a>", "text in line 3"},
+             {"<a>" + std::string(70000, '\n') + "<!--c-->\n\n</a>\n", "a comment"},
+             {"\n<!DOCTYPE a>\n\n<a>\n</a>", "a document type"},
+             {"<a>\n<b/><![CDATA[c]]>\n</a>", "a CDATA section"}}) {
+        test::writeBytes(folder / "more.xml", content);
+        expectFailure(run({"diff", folder / "more.xml", folder / "node.xml"}), 3, {"it holds " + what + ", which"});
+    }
+
     const std::string sound = project("sound", path("a", "k=\"1\"") + path("b", ""), "fixedPath");
     const fs::path files = fs::path(sound) / "resources/project";
     expectFailure(run({"diff", files / "T=a.xml", sound}), 3, {"\"T:a\""});
