@@ -59,6 +59,7 @@ TEST_F(DamagedProjectTest, namesTheNodeFileThatCannotBeReadAndGoesOnWithoutIt) {
     const Outcome scanned = run({"scan", root, sample});
     EXPECT_EQ(scanned.status, 3);
     EXPECT_THAT(scanned.err, HasSubstr("project-metadata: Cannot read metadata from \"" + nodeFile.string()));
+    EXPECT_EQ(run({"remove", root, "File:README.md", "--node-only"}).status, 3);
     EXPECT_EQ(readTree(root), before);
 }
 
