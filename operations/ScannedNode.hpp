@@ -3,7 +3,8 @@
 /// A folder becomes a path element of type "Folder", everything else one of type "File", with the name as location,
 /// and each path has a node. The attributes "Kind" ("file", "folder", "symlink" or "other"), "Size" (of a file, in
 /// bytes), "ModificationTime" (as `formatTime`, if times are wanted) and "Missing" are the scan's own. The last one is
-/// "true" if the file is gone, but there is something at the path, or below it, that no scan has written.
+/// "true" if the file is gone, but there is something at the path, or below it, that no scan has written. What somebody
+/// else has put there stays.
 ///
 /// But for the times, the attributes are the same wherever the same files are, so that two who have scanned can merge.
 ///
@@ -47,6 +48,7 @@ std::shared_ptr<project::metadata::MetadataNode> describe(const ScannedFile& fil
                                                           const project::metadata::MetadataNode* before,
                                                           bool withTimes);
 
+/// Whether the mark stands in `node`, or can not, since somebody has given the attribute a value of his own.
 /// @param node null if there is no node
 bool isMarkedMissing(const project::metadata::MetadataNode* node);
 
