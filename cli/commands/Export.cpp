@@ -1,10 +1,12 @@
 /// project-metadata export: the metadata of a project, or of one of its paths, in one file.
 
+#include <algorithm>
 #include <cstddef>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/Arguments.hpp"
 #include "cli/Command.hpp"
@@ -65,12 +67,22 @@ Status exportProject(const host::Path& root, const Request& request) {
         file.finish();
     tell(file, request);
     flushOutput();
-    const std::size_t damages = keepDamage(operations::findDamage(*store));
-    if (damages == 0)
-        return Status::done;
-    reportError("The export lacks what is damaged in the metadata of " + quoted(root) + ": " +
-                formatCount(damages, "file"));
-    return Status::foundProblems;
+    std::vector<project::metadata::MetadataDamage> damages = operations::findDamage(*store);
+    const auto foreign =
+        std::stable_partition(damages.begin(), damages.end(), [](const auto& damage) { return !damage.isForeign; });
+    const std::size_t foreignCount = keepDamage({foreign, damages.end()});
+    const std::size_t damageCount = keepDamage({damages.begin(), foreign});
+    if (damageCount > 0) {
+        reportError("The export lacks what is damaged in the metadata of " + quoted(root) + ": " +
+                    formatCount(damageCount, "file"));
+    }
+    if (foreignCount > 0) {
+        reportError(
+            "The export has all metadata that can be read, but lacks what files of it hold besides, such as a "
+            "comment, in " +
+            quoted(root) + ": " + formatCount(foreignCount, "file"));
+    }
+    return damageCount + foreignCount > 0 ? Status::foundProblems : Status::done;
 }
 
 Command::Action configure(CLI::App& app) {

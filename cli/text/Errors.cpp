@@ -171,11 +171,13 @@ void reportError(const std::string& sentence) {
 
 void reportWarnings() {
     const std::string start = toldSentences().empty() ? programStart : indentation;
-    for (const auto& [file, text] : takeWarnings()) {
+    for (const auto& [file, text, isForeign] : takeWarnings()) {
         const std::string name = escapeText(file.text());
         const std::string problem = escapeText(file.empty() ? text : operations::explainProblem(file, text));
         if (!isTold({name, problem}))
-            write(start, file.empty() ? problem : '"' + name + "\" is damaged: " + problem);
+            write(start, file.empty() ? problem
+                                      : '"' + name + (isForeign ? "\" is read, but not written: " : "\" is damaged: ") +
+                                            problem);
     }
 }
 

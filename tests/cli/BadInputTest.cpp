@@ -49,6 +49,7 @@ TEST_F(DamagedProjectTest, namesTheNodeFileThatCannotBeReadAndGoesOnWithoutIt) {
     init();
     ASSERT_EQ(run({"scan", root, sample}).status, 0);
     const fs::path nodeFile = coreFile.parent_path() / "File=README.md.xml";
+    const std::string sound = test::readBytes(nodeFile);
     test::writeBytes(nodeFile, "<Path");
     const auto before = readTree(root);
     const Outcome exported = run({"export", root, "-o", folder / "out.xml"});
@@ -61,6 +62,14 @@ TEST_F(DamagedProjectTest, namesTheNodeFileThatCannotBeReadAndGoesOnWithoutIt) {
     EXPECT_THAT(scanned.err, HasSubstr("project-metadata: Cannot read metadata from \"" + nodeFile.string()));
     EXPECT_EQ(run({"remove", root, "File:README.md", "--node-only"}).status, 3);
     EXPECT_EQ(readTree(root), before);
+
+    // What is only besides metadata is another matter.
+    test::writeBytes(nodeFile, sound + "<!-- mine -->");
+    const Outcome whole = run({"export", root, "-o", folder / "whole.xml"});
+    EXPECT_EQ(whole.status, 1);
+    EXPECT_THAT(whole.err, testing::AllOf(HasSubstr(": 1 file\n    \"" + nodeFile.native() + "\" "),
+                                          HasSubstr("a comment in line "), testing::Not(HasSubstr("damaged"))));
+    EXPECT_THAT(test::readBytes(folder / "whole.xml"), HasSubstr("README.md"));
 }
 
 TEST_F(FullDiskTest, keepsTheOldContent) {
