@@ -435,6 +435,12 @@ TEST_F(ScanRefusalTest, whatIsNoFolderAndTheMetadataItself) {
     for (const fs::path& own : {coreFile.parent_path(), coreFile.parent_path() / "below"})
         expectFailure(run({"scan", root, own}), 2, {own});
     fs::remove(coreFile.parent_path() / "below");
+    for (const fs::path& internals : {root / ".git/hooks", root / "sub/.git", folder / "elsewhere/.git"}) {
+        fs::create_directories(internals);
+        expectFailure(run({"scan", root, internals}), 2, {internals, "\".git\""});
+    }
+    fs::remove_all(root / ".git");
+    fs::remove_all(root / "sub");
     EXPECT_EQ(readTree(root), before);
 }
 
