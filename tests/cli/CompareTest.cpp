@@ -208,6 +208,10 @@ TEST_F(CompareTest, mergesExportedFilesAndProjects) {
     expectSuccess(run({"diff", ours, file("after", after)}), "");
     expectSuccess(run({"merge", base, folder / "theirs.xml", ours, "-o", folder / "result.xml"}), "");
     EXPECT_EQ(contentOf(folder / "result.xml"), after);
+    // What comes from the standard input has no place but the standard output.
+    const test::Surroundings input = test::withInput(test::readBytes(folder / "theirs.xml"));
+    expectSuccess(run({"merge", base, "-", ours}, input), test::readBytes(folder / "result.xml"));
+    expectSuccess(run({"merge", base, "-", ours, "-o", "-"}, input), test::readBytes(folder / "result.xml"));
 }
 
 TEST_F(CompareTest, aConflictIsSettledByTakingOneSide) {
