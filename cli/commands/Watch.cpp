@@ -14,6 +14,7 @@
 #include "cli/text/Json.hpp"
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
+#include "operations/Project.hpp"
 #include "operations/ProjectWatch.hpp"
 #include "operations/TreeWalk.hpp"
 
@@ -28,6 +29,8 @@ Status watch(const Positionals::Values& values, bool isJson) {
     const pm::MetadataPath top = values.texts.empty() ? pm::MetadataPath() : parsePath(values.texts[0]);
     operations::Observer observer;  // what goes on is nothing to wait for
     operations::ProjectWatch project(values.root, observer);
+    if (!top.getPath().empty())
+        requirePath(*operations::openProject(values.root), top);
     if (!isJson)
         printNote("Watching; Ctrl-C ends it\n");
     for (;;) {
