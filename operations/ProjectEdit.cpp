@@ -273,6 +273,22 @@ bool ProjectEdit::hasPath(const pm::MetadataPath& path) {
     return removedSet_.count(path) == 0 && (addedSet_.count(path) > 0 || store_.hasPath(path));
 }
 
+bool ProjectEdit::hasNode(const NodeAddress& address) {
+    if (!hasPath(address.path))
+        return false;
+    const Content& content = contentOf(address.path);
+    if (!content.draft)
+        return findNode(content.node.get(), address) != nullptr;
+    const NodeDraft* node = &*content.draft;
+    for (std::size_t depth = 0; depth < address.inside.size(); ++depth) {
+        const auto place = findDraft(*node, address, depth);
+        if (!place)
+            return false;
+        node = &node->children[*place];
+    }
+    return true;
+}
+
 StoreChange ProjectEdit::finish() {
     StoreChange change;
     if (renaming_) {

@@ -68,6 +68,9 @@ public:
 
     bool hasPath(const project::metadata::MetadataPath& path);
 
+    /// Whether there is a node at `address`.
+    bool hasNode(const NodeAddress& address);
+
     /// All changes so far.
     StoreChange finish();
 
