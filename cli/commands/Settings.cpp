@@ -12,6 +12,7 @@
 #include "cli/text/Output.hpp"
 #include "cli/text/SafeText.hpp"
 #include "cli/text/Suggestion.hpp"
+#include "host/FileUtils.hpp"
 #include "host/SettingsService.hpp"
 #include "host/Text.hpp"
 #include "operations/Project.hpp"
@@ -88,7 +89,8 @@ Status listSettings(bool isJson) {
     Status status = Status::done;
     std::string group;
     if (!isJson)
-        printNote("The settings file is " + escapeName(file.text()) + '\n');
+        printNote("The settings file is " + escapeName(file.text()) +
+                  (host::FileUtils::existNoExcept(file) ? "\n" : ", which is not there\n"));
     for (const Setting& setting : settings) {
         const Json line = setting.line > 0 ? Json(setting.line) : Json(nullptr);
         if (!isJson && setting.group != group)
