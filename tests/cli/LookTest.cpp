@@ -76,6 +76,10 @@ TEST_F(LookTest, pathsThatArePrintedNameTheSamePathsAgain) {
     expectSuccess(run({"tree", root}), drawn);
 }
 
+TEST_F(LookTest, aSurrogateAloneIsRefusedInJsonAndNamed) {
+    expectFailure(run({"show", root, R"([["T","\ud800"]])"}), 2, {"surrogate"});
+}
+
 TEST_F(LookTest, treeStartsAndEndsWhereItIsTold) {
     expectSuccess(run({"tree", root, "--depth", "1"}), root.native() + "\n├── Folder:src\n└── Label:x\n");
     expectSuccess(run({"tree", root, "Folder:src", "--attributes"}),
