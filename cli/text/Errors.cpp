@@ -16,11 +16,13 @@
 #include "cli/text/Suggestion.hpp"
 #include "cli/text/Warnings.hpp"
 #include "host/FileSystem.hpp"
+#include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
 #include "host/Path.hpp"
 #include "host/Text.hpp"
 #include "operations/Errors.hpp"
 #include "operations/NodeAddress.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 
 namespace cli {
 
@@ -98,11 +100,20 @@ void addCauses(Report& report, const Error& error) {
     }
 }
 
+/// Whether `error` is about a scratch file that is gone, so that nobody can say any more what was wrong with it.
+bool isAboutGoneFile(const host::UserException& error) {
+    const auto& arguments = error.GetBaseMsgIDObj().arguments;
+    return dynamic_cast<const project::metadata::MetadataReadFailure*>(&error) &&
+           std::get<std::u16string>(arguments.at(1)).empty() &&
+           !host::FileUtils::existNoExcept(host::Path(std::get<std::u16string>(arguments.at(0))));
+}
+
 void addCurrentException(Report& report) {
     try {
         throw;
     } catch (const host::UserException& error) {
-        report.add(escapeText(operations::explain(error)));
+        if (report.sentences.empty() || !isAboutGoneFile(error))
+            report.add(escapeText(operations::explain(error)));
         addCauses(report, error);
     } catch (const CommandError& error) {
         if (report.sentences.empty())
