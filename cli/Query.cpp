@@ -1,14 +1,13 @@
 #include "cli/Query.hpp"
 
 #include <algorithm>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <locale>
 #include <optional>
 #include <string_view>
-#include <system_error>
+#include <tuple>
 
 #include <boost/regex.hpp>
 
@@ -69,12 +68,59 @@ Test makePattern(const std::string& pattern, const Query::Manner& manner) {
     return [glob = Glob(pattern, manner.ignoreCase)](const std::u16string& text) { return glob.matches(text); };
 }
 
+/// A decimal number with all its digits: `sign` times 0.`digits` times ten to the power of `exponent`.
+struct Decimal {
+    int sign = 0;
+    std::int64_t exponent = 0;
+    std::string digits;  // without zeros at both ends; empty for 0
+
+    bool operator<(const Decimal& other) const {
+        if (sign != other.sign)
+            return sign < other.sign;
+        const auto& [smaller, larger] = sign < 0 ? std::tie(other, *this) : std::tie(*this, other);
+        return std::tie(smaller.exponent, smaller.digits) < std::tie(larger.exponent, larger.digits);
+    }
+};
+
 /// @return no value unless all of `text` is a decimal number, such as "12", "-0.5" or "1e6"
-std::optional<long double> readNumber(std::string_view text) {
-    long double number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool isPlain = text.find_first_not_of("0123456789+-.eE") == std::string_view::npos;
-    return isPlain && error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+std::optional<Decimal> readNumber(std::string_view text) {
+    const auto takeDigits = [&text] {
+        const std::string_view digits = text.substr(0, text.find_first_not_of("0123456789"));
+        text.remove_prefix(digits.size());
+        return digits;
+    };
+    const auto take = [&text](std::string_view marks) {
+        if (text.empty() || marks.find(text.front()) == std::string_view::npos)
+            return '\0';
+        const char mark = text.front();
+        text.remove_prefix(1);
+        return mark;
+    };
+    Decimal number;
+    number.sign = take("-") != '\0' ? -1 : 1;
+    number.digits = takeDigits();
+    number.exponent = static_cast<std::int64_t>(number.digits.size());
+    if (take(".") != '\0')
+        number.digits += takeDigits();
+    if (number.digits.empty())
+        return std::nullopt;
+    if (take("eE") != '\0') {
+        constexpr std::size_t most = 15;
+        const bool isNegative = take("+-") == '-';
+        const std::string_view digits = takeDigits();
+        if (digits.empty() || digits.size() > most)
+            return std::nullopt;
+        const std::int64_t exponent = std::stoll(std::string(digits));
+        number.exponent += isNegative ? -exponent : exponent;
+    }
+    if (!text.empty())
+        return std::nullopt;
+    const std::size_t first = number.digits.find_first_not_of('0');
+    if (first == std::string::npos)
+        return Decimal();
+    number.digits = number.digits.substr(first, number.digits.find_last_not_of('0') + 1 - first);
+    number.exponent -= static_cast<std::int64_t>(first);
+    return number;
 }
 
 /// Reads digits and marks one after the other.
@@ -121,13 +167,20 @@ private:
 /// Seconds since the beginning of 1970, and nanoseconds.
 using Moment = std::pair<std::int64_t, std::int64_t>;
 
+std::int64_t countDaysOf(std::int64_t year, std::int64_t month) {
+    const bool isLeapYear = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+    if (month == 2)
+        return isLeapYear ? 29 : 28;
+    return month == 4 || month == 6 || month == 9 || month == 11 ? 30 : 31;
+}
+
 /// A date or a time by ISO 8601: "2026-11-21", "2026-11-21T23:26:25.5Z", "2026-11-21 23:26+01:00". Without an offset it
 /// is UTC.
 std::optional<Moment> readMoment(std::string_view text) {
     DateReader reader(text);
     const auto year = reader.read(4, 0, 9999);
     const auto month = year && reader.skip('-') ? reader.read(2, 1, 12) : std::nullopt;
-    const auto day = month && reader.skip('-') ? reader.read(2, 1, 31) : std::nullopt;
+    const auto day = month && reader.skip('-') ? reader.read(2, 1, countDaysOf(*year, *month)) : std::nullopt;
     if (!day)
         return std::nullopt;
     std::tm date{};
@@ -168,7 +221,7 @@ std::optional<Moment> readMoment(std::string_view text) {
 
 template <class Value>
 bool compare(const std::string& relation, const Value& a, const Value& b) {
-    return relation == "<" ? a < b : relation == "<=" ? a <= b : relation == ">" ? a > b : a >= b;
+    return relation == "<" ? a < b : relation == "<=" ? !(b < a) : relation == ">" ? b < a : !(a < b);
 }
 
 /// Whether a text is a number, or a date, as `bound` is one, and less or greater.

@@ -72,11 +72,10 @@ void requireFeasible(const pm::MetadataManager& store, const host::Path& root, c
     const host::Path folder = pm::ProjectMetadataLocation(root).getDirectory();
     if (const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(&store))
         requireWritableFiles(*lister, change);
-    constexpr int depthInFile = 2;
     for (const auto& [path, node] : change.nodes) {
         store_support::requireStorable(path, folder);
         if (node)
-            store_support::requireReadable(*node, depthInFile, folder);
+            store_support::requireStorable(*node, folder);
     }
     for (const pm::MetadataPath& path : change.added)
         store_support::requireStorable(path, folder);
@@ -96,6 +95,13 @@ void requireFeasibleFile(const host::Path& file) {
     const host::Path target = host::FileUtils::followLink(file);
     requireWritable(target);
     requireFeasibleFolder(pm::getParentFolder(host::FileUtils::makeAbsolute(target)));
+}
+
+void requireFeasibleOutput(const host::Path& file) {
+    const host::Path target = host::FileUtils::makeAbsolute(host::FileUtils::followLink(file));
+    if (!store_support::exists(pm::getParentFolder(target)))
+        store_support::raiseSystemError(file, ENOENT);
+    requireFeasibleFile(file);
 }
 
 }  // namespace operations

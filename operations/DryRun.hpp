@@ -15,7 +15,10 @@ void requireFeasible(const pm::MetadataManager& store, const host::Path& root, c
 /// As that, for new metadata without content.
 void requireFeasible(const host::Path& root);
 
-/// As that, for a file `file` that is to be written or replaced.
+/// As that, for a file `file` that is to be written or replaced, and for the folders that it needs.
 void requireFeasibleFile(const host::Path& file);
+
+/// As that, for a file whose folder has to be there.
+void requireFeasibleOutput(const host::Path& file);
 
 }  // namespace operations

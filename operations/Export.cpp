@@ -2,6 +2,7 @@
 
 #include "host/FileSystem.hpp"
 #include "host/TempDirGuard.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/Errors.hpp"
 #include "operations/MetadataTree.hpp"
 #include "project/metadata/SingleFileExport.hpp"
@@ -19,6 +20,7 @@ std::vector<pm::MetadataDamage> exportMetadata(const pm::MetadataManager& store,
     const pm::FileContent content{true, readSubtree(store, top, *progress, &leftOut)};
     const auto write = [&](const host::Path& place) { format->writeFile(content, place); };
     if (isDryRun) {
+        requireFeasibleOutput(file);
         const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"", u"");
         write(host::Path(scratch.getDirectoryName()) / u"exported");
     } else if (existing == Existing::replace) {

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <string>
+
 #include "operations/Errors.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/FileReplacement.hpp"
@@ -9,10 +11,13 @@
 namespace operations {
 
 void requireWritable(const host::Path& file, Existing existing) {
+    const std::string name = file.accessName();
     struct stat status {};
-    if (stat(file.accessName().c_str(), &status) != 0)
+    const bool leadsNowhere = stat(name.c_str(), &status) != 0;
+    // A link that leads nowhere is in the way of a new file, too.
+    if (leadsNowhere && lstat(name.c_str(), &status) != 0)
         return;
-    if (!S_ISREG(status.st_mode)) {
+    if (!leadsNowhere && !S_ISREG(status.st_mode)) {
         throw OperationError(ErrorKind::failure,
                              quoted(file) + (S_ISDIR(status.st_mode) ? " is a folder" : " is no ordinary file") +
                                  ", so no other file can take its place");

@@ -28,7 +28,7 @@ std::vector<Conflict> mergeMetadata(const MergeRequest& request, Observer& obser
         request.isDryRun ? requireFeasible(*project, request.ours, change) : applyChange(*project, change);
     } else if (request.output || !diffTrees(ours, result.tree).empty()) {
         const host::Path output = request.output.value_or(request.ours);
-        request.isDryRun ? requireFeasibleFile(output) : writeTree(result.tree, output);
+        request.isDryRun ? requireFeasibleOutput(output) : writeTree(result.tree, output);
     }
     return std::move(result.conflicts);
 }

@@ -67,9 +67,11 @@ private:
         result_.problems.push_back({file, line, problem, remedy});
     }
 
-    /// Of what is about one path, no file is known.
+    /// Of the file that has the node, if the store says which one that is.
     void addToPath(const pm::MetadataPath& path, const std::u16string& problem) {
-        result_.problems.push_back({location_.getCoreFile(), 0, problem, Remedy::none, path});
+        const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(store_.get());
+        const host::Path file = lister ? lister->getNodeFile(path) : host::Path();
+        result_.problems.push_back({file.empty() ? location_.getCoreFile() : file, 0, problem, Remedy::none, path});
     }
 
     /// @return whether a change was interrupted

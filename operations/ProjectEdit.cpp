@@ -151,6 +151,7 @@ void ProjectEdit::removeNode(const pm::MetadataPath& path) {
     if (!content.draft && !content.node)
         throw AddressError(ErrorKind::failure, {"There is no node at ", NodeAddress{path}, ", only a branch"});
     content.set(nullptr);
+    hasBranches_ = hasBranches_ || addedSet_.count(path) > 0;
 }
 
 void ProjectEdit::move(const pm::MetadataPath& from, const pm::MetadataPath& to) {
@@ -210,6 +211,22 @@ void ProjectEdit::copy(const pm::MetadataPath& from, const pm::MetadataPath& to)
 bool ProjectEdit::hasPath(const pm::MetadataPath& path) {
     settleRenaming();
     return paths_->has(path);
+}
+
+bool ProjectEdit::hasNode(const NodeAddress& address) {
+    if (!hasPath(address.path))
+        return false;
+    const Content& content = contentOf(address.path);
+    if (!content.draft)
+        return findNode(content.node.get(), address) != nullptr;
+    const NodeDraft* node = &*content.draft;
+    for (std::size_t depth = 0; depth < address.inside.size(); ++depth) {
+        const auto place = findDraft(*node, address, depth);
+        if (!place)
+            return false;
+        node = &node->children[*place];
+    }
+    return true;
 }
 
 StoreChange ProjectEdit::finish() {

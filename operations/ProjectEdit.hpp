@@ -69,6 +69,9 @@ public:
 
     bool hasPath(const pm::MetadataPath& path);
 
+    /// Whether there is a node at `address`.
+    bool hasNode(const NodeAddress& address);
+
     /// All changes so far.
     StoreChange finish();
 

@@ -1,5 +1,6 @@
 #include "operations/Scan.hpp"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "operations/DryRun.hpp"
@@ -45,6 +46,13 @@ std::optional<std::vector<std::u16string>> findWay(const host::Path& top, const 
     return names;
 }
 
+/// What git keeps for itself is left out of every scan, and so it is no place for one.
+/// @param names those that lead to `folder`
+void requireNoGitFolder(const host::Path& folder, const std::vector<std::u16string>& names) {
+    if (std::find(names.begin(), names.end(), u".git") != names.end())
+        throw OperationError(ErrorKind::usage, quoted(folder) + " belongs to a folder \".git\", which is left out");
+}
+
 FolderScan readFolder(const host::Path& root, const host::Path& folder, const std::vector<std::u16string>& way,
                       const ScanRequest& request, Progress& progress) {
     ScanRules rules{findOwnFolders(root), request.heedGit, request.isExcluded};
@@ -73,7 +81,9 @@ ScanResult scanInto(const host::Path& root, const ScanRequest& request, Observer
     if (findWay(metadata, folder))
         throw OperationError(ErrorKind::usage,
                              quoted(folder) + " belongs to the metadata folder of the project itself");
-    const std::vector<std::u16string> way = findWay(root, folder).value_or(std::vector<std::u16string>());
+    const auto wayInProject = findWay(root, folder);
+    const std::vector<std::u16string> way = wayInProject.value_or(std::vector<std::u16string>());
+    requireNoGitFolder(folder, wayInProject ? way : *findWay(host::Path(u"/"), folder));
     const FolderScan found = readFolder(root, folder, way, request, *observer.start("Scanning"));
 
     ScanRecord record(metadata);

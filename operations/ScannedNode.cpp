@@ -111,7 +111,8 @@ std::shared_ptr<pm::MetadataNode> describe(const ScannedFile& file, const pm::Me
 }
 
 bool isMarkedMissing(const pm::MetadataNode* node) {
-    return orEmpty(node).get(missingKey) == u"true";
+    const std::vector<std::u16string> keys = orEmpty(node).getAttributeKeys();
+    return std::binary_search(keys.begin(), keys.end(), missingKey);
 }
 
 std::shared_ptr<pm::MetadataNode> markMissing(const pm::MetadataNode* before) {

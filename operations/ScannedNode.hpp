@@ -3,7 +3,8 @@
 /// A folder becomes a path element of type "Folder", everything else one of type "File", with the name as location,
 /// and each path has a node. The attributes "Kind" ("file", "folder", "symlink" or "other"), "Size" (of a file, in
 /// bytes), "ModificationTime" (as `formatTime`, if times are wanted) and "Missing" are the scan's own. The last one is
-/// "true" if the file is gone, but there is something at the path, or below it, that no scan has written.
+/// "true" if the file is gone, but there is something at the path, or below it, that no scan has written. What somebody
+/// else has put there stays.
 ///
 /// But for the times, the attributes are the same wherever the same files are, so that two who have scanned can merge.
 ///
@@ -45,6 +46,7 @@ Description getDescription(const pm::MetadataNode& node);
 /// @return null if `before` says the same
 std::shared_ptr<pm::MetadataNode> describe(const ScannedFile& file, const pm::MetadataNode* before, bool withTimes);
 
+/// Whether the mark stands in `node`, or can not, since somebody has given the attribute a value of his own.
 /// @param node null if there is no node
 bool isMarkedMissing(const pm::MetadataNode* node);
 

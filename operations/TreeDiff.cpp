@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/Interruption.hpp"
+#include "operations/NodeAddress.hpp"
 #include "operations/NodeMatch.hpp"
 #include "operations/SiblingOrder.hpp"
 #include "store_support/EqualTrees.hpp"
@@ -112,9 +113,7 @@ public:
         compareChildren(path, before.children, after.children);
     }
 
-    std::vector<PathDiff> takeDiffs() { return std::move(diffs_); }
-
-private:
+    /// Everything that only one side has.
     void addWhole(const pm::MetadataPath& path, const PathTree& tree, bool isBefore) {
         PathDiff diff{path, isBefore ? &tree : nullptr, isBefore ? nullptr : &tree, false, {}, std::nullopt};
         if (tree.node)
@@ -125,6 +124,9 @@ private:
             addWhole(childPath(path, child.step), child, isBefore);
     }
 
+    std::vector<PathDiff> takeDiffs() { return std::move(diffs_); }
+
+private:
     void compareChildren(const pm::MetadataPath& path, const std::vector<PathTree>& before,
                          const std::vector<PathTree>& after) {
         std::map<pm::PathElement, std::size_t> places;  // in `before`, of those that have no partner yet
@@ -156,8 +158,23 @@ private:
 
 std::vector<PathDiff> diffTrees(const MetadataTree& before, const MetadataTree& after) {
     const auto isFile = [](const MetadataTree& tree) { return tree.form != TreeForm::project; };
+    const auto isEmpty = [](const MetadataTree& tree) { return tree.form == TreeForm::empty; };
+    const auto isOfPath = [](const MetadataTree& tree) { return tree.form == TreeForm::path; };
+    if (!isEmpty(before) && !isEmpty(after) && isOfPath(before) != isOfPath(after)) {
+        throw AddressError(ErrorKind::failure,
+                           {"A file of the path ", NodeAddress{(isOfPath(before) ? before : after).rootPath()},
+                            " does not say what lies above that, so it can be compared only with another file of one "
+                            "path"});
+    }
     Comparison comparison(isFile(before) && isFile(after));
-    comparison.compare(before.rootPath(), before.root, after.root, false);
+    if (before.rootPath() == after.rootPath()) {
+        comparison.compare(before.rootPath(), before.root, after.root, false);
+        return comparison.takeDiffs();
+    }
+    for (const MetadataTree* const tree : {&before, &after}) {
+        if (!isEmpty(*tree))
+            comparison.addWhole(tree->rootPath(), tree->root, tree == &before);
+    }
     return comparison.takeDiffs();
 }
 

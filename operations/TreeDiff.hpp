@@ -38,7 +38,9 @@ struct PathDiff {
     std::optional<NodeDiff> node;
 };
 
-/// All differences; every path before those below it, and what was removed where it was.
+/// All differences; every path before those below it, and what was removed where it was. Of files of different paths,
+/// each path is a difference.
+/// @throws AddressError if one is a file of one path, which does not say what lies above that, and the other is none
 std::vector<PathDiff> diffTrees(const MetadataTree& before, const MetadataTree& after);
 
 }  // namespace operations

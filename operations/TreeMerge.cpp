@@ -6,6 +6,7 @@
 #include "host/Interruption.hpp"
 #include "operations/Errors.hpp"
 #include "operations/SiblingOrder.hpp"
+#include "project/metadata/SingleFileExport.hpp"
 #include "store_support/EqualTrees.hpp"
 
 namespace operations {
@@ -117,12 +118,22 @@ MergeResult keepOnePath(const MetadataTree& base, const MetadataTree& ours, cons
     return result;
 }
 
+/// Whether `tree` holds a whole project, as an exported file does, and a core file only where it holds all paths.
+bool isWhole(const MetadataTree& tree) {
+    const auto wholeFormat = std::dynamic_pointer_cast<const pm::MetadataFileFormat>(pm::getSingleFileFactory());
+    return tree.form == TreeForm::project || (tree.form == TreeForm::core && tree.format == wholeFormat);
+}
+
+[[noreturn]] void refuseForms() {
+    throw OperationError(ErrorKind::failure,
+                         "What is to be merged must be of one form: projects and files that hold all of one, files of "
+                         "a root path, files of another path, or files of one node");
+}
+
 void requireSameForm(const MetadataTree& a, const MetadataTree& b) {
-    if (a.form != b.form && a.form != TreeForm::empty && b.form != TreeForm::empty) {
-        throw OperationError(ErrorKind::failure,
-                             "What is to be merged must be of one form: projects, files that hold a "
-                             "project's paths, files of one path, or files of one node");
-    }
+    const bool isSame = a.form == b.form || (isWhole(a) && isWhole(b));
+    if (!isSame && a.form != TreeForm::empty && b.form != TreeForm::empty)
+        refuseForms();
 }
 
 }  // namespace
@@ -131,6 +142,8 @@ MergeResult mergeTrees(const MetadataTree& base, const MetadataTree& ours, const
     requireSameForm(base, ours);
     requireSameForm(base, theirs);
     requireSameForm(ours, theirs);
+    if (ours.form == TreeForm::empty && theirs.form == TreeForm::project)
+        refuseForms();  // an empty file does not say as what kind of file it would have to be written
     MergeResult result;
     const MetadataTree& shape = ours.form == TreeForm::empty ? theirs : ours;
     result.tree.form = shape.form;

@@ -69,13 +69,16 @@ void add(ProjectEdit& edit, const Request& request) {
 
 void remove(ProjectEdit& edit, const Request& request) {
     const NodeAddress address = parseAddress(request.words[0]);
-    if (request.find("--node-only") && address.inside.empty()) {
-        edit.removeNode(address.path);
-        return;
-    }
-    if (address == NodeAddress{} && !request.find("--all"))
+    const bool isNodeOnly = request.find("--node-only").has_value();
+    if (address == NodeAddress{} && !isNodeOnly && !request.find("--all"))
         throw CommandError(Status::usage, "Removing the root path removes all metadata; that needs --all");
-    edit.remove(address);
+    const bool isNode = isNodeOnly || !address.inside.empty();
+    if (request.find("--ignore-missing") && !(isNode ? edit.hasNode(address) : edit.hasPath(address.path)))
+        return;
+    if (isNodeOnly && address.inside.empty())
+        edit.removeNode(address.path);
+    else
+        edit.remove(address);
 }
 
 void move(ProjectEdit& edit, const Request& request) {
@@ -92,7 +95,13 @@ const std::map<std::string, Verb>& verbs() {
         {"set", {"set [--create] [--name NAME] PATH KEY=VALUE...", 2, any, {"--create"}, {"--name"}, set}},
         {"unset", {"unset PATH KEY...", 2, any, {}, {}, unset}},
         {"add", {"add PATH [--before PATH|--after PATH]", 1, 1, {}, {"--before", "--after"}, add}},
-        {"remove", {"remove [--node-only] [--all] PATH", 1, 1, {"--node-only", "--all"}, {}, remove}},
+        {"remove",
+         {"remove [--node-only] [--all] [--ignore-missing] PATH",
+          1,
+          1,
+          {"--node-only", "--all", "--ignore-missing"},
+          {},
+          remove}},
         {"move", {"move PATH NEW-PATH", 2, 2, {}, {}, move}},
         {"copy", {"copy PATH NEW-PATH", 2, 2, {}, {}, copy}},
     };

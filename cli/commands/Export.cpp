@@ -1,5 +1,6 @@
 /// project-metadata export: the metadata of a project, or of one of its paths, in one file.
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 #include <vector>
@@ -59,12 +60,21 @@ Status exportProject(const host::Path& root, const Request& request) {
     flushOutput();
     for (auto& damage : findDamage(*store))
         damages.push_back(std::move(damage));
-    const std::size_t count = keepDamage(damages);
-    if (count == 0)
-        return Status::done;
-    reportError("The export lacks what is damaged in the metadata of " + quoted(root) + ": " +
-                formatCount(count, "file"));
-    return Status::foundProblems;
+    const auto foreign =
+        std::stable_partition(damages.begin(), damages.end(), [](const auto& damage) { return !damage.isForeign; });
+    const std::size_t foreignCount = keepDamage({foreign, damages.end()});
+    const std::size_t damageCount = keepDamage({damages.begin(), foreign});
+    if (damageCount > 0) {
+        reportError("The export lacks what is damaged in the metadata of " + quoted(root) + ": " +
+                    formatCount(damageCount, "file"));
+    }
+    if (foreignCount > 0) {
+        reportError(
+            "The export has all metadata that can be read, but lacks what files of it hold besides, such as a "
+            "comment, in " +
+            quoted(root) + ": " + formatCount(foreignCount, "file"));
+    }
+    return damageCount + foreignCount > 0 ? Status::foundProblems : Status::done;
 }
 
 Command::Action configure(CLI::App& app) {

@@ -228,7 +228,8 @@ Command::Action configure(CLI::App& app) {
     addFlag(app, "--shared", arguments->inWorkTree,
             "Name the files in .gitattributes, for everybody who clones the repository, and not in its own "
             "info/attributes");
-    addFlag(app, "--remove", arguments->isRemoval, "Take away what this command has written");
+    addFlag(app, "--remove", arguments->isRemoval,
+            "Take away what this command has written; with --shared, from .gitattributes");
     addFlag(app, "--dry-run", arguments->isDryRun, "Say what would be written, and write nothing");
     arguments->isJson = addJson(app);
     return [operands, arguments] {

@@ -84,11 +84,14 @@ void report(const Arguments& arguments, const std::vector<Conflict>& conflicts, 
 
 Status merge(const Arguments& arguments, bool isJson) {
     CommandObserver observer;
-    const InputFile base(arguments.base), theirs(arguments.theirs);
-    const OutputFile output(arguments.output);
+    const InputFile base(arguments.base), ours(arguments.ours), theirs(arguments.theirs);
+    // What comes from the standard input has no file that the result could go into.
+    const bool isFiltering = arguments.ours == "-" && arguments.output.empty();
+    const OutputFile output(isFiltering ? "-" : arguments.output);
+    const bool hasOutput = isFiltering || !arguments.output.empty();
     const std::vector<Conflict> conflicts =
-        mergeMetadata({base.path(), host::Path::fromAccessName(arguments.ours), theirs.path(),
-                       arguments.output.empty() ? std::nullopt : std::optional(output.path()), arguments.dryRun},
+        mergeMetadata({base.path(), ours.path(), theirs.path(), hasOutput ? std::optional(output.path()) : std::nullopt,
+                       arguments.dryRun},
                       observer);
     if (!output.isStandard())
         report(arguments, conflicts, isJson);
@@ -131,11 +134,12 @@ Status settle(const host::Path& root, const Arguments& arguments, bool isJson) {
 
 Command::Action configure(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
-    const Operands operands(app,
-                            {{"BASE", "What both come from: a project's root folder, or a file of metadata"},
-                             {"OURS", "One of the two; it becomes the result"},
-                             {"THEIRS", "The other one"}},
-                            1);
+    const Operands operands(
+        app,
+        {{"BASE", "What both come from: a project's root folder, or a file of metadata"},
+         {"OURS", "One of the two; it becomes the result, or, if it is -, the standard output does"},
+         {"THEIRS", "The other one"}},
+        1);
     addPairOption(app, "--settle", arguments->settled,
                   "In the project of the current folder, or the one that --root names, take one side in the conflicts "
                   "that are marked in the node at PATH, and remove the marks",

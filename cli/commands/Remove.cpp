@@ -29,8 +29,9 @@ bool isBefore(const NodeAddress& a, const NodeAddress& b) {
 }
 
 bool exists(const pm::MetadataManager& store, const NodeAddress& address, bool asksForNode) {
-    if (address.inside.empty())
-        return asksForNode ? store.hasNode(address.path) : store.hasPath(address.path);
+    if (address.inside.empty() && !asksForNode)
+        return store.hasPath(address.path);
+    // A damaged one is not missing: to read it is an error.
     return findNode(store.getNode(address.path).get(), address) != nullptr;
 }
 

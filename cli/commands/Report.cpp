@@ -19,6 +19,7 @@
 #include "cli/text/Warnings.hpp"
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
+#include "operations/DryRun.hpp"
 #include "operations/FileOutput.hpp"
 #include "operations/FolderScan.hpp"
 #include "operations/Project.hpp"
@@ -66,9 +67,43 @@ Json describe(const pm::MetadataNode& node, Names& names) {
     return Json::array({names.numberOf(escapeName(node.getName())), std::move(attributes), std::move(children)});
 }
 
+/// The file that becomes the page.
+class PageFile {
+public:
+    explicit PageFile(const host::Path& file) : file_(file), stream_(file.accessName(), std::ios::binary) {
+        requireGood();
+    }
+
+    PageFile& operator<<(std::string_view text) {
+        stream_ << text;
+        requireGood();
+        return *this;
+    }
+
+    /// @return the size in bytes
+    std::uint64_t close() {
+        const auto size = static_cast<std::uint64_t>(stream_.tellp());
+        stream_.close();
+        requireGood();
+        return size;
+    }
+
+private:
+    /// At once: the next call to the system would change the reason.
+    void requireGood() const {
+        if (stream_)
+            return;
+        const int error = errno != 0 ? errno : EIO;
+        pm::raise<pm::MetadataWriteFailure>(file_.text(), host::fromUtf8(std::generic_category().message(error)));
+    }
+
+    const host::Path& file_;
+    std::ofstream stream_;
+};
+
 /// Writes every path, each after its parent, as [depth, number of the type, "location", node or 0]. Type and location
 /// are as they stand in the text of a path.
-void writePaths(const pm::MetadataManager& store, Names& names, std::ostream& page) {
+void writePaths(const pm::MetadataManager& store, Names& names, PageFile& page) {
     Progress progress("Reporting");
     const pm::PathElement nothing(u"", u"");
     // What is damaged stands in the page, if the store can tell.
@@ -87,7 +122,7 @@ void writePaths(const pm::MetadataManager& store, Names& names, std::ostream& pa
 }
 
 /// @return how many files are damaged
-std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, std::ostream& page) {
+std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, PageFile& page) {
     const host::Path absoluteRoot = host::FileUtils::normalize(host::FileUtils::makeAbsolute(root));
     const std::string time = escapeText(formatTime({std::time(nullptr), 0}));
     page << "{\"project\":" << format(escapeName(absoluteRoot.fileName().text())) << ",\"time\":" << format(time)
@@ -103,7 +138,7 @@ std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, 
         const std::u16string problem = explainProblem(damage.file, damage.problem);
         list.push_back(Json::array({escapeName(damage.file.text()), escapeText(problem)}));
     }
-    page << ",\n\"damages\":" << format(list) << '}';
+    page << ",\n\"damages\":" << format(list) << "}";
     const std::size_t count = keepDamage(damages);
     if (count > 0)
         takeWarnings();  // the page tells them
@@ -117,18 +152,12 @@ struct Outcome {
 
 /// Writes the page to `file`.
 Outcome writePage(const host::Path& root, const pm::MetadataManager& store, const host::Path& file) {
-    std::ofstream page(file.accessName(), std::ios::binary);
+    PageFile page(file);
     Outcome outcome;
-    errno = 0;
     page << reportPageBegin;
     outcome.damages = writeData(root, store, page);
     page << reportPageEnd;
-    outcome.size = static_cast<std::uint64_t>(page.tellp());
-    page.close();
-    if (!page) {
-        const int error = errno != 0 ? errno : EIO;
-        pm::raise<pm::MetadataWriteFailure>(file.text(), host::fromUtf8(std::generic_category().message(error)));
-    }
+    outcome.size = page.close();
     return outcome;
 }
 
@@ -146,6 +175,7 @@ Status report(const host::Path& root, const Wish& wish) {
     const auto existing = wish.replace ? Existing::replace : Existing::keep;
     requireWritable(name, existing);
     if (*wish.dryRun) {
+        operations::requireFeasibleOutput(name);
         if (*wish.isJson)
             printJson({{"file", toJson(name)}, {"bytes", nullptr}});
         else

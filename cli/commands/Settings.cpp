@@ -4,6 +4,7 @@
 
 #include "cli/Command.hpp"
 #include "cli/text/Suggestion.hpp"
+#include "host/FileUtils.hpp"
 #include "host/SettingsService.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataRoots.hpp"
@@ -77,7 +78,8 @@ Status listSettings(bool isJson) {
     Status status = Status::done;
     std::string group;
     if (!isJson)
-        printNote("The settings file is " + escapeName(file.text()) + '\n');
+        printNote("The settings file is " + escapeName(file.text()) +
+                  (host::FileUtils::existNoExcept(file) ? "\n" : ", which is not there\n"));
     for (const Setting& setting : settings) {
         const Json line = setting.line > 0 ? Json(setting.line) : Json(nullptr);
         if (!isJson && setting.group != group)

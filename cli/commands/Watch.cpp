@@ -2,6 +2,7 @@
 
 #include "cli/Command.hpp"
 #include "cli/text/DiffText.hpp"
+#include "operations/Project.hpp"
 #include "operations/ProjectWatch.hpp"
 #include "operations/TreeWalk.hpp"
 
@@ -14,6 +15,8 @@ Status watch(const Positionals::Values& values, bool isJson) {
     const pm::MetadataPath top = values.texts.empty() ? pm::MetadataPath() : parsePath(values.texts[0]);
     Observer observer;  // what goes on is nothing to wait for
     ProjectWatch project(values.root, observer);
+    if (!top.getPath().empty())
+        requirePath(*openProject(values.root), top);
     if (!isJson)
         printNote("Watching; Ctrl-C ends it\n");
     for (;;) {

@@ -48,7 +48,10 @@ AttributeChanges parseAttributes(const std::vector<std::string>& texts, std::siz
     AttributeChanges changes;
     for (std::size_t i = first; i < texts.size(); ++i) {
         auto [key, value] = parseAttribute(texts[i]);
-        changes[std::move(key)] = std::move(value);
+        if (const auto [place, isNew] = changes.emplace(std::move(key), std::move(value)); !isNew) {
+            throw CommandError(Status::usage, "The key \"" + host::toUtf8(place->first) +
+                                                  "\" is there twice, and a node has one value for it");
+        }
     }
     return changes;
 }

@@ -16,8 +16,10 @@
 #include "cli/text/Suggestion.hpp"
 #include "cli/text/Warnings.hpp"
 #include "host/FileSystem.hpp"
+#include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
 #include "operations/NodeAddress.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 
 namespace cli {
 
@@ -86,11 +88,20 @@ void addCauses(Report& report, const Error& error) {
     }
 }
 
+/// Whether `error` is about a scratch file that is gone, so that nobody can say any more what was wrong with it.
+bool isAboutGoneFile(const host::UserException& error) {
+    const auto& arguments = error.GetBaseMsgIDObj().arguments;
+    return dynamic_cast<const project::metadata::MetadataReadFailure*>(&error) &&
+           std::get<std::u16string>(arguments.at(1)).empty() &&
+           !host::FileUtils::existNoExcept(host::Path(std::get<std::u16string>(arguments.at(0))));
+}
+
 void addCurrentException(Report& report) {
     try {
         throw;
     } catch (const host::UserException& error) {
-        report.add(escapeText(explain(error)));
+        if (report.sentences.empty() || !isAboutGoneFile(error))
+            report.add(escapeText(explain(error)));
         addCauses(report, error);
     } catch (const CommandError& error) {
         if (report.sentences.empty())
@@ -159,11 +170,13 @@ void reportError(const std::string& sentence) {
 
 void reportWarnings() {
     const std::string start = toldSentences().empty() ? programStart : indentation;
-    for (const auto& [file, text] : takeWarnings()) {
+    for (const auto& [file, text, isForeign] : takeWarnings()) {
         const std::string name = escapeText(file.text());
         const std::string problem = escapeText(file.empty() ? text : explainProblem(file, text));
         if (!isTold({name, problem}))
-            write(start, file.empty() ? problem : '"' + name + "\" is damaged: " + problem);
+            write(start, file.empty() ? problem
+                                      : '"' + name + (isForeign ? "\" is read, but not written: " : "\" is damaged: ") +
+                                            problem);
     }
 }
 

@@ -138,8 +138,13 @@ NodeAddress parseAddress(const std::string& text) {
     if (text.front() != '[')
         return Parser(text).parse();
     const auto address = addressFromJson(text);
-    if (!address)
-        refuse(text, "as JSON it is a list of steps, [[\"Folder\",\"src\"],[\"File\",\"main.c\"]]");
+    if (!address) {
+        const bool mayHaveSurrogate = text.find("\\ud") != std::string::npos || text.find("\\uD") != std::string::npos;
+        refuse(text, std::string("as JSON it is a list of steps, [[\"Folder\",\"src\"],[\"File\",\"main.c\"]]") +
+                         (mayHaveSurrogate ? ", and a surrogate stands before or after its partner; one that is alone "
+                                             "can be written only as text, Folder:\\uD800"
+                                           : ""));
+    }
     return *address;
 }
 

@@ -48,7 +48,7 @@ void tell(const std::string& text) {
 }
 
 void keepOne(const pm::MetadataDamage& damage) {
-    keep({damage.file, damage.problem});
+    keep({damage.file, damage.problem, damage.isForeign});
 }
 
 }  // namespace

@@ -26,8 +26,9 @@ void ignoreWarningsAbout(const host::Path& folder);
 
 /// Something that was noticed. A value type.
 struct Warning {
-    host::Path file;      ///< what is damaged; empty for what is no damage
-    std::u16string text;  ///< what is wrong with it, or the whole sentence
+    host::Path file;         ///< what is damaged; empty for what is no damage
+    std::u16string text;     ///< what is wrong with it, or the whole sentence
+    bool isForeign = false;  ///< whether the file only holds something besides its metadata
 };
 
 /// What was kept so far, each once.

@@ -138,6 +138,15 @@ unset F:z Path
     EXPECT_EQ(readTree(root), before);
     expectSuccess(edit(std::string("set F:a 'K=1\n2'") + '\0' + "set F:y K=3", {"-0", "-q"}), "");
     expectSuccess(run({"get", root, "F:a", "K"}), "1\n2\n");
+    EXPECT_THAT(edit("set F:y K=4\nremove --ignore-missing F:none\nremove F:y#No --ignore-missing\n"
+                     "remove --node-only --ignore-missing F:z|F:c\nadd F:y#Yes\nremove --ignore-missing F:y#Yes\n"
+                     "remove --node-only --ignore-missing F:y\nremove --node-only --ignore-missing F:y\n")
+                    .out,
+                HasSubstr(": 0 added, 1 updated, 0 removed\n"));
+    EXPECT_EQ(run({"get", root, "F:y", "K"}).status, 1);
+    // A new path stays when its node goes again.
+    EXPECT_THAT(edit("set --create F:n|F:m K=1\nremove --node-only F:n|F:m\n").out, HasSubstr(": 2 added"));
+    expectSuccess(run({"find", root, "F:n"}), "F:n\nF:n|F:m\n");
 }
 
 TEST_P(AddressTest, valuesComeFromFilesAndTheStandardInput) {

@@ -49,6 +49,7 @@ TEST_F(DamagedProjectTest, namesTheNodeFileThatCannotBeReadAndGoesOnWithoutIt) {
     init();
     ASSERT_EQ(run({"scan", root, sample}).status, 0);
     const fs::path nodeFile = coreFile.parent_path() / "File=README.md.xml";
+    const std::string sound = test::readBytes(nodeFile);
     test::writeBytes(nodeFile, "<Path");
     const auto before = readTree(root);
     const Outcome exported = run({"export", root, "-o", folder / "out.xml"});
@@ -59,7 +60,16 @@ TEST_F(DamagedProjectTest, namesTheNodeFileThatCannotBeReadAndGoesOnWithoutIt) {
     const Outcome scanned = run({"scan", root, sample});
     EXPECT_EQ(scanned.status, 3);
     EXPECT_THAT(scanned.err, HasSubstr("project-metadata: Cannot read metadata from \"" + nodeFile.string()));
+    EXPECT_EQ(run({"remove", root, "File:README.md", "--node-only"}).status, 3);
     EXPECT_EQ(readTree(root), before);
+
+    // What is only besides metadata is another matter.
+    test::writeBytes(nodeFile, sound + "<!-- mine -->");
+    const Outcome whole = run({"export", root, "-o", folder / "whole.xml"});
+    EXPECT_EQ(whole.status, 1);
+    EXPECT_THAT(whole.err, testing::AllOf(HasSubstr(": 1 file\n    \"" + nodeFile.native() + "\" "),
+                                          HasSubstr("a comment in line "), testing::Not(HasSubstr("damaged"))));
+    EXPECT_THAT(test::readBytes(folder / "whole.xml"), HasSubstr("README.md"));
 }
 
 TEST_F(FullDiskTest, keepsTheOldContent) {
@@ -178,8 +188,12 @@ TEST_F(DamagedProjectTest, aDryRunFailsAtWhatCannotBeWrittenToo) {
     std::string deep = "T:0";
     for (int i = 1; i < 251; ++i)
         deep += "|T:" + std::to_string(i);
+    const fs::path absent = folder / "absent";
+    fs::create_symlink("nowhere", folder / "dangling");
+    test::writeBytes(folder / "large", std::string(12'000'000, 'a'));
     const fs::path closed = folder / "closed";
-    fs::create_directory(closed);
+    test::writeBytes(closed / "own", "");
+    ASSERT_EQ(chown((closed / "own").c_str(), 65534, 65534), 0);
     fs::permissions(closed, fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_exec);
     Surroundings nobody;
     nobody.prefix = test::movedInstallation();
@@ -191,11 +205,25 @@ TEST_F(DamagedProjectTest, aDryRunFailsAtWhatCannotBeWrittenToo) {
         {{"set", root, "T:a", "--create", "--name", "no name", "k=v"}, "no name"},
         {{"init", closed / "new"}, closed},
         {{"import", folder / "out.xml", closed / "new"}, closed},
-        {{"merge", folder / "out.xml", folder / "out.xml", folder / "out.xml", "-o", closed / "out.xml"}, closed}};
+        {{"merge", folder / "out.xml", folder / "out.xml", folder / "out.xml", "-o", closed / "out.xml"}, closed},
+        {{"export", root, "-o", closed / "new"}, closed},
+        {{"report", root, "-o", closed / "new"}, closed},
+        {{"export", root, "-o", closed / "own", "--replace"}, closed},
+        {{"report", root, "-o", closed / "own", "--replace"}, closed},
+        {{"merge", folder / "out.xml", folder / "out.xml", folder / "out.xml", "-o", absent / "new"}, absent},
+        {{"export", root, "-o", absent / "new"}, absent},
+        {{"report", root, "-o", absent / "new"}, absent},
+        {{"export", root, "-o", folder / "dangling"}, folder / "dangling"},
+        {{"set", root, "T:a", "--create", "xmlns:xml=x"}, "namespace"},
+        {{"set", root, "T:a", "--create", "K@" + (folder / "large").native()}, "too long"}};
     const auto before = readTree(folder.std());
     for (auto [line, part] : lines) {
         const Surroundings user = part == closed ? nobody : Surroundings();
-        EXPECT_EQ(run(line, user).status, 3) << line[0];
+        const Outcome outcome = run(line, user);
+        EXPECT_EQ(outcome.status, 3) << line[0];
+        if (part != absent) {
+            EXPECT_THAT(outcome.err, testing::Not(HasSubstr("No such file"))) << line[0];
+        }
         line.emplace_back("--dry-run");
         expectFailure(run(line, user), 3, {part});
     }

@@ -52,6 +52,7 @@ TEST_P(ChangeCommandTest, attributesChangeAndTheRestOfTheNodeStays) {
     expectFailure(run({"set", root, "Folder:a", "K=V", "--name", "Other"}), 3, {"\"Info\"", "\"Other\""});
     for (const std::string pair : {"=x", "1=x", "K=\xff", "K\xff=x", "K=\x01"})
         expectFailure(run({"set", root, "Folder:a", "Good=1", pair}), 2, {"in \""});
+    expectFailure(run({"set", root, "Folder:a", "Good=1", "K=1", "Good=2"}), 2, {"\"Good\"", "twice"});
     expectFailure(run({"set", root, "Folder:a", "Good"}), 2, {"\"Good\"", "no \"=\""});
     EXPECT_EQ(readTree(root), before);
 }

@@ -92,6 +92,16 @@ TEST_F(CheckTest, tellsWhatIsWrongWithTheCoreFile) {
     }
 }
 
+TEST_F(CheckTest, namesTheFileInWhichAConflictIsLeft) {
+    for (const auto& [store, file] : std::vector<std::pair<std::string, std::string>>{
+             {"fixedPath", "T=a/T=b.xml"}, {"monolithic", "Project.xml"}, {"sqlite", "metadata.db"}}) {
+        fs::remove_all(metadata);
+        fill(store);
+        ASSERT_EQ(run({"set", "-q", "--create", root, "T:a|T:b#Conflict", "What=order"}).status, 0);
+        EXPECT_THAT(check(1), testing::StartsWith(file + ": T:a|T:b: a conflict of a merge is not settled\n"));
+    }
+}
+
 TEST_F(CheckTest, tellsEveryDamageOfTheFileThatHasIt) {
     writeBytes(coreFile, "<Project MetadataType=\"monolithic\"><Odd/><Even/></Project>");
     EXPECT_THAT(check(1), AllOf(HasSubstr("Project.xml: it holds <Odd>"), HasSubstr("Project.xml: it holds <Even>"),

@@ -107,6 +107,29 @@ TEST_F(CompareTest, refusesWhatItCannotCompare) {
         EXPECT_EQ(test::readBytes(folder / "more.xml"), content);
     }
 
+    // The line is where it begins, however much follows, or none.
+    for (const auto& [content, what] : std::vector<std::pair<std::string, std::string>>{
+             {"<!--c-->\n<a>\n<b/>\n\n</a>\n", "a comment in line 1"},
+             {"<a>\n<!--c\n-->\n\n</a>\n", "a comment in line 2"},
+             {"<a>\n<b/>\n<?p q?>\n\n</a>\n", "a processing instruction in line 3"},
+             {"<a>\n\n<b/>text\n\n<b/>\n</a>", "text in line 3"},
+             {"<a>\n\ntext\n<b/>\n</a>", "text in line 3"},
+             {"<a>" + std::string(70000, '\n') + "<!--c-->\n\n</a>\n", "a comment"},
+             {"\n<!DOCTYPE a>\n\n<a>\n</a>", "a document type"},
+             {"<a>\n<b/><![CDATA[c]]>\n</a>", "a CDATA section"}}) {
+        test::writeBytes(folder / "more.xml", content);
+        expectFailure(run({"diff", folder / "more.xml", folder / "node.xml"}), 3, {"it holds " + what + ", which"});
+    }
+
+    const std::string sound = project("sound", path("a", "k=\"1\"") + path("b", ""), "fixedPath");
+    const fs::path files = fs::path(sound) / "resources/project";
+    expectFailure(run({"diff", files / "T=a.xml", sound}), 3, {"\"T:a\""});
+    // A core file says all of a project only where it holds all.
+    expectFailure(run({"merge", sound, sound, files / "Project.xml"}), 3, {"one form"});
+    test::writeBytes(folder / "empty.xml", "");
+    expectFailure(run({"merge", sound, folder / "empty.xml", sound}), 3, {"one form"});
+    EXPECT_EQ(test::readBytes(folder / "empty.xml"), "");
+
     const std::string damaged = project("damaged", path("a", "k=\"1\""), "fixedPath");
     test::writeBytes(fs::path(damaged) / "resources/project/T=a.xml", "<Path");
     const Outcome outcome = run({"diff", damaged, file("a.xml", "")});
@@ -174,6 +197,21 @@ TEST_F(CompareTest, mergesProjectsOfDifferentStores) {
               "~ T:a\n    ~ node Info\n        - k=\"2\"\n        + k=\"3\"\n        - node Conflict\n"
               "            - Base=\"1\"\n            - Key=\"k\"\n            - Ours=\"2\"\n"
               "            - Theirs=\"3\"\n            - What=\"attribute\"\n");
+}
+
+TEST_F(CompareTest, mergesExportedFilesAndProjects) {
+    const std::string base = file("base", path("a", "k=\"1\"") + path("b", ""));
+    const std::string after = path("a", "k=\"2\"") + path("b", "") + path("c", "");
+    const std::string ours = project("ours", path("a", "k=\"2\"") + path("b", ""), "fixedPath");
+    const std::string theirs = project("theirs", path("a", "k=\"1\"") + path("b", "") + path("c", ""), "sqlite");
+    expectSuccess(run({"merge", base, ours, theirs}), "");
+    expectSuccess(run({"diff", ours, file("after", after)}), "");
+    expectSuccess(run({"merge", base, folder / "theirs.xml", ours, "-o", folder / "result.xml"}), "");
+    EXPECT_EQ(contentOf(folder / "result.xml"), after);
+    // What comes from the standard input has no place but the standard output.
+    const test::Surroundings input = test::withInput(test::readBytes(folder / "theirs.xml"));
+    expectSuccess(run({"merge", base, "-", ours}, input), test::readBytes(folder / "result.xml"));
+    expectSuccess(run({"merge", base, "-", ours, "-o", "-"}, input), test::readBytes(folder / "result.xml"));
 }
 
 TEST_F(CompareTest, aConflictIsSettledByTakingOneSide) {

@@ -131,7 +131,8 @@ TEST_P(ExportCommandTest, leavesNothingBehindAndTheProjectAlone) {
     expectFailure(run({"export", root, "-o", folder / "absent/out.xml"}, surroundings), 3,
                   {folder / "absent/out.xml", "No such file"});
     surroundings.prepare = test::limitFileSize(1000);
-    expectFailure(run({"export", root, "-o", folder / "full.xml"}, surroundings), 3, {"File too large"});
+    for (const std::string command : {"export", "report"})
+        expectFailure(run({command, root, "-o", folder / "full.xml"}, surroundings), 3, {"File too large"});
 
     EXPECT_FALSE(fs::exists(folder / "full.xml"));
     EXPECT_EQ(readTree(folder / "scratch").size(), 0U);

@@ -95,6 +95,13 @@ TEST_F(HistoryTest, logNeedsARepository) {
     expectFailure(run({"log", root, "F:a"}), 3, {root, "git repository"});
 }
 
+TEST_F(HistoryTest, watchNeedsAPathThatIsThere) {
+    init();
+    test::Surroundings impatient;
+    impatient.prepare = [] { alarm(10); };
+    expectFailure(run({"watch", root, "F:none"}, impatient), 3, {"\"F:none\""});
+}
+
 TEST_F(HistoryTest, watchPrintsEachChangeOnceWhateverTheStoreBecomes) {
     for (const std::string store : {"fixedPath", "monolithic", "sqlite"}) {
         fs::remove_all(root);

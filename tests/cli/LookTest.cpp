@@ -76,6 +76,10 @@ TEST_F(LookTest, pathsThatArePrintedNameTheSamePathsAgain) {
     expectSuccess(run({"tree", root}), drawn);
 }
 
+TEST_F(LookTest, aSurrogateAloneIsRefusedInJsonAndNamed) {
+    expectFailure(run({"show", root, R"([["T","\ud800"]])"}), 2, {"surrogate"});
+}
+
 TEST_F(LookTest, treeStartsAndEndsWhereItIsTold) {
     expectSuccess(run({"tree", root, "--depth", "1"}), root.native() + "\n├── Folder:src\n└── Label:x\n");
     expectSuccess(run({"tree", root, "Folder:src", "--attributes"}),
@@ -165,6 +169,44 @@ TEST_F(LookTest, findPrintsThePathsThatHaveEverythingAskedFor) {
     expectFailure(run({"find", root, "--branches", "--name", "x"}), 2, {"--branches", "--name"});
 }
 
+TEST_F(LookTest, findComparesNumbersDigitByDigit) {
+    // In ascending order; those of one line are equal.
+    const std::vector<std::vector<std::string>> numbers{{"-1e400"},
+                                                        {"-99999999999999999999"},
+                                                        {"-99999999999999999998.5"},
+                                                        {"-0.001", "-1E-3"},
+                                                        {"0", "-0.0", "0e9"},
+                                                        {"1e-400"},
+                                                        {".5", "0.50"},
+                                                        {"7", "7.", "0.7e1", "007"},
+                                                        {"99999999999999999998"},
+                                                        {"99999999999999999999", "9.9999999999999999999e+19"}};
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        for (std::size_t j = 0; j < numbers[i].size(); ++j) {
+            ASSERT_EQ(run({"set", root, "N:" + std::to_string(i) + '.' + std::to_string(j), "--create", "-q",
+                           "V=" + numbers[i][j]})
+                          .status,
+                      0);
+        }
+    }
+    for (const std::string other : {"1e", "+1", "1.2.3", "0x1", "inf", "1 ", "."})
+        ASSERT_EQ(run({"set", root, "Other:" + other, "--create", "-q", "V=" + other}).status, 0);
+    const auto find = [&](const std::string& condition) {
+        return run({"find", root, "--attribute", "V" + condition}).out;
+    };
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        std::string less, same, greater;
+        for (std::size_t k = 0; k < numbers.size(); ++k) {
+            for (std::size_t j = 0; j < numbers[k].size(); ++j)
+                (k < i ? less : k > i ? greater : same) += "N:" + std::to_string(k) + '.' + std::to_string(j) + '\n';
+        }
+        EXPECT_EQ(find('<' + numbers[i].back()), less) << i;
+        EXPECT_EQ(find("<=" + numbers[i].front()), less + same) << i;
+        EXPECT_EQ(find('>' + numbers[i].front()), greater) << i;
+        EXPECT_EQ(find(">=" + numbers[i].back()), same + greater) << i;
+    }
+}
+
 TEST_F(LookTest, findComparesMomentsAndRefusesWhatItCannotTell) {
     const std::vector<std::string> moments{"1969-12-31T23:59:59.25Z",
                                            "2000-02-29",
@@ -173,7 +215,8 @@ TEST_F(LookTest, findComparesMomentsAndRefusesWhatItCannotTell) {
                                            "2026-11-21T08:00",
                                            "not-a-date",
                                            "2026-13-01",
-                                           "2026-11-21T08:00:00.5Zx"};
+                                           "2026-11-21T08:00:00.5Zx",
+                                           "2026-02-29"};
     for (std::size_t i = 0; i < moments.size(); ++i)
         ASSERT_EQ(run({"set", root, "M:" + std::to_string(i), "--create", "At=" + moments[i], "-q"}).status, 0);
     const std::vector<std::pair<std::string, std::string>> cases{
@@ -188,6 +231,8 @@ TEST_F(LookTest, findComparesMomentsAndRefusesWhatItCannotTell) {
     }
     for (const auto& [options, part] : std::vector<std::pair<std::vector<std::string>, std::string>>{
              {{"--attribute", "At<soon"}, "neither a number nor a date"},
+             {{"--attribute", "At<2023-02-31"}, "neither a number nor a date"},
+             {{"--attribute", "At<+1"}, "neither a number nor a date"},
              {{"--regex", "--location", "(("}, "no regular expression"},
              {{"--not"}, "After --not"},
              {{"--or", "--type", "x"}, "Before --or"},

@@ -232,6 +232,23 @@ Not done: 1 added, 6 updated, 2 removed, 4 missing; 4 files, 1 folder)");
     EXPECT_THAT(lines(), ElementsAre(away[0], away[1], away[2], away[4], away[8], away[9], away[11]));
 }
 
+TEST_P(ScanCommandTest, leavesAnAttributeOfSomebodysOwnThatHasTheNameOfTheMark) {
+    init(GetParam());
+    test::writeBytes(folder / "source/file", "1");
+    scan({}, "1 added, 0 updated, 0 removed; 1 file, 0 folders");
+    for (const std::string value : {"pages 3 and 4", ""}) {
+        set("File:file", "Missing=" + value);
+        fs::rename(folder / "source/file", folder / "file");
+        for (const std::string marks : {"? File:file\n", ""}) {
+            scan(marks.empty() ? std::vector<std::string>() : std::vector<std::string>{"-v"},
+                 marks + "0 added, 0 updated, 0 removed, 1 missing; 0 files, 0 folders");
+        }
+        fs::rename(folder / "file", folder / "source/file");
+        scan({}, "0 added, 0 updated, 0 removed; 1 file, 0 folders");
+        expectSuccess(run({"get", root, "File:file", "Missing"}), value + '\n');
+    }
+}
+
 TEST_P(ScanCommandTest, againWritesNothingWhenNothingChanged) {
     init(GetParam());
     makeFolder(folder / "source");
@@ -418,6 +435,12 @@ TEST_F(ScanRefusalTest, whatIsNoFolderAndTheMetadataItself) {
     for (const fs::path& own : {coreFile.parent_path(), coreFile.parent_path() / "below"})
         expectFailure(run({"scan", root, own}), 2, {own});
     fs::remove(coreFile.parent_path() / "below");
+    for (const fs::path& internals : {root / ".git/hooks", root / "sub/.git", folder / "elsewhere/.git"}) {
+        fs::create_directories(internals);
+        expectFailure(run({"scan", root, internals}), 2, {internals, "\".git\""});
+    }
+    fs::remove_all(root / ".git");
+    fs::remove_all(root / "sub");
     EXPECT_EQ(readTree(root), before);
 }
 

@@ -46,6 +46,10 @@ TEST_F(SettingsTest, saysWhatHoldsAndWhatIsMisspelt) {
         EXPECT_EQ(found[0].at("line"), 2);
         EXPECT_THAT(found[0].at("problem").get<std::string>(), HasSubstr(problem));
     }
+    std::filesystem::remove(file);
+    test::Surroundings surroundings;
+    surroundings.variables["PROJECT_METADATA_SETTINGS"] = file;
+    EXPECT_THAT(test::run({"settings"}, surroundings).out, HasSubstr(file.native() + ", which is not there\n"));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/Text.hpp"
+#include "operations/NodeAddress.hpp"
 #include "operations/TreeDiff.hpp"
 #include "operations/TreeMerge.hpp"
 #include "project/metadata/MetadataXml.hpp"
@@ -105,15 +106,17 @@ TEST(MergeTest, ChildrenKeepTheirIdentity) {
     }
 }
 
+/// A file of one path.
+MetadataTree file(const std::u16string& location, const std::string& node) {
+    MetadataTree tree;
+    tree.form = TreeForm::path;
+    tree.root.step = pm::PathElement(u"File", location);
+    tree.root.node = parse(node);
+    return tree;
+}
+
 /// A version control system may take a new file for a renamed one.
 TEST(MergeTest, VersionsOfDifferentPathsAreAConflict) {
-    const auto file = [](const std::u16string& location, const std::string& node) {
-        MetadataTree tree;
-        tree.form = TreeForm::path;
-        tree.root.step = pm::PathElement(u"File", location);
-        tree.root.node = parse(node);
-        return tree;
-    };
     const MetadataTree pump = file(u"pump.c", "<Info a='1' b='1'/>");
     const MetadataTree edited = file(u"pump.c", "<Info a='2' b='1'/>");
     const MetadataTree valve = file(u"valve.c", "<Info a='1' b='2'/>");
@@ -144,6 +147,21 @@ TEST(MergeTest, ADifferenceKnowsChildrenThatHaveMoved) {
         text += std::to_string(child.position) + (child.isMoved ? " moved " : " ");
     }
     EXPECT_EQ(text, "<i id='3'/><i a='1' id='3'/>1 moved <i id='2'/>-2 +<i id='4'/>3 ");
+}
+
+TEST(MergeTest, FilesOfTwoPathsDifferInWhatTheyAreOf) {
+    const auto listDiffs = [](const MetadataTree& before, const MetadataTree& after) {
+        std::string text;
+        for (const operations::PathDiff& diff : operations::diffTrees(before, after))
+            text += (diff.before ? "-" : "") + std::string(diff.after ? "+" : "") + host::toUtf8(diff.path.string());
+        return text;
+    };
+    const MetadataTree a = file(u"a", "<Info k='1'/>");
+    const MetadataTree b = file(u"b", "<Info k='1'/>");
+    EXPECT_EQ(listDiffs(a, b), "-File:a+File:b");
+    EXPECT_EQ(listDiffs({}, b), "+File:b");
+    EXPECT_EQ(listDiffs(a, a), "");
+    EXPECT_THROW(operations::diffTrees(a, tree("")), operations::AddressError);
 }
 
 }  // namespace

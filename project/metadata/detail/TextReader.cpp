@@ -132,6 +132,21 @@ const char16_t* nameOfRest(int type) {
     }
 }
 
+/// The line in which what is said in `node` begins; 0 where libxml2 does not note it. The parser itself is further on.
+long findLine(const xmlNode& node) {
+    constexpr long tooLarge = 65535;       // a node has no room for more
+    constexpr std::size_t longText = 300;  // may come in parts, of which the first has noted its line
+    const bool isText = node.type == XML_TEXT_NODE;
+    if (!isText && node.type != XML_COMMENT_NODE && node.type != XML_PI_NODE)
+        return 0;
+    std::string_view content = view(node.content);
+    const long end = xmlGetLineNo(&node);
+    if (end <= 0 || end >= tooLarge || (isText && content.size() >= longText))
+        return 0;
+    content.remove_prefix(std::min(content.find_first_not_of(" \t\r\n"), content.size()));
+    return end - std::count(content.begin(), content.end(), '\n');
+}
+
 class TextReader {
 public:
     TextReader(host::InputFileStream& stream, const host::Path& file, LeftOut* leftOut)
@@ -186,8 +201,8 @@ std::unique_ptr<MetadataNode> TextReader::read(Extent extent) {
 
 void TextReader::noteRest(int type) {
     if (const char16_t* const name = nameOfRest(type)) {
-        const int line = xmlTextReaderGetParserLineNumber(reader_.get());
-        leftOut_->passedOver = name + (u" in line " + host::fromUtf8(std::to_string(line)));
+        const long line = findLine(*xmlTextReaderCurrentNode(reader_.get()));
+        leftOut_->passedOver = name + (line > 0 ? u" in line " + host::fromUtf8(std::to_string(line)) : u"");
     }
 }
 
