@@ -52,6 +52,9 @@ public:
     /// The same for a path that may stay without a node.
     void addLast(const pm::MetadataPath& path);
 
+    /// Learns that `path` may stay without a node, though it was to get one.
+    void allowBranch(const pm::MetadataPath& path) { hasBranches_ = hasBranches_ || isAdded(path); }
+
     /// Adds `path` before or behind its sibling `sibling`, which is there.
     void addBeside(const pm::MetadataPath& path, const pm::MetadataPath& sibling, bool isBefore);
 

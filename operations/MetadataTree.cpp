@@ -75,8 +75,7 @@ public:
     }
 
 private:
-    /// Whether the file that has the node at `path` is damaged, and not only out of reach now, as far as the store can
-    /// tell.
+    /// Whether the store says that the file with the node at `path` is damaged.
     bool isDamaged(const pm::MetadataPath& path) {
         if (!damagedFiles_) {
             damagedFiles_.emplace();

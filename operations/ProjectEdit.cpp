@@ -151,7 +151,7 @@ void ProjectEdit::removeNode(const pm::MetadataPath& path) {
     if (!content.draft && !content.node)
         throw AddressError(ErrorKind::failure, {"There is no node at ", NodeAddress{path}, ", only a branch"});
     content.set(nullptr);
-    hasBranches_ = hasBranches_ || addedSet_.count(path) > 0;
+    paths_->allowBranch(path);
 }
 
 void ProjectEdit::move(const pm::MetadataPath& from, const pm::MetadataPath& to) {

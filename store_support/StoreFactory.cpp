@@ -48,8 +48,7 @@ bool hasOnlyCoreFile(const Path& folder) {
     const auto files = project::metadata::listChildFiles(folder);
     return std::all_of(files.begin(), files.end(), [](const Path& file) {
         const std::u16string name = file.fileName().text();
-        return name == coreFileName() || name.front() == u'.' ||
-               project::metadata::getMarkedUuid(file);
+        return name == coreFileName() || name.front() == u'.' || project::metadata::getMarkedUuid(file);
     });
 }
 

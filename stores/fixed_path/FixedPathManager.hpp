@@ -23,9 +23,9 @@ namespace stores::fixed_path {
 /// something foreign besides, the node is read. Changing operations throw what `PathFileChange`, `FileBatch` and
 /// `TreeRules` throw; all operations what `settle` throws.
 ///
-/// Whether somebody else has changed a node is told by its file, so a new rank in it counts as a change too. New
-/// permissions and further names of a file that was read do not; of one that was not, they cannot be told from a change
-/// (SeenFiles.hpp).
+/// Whether somebody else has changed a node is told by its file (SeenFiles.hpp), so a new rank in it counts as a change
+/// too. New permissions and further names of a file that was read do not; of one that was not, they cannot be told from
+/// a change.
 class FixedPathManager : public project::metadata::MetadataManager,
                          public project::metadata::DamageReporter,
                          public project::metadata::StoreFileLister,
