@@ -160,8 +160,8 @@ TEST(OthersFilesTest, KeepWhatNoStoreWrites) {
         {"<Node>", "<!-- why --><Node>", "a comment in line "},
         {"<Node>", "<?why?><Node>", "a processing instruction in line "},
         {"</Node>", "why</Node>", "text in line "},
-        {"</Node>", "<![CDATA[ ]]></Node>", "a CDATA section in line "},
-        {"<Project ", "<!DOCTYPE Project><Project ", "a document type in line "},
+        {"</Node>", "<![CDATA[ ]]></Node>", "a CDATA section"},
+        {"<Project ", "<!DOCTYPE Project><Project ", "a document type"},
         {"Project", "Other", "<Other> where <Project> is expected"}};
     // The last one; of the project's name, that at the beginning too.
     const auto swap = [](std::string& content, const std::string& from, const std::string& to) {

@@ -132,15 +132,18 @@ const char16_t* nameOfRest(int type) {
     }
 }
 
-/// The line in which what is said in `node` begins; 0 where libxml2 does not note it. The parser itself is further on.
-long findLine(const xmlNode& node) {
+/// The line in which what is said in `node` begins; 0 if that is not certain, as libxml2 does not note it of all kinds.
+/// @param lastLine up to which the parser has read, which may be far ahead
+long findLine(const xmlNode& node, long lastLine) {
     constexpr long tooLarge = 65535;       // a node has no room for more
     constexpr std::size_t longText = 300;  // may come in parts, of which the first has noted its line
     const bool isText = node.type == XML_TEXT_NODE;
-    if (!isText && node.type != XML_COMMENT_NODE && node.type != XML_PI_NODE)
-        return 0;
-    std::string_view content = view(node.content);
     const long end = xmlGetLineNo(&node);
+    if (!isText && node.type != XML_COMMENT_NODE && node.type != XML_PI_NODE) {
+        const long first = std::max(end, 1L);  // `end` is that of what stands before it, or around it
+        return first == lastLine ? first : 0;
+    }
+    std::string_view content = view(node.content);
     if (end <= 0 || end >= tooLarge || (isText && content.size() >= longText))
         return 0;
     content.remove_prefix(std::min(content.find_first_not_of(" \t\r\n"), content.size()));
@@ -201,7 +204,8 @@ std::unique_ptr<MetadataNode> TextReader::read(Extent extent) {
 
 void TextReader::noteRest(int type) {
     if (const char16_t* const name = nameOfRest(type)) {
-        const long line = findLine(*xmlTextReaderCurrentNode(reader_.get()));
+        const long line =
+            findLine(*xmlTextReaderCurrentNode(reader_.get()), xmlTextReaderGetParserLineNumber(reader_.get()));
         leftOut_->passedOver = name + (line > 0 ? u" in line " + host::fromUtf8(std::to_string(line)) : u"");
     }
 }
