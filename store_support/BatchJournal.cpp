@@ -407,7 +407,9 @@ std::optional<Path> setAsideDamagedChange(const Path& folder) {
 }
 
 void settle(const Path& folder) {
-    const auto end = std::chrono::steady_clock::now() + lockLimit;
+    // Who may not write here waits for who may, but not for nobody.
+    constexpr auto patience = std::chrono::seconds(1);
+    const auto beginning = std::chrono::steady_clock::now();
     while (isInterrupted(folder)) {
         // That it is read-only may have been said only once, by a server that has come to itself again.
         if (!host::FileUtils::isReadOnlyNoExcept(folder)) {
@@ -420,7 +422,8 @@ void settle(const Path& folder) {
             }
             return;
         }
-        if (std::chrono::steady_clock::now() >= end) {
+        const auto waited = std::chrono::steady_clock::now() - beginning;
+        if (waited >= lockLimit || (waited >= patience && !isLockHeld(folder))) {
             raise<MetadataReadFailure>(
                 getScratchFolder(folder).text(),
                 u"a change was interrupted, and has to be completed by a user who may write in this folder");

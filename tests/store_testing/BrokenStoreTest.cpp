@@ -278,11 +278,15 @@ const BrokenKind brokenKinds[] = {
              inner.setNode(path, node);
          };
      }},
-    {"UsesTheFolderInUse",  // knows one only
+    {"UsesTheFolderInUse",  // writes into one only
      [](Faults& faults) {
          const ProjectMetadataLocation location(faults.root);
-         if (location.hasCoreFile() && location.getDirectory().fileName() != host::Path(u"project"))
-             faults.mapPath = mapTexts([](auto& /*text*/) { return u"elsewhere"; });
+         if (location.hasCoreFile() && location.getDirectory().fileName() != host::Path(u"project")) {
+             faults.setNode = [coreFile = location.getCoreFile()](auto& inner, auto& path, auto& node) {
+                 if (!host::FileSystem::exists(coreFile))
+                     inner.setNode(path, node);
+             };
+         }
      }},
     {"ConvertedProjectIsNotOverwritten",
      [](Faults& faults) {
