@@ -20,6 +20,7 @@
 #include "host/Text.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataXml.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "project/metadata/SingleFileExport.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "stores/sqlite/Sqlite.hpp"
@@ -154,7 +155,11 @@ void addReadBenchmarks(std::size_t count) {
     const std::string end = "/" + std::to_string(count) + "/";
     for (const std::u16string store : {u"fixedPath", u"monolithic", u"sqlite"}) {
         addWork("readAll_" + host::toUtf8(store) + end + "project_metadata", store, count,
-                [=](const host::Path& root, const host::Path&) { readAll(*openStore(store, root), {}); });
+                [=](const host::Path& root, const host::Path&) {
+                    const auto opened = openStore(store, root);
+                    const project::metadata::RepeatableRead reading(*opened);
+                    readAll(*opened, {});
+                });
     }
     addWork("readAll_fixedPath" + end + "text_reader", u"fixedPath", count, [](const host::Path& root, const auto&) {
         for (const std::string& file : listFiles(root))

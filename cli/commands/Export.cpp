@@ -44,9 +44,9 @@ Status exportProject(const host::Path& root, const Request& request) {
     requireWritable(file.path(), existing);
     CommandObserver observer;
     const pm::RepeatableRead reading(*store);
-    std::vector<pm::MetadataDamage> damages;
+    std::vector<pm::MetadataDamage> leftOut;
     try {
-        damages = exportMetadata(*store, top, file.path(), existing, *request.dryRun, observer);
+        leftOut = exportMetadata(*store, top, file.path(), existing, *request.dryRun, observer);
     } catch (const host::InterruptedException&) {
         throw;
     } catch (...) {
@@ -58,8 +58,12 @@ Status exportProject(const host::Path& root, const Request& request) {
         file.finish();
     tell(file, request);
     flushOutput();
-    for (auto& damage : findDamage(*store))
-        damages.push_back(std::move(damage));
+    std::vector<pm::MetadataDamage> damages = findDamage(*store);
+    for (pm::MetadataDamage& lost : leftOut) {
+        // What has been mended meanwhile is not in the export all the same.
+        if (std::none_of(damages.begin(), damages.end(), [&](const auto& damage) { return damage.file == lost.file; }))
+            damages.push_back(std::move(lost));
+    }
     const auto foreign =
         std::stable_partition(damages.begin(), damages.end(), [](const auto& damage) { return !damage.isForeign; });
     const std::size_t foreignCount = keepDamage({foreign, damages.end()});

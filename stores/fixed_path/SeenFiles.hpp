@@ -19,6 +19,9 @@ namespace stores::fixed_path {
 /// own time and the folders above it tell. Of what came later the versions are known that `add` was called for, each at
 /// its place.
 ///
+/// One thing goes unnoticed: a folder that was never asked about before it was put in the place of another, if
+/// something has been changed in it since. It looks like one in which others are at work.
+///
 /// All operations throw `MetadataReadFailure` naming what the system cannot look at now.
 class SeenFiles {
 public:
