@@ -209,11 +209,9 @@ std::string attributeOf(const fs::path& file, const char* name) {
 TEST_P(AttributesTest, AccessListsAndAttributesAreKept) {
     const std::string list = listOf(6, 6, 4, 6, 0);
     give(file_, alice, team, 0640);
-    try {
-        setAttribute(file_, accessListName, list);
-    } catch (const std::runtime_error&) {
+    if (setxattr(file_.c_str(), accessListName, list.data(), list.size(), 0) != 0 && errno == ENOTSUP)
         GTEST_SKIP() << "no access lists on this file system";
-    }
+    setAttribute(file_, accessListName, list);
     setAttribute(file_, "user.note", "mine");
     setAttribute(file_, "user.empty", "");
     EXPECT_EQ(modeOf(file_), 0660U);
