@@ -59,16 +59,29 @@ void replaceByCopy(const Path& from, const Path& to) {
     }
 }
 
-/// As std::filesystem::create_directories, which takes a parent that it cannot look at for one that is there.
+/// As std::filesystem::create_directories, which takes a parent that it cannot look at for one that is there. A folder
+/// that others make and remove meanwhile is never said to be no folder: it is there, or it does not exist.
 void makeFolders(const fs::path& folder) {
     std::vector<fs::path> missing;
     fs::path place = withoutTrailingSeparators(folder);
-    for (; !place.empty() && !fs::exists(place); place = place.parent_path())
+    fs::file_status status;
+    for (; !place.empty() && !fs::exists(status = fs::status(place)); place = place.parent_path())
         missing.push_back(place);
-    if (missing.empty() && !fs::is_directory(place))
+    if (missing.empty() && !fs::is_directory(status))
         throw fs::filesystem_error({}, folder, std::make_error_code(std::errc::not_a_directory));
-    for (auto each = missing.rbegin(); each != missing.rend(); ++each)
-        fs::create_directory(*each);
+    for (auto each = missing.rbegin(); each != missing.rend(); ++each) {
+        std::error_code code;
+        fs::create_directory(*each, code);
+        if (code == std::errc::file_exists) {
+            const fs::file_status now = fs::symlink_status(*each);
+            if (fs::is_directory(now))
+                code.clear();
+            else if (!fs::exists(now))
+                code = std::make_error_code(std::errc::no_such_file_or_directory);
+        }
+        if (code)
+            throw fs::filesystem_error({}, *each, code);
+    }
 }
 
 /// Runs `operation` on `path`, and turns the errors of std::filesystem into ours.
