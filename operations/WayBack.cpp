@@ -24,11 +24,11 @@ public:
         : store_(store), change_(change), nodeBefore_(nodeBefore), wanted_(change.nodes.begin(), change.nodes.end()) {}
 
     /// Whether the last batch has been made, although it has failed: after a failed flush, the store may have completed
-    /// it. Then there is only one copy of what was moved.
+    /// it. Then there is only one copy of what was moved. What was removed may also have been removed by somebody else.
     bool isDone() const {
-        return !change_.removed.empty() &&
-               std::none_of(change_.removed.begin(), change_.removed.end(),
-                            [&](const pm::MetadataPath& path) { return store_.hasPath(path); });
+        const auto isThere = [&](const pm::MetadataPath& path) { return store_.hasPath(path); };
+        return !change_.removed.empty() && std::none_of(change_.removed.begin(), change_.removed.end(), isThere) &&
+               std::all_of(change_.added.begin(), change_.added.end(), isThere);
     }
 
     void go() {

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "store_support/ToldNodes.hpp"
+
 namespace store_support {
 
 /// Batches are numbered through, whoever made them, and each row says which one changed it last. Everything up to a
@@ -22,14 +24,20 @@ public:
     /// @param batch the last one of which everything is known; 0 if nothing is
     explicit SeenChanges(std::int64_t batch = 0) : known_(batch), last_(batch) {}
 
+    /// Everything up to `batch` is known now, and nothing else: of content that may have another past. What the user
+    /// was told stays.
+    void restart(std::int64_t batch = 0) noexcept {
+        isReplaced_ = isReplaced_ || !told_.isEmpty();
+        known_ = last_ = batch;
+        own_.clear();
+        rows_.clear();
+    }
+
     /// The number of the last batch is `batch`. If it was a greater one before, what is there now has another past, as
     /// from a backup, and nothing of it is known.
     void noteLast(std::int64_t batch) noexcept {
-        if (batch < last_) {
-            known_ = 0;
-            own_.clear();
-            rows_.clear();
-        }
+        if (batch < last_)
+            restart();
         last_ = batch;
     }
 
@@ -45,6 +53,15 @@ public:
     void addRow(const RowId& id, std::int64_t changed) {
         if (!isKnown(id, changed))
             rows_.insert_or_assign(id, changed);
+    }
+
+    /// Which nodes the user takes to be there.
+    ToldNodes& told() noexcept { return told_; }
+
+    /// Whether he takes a node to be at the ancestor of `path` that has `depth` steps. To be asked where there is none:
+    /// then somebody else has removed it.
+    bool isGone(const MetadataPath& path, std::size_t depth) const noexcept {
+        return (last_ != known_ || isReplaced_) && told_.isExpected(path, depth);
     }
 
     /// Makes sure that the next `addOwn` needs no memory.
@@ -71,10 +88,15 @@ private:
         return after != own_.begin() && batch <= std::prev(after)->second;
     }
 
+    /// For some megabytes, however large a project is.
+    static constexpr std::size_t rememberedPaths = 250'000;
+
     std::int64_t known_;
     std::int64_t last_;                                       // that there was, as far as the store has seen
     std::vector<std::pair<std::int64_t, std::int64_t>> own_;  // first and last of a run of batches, ascending
     std::unordered_map<RowId, std::int64_t, Hash> rows_;      // the batch, by the row's id
+    ToldNodes told_{rememberedPaths};
+    bool isReplaced_ = false;  // whether the content was ever another one, with nodes of which the user was told
 };
 
 }  // namespace store_support

@@ -71,6 +71,63 @@ void staleNodeIsNotReplaced(const ScratchProject& project) {
     requireContent("after reading the node and changing it again", *project.open(), "a(3) b(3) c(3)");
 }
 
+void removedNodeDoesNotComeBack(const ScratchProject& project) {
+    const std::map<std::string, Change> changes{
+        {"setNode", [](MetadataManager& store) { store.setNode(path("a/b"), *node("2")); }},
+        {"setNode of a path below it", [](MetadataManager& store) { store.setNode(path("a/b/x"), *node("2")); }},
+        {"setNodes",
+         [](MetadataManager& store) {
+             store.setNodes({{path("c"), node("2")}, {path("a/b"), node("2")}});
+         }},
+        {"addPath", [](MetadataManager& store) { store.addPath(path("a/b")); }},
+        {"setPaths", [](MetadataManager& store) { store.setPaths(paths("/ a a/b c")); }}};
+    const std::pair<Change, std::string> removals[] = {
+        {[](MetadataManager& store) { store.removePath(path("a/b")); }, "a c(1)"},
+        {[](MetadataManager& store) { store.removePath(path("a")); }, "c(1)"},
+        {[](MetadataManager& store) { store.setPaths(paths("c")); }, "c(1)"}};
+    const auto begin = [&](const std::string& root) {
+        project.open(root)->setNodes({{path("a/b"), node("1")}, {path("c"), node("1")}});
+    };
+    for (const auto& [name, change] : changes) {
+        for (std::size_t i = 0; i < std::size(removals); ++i) {
+            const auto& [remove, content] = removals[i];
+            const std::string what = name + " of a node that another store removed, way " + std::to_string(i + 1);
+            begin(what);
+            const auto stale = project.open(what);
+            stale->getNode(path("a/b"));
+            remove(*project.open(what));
+            stale->getChildren(path("a"));
+            requireRefused(what, *stale, change);
+            requireContent("after the refused " + what, *project.open(what), content);
+            require(!stale->hasNode(path("a/b")), what + ": expected hasNode to say that it is gone, found it there");
+            change(*stale);
+            require(project.open(what)->hasPath(path("a/b")), what + ", after hasNode: expected the path, found none");
+        }
+    }
+    const Change set = changes.at("setNode");
+    begin("removeNode");
+    const auto stale = project.open("removeNode");
+    for (const char* how : {"read", "written"}) {
+        stale->hasNode(path("a/b"));
+        project.open("removeNode")->removeNode(path("a/b"));
+        requireRefused(std::string("setNode of a node that was ") + how + ", after another store's removeNode", *stale,
+                       set);
+        stale->hasNode(path("a/b"));
+        set(*stale);
+    }
+    // What a store has removed itself is its to set, and what was not there is everybody's.
+    for (const auto& [remove, content] : removals) {
+        stale->getNode(path("c"));
+        stale->getNode(path("a/b"));
+        remove(*stale);
+        project.open("removeNode")->setNode(path("c"), *node("1"));
+        requireContent("after a removal by the store itself", *stale, content);
+        set(*stale);
+    }
+    project.open("removeNode")->removePath(path("c"));
+    stale->setNode(path("d"), *node("1"));
+}
+
 void staleNodeIsNotRemoved(const ScratchProject& project) {
     const std::map<std::string, Change> changes{
         {"removeNode", [](MetadataManager& store) { store.removeNode(path("a/b")); }},
@@ -173,6 +230,11 @@ std::vector<Rule> getSharingRules() {
          "Nor is such a node removed, be it by `removeNode`, `removePath`, `removePaths` or a `setPaths` that leaves "
          "it out.",
          staleNodeIsNotRemoved},
+        {"RemovedNodeDoesNotComeBack",
+         "Where a node was that the store has told of (`getNode`, `hasNode`) or written, and that somebody else has "
+         "removed since, neither a node is set nor a path added, there or below: that is a `MetadataWriteFailure` too, "
+         "until the node was asked for again.",
+         removedNodeDoesNotComeBack},
         {"SimultaneousChangesAllStay",
          "Stores that change one project at the same time, be it in threads or in processes of their own, wait for "
          "each other, and all their changes stay.",

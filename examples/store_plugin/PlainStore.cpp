@@ -185,7 +185,8 @@ PlainStore::Nodes PlainStore::findChanges(const Content& before, const Content& 
         changes.emplace(entry.first, nullptr);
     for (auto change = changes.begin(); change != changes.end();) {
         const MetadataNode* const node = lookUp(old, change->first);
-        if (store_support::equalTrees(node, change->second.get())) {
+        const bool isNew = old.count(change->first) == 0;
+        if (!isNew && store_support::equalTrees(node, change->second.get())) {
             change = changes.erase(change);
             continue;
         }

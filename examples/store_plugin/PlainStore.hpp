@@ -46,7 +46,8 @@ private:
     /// Carries out `edit` as one batch.
     void change(const std::function<void(Content& content)>& edit);
 
-    /// The nodes that differ between `before` and `after`, as they are in `after`, null for those that are gone.
+    /// The nodes that differ between `before` and `after`, as they are in `after`, null for those that are gone, and
+    /// for paths without a node that are new.
     /// @throws MetadataWriteFailure if somebody else changed one of them unseen
     Nodes findChanges(const Content& before, const Content& after) const;
 

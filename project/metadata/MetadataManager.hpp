@@ -20,7 +20,8 @@
 /// and after some seconds gives up with an error that names the lock. A store does not overwrite unseen: if the node
 /// that it is to replace, or anything that it is to remove, was changed on disk by somebody else since the store was
 /// opened or last read (`getNode`, `hasNode`) or wrote it, the whole change is refused with a `MetadataWriteFailure`.
-/// Reading the node again settles that.
+/// Nor does a node come back unseen: where one was that the store has told of or written, and that somebody else has
+/// removed since, no node is set and no path added, there or below. Reading the node again settles both.
 ///
 /// Damage is reported, not spread: what is readable is read, what is damaged is named (MetadataDamage.hpp) and never
 /// overwritten or removed by a change.

@@ -7,6 +7,7 @@
 #include "project/metadata/SharedNode.hpp"
 #include "store_support/CoreFileType.hpp"
 #include "store_support/Disk.hpp"
+#include "store_support/Renaming.hpp"
 #include "store_support/StoreFiles.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
@@ -18,20 +19,21 @@ using project::metadata::MetadataPath;
 using store_support::FolderLock;
 using store_support::JobRunner;
 using store_support::requireMetadataType;
+using store_support::ToldNodes;
 
 FixedPathManager::FixedPathManager(const host::Path& folder, JobRunner runJob)
     : files_(folder), runJob_(std::move(runJob)) {}
 
 void FixedPathManager::setNode(const MetadataPath& path, const MetadataNode& node) {
-    change([&](PathFileChange& change) { change.setNode(path, &node); });
+    change(told_.setting(path, true), [&](PathFileChange& change) { change.setNode(path, &node); });
 }
 
 void FixedPathManager::removeNode(const MetadataPath& path) {
-    change([&](PathFileChange& change) { change.removeNode(path); });
+    change(told_.setting(path, false), [&](PathFileChange& change) { change.removeNode(path); });
 }
 
 void FixedPathManager::addPath(const MetadataPath& path) {
-    change([&](PathFileChange& change) { change.add(path); });
+    change(ToldNodes::Change(told_), [&](PathFileChange& change) { change.add(path); });
 }
 
 void FixedPathManager::removePath(const MetadataPath& path) {
@@ -50,14 +52,14 @@ std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path
 }
 
 void FixedPathManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
-    change([&](PathFileChange& change) {
+    change(told_.setting(nodes), [&](PathFileChange& change) {
         for (const auto& [path, node] : nodes)
             change.setNode(path, node.get());
     });
 }
 
 void FixedPathManager::removePaths(const std::vector<MetadataPath>& paths) {
-    change([&](PathFileChange& change) {
+    change(told_.removing(paths), [&](PathFileChange& change) {
         for (const MetadataPath& path : paths)
             change.remove(path);
     });
@@ -103,11 +105,12 @@ bool FixedPathManager::hasPath(const MetadataPath& path) const {
 }
 
 void FixedPathManager::setPaths(const std::vector<MetadataPath>& paths) {
-    change([&](PathFileChange& change) { change.arrange(paths); });
+    change(told_.keeping(paths), [&](PathFileChange& change) { change.arrange(paths); });
 }
 
 void FixedPathManager::renamePath(const MetadataPath& path, const project::metadata::PathElement& element) {
-    change([&](PathFileChange& change) { change.rename(path, element); });
+    change(told_.renaming(path, store_support::replaceLeaf(path, element)),
+           [&](PathFileChange& change) { change.rename(path, element); });
 }
 
 std::vector<project::metadata::MetadataDamage> FixedPathManager::findDamage() const {
@@ -140,6 +143,7 @@ PathFilePtr FixedPathManager::read(const MetadataPath& path, Extent extent) cons
     }
     if (content && files_.seen().isNews(content->version))
         files_.seen().add(files_.locate(path).file, content->version);
+    told_.tell(path, content && (content->hasNode || content->isBroken()));
     return content;
 }
 
@@ -167,22 +171,25 @@ Listing FixedPathManager::readChildren(const PathFiles::Place& place) const {
     return files_.readChildren(place.folder);
 }
 
-void FixedPathManager::change(const std::function<void(PathFileChange&)>& collect) {
+void FixedPathManager::change(ToldNodes::Change told, const std::function<void(PathFileChange&)>& collect) {
     files_.lookAgain();
     files_.settle();
     {
-        PathFileChange expected(files_);
+        PathFileChange expected(files_, told_);
         collect(expected);
-        if (expected.isEmpty())
+        if (expected.isEmpty()) {
+            told.done();
             return;
+        }
     }
     FolderLock lock(files_.getFolder());
     requireMetadataType(files_.getFolder(), fixedPathName);
     // Somebody else may have been faster.
-    PathFileChange change(files_);
+    PathFileChange change(files_, told_);
     collect(change);
     if (!change.isEmpty())
         change.commit(runJob_, lock);
+    told.done();
 }
 
 }  // namespace stores::fixed_path

@@ -70,9 +70,11 @@ private:
 
     /// Carries out what `collect` asks for, if that changes anything. It is called twice: once without the lock, to see
     /// whether there is anything to do.
-    void change(const std::function<void(PathFileChange&)>& collect);
+    /// @param told what becomes of it by that
+    void change(store_support::ToldNodes::Change told, const std::function<void(PathFileChange&)>& collect);
 
     mutable PathFiles files_;  // reading notes in it what the user of the store has seen
+    mutable store_support::ToldNodes told_;
     store_support::JobRunner runJob_;
 };
 

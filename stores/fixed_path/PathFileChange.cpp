@@ -29,6 +29,7 @@ using store_support::FileBatch;
 using store_support::FolderLock;
 using store_support::getFileVersion;
 using store_support::JobRunner;
+using store_support::removedUnseen;
 using store_support::requireReadable;
 using store_support::requireStorable;
 using store_support::WantedTree;
@@ -82,7 +83,8 @@ bool areInOrder(const std::vector<Sibling>& siblings) {
 
 }  // namespace
 
-PathFileChange::PathFileChange(PathFiles& files) : files_(files), lastFolder_(rootItem, files.getFolder()) {
+PathFileChange::PathFileChange(PathFiles& files, const store_support::ToldNodes& told)
+    : files_(files), told_(told), lastFolder_(rootItem, files.getFolder()) {
     items_.push_back({rootItem, PathElement({}, {}), {}});
     look(rootItem, files_.readForChange(files_.locate(MetadataPath()).file, Extent::place));
 }
@@ -128,6 +130,14 @@ const Path& PathFileChange::getFolder(Index index) {
         folder /= nodeFolderName(items_[*step].element);
     lastFolder_ = {index, std::move(folder)};
     return lastFolder_.second;
+}
+
+MetadataPath PathFileChange::getPath(Index index) const {
+    std::vector<PathElement> elements;
+    for (; index != rootItem; index = items_[index].parent)
+        elements.push_back(items_[index].element);
+    std::reverse(elements.begin(), elements.end());
+    return MetadataPath(std::move(elements));
 }
 
 Path PathFileChange::getFile(Index index) {
@@ -340,12 +350,18 @@ void PathFileChange::requireSeen() {
                                         u"somebody else has changed it since it was read; read it again first");
         }
     };
+    const auto putsNodeBack = [&](Index index) {
+        const bool isNew = !items_[index].exists || (!items_[index].hasNode && items_[index].newNode);
+        return isNew && !told_.isEmpty() && told_.isExpected(getPath(index));
+    };
     for (const Index index : writes_) {
         Item& item = items_[index];
         // What the user does not know he does not know either when it only gets a new rank.
         item.isSeen = !item.exists || files_.seen().isKnown(getFile(index), item.old);
         if (item.replacesNode)
             require(item.isSeen, getFile(index));
+        if (putsNodeBack(index))
+            raise<MetadataWriteFailure>(getFile(index).text(), u"its node " + std::u16string(removedUnseen));
     }
     for (const Removal& removal : removals_)
         require(files_.seen().isKnown(removal.file, removal.version), removal.file);

@@ -18,6 +18,7 @@
 #include "store_support/ChildNumbers.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
+#include "store_support/ToldNodes.hpp"
 #include "store_support/WantedTree.hpp"
 #include "stores/fixed_path/PathFiles.hpp"
 
@@ -29,8 +30,9 @@ namespace stores::fixed_path {
 /// it has, which is read again when the file is written.
 class PathFileChange {
 public:
-    /// @param files what is there; must outlive the change
-    explicit PathFileChange(PathFiles& files);
+    /// @param files what is there
+    /// @param told which nodes the user of the store takes to be there; both must outlive the change
+    PathFileChange(PathFiles& files, const store_support::ToldNodes& told);
 
     // Nodes must live as long as the change.
 
@@ -60,7 +62,8 @@ public:
     /// Carries it out and lets go of the lock.
     /// @param lock the lock of the metadata folder, held since before the first operation
     /// @throws project::metadata::MetadataWriteFailure if somebody else has changed a node that would be replaced or a
-    ///         path that would be removed, and the user of this store does not know it
+    ///         path that would be removed, or has removed one that would be set or whose path would be added, and the
+    ///         user of this store does not know it
     void commit(const store_support::JobRunner& runJob, store_support::FolderLock& lock);
 
 private:
@@ -107,6 +110,7 @@ private:
     /// The node of the file of `index`, null if there is none.
     std::shared_ptr<const project::metadata::MetadataNode> readNode(Index index);
 
+    project::metadata::MetadataPath getPath(Index index) const;
     host::Path getFile(Index index);
     const host::Path& getFolder(Index index);
 
@@ -141,6 +145,7 @@ private:
     void writeStaged(Index index, const host::Path& staged);
 
     PathFiles& files_;
+    const store_support::ToldNodes& told_;
     std::deque<Item> items_;  // they do not move: `index_` points to their elements
     store_support::ChildNumbers index_;
     std::vector<Index> writes_;  // in the order in which they were asked for

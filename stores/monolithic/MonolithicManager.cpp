@@ -15,6 +15,7 @@
 #include "store_support/Renaming.hpp"
 #include "store_support/StoreErrors.hpp"
 #include "store_support/StoreFiles.hpp"
+#include "store_support/ToldNodes.hpp"
 #include "store_support/TreeRules.hpp"
 #include "store_support/XmlFile.hpp"
 
@@ -186,10 +187,9 @@ void MonolithicManager::addPath(const MetadataPath& path) {
 }
 
 std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& path) const {
-    const SharedTree* const tree = load().find(path);
+    const SharedTree* const tree = look(path);
     if (!tree)
         return nullptr;
-    tree->isUnseen = false;
     if (const auto problem = tree->getProblem())
         raise<MetadataReadFailure>(file_.text(), *problem);
     return tree->node ? project::metadata::copyKeptNode(tree->node) : nullptr;
@@ -214,10 +214,8 @@ void MonolithicManager::renamePath(const MetadataPath& path, const PathElement& 
 }
 
 bool MonolithicManager::hasNode(const MetadataPath& path) const {
-    const SharedTree* const tree = load().find(path);
-    if (tree)
-        tree->isUnseen = false;
-    return tree && (tree->node || tree->getProblem());
+    const SharedTree* const tree = look(path);
+    return tree && tree->hasNode();
 }
 
 std::vector<MetadataPath> MonolithicManager::getChildren(const MetadataPath& path) const {
@@ -272,7 +270,17 @@ void MonolithicManager::change(const Edit& edit) {
             return;
         requireSound();
     }
+    requireNothingGone(draft);
     save(std::move(draft), lock);
+}
+
+const SharedTree* MonolithicManager::look(const MetadataPath& path) const {
+    const SharedTree* const tree = load().find(path);
+    if (tree)
+        tree->isUnseen = false;
+    if (!gone_.empty())
+        gone_.erase(path.getPath());
+    return tree;
 }
 
 SharedTree& MonolithicManager::load() const {
@@ -290,6 +298,10 @@ SharedTree& MonolithicManager::load() const {
         damage.push_back({file_, xml.foreign, false, true});
     if (tree_ || hasLostSight_)
         markUnseen(tree, tree_ ? &*tree_ : nullptr);
+    if (tree_) {
+        std::vector<PathElement> steps;
+        findGone(*tree_, &tree, steps, gone_);
+    }
     std::for_each(damage.begin(), damage.end(), reportDamage);
     tree_ = std::move(tree);
     hasLostSight_ = false;
@@ -304,6 +316,17 @@ void MonolithicManager::requireSound() const {
     const auto& [file, problem, readsAsBranch, isForeign] = damage_.front();
     raise<MetadataWriteFailure>(
         file.text(), isForeign ? problem : u"it is damaged, and not overwritten before it is repaired: " + problem);
+}
+
+void MonolithicManager::requireNothingGone(const Draft& draft) const {
+    for (const std::vector<PathElement>& steps : gone_) {
+        const SharedTree* const now = tree_->find(steps);
+        const SharedTree* const then = draft.tree.find(steps);
+        if (then && (!now || (then->node && !now->hasNode()))) {
+            raise<MetadataWriteFailure>(
+                file_.text(), u"the node of \"" + MetadataPath(steps).string() + u"\" in it " + removedUnseen);
+        }
+    }
 }
 
 void MonolithicManager::save(Draft draft, FolderLock& lock) {

@@ -7,7 +7,9 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
@@ -68,7 +70,13 @@ private:
     /// The content as it is on disk, in which what the user of the store has seen is marked.
     SharedTree& load() const;
 
+    /// What is at `path`, of which the user of the store knows then; null if it does not exist.
+    const SharedTree* look(const MetadataPath& path) const;
+
     void requireSound() const;
+
+    /// That no node comes back by `draft` that somebody else has removed unseen.
+    void requireNothingGone(const Draft& draft) const;
     void save(Draft draft, FolderLock& lock);
 
     Path folder_;
@@ -78,6 +86,9 @@ private:
     mutable std::optional<SharedTree> tree_;      // none until it is read first, or for lack of memory
     mutable bool hasLostSight_ = false;           // then nobody knows any more what the user has seen
     mutable std::vector<MetadataDamage> damage_;  // of that file
+
+    /// Steps to nodes that somebody else has removed, and nobody has asked for since.
+    mutable std::set<std::vector<PathElement>> gone_;
 };
 
 }  // namespace stores::monolithic

@@ -170,9 +170,9 @@ const SharedTree* SharedTree::find(const PathElement& element) const {
     return !below_ || place == below_->children.size() ? nullptr : &below_->children[place].tree;
 }
 
-const SharedTree* SharedTree::find(const MetadataPath& path) const {
+const SharedTree* SharedTree::find(const std::vector<PathElement>& steps) const {
     const SharedTree* tree = this;
-    for (const PathElement& element : path.getPath()) {
+    for (const PathElement& element : steps) {
         tree = tree->find(element);
         if (!tree)
             return nullptr;
@@ -285,6 +285,17 @@ void markUnseen(const SharedTree& now, const SharedTree* before) {
     now.isUnseen = !isSame || before->isUnseen;
     for (const SharedTree::Child& child : now.getChildren())
         markUnseen(child.tree, before ? before->find(child.element) : nullptr);
+}
+
+void findGone(const SharedTree& before, const SharedTree* now, std::vector<PathElement>& steps,
+              std::set<std::vector<PathElement>>& gone) {
+    if (before.hasNode() && !before.isUnseen && !(now && now->hasNode()))
+        gone.insert(steps);
+    for (const SharedTree::Child& child : before.getChildren()) {
+        steps.push_back(child.element);
+        findGone(child.tree, now ? now->find(child.element) : nullptr, steps, gone);
+        steps.pop_back();
+    }
 }
 
 bool isAllSeen(const SharedTree& tree) {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -34,8 +35,12 @@ public:
     /// The child `element`, null if there is none. Valid until the children of this path change.
     const SharedTree* find(const PathElement& element) const;
 
-    /// The descendant at `path`, null if there is none.
-    const SharedTree* find(const MetadataPath& path) const;
+    /// The descendant at the end of `steps`, null if there is none.
+    const SharedTree* find(const std::vector<PathElement>& steps) const;
+    const SharedTree* find(const MetadataPath& path) const { return find(path.getPath()); }
+
+    /// Be it one that cannot be read.
+    bool hasNode() const { return node || getProblem(); }
 
     /// The child `element`, to be changed; null if there is none.
     SharedTree* own(const PathElement& element);
@@ -88,6 +93,11 @@ SharedTree fromXml(MetadataNode& xml, Elements elements, const std::vector<Lack>
 
 /// Marks as unseen what is in `now`, and was unseen or not the same in `before`.
 void markUnseen(const SharedTree& now, const SharedTree* before);
+
+/// Adds to `gone` the steps to the nodes of `before` and of what is below it that were seen and are missing in `now`.
+/// @param steps to `before`; the same again afterwards
+void findGone(const SharedTree& before, const SharedTree* now, std::vector<PathElement>& steps,
+              std::set<std::vector<PathElement>>& gone);
 
 /// Whether nothing in `tree` is unseen.
 bool isAllSeen(const SharedTree& tree);

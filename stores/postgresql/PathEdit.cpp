@@ -85,6 +85,11 @@ void PathEdit::requireRemovable(const Row& row, const SeenChanges& seen,
     requireReplaceable(row, seen, getPath);
 }
 
+void PathEdit::requireNotGone(const MetadataPath& path, std::size_t depth, const SeenChanges& seen) const {
+    if (seen.isGone(path, depth))
+        refuse(getAncestor(path, depth), removedUnseen);
+}
+
 const Row* PathEdit::find(const Answer& answer, const PathId& id, const MetadataPath& path) const {
     const auto found = answer.rows.find(id);
     if (found == answer.rows.end())
@@ -100,6 +105,8 @@ void PathEdit::replaceNode(const Row& row, const NodeValue& node, const SeenChan
         return;
     if (row.node)
         requireReplaceable(row, seen, [&] { return path; });
+    else
+        requireNotGone(path, path.getPath().size(), seen);
     changes.nodes.emplace_back(row.id, node);
 }
 
@@ -144,6 +151,7 @@ RowChanges NodesEdit::apply(const Answer& answer, const SeenChanges& seen) const
         for (std::size_t depth = 1; depth < ids.size(); ++depth) {
             if (answer.rows.count(ids[depth]) > 0 || !added.emplace(ids[depth], changes.added.size()).second)
                 continue;
+            requireNotGone(entry.path, depth, seen);
             const std::int64_t position = last[ids[depth - 1]] += positionGap;
             changes.added.push_back({ids[depth], ids[depth - 1], elements[depth - 1], position, std::nullopt});
         }
@@ -283,11 +291,13 @@ RowChanges Arrangement::apply(const Answer& answer, const SeenChanges& seen) con
         const std::vector<std::int64_t> positions = arrangePositions(now);
         for (std::size_t i = 0; i < children.size(); ++i) {
             const PathId& id = ids_[children[i]];
-            if (!now[i])
-                changes.added.push_back(
-                    {id, ids_[parent], wanted_.getElement(children[i]), positions[i], std::nullopt});
-            else if (*now[i] != positions[i])
+            if (!now[i]) {
+                const MetadataPath path = getPath(children[i]);
+                requireNotGone(path, path.getPath().size(), seen);
+                changes.added.push_back({id, ids_[parent], path.getLeaf(), positions[i], std::nullopt});
+            } else if (*now[i] != positions[i]) {
                 changes.positions.emplace_back(id, positions[i]);
+            }
         }
     }
     // Only what can be reached: rows that have no way to the root path are damage.

@@ -33,7 +33,8 @@ public:
 
     /// What it does where that is so.
     /// @throws MetadataWriteFailure naming the file and the path, if a node would be replaced or a
-    ///         path removed that somebody else has changed unseen, or that is damaged, or if a path has too many steps;
+    ///         path removed that somebody else has changed unseen, or that is damaged, if a path would be added or a
+    ///         node set where somebody else has removed a node unseen, or if a path has too many steps;
     ///         host::InterruptedException
     virtual RowChanges apply(const Answer& answer, const SeenChanges& seen) const = 0;
 
@@ -49,6 +50,8 @@ protected:
     void requireReplaceable(const Row& row, const SeenChanges& seen,
                             const std::function<MetadataPath()>& getPath) const;
     void requireRemovable(const Row& row, const SeenChanges& seen, const std::function<MetadataPath()>& getPath) const;
+
+    void requireNotGone(const MetadataPath& path, std::size_t depth, const SeenChanges& seen) const;
 
     /// The row of `path`, whose number is `id`; null if there is none.
     const Row* find(const Answer& answer, const PathId& id, const MetadataPath& path) const;

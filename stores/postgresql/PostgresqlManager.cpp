@@ -21,11 +21,12 @@ PostgresqlManager::PostgresqlManager(const Path& folder, JobRunner runJob, std::
 
 void PostgresqlManager::setNode(const MetadataPath& path, const MetadataNode& node) {
     const auto stored = requireStorable(node, project_.getCoreFile());
-    project_.change(NodesEdit({{path, encodeNode(*stored), false}}, project_.getCoreFile()));
+    change(NodesEdit({{path, encodeNode(*stored), false}}, project_.getCoreFile()),
+           project_.told().setting(path, true));
 }
 
 void PostgresqlManager::removeNode(const MetadataPath& path) {
-    project_.change(NodeRemoval(path, project_.getCoreFile()));
+    change(NodeRemoval(path, project_.getCoreFile()), project_.told().setting(path, false));
 }
 
 void PostgresqlManager::addPath(const MetadataPath& path) {
@@ -51,11 +52,11 @@ void PostgresqlManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Me
         const auto stored = node ? requireStorable(*node, project_.getCoreFile()) : nullptr;
         entries.push_back({path, stored ? NodeValue(encodeNode(*stored)) : std::nullopt, false});
     }
-    project_.change(NodesEdit(std::move(entries), project_.getCoreFile()));
+    change(NodesEdit(std::move(entries), project_.getCoreFile()), project_.told().setting(nodes));
 }
 
 void PostgresqlManager::removePaths(const std::vector<MetadataPath>& paths) {
-    project_.change(PathRemoval(paths, project_.getCoreFile()));
+    change(PathRemoval(paths, project_.getCoreFile()), project_.told().removing(paths));
 }
 
 bool PostgresqlManager::hasNode(const MetadataPath& path) const {
@@ -91,7 +92,7 @@ bool PostgresqlManager::hasPath(const MetadataPath& path) const {
 }
 
 void PostgresqlManager::setPaths(const std::vector<MetadataPath>& paths) {
-    project_.change(Arrangement(paths, project_.getCoreFile()));
+    change(Arrangement(paths, project_.getCoreFile()), project_.told().keeping(paths));
 }
 
 std::vector<MetadataDamage> PostgresqlManager::findDamage() const {
@@ -142,7 +143,13 @@ const Row* PostgresqlManager::findRow(const MetadataPath& path) const {
     }
     if (row)
         project_.addSeen(row->id, row->changed);
+    project_.told().tell(path, row && row->hasNode);
     return row;
+}
+
+void PostgresqlManager::change(const PathEdit& edit, ToldNodes::Change told) {
+    project_.change(edit);
+    told.done();
 }
 
 }  // namespace stores::postgresql

@@ -56,6 +56,9 @@ private:
     /// The row of `path`, of which the store's user knows then; null if it does not exist.
     const Row* findRow(const MetadataPath& path) const;
 
+    /// @param told what becomes of it by that
+    void change(const PathEdit& edit, ToldNodes::Change told);
+
     mutable ServerProject project_;
 };
 

@@ -85,7 +85,7 @@ Answer makeFirstAnswer() {
 ServerProject::ServerProject(const Path& folder, JobRunner runJob, std::chrono::milliseconds limit)
     : folder_(folder), coreFile_(folder / coreFileName()), runJob_(std::move(runJob)), limit_(limit) {
     if (const auto answer = ask({}))
-        seen_ = SeenChanges(answer->batch);
+        seen_.restart(answer->batch);
 }
 
 Server ServerProject::getServerForNew() const {
@@ -110,7 +110,7 @@ bool ServerProject::find() {
     requireAllowed(address->server, coreFile_);
     if (!address_ || !(*address == *address_)) {
         // Another project: nothing of it is known.
-        seen_ = SeenChanges();
+        seen_.restart();
         ahead_.clear();
         address_ = std::move(address);
     }
@@ -368,7 +368,7 @@ bool ServerProject::canDoWithoutTelling(const ServerError& error) {
 bool ServerProject::create(const PathEdit& edit) {
     const Address address{getServerForNew(), makeRandom()};
     requireAllowed(address.server, coreFile_);
-    const RowChanges changes = edit.apply(makeFirstAnswer(), SeenChanges());
+    const RowChanges changes = edit.apply(makeFirstAnswer(), seen_);
     FileBatch core;
     core.folder = folder_;
     core.filesToWrite = {coreFile_};
@@ -397,7 +397,7 @@ bool ServerProject::create(const PathEdit& edit) {
     }
     address_ = address;
     version_.reset();
-    seen_ = SeenChanges(1);
+    seen_.restart(1);
     ahead_.clear();
     ++changesHere;
     return true;

@@ -50,6 +50,9 @@ public:
     /// The store's user knows the row `id` as the batch `changed` left it.
     void addSeen(const PathId& id, std::int64_t changed) { seen_.addRow(id, changed); }
 
+    /// Which nodes the store's user takes to be there.
+    ToldNodes& told() noexcept { return seen_.told(); }
+
     /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none and
     /// `edit` does that.
     /// @throws project::metadata::MetadataWriteFailure naming the core file, the server, the project and the cause; as

@@ -219,7 +219,7 @@ void Database::connect() {
         tryToOpen(getImmutableUri(file_), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     }
     if (!held_.is(file.getStatus()))
-        seen_ = SeenChanges();
+        seen_.restart();
     held_ = std::move(file);
     isLogSettled_ = false;
 }
@@ -463,15 +463,14 @@ void Database::createFile(const Path& staged, const Edit& edit) {
         Transaction transaction(*connection, "BEGIN");
         createTables(*connection);
         PathTable table(*connection, file_);
-        const SeenChanges nothing;
         const std::int64_t batch = 1;
-        PathEdit write(table, nothing, PathEdit::Mode::write, batch);
+        PathEdit write(table, seen_, PathEdit::Mode::write, batch);
         edit(write);
         table.setBatch(batch);
         transaction.commit();
         // It stays the same file when it is put into place. If that fails half way, this is what will be found.
         held_ = HeldFile(staged);
-        seen_ = SeenChanges(batch);
+        seen_.restart(batch);
     } catch (const SqliteError& error) {
         raise<MetadataWriteFailure>(file_.text(), getCause(error));
     } catch (const MetadataReadFailure& error) {

@@ -68,6 +68,9 @@ public:
     /// How often `read` has found something that may have been changed since it was called last.
     std::uint64_t getGeneration() const noexcept { return generation_; }
 
+    /// Which nodes the store's user takes to be there.
+    ToldNodes& told() noexcept { return seen_.told(); }
+
     /// Carries out `edit` as one batch and one job, unless it changes nothing; makes the project if there is none.
     /// @throws MetadataWriteFailure, ReadOnlyMetadataFailure naming the file or folder and the
     ///         cause; FailedToMakeMetadataWritable; as `read`

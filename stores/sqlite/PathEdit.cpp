@@ -68,7 +68,8 @@ bool PathEdit::add(const MetadataPath& path) {
 bool PathEdit::setNode(const MetadataPath& path, const NodeValue& node) {
     host::Interruption::throwIfRequested();
     if (const auto id = table_.find(path))
-        return replaceNode(*id, node);
+        return replaceNode(*id, node, path);
+    requireNothingGone(path);
     if (!isLooking())
         table_.add(path, node, batch_);
     return true;
@@ -76,7 +77,7 @@ bool PathEdit::setNode(const MetadataPath& path, const NodeValue& node) {
 
 bool PathEdit::removeNode(const MetadataPath& path) {
     const auto id = table_.find(path);
-    return id && replaceNode(*id, std::nullopt);
+    return id && replaceNode(*id, std::nullopt, path);
 }
 
 bool PathEdit::remove(const MetadataPath& path) {
@@ -85,11 +86,11 @@ bool PathEdit::remove(const MetadataPath& path) {
         return false;
     const bool isRoot = *id == rootRow;
     if (isRoot && !table_.hasChildren(*id))
-        return replaceNode(*id, std::nullopt);
+        return replaceNode(*id, std::nullopt, path);
     if (isLooking())
         return true;
     if (isRoot)
-        replaceNode(*id, std::nullopt);
+        replaceNode(*id, std::nullopt, path);
     removeBelow(*id);
     return true;
 }
@@ -101,12 +102,15 @@ bool PathEdit::rename(const MetadataPath& path, const PathElement& element) {
     if (!requireRenamable(path, target, found, table_.getFile()))
         return false;
     requireReplaceable(*id, table_.getRow(*id));
+    requireNotGone(target, target.getPath().size());
     if (!isLooking())
         table_.setElement(*id, element, batch_);
     return true;
 }
 
 bool PathEdit::arrange(const std::vector<MetadataPath>& paths) {
+    for (const MetadataPath& path : paths)
+        requireNothingGone(path);
     const WantedTree wanted(paths);
     std::vector<RowId> rows(wanted.getSize(), rootRow);
     std::vector<bool> isNew(wanted.getSize());
@@ -135,16 +139,18 @@ bool PathEdit::arrange(const std::vector<MetadataPath>& paths) {
         }
     }
     if (std::find(paths.begin(), paths.end(), MetadataPath()) == paths.end())
-        changed = replaceNode(rootRow, std::nullopt) || changed;
+        changed = replaceNode(rootRow, std::nullopt, {}) || changed;
     return changed;
 }
 
-bool PathEdit::replaceNode(RowId id, const NodeValue& node) {
+bool PathEdit::replaceNode(RowId id, const NodeValue& node, const MetadataPath& path) {
     const Row row = table_.getRow(id);
     if (row.node == node)
         return false;
     if (row.node)
         requireReplaceable(id, row);
+    else
+        requireNotGone(path, path.getPath().size());
     if (!isLooking())
         table_.setNode(id, node, batch_);
     return true;
@@ -159,14 +165,28 @@ void PathEdit::removeBelow(RowId id) {
 }
 
 void PathEdit::requireReplaceable(RowId id, const Row& row) const {
-    const auto refuse = [&](const std::u16string& problem) {
-        raise<MetadataWriteFailure>(table_.getFile().text(),
-                                    u"the path \"" + table_.getPath(id).string() + u"\" in it " + problem);
-    };
     if (!seen_.isKnown(id, row.changed))
-        refuse(u"has been changed by somebody else since it was read; read it again first");
-    if (row.node && !decodeNode(*row.node))
-        refuse(u"has a damaged node, which is neither overwritten nor removed before it is repaired");
+        refuse(table_.getPath(id), u"has been changed by somebody else since it was read; read it again first");
+    if (row.node && !decodeNode(*row.node)) {
+        refuse(table_.getPath(id),
+               u"has a damaged node, which is neither overwritten nor removed before it is repaired");
+    }
+}
+
+void PathEdit::requireNothingGone(const MetadataPath& path) const {
+    for (std::size_t depth = path.getPath().size(); depth > 0; --depth) {
+        if (seen_.isGone(path, depth) && !table_.find(getAncestor(path, depth)))
+            requireNotGone(path, depth);
+    }
+}
+
+void PathEdit::requireNotGone(const MetadataPath& path, std::size_t depth) const {
+    if (seen_.isGone(path, depth))
+        refuse(getAncestor(path, depth), removedUnseen);
+}
+
+void PathEdit::refuse(const MetadataPath& path, const std::u16string& problem) const {
+    raise<MetadataWriteFailure>(table_.getFile().text(), u"the path \"" + path.string() + u"\" in it " + problem);
 }
 
 }  // namespace stores::sqlite

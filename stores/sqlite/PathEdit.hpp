@@ -15,7 +15,8 @@ namespace stores::sqlite {
 /// are called with can be stored.
 ///
 /// @throws project::metadata::MetadataWriteFailure naming the file and the path, if a node would be replaced or a path
-///         removed that somebody else has changed unseen, or that is damaged; as `PathTable`
+///         removed that somebody else has changed unseen, or that is damaged, or if a path would be added or a node set
+///         where somebody else has removed a node unseen; as `PathTable`
 class PathEdit {
 public:
     enum class Mode { look, write };
@@ -38,12 +39,18 @@ public:
     bool arrange(const std::vector<MetadataPath>& paths);
 
 private:
-    bool replaceNode(RowId id, const NodeValue& node);
+    bool replaceNode(RowId id, const NodeValue& node, const MetadataPath& path);
 
     /// Removes what is below the row, and the row itself unless it is the root path's.
     void removeBelow(RowId id);
 
     void requireReplaceable(RowId id, const Row& row) const;
+
+    /// That somebody else has not removed a node unseen that was at `path`, or at one of its ancestors that do not exist.
+    void requireNothingGone(const MetadataPath& path) const;
+    void requireNotGone(const MetadataPath& path, std::size_t depth) const;
+
+    [[noreturn]] void refuse(const MetadataPath& path, const std::u16string& problem) const;
 
     PathTable& table_;
     const SeenChanges& seen_;

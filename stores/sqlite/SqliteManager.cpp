@@ -31,11 +31,11 @@ SqliteManager::SqliteManager(const Path& folder, JobRunner runJob, std::chrono::
 void SqliteManager::setNode(const MetadataPath& path, const MetadataNode& node) {
     requireStorable(path, database_.getFile());
     const NodeValue value = encodeNode(*requireStorable(node, database_.getFile()));
-    database_.change([&](PathEdit& edit) { return edit.setNode(path, value); });
+    change(database_.told().setting(path, true), [&](PathEdit& edit) { return edit.setNode(path, value); });
 }
 
 void SqliteManager::removeNode(const MetadataPath& path) {
-    database_.changeExisting([&](PathEdit& edit) { return edit.removeNode(path); });
+    changeExisting(database_.told().setting(path, false), [&](PathEdit& edit) { return edit.removeNode(path); });
 }
 
 void SqliteManager::addPath(const MetadataPath& path) {
@@ -65,7 +65,7 @@ void SqliteManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Metada
         requireStorable(path, database_.getFile());
         stored.emplace_back(&path, node ? requireStorable(*node, database_.getFile()) : nullptr);
     }
-    database_.change([&](PathEdit& edit) {
+    change(database_.told().setting(nodes), [&](PathEdit& edit) {
         bool changed = false;
         for (const auto& [path, node] : stored) {
             changed = edit.setNode(*path, node ? NodeValue(encodeNode(*node)) : std::nullopt) || changed;
@@ -77,7 +77,7 @@ void SqliteManager::setNodes(const std::map<MetadataPath, std::shared_ptr<Metada
 }
 
 void SqliteManager::removePaths(const std::vector<MetadataPath>& paths) {
-    database_.changeExisting([&](PathEdit& edit) {
+    changeExisting(database_.told().removing(paths), [&](PathEdit& edit) {
         bool changed = false;
         for (const MetadataPath& path : paths)
             changed = edit.remove(path) || changed;
@@ -86,10 +86,12 @@ void SqliteManager::removePaths(const std::vector<MetadataPath>& paths) {
 }
 
 void SqliteManager::renamePath(const MetadataPath& path, const project::metadata::PathElement& element) {
-    if (database_.changeExisting([&](PathEdit& edit) { return edit.rename(path, element); }))
+    const MetadataPath target = replaceLeaf(path, element);
+    const auto rename = [&](PathEdit& edit) { return edit.rename(path, element); };
+    if (changeExisting(database_.told().renaming(path, target), rename))
         return;
     const store_support::Renaming nothingIsThere{};
-    requireRenamable(path, replaceLeaf(path, element), nothingIsThere, database_.getFile());
+    requireRenamable(path, target, nothingIsThere, database_.getFile());
 }
 
 bool SqliteManager::hasNode(const MetadataPath& path) const {
@@ -140,7 +142,7 @@ bool SqliteManager::hasPath(const MetadataPath& path) const {
 void SqliteManager::setPaths(const std::vector<MetadataPath>& paths) {
     for (const MetadataPath& path : paths)
         requireStorable(path, database_.getFile());
-    database_.change([&](PathEdit& edit) { return edit.arrange(paths); });
+    change(database_.told().keeping(paths), [&](PathEdit& edit) { return edit.arrange(paths); });
 }
 
 std::vector<MetadataDamage> SqliteManager::findDamage() const {
@@ -170,6 +172,17 @@ void SqliteManager::tellDamage(const std::u16string& problem, std::int64_t versi
     teller_.tell({database_.getFile(), problem}, version);
 }
 
+void SqliteManager::change(ToldNodes::Change told, const Edit& edit) {
+    database_.change(edit);
+    told.done();
+}
+
+bool SqliteManager::changeExisting(ToldNodes::Change told, const Edit& edit) {
+    const bool isThere = database_.changeExisting(edit);
+    told.done();
+    return isThere;
+}
+
 ReadAhead& SqliteManager::getAhead() const {
     if (std::exchange(generation_, database_.getGeneration()) != database_.getGeneration())
         ahead_.clear();
@@ -183,13 +196,14 @@ const ReadAhead::Entry* SqliteManager::read(const MetadataPath& path) const {
         entry = getAhead().find(path);
     if (entry) {
         unchanged->addRow(entry->id, entry->changed);
-        return entry;
+    } else {
+        database_.read([&](PathTable& table, SeenChanges& seen) {
+            entry = getAhead().read(table, path);
+            if (entry)
+                seen.addRow(entry->id, entry->changed);
+        });
     }
-    database_.read([&](PathTable& table, SeenChanges& seen) {
-        entry = getAhead().read(table, path);
-        if (entry)
-            seen.addRow(entry->id, entry->changed);
-    });
+    database_.told().tell(path, entry && entry->node);
     return entry;
 }
 

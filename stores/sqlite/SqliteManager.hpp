@@ -55,6 +55,10 @@ private:
     /// What is at `path`, whose node counts as read then; null if it does not exist. Valid until the next operation.
     const ReadAhead::Entry* read(const MetadataPath& path) const;
 
+    /// As those of `Database`. @param told what becomes of it by that
+    void change(ToldNodes::Change told, const Edit& edit);
+    bool changeExisting(ToldNodes::Change told, const Edit& edit);
+
     /// What was read ahead and still holds, as far as the last `Database::read` has seen.
     ReadAhead& getAhead() const;
 

@@ -9,6 +9,7 @@
 #include "operations/ProjectEdit.hpp"
 #include "operations/TreeWalk.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
+#include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "tests/faults/SystemFaults.hpp"
 #include "tests/support/ChildProcess.hpp"
@@ -135,6 +136,19 @@ TEST_P(WayBackTest, AFailureLeavesNothingHalfDoneInSilence) {
     EXPECT_GT(endings[isMade], 1);
     EXPECT_GT(endings[isAsBefore], 20);
     EXPECT_GT(endings[isMadeInPart], 2);
+}
+
+TEST_P(WayBackTest, WhatOthersHaveRemovedMeanwhileWasNotRenamed) {
+    reset();
+    const auto store = pm::getMetadataManagerFor(test::toPath(root_));
+    operations::Observer observer;
+    operations::ProjectEdit edit(*store, observer);
+    edit.move(c_, pm::MetadataPath(std::vector{pm::PathElement(u"F", u"z")}));
+    const operations::StoreChange change = edit.finish();
+    pm::getMetadataManagerFor(test::toPath(root_))->removePath(c_);
+    const Content content = read();
+    EXPECT_THROW(edit.apply(change), pm::MetadataWriteFailure);
+    EXPECT_EQ(read(), content);
 }
 
 }  // namespace

@@ -152,7 +152,7 @@ const BrokenKind brokenKinds[] = {
     {"AddPathKeepsWhatIsThere",
      [](Faults& faults) {
          faults.addPath = [](auto& inner, auto& path) {
-             inner.hasNode(path) ? inner.removeNode(path) : inner.addPath(path);
+             inner.hasPath(path) && inner.hasNode(path) ? inner.removeNode(path) : inner.addPath(path);
          };
      }},
     {"RemoveNodeKeepsThePath",
@@ -249,7 +249,8 @@ const BrokenKind brokenKinds[] = {
     {"StaleNodeIsNotReplaced",
      [](Faults& faults) {
          faults.setNode = [](auto& inner, auto& path, auto& node) {
-             inner.getNode(path);
+             if (path.getPath().size() == 1)
+                 inner.getNode(path);
              inner.setNode(path, node);
          };
      }},
@@ -257,7 +258,7 @@ const BrokenKind brokenKinds[] = {
      [](Faults& faults) {
          const auto hasWritten = std::make_shared<bool>(false);
          faults.setNode = [hasWritten](auto& inner, auto& path, auto& node) {
-             if (*hasWritten)
+             if (*hasWritten && path.getPath().size() == 1)
                  inner.getNode(path);
              inner.setNode(path, node);
              *hasWritten = true;
@@ -336,6 +337,14 @@ const BrokenKind brokenKinds[] = {
          faults.removePath = [](auto& inner, auto& path) {
              inner.hasNode(path);
              inner.removePath(path);
+         };
+     }},
+    {"RemovedNodeDoesNotComeBack",  // not below it
+     [](Faults& faults) {
+         faults.setNode = [](auto& inner, auto& path, auto& node) {
+             if (path.getPath().size() == 3)
+                 inner.hasNode(path.getParent());
+             inner.setNode(path, node);
          };
      }},
     {"AnnouncesItsChanges",  // in two parts

@@ -207,6 +207,7 @@ TEST_F(FixedPathFilesTest, DamagedFilesAreNamedAndSurvive) {
     // Not even the name of this one tells a path.
     writeBytes(file("t=%zz.xml"), "");
     std::filesystem::remove(file("t=a.xml"));
+    EXPECT_FALSE(store_->hasNode(path({u"a"})));
     store_->setPaths({path({u"a", u"x"})});
     EXPECT_EQ(outline(*store_), "a a/x(1)");
     EXPECT_EQ(damagedFiles(), std::vector<std::string>{"t=%zz.xml"});

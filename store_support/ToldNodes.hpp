@@ -1,0 +1,87 @@
+/// Which nodes the user of a store takes to be there, so that none that somebody else has removed comes back unseen.
+///
+/// One thread at a time may use an object.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "store_support/Library.hpp"
+
+namespace store_support {
+
+/// What is wrong with setting such a node.
+constexpr const char16_t* removedUnseen = u"has been removed by somebody else since it was read; read it again first";
+
+/// The ancestor of `path` that has `depth` steps, or `path` itself.
+MetadataPath getAncestor(const MetadataPath& path, std::size_t depth);
+
+/// He does since he was told that there is a node, or put it there, until he is told that there is none, or removes it
+/// himself. Paths are told apart by 64 bits that follow from their steps.
+class ToldNodes {
+public:
+    /// @param limit about how many paths to remember. When there are more, all are forgotten, and a node is taken to be
+    ///        wherever nothing is known.
+    explicit ToldNodes(std::size_t limit = std::numeric_limits<std::size_t>::max()) : limit_(limit) {}
+
+    void tell(const MetadataPath& path, bool hasNode);
+
+    /// Whether a node is taken to be at the ancestor of `path` that has `depth` steps, or at `path` itself.
+    bool isExpected(const MetadataPath& path, std::size_t depth) const noexcept;
+    bool isExpected(const MetadataPath& path) const noexcept { return isExpected(path, path.getPath().size()); }
+
+    bool isEmpty() const noexcept { return known_.empty() && forgotten_ == 0; }
+
+    /// What a change by the user himself makes of it. Noted beforehand as far as that needs memory, so that a change
+    /// that has succeeded cannot fail for the lack of it; without effect until `done` is called.
+    class Change {
+    public:
+        /// One that makes nothing of it.
+        explicit Change(ToldNodes& told) : told_(&told) {}
+
+        void done() noexcept;
+
+    private:
+        friend class ToldNodes;
+
+        ToldNodes* told_;
+        std::vector<std::uint64_t> removed_;  // with what is below
+        std::vector<std::pair<std::uint64_t, bool>> set_;
+    };
+
+    Change setting(const MetadataPath& path, bool hasNode);
+    Change setting(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes);
+    Change removing(const std::vector<MetadataPath>& paths);
+    Change renaming(const MetadataPath& path, const MetadataPath& target);
+
+    /// `paths` and their ancestors become all that there is.
+    Change keeping(const std::vector<MetadataPath>& paths);
+
+private:
+    using Key = std::uint64_t;
+
+    /// Moments are counted by the user's changes; 0 is before all of them.
+    struct Known {
+        std::uint64_t told = 0;     // when
+        std::uint64_t removed = 0;  // when, with what is below
+        bool hasNode = false;       // as it was told
+    };
+
+    static Key getKey(const MetadataPath& path);
+
+    /// That of `key`, in which nothing is changed if it is there.
+    Known& use(Key key);
+
+    std::size_t limit_;
+    std::unordered_map<Key, Known> known_;
+    std::uint64_t now_ = 1;
+    std::uint64_t forgotten_ = 0;  // when that happened last; 0 for never
+};
+
+}  // namespace store_support
