@@ -381,7 +381,10 @@ bool PathFiles::findDamage(const Path& childFolder, Damages& damages) const {
     bool hasPaths = folder.hasFiles;
     for (const auto& [name, hasFile] : folder.folders) {
         const Path below = childFolder / Path(name);
-        if (!isFolder(below) || !findDamage(below, damages))
+        const auto status = store_support::findStatus(below);
+        if (status && S_ISLNK(status->st_mode))
+            damages[below] = {below, u"it is a symbolic link, through which nothing is changed", false, true};
+        if (!status || !S_ISDIR(status->st_mode) || !findDamage(below, damages))
             continue;
         hasPaths = true;
         const Path file(below.text() + nodeFileExtension);

@@ -361,6 +361,20 @@ TEST_F(FixedPathFilesTest, AMetadataFolderMayBeASymbolicLink) {
     EXPECT_EQ(outline(*store_), "1 2 3 4 5");
 }
 
+TEST_F(FixedPathFilesTest, NothingIsChangedThroughASymbolicLink) {
+    store_->setNode(path({u"a", u"b"}), *node(u"1"));
+    const TempFolder elsewhere;
+    std::filesystem::rename(file("t=a"), elsewhere / "a");
+    std::filesystem::create_directory_symlink(elsewhere / "a", file("t=a"));
+    EXPECT_EQ(damagedFiles(), std::vector<std::string>{"t=a"});
+    const std::string before = readBytes(elsewhere / "a/t=b.xml");
+    EXPECT_THROW(store_->setNode(path({u"a", u"b"}), *node(u"2")), MetadataWriteFailure);
+    EXPECT_THROW(store_->addPath(path({u"a", u"c"})), MetadataWriteFailure);
+    EXPECT_THROW(store_->removePath(path({u"a"})), MetadataWriteFailure);
+    EXPECT_EQ(readBytes(elsewhere / "a/t=b.xml"), before);
+    EXPECT_FALSE(std::filesystem::exists(elsewhere / "a/t=c.xml"));
+}
+
 TEST_F(FixedPathFilesTest, OnlyRegularFilesAreRead) {
     store_->setNode(path({u"a"}), *node(u"1"));
     store_->setNode(path({u"b"}), *node(u"1"));
