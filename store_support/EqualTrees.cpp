@@ -13,8 +13,10 @@ bool equalTrees(const MetadataNode& first, const MetadataNode& second) {
     const MetadataNode& b = getShared(second);
     if (&a == &b)
         return true;
+    if (a.getName() != b.getName())
+        return false;
     const auto keys = a.getAttributeKeys();
-    return a.getName() == b.getName() && keys == b.getAttributeKeys() &&
+    return keys == b.getAttributeKeys() &&
            std::all_of(keys.begin(), keys.end(), [&](const auto& key) { return a.get(key) == b.get(key); }) &&
            std::equal(a.getChildNodes().begin(), a.getChildNodes().end(), b.getChildNodes().begin(),
                       b.getChildNodes().end(), [](const auto& x, const auto& y) { return equalTrees(*x, *y); });

@@ -17,6 +17,7 @@
 namespace store_support {
 
 using project::metadata::MetadataNodeSpecification;
+using project::metadata::visitAttributes;
 
 namespace {
 
@@ -34,12 +35,13 @@ void appendText(std::string& bytes, const std::u16string& text) {
 
 void appendNode(std::string& bytes, const MetadataNode& node) {
     appendText(bytes, node.getName());
-    const auto keys = node.getAttributeKeys();
-    appendCount(bytes, keys.size());
-    for (const std::u16string& key : keys) {
+    std::size_t count = 0;
+    visitAttributes(node, [&](const auto& /*key*/, const auto& /*value*/) { ++count; });
+    appendCount(bytes, count);
+    visitAttributes(node, [&](const auto& key, const auto& value) {
         appendText(bytes, key);
-        appendText(bytes, node.get(key));
-    }
+        appendText(bytes, value);
+    });
     appendCount(bytes, node.getChildNodes().size());
     for (const auto& child : node.getChildNodes())
         appendNode(bytes, *child);

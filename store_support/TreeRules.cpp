@@ -113,16 +113,16 @@ void requireReadable(const MetadataNode& node, int depth, const Path& file) {
     requireDepth(depth, file);
     if (!isXmlName(node.getName()))
         raise<MetadataWriteFailure>(file.text(), u"the node name \"" + node.getName() + u"\" is no XML name");
-    for (const std::u16string& key : node.getAttributeKeys()) {
+    project::metadata::visitAttributes(node, [&](const auto& key, const auto& value) {
         if (!isXmlName(key)) {
             raise<MetadataWriteFailure>(
                 file.text(), u"the attribute key \"" + key + u"\" of <" + node.getName() + u"> " + describeBadKey(key));
         }
-        if (const std::u16string& value = node.get(key); !survivesXml(value)) {
+        if (!survivesXml(value)) {
             raise<MetadataWriteFailure>(file.text(), u"the value of \"" + key + u"\" of <" + node.getName() +
                                                          u"> has " + describeBadValue(value));
         }
-    }
+    });
     for (const auto& child : node.getChildNodes())
         requireReadable(*child, depth + 1, file);
 }

@@ -119,6 +119,29 @@ std::vector<std::u16string> MetadataNodeSpecification::getAttributeKeys() const 
     return keys;
 }
 
+void detail::visitAttributes(const MetadataNode& visited, const AttributeVisitor& visit) {
+    const MetadataNode& node = getShared(visited);
+    if (typeid(node) != typeid(MetadataNodeSpecification)) {
+        for (const std::u16string& key : node.getAttributeKeys())
+            visit(key, node.get(key));
+        return;
+    }
+    const auto& own = static_cast<const MetadataNodeSpecification&>(node);
+    const auto& keys = own.form_->keys;
+    std::size_t next = 0;
+    const auto visitUntil = [&](const auto& isReached) {
+        for (; next < keys.size() && !isReached(keys[next]); ++next)
+            visit(keys[next], own.values_->begin()[next]);
+    };
+    if (own.rest_) {
+        for (const auto& attribute : *own.rest_) {
+            visitUntil([&](const std::u16string& key) { return attribute.first < key; });
+            visit(attribute.first, attribute.second);
+        }
+    }
+    visitUntil([](const std::u16string&) { return false; });
+}
+
 const std::u16string& MetadataNodeSpecification::getName() const {
     return form_->name;
 }

@@ -3,6 +3,7 @@
 /// A tree is not synchronised: one thread at a time may use it.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -21,6 +22,8 @@ class Values;
 struct ValuesDeleter {
     void operator()(Values* values) const noexcept;
 };
+using AttributeVisitor = std::function<void(const std::u16string& key, const std::u16string& value)>;
+PROJECT_METADATA_EXPORT void visitAttributes(const MetadataNode& visited, const AttributeVisitor& visit);
 }  // namespace detail
 
 /// The name of a node that was given none: "Info". May be called from any thread.
@@ -60,6 +63,7 @@ public:
 
 private:
     friend class detail::TreeBuilder;
+    friend void detail::visitAttributes(const MetadataNode& visited, const detail::AttributeVisitor& visit);
 
     using Attributes = std::map<std::u16string, std::u16string>;
 
@@ -74,5 +78,13 @@ private:
     std::unique_ptr<Attributes> rest_;                               ///< none of the form's keys; null until needed
     std::vector<std::shared_ptr<MetadataNode>> children_;
 };
+
+/// Calls `visit` with the key and the value of each attribute of `node`, as `getAttributeKeys` and `get` say them, in
+/// that order; without copies if `node` is a `MetadataNodeSpecification` and no more, or shares what one says. `visit`
+/// must not change `node`.
+template <class Visit>
+void visitAttributes(const MetadataNode& node, const Visit& visit) {
+    detail::visitAttributes(node, std::cref(visit));
+}
 
 }  // namespace project::metadata

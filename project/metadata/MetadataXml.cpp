@@ -29,6 +29,7 @@
 #include "host/FileUtils.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/SharedNode.hpp"
 #include "project/metadata/detail/PlainParser.hpp"
 #include "project/metadata/detail/SilentXml.hpp"
@@ -142,10 +143,10 @@ bool needsProof(const MetadataNode& tree) {
     const MetadataNode& node = getShared(tree);
     bool hasDoubtfulName = detail::isDoubtfulName(node.getName());
     std::size_t tagSize = node.getName().size();
-    for (const std::u16string& key : node.getAttributeKeys()) {
+    visitAttributes(node, [&](const auto& key, const auto& value) {
         hasDoubtfulName = hasDoubtfulName || detail::isDoubtfulKey(key);
-        tagSize += key.size() + node.get(key).size();
-    }
+        tagSize += key.size() + value.size();
+    });
     const auto& children = node.getChildNodes();
     return hasDoubtfulName || tagSize > detail::longTag ||
            std::any_of(children.begin(), children.end(), [](const auto& child) { return needsProof(*child); });

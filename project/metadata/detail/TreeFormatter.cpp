@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "host/XmlText.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/SharedNode.hpp"
 
 namespace project::metadata::detail {
@@ -129,8 +130,7 @@ void TreeFormatter::append(const MetadataNode& written, std::size_t depth) {
     const std::size_t begin = bytes_.size();
     needsProof_ = needsProof_ || isDoubtfulName(node.getName());
     appendName(node.getName());
-    for (const std::u16string& key : node.getAttributeKeys())
-        appendAttribute(key, node.get(key));
+    visitAttributes(node, [this](const auto& key, const auto& value) { appendAttribute(key, value); });
     needsProof_ = needsProof_ || bytes_.size() - begin > longTag;
     if (node.getChildNodes().empty()) {
         bytes_ += "/>";
