@@ -8,6 +8,23 @@
 using namespace project::metadata;
 using namespace test;
 
+namespace {
+
+Texts visited(const MetadataNode& node) {
+    Texts attributes;
+    visitAttributes(node, [&](const auto& key, const auto& value) { attributes.push_back(key + u'=' + value); });
+    return attributes;
+}
+
+Texts listed(const MetadataNode& node) {
+    Texts attributes;
+    for (const std::u16string& key : node.getAttributeKeys())
+        attributes.push_back(key + u'=' + node.get(key));
+    return attributes;
+}
+
+}  // namespace
+
 TEST(NodeTest, attributesAreKeptInOrderOfTheirKeysAndARefusedOneChangesNothing) {
     MetadataNodeSpecification node;
     for (const char16_t* key : {u"b", u"a", u"ab", u"Z", u"\uD55C", u" b "})
@@ -89,6 +106,7 @@ TEST(NodeTest, aNodeOfAnotherTypeIsAskedOnceForEachThing) {
     EXPECT_EQ(node.calls,
               (Texts{u"getName", u"getAttributeKeys", u"get b", u"get a", u"get absent", u"getChildNodes"}));
     EXPECT_EQ(render(copy), u"N{a=1}{absent=}{b=2}[own Info]");
+    EXPECT_EQ(visited(node), (Texts{u"b=2", u"a=1", u"absent="}));
 }
 
 namespace {
@@ -138,6 +156,8 @@ TEST(NodeTest, aCopyThatSharesIsToItsUserAsAnyOther) {
             changeSomething(plain, forPlain);
         }
         EXPECT_EQ(render(*copy), render(plain));
+        EXPECT_EQ(visited(*copy), listed(plain));
+        EXPECT_EQ(visited(plain), listed(plain));
         EXPECT_EQ(&copy->getChildNodes(), &children);
         EXPECT_TRUE(value == valueBefore || copy->get(u"a") != valueBefore);
         // What is kept of it is what it says, and stays that.
