@@ -116,7 +116,7 @@ void changeSomething(MetadataNode& node, std::mt19937& random) {
     const auto& children = node.getChildNodes();
     if (!children.empty() && random() % 2 == 0)
         return changeSomething(*children[random() % children.size()], random);
-    const std::u16string text(1, static_cast<char16_t>(u'a' + random() % 4));
+    const std::u16string text(1, static_cast<char16_t>(u'a' + random() % 20));
     switch (random() % 4) {
         case 0:
             return node.put(text, text + text);
