@@ -88,8 +88,8 @@ private:
         return after != own_.begin() && batch <= std::prev(after)->second;
     }
 
-    /// For some megabytes, however large a project is.
-    static constexpr std::size_t rememberedPaths = 250'000;
+    /// That takes some 110 MB, however large a project is.
+    static constexpr std::size_t rememberedPaths = 2'000'000;
 
     std::int64_t known_;
     std::int64_t last_;                                       // that there was, as far as the store has seen
