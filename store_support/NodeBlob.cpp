@@ -119,8 +119,8 @@ private:
     bool isProved_ = true;
 };
 
-/// Reads what follows the name of `node`.
-void fillNode(Reader& reader, MetadataNode& node, int depth) {
+/// Reads what follows the name of `node`; null to read it only.
+void fillNode(Reader& reader, MetadataNode* node, int depth) {
     if (depth >= maximumXmlDepth)
         return reader.fail();
     std::u16string last;
@@ -132,10 +132,13 @@ void fillNode(Reader& reader, MetadataNode& node, int depth) {
         if (reader.hasFailed())
             return;
         last = key;
-        node.put(std::move(key), std::move(value));
+        if (node)
+            node->put(std::move(key), std::move(value));
     }
-    for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count)
-        fillNode(reader, node.createChildNode(reader.readName()), depth + 1);
+    for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count) {
+        std::u16string name = reader.readName();
+        fillNode(reader, node ? &node->createChildNode(std::move(name)) : nullptr, depth + 1);
+    }
 }
 
 }  // namespace
@@ -150,7 +153,7 @@ std::unique_ptr<MetadataNode> decodeNode(std::string_view bytes) {
     Reader reader(bytes);
     auto node = std::make_unique<MetadataNodeSpecification>(reader.readName());
     try {
-        fillNode(reader, *node, 0);
+        fillNode(reader, node.get(), 0);
         if (reader.hasFailed() || !reader.isAtEnd())
             return nullptr;
         if (!reader.isProved())
@@ -159,6 +162,15 @@ std::unique_ptr<MetadataNode> decodeNode(std::string_view bytes) {
     } catch (const project::exception::ProjectException&) {
         return nullptr;  // a name, a key or a value that no store takes
     }
+}
+
+bool isNode(std::string_view bytes) {
+    Reader reader(bytes);
+    reader.readName();
+    fillNode(reader, nullptr, 0);
+    if (reader.hasFailed() || !reader.isAtEnd())
+        return false;
+    return reader.isProved() || decodeNode(bytes);
 }
 
 }  // namespace store_support

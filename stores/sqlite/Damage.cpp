@@ -70,7 +70,7 @@ void findDamage(PathTable& table, std::vector<std::u16string>& problems) {
         const RowId id = query.integer(0);
         if (!query.text(1) || !query.text(2))
             problems.push_back(describeBadStep(table.getPath(id), id));
-        if (!query.isNull(3) && !decodeNode(query.bytes(3)))
+        if (!query.isNull(3) && !store_support::isNode(query.bytes(3)))
             problems.push_back(describeBadNode(table.getPath(id), id));
     }
 }

@@ -70,6 +70,8 @@ public:
     void beginReading() noexcept { ++readings_; }
     void endReading() noexcept { hasLooked_ = --readings_ > 0 && hasLooked_; }
 
+    bool isReading() const noexcept { return readings_ > 0; }
+
     /// How often `read` has found something that may have been changed since it was called last.
     std::uint64_t getGeneration() const noexcept { return generation_; }
 
