@@ -51,8 +51,11 @@ std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path
 
 void FixedPathManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
     change([&](PathFileChange& change) {
-        for (const auto& [path, node] : nodes)
+        for (const auto& [path, node] : nodes) {
             change.setNode(path, node.get());
+            if (change.isDecided())
+                break;
+        }
     });
 }
 
@@ -171,7 +174,7 @@ void FixedPathManager::change(const std::function<void(PathFileChange&)>& collec
     files_.lookAgain();
     files_.settle();
     {
-        PathFileChange expected(files_);
+        PathFileChange expected(files_, PathFileChange::Mode::look);
         collect(expected);
         if (expected.isEmpty())
             return;
@@ -179,7 +182,7 @@ void FixedPathManager::change(const std::function<void(PathFileChange&)>& collec
     FolderLock lock(files_.getFolder());
     requireMetadataType(files_.getFolder(), fixedPathName);
     // Somebody else may have been faster.
-    PathFileChange change(files_);
+    PathFileChange change(files_, PathFileChange::Mode::write);
     collect(change);
     if (!change.isEmpty())
         change.commit(runJob_, lock);

@@ -82,7 +82,11 @@ bool areInOrder(const std::vector<Sibling>& siblings) {
 
 }  // namespace
 
-PathFileChange::PathFileChange(PathFiles& files) : files_(files), lastFolder_(rootItem, files.getFolder()) {
+PathFileChange::PathFileChange(PathFiles& files, Mode mode)
+    : files_(files),
+      mode_(mode),
+      lastFolder_(rootItem, files.getFolder()),
+      lastFile_(rootItem, files.locate(MetadataPath()).file) {
     items_.push_back({rootItem, PathElement({}, {}), {}});
     look(rootItem, files_.readForChange(files_.locate(MetadataPath()).file, Extent::place));
 }
@@ -102,9 +106,11 @@ PathFileChange::Index PathFileChange::find(Index parent, const PathElement& elem
     const auto known = index_.find(store_support::ChildStep{parent, &element});
     if (known != index_.end())
         return known->second;
-    const PathFilePtr content = files_.readForChange(getFolder(parent) / nodeFileName(element), Extent::place);
+    Path file = getFolder(parent) / nodeFileName(element);
+    const PathFilePtr content = files_.readForChange(file, Extent::place);
     const Index index = items_.size();
     items_.push_back({parent, element, {}});
+    lastFile_ = {index, std::move(file)};
     look(index, content);
     index_.emplace(store_support::ChildStep{parent, &items_[index].element}, index);
     return index;
@@ -130,10 +136,13 @@ const Path& PathFileChange::getFolder(Index index) {
     return lastFolder_.second;
 }
 
-Path PathFileChange::getFile(Index index) {
-    if (index == rootItem)
-        return files_.locate(MetadataPath()).file;
-    return getFolder(items_[index].parent) / nodeFileName(items_[index].element);
+const Path& PathFileChange::getFile(Index index) {
+    if (lastFile_.first != index) {
+        const bool isRoot = index == rootItem;
+        lastFile_ = {index, isRoot ? files_.locate(MetadataPath()).file
+                                   : getFolder(items_[index].parent) / nodeFileName(items_[index].element)};
+    }
+    return lastFile_.second;
 }
 
 std::shared_ptr<const MetadataNode> PathFileChange::readNode(Index index) {
@@ -267,7 +276,10 @@ void PathFileChange::arrange(const std::vector<MetadataPath>& paths) {
 
 void PathFileChange::arrangeFolder(const WantedTree& wanted, WantedTree::Index parent, Index index) {
     host::Interruption::throwIfRequested();
-    arrangeChildren(wanted, parent, index);
+    if (!isDecided())
+        arrangeChildren(wanted, parent, index);
+    if (isDecided())
+        return;
     const Path folder = getFolder(index);
     std::unordered_map<std::u16string, WantedTree::Index> children;  // by the name of the folder
     for (const WantedTree::Index child : wanted.getChildren(parent))

@@ -29,8 +29,13 @@ namespace stores::fixed_path {
 /// it has, which is read again when the file is written.
 class PathFileChange {
 public:
+    enum class Mode {
+        look,  ///< only to find out whether there is anything to change
+        write
+    };
+
     /// @param files what is there; must outlive the change
-    explicit PathFileChange(PathFiles& files);
+    PathFileChange(PathFiles& files, Mode mode);
 
     // Nodes must live as long as the change.
 
@@ -53,6 +58,9 @@ public:
     /// Makes `paths` and their ancestors the whole content, in that order. Damaged files that do not tell which path
     /// they belong to stay. Not together with other changes.
     void arrange(const std::vector<project::metadata::MetadataPath>& paths);
+
+    /// Whether this only looks, and has found something to change: there is nothing more to find out.
+    bool isDecided() const noexcept { return mode_ == Mode::look && !isEmpty(); }
 
     /// Whether there is nothing to change.
     bool isEmpty() const noexcept { return writes_.empty() && removals_.empty(); }
@@ -107,7 +115,8 @@ private:
     /// The node of the file of `index`, null if there is none.
     std::shared_ptr<const project::metadata::MetadataNode> readNode(Index index);
 
-    host::Path getFile(Index index);
+    /// Both are valid until the next item is asked about.
+    const host::Path& getFile(Index index);
     const host::Path& getFolder(Index index);
 
     /// Notes that the file of `index` is to be written.
@@ -141,12 +150,14 @@ private:
     void writeStaged(Index index, const host::Path& staged);
 
     PathFiles& files_;
+    Mode mode_;
     std::deque<Item> items_;  // they do not move: `index_` points to their elements
     store_support::ChildNumbers index_;
     std::vector<Index> writes_;  // in the order in which they were asked for
     std::vector<Removal> removals_;
     std::unordered_map<Index, Rank> lastRanks_;  // by the parent
     std::pair<Index, host::Path> lastFolder_;    // of the item that was asked for last
+    std::pair<Index, host::Path> lastFile_;      // likewise
     std::pair<Index, PathFilePtr> lastContent_;  // likewise
 };
 
