@@ -5,7 +5,9 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string bytes(data, data + size);
-    if (const auto node = store_support::decodeNode(bytes))
+    const auto node = store_support::decodeNode(bytes);
+    fuzz::require(store_support::isNode(bytes) == (node != nullptr));
+    if (node)
         fuzz::require(store_support::encodeNode(*node) == bytes);
     return 0;
 }

@@ -89,8 +89,8 @@ bool isSuperuser() {
 
 }  // namespace
 
-int openFile(const std::string& name, int flags, mode_t mode) noexcept {
-    return static_cast<int>(TEMP_FAILURE_RETRY(open(name.c_str(), flags | O_CLOEXEC, mode)));
+int openFile(const std::string& name, int flags, mode_t mode, int folder) noexcept {
+    return static_cast<int>(TEMP_FAILURE_RETRY(openat(folder, name.c_str(), flags | O_CLOEXEC, mode)));
 }
 
 Descriptor::~Descriptor() {

@@ -58,15 +58,16 @@ struct FolderEntry {
 /// @throws as `listNames`
 std::vector<FolderEntry> listEntries(const host::Path& folder);
 
-/// open(2) with O_CLOEXEC. @return -1 if that fails; errno says why
-int openFile(const std::string& name, int flags, mode_t mode = 0) noexcept;
+/// openat(2) with O_CLOEXEC. @return -1 if that fails; errno says why
+int openFile(const std::string& name, int flags, mode_t mode = 0, int folder = AT_FDCWD) noexcept;
 
 /// An open file or folder.
 class Descriptor {
 public:
     Descriptor() = default;
     /// Opens `name` as `openFile`; `isOpen` tells whether that succeeded.
-    Descriptor(const std::string& name, int flags, mode_t mode = 0) noexcept : number_(openFile(name, flags, mode)) {}
+    Descriptor(const std::string& name, int flags, mode_t mode = 0, int folder = AT_FDCWD) noexcept
+        : number_(openFile(name, flags, mode, folder)) {}
     ~Descriptor();
 
     Descriptor(Descriptor&& other) noexcept { std::swap(number_, other.number_); }

@@ -8,9 +8,11 @@
 
 #include "store_support/NodeBlob.hpp"
 
+#include <algorithm>
 #include <cstdint>
 
 #include "project/exception/ProjectException.hpp"
+#include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/TreeRules.hpp"
 
@@ -47,6 +49,14 @@ void appendNode(std::string& bytes, const MetadataNode& node) {
         appendNode(bytes, *child);
 }
 
+/// Whether `bytes` are ASCII without control characters: each is a unit of the text, and XML keeps it.
+bool isPlain(std::string_view bytes) {
+    bool isPlain = true;
+    for (const char byte : bytes)  // to the end: the compiler makes it many at once
+        isPlain &= static_cast<unsigned char>(byte - 0x20) < 0x60;
+    return isPlain;
+}
+
 /// Reads the form from its beginning. Once something was wrong, all counts are zero and all texts empty.
 class Reader {
 public:
@@ -76,6 +86,11 @@ public:
         if (size > bytes_.size())
             fail();
         const std::string_view utf8 = bytes_.substr(0, size);
+        if (isPlain(utf8)) {
+            bytes_.remove_prefix(utf8.size());
+            return {utf8.begin(), utf8.end()};
+        }
+        isProved_ = false;
         std::u16string text = fromUtf8(utf8);
         if (toUtf8(text) != utf8) {
             fail();
@@ -85,6 +100,16 @@ public:
         return text;
     }
 
+    /// The name of a node, or the key of an attribute.
+    std::u16string readName() {
+        std::u16string name = readText();
+        isProved_ = isProved_ && name.find(u' ') == std::u16string::npos && project::metadata::isValidKey(name);
+        return name;
+    }
+
+    /// Whether all that was read is such that `requireReadable` has nothing against it.
+    bool isProved() const { return isProved_; }
+
     void fail() {
         failed_ = true;
         bytes_ = {};
@@ -93,25 +118,29 @@ public:
 private:
     std::string_view bytes_;
     bool failed_ = false;
+    bool isProved_ = true;
 };
 
-/// Reads what follows the name of `node`.
-void fillNode(Reader& reader, MetadataNode& node, int depth) {
+/// Reads what follows the name of `node`; null to read it only.
+void fillNode(Reader& reader, MetadataNode* node, int depth) {
     if (depth >= maximumXmlDepth)
         return reader.fail();
     std::u16string last;
     for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count) {
-        std::u16string key = reader.readText();
+        std::u16string key = reader.readName();
         std::u16string value = reader.readText();
         if (key <= last)
             reader.fail();
         if (reader.hasFailed())
             return;
         last = key;
-        node.put(std::move(key), std::move(value));
+        if (node)
+            node->put(std::move(key), std::move(value));
     }
-    for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count)
-        fillNode(reader, node.createChildNode(reader.readText()), depth + 1);
+    for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count) {
+        std::u16string name = reader.readName();
+        fillNode(reader, node ? &node->createChildNode(std::move(name)) : nullptr, depth + 1);
+    }
 }
 
 }  // namespace
@@ -124,16 +153,26 @@ std::string encodeNode(const MetadataNode& node) {
 
 std::unique_ptr<MetadataNode> decodeNode(std::string_view bytes) {
     Reader reader(bytes);
-    auto node = std::make_unique<MetadataNodeSpecification>(reader.readText());
+    auto node = std::make_unique<MetadataNodeSpecification>(reader.readName());
     try {
-        fillNode(reader, *node, 0);
+        fillNode(reader, node.get(), 0);
         if (reader.hasFailed() || !reader.isAtEnd())
             return nullptr;
-        requireReadable(*node, 0, {});
+        if (!reader.isProved())
+            requireReadable(*node, 0, {});
         return node;
     } catch (const project::exception::ProjectException&) {
         return nullptr;  // a name, a key or a value that no store takes
     }
+}
+
+bool isNode(std::string_view bytes) {
+    Reader reader(bytes);
+    reader.readName();
+    fillNode(reader, nullptr, 0);
+    if (reader.hasFailed() || !reader.isAtEnd())
+        return false;
+    return reader.isProved() || decodeNode(bytes);
 }
 
 }  // namespace store_support

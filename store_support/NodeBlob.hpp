@@ -22,4 +22,7 @@ std::string encodeNode(const MetadataNode& node);
 /// Null if `bytes` are not what `encodeNode` makes.
 std::unique_ptr<MetadataNode> decodeNode(std::string_view bytes);
 
+/// Whether `decodeNode` makes a node of `bytes`; mostly without making it.
+bool isNode(std::string_view bytes);
+
 }  // namespace store_support

@@ -7,6 +7,7 @@
 
 #include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
+#include "project/metadata/SharedNode.hpp"
 #include "store_support/HexDigits.hpp"
 
 namespace store_support {
@@ -98,8 +99,9 @@ public:
     }
     void put(const std::u16string& key, const std::u16string& value) override { open_.back()->put(key, value); }
     void add(const std::shared_ptr<const MetadataNode>& node) override {
-        // Whoever gets the root can only read.
-        open_.back()->add(std::const_pointer_cast<MetadataNode>(node));
+        // Whoever gets the root can only read, so that no child nodes need be made of what a copy shares.
+        const std::shared_ptr<const MetadataNode> shared(node, &project::metadata::getShared(*node));
+        open_.back()->add(std::const_pointer_cast<MetadataNode>(shared));
     }
     void end() override { open_.pop_back(); }
 

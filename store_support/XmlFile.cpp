@@ -90,9 +90,9 @@ bool isSameContent(FileVersion a, FileVersion b) {
 
 }  // namespace
 
-std::optional<XmlFile> readSmallFile(const std::string& name) {
+std::optional<XmlFile> readSmallFile(const std::string& name, int folder) {
     constexpr std::size_t size = 16384;
-    const Descriptor descriptor(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    const Descriptor descriptor(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0, folder);
     struct stat before {};
     struct stat after {};
     if (!descriptor.isOpen() || fstat(descriptor.number(), &before) != 0 || !S_ISREG(before.st_mode) ||

@@ -3,6 +3,7 @@
 /// No function keeps state; all may be called from any thread.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <memory>
@@ -47,8 +48,8 @@ XmlFile readXmlFile(const Path& file, XmlExtent extent = XmlExtent::wholeTree);
 XmlFile readXmlFile(const Path& file, const struct stat& status, XmlExtent extent = XmlExtent::wholeTree);
 
 /// Reads a small file in which nothing is wrong, with few calls of the system.
-/// @param name its access name
+/// @param name its access name, in the folder with the descriptor `folder` where it is none from the root on
 /// @return no value if it is not that, does not exist or changes meanwhile: then `readXmlFile` says what it is
-std::optional<XmlFile> readSmallFile(const std::string& name);
+std::optional<XmlFile> readSmallFile(const std::string& name, int folder = AT_FDCWD);
 
 }  // namespace store_support

@@ -6,6 +6,7 @@
 
 #include "host/FileSystem.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "store_testing/ChildProcess.hpp"
 #include "store_testing/RuleGroups.hpp"
 #include "store_testing/ScratchProject.hpp"
@@ -148,6 +149,31 @@ void staleNodeIsNotRemoved(const ScratchProject& project) {
     }
 }
 
+void readingIsNotBehindItsBeginning(const ScratchProject& project) {
+    const auto one = project.open();
+    one->setNodes({{path("a"), node("1")}, {path("b/c"), node("1")}});
+    // One node alone: whoever goes through all of them comes upon every change.
+    const auto requireNode = [&](const std::string& when, const char* at, const char* value) {
+        requireEqual("the node " + when, describe(node(value).get()), describe(one->getNode(path(at)).get()));
+    };
+    requireNode("before a reading", "b/c", "1");
+    project.open()->setNode(path("b/c"), *node("2"));
+    {
+        const metadata::RepeatableRead reading(*one);
+        requireNode("at the beginning of a reading", "b/c", "2");
+        one->setNode(path("b/c"), *node("3"));
+        requireNode("after a change of its own", "b/c", "3");
+        project.open()->setNode(path("b/c"), *node("4"));
+        requireRefused("setNodes of what was read before another store changed it", *one, [](MetadataManager& store) {
+            store.setNodes({{path("b/c"), node("3")}});
+        });
+        requireContent("after a change of its own was refused", *project.open(), "a(1) b b/c(4)");
+        one->hasNode(path("b/c"));
+        project.open()->setNode(path("b/c"), *node("5"));
+    }
+    requireNode("after a reading", "b/c", "5");
+}
+
 /// Runs both at the same time, each in a thread of its own. @throws what one of them throws
 void runInThreads(const std::function<void()>& one, const std::function<void()>& other) {
     auto running = std::async(std::launch::async, one);
@@ -235,6 +261,10 @@ std::vector<Rule> getSharingRules() {
          "removed since, neither a node is set nor a path added, there or below: that is a `MetadataWriteFailure` too, "
          "until the node was asked for again.",
          removedNodeDoesNotComeBack},
+        {"ReadingIsNotBehindItsBeginning",
+         "Within a `RepeatableRead` a store shows what others have changed before, and what it changes itself; it "
+         "overwrites nothing that others change meanwhile, and shows that as soon as the reading has ended.",
+         readingIsNotBehindItsBeginning},
         {"SimultaneousChangesAllStay",
          "Stores that change one project at the same time, be it in threads or in processes of their own, wait for "
          "each other, and all their changes stay.",

@@ -53,8 +53,11 @@ std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path
 
 void FixedPathManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
     change(told_.setting(nodes), [&](PathFileChange& change) {
-        for (const auto& [path, node] : nodes)
+        for (const auto& [path, node] : nodes) {
             change.setNode(path, node.get());
+            if (change.isDecided())
+                break;
+        }
     });
 }
 
@@ -175,7 +178,7 @@ void FixedPathManager::change(ToldNodes::Change told, const std::function<void(P
     files_.lookAgain();
     files_.settle();
     {
-        PathFileChange expected(files_, told_);
+        PathFileChange expected(files_, told_, PathFileChange::Mode::look);
         collect(expected);
         if (expected.isEmpty()) {
             told.done();
@@ -185,7 +188,7 @@ void FixedPathManager::change(ToldNodes::Change told, const std::function<void(P
     FolderLock lock(files_.getFolder());
     requireMetadataType(files_.getFolder(), fixedPathName);
     // Somebody else may have been faster.
-    PathFileChange change(files_, told_);
+    PathFileChange change(files_, told_, PathFileChange::Mode::write);
     collect(change);
     if (!change.isEmpty())
         change.commit(runJob_, lock);

@@ -27,11 +27,21 @@ void Listings::add(const host::Path& folder, const Listing& listing) {
     folders_.insert_or_assign(folder.text(), Entries{std::move(entries), listing.isAll});
 }
 
+const Listings::Entries* Listings::find(const host::Path& folder) const {
+    if (!last_ || last_->first != folder.text()) {
+        const auto found = folders_.find(folder.text());
+        if (found == folders_.end())
+            return nullptr;
+        last_ = &*found;
+    }
+    return &last_->second;
+}
+
 std::optional<Child> Listings::find(const host::Path& folder, const PathElement& element, PathFileCache& cache) const {
-    const auto found = folders_.find(folder.text());
-    if (found == folders_.end())
+    const Entries* const found = find(folder);
+    if (!found)
         return std::nullopt;
-    const std::vector<Entry>& entries = found->second.entries;
+    const std::vector<Entry>& entries = found->entries;
     const std::uint32_t wanted = hash(element);
     auto entry = std::lower_bound(entries.begin(), entries.end(), wanted,
                                   [](const Entry& each, std::uint32_t value) { return each.hash < value; });
@@ -44,12 +54,12 @@ std::optional<Child> Listings::find(const host::Path& folder, const PathElement&
 }
 
 std::optional<Listing> Listings::find(const host::Path& folder, PathFileCache& cache) const {
-    const auto found = folders_.find(folder.text());
-    if (found == folders_.end())
+    const Entries* const found = find(folder);
+    if (!found)
         return std::nullopt;
-    Listing listing{{}, found->second.isAll};
-    listing.children.reserve(found->second.entries.size());
-    for (const Entry& entry : found->second.entries) {
+    Listing listing{{}, found->isAll};
+    listing.children.reserve(found->entries.size());
+    for (const Entry& entry : found->entries) {
         PathFilePtr content = cache.find(entry.inode, entry.changed);
         if (!content || hash(content->element) != entry.hash)
             return std::nullopt;

@@ -39,7 +39,10 @@ public:
     /// What `add` was told of `folder`, in another order; no value if that is not known any more.
     std::optional<Listing> find(const host::Path& folder, PathFileCache& cache) const;
 
-    void clear() noexcept { folders_.clear(); }
+    void clear() noexcept {
+        folders_.clear();
+        last_ = nullptr;
+    }
 
 private:
     // As small as can be, since there is one for each path.
@@ -55,7 +58,13 @@ private:
         bool isAll;
     };
 
-    std::unordered_map<std::u16string, Entries> folders_;  // by the folder's text
+    using Folders = std::unordered_map<std::u16string, Entries>;  // by the folder's text
+
+    /// Null if nothing is known of `folder`.
+    const Entries* find(const host::Path& folder) const;
+
+    Folders folders_;
+    mutable const Folders::value_type* last_ = nullptr;  // what was found last, which mostly is what is wanted next
 };
 
 }  // namespace stores::fixed_path

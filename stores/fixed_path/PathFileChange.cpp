@@ -83,8 +83,12 @@ bool areInOrder(const std::vector<Sibling>& siblings) {
 
 }  // namespace
 
-PathFileChange::PathFileChange(PathFiles& files, const store_support::ToldNodes& told)
-    : files_(files), told_(told), lastFolder_(rootItem, files.getFolder()) {
+PathFileChange::PathFileChange(PathFiles& files, const store_support::ToldNodes& told, Mode mode)
+    : files_(files),
+      told_(told),
+      mode_(mode),
+      lastFolder_(rootItem, files.getFolder()),
+      lastFile_(rootItem, files.locate(MetadataPath()).file) {
     items_.push_back({rootItem, PathElement({}, {}), {}});
     look(rootItem, files_.readForChange(files_.locate(MetadataPath()).file, Extent::place));
 }
@@ -104,9 +108,11 @@ PathFileChange::Index PathFileChange::find(Index parent, const PathElement& elem
     const auto known = index_.find(store_support::ChildStep{parent, &element});
     if (known != index_.end())
         return known->second;
-    const PathFilePtr content = files_.readForChange(getFolder(parent) / nodeFileName(element), Extent::place);
+    Path file = getFolder(parent) / nodeFileName(element);
+    const PathFilePtr content = files_.readForChange(file, Extent::place);
     const Index index = items_.size();
     items_.push_back({parent, element, {}});
+    lastFile_ = {index, std::move(file)};
     look(index, content);
     index_.emplace(store_support::ChildStep{parent, &items_[index].element}, index);
     return index;
@@ -140,10 +146,13 @@ MetadataPath PathFileChange::getPath(Index index) const {
     return MetadataPath(std::move(elements));
 }
 
-Path PathFileChange::getFile(Index index) {
-    if (index == rootItem)
-        return files_.locate(MetadataPath()).file;
-    return getFolder(items_[index].parent) / nodeFileName(items_[index].element);
+const Path& PathFileChange::getFile(Index index) {
+    if (lastFile_.first != index) {
+        const bool isRoot = index == rootItem;
+        lastFile_ = {index, isRoot ? files_.locate(MetadataPath()).file
+                                   : getFolder(items_[index].parent) / nodeFileName(items_[index].element)};
+    }
+    return lastFile_.second;
 }
 
 std::shared_ptr<const MetadataNode> PathFileChange::readNode(Index index) {
@@ -277,7 +286,10 @@ void PathFileChange::arrange(const std::vector<MetadataPath>& paths) {
 
 void PathFileChange::arrangeFolder(const WantedTree& wanted, WantedTree::Index parent, Index index) {
     host::Interruption::throwIfRequested();
-    arrangeChildren(wanted, parent, index);
+    if (!isDecided())
+        arrangeChildren(wanted, parent, index);
+    if (isDecided())
+        return;
     const Path folder = getFolder(index);
     std::unordered_map<std::u16string, WantedTree::Index> children;  // by the name of the folder
     for (const WantedTree::Index child : wanted.getChildren(parent))

@@ -30,9 +30,14 @@ namespace stores::fixed_path {
 /// it has, which is read again when the file is written.
 class PathFileChange {
 public:
+    enum class Mode {
+        look,  ///< only to find out whether there is anything to change
+        write
+    };
+
     /// @param files what is there
     /// @param told which nodes the user of the store takes to be there; both must outlive the change
-    PathFileChange(PathFiles& files, const store_support::ToldNodes& told);
+    PathFileChange(PathFiles& files, const store_support::ToldNodes& told, Mode mode);
 
     // Nodes must live as long as the change.
 
@@ -55,6 +60,9 @@ public:
     /// Makes `paths` and their ancestors the whole content, in that order. Damaged files that do not tell which path
     /// they belong to stay. Not together with other changes.
     void arrange(const std::vector<project::metadata::MetadataPath>& paths);
+
+    /// Whether this only looks, and has found something to change: there is nothing more to find out.
+    bool isDecided() const noexcept { return mode_ == Mode::look && !isEmpty(); }
 
     /// Whether there is nothing to change.
     bool isEmpty() const noexcept { return writes_.empty() && removals_.empty(); }
@@ -111,7 +119,9 @@ private:
     std::shared_ptr<const project::metadata::MetadataNode> readNode(Index index);
 
     project::metadata::MetadataPath getPath(Index index) const;
-    host::Path getFile(Index index);
+
+    /// Both are valid until the next item is asked about.
+    const host::Path& getFile(Index index);
     const host::Path& getFolder(Index index);
 
     /// Notes that the file of `index` is to be written.
@@ -146,12 +156,14 @@ private:
 
     PathFiles& files_;
     const store_support::ToldNodes& told_;
+    Mode mode_;
     std::deque<Item> items_;  // they do not move: `index_` points to their elements
     store_support::ChildNumbers index_;
     std::vector<Index> writes_;  // in the order in which they were asked for
     std::vector<Removal> removals_;
     std::unordered_map<Index, Rank> lastRanks_;  // by the parent
     std::pair<Index, host::Path> lastFolder_;    // of the item that was asked for last
+    std::pair<Index, host::Path> lastFile_;      // likewise
     std::pair<Index, PathFilePtr> lastContent_;  // likewise
 };
 

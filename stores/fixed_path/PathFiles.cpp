@@ -38,6 +38,7 @@ using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
 using project::metadata::stripExtension;
+using store_support::Descriptor;
 using store_support::findStatus;
 using store_support::FolderEntry;
 using store_support::getFolderVersion;
@@ -163,12 +164,12 @@ PathFilePtr PathFiles::read(const Path& file, const std::string& name, Extent ex
     return content;
 }
 
-PathFilePtr PathFiles::readEntry(const Path& file, const std::string& name, const FolderEntry& entry) const {
+PathFilePtr PathFiles::readEntry(const Path& file, const Descriptor& folder, const FolderEntry& entry) const {
     // Of what is known, a look tells whether it is still true; what is not is read without one.
     const bool isNew = entry.isRegular && !cache_.hasInode(entry.inode);
-    const auto xml = isNew ? store_support::readSmallFile(name) : std::nullopt;
+    const auto xml = isNew ? store_support::readSmallFile(entry.name, folder.number()) : std::nullopt;
     if (!xml)
-        return read(file, name, Extent::place);
+        return read(file, Extent::place);
     host::Interruption::throwIfRequested();
     PathFilePtr content = note(file, *xml);
     cache_.insert(file, content);
@@ -243,17 +244,18 @@ PathFiles::Folder PathFiles::readFolder(const Path& childFolder, Damages* damage
     }
     folder.listing.children.reserve(files.size());
     folder.hasFiles = !files.empty();
-    const std::string start = childFolder.accessName() + '/';
+    const Descriptor open(childFolder.accessName(), O_PATH | O_DIRECTORY);
     for (const auto& [file, entry] : files) {
-        const std::u16string name = file.fileName().text();
-        const auto below = folder.folders.find(stripExtension(name, nodeFileExtension));
+        const auto below = folder.folders.empty()
+                               ? folder.folders.end()
+                               : folder.folders.find(stripExtension(file.fileName().text(), nodeFileExtension));
         const bool hasFolder = below != folder.folders.end();
         if (hasFolder)
             below->second = true;
         try {
-            const PathFilePtr content = readEntry(file, start + entry.name, entry);
+            const PathFilePtr content = readEntry(file, open, entry);
             // Another process may have removed it since. A damaged one may not even tell which path it was.
-            if (content && (!content->damage || name == nodeFileName(content->element)))
+            if (content && (!content->damage || file.fileName().text() == nodeFileName(content->element)))
                 folder.listing.children.push_back({content, hasFolder});
             else
                 folder.listing.isAll = false;

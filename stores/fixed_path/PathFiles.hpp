@@ -135,8 +135,8 @@ private:
 
     PathFilePtr read(const host::Path& file, const std::string& name, Extent extent) const;
 
-    /// What the file `file` says, of which its folder says `entry`. Its node may be left out.
-    PathFilePtr readEntry(const host::Path& file, const std::string& name,
+    /// What the file `file` says, of which its folder, open as `folder`, says `entry`. Its node may be left out.
+    PathFilePtr readEntry(const host::Path& file, const store_support::Descriptor& folder,
                           const store_support::FolderEntry& entry) const;
 
     /// Whether there is the folder of a change under way, which mostly there is not.

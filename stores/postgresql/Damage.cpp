@@ -58,7 +58,7 @@ std::vector<std::u16string> findDamage(const std::vector<Row>& rows) {
             problems.push_back(describeMisfit(row));
         else if (reached.count(row.id) == 0)
             problems.push_back(describe(row) + u" has no way to the root path");
-        if (row.node && !store_support::decodeNode(*row.node))
+        if (row.node && !store_support::isNode(*row.node))
             problems.push_back(describeBadNode(row));
     }
     if (!hasRoot)

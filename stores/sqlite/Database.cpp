@@ -287,10 +287,16 @@ void Database::readOpened(const Read& action) {
 }
 
 SeenChanges* Database::findUnchanged() {
-    const bool isUnchanged = connection_ && mark_ && watch_.getVersion() &&
-                             watch_.getVersion()->inode == held_.getStatus().st_ino && watch_.isUnchanged() &&
-                             readMark() == mark_;
-    return isUnchanged ? &seen_ : nullptr;
+    if (!connection_ || !mark_)
+        return nullptr;
+    const auto isUnchanged = [&] {
+        return watch_.getVersion() && watch_.getVersion()->inode == held_.getStatus().st_ino && watch_.isUnchanged() &&
+               readMark() == mark_;
+    };
+    if (!hasLooked_ && !isUnchanged())
+        return nullptr;
+    hasLooked_ = readings_ > 0;
+    return &seen_;
 }
 
 std::optional<ChangeMark> Database::readMark() const {

@@ -65,6 +65,13 @@ public:
     /// @throws MetadataReadFailure if that cannot be found out
     SeenChanges* findUnchanged();
 
+    /// Between these two, `findUnchanged` looks once, and then answers the same until the next `read` or change.
+    /// Nothing is held for that long, neither a transaction nor a lock: others change what they like.
+    void beginReading() noexcept { ++readings_; }
+    void endReading() noexcept { hasLooked_ = --readings_ > 0 && hasLooked_; }
+
+    bool isReading() const noexcept { return readings_ > 0; }
+
     /// How often `read` has found something that may have been changed since it was called last.
     std::uint64_t getGeneration() const noexcept { return generation_; }
 
@@ -144,6 +151,9 @@ private:
     std::optional<ChangeMark> mark_;  // no value if it is not known
     FileWatch watch_;                 // of the file that is open
     std::uint64_t generation_ = 0;
+
+    int readings_ = 0;
+    bool hasLooked_ = false;  // since the first of them began
 };
 
 }  // namespace stores::sqlite

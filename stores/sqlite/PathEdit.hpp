@@ -46,7 +46,8 @@ private:
 
     void requireReplaceable(RowId id, const Row& row) const;
 
-    /// That somebody else has not removed a node unseen that was at `path`, or at one of its ancestors that do not exist.
+    /// That somebody else has not removed a node unseen that was at `path`, or at one of its ancestors that do not
+    /// exist any more.
     void requireNothingGone(const MetadataPath& path) const;
     void requireNotGone(const MetadataPath& path, std::size_t depth) const;
 

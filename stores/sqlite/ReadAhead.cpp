@@ -35,13 +35,15 @@ const ReadAhead::Entry* ReadAhead::find(const MetadataPath& path) {
     return nullptr;
 }
 
-const ReadAhead::Entry* ReadAhead::read(PathTable& table, const MetadataPath& path) {
+const ReadAhead::Entry* ReadAhead::read(PathTable& table, const MetadataPath& path, bool readsMuch) {
     const auto& steps = path.getPath();
     const std::size_t depth = std::min(steps.size(), maximumDepth);
     if (runs_.size() <= depth)
         runs_.resize(depth + 1);
     Run& run = runs_[depth];
-    if (!steps.empty() && !run.entries.empty() && areSiblings(run.path, steps) && readOn(table, run, steps.back())) {
+    const std::size_t size = readsMuch ? maximumEntries : std::min(4 * run.size, maximumEntries);
+    if (!steps.empty() && !run.entries.empty() && areSiblings(run.path, steps) &&
+        readOn(table, run, steps.back(), size)) {
         run.path = steps;
         return &run.entries.front();
     }
@@ -60,9 +62,8 @@ const ReadAhead::Entry* ReadAhead::read(PathTable& table, const MetadataPath& pa
     return &run.entries.front();
 }
 
-bool ReadAhead::readOn(const PathTable& table, Run& run, const PathElement& leaf) {
+bool ReadAhead::readOn(const PathTable& table, Run& run, const PathElement& leaf, std::size_t size) {
     std::vector<Entry> entries;
-    const std::size_t size = std::min(4 * run.size, maximumEntries);
     std::size_t bytes = 0;
     std::int64_t position = run.position;
     table.visitChildrenAfter(run.parent, run.position, run.entries.back().id, [&](FullRow row) {

@@ -32,8 +32,9 @@ public:
     const Entry* find(const MetadataPath& path);
 
     /// What `table` says of `path` and perhaps of some siblings behind it.
+    /// @param readsMuch whether more is likely to be asked for: then who asks for two siblings is given many at once
     /// @return null if `path` does not exist; valid until the next operation
-    const Entry* read(PathTable& table, const MetadataPath& path);
+    const Entry* read(PathTable& table, const MetadataPath& path, bool readsMuch);
 
 private:
     struct Run {
@@ -45,8 +46,8 @@ private:
         RowId parent = rootRow;
     };
 
-    /// Fills `run` with what follows it, if `leaf` is the first of that. @return whether it is
-    static bool readOn(const PathTable& table, Run& run, const PathElement& leaf);
+    /// Fills `run` with `size` of those that follow it, if `leaf` is the first of them. @return whether it is
+    static bool readOn(const PathTable& table, Run& run, const PathElement& leaf, std::size_t size);
 
     std::vector<Run> runs_;  // by the number of steps
 };

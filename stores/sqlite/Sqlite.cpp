@@ -193,6 +193,10 @@ NodeValue Query::node(int column) const {
 std::optional<std::u16string> Query::text(int column) const {
     const int type = sqlite3_column_type(&statement_, column);
     const std::string_view value = bytes(column);
+    // Nearly all texts are like this, and `encodeText` makes the same of them.
+    const auto isAscii = [](char byte) { return static_cast<unsigned char>(byte - 1) < 0x7F; };
+    if (type == SQLITE_TEXT && std::all_of(value.begin(), value.end(), isAscii))
+        return std::u16string(value.begin(), value.end());
     std::u16string text;
     if (type == SQLITE_TEXT) {
         text = fromUtf8(value);

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "project/metadata/SharedNode.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/Renaming.hpp"
@@ -47,13 +48,14 @@ std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) c
     const ReadAhead::Entry* const entry = read(path);
     if (!entry || !entry->node)
         return nullptr;
-    auto node = decodeNode(*entry->node);
+    std::shared_ptr<const MetadataNode> node = decodeNode(*entry->node);
     if (!node) {
         tellDamage(describeBadNode(path, entry->id), entry->changed);
         raise<MetadataReadFailure>(database_.getFile().text(),
                                    u"the node of the path \"" + path.string() + u"\" in it is damaged");
     }
-    return node;
+    // Another store that keeps it shares it, as in an export, and need not copy it.
+    return project::metadata::copyKeptNode(std::move(node));
 }
 
 void SqliteManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
@@ -198,7 +200,7 @@ const ReadAhead::Entry* SqliteManager::read(const MetadataPath& path) const {
         unchanged->addRow(entry->id, entry->changed);
     } else {
         database_.read([&](PathTable& table, SeenChanges& seen) {
-            entry = getAhead().read(table, path);
+            entry = getAhead().read(table, path, database_.isReading());
             if (entry)
                 seen.addRow(entry->id, entry->changed);
         });

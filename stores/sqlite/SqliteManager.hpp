@@ -13,6 +13,7 @@
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/PathRenamer.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "store_support/DamageTeller.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
@@ -28,7 +29,8 @@ namespace stores::sqlite {
 class SqliteManager : public project::metadata::MetadataManager,
                       public project::metadata::DamageReporter,
                       public project::metadata::StoreFileLister,
-                      public project::metadata::PathRenamer {
+                      public project::metadata::PathRenamer,
+                      public project::metadata::RepeatableReader {
 public:
     /// @param folder the metadata folder, which need not exist
     /// @param limit how long to wait for another program
@@ -50,6 +52,8 @@ public:
     std::vector<project::metadata::StoreFile> listFiles() const override;
     Path getNodeFile(const MetadataPath& /*path*/) const override { return database_.getFile(); }
     void renamePath(const MetadataPath& path, const PathElement& element) override;
+    void beginReading() const noexcept override { database_.beginReading(); }
+    void endReading() const noexcept override { database_.endReading(); }
 
 private:
     /// What is at `path`, whose node counts as read then; null if it does not exist. Valid until the next operation.

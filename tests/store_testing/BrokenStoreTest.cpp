@@ -23,6 +23,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "store_testing/StoreContract.hpp"
 
 namespace {
@@ -40,7 +41,8 @@ using Paths = std::vector<MetadataPath>;
 /// What stands in for an operation of the store `inner`; empty for the operation itself.
 struct Faults {
     using Inner = MetadataManager&;
-    host::Path root;  ///< of the project
+    host::Path root;                                           ///< of the project
+    std::shared_ptr<int> readings = std::make_shared<int>(0);  ///< how many are going on
     std::function<void(Inner inner, const MetadataPath&, const MetadataNode&)> setNode;
     std::function<void(Inner inner, const MetadataPath&)> removeNode, addPath, removePath;
     std::function<std::unique_ptr<MetadataNode>(Inner inner, const MetadataPath&)> getNode;
@@ -51,7 +53,7 @@ struct Faults {
     std::function<bool(MetadataManagerFactory& inner, const host::Path& root)> canManage;
 };
 
-class BrokenStore : public MetadataManager {
+class BrokenStore : public MetadataManager, public project::metadata::RepeatableReader {
 public:
     BrokenStore(Faults faults, std::unique_ptr<MetadataManager> inner)
         : faults_(std::move(faults)), inner_(std::move(inner)) {}
@@ -81,6 +83,8 @@ public:
     void setPaths(const Paths& paths) override {
         faults_.setPaths ? faults_.setPaths(*inner_, paths) : inner_->setPaths(paths);
     }
+    void beginReading() const noexcept override { ++*faults_.readings; }
+    void endReading() const noexcept override { --*faults_.readings; }
 
 private:
     MetadataPath map(const MetadataPath& path) const { return faults_.mapPath ? faults_.mapPath(path) : path; }
@@ -262,6 +266,16 @@ const BrokenKind brokenKinds[] = {
                  inner.getNode(path);
              inner.setNode(path, node);
              *hasWritten = true;
+         };
+     }},
+    {"ReadingIsNotBehindItsBeginning",  // takes what it has read before for what is there when the reading begins
+     [](Faults& faults) {
+         const auto known = std::make_shared<std::map<MetadataPath, std::unique_ptr<MetadataNode>>>();
+         faults.getNode = [known, readings = faults.readings](auto& inner, auto& path) {
+             auto& node = (*known)[path];
+             if (*readings == 0 || !node)
+                 node = inner.getNode(path);
+             return node ? std::make_unique<MetadataNodeSpecification>(*node) : nullptr;
          };
      }},
     {"SimultaneousChangesAllStay",  // its lock does not hold for other processes

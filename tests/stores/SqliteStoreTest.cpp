@@ -604,6 +604,11 @@ TEST_F(SqliteStoreTest, NoWalkGoesRoundInCircles) {
     EXPECT_NE(message.find("is in it twice"), std::string::npos) << message;
     EXPECT_NE(damage(), "");
 
+    // A row that is no child, and no other damage.
+    writeBytes(database(), good);
+    run("UPDATE path SET parent = NULL WHERE id = 3");
+    EXPECT_NE(damage().find("(row 3) has no way to the root path"), std::string::npos) << damage();
+
     // More steps than a path has.
     writeBytes(database(), good);
     run("WITH RECURSIVE deep (n) AS (SELECT 100 UNION ALL SELECT n + 1 FROM deep WHERE n < 600) INSERT INTO path "
