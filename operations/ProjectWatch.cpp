@@ -41,10 +41,18 @@ constexpr auto tick = 200ms;
 constexpr std::uint32_t events =
     IN_CREATE | IN_DELETE | IN_CLOSE_WRITE | IN_MODIFY | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR | IN_EXCL_UNLINK;
 
+/// `root` without separators at its end, with which it would be none of the folders above another.
+host::Path makePlain(const host::Path& root) {
+    std::u16string text = root.text();
+    while (text.size() > 1 && text.back() == u'/')
+        text.pop_back();
+    return host::Path(text);
+}
+
 }  // namespace
 
 ProjectWatch::ProjectWatch(const host::Path& root, Observer& observer)
-    : root_(root), observer_(observer), inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    : root_(makePlain(root)), observer_(observer), inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
     if (inotify_ < 0)
         throw std::system_error(errno, std::generic_category(), "The system cannot watch folders");
     try {

@@ -120,9 +120,9 @@ protected:
         const fs::path metadata = root_ / "resources/project";
         switch (pick(4)) {
             case 0:
-                fs::copy(metadata, root_ / "copy", fs::copy_options::recursive);
-                fs::remove_all(metadata);
-                fs::rename(root_ / "copy", metadata);
+                fs::copy(root_ / "resources", root_ / "copy", fs::copy_options::recursive);
+                fs::rename(root_ / "resources", root_ / ("old" + std::to_string(++number_)));
+                fs::rename(root_ / "copy", root_ / "resources");
                 break;
             case 1:
                 if (fs::exists(metadata / "F=a") && !fs::exists(metadata / "F=z"))
@@ -141,7 +141,7 @@ protected:
     /// @return how often everything was read
     int follow(const std::function<void()>& change) {
         ReadingCounter counter;
-        operations::ProjectWatch watch(test::toPath(root_), counter);
+        operations::ProjectWatch watch(test::toPath(root_ / ""), counter);
         for (int round = 0; round < 40; ++round) {
             const auto before = read();
             for (int i = pick(4); i >= 0; --i)
