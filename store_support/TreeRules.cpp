@@ -1,5 +1,6 @@
 #include "store_support/TreeRules.hpp"
 
+#include <filesystem>
 #include <string>
 #include <typeinfo>
 
@@ -68,6 +69,68 @@ std::u16string findDifference(const MetadataNode& read, const MetadataNode& writ
     return {};
 }
 
+// What libxml2 takes: of a name, and of a start tag with what it has in memory around that.
+constexpr std::size_t maximumNameBytes = 50'000;
+constexpr std::size_t maximumTagBytes = 10'000'000;
+constexpr std::size_t bytesAroundTag = 2000;
+
+std::u16string formatNumber(std::size_t number) {
+    return fromUtf8(std::to_string(number));
+}
+
+/// How many bytes the attributes of `tag`, which has no children, take when they are written into `scratch`.
+std::size_t measureAttributes(const MetadataNode& tag, const Path& scratch) {
+    const auto measure = [&](const MetadataNode& xml) {
+        project::metadata::writeToFile(xml, scratch, true);
+        return std::filesystem::file_size(scratch.accessName());
+    };
+    return measure(tag) - measure(project::metadata::MetadataNodeSpecification(tag.getName()));
+}
+
+/// What `name`, of a node or an attribute, is too long for; empty if it is not.
+std::u16string describeLongName(const std::u16string& name) {
+    constexpr std::size_t shown = 40;
+    const std::size_t size = host::toUtf8(name).size();
+    if (size <= maximumNameBytes)
+        return {};
+    return u"the name \"" + name.substr(0, shown) + u"...\" takes " + formatNumber(size) +
+           u" bytes, and may take no more than " + formatNumber(maximumNameBytes);
+}
+
+/// What of `node` is too long to be read back, in words; empty if nothing is.
+std::u16string describeTooLong(const MetadataNode& node, const Path& scratch) {
+    const std::u16string& name = node.getName();
+    std::u16string problem = describeLongName(name);
+    project::metadata::MetadataNodeSpecification tag(name);
+    std::u16string longest;
+    std::size_t units = 0;
+    for (const std::u16string& key : node.getAttributeKeys()) {
+        problem = problem.empty() ? describeLongName(key) : problem;
+        tag.put(key, node.get(key));
+        longest = node.get(key).size() > node.get(longest).size() ? key : longest;
+        units += key.size() + node.get(key).size();
+    }
+    const auto describe = [&](const std::u16string& what,
+                              const project::metadata::MetadataNodeSpecification& measured) {
+        const std::size_t size = measureAttributes(measured, scratch);
+        if (problem.empty() && size + bytesAroundTag >= maximumTagBytes) {
+            problem = what + u" takes " + formatNumber(size) + u" bytes in XML; less than " +
+                      formatNumber(maximumTagBytes) +
+                      u" are possible for all that one node has, with some 200 around it";
+        }
+    };
+    constexpr std::size_t mostBytesOfUnit = 6;
+    if (mostBytesOfUnit * units + bytesAroundTag >= maximumTagBytes) {
+        project::metadata::MetadataNodeSpecification alone(name);
+        alone.put(longest, node.get(longest));
+        describe(u"the attribute \"" + longest + u"\" of <" + name + u'>', alone);
+        describe(u"all that the attributes of <" + name + u"> hold", tag);
+    }
+    for (const auto& child : node.getChildNodes())
+        problem = problem.empty() ? describeTooLong(*child, scratch) : problem;
+    return problem;
+}
+
 }  // namespace
 
 std::u16string pathsBeyondLimit() {
@@ -132,9 +195,12 @@ void requireReadsBack(const MetadataNode& node, const Path& writtenFile, const P
     try {
         difference = findDifference(*project::metadata::readFromFile(writtenFile), node);
     } catch (const project::exception::ProjectException&) {
-        raise<MetadataWriteFailure>(file.text(),
-                                    u"it could not be read back: a name or the attributes of an element in it are too "
-                                    u"long, or its names use the namespaces of XML wrongly");
+        const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"metadata-", u"");
+        const std::u16string tooLong = describeTooLong(node, Path(scratch.getDirectoryName()) / u"node.xml");
+        raise<MetadataWriteFailure>(
+            file.text(),
+            u"it could not be read back: " +
+                (tooLong.empty() ? u"its names are too long together, or use the namespaces of XML wrongly" : tooLong));
     }
     if (!difference.empty()) {
         raise<MetadataWriteFailure>(

@@ -3,6 +3,7 @@
 /// The page lies in cli/report/; this file gives it the data, as JSON inside a <script type="application/json">. All
 /// texts in it are safe to show already, so that the page need not know what is not.
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
@@ -121,8 +122,25 @@ void writePaths(const pm::MetadataManager& store, Names& names, PageFile& page) 
     }
 }
 
-/// @return how many files are damaged
-std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, PageFile& page) {
+using Damages = std::vector<pm::MetadataDamage>;
+
+/// Each file with what is wrong with it.
+Json listDamage(const Damages& damages) {
+    Json list = Json::array();
+    for (const pm::MetadataDamage& damage : damages) {
+        const std::u16string problem = explainProblem(damage.file, damage.problem);
+        list.push_back(Json::array({escapeName(damage.file.text()), escapeText(problem)}));
+    }
+    return list;
+}
+
+struct Outcome {
+    std::size_t damages = 0;  // files that are damaged
+    std::size_t foreign = 0;  // files that hold something besides their metadata
+    std::uint64_t size = 0;   // of the page, in bytes
+};
+
+Outcome writeData(const host::Path& root, const pm::MetadataManager& store, PageFile& page) {
     const host::Path absoluteRoot = host::FileUtils::normalize(host::FileUtils::makeAbsolute(root));
     const std::string time = escapeText(formatTime({std::time(nullptr), 0}));
     page << "{\"project\":" << format(escapeName(absoluteRoot.fileName().text())) << ",\"time\":" << format(time)
@@ -132,30 +150,23 @@ std::size_t writeData(const host::Path& root, const pm::MetadataManager& store, 
     writePaths(store, names, page);
     page << "],\n\"names\":" << format(names.list());
 
-    const std::vector<pm::MetadataDamage> damages = findDamage(store);
-    Json list = Json::array();
-    for (const pm::MetadataDamage& damage : damages) {
-        const std::u16string problem = explainProblem(damage.file, damage.problem);
-        list.push_back(Json::array({escapeName(damage.file.text()), escapeText(problem)}));
-    }
-    page << ",\n\"damages\":" << format(list) << "}";
-    const std::size_t count = keepDamage(damages);
-    if (count > 0)
+    Damages damages = findDamage(store);
+    const auto isDamaged = [](const pm::MetadataDamage& damage) { return !damage.isForeign; };
+    const auto middle = std::stable_partition(damages.begin(), damages.end(), isDamaged);
+    const Damages foreign(middle, damages.end());
+    damages.erase(middle, damages.end());
+    page << ",\n\"damages\":" << format(listDamage(damages)) << ",\n\"foreign\":" << format(listDamage(foreign)) << "}";
+    const Outcome outcome{keepDamage(damages), keepDamage(foreign)};
+    if (outcome.damages + outcome.foreign > 0)
         takeWarnings();  // the page tells them
-    return count;
+    return outcome;
 }
-
-struct Outcome {
-    std::size_t damages = 0;
-    std::uint64_t size = 0;  // of the page, in bytes
-};
 
 /// Writes the page to `file`.
 Outcome writePage(const host::Path& root, const pm::MetadataManager& store, const host::Path& file) {
     PageFile page(file);
-    Outcome outcome;
     page << reportPageBegin;
-    outcome.damages = writeData(root, store, page);
+    Outcome outcome = writeData(root, store, page);
     page << reportPageEnd;
     outcome.size = page.close();
     return outcome;
@@ -191,11 +202,17 @@ Status report(const host::Path& root, const Wish& wish) {
     else if (!file.isStandard())
         printNote(escapeName(name.text()) + ", " + formatSize(outcome.size) + '\n');
     flushOutput();
-    if (outcome.damages == 0)
-        return Status::done;
-    reportError("The report lacks what is damaged in the metadata of " + quoted(root) +
-                ", and says so: " + formatCount(outcome.damages, "file"));
-    return Status::foundProblems;
+    if (outcome.damages > 0) {
+        reportError("The report lacks what is damaged in the metadata of " + quoted(root) +
+                    ", and says so: " + formatCount(outcome.damages, "file"));
+    }
+    if (outcome.foreign > 0) {
+        reportError(
+            "The report has all metadata that can be read, but lacks what files of it hold besides, such as a comment, "
+            "in " +
+            quoted(root) + ", and says so: " + formatCount(outcome.foreign, "file"));
+    }
+    return outcome.damages + outcome.foreign > 0 ? Status::foundProblems : Status::done;
 }
 
 Command::Action configure(CLI::App& app) {

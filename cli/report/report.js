@@ -116,11 +116,13 @@ function showHeader() {
     const withNode = data.paths.filter(path => path[3]).length;
     document.getElementById("summary").textContent =
         `${formatCount(pathCount - 1, "path")}, ${withNode.toLocaleString("en")} with metadata; as of ${data.time}`;
-    const damages = document.getElementById("damages");
-    damages.hidden = data.damages.length === 0;
-    for (const [file, problem] of data.damages)
-        damages.querySelector("ul").append(element("li", "", [element("code", "", [element("bdi", "", file)]), ": ",
-            element("bdi", "", problem)]));
+    for (const id of ["damages", "foreign"]) {
+        const section = document.getElementById(id);
+        section.hidden = data[id].length === 0;
+        for (const [file, problem] of data[id])
+            section.querySelector("ul").append(element("li", "", [element("code", "", [element("bdi", "", file)]), ": ",
+                element("bdi", "", problem)]));
+    }
 }
 
 function showTypes() {

@@ -1,5 +1,5 @@
 /// What only a store knows about its files, for tools that work on files: which ones are the store's, and what one of
-/// them holds by itself. Both interfaces are optional.
+/// them holds by itself. All interfaces are optional.
 #pragma once
 
 #include <memory>
@@ -37,6 +37,25 @@ protected:
     StoreFileLister() = default;
     StoreFileLister(const StoreFileLister&) = default;
     StoreFileLister& operator=(const StoreFileLister&) = default;
+};
+
+/// That of a store in which each path has a file of its own, that alone says its node and its place among its siblings,
+/// and a folder in which all is that is below it: who notices that a file has changed need not read all again. The
+/// folder of the root path is the metadata folder.
+class PROJECT_METADATA_EXPORT PathFileLister : public StoreFileLister {
+public:
+    /// The folder with the files of the children of `path`, which need not exist.
+    virtual host::Path getChildFolder(const MetadataPath& path) const = 0;
+
+    /// Whether there is damage in `entry`, a file or folder, or in what lies in that, other than
+    /// `MetadataDamage::readsAsBranch`. False for what is not the store's.
+    /// @throws project::metadata::ListChildFilesFailure, MetadataReadFailure if it cannot be looked through
+    virtual bool hasLossIn(const host::Path& entry) const = 0;
+
+protected:
+    PathFileLister() = default;
+    PathFileLister(const PathFileLister&) = default;
+    PathFileLister& operator=(const PathFileLister&) = default;
 };
 
 /// A path with everything below it, as one file holds it. A value type.

@@ -133,6 +133,15 @@ host::Path FixedPathManager::getNodeFile(const MetadataPath& path) const {
     return files_.locate(path).file;
 }
 
+host::Path FixedPathManager::getChildFolder(const MetadataPath& path) const {
+    return files_.locate(path).folder;
+}
+
+bool FixedPathManager::hasLossIn(const Path& entry) const {
+    files_.settle();
+    return files_.hasLossIn(entry);
+}
+
 bool FixedPathManager::isNewBranch(const PathFile& content) const {
     return !content.hasNode && files_.seen().isNews(content.version);
 }

@@ -28,7 +28,7 @@ namespace stores::fixed_path {
 /// a change.
 class FixedPathManager : public project::metadata::MetadataManager,
                          public project::metadata::DamageReporter,
-                         public project::metadata::StoreFileLister,
+                         public project::metadata::PathFileLister,
                          public project::metadata::PathRenamer,
                          public project::metadata::RepeatableReader {
 public:
@@ -52,6 +52,8 @@ public:
     std::vector<project::metadata::MetadataDamage> findDamage() const override;
     std::vector<project::metadata::StoreFile> listFiles() const override;
     host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
+    host::Path getChildFolder(const project::metadata::MetadataPath& path) const override;
+    bool hasLossIn(const host::Path& entry) const override;
     void renamePath(const project::metadata::MetadataPath& path,
                     const project::metadata::PathElement& element) override;
     void beginReading() const noexcept override { files_.beginReading(); }

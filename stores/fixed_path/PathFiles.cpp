@@ -418,6 +418,23 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
     return result;
 }
 
+bool PathFiles::hasLossIn(const Path& entry) const {
+    if (entry == coreFile_ || isNodeFile(entry)) {
+        if (const PathFilePtr content = read(entry, Extent::place))
+            return content->damage != nullptr;
+        const Path below(stripExtension(entry.text(), nodeFileExtension));
+        return !parseFileName(entry) && hasChildren(below);
+    }
+    if (!isNodeFolder(entry) || !isFolder(entry))
+        return false;
+    Damages damages;
+    const bool hasPaths = findDamage(entry, damages);
+    const bool isNamed =
+        parseNodeFolderName(entry.fileName().text()) || findStatus(Path(entry.text() + nodeFileExtension)).has_value();
+    return (hasPaths && !isNamed) ||
+           std::any_of(damages.begin(), damages.end(), [](const auto& damage) { return !damage.second.readsAsBranch; });
+}
+
 void PathFiles::noteWritten(const Path& file, PathFile content) {
     cache_.insert(file, std::make_shared<const PathFile>(std::move(content)));
 }

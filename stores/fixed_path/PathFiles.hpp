@@ -115,6 +115,9 @@ public:
     /// damaged journal too
     std::vector<project::metadata::MetadataDamage> findDamage() const;
 
+    /// Whether `findDamage` would name anything but branches in the file or folder `entry`, or below.
+    bool hasLossIn(const host::Path& entry) const;
+
     /// Lets go of what was read in that version.
     void drop(const store_support::FileVersion& version) { cache_.erase(version.inode); }
 

@@ -105,16 +105,21 @@ TEST_P(StoreDamageTest, RefusesWhatCouldNotBeReadBack) {
     refused(undeclared, "read back");
     MetadataNodeSpecification huge;
     huge.put(u"Key", std::u16string(10'000'001, u'x'));
-    refused(huge, "read back");
+    refused(huge, "the attribute \"Key\" of <Info> takes 10000008 bytes in XML; less than 10000000 are possible");
     // Each of its values could be.
     MetadataNodeSpecification longTag;
     for (const char16_t* key : {u"a", u"b", u"c"})
         longTag.put(key, std::u16string(900'000, u'"'));
-    refused(longTag, "read back");
+    refused(longTag, "all that the attributes of <Info> hold takes 16200015 bytes");
+    MetadataNodeSpecification longName;
+    longName.createChildNode(std::u16string(50'001, u'n'));
+    refused(longName, "the name \"nnnn");
+    refused(longName, "...\" takes 50001 bytes, and may take no more than 50000");
 
     const std::string message =
         messageOf<MetadataWriteFailure>([&] { store->addPath(path({std::u16string(2'000'000, u'"')})); });
-    EXPECT_NE(message.find("read back"), std::string::npos) << message.substr(0, 1000);
+    EXPECT_NE(message.find("\"Location\" of <Path> takes 12000012 bytes"), std::string::npos)
+        << message.substr(0, 1000);
     EXPECT_EQ(readFiles(folder_.std()), before);
 }
 
