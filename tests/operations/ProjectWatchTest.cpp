@@ -142,7 +142,7 @@ protected:
     int follow(const std::function<void()>& change) {
         ReadingCounter counter;
         operations::ProjectWatch watch(test::toPath(root_ / ""), counter);
-        for (int round = 0; round < 40; ++round) {
+        for (int round = 0; round < 20; ++round) {
             const auto before = read();
             for (int i = pick(4); i >= 0; --i)
                 change();
