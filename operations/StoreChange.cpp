@@ -114,6 +114,17 @@ bool isSame(const StoreChange& a, const StoreChange& b) {
                       });
 }
 
+/// Where a node has gone that `store` has told of, it sets none, and adds no path, before it was asked for it again.
+void askForGone(const pm::MetadataManager& store, const StoreChange& change) {
+    const auto ask = [&](const pm::MetadataPath& path) {
+        if (!store.hasPath(path))
+            static_cast<void>(store.hasNode(path));
+    };
+    std::for_each(change.added.begin(), change.added.end(), ask);
+    for (const auto& entry : change.nodes)
+        ask(entry.first);
+}
+
 }  // namespace
 
 StoreChange changeStore(pm::MetadataManager& store, const std::function<StoreChange()>& find) {
@@ -126,6 +137,7 @@ StoreChange changeStore(pm::MetadataManager& store, const std::function<StoreCha
             applyChange(store, change);
             return change;
         } catch (const pm::MetadataWriteFailure&) {
+            askForGone(store, change);
             StoreChange next = find();
             if (attempt == maximumAttempts || (isRepeated && isSame(change, next)))
                 throw;

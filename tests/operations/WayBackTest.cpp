@@ -151,4 +151,24 @@ TEST_P(WayBackTest, WhatOthersHaveRemovedMeanwhileWasNotRenamed) {
     EXPECT_EQ(read(), content);
 }
 
+TEST_P(WayBackTest, WhatOthersHaveRemovedMeanwhileIsAddedAnewWhereThatIsWanted) {
+    reset();
+    const auto store = pm::getMetadataManagerFor(test::toPath(root_));
+    int attempts = 0;
+    operations::changeStore(*store, [&] {
+        operations::StoreChange change;
+        const auto children = store->getChildren({});
+        const bool isThere = std::find(children.begin(), children.end(), c_) != children.end();
+        (isThere ? change.updated : change.added).push_back(c_);
+        change.nodes.emplace_back(c_, std::make_shared<pm::MetadataNodeSpecification>(u"New"));
+        if (++attempts == 1) {
+            store->getNode(c_);
+            pm::getMetadataManagerFor(test::toPath(root_))->removePath(c_);
+        }
+        return change;
+    });
+    EXPECT_EQ(attempts, 2);
+    EXPECT_EQ(pm::getMetadataManagerFor(test::toPath(root_))->getNode(c_)->getName(), u"New");
+}
+
 }  // namespace
