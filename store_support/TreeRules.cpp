@@ -114,9 +114,8 @@ std::u16string describeTooLong(const MetadataNode& node, const Path& scratch) {
                               const project::metadata::MetadataNodeSpecification& measured) {
         const std::size_t size = measureAttributes(measured, scratch);
         if (problem.empty() && size + bytesAroundTag >= maximumTagBytes) {
-            problem = what + u" takes " + formatNumber(size) + u" bytes in XML; less than " +
-                      formatNumber(maximumTagBytes) +
-                      u" are possible for all that one node has, with some 200 around it";
+            problem = what + u" takes " + formatNumber(size) + u" bytes in XML, where a node may take less than " +
+                      formatNumber(maximumTagBytes) + u", with about 200 around its attributes";
         }
     };
     constexpr std::size_t mostBytesOfUnit = 6;
