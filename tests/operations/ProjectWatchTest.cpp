@@ -171,15 +171,32 @@ TEST_P(ProjectWatchTest, tellsWhatAComparisonOfAllTells) {
     }
 }
 
+/// A path of steps with one letter each.
+MetadataPath path(const std::u16string& names) {
+    std::vector<pm::PathElement> steps;
+    for (const char16_t name : names)
+        steps.emplace_back(u"G", std::u16string(1, name));
+    return MetadataPath(std::move(steps));
+}
+
+TEST_P(ProjectWatchTest, tellsWhatChangesInAFolderThatWasRenamed) {
+    if (std::u16string_view(GetParam()) != u"fixedPath")
+        return;
+    set(path(u"ab"));
+    operations::Observer observer;
+    operations::ProjectWatch watch(test::toPath(root_), observer);
+    for (const auto& change : std::vector<std::function<void()>>{
+             [&] { fs::rename(root_ / "resources/project/G=a", root_ / "resources/project/G=z"); },
+             [&] { set(path(u"zb")); }}) {
+        const auto before = read();
+        change();
+        EXPECT_EQ(describe(watch.wait()), describe(operations::diffTrees(before, read())));
+    }
+}
+
 TEST_P(ProjectWatchTest, tellsWhatIsInAFolderThatIsMadeAnewAtOnce) {
     if (std::u16string_view(GetParam()) != u"fixedPath")
         return;
-    const auto path = [](const std::u16string& names) {
-        std::vector<pm::PathElement> steps;
-        for (const char16_t name : names)
-            steps.emplace_back(u"G", std::u16string(1, name));
-        return MetadataPath(std::move(steps));
-    };
     set(path(u"ab"));
     set(path(u"cbx"));
     const auto before = read();
