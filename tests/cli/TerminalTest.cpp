@@ -112,7 +112,13 @@ TEST_F(TerminalTest, outputIsColouredThereUnlessTheUserObjects) {
     init();
     test::writeBytes(folder / "source/file", "");
     const std::string scan = "scan -v --dry-run '" + root.native() + "' '" + (folder / "source").native() + "'";
-    const auto screenOf = [](const std::string& command) { return TerminalSession(command).readUntil("; 1 file"); };
+    const auto screenOf = [](const std::string& command) {
+        TerminalSession session(command);
+        std::string screen = session.readUntil("; 1 file");
+        // Closing the screen is a signal, by which a sanitizer that is just looking for leaks may hang.
+        session.wait();
+        return screen;
+    };
     EXPECT_THAT(screenOf(program + scan), HasSubstr("\x1b[32m+ File:file\x1b[0m\r\n"));
     EXPECT_THAT(screenOf("export NO_COLOR=1; " + program + scan),
                 AllOf(HasSubstr("+ File:file\r\n"), Not(HasSubstr("\x1b"))));
