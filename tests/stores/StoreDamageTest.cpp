@@ -105,7 +105,8 @@ TEST_P(StoreDamageTest, RefusesWhatCouldNotBeReadBack) {
     refused(undeclared, "read back");
     MetadataNodeSpecification huge;
     huge.put(u"Key", std::u16string(10'000'001, u'x'));
-    refused(huge, "the attribute \"Key\" of <Info> takes 10000008 bytes in XML, where a node may take less than 10000000");
+    refused(huge,
+            "the attribute \"Key\" of <Info> takes 10000008 bytes in XML, where a node may take less than 10000000");
     // Each of its values could be.
     MetadataNodeSpecification longTag;
     for (const char16_t* key : {u"a", u"b", u"c"})
