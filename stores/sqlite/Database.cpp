@@ -149,7 +149,7 @@ Database::Database(const Path& folder, JobRunner runJob, std::chrono::millisecon
 }
 
 std::optional<std::u16string> Database::findCoreFileDamage() const {
-    if (!examine(coreFile_)) {
+    if (!exists(coreFile_)) {
         const std::u16string missing = u"it is missing, while \"" + file_.fileName().text() + u"\" beside it is there";
         return examine(file_) ? std::optional(missing) : std::nullopt;
     }
@@ -158,8 +158,7 @@ std::optional<std::u16string> Database::findCoreFileDamage() const {
             return std::nullopt;
         return u"it does not name the type of metadata \"" + sqliteName + u'"';
     } catch (const MetadataReadFailure& error) {
-        const std::u16string& cause = stores::sqlite::getCause(error);
-        return cause.empty() ? u"it cannot be read, or is no well-formed XML" : cause;
+        return getReadProblem(error);
     }
 }
 
@@ -171,7 +170,7 @@ bool Database::open() {
     }
     close();
     settle(folder_);
-    if (!examine(coreFile_))
+    if (!exists(coreFile_))
         return false;
     try {
         waitWhileLocked([this] { connect(); });
@@ -356,7 +355,7 @@ void Database::tidyUp() const {
 
 void Database::write(const Edit& edit) {
     tidyUp();
-    if (!open() || !examine(coreFile_))
+    if (!open() || !exists(coreFile_))
         raise<MetadataWriteFailure>(file_.text(), u"its project has been removed meanwhile");
     requireMetadataType(folder_, sqliteName);
     requireWritable(file_);
@@ -441,7 +440,7 @@ bool Database::create(const Edit& edit) {
     try {
         runJob_(FileJob(batch.filesToWrite, {}, [&] {
             const FolderLock lock(folder_, lockLimit_);
-            if (examine(coreFile_))
+            if (exists(coreFile_))
                 throw ProjectAppeared();
             if (examine(file_)) {
                 raise<MetadataWriteFailure>(

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -693,6 +694,12 @@ TEST_F(SqliteStoreTest, ADamagedCoreFileDoesNotLockOutTheDatabase) {
         store->removePath(path({u"b"}));
         EXPECT_EQ(readBytes(core), content);
     }
+    std::filesystem::remove(core);
+    ASSERT_EQ(mkfifo(core.c_str(), 0666), 0);
+    EXPECT_EQ(outline(*open()), "a(1)");
+    EXPECT_EQ(damage().find("Project.xml: it is no regular file"), 0U) << damage();
+    open()->setNode(path({u"a"}), *node(u"1"));
+    std::filesystem::remove(core);
     // But not what is no database of a store.
     run("CREATE TABLE other (x)");
     EXPECT_FALSE(project::metadata::getNamedFactory(u"sqlite")->canManage(folder_.path()));
