@@ -84,7 +84,8 @@ TEST_F(TerminalTest, longWorkShowsProgressAndEndsWithCtrlCWithoutAChange) {
     TerminalSession session(program + "scan '" + root.native() + "' '" + (folder / "source").native() + "' > '" +
                             (folder / "out").native() + "'");
     const std::string owner = "Waiting for another program (process " + std::to_string(getpid());
-    EXPECT_THAT(session.readUntil("/.lock\""), HasSubstr("\r\x1b[Kproject-metadata: " + owner));
+    // On a busy machine it may come before the first line of progress, which it clears away otherwise.
+    EXPECT_THAT(session.readUntil("/.lock\""), HasSubstr("project-metadata: " + owner));
     EXPECT_THAT(session.readUntil("Storing, "), HasSubstr("\r\x1b[KStoring, "));
     session.type(3);  // Ctrl-C
     EXPECT_THAT(session.readUntil("as it was"),
