@@ -77,13 +77,13 @@ void readAll(const MetadataManager& store, const MetadataPath& path) {
 /// Every row of the table of paths, with its node. @return how many nodes there were
 std::size_t selectAll(const host::Path& root) {
     using namespace stores::sqlite;
-    using store_support::decodeNode;
     const host::Path file = metadataFolderOf(root) / u"metadata.db";
     const Connection connection = openConnection(file.accessName(), SQLITE_OPEN_READONLY);
     const Statement statement = prepare(*connection, "SELECT node FROM path");
+    store_support::NodeDecoder decoder;
     std::size_t count = 0;
     for (Query query(statement); query.next();)
-        count += !query.isNull(0) && decodeNode(query.bytes(0)) ? 1U : 0U;
+        count += !query.isNull(0) && decoder.decode(query.bytes(0)) ? 1U : 0U;
     return count;
 }
 

@@ -4,8 +4,9 @@
 #include "fuzz/Fuzz.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static store_support::NodeDecoder decoder;
     const std::string bytes(data, data + size);
-    const auto node = store_support::decodeNode(bytes);
+    const auto node = decoder.decode(bytes);
     fuzz::require(store_support::isNode(bytes) == (node != nullptr));
     if (node)
         fuzz::require(store_support::encodeNode(*node) == bytes);

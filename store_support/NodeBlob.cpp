@@ -10,15 +10,14 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 #include "project/exception/ProjectException.hpp"
-#include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/TreeRules.hpp"
 
 namespace store_support {
 
-using project::metadata::MetadataNodeSpecification;
 using project::metadata::visitAttributes;
 
 namespace {
@@ -57,6 +56,18 @@ bool isPlain(std::string_view bytes) {
     return isPlain;
 }
 
+/// Whether `bytes` are an XML name, of ASCII and without a prefix.
+bool isPlainName(std::string_view bytes) {
+    const auto isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
+    const auto isInner = [&](char c) { return isLetter(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; };
+    return !bytes.empty() && isLetter(bytes.front()) && std::all_of(bytes.begin(), bytes.end(), isInner);
+}
+
+/// Keys are in the order of their UTF-16 units.
+bool isBefore(std::string_view a, std::string_view b) {
+    return isPlain(a) && isPlain(b) ? a < b : fromUtf8(a) < fromUtf8(b);
+}
+
 /// Reads the form from its beginning. Once something was wrong, all counts are zero and all texts empty.
 class Reader {
 public:
@@ -81,34 +92,36 @@ public:
         return 0;
     }
 
-    std::u16string readText() {
+    std::string_view readText() {
         const std::size_t size = readCount();
         if (size > bytes_.size())
             fail();
-        const std::string_view utf8 = bytes_.substr(0, size);
-        if (isPlain(utf8)) {
-            bytes_.remove_prefix(utf8.size());
-            return {utf8.begin(), utf8.end()};
+        const std::string_view text = bytes_.substr(0, size);
+        if (!isPlain(text)) {
+            hasPlainTexts_ = false;
+            if (toUtf8(fromUtf8(text)) != text) {
+                fail();
+                return {};
+            }
         }
-        isProved_ = false;
-        std::u16string text = fromUtf8(utf8);
-        if (toUtf8(text) != utf8) {
-            fail();
-            return {};
-        }
-        bytes_.remove_prefix(utf8.size());
+        bytes_.remove_prefix(text.size());
         return text;
     }
 
     /// The name of a node, or the key of an attribute.
-    std::u16string readName() {
-        std::u16string name = readText();
-        isProved_ = isProved_ && name.find(u' ') == std::u16string::npos && project::metadata::isValidKey(name);
+    std::string_view readName() {
+        const std::string_view name = readText();
+        hasPlainNames_ = hasPlainNames_ && isPlainName(name);
+        if (name.find('\0') != std::string_view::npos)
+            fail();
         return name;
     }
 
-    /// Whether all that was read is such that `requireReadable` has nothing against it.
-    bool isProved() const { return isProved_; }
+    /// Whether `requireReadable` has nothing against all names that were read.
+    bool hasPlainNames() const { return hasPlainNames_; }
+
+    /// Nor against any value.
+    bool isPlainThroughout() const { return hasPlainNames_ && hasPlainTexts_; }
 
     void fail() {
         failed_ = true;
@@ -118,29 +131,33 @@ public:
 private:
     std::string_view bytes_;
     bool failed_ = false;
-    bool isProved_ = true;
+    bool hasPlainNames_ = true;
+    bool hasPlainTexts_ = true;
 };
 
-/// Reads what follows the name of `node`; null to read it only.
-void fillNode(Reader& reader, MetadataNode* node, int depth) {
+/// @param builder to make a node; null to read it only
+void readNode(Reader& reader, project::metadata::NodeBuilder* builder, int depth) {
+    const std::string_view name = reader.readName();
     if (depth >= maximumXmlDepth)
         return reader.fail();
-    std::u16string last;
+    if (builder)
+        builder->begin(name);
+    std::string_view last;
     for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count) {
-        std::u16string key = reader.readName();
-        std::u16string value = reader.readText();
-        if (key <= last)
+        const std::string_view key = reader.readName();
+        const std::string_view value = reader.readText();
+        if (!isBefore(last, key))
             reader.fail();
         if (reader.hasFailed())
             return;
         last = key;
-        if (node)
-            node->put(std::move(key), std::move(value));
+        if (builder)
+            builder->put(key, value);
     }
-    for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count) {
-        std::u16string name = reader.readName();
-        fillNode(reader, node ? &node->createChildNode(std::move(name)) : nullptr, depth + 1);
-    }
+    for (std::size_t count = reader.readCount(); count > 0 && !reader.hasFailed(); --count)
+        readNode(reader, builder, depth + 1);
+    if (builder && !reader.hasFailed())
+        builder->end();
 }
 
 }  // namespace
@@ -151,28 +168,32 @@ std::string encodeNode(const MetadataNode& node) {
     return bytes;
 }
 
-std::unique_ptr<MetadataNode> decodeNode(std::string_view bytes) {
+std::unique_ptr<MetadataNode> NodeDecoder::decode(std::string_view bytes) {
+    if (std::exchange(isBegun_, true))
+        builder_.clear();
     Reader reader(bytes);
-    auto node = std::make_unique<MetadataNodeSpecification>(reader.readName());
     try {
-        fillNode(reader, node.get(), 0);
-        if (reader.hasFailed() || !reader.isAtEnd())
-            return nullptr;
-        if (!reader.isProved())
-            requireReadable(*node, 0, {});
-        return node;
+        readNode(reader, &builder_, 0);
+        if (!reader.hasFailed() && reader.isAtEnd()) {
+            auto node = builder_.take();
+            isBegun_ = false;
+            // A value that the builder takes, and that is the same in UTF-8, is one that XML keeps.
+            if (!reader.hasPlainNames())
+                requireReadable(*node, 0, {});
+            return node;
+        }
     } catch (const project::exception::ProjectException&) {
-        return nullptr;  // a name, a key or a value that no store takes
+        // a name, a key or a value that no store takes
     }
+    return nullptr;
 }
 
 bool isNode(std::string_view bytes) {
     Reader reader(bytes);
-    reader.readName();
-    fillNode(reader, nullptr, 0);
+    readNode(reader, nullptr, 0);
     if (reader.hasFailed() || !reader.isAtEnd())
         return false;
-    return reader.isProved() || decodeNode(bytes);
+    return reader.isPlainThroughout() || NodeDecoder().decode(bytes);
 }
 
 }  // namespace store_support

@@ -1,7 +1,7 @@
 /// A metadata node, with all nodes below it, as a sequence of bytes. The form is written down at the top
 /// of NodeBlob.cpp.
 ///
-/// No function keeps state; all may be called from any thread.
+/// No function keeps state; all may be called from any thread. One thread at a time may use a decoder.
 #pragma once
 
 #include <memory>
@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "project/metadata/NodeBuilder.hpp"
 #include "store_support/Library.hpp"
 
 namespace store_support {
@@ -19,10 +20,18 @@ using NodeValue = std::optional<std::string>;
 /// Equal trees give equal bytes. As in XML files, a surrogate without a partner becomes U+FFFD.
 std::string encodeNode(const MetadataNode& node);
 
-/// Null if `bytes` are not what `encodeNode` makes.
-std::unique_ptr<MetadataNode> decodeNode(std::string_view bytes);
+/// For many nodes, one after the other: they share what nodes of one kind have in common.
+class NodeDecoder {
+public:
+    /// Null if `bytes` are not what `encodeNode` makes.
+    std::unique_ptr<MetadataNode> decode(std::string_view bytes);
 
-/// Whether `decodeNode` makes a node of `bytes`; mostly without making it.
+private:
+    project::metadata::NodeBuilder builder_;
+    bool isBegun_ = false;  // whether there may be something of a tree in it
+};
+
+/// Whether a decoder makes a node of `bytes`; mostly without making it.
 bool isNode(std::string_view bytes);
 
 }  // namespace store_support

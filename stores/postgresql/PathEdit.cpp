@@ -74,7 +74,7 @@ void PathEdit::requireReplaceable(const Row& row, const SeenChanges& seen,
                                   const std::function<MetadataPath()>& getPath) const {
     if (!seen.isKnown(row.id, row.changed))
         refuse(getPath(), u"has been changed by somebody else since it was read; read it again first");
-    if (row.node && !decodeNode(*row.node))
+    if (row.node && !isNode(*row.node))
         refuse(getPath(), u"has a damaged node, which is neither overwritten nor removed before it is repaired");
 }
 

@@ -37,7 +37,7 @@ std::unique_ptr<MetadataNode> PostgresqlManager::getNode(const MetadataPath& pat
     const Row* const row = findRow(path);
     if (!row || !row->node)
         return nullptr;
-    auto node = decodeNode(*row->node);
+    auto node = decoder_.decode(*row->node);
     if (!node) {
         project_.tellDamage(describeBadNode(*row), row->changed);
         project_.raiseDamage(u"the node of the path \"" + path.string() + u"\" is damaged");

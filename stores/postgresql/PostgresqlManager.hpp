@@ -60,6 +60,7 @@ private:
     void change(const PathEdit& edit, ToldNodes::Change told);
 
     mutable ServerProject project_;
+    mutable NodeDecoder decoder_;
 };
 
 }  // namespace stores::postgresql

@@ -15,7 +15,7 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataWriteFailure;
 using project::metadata::raise;
 using store_support::arrangePositions;
-using store_support::decodeNode;
+using store_support::isNode;
 using store_support::WantedTree;
 
 namespace {
@@ -167,7 +167,7 @@ void PathEdit::removeBelow(RowId id) {
 void PathEdit::requireReplaceable(RowId id, const Row& row) const {
     if (!seen_.isKnown(id, row.changed))
         refuse(table_.getPath(id), u"has been changed by somebody else since it was read; read it again first");
-    if (row.node && !decodeNode(*row.node)) {
+    if (row.node && !isNode(*row.node)) {
         refuse(table_.getPath(id),
                u"has a damaged node, which is neither overwritten nor removed before it is repaired");
     }

@@ -18,7 +18,6 @@ using project::metadata::MetadataPath;
 using project::metadata::MetadataReadFailure;
 using project::metadata::PathElement;
 using project::metadata::raise;
-using store_support::decodeNode;
 using store_support::encodeNode;
 using store_support::JobRunner;
 using store_support::maximumSteps;
@@ -48,7 +47,7 @@ std::unique_ptr<MetadataNode> SqliteManager::getNode(const MetadataPath& path) c
     const ReadAhead::Entry* const entry = read(path);
     if (!entry || !entry->node)
         return nullptr;
-    std::shared_ptr<const MetadataNode> node = decodeNode(*entry->node);
+    std::shared_ptr<const MetadataNode> node = decoder_.decode(*entry->node);
     if (!node) {
         tellDamage(describeBadNode(path, entry->id), entry->changed);
         raise<MetadataReadFailure>(database_.getFile().text(),

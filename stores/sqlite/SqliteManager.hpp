@@ -16,6 +16,7 @@
 #include "project/metadata/RepeatableRead.hpp"
 #include "store_support/DamageTeller.hpp"
 #include "store_support/FolderLock.hpp"
+#include "store_support/NodeBlob.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/Names.hpp"
 #include "stores/sqlite/Database.hpp"
@@ -72,6 +73,7 @@ private:
     mutable Database database_;
     mutable ReadAhead ahead_;
     mutable std::uint64_t generation_ = 0;  // of the database, in `ahead_`
+    mutable store_support::NodeDecoder decoder_;
     mutable store_support::DamageTeller teller_;
 };
 

@@ -84,6 +84,13 @@ void TreeBuilder::endElement() {
     children_.erase(first, children_.end());
 }
 
+std::unique_ptr<MetadataNode> TreeBuilder::takeRoot() {
+    // Who keeps one tree of many is not to keep memory of the others.
+    for (auto& [name, pool] : pools_)
+        pool = {};
+    return std::move(root_);
+}
+
 MetadataNodeSpecification& TreeBuilder::addNode() {
     if (!root_) {
         root_ = std::make_unique<MetadataNodeSpecification>();

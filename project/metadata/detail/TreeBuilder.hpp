@@ -66,8 +66,8 @@ public:
 
     bool hasRoot() const noexcept { return root_ != nullptr; }
 
-    /// The tree. Nodes that are still open have no children.
-    std::unique_ptr<MetadataNode> takeRoot() { return std::move(root_); }
+    /// The tree. Nodes that are still open have no children. If there are none, the next tree may begin.
+    std::unique_ptr<MetadataNode> takeRoot();
 
 private:
     struct OpenNode {
