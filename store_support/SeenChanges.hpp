@@ -88,7 +88,7 @@ private:
         return after != own_.begin() && batch <= std::prev(after)->second;
     }
 
-    /// That takes some 110 MB, however large a project is.
+    /// That takes some 100 MB, however large a project is.
     static constexpr std::size_t rememberedPaths = 2'000'000;
 
     std::int64_t known_;

@@ -1,15 +1,19 @@
 #include "store_support/ToldNodes.hpp"
 
+#include <algorithm>
+
 #include "store_support/ChildNumbers.hpp"
 
 namespace store_support {
 
 namespace {
 
-constexpr std::uint64_t rootKey = 0;
+constexpr std::uint64_t noKey = 0;
+constexpr std::uint64_t rootKey = 1;
 
 std::uint64_t getChildKey(std::uint64_t parent, const PathElement& element) noexcept {
-    return ChildStepHash()({parent, &element});
+    const std::uint64_t key = ChildStepHash()({parent, &element});
+    return key == noKey ? rootKey : key;
 }
 
 }  // namespace
@@ -26,26 +30,49 @@ ToldNodes::Key ToldNodes::getKey(const MetadataPath& path) {
     return key;
 }
 
+std::size_t ToldNodes::findPlace(Key key) const noexcept {
+    std::size_t place = key & (known_.size() - 1);
+    while (known_[place].key != noKey && known_[place].key != key)
+        place = (place + 1) & (known_.size() - 1);
+    return place;
+}
+
+const ToldNodes::Known* ToldNodes::find(Key key) const noexcept {
+    const Known* const known = size_ == 0 ? nullptr : &known_[findPlace(key)];
+    return known && known->key != noKey ? known : nullptr;
+}
+
 ToldNodes::Known& ToldNodes::use(Key key) {
-    if (known_.size() >= limit_ && known_.count(key) == 0) {
-        known_.clear();
+    if (Known* const known = find(key))
+        return *known;
+    if (size_ >= limit_) {
+        known_ = {};
+        size_ = 0;
         forgotten_ = ++now_;
     }
-    return known_[key];
+    if (4 * (size_ + 1) > 3 * known_.size()) {
+        std::vector<Known> smaller(std::max<std::size_t>(16, 2 * known_.size()));
+        known_.swap(smaller);
+        for (const Known& known : smaller) {
+            if (known.key != noKey)
+                known_[findPlace(known.key)] = known;
+        }
+    }
+    ++size_;
+    Known& known = known_[findPlace(key)];
+    known = {key, 0, 0};
+    return known;
 }
 
 void ToldNodes::tell(const MetadataPath& path, bool hasNode) {
     const Key key = getKey(path);
     if (!hasNode && forgotten_ == 0) {
         // What was never told of is not expected either.
-        const auto known = known_.find(key);
-        if (known != known_.end())
-            known->second.hasNode = false;
+        if (Known* const known = find(key))
+            known->tell(known->told / 2, false);
         return;
     }
-    Known& known = use(key);
-    known.told = now_;
-    known.hasNode = hasNode;
+    use(key).tell(now_, hasNode);
 }
 
 bool ToldNodes::isExpected(const MetadataPath& path, std::size_t depth) const noexcept {
@@ -53,17 +80,17 @@ bool ToldNodes::isExpected(const MetadataPath& path, std::size_t depth) const no
         return false;
     std::uint64_t removed = 0;
     Key key = rootKey;
-    auto known = known_.find(key);
+    const Known* known = find(key);
     for (std::size_t i = 0;; ++i) {
-        if (known != known_.end() && known->second.removed > removed)
-            removed = known->second.removed;
+        if (known && known->removed > removed)
+            removed = known->removed;
         if (i == depth)
             break;
         key = getChildKey(key, path.getPath()[i]);
-        known = known_.find(key);
+        known = find(key);
     }
-    if (known != known_.end() && known->second.told != 0)
-        return known->second.hasNode && known->second.told >= removed;
+    if (known && known->told != 0)
+        return known->told % 2 != 0 && known->told / 2 >= removed;
     return forgotten_ != 0 && forgotten_ >= removed;
 }
 
@@ -132,17 +159,13 @@ void ToldNodes::Change::done() noexcept {
     ToldNodes& told = *told_;
     ++told.now_;
     for (const Key key : removed_) {
-        const auto known = told.known_.find(key);
-        if (known != told.known_.end())
-            known->second.removed = told.now_;
+        if (Known* const known = told.find(key))
+            known->removed = told.now_;
     }
     ++told.now_;
     for (const auto& [key, hasNode] : set_) {
-        const auto known = told.known_.find(key);
-        if (known == told.known_.end())
-            continue;
-        known->second.told = told.now_;
-        known->second.hasNode = hasNode;
+        if (Known* const known = told.find(key))
+            known->tell(told.now_, hasNode);
     }
 }
 

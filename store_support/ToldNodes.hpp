@@ -8,7 +8,6 @@
 #include <limits>
 #include <map>
 #include <memory>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -36,7 +35,7 @@ public:
     bool isExpected(const MetadataPath& path, std::size_t depth) const noexcept;
     bool isExpected(const MetadataPath& path) const noexcept { return isExpected(path, path.getPath().size()); }
 
-    bool isEmpty() const noexcept { return known_.empty() && forgotten_ == 0; }
+    bool isEmpty() const noexcept { return size_ == 0 && forgotten_ == 0; }
 
     /// What a change by the user himself makes of it. Noted beforehand as far as that needs memory, so that a change
     /// that has succeeded cannot fail for the lack of it; without effect until `done` is called.
@@ -68,18 +67,30 @@ private:
 
     /// Moments are counted by the user's changes; 0 is before all of them.
     struct Known {
-        std::uint64_t told = 0;     // when
-        std::uint64_t removed = 0;  // when, with what is below
-        bool hasNode = false;       // as it was told
+        Key key;                // `noKey` where nothing is
+        std::uint64_t removed;  // when, with what is below
+        std::uint64_t told;     // when, twice that, and one more if it was told that there is a node
+
+        void tell(std::uint64_t moment, bool hasNode) noexcept { told = 2 * moment + (hasNode ? 1 : 0); }
     };
 
     static Key getKey(const MetadataPath& path);
 
-    /// That of `key`, in which nothing is changed if it is there.
+    /// Where `key` is in the table, or where it would be.
+    std::size_t findPlace(Key key) const noexcept;
+
+    /// That of `key`; null if there is none.
+    const Known* find(Key key) const noexcept;
+    Known* find(Key key) noexcept { return const_cast<Known*>(std::as_const(*this).find(key)); }
+
+    /// That of `key`, in which nothing is changed if it is there. Valid until the next use.
     Known& use(Key key);
 
     std::size_t limit_;
-    std::unordered_map<Key, Known> known_;
+    // Each is at the place that its key says or the next that was free: one is wanted for each path that is read, and
+    // what the processor fetches from memory for that counts. The size is a power of two, a quarter or more is free.
+    std::vector<Known> known_;
+    std::size_t size_ = 0;  // how many there are
     std::uint64_t now_ = 1;
     std::uint64_t forgotten_ = 0;  // when that happened last; 0 for never
 };
