@@ -1,6 +1,7 @@
 #include "project/metadata/detail/TreeFormatter.hpp"
 
 #include <algorithm>
+#include <array>
 #include <memory>
 
 #include "host/XmlText.hpp"
@@ -21,7 +22,7 @@ bool isAscii(char16_t unit) {
 }
 
 /// What stands for `c` in an attribute's value, the same as libxml2's writers put; empty if it stands for itself.
-std::string_view getEscape(char16_t c) {
+constexpr std::string_view getEscape(char16_t c) {
     switch (c) {
         case u'\t':
             return "&#9;";
@@ -41,6 +42,16 @@ std::string_view getEscape(char16_t c) {
             return {};
     }
 }
+
+constexpr auto standsForItself = [] {
+    std::array<bool, 0x80> stands{};
+    for (std::size_t c = 1; c < stands.size(); ++c)
+        stands[c] = getEscape(static_cast<char16_t>(c)).empty();
+    return stands;
+}();
+
+/// For a piece of text, before it goes to the others: that costs less than many calls, or bytes that are cleared first.
+using Piece = std::array<char, 128>;
 
 }  // namespace
 
@@ -154,14 +165,16 @@ void TreeFormatter::appendName(std::u16string_view name) {
 }
 
 void TreeFormatter::appendValue(std::u16string_view value) {
-    const auto standsForItself = [](char16_t unit) { return isAscii(unit) && getEscape(unit).empty(); };
+    Piece piece;
     while (!value.empty()) {
-        const auto special = std::find_if_not(value.begin(), value.end(), standsForItself);
-        const auto plainCount = static_cast<std::size_t>(special - value.begin());
-        appendAscii(value.substr(0, plainCount));
-        value.remove_prefix(plainCount);
-        if (value.empty())
-            return;
+        const std::size_t size = std::min(value.size(), piece.size());
+        std::size_t count = 0;
+        for (; count < size && value[count] < standsForItself.size() && standsForItself[value[count]]; ++count)
+            piece[count] = static_cast<char>(value[count]);
+        bytes_.append(piece.data(), count);
+        value.remove_prefix(count);
+        if (count == size)
+            continue;
         if (isAscii(value.front())) {
             bytes_ += getEscape(value.front());
             value.remove_prefix(1);
@@ -175,10 +188,14 @@ void TreeFormatter::appendValue(std::u16string_view value) {
 }
 
 void TreeFormatter::appendAscii(std::u16string_view text) {
-    const std::size_t begin = bytes_.size();
-    bytes_.resize(begin + text.size());
-    std::transform(text.begin(), text.end(), bytes_.begin() + static_cast<std::ptrdiff_t>(begin),
-                   [](char16_t unit) { return static_cast<char>(unit); });
+    Piece piece;
+    while (!text.empty()) {
+        const std::size_t size = std::min(text.size(), piece.size());
+        std::transform(text.begin(), text.begin() + size, piece.begin(),
+                       [](char16_t unit) { return static_cast<char>(unit); });
+        bytes_.append(piece.data(), size);
+        text.remove_prefix(size);
+    }
 }
 
 void TreeFormatter::flush() {
