@@ -20,8 +20,12 @@ void fill(pm::MetadataNode& node, const NodeDraft& draft) {
 std::optional<std::u16string> findAttribute(const pm::MetadataNode* node, const std::u16string& key) {
     if (!node)
         return std::nullopt;
-    const std::vector<std::u16string> keys = node->getAttributeKeys();
-    return std::binary_search(keys.begin(), keys.end(), key) ? std::optional(node->get(key)) : std::nullopt;
+    std::optional<std::u16string> found;
+    pm::visitAttributes(*node, [&](const std::u16string& each, const std::u16string& value) {
+        if (each == key)
+            found = value;
+    });
+    return found;
 }
 
 NodeDraft makeDraft(const pm::MetadataNode& node) {

@@ -1,6 +1,7 @@
 #include "store_support/PathXml.hpp"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -21,9 +22,33 @@ const std::u16string& nodeElementName = *new std::u16string(u"Node");
 
 namespace {
 
-const std::u16string& typeKey = *new std::u16string(u"Type");
-const std::u16string& locationKey = *new std::u16string(u"Location");
-const std::u16string& escapedPrefix = *new std::u16string(u"Escaped");
+/// The keys of a text of a path element: of itself and, if XML cannot hold it, of its escaped form, which counts then.
+struct TextKeys {
+    std::u16string plain;
+    std::u16string escaped;
+};
+
+const std::array<TextKeys, 2>& textKeys =
+    *new std::array<TextKeys, 2>{{{u"Type", u"EscapedType"}, {u"Location", u"EscapedLocation"}}};
+
+/// What an element says by these keys; null for what it does not say.
+struct TextValues {
+    const std::u16string* plain = nullptr;
+    const std::u16string* escaped = nullptr;
+};
+
+std::array<TextValues, 2> findTexts(const MetadataNode& xml) {
+    std::array<TextValues, 2> found;
+    project::metadata::visitAttributes(xml, [&](const std::u16string& key, const std::u16string& value) {
+        for (std::size_t i = 0; i < textKeys.size(); ++i) {
+            if (key == textKeys[i].plain)
+                found[i].plain = &value;
+            else if (key == textKeys[i].escaped && !value.empty())
+                found[i].escaped = &value;
+        }
+    });
+    return found;
+}
 
 /// Everything but printable ASCII is escaped: such texts are rare, and this way there is nothing to get wrong.
 std::u16string escape(const std::u16string& text) {
@@ -61,17 +86,17 @@ std::optional<std::u16string> unescape(const std::u16string& escaped) {
 }
 
 template <class Xml>
-void putText(Xml& xml, const std::u16string& key, const std::u16string& text) {
+void putText(Xml& xml, const TextKeys& keys, const std::u16string& text) {
     if (survivesXml(text))
-        xml.put(key, text);
+        xml.put(keys.plain, text);
     else
-        xml.put(escapedPrefix + key, escape(text));
+        xml.put(keys.escaped, escape(text));
 }
 
 template <class Xml>
 void putElement(Xml& xml, const PathElement& element) {
-    putText(xml, typeKey, element.getType());
-    putText(xml, locationKey, element.getLocation());
+    putText(xml, textKeys[0], element.getType());
+    putText(xml, textKeys[1], element.getLocation());
 }
 
 /// An element that may have any node as a child.
@@ -116,28 +141,6 @@ std::u16string describeAttribute(const std::u16string& key, const MetadataNode& 
     return u"an attribute \"" + key + u"\" of <" + xml.getName() + u">";
 }
 
-/// Whether `xml` says `key` of a path element, and not in an escaped form besides.
-bool isRead(const std::u16string& key, const MetadataNode& xml) {
-    for (const std::u16string* const own : {&typeKey, &locationKey}) {
-        if (key == *own)
-            return xml.get(escapedPrefix + key).empty();
-        if (key.size() == escapedPrefix.size() + own->size() && key == escapedPrefix + *own)
-            return true;
-    }
-    return false;
-}
-
-/// An absent attribute is the empty text.
-std::u16string getText(const MetadataNode& xml, const std::u16string& key, const Path& file) {
-    const std::u16string& escaped = xml.get(escapedPrefix + key);
-    if (escaped.empty())
-        return xml.get(key);
-    const auto text = unescape(escaped);
-    if (!text)
-        raise<MetadataReadFailure>(file.text(), u"the value of " + escapedPrefix + key + u" is malformed");
-    return *text;
-}
-
 }  // namespace
 
 bool survivesXml(const std::u16string& text) {
@@ -159,7 +162,17 @@ PathElement getPathElement(const MetadataNode& xml, const Path& file) {
         raise<MetadataReadFailure>(file.text(),
                                    u"it holds <" + xml.getName() + u"> where <" + pathElementName + u"> is expected");
     }
-    return {getText(xml, typeKey, file), getText(xml, locationKey, file)};
+    const auto values = findTexts(xml);
+    std::array<std::u16string, 2> unescaped;
+    const auto getText = [&](std::size_t i) -> const std::u16string& {
+        if (!values[i].escaped)  // an absent attribute is the empty text
+            return values[i].plain ? *values[i].plain : unescaped[i];
+        auto text = unescape(*values[i].escaped);
+        if (!text)
+            raise<MetadataReadFailure>(file.text(), u"the value of " + textKeys[i].escaped + u" is malformed");
+        return unescaped[i] = *std::move(text);
+    };
+    return {getText(0), getText(1)};
 }
 
 std::u16string findForeign(const MetadataNode& xml, std::initializer_list<std::u16string_view> moreKeys,
@@ -167,10 +180,22 @@ std::u16string findForeign(const MetadataNode& xml, std::initializer_list<std::u
     const bool isPath = xml.getName() == pathElementName;
     if (!isPath && xml.getName() != projectElementName)
         return u"<" + xml.getName() + u"> where <" + projectElementName + u"> is expected";
-    for (const std::u16string& key : xml.getAttributeKeys()) {
-        if (std::find(moreKeys.begin(), moreKeys.end(), key) == moreKeys.end() && !(isPath && isRead(key, xml)))
-            return describeAttribute(key, xml);
-    }
+    const auto texts = isPath ? findTexts(xml) : std::array<TextValues, 2>();
+    const auto isText = [&](const std::u16string& key) {
+        for (std::size_t i = 0; i < textKeys.size(); ++i) {
+            if (key == textKeys[i].escaped || (key == textKeys[i].plain && !texts[i].escaped))
+                return true;
+        }
+        return false;
+    };
+    std::u16string foreign;
+    project::metadata::visitAttributes(xml, [&](const std::u16string& key, const std::u16string& /*value*/) {
+        if (foreign.empty() && std::find(moreKeys.begin(), moreKeys.end(), key) == moreKeys.end() &&
+            !(isPath && isText(key)))
+            foreign = describeAttribute(key, xml);
+    });
+    if (!foreign.empty())
+        return foreign;
     for (const auto& child : xml.getChildNodes()) {
         const bool isNode = child->getName() == nodeElementName;
         if (!isNode && !mayHavePaths)

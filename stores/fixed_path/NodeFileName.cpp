@@ -60,15 +60,15 @@ std::u16string encodeCharacter(const std::u16string& text, std::size_t& i) {
     return std::u16string(1, unit);
 }
 
-std::u16string encode(const std::u16string& text) {
+void appendEncoded(std::u16string& name, const std::u16string& text) {
     // Most texts are of letters, digits and the like.
     const auto isPlain = [](char16_t unit) { return unit >= u' ' && unit < 0x7F && !isUnsafe(unit); };
-    if (std::all_of(text.begin(), text.end(), isPlain))
-        return text;
-    std::u16string name;
+    if (std::all_of(text.begin(), text.end(), isPlain)) {
+        name += text;
+        return;
+    }
     for (std::size_t i = 0; i < text.size(); ++i)
         name += encodeCharacter(text, i);
-    return name;
 }
 
 /// A name must not begin or end with what hides a file or gets lost on other systems; nor must a folder's name end like
@@ -123,14 +123,18 @@ std::optional<std::u16string> decode(const std::u16string& name) {
     return text;
 }
 
-bool hasSeparator(const Path& path) {
-    return path.fileName().text().find(separator) != std::u16string::npos;
+bool hasSeparator(const Path& name) {
+    return name.text().find(separator) != std::u16string::npos;
 }
 
 }  // namespace
 
 std::u16string nodeFolderName(const PathElement& element) {
-    std::u16string name = encode(element.getType()) + separator + encode(element.getLocation());
+    std::u16string name;
+    name.reserve(element.getType().size() + 1 + element.getLocation().size() + nodeFileExtension.size());
+    appendEncoded(name, element.getType());
+    name += separator;
+    appendEncoded(name, element.getLocation());
     escapeEdges(name);
     constexpr std::size_t longestCharacter = 3;  // bytes of UTF-8 a unit of UTF-16 at most
     const bool isShort = longestCharacter * name.size() <= maximumNameLength;
@@ -155,7 +159,8 @@ std::optional<PathElement> parseNodeFolderName(const std::u16string& name) {
 }
 
 bool isNodeFile(const Path& path) {
-    return hasSeparator(path) && project::metadata::ends_with(path.fileName().text(), nodeFileExtension) &&
+    const Path name = path.fileName();
+    return hasSeparator(name) && project::metadata::ends_with(name.text(), nodeFileExtension) &&
            !project::metadata::getMarkedUuid(path);
 }
 
@@ -164,7 +169,8 @@ std::u16string nodeFilePattern() {
 }
 
 bool isNodeFolder(const Path& path) {
-    return hasSeparator(path) && !project::metadata::ends_with(path.fileName().text(), nodeFileExtension);
+    const Path name = path.fileName();
+    return hasSeparator(name) && !project::metadata::ends_with(name.text(), nodeFileExtension);
 }
 
 }  // namespace stores::fixed_path

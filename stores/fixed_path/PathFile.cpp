@@ -13,6 +13,7 @@ using store_support::pathElementName;
 using store_support::projectElementName;
 
 const std::u16string& fixedPathName = *new std::u16string(u"fixedPath");
+const project::metadata::PathElement& noElement = *new project::metadata::PathElement({}, {});
 
 namespace {
 

@@ -18,6 +18,9 @@ namespace stores::fixed_path {
 
 extern const std::u16string& fixedPathName;
 
+/// What stands for the element of the root path, which has none.
+extern const project::metadata::PathElement& noElement;
+
 /// What is wrong with the file of a path.
 struct PathFileDamage {
     std::u16string problem;  ///< in words
@@ -27,7 +30,7 @@ struct PathFileDamage {
 /// What the file of a path says. The root path has neither element nor rank, and its file is the core file. A damaged
 /// file has the element that its name tells, if it does, and what else could be read.
 struct PathFile {
-    project::metadata::PathElement element{{}, {}};
+    project::metadata::PathElement element = noElement;
     Rank rank;                                                    ///< empty if it is unknown
     std::shared_ptr<const project::metadata::MetadataNode> node;  ///< null for a branch, or if it was left out
     std::shared_ptr<const PathFileDamage> damage;                 ///< null if nothing is wrong

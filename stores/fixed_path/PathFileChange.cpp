@@ -89,7 +89,7 @@ PathFileChange::PathFileChange(PathFiles& files, const store_support::ToldNodes&
       mode_(mode),
       lastFolder_(rootItem, files.getFolder()),
       lastFile_(rootItem, files.locate(MetadataPath()).file) {
-    items_.push_back({rootItem, PathElement({}, {}), {}});
+    items_.push_back({rootItem, noElement, {}});
     look(rootItem, files_.readForChange(files_.locate(MetadataPath()).file, Extent::place));
 }
 

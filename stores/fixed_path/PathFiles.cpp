@@ -89,8 +89,13 @@ std::optional<PathElement> parseFileName(const Path& file) {
     return parseNodeFolderName(stripExtension(file.fileName().text(), nodeFileExtension));
 }
 
+/// Whether `file`, which is in a folder, has the name `name`. Asked for every file, this makes no texts.
+bool isNamed(const Path& file, const std::u16string& name) {
+    return project::metadata::ends_with(file.text(), name) && file.text()[file.text().size() - name.size() - 1] == u'/';
+}
+
 void requireName(const Path& file, const std::u16string& name) {
-    if (file.fileName().text() != name) {
+    if (!isNamed(file, name)) {
         raise<MetadataReadFailure>(
             file.text(), u"its name does not fit its content, which belongs into a file named \"" + name + u"\"");
     }
@@ -107,7 +112,7 @@ PathFiles::PathFiles(Path folder)
       coreFile_(folder_ / project::metadata::coreFileName()),
       scratchFolder_(store_support::getScratchFolder(folder_)),
       scratchName_(scratchFolder_.accessName()),
-      walk_{{PathElement({}, {}), coreFile_, coreFile_.accessName(), folder_, folder_.accessName()}},
+      walk_{{noElement, coreFile_, coreFile_.accessName(), folder_, folder_.accessName()}},
       seen_(folder_) {}
 
 const PathFiles::Place& PathFiles::locate(const MetadataPath& path) const {

@@ -43,8 +43,12 @@ void TreeBuilder::startElement(const xmlChar* name) {
     pool_ = &pools_[name];
     MetadataNodeSpecification& node = addNode();
     open_.push_back({&node, children_.size()});
-    names_.assign({name});
+    constexpr std::size_t usualCount = 8;
+    names_.clear();
+    names_.reserve(usualCount);
+    names_.push_back(name);
     values_.clear();
+    values_.reserve(usualCount);
     areValuesValid_ = true;
 }
 
