@@ -63,6 +63,8 @@ TEST(XmlDialectTest, everyDocumentIsReadAsTheTextReaderReadsIt) {
                     << group.name << ": " << document.substr(0, 300) << "\n"
                     << testing::PrintToString(readByLibrary(file, isRootOnly).substr(0, 300)) << " instead of "
                     << testing::PrintToString(expected.substr(0, 300));
+                const auto plain = isRootOnly ? nullptr : project::metadata::readPlainBytes(document);
+                EXPECT_TRUE(!plain || render(*plain) == expected) << document.substr(0, 300);
                 acceptedCount += !isRootOnly && expected != u"unreadable" && expected.find(u"refused") != 0;
             }
         }
@@ -88,6 +90,7 @@ TEST(XmlDialectTest, whatIsNeitherElementNorAttributeIsNoted) {
             EXPECT_TRUE(leftOut.refused.empty());
             const bool isPlain = parsePlain(file, detail::Rest::isObstacle).root != nullptr;
             EXPECT_FALSE(isPlain && holdsMoreThanElements(file)) << document.substr(0, 300);
+            EXPECT_EQ(project::metadata::readPlainBytes(document) != nullptr, isPlain) << document.substr(0, 300);
             ++counts[{holdsMoreThanElements(file), isPlain}];
         }
     }
@@ -97,6 +100,8 @@ TEST(XmlDialectTest, whatIsNeitherElementNorAttributeIsNoted) {
     EXPECT_GE((counts[{false, true}]), 20);
     EXPECT_GT((counts[{false, false}]), 20);
     EXPECT_GT((counts[{true, false}]), 20);
+
+    EXPECT_FALSE(project::metadata::readPlainBytes(std::string("<r/>\0", 5)));
 
     writeBytes(file, "<r>\n <s/>\n <!-- 3 --> </r><?p?>");
     project::metadata::LeftOut leftOut;
@@ -135,6 +140,7 @@ TEST(XmlDialectTest, theFastWayIsTakenByPlainDocumentsAndByNoOthers) {
             const detail::PlainDocument plain = parsePlain(file);
             EXPECT_EQ(plain.obstacle, obstacle) << document.substr(0, 100);
             EXPECT_EQ(plain.root != nullptr, plain.obstacle == Obstacle::none) << document.substr(0, 100);
+            EXPECT_FALSE(!plain.root && project::metadata::readPlainBytes(document)) << document.substr(0, 100);
             EXPECT_TRUE(!plain.root || render(*plain.root) == readByOracle(file, false)) << document.substr(0, 100);
         }
     }

@@ -6,11 +6,13 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <string>
 #include <utility>
 
 #include <libxml/SAX2.h>
 #include <libxml/dict.h>
 #include <libxml/parser.h>
+#include <libxml/parserInternals.h>
 
 #include "project/exception/ProjectException.hpp"
 #include "project/metadata/detail/TreeBuilder.hpp"
@@ -32,7 +34,12 @@ struct Parser {
 
     xmlParserCtxt* context = nullptr;
     ElementKinds kinds;
+    std::string document;  ///< what is read, if it is read in one piece
 };
+
+/// How a parser is given what it reads. What is pushed block by block goes through a buffer, which costs small files
+/// more than they do themselves.
+enum class Feed { inBlocks, inOnePiece };
 
 /// A parser to be used again: to make one takes as long as to read a small file.
 struct SpareParser {
@@ -50,16 +57,17 @@ std::unique_ptr<Parser>* findSpareParser() {
 }
 
 /// The one that this thread has kept, or one without a context.
-std::unique_ptr<Parser> takeParser() {
+std::unique_ptr<Parser> takeParser(Feed feed) {
     std::unique_ptr<Parser>* const spare = findSpareParser();
     std::unique_ptr<Parser> parser = spare ? std::move(*spare) : nullptr;
-    const bool isReady = parser && xmlCtxtResetPush(parser->context, nullptr, 0, nullptr, nullptr) == 0;
+    const bool isReady =
+        parser && (feed == Feed::inOnePiece || xmlCtxtResetPush(parser->context, nullptr, 0, nullptr, nullptr) == 0);
     return isReady ? std::move(parser) : std::make_unique<Parser>();
 }
 
 class PlainParser {
 public:
-    PlainParser(Extent extent, Rest rest);
+    PlainParser(Extent extent, Rest rest, Feed feed);
     ~PlainParser();
 
     PlainParser(const PlainParser&) = delete;
@@ -88,7 +96,7 @@ private:
     static void run(void* context, const Step& step);
 
     const Extent extent_;
-    std::unique_ptr<Parser> owned_ = takeParser();
+    std::unique_ptr<Parser> owned_;
     xmlParserCtxt*& parser_ = owned_->context;
     TreeBuilder tree_{owned_->kinds};
     std::size_t depth_ = 0;          ///< how many elements are open
@@ -101,7 +109,7 @@ bool isBlank(const xmlChar* text, int size) {
     return std::all_of(text, text + size, [](xmlChar c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; });
 }
 
-PlainParser::PlainParser(Extent extent, Rest rest) : extent_(extent) {
+PlainParser::PlainParser(Extent extent, Rest rest, Feed feed) : extent_(extent), owned_(takeParser(feed)) {
     xmlSAXHandler handler{};
     handler.initialized = XML_SAX2_MAGIC;
     handler.startDocument = xmlSAX2StartDocument;
@@ -128,6 +136,8 @@ PlainParser::PlainParser(Extent extent, Rest rest) : extent_(extent) {
         parser_ = xmlCreatePushParserCtxt(&handler, nullptr, nullptr, 0, nullptr);
     if (!parser_)
         throw std::bad_alloc();
+    if (feed == Feed::inOnePiece)
+        xmlCtxtReset(parser_);
     parser_->_private = this;
     setRest(rest);
     // References come as what they stand for. Without a document type there are only those that libxml2 knows itself.
@@ -188,11 +198,22 @@ PlainDocument PlainParser::parse(host::InputFileStream& stream) {
 }
 
 PlainDocument PlainParser::parse(std::string_view bytes) {
-    constexpr std::size_t blockSize = 32 * 1024;
+    constexpr std::size_t maxBytes = 500'000;  // less than what parseBlock allows
     requireEncoding(bytes.empty() ? std::string_view("\0", 1) : bytes);
-    for (; !bytes.empty(); bytes.remove_prefix(std::min(blockSize, bytes.size())))
-        parseBlock(bytes.substr(0, blockSize), false);
-    parseBlock({}, true);
+    if (bytes.size() > maxBytes)
+        giveUp(Obstacle::limit);
+    // There the document would end.
+    if (bytes.find('\0') != std::string_view::npos)
+        giveUp(Obstacle::error);
+    if (!goesOn())
+        return finish();
+    owned_->document = bytes;
+    xmlParserInput* const input =
+        xmlNewStringInputStream(parser_, reinterpret_cast<const xmlChar*>(owned_->document.c_str()));
+    if (!input || inputPush(parser_, input) < 0)
+        throw std::bad_alloc();
+    if (xmlParseDocument(parser_) != 0 || parser_->errNo != XML_ERR_OK)
+        giveUp(Obstacle::error);
     return finish();
 }
 
@@ -230,9 +251,11 @@ void PlainParser::startElement(const xmlChar* name, const xmlChar** attributes, 
     bytesSinceTag_ = 0;
     if (extent_ == Extent::rootOnly && tree_.hasRoot())
         return;
-    const xmlChar* const encoding = parser_->myDoc->encoding;
-    if (encoding && xmlStrcasecmp(encoding, reinterpret_cast<const xmlChar*>("UTF-8")) != 0)
-        return giveUp(Obstacle::encoding);
+    // What is read in one piece is not converted, and the document may not say what it would be converted from.
+    for (const xmlChar* const encoding : {parser_->myDoc->encoding, parser_->input->encoding}) {
+        if (encoding && xmlStrcasecmp(encoding, reinterpret_cast<const xmlChar*>("UTF-8")) != 0)
+            return giveUp(Obstacle::encoding);
+    }
     tree_.startElement(name);
     // Each attribute is five pointers: name, prefix, URI, and where the value begins and ends.
     for (const xmlChar** const end = attributes + 5 * attributeCount; attributes != end; attributes += 5) {
@@ -277,11 +300,11 @@ void PlainParser::run(void* context, const Step& step) {
 }  // namespace
 
 PlainDocument parsePlainDocument(host::InputFileStream& stream, Extent extent, Rest rest) {
-    return PlainParser(extent, rest).parse(stream);
+    return PlainParser(extent, rest, Feed::inBlocks).parse(stream);
 }
 
 PlainDocument parsePlainDocument(std::string_view bytes) {
-    return PlainParser(Extent::wholeTree, Rest::isObstacle).parse(bytes);
+    return PlainParser(Extent::wholeTree, Rest::isObstacle, Feed::inOnePiece).parse(bytes);
 }
 
 }  // namespace project::metadata::detail

@@ -1,6 +1,6 @@
-/// A faster way to read plain documents, by libxml2's push parser: without the tree of its own that the text reader
-/// makes and throws away. It decides nothing: what is not plain, and every error, is left to the text reader. Without
-/// this file nothing would change but the time that reading takes.
+/// A faster way to read plain documents, by libxml2's parser beneath the text reader: without the tree of its own that
+/// the text reader makes and throws away. It decides nothing: what is not plain, and every error, is left to the text
+/// reader. Without this file nothing would change but the time that reading takes.
 #pragma once
 
 #include <memory>
