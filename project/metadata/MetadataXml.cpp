@@ -112,19 +112,27 @@ std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent
 template <class Tree>
 bool write(const Tree& tree, const host::Path& file, bool compactEnding) {
     const host::Path folder = getParentFolder(file);
-    if (!host::FileUtils::existNoExcept(folder))
-        makeFolder(folder);
-    if (const auto needsProof = tryToWrite(tree, file, compactEnding))
-        return *needsProof;
-
-    int reason = errno;
-    const host::Path& obstacle = host::FileUtils::existNoExcept(file) ? file : folder;
-    if (host::FileUtils::isReadOnlyNoExcept(obstacle)) {
-        makeWritable(obstacle);
-        if (const auto needsProof = tryToWrite(tree, file, compactEnding))
-            return *needsProof;
+    std::optional<bool> needsProof;
+    int reason = 0;
+    const auto attempt = [&] {
+        needsProof = tryToWrite(tree, file, compactEnding);
         reason = errno;
+    };
+    attempt();
+    // Mostly it is there.
+    if (!needsProof && !host::FileUtils::existNoExcept(folder)) {
+        makeFolder(folder);
+        attempt();
     }
+    if (!needsProof) {
+        const host::Path& obstacle = host::FileUtils::existNoExcept(file) ? file : folder;
+        if (host::FileUtils::isReadOnlyNoExcept(obstacle)) {
+            makeWritable(obstacle);
+            attempt();
+        }
+    }
+    if (needsProof)
+        return *needsProof;
     errno = reason;  // and not why something was not found since
     raise<MetadataWriteFailure>(file.text(), getCauseMessage());
 }
