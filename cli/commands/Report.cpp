@@ -26,6 +26,7 @@
 #include "operations/Project.hpp"
 #include "operations/TreeWalk.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/RepeatableRead.hpp"
 
 namespace cli {
@@ -40,6 +41,13 @@ std::string format(const Json& json) {
 /// Names that stand in the data as their numbers, because they come again and again.
 class Names {
 public:
+    std::size_t numberOf(const std::u16string& name) {
+        const auto [place, isNew] = known_.try_emplace(name, 0);
+        if (isNew)
+            place->second = numberOf(escapeName(name));
+        return place->second;
+    }
+
     /// @param name safe to show
     std::size_t numberOf(const std::string& name) {
         const auto [place, isNew] = numbers_.try_emplace(name, list_.size());
@@ -51,21 +59,22 @@ public:
     const Json& list() const { return list_; }
 
 private:
-    std::map<std::string, std::size_t> numbers_;
+    std::map<std::u16string, std::size_t> known_;
+    std::map<std::string, std::size_t> numbers_;  // by what is shown
     Json list_ = Json::array();
 };
 
 /// [number of the name, [number of a key, "value", ...], [child node, ...]]
 Json describe(const pm::MetadataNode& node, Names& names) {
     Json attributes = Json::array();
-    for (const std::u16string& key : node.getAttributeKeys()) {
-        attributes.push_back(names.numberOf(escapeName(key)));
-        attributes.push_back(escapeText(node.get(key)));
-    }
+    pm::visitAttributes(node, [&](const std::u16string& key, const std::u16string& value) {
+        attributes.push_back(names.numberOf(key));
+        attributes.push_back(escapeText(value));
+    });
     Json children = Json::array();
     for (const auto& child : node.getChildNodes())
         children.push_back(describe(*child, names));
-    return Json::array({names.numberOf(escapeName(node.getName())), std::move(attributes), std::move(children)});
+    return Json::array({names.numberOf(node.getName()), std::move(attributes), std::move(children)});
 }
 
 /// The file that becomes the page.
@@ -110,11 +119,16 @@ void writePaths(const pm::MetadataManager& store, Names& names, PageFile& page) 
     // What is damaged stands in the page, if the store can tell.
     const bool isTold = dynamic_cast<const pm::DamageReporter*>(&store) != nullptr;
     TreeWalk walk(store, {}, TreeWalk::anyDepth, isTold ? [] {} : &reportReadError);
+    std::u16string type;
+    std::string typeAndColon = formatElement(nothing);
     for (; walk.next(); progress.advance()) {
         const bool isRoot = walk.depth() == 0;
         const pm::PathElement& element = isRoot ? nothing : walk.path().getPath().back();
         const std::string step = formatElement(element);
-        const std::string typeAndColon = formatElement(pm::PathElement(element.getType(), u""));
+        if (element.getType() != type) {
+            type = element.getType();
+            typeAndColon = formatElement(pm::PathElement(type, u""));
+        }
         const auto node = walk.readNode();
         page << (isRoot ? "" : ",\n")
              << format(Json::array({walk.depth(), names.numberOf(typeAndColon.substr(0, typeAndColon.size() - 1)),

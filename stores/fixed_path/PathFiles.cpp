@@ -372,6 +372,8 @@ std::vector<Path> PathFiles::list(const Path& childFolder) const {
 bool PathFiles::findDamage(const Path& childFolder, Damages& damages) const {
     if (const auto known = listings_.find(childFolder, cache_); known && known->isAll) {
         for (const auto& [content, hasFolder] : known->children) {
+            if (!content->damage && !hasFolder)
+                continue;
             const Path below = childFolder / Path(nodeFolderName(content->element));
             const Path file(below.text() + nodeFileExtension);
             if (content->damage)
