@@ -1,6 +1,7 @@
 #include "operations/Project.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <exception>
@@ -11,6 +12,8 @@
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "store_support/CoreFileType.hpp"
+#include "store_support/Disk.hpp"
+#include "store_support/XmlFile.hpp"
 
 namespace operations {
 
@@ -94,6 +97,19 @@ std::optional<std::u16string> findType(const host::Path& file) {
 std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store) {
     const auto* const reporter = dynamic_cast<const pm::DamageReporter*>(&store);
     return reporter ? reporter->findDamage() : std::vector<pm::MetadataDamage>();
+}
+
+bool isOutOfReach(const host::Path& file) {
+    try {
+        const auto status = store_support::findStatus(file);
+        if (status && S_ISDIR(status->st_mode))
+            return access(file.accessName().c_str(), R_OK | X_OK) != 0;
+        if (status)
+            store_support::readXmlFile(file, *status);
+        return false;
+    } catch (const pm::MetadataReadFailure&) {
+        return true;
+    }
 }
 
 std::optional<pm::MetadataDamage> findLoss(const pm::MetadataManager& store) {

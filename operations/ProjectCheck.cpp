@@ -25,6 +25,7 @@
 #include "project/metadata/Uuid.hpp"
 #include "project/metadata/UuidText.hpp"
 #include "store_support/BatchJournal.hpp"
+#include "store_support/Disk.hpp"
 #include "store_support/FolderLock.hpp"
 
 namespace operations {
@@ -179,12 +180,13 @@ private:
 
     /// @param isKnown whether the check of the file has told why
     void addDamage(const pm::MetadataDamage& damage, bool isKnown) {
-        const bool isMissing = !host::FileUtils::existNoExcept(damage.file);
+        const bool isOut = isOutOfReach(damage.file);
+        const bool isMissing = !isOut && !store_support::exists(damage.file);
         const bool isCoreFile = damage.file == location_.getCoreFile();
         const bool isPathFile = !isCoreFile && pm::ends_with(damage.file.text(), extension);
         Remedy remedy = Remedy::none;
-        if (damage.isForeign)
-            remedy = Remedy::none;  // only who wrote it knows what it is worth
+        if (damage.isForeign || isOut)
+            remedy = Remedy::none;  // only who wrote it knows what it is worth; or it may be sound
         else if (isPathFile)
             remedy = isMissing ? Remedy::giveBack : Remedy::moveAside;
         else if (isCoreFile && !type_)

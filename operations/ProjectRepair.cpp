@@ -92,7 +92,7 @@ private:
         const host::Path shelter(folder_.text() + u".damaged");
         const std::u16string relative = file.text().substr(folder_.text().size() + 1);
         host::Path target = shelter / relative;
-        for (int number = 2; host::FileUtils::existNoExcept(target); ++number)
+        for (int number = 2; store_support::exists(target); ++number)
             target = host::Path((shelter / relative).text() + u'.' + host::fromUtf8(std::to_string(number)));
         return target;
     }

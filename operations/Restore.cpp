@@ -54,7 +54,7 @@ bool isDamagedCoreFile(const host::Path& coreFile) {
 bool isAboutDamage(const pm::MetadataReadFailure& error, const host::Path& coreFile) {
     const host::Path file(std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(0)));
     return file != coreFile && file != store_support::getLockFile(pm::getParentFolder(coreFile)) &&
-           access(file.accessName().c_str(), R_OK) == 0;
+           store_support::exists(file) && !isOutOfReach(file);
 }
 
 /// The cause of the exception in flight that a store has raised; null if there is none.
@@ -182,8 +182,14 @@ bool isDamaged(const host::Path& root, Observer& observer) {
     const auto progress = observer.start("Reading");
     try {
         const auto store = openProject(root);
-        if (dynamic_cast<const pm::DamageReporter*>(store.get()))
-            return !findDamage(*store).empty();
+        if (dynamic_cast<const pm::DamageReporter*>(store.get())) {
+            const std::vector<pm::MetadataDamage> damages = findDamage(*store);
+            for (const pm::MetadataDamage& damage : damages) {
+                if (isOutOfReach(damage.file))
+                    pm::raise<pm::MetadataReadFailure>(damage.file.text(), damage.problem);
+            }
+            return !damages.empty();
+        }
         readPaths(*store, *progress);
         return false;
     } catch (const std::exception& error) {

@@ -1,6 +1,5 @@
 #include "operations/XmlCheck.hpp"
 
-#include <cerrno>
 #include <memory>
 #include <new>
 #include <utility>
@@ -28,9 +27,11 @@ public:
     std::vector<Problem> run() {
         try {
             const auto opened = store_support::openRegularFile(file_, 0);
-            if (!opened)
-                store_support::raiseReadError(file_, ENOENT);
-            if (opened->status.st_size == 0) {
+            if (!opened) {
+                // Somebody has removed it meanwhile, or it is a link that leads nowhere.
+                if (const auto status = store_support::findStatus(file_))
+                    store_support::requireRegular(file_, *status);
+            } else if (opened->status.st_size == 0) {
                 add(0, u"it is empty");
             } else if (!isSound()) {
                 readAsXml(opened->descriptor.number());

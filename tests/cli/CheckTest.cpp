@@ -128,6 +128,29 @@ TEST_F(CheckTest, repairsWithoutLosingAnything) {
     EXPECT_THAT(run({"scan", root, "--dry-run", "-v"}).out, Not(HasSubstr("damaged")));
 }
 
+TEST_F(CheckTest, movesNothingAsideThatCannotBeHadNow) {
+    fill();
+    const Surroundings nobody{test::movedInstallation(), {}, {}, test::becomeUnprivileged};
+    for (const fs::path& each : {fs::path(root), metadata.parent_path(), metadata})
+        fs::permissions(each, fs::perms::all);
+    for (const std::string name : {"Project.xml", "T=c.xml"}) {
+        fs::permissions(metadata / name, fs::perms::none);
+        const auto before = test::readTree(root);
+        const Outcome outcome = run({"check", root, "--repair"}, nobody);
+        EXPECT_EQ(outcome.status, 1) << name << outcome.err;
+        EXPECT_THAT(outcome.out, HasSubstr(name + ": Permission denied"));
+        EXPECT_EQ(test::readTree(root), before);
+        fs::permissions(metadata / name, fs::perms::owner_all);
+    }
+    // A link is damage, wherever it leads.
+    fs::remove(metadata / "T=c.xml");
+    fs::create_symlink("nowhere", metadata / "T=c.xml");
+    const std::string problem = "T=c.xml: it is a symbolic link, which is not followed\n";
+    EXPECT_THAT(check(1, {"--repair", "--dry-run"}), HasSubstr(problem + "would repair: T=c.xml is moved to"));
+    EXPECT_THAT(check(0, {"--repair"}), HasSubstr(problem + "repaired: T=c.xml is moved to"));
+    EXPECT_TRUE(fs::is_symlink(root / "resources/project.damaged/T=c.xml"));
+}
+
 TEST_F(CheckTest, findsAndRepairsTheSameByARelativeName) {
     fill();
     writeBytes(metadata / "T=a.xml", "<<<<<<< ours");

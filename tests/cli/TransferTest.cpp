@@ -158,6 +158,15 @@ TEST_P(TransferTest, whatCannotBeHadNowIsNotTakenForDamaged) {
     const test::Surroundings unprivileged{test::movedInstallation(), {}, {}, test::becomeUnprivileged};
     expectFailure(run({"import", file, root, "--replace"}, unprivileged), 3, {root, "Permission denied"});
     EXPECT_EQ(readTree(root), before);
+    // Nor if it is only a part.
+    for (const auto& entry : fs::recursive_directory_iterator(root))
+        fs::permissions(entry.path(), fs::perms::all);
+    for (const auto& entry : fs::directory_iterator(coreFile.parent_path())) {
+        fs::permissions(entry.path(), fs::perms::none);
+        expectFailure(run({"import", file, root, "--replace"}, unprivileged), 3, {root, "Permission denied"});
+        fs::permissions(entry.path(), fs::perms::all);
+    }
+    EXPECT_EQ(readTree(root), before);
 }
 
 TEST_P(TransferTest, onePathIsExportedAndImportedAndTheRestStays) {
