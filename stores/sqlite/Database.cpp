@@ -30,6 +30,7 @@
 
 #include "host/FileUtils.hpp"
 #include "host/Interruption.hpp"
+#include "project/metadata/CoreFile.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/MetadataXml.hpp"
@@ -38,6 +39,7 @@
 #include "store_support/FileBatch.hpp"
 #include "store_support/PathXml.hpp"
 #include "store_support/StoreErrors.hpp"
+#include "store_support/XmlFile.hpp"
 
 namespace stores::sqlite {
 
@@ -160,6 +162,16 @@ std::optional<std::u16string> Database::findCoreFileDamage() const {
     } catch (const MetadataReadFailure& error) {
         return getReadProblem(error);
     }
+}
+
+std::u16string Database::findForeignInCoreFile() const {
+    const store_support::XmlFile xml = store_support::readXmlFile(coreFile_);
+    if (!xml.root)
+        return {};
+    std::u16string foreign = store_support::findForeign(*xml.root, {project::metadata::metadataTypeKey()}, false);
+    if (foreign.empty() && !xml.root->getChildNodes().empty())
+        foreign = u"<" + xml.root->getChildNodes().front()->getName() + u"> in <" + xml.root->getName() + u'>';
+    return foreign.empty() ? xml.foreign : store_support::describeLoss(foreign);
 }
 
 bool Database::open() {

@@ -49,6 +49,10 @@ public:
     /// beside a damaged one.
     std::optional<std::u16string> findCoreFileDamage() const;
 
+    /// What a sound core file holds besides, in words, that would be gone with it when the project is converted; empty
+    /// if there is nothing.
+    std::u16string findForeignInCoreFile() const;
+
     /// Opens the database, or opens it anew if it is another one by now. @return whether there is one
     /// @throws MetadataReadFailure naming the file and the cause
     bool open();

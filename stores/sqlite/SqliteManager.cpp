@@ -150,6 +150,8 @@ std::vector<MetadataDamage> SqliteManager::findDamage() const {
     std::vector<MetadataDamage> damage;
     if (auto problem = database_.findCoreFileDamage())
         damage.push_back({database_.getCoreFile(), std::move(*problem)});
+    else if (auto foreign = database_.findForeignInCoreFile(); !foreign.empty())
+        damage.push_back({database_.getCoreFile(), std::move(foreign), false, true});
     database_.read([&](PathTable& table, SeenChanges& /*seen*/) {
         for (std::u16string& problem : sqlite::findDamage(table))
             damage.push_back({database_.getFile(), std::move(problem)});

@@ -151,6 +151,19 @@ TEST_F(CheckTest, movesNothingAsideThatCannotBeHadNow) {
     EXPECT_TRUE(fs::is_symlink(root / "resources/project.damaged/T=c.xml"));
 }
 
+TEST_F(CheckTest, tellsWhatTheCoreFileOfADatabaseHoldsBesides) {
+    fill("sqlite");
+    for (const std::string core :
+         {"<Project MetadataType=\"sqlite\"><!-- mine --></Project>", "<Project MetadataType=\"sqlite\" Mine=\"1\"/>",
+          "<Project MetadataType=\"sqlite\"><Node><Mine/></Node></Project>"}) {
+        writeBytes(coreFile, core);
+        EXPECT_THAT(check(1, {"--repair"}), AllOf(HasSubstr("Project.xml: it holds "), HasSubstr("\n1 problem\n")));
+        expectFailure(run({"convert", root, "--store", "monolithic"}), 3, {coreFile, "would get lost"});
+        EXPECT_EQ(run({"set", root, "T:a", "k=2"}).status, 0);
+        EXPECT_EQ(test::readBytes(coreFile), core);
+    }
+}
+
 TEST_F(CheckTest, findsAndRepairsTheSameByARelativeName) {
     fill();
     writeBytes(metadata / "T=a.xml", "<<<<<<< ours");
