@@ -7,6 +7,7 @@
 #include "cli/text/DiffText.hpp"
 #include "cli/text/Progress.hpp"
 #include "operations/MetadataTree.hpp"
+#include "operations/Project.hpp"
 #include "project/exception/ProjectException.hpp"
 
 namespace cli {
@@ -27,7 +28,7 @@ void printTree(const PathTree& tree, const pm::MetadataPath& path) {
 /// Called while the error of reading it is handled.
 Status printLines(const host::Path& file) {
     std::ifstream stream(file.accessName(), std::ios::binary);
-    if (!stream)
+    if (!stream || leadsToFolder(file.accessName()))
         throw;
     for (std::string line; std::getline(stream, line);)
         print(escapeText(host::Path::fromAccessName(line).text()) + '\n');

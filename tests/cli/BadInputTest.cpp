@@ -37,7 +37,7 @@ TEST_F(DamagedProjectTest, isRefusedByEveryCommandThatReadsIt) {
     for (const auto& [content, cause] : damages) {
         test::writeBytes(coreFile, content);
         const auto before = readTree(root);
-        for (const std::string command : {"tree", "scan"})
+        for (const std::string command : {"tree", "scan", "textconv"})
             expectFailure(run({command, root}), 3, {coreFile, cause});
         expectFailure(run({"export", root, "-o", folder / "out.xml"}), 3, {coreFile, cause});
         EXPECT_EQ(readTree(root), before);
