@@ -3,15 +3,19 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <set>
 
 #include "host/FileUtils.hpp"
 #include "host/SettingsService.hpp"
+#include "operations/Project.hpp"
+#include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/Disk.hpp"
 #include "store_support/StoreErrors.hpp"
 #include "store_support/TreeRules.hpp"
+#include "store_support/XmlFile.hpp"
 
 namespace operations {
 
@@ -47,14 +51,39 @@ void requireFeasibleFolder(const host::Path& folder) {
     requireWritable(place);
 }
 
+/// Refuses `file` if the store neither replaces nor removes it, for what it is or holds.
+/// @param format reads single files of the store; null if it has none
+void requireSound(const host::Path& file, const pm::MetadataFileFormat* format) {
+    try {
+        const auto status = store_support::findStatus(file);
+        if (!status)
+            return;
+        store_support::requireRegular(file, *status);
+        if (format && !format->readFile(file))
+            pm::raise<pm::MetadataReadFailure>(file.text(), store_support::readXmlFile(file, *status).problem);
+    } catch (const pm::MetadataReadFailure& error) {
+        pm::raise<pm::MetadataWriteFailure>(file.text(), store_support::getReadProblem(error));
+    }
+}
+
 /// Refuses `change` if a file that it writes, or removes, may not be written.
-void requireWritableFiles(const pm::StoreFileLister& store, const StoreChange& change) {
+void requireWritableFiles(const pm::StoreFileLister& store, const pm::ProjectMetadataLocation& location,
+                          const StoreChange& change) {
+    const auto type = location.hasCoreFile() ? findType(location.getCoreFile()) : std::nullopt;
+    const auto factory = type ? pm::getNamedFactory(*type) : nullptr;
+    const auto* const format = dynamic_cast<const pm::MetadataFileFormat*>(factory.get());
+    std::set<host::Path> known;
     const auto requireNode = [&](const pm::MetadataPath& path) {
+        const host::Path file = store.getNodeFile(path);
         // What is on a server is in no file; and an empty path would be the current folder.
-        if (const host::Path file = store.getNodeFile(path); !file.empty())
-            requireWritable(file);
+        if (file.empty() || !known.insert(file).second)
+            return;
+        requireFeasibleFile(file);
+        requireSound(file, format);
     };
     for (const auto& [path, node] : change.nodes)
+        requireNode(path);
+    for (const pm::MetadataPath& path : change.added)
         requireNode(path);
     for (const pm::MetadataPath& path : change.removed)
         requireNode(path);
@@ -69,9 +98,10 @@ void requireFeasible(const pm::MetadataManager& store, const host::Path& root, c
     if (change.isEmpty())
         return;
     requireFeasible(root);
-    const host::Path folder = pm::ProjectMetadataLocation(root).getDirectory();
+    const pm::ProjectMetadataLocation location(root);
+    const host::Path folder = location.getDirectory();
     if (const auto* const lister = dynamic_cast<const pm::StoreFileLister*>(&store))
-        requireWritableFiles(*lister, change);
+        requireWritableFiles(*lister, location, change);
     for (const auto& [path, node] : change.nodes) {
         store_support::requireStorable(path, folder);
         if (node)

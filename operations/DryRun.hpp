@@ -8,7 +8,8 @@ namespace operations {
 
 /// Looks whether `change` of `store`, which is that of the project with the root folder `root`, could be made, and
 /// makes nothing: whether the metadata folder, or the folder in which it would be made, and the files of the nodes that
-/// it changes can be written, or may be made writable; and whether paths and nodes are such as stores take.
+/// it changes, with their folders, can be written, or may be made writable; whether those files are sound and hold
+/// nothing that would get lost; and whether paths and nodes are such as stores take.
 /// @throws ReadOnlyMetadataFailure, MetadataWriteFailure, as the change would
 void requireFeasible(const pm::MetadataManager& store, const host::Path& root, const StoreChange& change);
 

@@ -60,7 +60,13 @@ TEST_F(DamagedProjectTest, namesTheNodeFileThatCannotBeReadAndGoesOnWithoutIt) {
     const Outcome scanned = run({"scan", root, sample});
     EXPECT_EQ(scanned.status, 3);
     EXPECT_THAT(scanned.err, HasSubstr("project-metadata: Cannot read metadata from \"" + nodeFile.string()));
-    EXPECT_EQ(run({"remove", root, "File:README.md", "--node-only"}).status, 3);
+    expectFailure(run({"textconv", root}), 3, {"damaged", nodeFile});
+    for (std::vector<std::string> line : std::vector<std::vector<std::string>>{
+             {"remove", root, "File:README.md", "--node-only"}, {"remove", root, "File:README.md"}}) {
+        EXPECT_EQ(run(line).status, 3);
+        line.emplace_back("--dry-run");
+        expectFailure(run(line), 3, {nodeFile});
+    }
     EXPECT_EQ(readTree(root), before);
 
     // What is only besides metadata is another matter.
@@ -70,6 +76,14 @@ TEST_F(DamagedProjectTest, namesTheNodeFileThatCannotBeReadAndGoesOnWithoutIt) {
     EXPECT_THAT(whole.err, testing::AllOf(HasSubstr(": 1 file\n    \"" + nodeFile.native() + "\" "),
                                           HasSubstr("a comment in line "), testing::Not(HasSubstr("damaged"))));
     EXPECT_THAT(test::readBytes(folder / "whole.xml"), HasSubstr("README.md"));
+    for (std::vector<std::string> line :
+         std::vector<std::vector<std::string>>{{"set", root, "File:README.md", "K=V"},
+                                               {"remove", root, "File:README.md"},
+                                               {"move", root, "File:README.md", "File:moved"}}) {
+        expectFailure(run(line), 3, {nodeFile, "a comment"});
+        line.emplace_back("--dry-run");
+        expectFailure(run(line), 3, {nodeFile, "a comment"});
+    }
 }
 
 TEST_F(FullDiskTest, keepsTheOldContent) {
