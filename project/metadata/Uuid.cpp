@@ -1,5 +1,7 @@
 #include "project/metadata/Uuid.hpp"
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <sstream>
 #include <system_error>
@@ -8,6 +10,7 @@
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
+#include "host/FileUtils.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataErrors.hpp"
@@ -50,7 +53,15 @@ host::Path assignUuid(const host::Path& root, const std::u16string& uuid) {
     const std::u16string fileName = markerStart + (uuid.empty() ? generateUUID() : uuid) + markerEnd;
     host::Path marker = ProjectMetadataLocation(root).getDirectory() / fileName;
     const bool compactEnding = false;
-    writeToFile(MetadataNodeSpecification(markerElement), marker, compactEnding);
+    const bool isNew = !host::FileUtils::existNoExcept(marker);
+    try {
+        writeToFile(MetadataNodeSpecification(markerElement), marker, compactEnding);
+    } catch (...) {
+        // The name alone says which UUID the project has.
+        if (isNew)
+            unlink(marker.accessName().c_str());
+        throw;
+    }
     return marker;
 }
 

@@ -106,6 +106,15 @@ TEST_F(FullDiskTest, keepsTheOldContent) {
     }
 }
 
+TEST_F(FullDiskTest, leavesNoMarkerOfAUuid) {
+    init();
+    const auto before = readTree(root);
+    Surroundings full;
+    full.prepare = test::limitFileSize(3);
+    expectFailure(run({"uuid", root, "--new"}, full), 3, {coreFile.parent_path() / "uuid-"});
+    EXPECT_EQ(readTree(root), before);
+}
+
 /// Projects whose metadata folder is read-only for the user, and settings that allow to change that, or not.
 class ReadOnlyProjectTest : public test::ProjectFixture, public testing::WithParamInterface<const char*> {
 protected:
