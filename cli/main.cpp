@@ -197,7 +197,7 @@ int main(int argc, char** argv) {
         if (interruption.isRequested() && !cli::options().quiet)
             cli::reportError("It was too late to stop; everything is done");
     } catch (const cli::OutputClosed&) {
-        status = cli::Status::done;
+        // What is known by now holds, whether anybody reads it or not.
     } catch (...) {
         std::fflush(stdout);  // what was printed before the error is shown before it
         status = cli::reportCurrentException();

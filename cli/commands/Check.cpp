@@ -72,17 +72,15 @@ struct Wish {
     bool json = false;
 };
 
-Status check(const host::Path& root, const Wish& wish) {
-    CommandObserver observer;
-    CheckResult result = checkProject(root, observer);
-    const std::vector<Problem> found = result.problems;
-    if (!wish.json)
-        std::for_each(found.begin(), found.end(), printProblem);
-    std::vector<Repair> repairs;
-    if (wish.repair)
-        repairs = repairAll(root, result, wish.dryRun, observer);
-    takeWarnings();  // the stores have logged what is printed here
-    const Status status = result.problems.empty() ? Status::done : Status::foundProblems;
+/// What has come of a check.
+struct Findings {
+    const std::vector<Problem>& found;
+    const std::vector<Repair>& repairs;
+    const CheckResult& result;
+};
+
+void printFindings(const Findings& findings, const Wish& wish) {
+    const auto& [found, repairs, result] = findings;
     if (wish.json) {
         printJson({{"files", result.files},
                    {"paths", result.paths},
@@ -90,7 +88,7 @@ Status check(const host::Path& root, const Wish& wish) {
                    {"repairs", listJson(repairs)},
                    {"remaining", listJson(result.problems)},
                    {"others", listJson(result.others)}});
-        return status;
+        return;
     }
     for (const Repair& repair : repairs)
         printRepair(repair, wish.dryRun);
@@ -104,7 +102,20 @@ Status check(const host::Path& root, const Wish& wish) {
     }
     printNote(formatCount(result.files, "file") + " and " + formatCount(result.paths, "path") + " read\n");
     print(formatCount(result.problems.size(), "problem") + '\n');
-    return status;
+}
+
+Status check(const host::Path& root, const Wish& wish) {
+    CommandObserver observer;
+    CheckResult result = checkProject(root, observer);
+    const std::vector<Problem> found = result.problems;
+    if (!wish.json)
+        printIfRead([&] { std::for_each(found.begin(), found.end(), printProblem); });
+    std::vector<Repair> repairs;
+    if (wish.repair)
+        repairs = repairAll(root, result, wish.dryRun, observer);
+    takeWarnings();  // the stores have logged what is printed here
+    printIfRead([&] { printFindings({found, repairs, result}, wish); });
+    return result.problems.empty() ? Status::done : Status::foundProblems;
 }
 
 Command::Action configure(CLI::App& app) {

@@ -70,18 +70,20 @@ Status diff(const Arguments& arguments, bool isJson) {
         printCounts(diffs, isJson);
         return status;
     }
-    JsonList list;
-    for (const PathDiff& diff : diffs) {
-        progress.advance();
+    printIfRead([&] {
+        JsonList list;
+        for (const PathDiff& diff : diffs) {
+            progress.advance();
+            if (isJson)
+                list.add(toJson(diff, arguments.isNameOnly ? DiffParts::name : DiffParts::all));
+            else if (arguments.isNameOnly)
+                print(formatPath(diff.path) + '\n');
+            else
+                printDiff(diff);
+        }
         if (isJson)
-            list.add(toJson(diff, arguments.isNameOnly ? DiffParts::name : DiffParts::all));
-        else if (arguments.isNameOnly)
-            print(formatPath(diff.path) + '\n');
-        else
-            printDiff(diff);
-    }
-    if (isJson)
-        list.end();
+            list.end();
+    });
     return status;
 }
 

@@ -94,7 +94,7 @@ Status merge(const Arguments& arguments, bool isJson) {
                        arguments.dryRun},
                       observer);
     if (!output.isStandard())
-        report(arguments, conflicts, isJson);
+        printIfRead([&] { report(arguments, conflicts, isJson); });
     else if (!arguments.dryRun)
         output.finish();
     return conflicts.empty() ? Status::done : Status::foundProblems;

@@ -35,6 +35,14 @@ void printField(const std::string& label, const std::string& value) {
     print(label + std::string(12 - label.size(), ' ') + value + '\n');
 }
 
+void printIfRead(const std::function<void()>& tell) {
+    try {
+        tell();
+    } catch (const OutputClosed&) {
+        // Neither will anybody read what is printed later.
+    }
+}
+
 void flushOutput() {
     if (std::fflush(stdout) != 0)
         raiseWriteError(errno);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -27,6 +28,10 @@ void printNote(std::string_view text);
 /// @param label ASCII, at most 11 characters
 /// @throws as `print`
 void printField(const std::string& label, const std::string& value);
+
+/// Does `tell`, which prints what the command has found or done. That nobody reads it changes nothing of that.
+/// @throws as `print`, but for `OutputClosed`
+void printIfRead(const std::function<void()>& tell);
 
 /// Writes what is still in the buffer.
 /// @throws as `print`

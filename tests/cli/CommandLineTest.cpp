@@ -176,6 +176,26 @@ TEST_F(CommandLineTest, outputThatNobodyReadsEndsTheCommandQuietly) {
 }
 
 TEST_F(CommandPluginsTest, areFoundWhereverTheInstallationIsMoved) {
+    // What was found, and what was asked for, stays the same; also if the first of many lines shows that nobody reads.
+    const fs::path other = folder / "other";
+    std::string commands, damages;
+    for (int i = 0; i < 200; ++i)
+        commands += "set --create T:" + std::to_string(i) + " K=" + std::string(100, 'x') + '\n';
+    fs::copy(root, other, fs::copy_options::recursive);
+    EXPECT_EQ(run({"edit", root, "-"}, test::withInput(commands)).status, 0);
+    EXPECT_EQ(run({"diff", root, other}, surroundings).status, 1);
+    std::replace(commands.begin(), commands.end(), 'x', 'y');
+    EXPECT_EQ(run({"edit", other, "-"}, test::withInput(commands)).status, 0);
+    const fs::path base = folder / "base.xml";
+    test::writeBytes(base, "<Project MetadataType=\"monolithic\"/>");
+    EXPECT_EQ(run({"export", root, "-o", folder / "ours.xml"}).status, 0);
+    EXPECT_EQ(run({"export", other, "-o", folder / "theirs.xml"}).status, 0);
+    EXPECT_EQ(run({"merge", base, folder / "ours.xml", folder / "theirs.xml"}, surroundings).status, 1);
+    for (int i = 0; i < 200; ++i)
+        test::writeBytes(coreFile.parent_path() / ("T=" + std::to_string(i) + ".xml"), "");
+    EXPECT_EQ(run({"check", root}, surroundings).status, 1);
+    EXPECT_EQ(run({"check", root, "--repair"}, surroundings).status, 0);
+    EXPECT_EQ(run({"check", root}).status, 0);
     Surroundings moved;
     moved.prefix = test::movedInstallation();
     EXPECT_EQ(run({"stores"}, moved).out, run({"stores"}).out);
