@@ -43,7 +43,6 @@ public:
           progress_(observer.start("Checking")) {}
 
     CheckResult run() {
-        requireRoot(root_);
         const bool isInterrupted = checkLeftovers();
         if (!isInterrupted)
             requireCoreFile(root_);
@@ -265,6 +264,7 @@ private:
 }  // namespace
 
 CheckResult checkProject(const host::Path& root, Observer& observer) {
+    requireRoot(root);  // an empty one is no name for the current folder
     return ProjectCheck(root, observer).run();
 }
 

@@ -21,6 +21,7 @@
 #include "operations/FileOutput.hpp"
 #include "operations/Git.hpp"
 #include "operations/MetadataTree.hpp"
+#include "operations/Project.hpp"
 #include "project/metadata/FileUtilities.hpp"
 #include "project/metadata/MetadataRoots.hpp"
 
@@ -234,6 +235,9 @@ Command::Action configure(CLI::App& app) {
     arguments->isJson = addJson(app);
     return [operands, arguments] {
         arguments->folder = operands.get()[0].value_or(".");
+        // For git, an empty text is the current folder.
+        if (!leadsToFolder(arguments->folder))
+            throw CommandError(Status::failure, '"' + arguments->folder + "\" is no folder");
         return setUp(*arguments);
     };
 }

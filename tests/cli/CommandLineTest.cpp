@@ -122,6 +122,9 @@ TEST_F(CommandLineTest, theOptionForTheRootIsHeededByAllCommandsOrRefused) {
                                                                                       {"diff", other, ""}})
         expectFailure(here(line), 2, {});
     EXPECT_TRUE(fs::is_empty(elsewhere.folder));
+    // An empty text, as of a variable that is not set, is no name of the current folder.
+    for (const std::string command : {"check", "git-setup", "tree", "init"})
+        EXPECT_GE(run({command, "-C", ""}, {{}, root, {}, {}}).status, 3) << command;
 }
 
 TEST_F(CommandLineTest, storesNamesTheDefault) {
@@ -173,9 +176,6 @@ TEST_F(CommandLineTest, outputThatNobodyReadsEndsTheCommandQuietly) {
             close(ends[0]), close(ends[1]);
     };
     expectSuccess(run({"tree", root}, surroundings), "");
-}
-
-TEST_F(CommandPluginsTest, areFoundWhereverTheInstallationIsMoved) {
     // What was found, and what was asked for, stays the same; also if the first of many lines shows that nobody reads.
     const fs::path other = folder / "other";
     std::string commands, damages;
@@ -196,6 +196,9 @@ TEST_F(CommandPluginsTest, areFoundWhereverTheInstallationIsMoved) {
     EXPECT_EQ(run({"check", root}, surroundings).status, 1);
     EXPECT_EQ(run({"check", root, "--repair"}, surroundings).status, 0);
     EXPECT_EQ(run({"check", root}).status, 0);
+}
+
+TEST_F(CommandPluginsTest, areFoundWhereverTheInstallationIsMoved) {
     Surroundings moved;
     moved.prefix = test::movedInstallation();
     EXPECT_EQ(run({"stores"}, moved).out, run({"stores"}).out);
