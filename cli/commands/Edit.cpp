@@ -121,16 +121,17 @@ Request parseRequest(const Verb& verb, const std::vector<std::string>& words) {
     for (auto word = words.begin() + 1; word != words.end(); ++word) {
         if (!takesOptions || word->compare(0, 2, "--") != 0) {
             request.words.push_back(*word);
-        } else if (*word == "--") {
-            takesOptions = false;
-        } else if (holds(verb.flags, *word)) {
-            request.options[*word];
-        } else if (holds(verb.options, *word) && word + 1 != words.end()) {
-            request.options[*word] = *(word + 1);
-            ++word;
-        } else {
-            refuseUsage(verb);
+            continue;
         }
+        const std::string name = word->substr(0, word->find('='));
+        if (*word == "--")
+            takesOptions = false;
+        else if (holds(verb.flags, *word))
+            request.options[*word];
+        else if (!holds(verb.options, name) || (name == *word && word + 1 == words.end()))
+            refuseUsage(verb);
+        else if (!request.options.emplace(name, name == *word ? *++word : word->substr(name.size() + 1)).second)
+            throw CommandError(Status::usage, name + " is there twice");
     }
     if (request.words.size() < verb.fewest || request.words.size() > verb.most)
         refuseUsage(verb);

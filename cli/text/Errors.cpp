@@ -9,6 +9,8 @@
 #include <variant>
 #include <vector>
 
+#include <boost/algorithm/string/replace.hpp>
+
 #include "cli/text/Output.hpp"
 #include "cli/text/PathText.hpp"
 #include "cli/text/Progress.hpp"
@@ -163,6 +165,11 @@ const std::string programStart = "project-metadata: ";
 const std::string indentation = "    ";
 
 }  // namespace
+
+// What comes from a file or the standard input may hold NUL, where `what` would end.
+CommandError::CommandError(Status status, const std::string& sentence)
+    : std::runtime_error(boost::algorithm::replace_all_copy(sentence, std::string(1, '\0'), "\\u0000")),
+      status_(status) {}
 
 void reportError(const std::string& sentence) {
     tell(programStart, escapeBytes(sentence));

@@ -16,7 +16,7 @@ enum class Status { done = 0, foundProblems = 1, usage = 2, failure = 3, notAPro
 /// The command cannot go on. `what()` is a sentence in UTF-8; the paths in it are bytes as the disk has them.
 class CommandError : public std::runtime_error {
 public:
-    CommandError(Status status, const std::string& sentence) : std::runtime_error(sentence), status_(status) {}
+    CommandError(Status status, const std::string& sentence);
 
     /// With what the process ends.
     Status status() const { return status_; }

@@ -101,7 +101,7 @@ copy F:a F:z|F:c
 set F:z|F:c|F:below K=3
 remove F:a
 add F:a
-add F:y --before F:z
+add F:y --before=F:z
 remove --node-only F:z|F:c
 unset F:z Path
 )";
@@ -125,6 +125,8 @@ unset F:z Path
              {"sett F:a K=V", 2, "\"sett\" is none of"},
              {"set F:a", 2, "KEY=VALUE"},
              {"set --what F:a K=V", 2, "--create"},
+             {"add F:n --before F:y --before F:z", 2, "--before is there twice"},
+             {std::string("set F:a K=1") + '\0' + "set F:a L=2", 2, "K=1\\u0000set"},
              {"set F:a 'K=V", 2, "no second one"},
              {R"(set F:a "K=\q")", 2, "after a backslash"},
              {"set F:b K=V", 3, "\"F:b\""},
