@@ -14,6 +14,7 @@
 #include "operations/Errors.hpp"
 #include "operations/Git.hpp"
 #include "operations/MetadataTree.hpp"
+#include "operations/NodeEdit.hpp"
 #include "operations/Project.hpp"
 #include "operations/StoreChange.hpp"
 #include "operations/TreeWalk.hpp"
@@ -224,9 +225,22 @@ private:
     std::map<std::string, TreePtr> trees_;  // by commit
 };
 
-std::vector<PathDiff> compare(const MetadataTree& before, const MetadataTree& after, const pm::MetadataPath& path) {
+/// Whether the attribute `key` of the path's node is different.
+bool concerns(const PathDiff& diff, const std::u16string& key) {
+    if (!diff.node)
+        return false;
+    const NodeDiff& node = *diff.node;
+    if (!node.before || !node.after)
+        return findAttribute(node.before, key) || findAttribute(node.after, key);
+    return std::any_of(node.attributes.begin(), node.attributes.end(),
+                       [&](const AttributeDiff& attribute) { return attribute.key == key; });
+}
+
+std::vector<PathDiff> compare(const MetadataTree& before, const MetadataTree& after, const HistoryRequest& request) {
     std::vector<PathDiff> diffs = diffTrees(before, after);
-    const auto isElsewhere = [&](const PathDiff& diff) { return !isAtOrBelow(diff.path, path); };
+    const auto isElsewhere = [&](const PathDiff& diff) {
+        return !isAtOrBelow(diff.path, request.path) || (request.key && !concerns(diff, *request.key));
+    };
     diffs.erase(std::remove_if(diffs.begin(), diffs.end(), isElsewhere), diffs.end());
     return diffs;
 }
@@ -266,9 +280,9 @@ std::vector<Revision> walkHistory(const host::Path& root, const HistoryRequest& 
         progress.reset();
         if (std::find(before.begin(), before.end(), nullptr) != before.end())
             continue;  // the one before is named, too
-        std::vector<PathDiff> diffs = compare(*before.front(), *after, request.path);
+        std::vector<PathDiff> diffs = compare(*before.front(), *after, request);
         for (auto other = before.begin() + 1; other != before.end(); ++other)
-            keepCommon(diffs, compare(**other, *after, request.path));
+            keepCommon(diffs, compare(**other, *after, request));
         if (!diffs.empty() && !visit(revision, diffs))
             break;
     }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,8 @@ struct Revision {
 
 struct HistoryRequest {
     pm::MetadataPath path;
-    bool below = false;  ///< what is below the path, too
+    bool below = false;                 ///< what is below the path, too
+    std::optional<std::u16string> key;  ///< only differences of this attribute of the node of a path
 };
 
 /// Calls `visit` for each commit in which the path changed, the newest first, with what is different from the commit

@@ -1,13 +1,10 @@
 /// project-metadata log: who changed what in a path, from the history of git.
 
-#include <algorithm>
-
 #include "cli/Command.hpp"
 #include "cli/text/DiffText.hpp"
 #include "cli/text/Progress.hpp"
 #include "cli/text/Terminal.hpp"
 #include "operations/History.hpp"
-#include "operations/NodeEdit.hpp"
 
 namespace cli {
 
@@ -21,17 +18,6 @@ struct Flags {
 
 std::string show(const std::string& bytes) {
     return escapeText(host::Path::fromAccessName(bytes).text());
-}
-
-/// Whether the attribute `key` of the path's node is different.
-bool concerns(const PathDiff& diff, const std::u16string& key) {
-    if (!diff.node)
-        return false;
-    const NodeDiff& node = *diff.node;
-    if (!node.before || !node.after)
-        return findAttribute(node.before, key) || findAttribute(node.after, key);
-    return std::any_of(node.attributes.begin(), node.attributes.end(),
-                       [&](const AttributeDiff& attribute) { return attribute.key == key; });
 }
 
 Json describe(const Revision& revision) {
@@ -50,15 +36,13 @@ void printHead(const Revision& revision) {
 
 Status log(const Positionals::Values& values, const Flags& flags) {
     const pm::MetadataPath path = parsePath(values.texts[0]);
-    const auto key = flags.key ? std::optional(host::fromUtf8(*flags.key)) : std::nullopt;
+    HistoryRequest request{path, flags.below, std::nullopt};
+    if (flags.key)
+        request.key = host::fromUtf8(*flags.key);
     CommandObserver observer;
     JsonList list;
     std::size_t count = 0;
-    const auto visit = [&](const Revision& revision, std::vector<PathDiff> diffs) {
-        const auto isOther = [&](const PathDiff& diff) { return key && !concerns(diff, *key); };
-        diffs.erase(std::remove_if(diffs.begin(), diffs.end(), isOther), diffs.end());
-        if (diffs.empty())
-            return true;
+    const auto visit = [&](const Revision& revision, const std::vector<PathDiff>& diffs) {
         if (*flags.isJson) {
             Json json = describe(revision);
             json["changes"] = Json::array();
@@ -75,7 +59,7 @@ Status log(const Positionals::Values& values, const Flags& flags) {
         flushOutput();
         return true;
     };
-    const std::vector<Revision> unreadable = walkHistory(values.root, {path, flags.below}, visit, observer);
+    const std::vector<Revision> unreadable = walkHistory(values.root, request, visit, observer);
     if (*flags.isJson)
         list.end();
     flushOutput();

@@ -73,6 +73,15 @@ TEST_F(HistoryTest, logTellsWhoChangedAPathOrAnAttributeThroughMergesAndConversi
     EXPECT_THAT(log({"F:a", "--below"}),
                 ElementsAre("removed removed", "again changed", testing::_, testing::_, "added added"));
     EXPECT_THAT(log({"F:none"}, 1), ElementsAre());
+    // A merge has changed no attribute that one of the two has as it is.
+    git("checkout -q -b k HEAD~2");
+    change({"set", "F:a", "K=3"}, "k");
+    git("checkout -q -b l HEAD~1");
+    change({"set", "F:a", "L=3"}, "l");
+    git("merge -q -s ours --no-commit k");
+    change({"set", "F:a", "K=3"}, "both");
+    EXPECT_THAT(log({"F:a", "--attribute", "K"}), ElementsAre("k changed", "again changed", "added added"));
+    git("checkout -q main");
     const Outcome text = run({"log", root, "F:a", "--attribute", "L"});
     EXPECT_THAT(text.out, HasSubstr("a <a@b>  side\n    ~ F:a\n        ~ node Info\n            + L=\"1\"\n"));
 
