@@ -110,10 +110,10 @@ std::u16string describeTooLong(const MetadataNode& node, const Path& scratch) {
         longest = node.get(key).size() > node.get(longest).size() ? key : longest;
         units += key.size() + node.get(key).size();
     }
-    const auto describe = [&](const std::u16string& what,
-                              const project::metadata::MetadataNodeSpecification& measured) {
+    const auto describe = [&](const std::u16string& what, const project::metadata::MetadataNodeSpecification& measured,
+                              std::size_t bytesAround) {
         const std::size_t size = measureAttributes(measured, scratch);
-        if (problem.empty() && size + bytesAroundTag >= maximumTagBytes) {
+        if (problem.empty() && size + bytesAround >= maximumTagBytes) {
             problem = what + u" takes " + formatNumber(size) + u" bytes in XML, where a node may take less than " +
                       formatNumber(maximumTagBytes) + u", with about 200 around its attributes";
         }
@@ -122,8 +122,8 @@ std::u16string describeTooLong(const MetadataNode& node, const Path& scratch) {
     if (mostBytesOfUnit * units + bytesAroundTag >= maximumTagBytes) {
         project::metadata::MetadataNodeSpecification alone(name);
         alone.put(longest, node.get(longest));
-        describe(u"the attribute \"" + longest + u"\" of <" + name + u'>', alone);
-        describe(u"all that the attributes of <" + name + u"> hold", tag);
+        describe(u"the attribute \"" + longest + u"\" of <" + name + u'>', alone, 0);
+        describe(u"all that the attributes of <" + name + u"> hold", tag, bytesAroundTag);
     }
     for (const auto& child : node.getChildNodes())
         problem = problem.empty() ? describeTooLong(*child, scratch) : problem;

@@ -112,6 +112,11 @@ TEST_P(StoreDamageTest, RefusesWhatCouldNotBeReadBack) {
     for (const char16_t* key : {u"a", u"b", u"c"})
         longTag.put(key, std::u16string(900'000, u'"'));
     refused(longTag, "all that the attributes of <Info> hold takes 16200015 bytes");
+    // One of them alone is not to blame.
+    MetadataNodeSpecification longTogether;
+    longTogether.put(u"a", std::u16string(9'999'000, u'x'));
+    longTogether.put(u"b", std::u16string(2000, u'x'));
+    refused(longTogether, "all that the attributes of <Info> hold takes 10001010 bytes");
     MetadataNodeSpecification longName;
     longName.createChildNode(std::u16string(50'001, u'n'));
     refused(longName, "the name \"nnnn");
