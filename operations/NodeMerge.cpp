@@ -18,6 +18,7 @@ namespace operations {
 using pm::MetadataNode;
 
 const std::u16string conflictName = u"Conflict";
+const std::u16string madeForMarkKey = u"Node";
 
 namespace {
 
@@ -211,6 +212,8 @@ NodePtr NodeMerge::mark(Conflict conflict, const NodePtr& node) {
     names_.clear();
     path_ = conflict.path;
     markIn(*marked, std::move(conflict));
+    if (!node)
+        marked->getChildNodes().back()->put(madeForMarkKey, u"none");
     return marked;
 }
 

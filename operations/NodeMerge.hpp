@@ -31,6 +31,9 @@ namespace operations {
 /// The name of the child node that marks a conflict.
 extern const std::u16string conflictName;
 
+/// The key of an attribute of a mark that says that the path had no node, before one was made for the mark.
+extern const std::u16string madeForMarkKey;
+
 using Text = std::optional<std::u16string>;
 
 struct Conflict {

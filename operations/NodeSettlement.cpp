@@ -20,14 +20,16 @@ class Settling {
 public:
     explicit Settling(MergeSide side) : side_(side), sideKey_(side == MergeSide::ours ? u"Ours" : u"Theirs") {}
 
-    /// @return null if the side has removed the node
+    /// @return null if the side has removed the node, or if nothing is in it that was made for a mark
     std::unique_ptr<MetadataNode> settle(const MetadataNode& node, bool isPathsOwn) {
         AttributeChanges changes;
         std::u16string name = node.getName();
+        bool isMadeForMark = false;
         for (const auto& mark : node.getChildNodes()) {
             if (!isMark(*mark))
                 continue;
             ++count;
+            isMadeForMark = isMadeForMark || !mark->get(madeForMarkKey).empty();
             const std::u16string& what = mark->get(u"What");
             if (what == nameOfConflict(Conflict::What::attribute)) {
                 changes[mark->get(u"Key")] = findValue(*mark);
@@ -50,7 +52,9 @@ public:
                            : "there are versions of different paths; remove the mark when all is in its place");
             }
         }
-        return copy(node, name, changes);
+        auto settled = copy(node, name, changes);
+        const bool isEmpty = settled->getAttributeKeys().empty() && settled->getChildNodes().empty();
+        return isMadeForMark && isEmpty ? nullptr : std::move(settled);
     }
 
     std::size_t count = 0;

@@ -249,6 +249,21 @@ TEST_F(CompareTest, aConflictIsSettledByTakingOneSide) {
     EXPECT_EQ(run({"check", settled}).status, 0);
     expectFailure(run({"merge", "-C", settled, "--settle", "T:g", "both"}), 2, {"both"});
     expectFailure(run({"merge", base, "--settle", "T:g", "ours"}), 2, {base});
+    // A path without a node has none any more once it is settled, unless somebody has put something into it.
+    const std::string branch = "<Path Location=\"b\" Type=\"T\">";
+    const auto below = [&](const std::string& name, const std::string& node) {
+        return project(name, branch + path("c", node) + "</Path>", "fixedPath");
+    };
+    const std::string kept = below("kept", "k=\"1\"");
+    EXPECT_EQ(run({"merge", below("old", ""), kept, project("gone", "", "fixedPath")}).status, 1);
+    EXPECT_EQ(run({"check", kept}).status, 1);
+    const std::string written = folder / "written";
+    fs::copy(kept, written, fs::copy_options::recursive);
+    EXPECT_EQ(run({"merge", "-C", kept, "--settle", "T:b", "ours", "-q"}).status, 0);
+    expectSuccess(run({"diff", kept, below("same", "k=\"1\"")}), "");
+    EXPECT_EQ(run({"set", written, "T:b", "Mine=1", "-q"}).status, 0);
+    EXPECT_EQ(run({"merge", "-C", written, "--settle", "T:b", "ours", "-q"}).status, 0);
+    expectSuccess(run({"get", written, "T:b", "Mine"}), "1\n");
 
     const auto marked = [&](const std::string& mark) {
         static int number = 0;
