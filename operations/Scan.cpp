@@ -1,6 +1,7 @@
 #include "operations/Scan.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 
 #include "operations/DryRun.hpp"
@@ -11,6 +12,7 @@
 #include "operations/Workshop.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
+#include "store_support/StoreErrors.hpp"
 
 namespace operations {
 
@@ -78,6 +80,8 @@ ScanResult scanInto(const host::Path& root, const ScanRequest& request, Observer
     const host::Path metadata = pm::ProjectMetadataLocation(root).getDirectory();
     if (!FileIdentity::of(folder))
         throw OperationError(ErrorKind::failure, "The folder " + quoted(folder) + " does not exist");
+    if (!leadsToFolder(folder.accessName()))
+        store_support::raiseReadError(folder, ENOTDIR);
     if (findWay(metadata, folder))
         throw OperationError(ErrorKind::usage,
                              quoted(folder) + " belongs to the metadata folder of the project itself");

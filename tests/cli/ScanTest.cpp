@@ -431,6 +431,9 @@ TEST_F(ScanRefusalTest, whatIsNoFolderAndTheMetadataItself) {
     for (const std::string& path : {(folder / "absent").native(), std::string()})
         expectFailure(run({"scan", root, path}), 3, {'"' + path + '"', "does not exist"});
     expectFailure(run({"scan", root, folder / "file"}), 3, {folder / "file", "Not a directory"});
+    test::runGit(folder.std(), "init -q");
+    EXPECT_THAT(run({"scan", root, folder / "file"}).err, testing::Not(testing::HasSubstr("git")));
+    fs::remove_all(folder / ".git");
     fs::create_directory(coreFile.parent_path() / "below");
     for (const fs::path& own : {coreFile.parent_path(), coreFile.parent_path() / "below"})
         expectFailure(run({"scan", root, own}), 2, {own});
