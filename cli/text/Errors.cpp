@@ -38,8 +38,9 @@ struct Report {
     Status status = Status::failure;
 
     void add(std::string sentence) {
-        if (sentence.empty())
+        if (sentence.empty() && sentences.empty())
             sentence = "An error of an unknown kind occurred";
+        // Of what an error is caused by, nothing else may be known.
         if (!holds(sentence))
             sentences.push_back(std::move(sentence));
     }

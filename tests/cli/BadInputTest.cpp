@@ -204,6 +204,8 @@ TEST(ReadOnlyRootTest, getsNoMetadata) {
     nobody.prepare = test::becomeUnprivileged;
     expectFailure(run({"init", folder / "project"}, nobody), 3, {folder / "project/resources", "read-only"});
     EXPECT_EQ(readTree(folder / "project").size(), 0U);
+    // Where nothing else is known of the cause, nothing else is said.
+    EXPECT_THAT(run({"init", "/proc/project"}).err, MatchesRegex("[^\n]+/proc/project/[^\n]+\n"));
 }
 
 TEST_F(DamagedProjectTest, aDryRunFailsAtWhatCannotBeWrittenToo) {
