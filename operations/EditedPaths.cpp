@@ -48,15 +48,17 @@ std::vector<pm::PathElement> EditedPaths::listChildren(const pm::MetadataPath& p
         for (const Branch& child : findBranch(path)->children)
             steps.push_back(child.step);
     } else {
-        for (const pm::MetadataPath& child : store_.getChildren(path))
-            steps.push_back(child.getLeaf());
+        for (const pm::MetadataPath& child : store_.getChildren(path)) {
+            if (removedSet_.count(child) == 0)
+                steps.push_back(child.getLeaf());
+        }
     }
     return steps;
 }
 
 void EditedPaths::make(const pm::MetadataPath& path) {
     std::vector<pm::PathElement> steps;
-    Branch* branch = removed_.empty() ? tree_.get() : &tree();
+    Branch* branch = gone_.empty() ? tree_.get() : &tree();
     for (const pm::PathElement& step : path.getPath()) {
         steps.push_back(step);
         if (branch) {
@@ -90,7 +92,10 @@ void EditedPaths::remove(const pm::MetadataPath& path) {
     }
     const auto progress = observer_.start("Reading");
     for (pm::MetadataPath& each : listPaths(store_, path, *progress)) {
-        if (removedSet_.insert(each).second)
+        // The root path stays, and loses its node.
+        if (each.getPath().empty())
+            onGone_(each);
+        else if (removedSet_.insert(each).second)
             removed_.push_back(std::move(each));
     }
     gone_.push_back(path);

@@ -256,6 +256,11 @@ StoreChange ProjectEdit::finish() {
         change.nodes.emplace_back(path, std::move(wanted));
     }
     paths_->finish(change);
+    // With everything else, the node of the root path goes in the same batch.
+    if (std::find(change.gone.begin(), change.gone.end(), pm::MetadataPath()) != change.gone.end()) {
+        const auto isRoot = [](const auto& entry) { return entry.first.getPath().empty(); };
+        change.nodes.erase(std::remove_if(change.nodes.begin(), change.nodes.end(), isRoot), change.nodes.end());
+    }
     return change;
 }
 

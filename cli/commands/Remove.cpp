@@ -72,7 +72,9 @@ Status remove(const Positionals::Values& values, const Flags& flags) {
     std::reverse(addresses.begin(), addresses.end());
     std::size_t nodes = 0;
     for (const NodeAddress& address : addresses) {
-        nodes += flags.nodes || !address.inside.empty() ? 1U : 0U;
+        // Of the root path, only the node goes.
+        const bool isOfRoot = address == NodeAddress{} && editing.store().hasNode({});
+        nodes += flags.nodes || !address.inside.empty() || isOfRoot ? 1U : 0U;
         if (flags.nodes && address.inside.empty())
             editing.edit().removeNode(address.path);
         else

@@ -146,6 +146,14 @@ unset F:z Path
                     .out,
                 HasSubstr(": 0 added, 1 updated, 0 removed\n"));
     EXPECT_EQ(run({"get", root, "F:y", "K"}).status, 1);
+    // The root path stays when all is removed, without its node, and has what comes later.
+    for (const std::string line : {"unset / K", "move F:a F:b", "set F:a K=1"}) {
+        const Outcome outcome = edit("set / K=1\nremove --all /\n" + line);
+        expectFailure(outcome, 3, {"Line 3"});
+        EXPECT_THAT(outcome.err, testing::Not(testing::AnyOf(HasSubstr("did you mean"), HasSubstr("vector"))));
+    }
+    EXPECT_THAT(edit("remove --all /\nset / New=1\nset --create F:n|F:m K=1\n", {"--dry-run"}).out,
+                HasSubstr(": 2 added, 1 updated, "));
     // A new path stays when its node goes again.
     EXPECT_THAT(edit("set --create F:n|F:m K=1\nremove --node-only F:n|F:m\n").out, HasSubstr(": 2 added"));
     expectSuccess(run({"find", root, "F:n"}), "F:n\nF:n|F:m\n");

@@ -85,8 +85,11 @@ TEST_P(ChangeCommandTest, pathsAreAddedWhereTheyAreToBeAndRemovedTogetherOrNotAt
     expectFailure(run({"remove", "--node-only", root, "T:b"}), 1, {"\"T:b\""});
     expectSuccess(run({"remove", root, "T:b|T:below", "T:b", "T:x", "--ignore-missing"}), "Removed 2 paths\n");
     EXPECT_THAT(content(), ElementsAre("T:a", "T:c", "T:d"));
-    succeed("remove", {"/", "--all"});
+    succeed("set", {"/", "K=V"});
+    expectSuccess(run({"remove", root, "/", "--all"}), "Removed 3 paths and 1 node\n");
     EXPECT_THAT(content(), ElementsAre());
+    EXPECT_EQ(run({"get", root, "/", "K"}).status, 1);
+    expectSuccess(run({"remove", root, "/", "--all"}), "Removed 0 paths\n");
 }
 
 TEST_P(ChangeCommandTest, aDryRunSaysWhatItWouldDoAndWritesNothing) {
