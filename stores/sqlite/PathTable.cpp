@@ -20,6 +20,7 @@
 #include <array>
 #include <iterator>
 
+#include "store_support/ChildNumbers.hpp"
 #include "store_support/Positions.hpp"
 #include "store_support/TreeRules.hpp"
 
@@ -292,15 +293,21 @@ std::vector<ChildRow> PathTable::getChildren(RowId parent, std::vector<DamagedRo
             leftOut->push_back({id, query.integer(5)});
         }
     }
-    std::vector<const ChildRow*> sorted;
+    std::vector<std::pair<std::size_t, const ChildRow*>> sorted;  // by hashes, which costs less than by texts
     sorted.reserve(children.size());
     for (const ChildRow& child : children)
-        sorted.push_back(&child);
-    std::sort(sorted.begin(), sorted.end(), [](const auto* a, const auto* b) { return a->element < b->element; });
-    const auto twin = std::adjacent_find(sorted.begin(), sorted.end(),
-                                         [](const auto* a, const auto* b) { return a->element == b->element; });
-    if (twin != sorted.end())
-        raiseTwice((*twin)->id);
+        sorted.emplace_back(store_support::ChildStepHash()({0, &child.element}), &child);
+    std::sort(sorted.begin(), sorted.end());
+    for (auto end = sorted.begin(); end != sorted.end();) {
+        // Different steps may have one hash.
+        const auto begin = end;
+        while (end != sorted.end() && end->first == begin->first) {
+            const auto isTwin = [&](const auto& other) { return other.second->element == end->second->element; };
+            if (std::any_of(begin, end, isTwin))
+                raiseTwice(end->second->id);
+            ++end;
+        }
+    }
     return children;
 }
 
