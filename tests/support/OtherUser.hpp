@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <stdexcept>
 #include <vector>
 
@@ -19,8 +20,10 @@ struct User {
     mode_t mask = 022;
 };
 
-/// Makes this process one of `user`, for good.
+/// Makes this process one of `user`, for good. His settings are not those of who runs the tests, which he may not read.
 inline void become(const User& user) {
+    unsetenv("HOME");
+    unsetenv("XDG_CONFIG_HOME");
     if (setgroups(user.groups.size(), user.groups.data()) != 0 || setgid(user.group) != 0 || setuid(user.id) != 0)
         throw std::runtime_error("cannot become another user");
     umask(user.mask);
