@@ -1,7 +1,10 @@
 #include "stores/sqlite/ReadAhead.hpp"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
+
+#include "store_support/ToldNodes.hpp"
 
 namespace stores::sqlite {
 
@@ -43,11 +46,23 @@ const ReadAhead::Entry* ReadAhead::read(PathTable& table, const MetadataPath& pa
     Run& run = runs_[depth];
     const std::size_t size = readsMuch ? maximumEntries : std::min(4 * run.size, maximumEntries);
     if (!steps.empty() && !run.entries.empty() && areSiblings(run.path, steps) &&
-        readOn(table, run, steps.back(), size)) {
+        readOn(table, run, run.entries.back().id, steps.back(), size)) {
         run.path = steps;
         return &run.entries.front();
     }
     run.entries.clear();
+    if (readsMuch && !steps.empty()) {
+        // Most begin with the first of the siblings.
+        const auto parent = table.find(store_support::getAncestor(path, steps.size() - 1));
+        if (!parent)
+            return nullptr;
+        run.parent = *parent;
+        run.position = std::numeric_limits<std::int64_t>::min();
+        if (readOn(table, run, std::numeric_limits<RowId>::min(), steps.back(), size)) {
+            run.path = steps;
+            return &run.entries.front();
+        }
+    }
     const auto id = table.find(path);
     if (!id)
         return nullptr;
@@ -62,11 +77,11 @@ const ReadAhead::Entry* ReadAhead::read(PathTable& table, const MetadataPath& pa
     return &run.entries.front();
 }
 
-bool ReadAhead::readOn(const PathTable& table, Run& run, const PathElement& leaf, std::size_t size) {
+bool ReadAhead::readOn(const PathTable& table, Run& run, RowId last, const PathElement& leaf, std::size_t size) {
     std::vector<Entry> entries;
     std::size_t bytes = 0;
     std::int64_t position = run.position;
-    table.visitChildrenAfter(run.parent, run.position, run.entries.back().id, [&](FullRow row) {
+    table.visitChildrenAfter(run.parent, run.position, last, [&](FullRow row) {
         if (entries.empty() && row.element != leaf)
             return false;
         bytes += row.node ? row.node->size() : 0;

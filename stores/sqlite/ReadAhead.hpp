@@ -32,7 +32,8 @@ public:
     const Entry* find(const MetadataPath& path);
 
     /// What `table` says of `path` and perhaps of some siblings behind it.
-    /// @param readsMuch whether more is likely to be asked for: then who asks for two siblings is given many at once
+    /// @param readsMuch whether more is likely to be asked for: then who asks for the first of some siblings, or for
+    ///        two of them, is given many at once
     /// @return null if `path` does not exist; valid until the next operation
     const Entry* read(PathTable& table, const MetadataPath& path, bool readsMuch);
 
@@ -46,8 +47,9 @@ private:
         RowId parent = rootRow;
     };
 
-    /// Fills `run` with `size` of those that follow it, if `leaf` is the first of them. @return whether it is
-    static bool readOn(const PathTable& table, Run& run, const PathElement& leaf, std::size_t size);
+    /// Fills `run` with `size` of those that follow its position and the row `last` there, if `leaf` is the first of
+    /// them. @return whether it is
+    static bool readOn(const PathTable& table, Run& run, RowId last, const PathElement& leaf, std::size_t size);
 
     std::vector<Run> runs_;  // by the number of steps
 };
