@@ -16,6 +16,7 @@
 
 #include "project/metadata/FileJob.hpp"
 #include "project/metadata/MetadataErrors.hpp"
+#include "project/metadata/RepeatableRead.hpp"
 #include "store_support/TreeRules.hpp"
 #include "stores/sqlite/SqliteManager.hpp"
 #include "tests/stores/CollectedDamage.hpp"
@@ -679,6 +680,17 @@ TEST_F(SqliteStoreTest, PathsHaveALimitOfSteps) {
     EXPECT_NE(message.find("a path of 251 steps"), std::string::npos) << message;
     EXPECT_THROW(store->setPaths({MetadataPath(), path(steps)}), MetadataWriteFailure);
     EXPECT_FALSE(store->hasPath(path(steps)));
+}
+
+TEST_F(SqliteStoreTest, WhatIsReadAheadIsOfTheParentThatWasAskedFor) {
+    open()->setNodes(
+        {{path({u"a", u"x"}), node(u"1")}, {path({u"a", u"y"}), node(u"2")}, {path({u"b", u"x"}), node(u"3")}});
+    const auto store = open();
+    const project::metadata::RepeatableRead reading(*store);
+    EXPECT_EQ(store->getNode(path({u"a", u"y"}))->get(u"Value"), u"2");
+    EXPECT_EQ(store->getNode(path({u"b", u"x"}))->get(u"Value"), u"3");
+    EXPECT_EQ(store->getNode(path({u"a", u"x"}))->get(u"Value"), u"1");
+    EXPECT_FALSE(store->hasNode(path({u"b", u"y"})));
 }
 
 TEST_F(SqliteStoreTest, ADamagedCoreFileDoesNotLockOutTheDatabase) {
