@@ -67,7 +67,7 @@ void remember(ScanRecord& record, const ScanChange& change, const std::vector<st
     std::u16string top;
     for (const std::u16string& name : way)
         top += ScanRecord::makeKey(pm::MetadataPath({{u"Folder", name}}));
-    record.keep(change.traces, [&](const std::u16string& key) {
+    record.keep(change.traces, change.fingerprints, [&](const std::u16string& key) {
         return !found.problems.empty() || key.compare(0, top.size(), top) != 0;
     });
 }

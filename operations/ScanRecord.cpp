@@ -1,12 +1,18 @@
-// The file is a heading, which names the metadata folder, and for each path the number of units in its key, the key,
-// and the numbers of its trace. All of that is as it is in the memory of this machine.
+// The file is a heading, which names the metadata folder; the number of fingerprints, and for each the key of its path
+// and itself; and for each path that was described the key and the numbers of its trace. Before each text stands the
+// number of its units. All of that is as it is in the memory of this machine.
+//
+// The number in the heading is another one if this is written in another way, and if a scan describes files otherwise:
+// then there is something to do in folders in which there was not.
 
 #include "operations/ScanRecord.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "host/FileUtils.hpp"
 #include "operations/FileOutput.hpp"
@@ -48,18 +54,65 @@ void visitNumbers(Trace& trace, const Visit& visit) {
     visit(trace.size);
 }
 
-void append(std::string& bytes, const std::u16string& key, const FileTrace& trace) {
-    const auto put = [&](const auto& number) { bytes.append(reinterpret_cast<const char*>(&number), sizeof number); };
-    put(static_cast<std::uint32_t>(key.size()));
-    bytes.append(reinterpret_cast<const char*>(key.data()), key.size() * sizeof(char16_t));
-    visitNumbers(trace, put);
+template <class Number>
+void putNumber(std::string& bytes, const Number& number) {
+    bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
 }
+
+template <class Text>
+void putText(std::string& bytes, const Text& text) {
+    putNumber(bytes, static_cast<std::uint32_t>(text.size()));
+    bytes.append(reinterpret_cast<const char*>(text.data()), text.size() * sizeof text[0]);
+}
+
+void putTrace(std::string& bytes, const std::u16string& key, const FileTrace& trace) {
+    putText(bytes, key);
+    visitNumbers(trace, [&](const auto& number) { putNumber(bytes, number); });
+}
+
+/// Takes from `bytes` what was put there, until there is nothing more or it is no record.
+class Taker {
+public:
+    Taker(const std::string& bytes, std::size_t place) : bytes_(bytes), place_(place) {}
+
+    std::size_t place() const noexcept { return place_; }
+    bool isGood() const noexcept { return isGood_; }
+    bool hasMore() const noexcept { return isGood_ && place_ < bytes_.size(); }
+
+    template <class Number>
+    void takeNumber(Number& number) {
+        take(&number, sizeof number);
+    }
+
+    template <class Text>
+    Text takeText() {
+        std::uint32_t size = 0;
+        takeNumber(size);
+        isGood_ = isGood_ && size <= (bytes_.size() - place_) / sizeof(typename Text::value_type);
+        Text text(isGood_ ? size : 0, {});
+        take(text.data(), text.size() * sizeof(typename Text::value_type));
+        return text;
+    }
+
+private:
+    void take(void* target, std::size_t size) {
+        isGood_ = isGood_ && size <= bytes_.size() - place_;
+        if (!isGood_)
+            return;
+        std::memcpy(target, bytes_.data() + place_, size);
+        place_ += size;
+    }
+
+    const std::string& bytes_;
+    std::size_t place_;
+    bool isGood_ = true;
+};
 
 }  // namespace
 
 ScanRecord::ScanRecord(const host::Path& folder) {
     const std::string place = host::FileUtils::followLink(host::FileUtils::makeAbsolute(folder)).accessName();
-    heading_ = "project-metadata scan 1\n" + place + '\n';
+    heading_ = "project-metadata scan 2\n" + place + '\n';
     const host::Path states = findStateFolder();
     if (states.empty())
         return;
@@ -72,53 +125,74 @@ ScanRecord::ScanRecord(const host::Path& folder) {
     }
     if (bytes_.compare(0, heading_.size(), heading_) != 0)
         bytes_.clear();
+    parseFingerprints();
 }
 
-void ScanRecord::parse() {
+void ScanRecord::parseFingerprints() {
+    if (bytes_.empty())
+        return;
+    Taker taker(bytes_, heading_.size());
+    std::uint32_t count = 0;
+    taker.takeNumber(count);
+    for (; count > 0 && taker.isGood(); --count) {
+        auto key = taker.takeText<std::u16string>();
+        auto fingerprint = taker.takeText<std::string>();
+        if (taker.isGood())
+            fingerprints_.insert_or_assign(std::move(key), std::move(fingerprint));
+    }
+    tracesBegin_ = taker.isGood() ? taker.place() : bytes_.size();
+}
+
+void ScanRecord::parseTraces() {
     if (traces_)
         return;
     traces_.emplace();
-    std::size_t place = heading_.size();
-    bool isGood = !bytes_.empty();
-    const auto get = [&](void* target, std::size_t size) {
-        isGood = isGood && size <= bytes_.size() - place;
-        if (isGood)
-            std::memcpy(target, bytes_.data() + place, size);
-        place += isGood ? size : 0;
-    };
-    while (isGood && place < bytes_.size()) {
-        std::uint32_t units = 0;
-        get(&units, sizeof units);
-        isGood = isGood && units <= (bytes_.size() - place) / sizeof(char16_t);
-        std::u16string key(isGood ? units : 0, u'\0');
-        get(key.data(), key.size() * sizeof(char16_t));
+    for (Taker taker(bytes_, tracesBegin_); taker.hasMore();) {
+        auto key = taker.takeText<std::u16string>();
         FileTrace trace;
-        visitNumbers(trace, [&](auto& number) { get(&number, sizeof number); });
-        if (isGood)
+        visitNumbers(trace, [&](auto& number) { taker.takeNumber(number); });
+        if (taker.isGood())
             traces_->insert_or_assign(std::move(key), trace);
     }
 }
 
 std::optional<FileTrace> ScanRecord::find(const pm::MetadataPath& path) {
-    parse();
+    parseTraces();
     const auto found = traces_->find(makeKey(path));
     return found == traces_->end() ? std::nullopt : std::optional(found->second);
 }
 
-void ScanRecord::keep(const Traces& traces, const std::function<bool(const std::u16string& key)>& isOfInterest) {
+const std::string& ScanRecord::findFingerprint(const pm::MetadataPath& path) const {
+    static const std::string& none = *new std::string();
+    const auto found = fingerprints_.find(makeKey(path));
+    return found == fingerprints_.end() ? none : found->second;
+}
+
+void ScanRecord::keep(const Traces& traces, const Fingerprints& fingerprints,
+                      const std::function<bool(const std::u16string& key)>& isOfInterest) {
     if (file_.empty())
         return;
+    std::map<std::u16string, std::string> known;
+    for (const auto& [path, fingerprint] : fingerprints)
+        known.emplace(makeKey(path), fingerprint);
+    std::copy_if(fingerprints_.begin(), fingerprints_.end(), std::inserter(known, known.end()),
+                 [&](const auto& entry) { return isOfInterest(entry.first); });
     std::string bytes = heading_;
+    putNumber(bytes, static_cast<std::uint32_t>(known.size()));
+    for (const auto& [key, fingerprint] : known) {
+        putText(bytes, key);
+        putText(bytes, fingerprint);
+    }
     for (const auto& [path, trace] : traces)
-        append(bytes, makeKey(path), trace);
+        putTrace(bytes, makeKey(path), trace);
     if (bytes == bytes_)
         return;
-    parse();
+    parseTraces();
     for (const auto& [path, trace] : traces)
         traces_->erase(makeKey(path));
     for (const auto& [key, trace] : *traces_) {
         if (isOfInterest(key))
-            append(bytes, key, trace);
+            putTrace(bytes, key, trace);
     }
     if (bytes == bytes_)
         return;

@@ -9,7 +9,11 @@
 #include <string>
 #include <tuple>
 
+#include <boost/uuid/name_generator_sha1.hpp>
+#include <boost/uuid/uuid_io.hpp>
+
 #include "operations/ScannedNode.hpp"
+#include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataPath.hpp"
 #include "project/metadata/RepeatableRead.hpp"
 
@@ -55,6 +59,7 @@ public:
     ScanComparison(const pm::MetadataManager& store, const Scan& scan, const ScanWish& wish, ScanRecord& record,
                    Progress& progress)
         : store_(store),
+          files_(dynamic_cast<const pm::PathFileLister*>(&store)),
           reading_(store),
           scan_(scan),
           wish_(wish),
@@ -62,6 +67,7 @@ public:
           progress_(progress),
           paths_(scan.size()),
           isKnown_(scan.size()),
+          folders_(scan.size()),
           sources_(scan.size(), nowhere) {}
 
     ScanChange run() {
@@ -76,6 +82,7 @@ public:
         }
         describeFiles();
         changeGone();
+        takeFingerprints();
         if (!result_.change.added.empty() || !result_.change.removed.empty() || !result_.moved.empty()) {
             result_.change.paths.emplace();
             arrangeFolder({}, 0);
@@ -90,6 +97,10 @@ private:
         std::deque<std::size_t> folders{0};
         for (; !folders.empty(); folders.pop_front()) {
             const std::size_t folder = folders.front();
+            if (isAsBefore(folder)) {
+                enterKnown(folder, folders);
+                continue;
+            }
             for (pm::MetadataPath& child : store_.getChildren(paths_[folder])) {
                 progress_.advance();
                 const pm::PathElement& leaf = child.getPath().back();
@@ -97,8 +108,10 @@ private:
                     continue;
                 const std::size_t index = findChild(scan_, folder, leaf);
                 if (index == nowhere) {
-                    if (scan_[folder].isComplete)
+                    if (scan_[folder].isComplete) {
                         addGone(std::move(child), nowhere);
+                        folders_[folder].hasWork = true;
+                    }
                     continue;
                 }
                 isKnown_[index] = true;
@@ -106,6 +119,70 @@ private:
                 if (scan_[index].kind == FileKind::folder && !scan_[index].isLeftOut)
                     folders.push_back(index);
             }
+        }
+    }
+
+    /// Of the files in `folder` all that decides what is to be said of them, and `metadata`, the fingerprint of what is
+    /// said; empty if that is.
+    std::string makeFingerprint(std::size_t folder, const std::string& metadata) const {
+        if (metadata.empty())
+            return {};
+        std::string bytes = metadata + (wish_.withTimes ? 't' : '-');
+        const auto put = [&](const auto& number) {
+            bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
+        };
+        for (std::size_t i = scan_[folder].firstChild; i < scan_[folder].firstChild + scan_[folder].childCount; ++i) {
+            const ScannedFile& file = scan_[i];
+            put(file.name.size());
+            bytes.append(reinterpret_cast<const char*>(file.name.data()), file.name.size() * sizeof(char16_t));
+            put(file.kind);
+            put(file.isLeftOut);
+            if (file.kind == FileKind::file)
+                put(file.trace.size);
+            if (wish_.withTimes) {
+                put(file.trace.modified.first);
+                put(file.trace.modified.second);
+            }
+        }
+        return boost::uuids::to_string(boost::uuids::name_generator_sha1(boost::uuids::ns::oid())(bytes));
+    }
+
+    /// Whether there is nothing to do in `folder`, since there was not, and neither its files nor what is said of them
+    /// have changed.
+    bool isAsBefore(std::size_t folder) {
+        if (!files_ || !scan_[folder].isComplete)
+            return false;
+        const std::string& before = record_.findFingerprint(paths_[folder]);
+        if (before.empty() || before != makeFingerprint(folder, files_->getFingerprint(paths_[folder])))
+            return false;
+        folders_[folder].isAsBefore = true;
+        return true;
+    }
+
+    /// Notes what `walk` would find in a folder in which there is nothing to do.
+    void enterKnown(std::size_t folder, std::deque<std::size_t>& folders) {
+        for (std::size_t i = scan_[folder].firstChild; i < scan_[folder].firstChild + scan_[folder].childCount; ++i) {
+            progress_.advance();
+            if (scan_[i].isLeftOut)
+                continue;
+            isKnown_[i] = true;
+            paths_[i] = childPath(paths_[folder], pm::PathElement(scannedTypeOf(scan_[i]), scan_[i].name));
+            if (scan_[i].kind == FileKind::folder)
+                folders.push_back(i);
+        }
+    }
+
+    /// Of the folders in which there is nothing to do.
+    void takeFingerprints() {
+        for (std::size_t i = 0; files_ && i < scan_.size(); ++i) {
+            const bool isFolder = scan_[i].kind == FileKind::folder && !scan_[i].isLeftOut && isKnown_[i];
+            if (!isFolder || !scan_[i].isComplete || folders_[i].hasWork)
+                continue;
+            std::string fingerprint = folders_[i].isAsBefore
+                                          ? record_.findFingerprint(paths_[i])
+                                          : makeFingerprint(i, files_->getFingerprintOfRead(paths_[i]));
+            if (!fingerprint.empty())
+                result_.fingerprints.emplace_back(paths_[i], std::move(fingerprint));
         }
     }
 
@@ -277,12 +354,14 @@ private:
             if (file.isLeftOut)
                 continue;
             result_.traces.emplace_back(paths_[i], file.trace);
-            if (isKnown_[i] && file.isOnTheWay)
+            if (folders_[file.parent].isAsBefore || (isKnown_[i] && file.isOnTheWay))
                 continue;
             std::shared_ptr<pm::MetadataNode> before = sources_[i] != nowhere ? gone_[sources_[i]].node
                                                        : isKnown_[i]          ? store_.getNode(paths_[i])
                                                                               : nullptr;
             std::shared_ptr<pm::MetadataNode> node = describe(file, before.get(), wish_.withTimes);
+            if (node || !isKnown_[i])
+                folders_[file.parent].hasWork = true;
             if (sources_[i] != nowhere)
                 result_.moved.emplace_back(gone_[sources_[i]].path, paths_[i]);
             else if (node)
@@ -407,7 +486,13 @@ private:
             arrangeOther(path);
     }
 
+    struct FolderState {
+        bool isAsBefore = false;  // the last scan found nothing to do, and nothing has changed
+        bool hasWork = false;     // there is something to do
+    };
+
     const pm::MetadataManager& store_;
+    const pm::PathFileLister* const files_;  // null for a store that is none
     pm::RepeatableRead reading_;
     const Scan& scan_;
     const ScanWish& wish_;
@@ -415,6 +500,7 @@ private:
     Progress& progress_;
     std::vector<pm::MetadataPath> paths_;  // of every element of the scan
     std::vector<bool> isKnown_;            // whether it is in the store
+    std::vector<FolderState> folders_;     // meaningless for files
     std::vector<std::size_t> sources_;     // what has moved there
     std::vector<Gone> gone_;
     std::map<pm::MetadataPath, std::size_t, BySteps> goneByPath_;

@@ -22,6 +22,7 @@ struct ScanChange {
     std::vector<std::pair<pm::MetadataPath, pm::MetadataPath>> moved;  ///< from, to
     std::vector<pm::MetadataPath> missing;  ///< all that are marked below the folder, after the change
     ScanRecord::Traces traces;              ///< of all that was described
+    ScanRecord::Fingerprints fingerprints;  ///< of the folders in which there is nothing to do
 };
 
 /// What makes `store` hold what `scan` found, where its first element stands for the root path. New siblings come

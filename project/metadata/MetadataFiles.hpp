@@ -52,6 +52,19 @@ public:
     /// @throws project::metadata::ListChildFilesFailure, MetadataReadFailure if it cannot be looked through
     virtual bool hasLossIn(const host::Path& entry) const = 0;
 
+    /// What tells the children of `path`, as they are on disk now, from all others: another text if any of them has
+    /// come or gone, or has another node or place, or if there is other damage. It says nothing of what is below them.
+    /// Of their files only the status is asked for.
+    /// @return empty if the system does not tell, or somebody is changing them
+    /// @throws project::metadata::MetadataReadFailure as all reading operations
+    virtual std::string getFingerprint(const MetadataPath& path) const = 0;
+
+    /// The fingerprint of what was read of the children of `path` in the `RepeatableRead` that is under way; another
+    /// one than `getFingerprint` answers if that were not all.
+    /// @return empty if they were not read, if there is damage in them, or if they have changed since the store was
+    ///         opened: what changes again within a tick of the file system's clock may look as before
+    virtual std::string getFingerprintOfRead(const MetadataPath& path) const = 0;
+
 protected:
     PathFileLister() = default;
     PathFileLister(const PathFileLister&) = default;

@@ -142,6 +142,15 @@ bool FixedPathManager::hasLossIn(const Path& entry) const {
     return files_.hasLossIn(entry);
 }
 
+std::string FixedPathManager::getFingerprint(const MetadataPath& path) const {
+    files_.settle();
+    return files_.getFingerprint(files_.locate(path).folder);
+}
+
+std::string FixedPathManager::getFingerprintOfRead(const MetadataPath& path) const {
+    return files_.getFingerprintOfRead(files_.locate(path).folder);
+}
+
 bool FixedPathManager::isNewBranch(const PathFile& content) const {
     return !content.hasNode && files_.seen().isNews(content.version);
 }

@@ -54,6 +54,8 @@ public:
     host::Path getNodeFile(const project::metadata::MetadataPath& path) const override;
     host::Path getChildFolder(const project::metadata::MetadataPath& path) const override;
     bool hasLossIn(const host::Path& entry) const override;
+    std::string getFingerprint(const project::metadata::MetadataPath& path) const override;
+    std::string getFingerprintOfRead(const project::metadata::MetadataPath& path) const override;
     void renamePath(const project::metadata::MetadataPath& path,
                     const project::metadata::PathElement& element) override;
     void beginReading() const noexcept override { files_.beginReading(); }

@@ -18,6 +18,9 @@
 #include <optional>
 #include <utility>
 
+#include <boost/uuid/name_generator_sha1.hpp>
+#include <boost/uuid/uuid_io.hpp>
+
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/CoreFile.hpp"
@@ -58,6 +61,24 @@ const std::u16string& missing = *new std::u16string(u"it is missing, while there
 const std::string& getExtension() {
     static const std::string& extension = *new std::string(host::toUtf8(nodeFileExtension));
     return extension;
+}
+
+/// Of the file of a path, or of the folder for those below it.
+struct NamedVersion {
+    std::string name;
+    store_support::FileVersion version;  // all 0 for a folder
+};
+
+/// A text of bounded length: the UUID that RFC 4122 gives to names, by SHA-1.
+std::string makeFingerprint(std::vector<NamedVersion> entries) {
+    std::sort(entries.begin(), entries.end(),
+              [](const NamedVersion& a, const NamedVersion& b) { return a.name < b.name; });
+    std::string bytes;
+    for (const auto& [name, version] : entries) {
+        bytes.append(name).append(1, '\0');
+        bytes.append(reinterpret_cast<const char*>(&version), sizeof version);
+    }
+    return boost::uuids::to_string(boost::uuids::name_generator_sha1(boost::uuids::ns::oid())(bytes));
 }
 
 /// A path whose file is missing.
@@ -440,6 +461,40 @@ bool PathFiles::hasLossIn(const Path& entry) const {
         parseNodeFolderName(entry.fileName().text()) || findStatus(Path(entry.text() + nodeFileExtension)).has_value();
     return (hasPaths && !isNamed) ||
            std::any_of(damages.begin(), damages.end(), [](const auto& damage) { return !damage.second.readsAsBranch; });
+}
+
+std::string PathFiles::getFingerprint(const Path& childFolder) const {
+    const Descriptor folder(childFolder.accessName(), O_PATH | O_DIRECTORY);
+    std::vector<NamedVersion> entries;
+    for (FolderEntry& entry : listEntries(childFolder)) {
+        const Path path = childFolder / Path::fromAccessName(entry.name);
+        struct stat status {};
+        if (isNodeFile(path)) {
+            if (fstatat(folder.number(), entry.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+                return {};
+            entries.push_back({std::move(entry.name), makeFileVersion(status)});
+        } else if (isNodeFolder(path)) {
+            entries.push_back({std::move(entry.name), {}});
+        }
+    }
+    return makeFingerprint(std::move(entries));
+}
+
+std::string PathFiles::getFingerprintOfRead(const Path& childFolder) const {
+    const auto known = listings_.find(childFolder, cache_);
+    if (!known)
+        return {};
+    std::vector<NamedVersion> entries;
+    entries.reserve(known->children.size());
+    for (const auto& [content, hasFolder] : known->children) {
+        if (content->damage || seen_.isNews(content->version))
+            return {};
+        std::string name = Path(nodeFolderName(content->element)).accessName();
+        if (hasFolder)
+            entries.push_back({name, {}});
+        entries.push_back({name + getExtension(), content->version});
+    }
+    return makeFingerprint(std::move(entries));
 }
 
 void PathFiles::noteWritten(const Path& file, PathFile content) {

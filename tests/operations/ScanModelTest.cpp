@@ -44,7 +44,7 @@ bool hasRenamed(const Thing& thing) {
 }
 
 struct Counts {
-    int moved = 0, missing = 0, back = 0, removed = 0, edited = 0, partial = 0;
+    int moved = 0, missing = 0, back = 0, removed = 0, edited = 0, partial = 0, settled = 0;
 };
 
 class ScanModel {
@@ -67,6 +67,8 @@ public:
         for (int i = pick(6); i >= 0; --i)
             changeDisk(top_, root());
         scan({});
+        if (pick(2) == 0)
+            scan({});  // which sees that there is nothing to do, and remembers where
         for (int i = pick(4); i > 0; --i)
             note(top_, pm::MetadataPath());
         // What happens in one folder, and a scan of that.
@@ -191,6 +193,7 @@ private:
         const auto result = operations::scanInto(test::toPath(root()), request, observer);
         EXPECT_FALSE(result.notRemembered) << *result.notRemembered;
         counts.removed += static_cast<int>(result.change.change.removed.size());
+        counts.settled += static_cast<int>(result.change.fingerprints.size());
         counts.missing += static_cast<int>(result.change.missing.size());
         std::map<std::string, std::string> expected;
         expect(top_, root(), {}, part, expected);
@@ -254,7 +257,7 @@ private:
     std::mt19937 random_;
     int number_ = 0;
     bool knowsBirths_ = false;
-    test::TempFolder folder_;
+    test::TempFolder folder_{test::memoryFolder()};
     Thing top_;
 };
 
@@ -271,6 +274,7 @@ TEST(ScanModelTest, NothingThatPeopleWriteIsLost) {
         all.removed += model.counts.removed;
         all.edited += model.counts.edited;
         all.partial += model.counts.partial;
+        all.settled += model.counts.settled;
     }
     // All ways were taken.
     EXPECT_GT(all.moved, 20);
@@ -279,6 +283,7 @@ TEST(ScanModelTest, NothingThatPeopleWriteIsLost) {
     EXPECT_GT(all.removed, 8);
     EXPECT_GT(all.edited, 8);
     EXPECT_GT(all.partial, 8);
+    EXPECT_GT(all.settled, 20);
 }
 
 }  // namespace
