@@ -35,7 +35,10 @@ namespace {
 
 /// `json`, the texts in which are safe to show, as it may stand in a <script>.
 std::string format(const Json& json) {
-    return boost::algorithm::replace_all_copy(json.dump(), "<", "\\u003C");
+    std::string text = json.dump();
+    if (text.find('<') != std::string::npos)
+        boost::algorithm::replace_all(text, "<", "\\u003C");
+    return text;
 }
 
 /// Names that stand in the data as their numbers, because they come again and again.
@@ -120,19 +123,20 @@ void writePaths(const pm::MetadataManager& store, Names& names, PageFile& page) 
     const bool isTold = dynamic_cast<const pm::DamageReporter*>(&store) != nullptr;
     TreeWalk walk(store, {}, TreeWalk::anyDepth, isTold ? [] {} : &reportReadError);
     std::u16string type;
-    std::string typeAndColon = formatElement(nothing);
+    std::size_t typeNumber = names.numberOf(std::string());  // of the type as it stands in the text of a path
     for (; walk.next(); progress.advance()) {
         const bool isRoot = walk.depth() == 0;
         const pm::PathElement& element = isRoot ? nothing : walk.path().getPath().back();
-        const std::string step = formatElement(element);
         if (element.getType() != type) {
             type = element.getType();
-            typeAndColon = formatElement(pm::PathElement(type, u""));
+            std::string typeAndColon = formatElement(pm::PathElement(type, u""));
+            typeAndColon.pop_back();
+            typeNumber = names.numberOf(typeAndColon);
         }
         const auto node = walk.readNode();
         page << (isRoot ? "" : ",\n")
-             << format(Json::array({walk.depth(), names.numberOf(typeAndColon.substr(0, typeAndColon.size() - 1)),
-                                    step.substr(typeAndColon.size()), node ? describe(*node, names) : Json(0)}));
+             << format(Json::array(
+                    {walk.depth(), typeNumber, formatLocation(element), node ? describe(*node, names) : Json(0)}));
     }
 }
 

@@ -110,7 +110,11 @@ private:
 std::string formatElement(const pm::PathElement& element) {
     const std::string type = escapePart(element.getType(), ":|#");
     // A path that begins with "[" is JSON.
-    return (type.rfind('[', 0) == 0 ? "\\" : "") + type + ':' + escapePart(element.getLocation(), "|#");
+    return (type.rfind('[', 0) == 0 ? "\\" : "") + type + ':' + formatLocation(element);
+}
+
+std::string formatLocation(const pm::PathElement& element) {
+    return escapePart(element.getLocation(), "|#");
 }
 
 std::string formatPath(const pm::MetadataPath& path) {

@@ -25,6 +25,9 @@ std::string formatPath(const pm::MetadataPath& path);
 /// The text of one step, as it stands in that of a path.
 std::string formatElement(const pm::PathElement& element);
 
+/// What stands behind the first ":" of that which is not escaped.
+std::string formatLocation(const pm::PathElement& element);
+
 /// The text of `address`, likewise for `parseAddress`.
 std::string formatAddress(const NodeAddress& address);
 

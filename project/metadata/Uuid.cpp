@@ -66,11 +66,12 @@ host::Path assignUuid(const host::Path& root, const std::u16string& uuid) {
 }
 
 std::optional<std::u16string> getMarkedUuid(const host::Path& file) {
-    const std::u16string fileName = file.fileName().text();
-    const std::u16string start = markerStart;
-    if (fileName.compare(0, start.size(), start) != 0 || !ends_with(fileName, markerEnd))
+    // Stores ask this for every file, most of which are none.
+    const std::u16string& text = file.text();
+    const std::u16string_view start = markerStart;
+    if (text.compare(text.rfind(u'/') + 1, start.size(), start) != 0 || !ends_with(text, markerEnd))
         return std::nullopt;
-    std::u16string uuid = stripExtension(fileName, markerEnd).substr(start.size());
+    std::u16string uuid = stripExtension(file.fileName().text(), markerEnd).substr(start.size());
     const auto rootName = readRootName(file);
     const bool isMarker = rootName ? *rootName == markerElement : isUuid(host::toUtf8(uuid));
     return isMarker ? std::optional(std::move(uuid)) : std::nullopt;

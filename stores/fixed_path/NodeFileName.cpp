@@ -123,8 +123,10 @@ std::optional<std::u16string> decode(const std::u16string& name) {
     return text;
 }
 
-bool hasSeparator(const Path& name) {
-    return name.text().find(separator) != std::u16string::npos;
+/// Whether the last name of `path` has a separator. Asked for every file, this makes no texts.
+bool hasSeparator(const Path& path) {
+    const std::u16string& text = path.text();
+    return text.find(separator, text.rfind(u'/') + 1) != std::u16string::npos;
 }
 
 }  // namespace
@@ -159,8 +161,7 @@ std::optional<PathElement> parseNodeFolderName(const std::u16string& name) {
 }
 
 bool isNodeFile(const Path& path) {
-    const Path name = path.fileName();
-    return hasSeparator(name) && project::metadata::ends_with(name.text(), nodeFileExtension) &&
+    return hasSeparator(path) && project::metadata::ends_with(path.text(), nodeFileExtension) &&
            !project::metadata::getMarkedUuid(path);
 }
 
@@ -169,8 +170,7 @@ std::u16string nodeFilePattern() {
 }
 
 bool isNodeFolder(const Path& path) {
-    const Path name = path.fileName();
-    return hasSeparator(name) && !project::metadata::ends_with(name.text(), nodeFileExtension);
+    return hasSeparator(path) && !project::metadata::ends_with(path.text(), nodeFileExtension);
 }
 
 }  // namespace stores::fixed_path

@@ -235,7 +235,7 @@ PathFilePtr PathFiles::note(const Path& file, const XmlFile& xml) const {
 }
 
 PathFile PathFiles::interpret(const Path& file, const XmlFile& xml) const {
-    const bool isRoot = file == coreFile_;
+    const bool isRoot = file.text() == coreFile_.text();
     PathFile content;
     if (!xml.problem.empty())
         content.setDamage(xml.problem);
