@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/SettingsService.hpp"
 #include "operations/Errors.hpp"
 #include "operations/Project.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
@@ -25,14 +26,25 @@ void requireFolderIn(const std::vector<std::u16string>& allowed, const std::u16s
                                    "; it can be in: " + choices);
 }
 
+/// The name of the store that the user wants for new projects; empty if he does not say.
+std::u16string getWantedStore() {
+    const auto settings = host::SettingsService::getSettingsRoot();
+    return settings ? settings->getGroup("korvex.project.creation")->getText("DefaultMetadataManager", "")
+                    : std::u16string();
+}
+
 }  // namespace
 
 std::shared_ptr<pm::MetadataManagerFactory> chooseStore(const std::optional<std::string>& name) {
-    if (auto factory = name ? pm::getNamedFactory(host::fromUtf8(*name)) : pm::getDefaultFactory())
+    // The library would take another one where the one that the settings name is missing.
+    const std::u16string wanted = name ? host::fromUtf8(*name) : getWantedStore();
+    if (auto factory = name || !wanted.empty() ? pm::getNamedFactory(wanted) : pm::getDefaultFactory())
         return factory;
-    if (name)
-        throw OperationError(ErrorKind::usage, "There is no store \"" + *name + "\"; there are: " + listStoreNames());
-    throw OperationError(ErrorKind::failure, "There is no default store; there are: " + listStoreNames());
+    const std::string missing = wanted.empty() ? "default store" : "store \"" + host::toUtf8(wanted) + '"';
+    throw OperationError(name ? ErrorKind::usage : ErrorKind::failure,
+                         "There is no " + missing +
+                             (name || wanted.empty() ? "" : " that the setting DefaultMetadataManager names") +
+                             "; there are: " + listStoreNames());
 }
 
 void setOptions(pm::MetadataManager& store, const std::vector<std::string>& options) {

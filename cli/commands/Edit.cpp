@@ -108,8 +108,9 @@ const std::map<std::string, Verb>& verbs() {
     return all;
 }
 
-[[noreturn]] void refuseUsage(const Verb& verb) {
-    throw CommandError(Status::usage, std::string("It is: ") + verb.usage);
+/// @param problem what is wrong with it
+[[noreturn]] void refuseUsage(const Verb& verb, const std::string& problem) {
+    throw CommandError(Status::usage, problem + "; it is: " + verb.usage);
 }
 
 Request parseRequest(const Verb& verb, const std::vector<std::string>& words) {
@@ -128,13 +129,17 @@ Request parseRequest(const Verb& verb, const std::vector<std::string>& words) {
             takesOptions = false;
         else if (holds(verb.flags, *word))
             request.options[*word];
-        else if (!holds(verb.options, name) || (name == *word && word + 1 == words.end()))
-            refuseUsage(verb);
+        else if (!holds(verb.options, name))
+            refuseUsage(verb, "There is no \"" + *word + "\" with \"" + words.front() + '"');
+        else if (name == *word && word + 1 == words.end())
+            refuseUsage(verb, "Nothing stands behind " + name);
         else if (!request.options.emplace(name, name == *word ? *++word : word->substr(name.size() + 1)).second)
             throw CommandError(Status::usage, name + " is there twice");
     }
-    if (request.words.size() < verb.fewest || request.words.size() > verb.most)
-        refuseUsage(verb);
+    if (request.words.size() < verb.fewest)
+        refuseUsage(verb, "Something is missing");
+    if (request.words.size() > verb.most)
+        refuseUsage(verb, '"' + request.words[verb.most] + "\" is too much");
     return request;
 }
 

@@ -29,8 +29,16 @@ struct Arguments {
 class Exclusion {
 public:
     explicit Exclusion(const std::vector<std::string>& patterns) {
-        for (const std::string& pattern : patterns)
+        for (const std::string& pattern : patterns) {
+            // Nothing has such a place.
+            if (pattern.empty() || pattern.front() == '/' || pattern.back() == '/' || pattern.rfind("./", 0) == 0) {
+                throw CommandError(Status::usage,
+                                   "--exclude takes a name or a place in FOLDER, such as build or src/build, "
+                                   "and not \"" +
+                                       pattern + '"');
+            }
             (pattern.find('/') == std::string::npos ? names_ : places_).emplace_back(pattern, false);
+        }
     }
 
     bool operator()(const std::u16string& name, const std::u16string& place) const {

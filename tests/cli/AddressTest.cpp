@@ -108,6 +108,9 @@ unset F:z Path
     const auto untouched = readTree(root);
     expectSuccess(edit(commands, {"--dry-run"}), "10 commands, not done: 4 added, 1 updated, 1 removed\n");
     expectFailure(edit(commands + "set F:z K\n"), 2, {"Line 13 of the standard input", "nothing is changed", "\"K\""});
+    expectFailure(edit("add F:z K=1\n"), 2, {"\"K=1\" is too much", "add PATH [--before"});
+    expectFailure(edit("set F:z\n"), 2, {"Something is missing", "PATH KEY=VALUE"});
+    expectFailure(edit("add --create F:z\n"), 2, {"no \"--create\" with \"add\""});
     EXPECT_EQ(readTree(root), untouched);
     EXPECT_EQ(json::parse(edit(commands, {"--json"}).out), json({{"added", 4}, {"updated", 1}, {"removed", 1}}));
     const std::vector<std::string> expected{"F:a", "F:y",

@@ -58,6 +58,8 @@ TEST_F(InitCommandTest, refusesFoldersInWhichNoProjectWouldBeFound) {
     surroundings.variables["PROJECT_METADATA_SETTINGS"] = folder / "settings.ini";
     test::writeBytes(folder / "settings.ini", "[korvex.project.creation]\nDefaultMetadataRoot = metadata\n");
     expectFailure(run({"init", root}, surroundings), 3, {"\"metadata\"", "DefaultMetadataRoot", "resources/_Project"});
+    test::writeBytes(folder / "settings.ini", "[korvex.project.creation]\nDefaultMetadataManager = sqlit\n");
+    expectFailure(run({"init", root}, surroundings), 3, {"\"sqlit\"", "DefaultMetadataManager", "monolithic"});
     EXPECT_EQ(readTree(root).size(), 0U);
 }
 

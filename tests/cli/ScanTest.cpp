@@ -354,6 +354,8 @@ TEST_F(ScanPartTest, leavesOutWhatIsExcludedAndWhatGitIgnores) {
         std::replace(text.begin(), text.end(), '\n', ' ');
         return text;
     };
+    for (const std::string place : {"/src/build", "build/", "./build", ""})
+        expectFailure(run({"scan", root, "--exclude", place}), 2, {'"' + place + '"', "a place in FOLDER"});
     const std::vector<std::string> excluding{"scan",   "-q",        root,    "--exclude", "*.o",   "--exclude",
                                              "src/g*", "--exclude", "build", "--exclude", "Folder"};
     expectSuccess(run(excluding), "");
