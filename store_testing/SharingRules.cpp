@@ -7,6 +7,7 @@
 #include "host/FileSystem.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/RepeatableRead.hpp"
+#include "project/metadata/WholeContentWrite.hpp"
 #include "store_testing/ChildProcess.hpp"
 #include "store_testing/RuleGroups.hpp"
 #include "store_testing/ScratchProject.hpp"
@@ -174,6 +175,32 @@ void readingIsNotBehindItsBeginning(const ScratchProject& project) {
     requireNode("after a reading", "b/c", "5");
 }
 
+void wholeContentIsOneChange(const ScratchProject& project) {
+    const auto one = project.open();
+    one->setNodes({{path("a"), node("1")}, {path("b"), node("1")}});
+    {
+        const metadata::WholeContentWrite writing(*one);
+        one->setNodes({{path("b"), node("2")}, {path("c"), node("2")}});
+        one->setPaths({path("c"), path("b")});
+        requireContent("after setNodes and setPaths of a whole content", *project.open(), "c(2) b(2)");
+        one->setNode(path("c"), *node("3"));
+        requireContent("after another change", *project.open(), "c(3) b(2)");
+    }
+    requireContent("after a whole content and another change, by the store itself,", *one, "c(3) b(2)");
+    {
+        const metadata::WholeContentWrite writing(*one);
+        one->setNodes({{path("b"), node("4")}, {path("d"), node("4")}});
+        project.open()->setNode(path("b"), *node("5"));
+        try {
+            one->setPaths({path("c"), path("b"), path("d")});
+        } catch (const metadata::MetadataWriteFailure&) {
+            // The two need not be one change that comes later; but if they are, it must not.
+        }
+    }
+    requireEqual("the node that another store set between setNodes and setPaths of a whole content",
+                 describe(node("5").get()), describe(project.open()->getNode(path("b")).get()));
+}
+
 /// Runs both at the same time, each in a thread of its own. @throws what one of them throws
 void runInThreads(const std::function<void()>& one, const std::function<void()>& other) {
     auto running = std::async(std::launch::async, one);
@@ -265,6 +292,11 @@ std::vector<Rule> getSharingRules() {
          "Within a `RepeatableRead` a store shows what others have changed before, and what it changes itself; it "
          "overwrites nothing that others change meanwhile, and shows that as soon as the reading has ended.",
          readingIsNotBehindItsBeginning},
+        {"WholeContentIsOneChange",
+         "Within a `WholeContentWrite` what `setNodes` and then `setPaths` are given is on disk when `setPaths` "
+         "returns, "
+         "and replaces nothing that others have set in between.",
+         wholeContentIsOneChange},
         {"SimultaneousChangesAllStay",
          "Stores that change one project at the same time, be it in threads or in processes of their own, wait for "
          "each other, and all their changes stay.",

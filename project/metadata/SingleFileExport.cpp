@@ -11,6 +11,7 @@
 #include "project/metadata/MetadataCopy.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/RepeatableRead.hpp"
+#include "project/metadata/WholeContentWrite.hpp"
 
 namespace project::metadata {
 
@@ -63,6 +64,7 @@ void writeMetadataToSingleFile(const host::Path& from, const host::Path& to) {
 
     {
         const RepeatableRead reading(*source);
+        const WholeContentWrite writing(*destination);
         copyMetadata(*source, *destination);
     }
     // A store that keeps what it was given in another place, or nowhere, would otherwise pass for an empty project.

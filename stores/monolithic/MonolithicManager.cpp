@@ -79,6 +79,11 @@ void setNodeIn(Draft& draft, const MetadataPath& path, const MetadataNode* newNo
     draft.isChanged = true;
 }
 
+void setNodesIn(Draft& draft, const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes, const Path& file) {
+    for (const auto& [path, node] : nodes)
+        setNodeIn(draft, path, node.get(), file);
+}
+
 void removePathFrom(Draft& draft, const MetadataPath& path, const Path& file) {
     SharedTree& root = draft.tree;
     const SharedTree* const removed = root.find(path);
@@ -196,10 +201,21 @@ std::unique_ptr<MetadataNode> MonolithicManager::getNode(const MetadataPath& pat
 }
 
 void MonolithicManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
-    change(edited([&](Draft& draft) {
-        for (const auto& [path, node] : nodes)
-            setNodeIn(draft, path, node.get(), file_);
-    }));
+    if (content_)
+        putAside(nodes);
+    else
+        change(edited([&](Draft& draft) { setNodesIn(draft, nodes, file_); }));
+}
+
+void MonolithicManager::putAside(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
+    Draft draft;
+    draft.tree = content_->tree ? *content_->tree : load();
+    requireSound();
+    if (!content_->tree)
+        content_->basis = watch_.getVersion();
+    setNodesIn(draft, nodes, file_);
+    keepBorrowed(draft.tree);
+    content_->tree = std::move(draft.tree);
 }
 
 void MonolithicManager::removePaths(const std::vector<MetadataPath>& paths) {
@@ -240,7 +256,16 @@ bool MonolithicManager::hasPath(const MetadataPath& path) const {
 }
 
 void MonolithicManager::setPaths(const std::vector<MetadataPath>& paths) {
-    change([&](const SharedTree& old) { return arrange(old, paths, file_); });
+    const auto content = std::exchange(content_, std::nullopt);
+    change([&](const SharedTree& old) {
+        if (!content || !content->tree)
+            return arrange(old, paths, file_);
+        if (watch_.getVersion() != content->basis)
+            raise<MetadataWriteFailure>(file_.text(), u"it has been changed since the nodes were set for these paths");
+        Draft draft = arrange(*content->tree, paths, file_);
+        draft.isChanged = !isSameTree(draft.tree, old);
+        return draft;
+    });
 }
 
 std::vector<MetadataDamage> MonolithicManager::findDamage() const {

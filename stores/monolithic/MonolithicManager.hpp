@@ -14,6 +14,7 @@
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/PathRenamer.hpp"
+#include "project/metadata/WholeContentWrite.hpp"
 #include "store_support/FileWatch.hpp"
 #include "store_support/FolderLock.hpp"
 #include "store_support/StoreFactory.hpp"
@@ -38,7 +39,8 @@ struct Draft {
 class MonolithicManager : public project::metadata::MetadataManager,
                           public project::metadata::DamageReporter,
                           public project::metadata::StoreFileLister,
-                          public project::metadata::PathRenamer {
+                          public project::metadata::PathRenamer,
+                          public project::metadata::WholeContentWriter {
 public:
     /// @param folder the metadata folder, which need not exist
     /// @throws MetadataReadFailure if the file cannot be read as XML
@@ -59,10 +61,21 @@ public:
     std::vector<project::metadata::StoreFile> listFiles() const override;
     Path getNodeFile(const MetadataPath& /*path*/) const override { return file_; }
     void renamePath(const MetadataPath& path, const PathElement& element) override;
+    void beginContent() noexcept override { content_.emplace(); }
+    void endContent() noexcept override { content_.reset(); }
 
 private:
+    /// Between `beginContent` and the next `setPaths`.
+    struct Content {
+        std::optional<SharedTree> tree;                   // with the nodes that were put aside; none if none were
+        std::optional<store_support::FileVersion> basis;  // the version of the file that it was made of
+    };
+
     /// Makes the new content of the old.
     using Edit = std::function<Draft(const SharedTree& old)>;
+
+    /// Puts `nodes` aside, on top of what is on disk.
+    void putAside(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes);
 
     /// Carries out `edit`, and writes the file if that changed something or there is none yet.
     void change(const Edit& edit);
@@ -89,6 +102,8 @@ private:
 
     /// Steps to nodes that somebody else has removed, and nobody has asked for since.
     mutable std::set<std::vector<PathElement>> gone_;
+
+    std::optional<Content> content_;
 };
 
 }  // namespace stores::monolithic

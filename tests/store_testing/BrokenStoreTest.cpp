@@ -24,6 +24,7 @@
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "project/metadata/RepeatableRead.hpp"
+#include "project/metadata/WholeContentWrite.hpp"
 #include "store_testing/StoreContract.hpp"
 
 namespace {
@@ -43,6 +44,7 @@ struct Faults {
     using Inner = MetadataManager&;
     host::Path root;                                           ///< of the project
     std::shared_ptr<int> readings = std::make_shared<int>(0);  ///< how many are going on
+    std::shared_ptr<int> contents = std::make_shared<int>(0);  ///< likewise of whole contents
     std::function<void(Inner inner, const MetadataPath&, const MetadataNode&)> setNode;
     std::function<void(Inner inner, const MetadataPath&)> removeNode, addPath, removePath;
     std::function<std::unique_ptr<MetadataNode>(Inner inner, const MetadataPath&)> getNode;
@@ -53,7 +55,9 @@ struct Faults {
     std::function<bool(MetadataManagerFactory& inner, const host::Path& root)> canManage;
 };
 
-class BrokenStore : public MetadataManager, public project::metadata::RepeatableReader {
+class BrokenStore : public MetadataManager,
+                    public project::metadata::RepeatableReader,
+                    public project::metadata::WholeContentWriter {
 public:
     BrokenStore(Faults faults, std::unique_ptr<MetadataManager> inner)
         : faults_(std::move(faults)), inner_(std::move(inner)) {}
@@ -85,6 +89,8 @@ public:
     }
     void beginReading() const noexcept override { ++*faults_.readings; }
     void endReading() const noexcept override { --*faults_.readings; }
+    void beginContent() noexcept override { ++*faults_.contents; }
+    void endContent() noexcept override { --*faults_.contents; }
 
 private:
     MetadataPath map(const MetadataPath& path) const { return faults_.mapPath ? faults_.mapPath(path) : path; }
@@ -276,6 +282,23 @@ const BrokenKind brokenKinds[] = {
              if (*readings == 0 || !node)
                  node = inner.getNode(path);
              return node ? std::make_unique<MetadataNodeSpecification>(*node) : nullptr;
+         };
+     }},
+    {"WholeContentIsOneChange",  // reads what it replaces when it replaces it
+     [](Faults& faults) {
+         const auto aside = std::make_shared<Nodes>();
+         faults.setNodes = [aside, contents = faults.contents](auto& inner, auto& nodes) {
+             if (*contents > 0)
+                 *aside = nodes;
+             else
+                 inner.setNodes(nodes);
+         };
+         faults.setPaths = [aside](auto& inner, auto& paths) {
+             for (const auto& [path, node] : *aside)
+                 inner.getNode(path);
+             inner.setNodes(*aside);
+             aside->clear();
+             inner.setPaths(paths);
          };
      }},
     {"SimultaneousChangesAllStay",  // its lock does not hold for other processes

@@ -20,6 +20,7 @@
 #include "project/metadata/PathRenamer.hpp"
 #include "project/metadata/RepeatableRead.hpp"
 #include "project/metadata/SingleFileExport.hpp"
+#include "project/metadata/WholeContentWrite.hpp"
 #include "store_testing/StoreContractTest.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/ChildProcess.hpp"
@@ -375,6 +376,40 @@ TEST_P(StoreTest, WhoeverGoesThroughTheTreeSeesWhatOthersChangeMeanwhileAtOnce) 
         }
         EXPECT_GT(changes, 3);
     }
+}
+
+TEST(MonolithicStoreTest, AWholeContentIsWrittenOnce) {
+    const TempFolder folder;
+    const std::filesystem::path file = folder / "resources/project/Project.xml";
+    const auto store = openStore(u"monolithic", folder.path());
+    {
+        const project::metadata::WholeContentWrite writing(*store);
+        store->setNodes({{path({u"b"}), node(u"1")}, {path({u"c"}), node(u"1")}});
+        store->setNodes({{path({u"c"}), node(u"2")}});
+        EXPECT_FALSE(std::filesystem::exists(file));
+        store->setPaths({path({u"c"}), path({u"a"}), path({u"b"})});
+    }
+    const std::string written = readBytes(file);
+    const Content all = read(*store);
+    EXPECT_EQ(read(*openStore(u"monolithic", folder.path())), all);
+    EXPECT_EQ(all.size(), 4U);
+    EXPECT_TRUE(store->hasNode(path({u"b"})));
+    EXPECT_EQ(describe(*store->getNode(path({u"c"}))), describe(*node(u"2")));
+    {
+        const project::metadata::WholeContentWrite writing(*store);
+        store->setNodes({{path({u"d"}), node(u"1")}});
+        EXPECT_THROW(store->setNodes({{path({u"e"}), node(std::u16string(1, u'\xD800'))}}), MetadataWriteFailure);
+    }
+    store->setPaths({path({u"c"}), path({u"a"}), path({u"b"})});
+    EXPECT_EQ(readBytes(file), written);
+    const project::metadata::WholeContentWrite writing(*store);
+    store->setNodes({{path({u"c"}), node(u"3")}});
+    openStore(u"monolithic", folder.path())->addPath(path({u"e"}));
+    EXPECT_NE(messageOf<MetadataWriteFailure>([&] {
+                  store->setPaths({path({u"c"})});
+              }).find("changed since the nodes were set"),
+              std::string::npos);
+    EXPECT_EQ(read(*store).size(), 5U);
 }
 
 }  // namespace
