@@ -184,7 +184,11 @@ void writeStaged(const FileWriter& write, const Path& staged, const Path& file) 
     } catch (const MetadataWriteFailure& error) {
         // The XML writer does not say why it failed, but the system call that did is the last one that failed.
         const int reason = errno == 0 ? EIO : errno;
-        const auto& cause = std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
+        const auto& arguments = error.GetBaseMsgIDObj().arguments;
+        const auto& cause = std::get<std::u16string>(arguments.at(1));
+        // That of another file, from which what is written comes.
+        if (!cause.empty() && std::get<std::u16string>(arguments.at(0)) != staged.text())
+            throw;
         raise<MetadataWriteFailure>(file.text(),
                                     cause.empty() ? fromUtf8(std::generic_category().message(reason)) : cause);
     }

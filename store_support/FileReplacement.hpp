@@ -33,7 +33,7 @@ void replaceFile(const Path& file, std::string_view content);
 /// As that, for a file that must not be there yet, not even as a link that leads nowhere.
 void makeFile(const Path& file, const FileWriter& write);
 
-/// Calls `write`, whose errors name the file `staged`, so that they name `file`, which it is to become.
+/// Calls `write`, whose errors that name the file `staged` then name `file`, which it is to become.
 /// @throws MetadataWriteFailure naming `file`, for such an error; whatever else `write` throws
 void writeStaged(const FileWriter& write, const Path& staged, const Path& file);
 

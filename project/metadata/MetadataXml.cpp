@@ -60,8 +60,16 @@ std::optional<bool> tryToWrite(const Tree& tree, const host::Path& file, bool co
     // Unbuffered: whole blocks come, and a full disk must show in the call that writes them.
     stream.rdbuf()->pubsetbuf(nullptr, 0);
     stream.open(file.accessName(), std::ios::out | std::ios::trunc | std::ios::binary);
+    if (!stream)
+        return std::nullopt;
     detail::TreeFormatter formatter(stream);
-    formatter.write(tree, compactEnding);
+    try {
+        formatter.write(tree, compactEnding);
+    } catch (const detail::WriteStopped& stopped) {
+        stream.close();
+        errno = stopped.reason;
+        return std::nullopt;
+    }
     stream.close();  // sets the fail state itself if closing fails
     return stream.fail() ? std::nullopt : std::optional(formatter.needsProof());
 }

@@ -62,7 +62,8 @@ protected:
 };
 
 /// The same for a tree that is not made of nodes.
-/// @param tell tells the one root and all that is in it; may be called twice
+/// @param tell tells the one root and all that is in it; may be called again, from the beginning. Lets pass what the
+///        sink throws, which is that nothing more can be written; what it throws itself passes too.
 /// @return whether it needs proof, see `needsProof`
 PROJECT_METADATA_EXPORT bool writeToFile(const std::function<void(XmlSink& sink)>& tell, const host::Path& file,
                                          bool compactEnding);

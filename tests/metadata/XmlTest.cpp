@@ -183,6 +183,26 @@ TEST_F(XmlTest, whatCannotBeWrittenIsAnErrorThatNamesTheFile) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "errors are raised, not printed";
 }
 
+TEST_F(XmlTest, nobodyIsAskedForTheRestOfATreeThatCannotBeWritten) {
+    std::size_t told = 0;
+    const auto tell = [&](XmlSink& sink) {
+        const std::u16string name = u"Info";
+        sink.begin(name);
+        for (; told < 100'000; ++told) {
+            sink.begin(name);
+            sink.end();
+            errno = ENOENT;  // as who looks for what comes next
+        }
+        sink.end();
+    };
+    EXPECT_THROW(writeToFile(tell, u"/dev/full", false), MetadataWriteFailure);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_LT(told, 10'000U);
+    told = 0;
+    EXPECT_THROW(writeToFile(tell, folder.path(), false), MetadataWriteFailure);
+    EXPECT_EQ(told, 0U);
+}
+
 TEST_F(XmlTest, whatIsReadOnlyIsMadeWritableOnceIfTheSettingsAllowIt) {
     const UnprivilegedUser user;
     std::filesystem::create_directories(toStd(file.parentPath()));

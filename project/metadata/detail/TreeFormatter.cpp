@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <memory>
 
 #include "host/XmlText.hpp"
@@ -201,6 +202,8 @@ void TreeFormatter::appendAscii(std::u16string_view text) {
 void TreeFormatter::flush() {
     out_.write(bytes_.data(), static_cast<std::streamsize>(bytes_.size()));
     bytes_.clear();
+    if (!out_)
+        throw WriteStopped{errno};
 }
 
 }  // namespace project::metadata::detail

@@ -31,9 +31,14 @@ inline bool isDoubtfulKey(std::u16string_view key) {
     return isDoubtfulName(key) || key == u"xmlns";
 }
 
+/// A block could not be written: nobody need tell more. No error that users see.
+struct WriteStopped {
+    int reason;  ///< an error number of the operating system
+};
+
 class TreeFormatter : private XmlSink {
 public:
-    /// @param out takes the bytes, block by block; its state tells about failures
+    /// @param out takes the bytes, block by block; the first failure is a `WriteStopped`
     explicit TreeFormatter(std::ostream& out) : out_(out) {}
 
     /// Writes a whole document. See `writeToFile`.
