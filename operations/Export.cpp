@@ -17,8 +17,11 @@ std::vector<pm::MetadataDamage> exportMetadata(const pm::MetadataManager& store,
     if (!format)
         throw OperationError(ErrorKind::failure, "There is no store that keeps everything in one file");
     std::vector<pm::MetadataDamage> leftOut;
-    const pm::FileContent content{true, readSubtree(store, top, *progress, &leftOut)};
-    const auto write = [&](const host::Path& place) { format->writeFile(content, place); };
+    const auto tell = [&](pm::PathSink& sink) {
+        leftOut.clear();  // it may be told again
+        tellSubtree(store, top, *progress, &leftOut, sink);
+    };
+    const auto write = [&](const host::Path& place) { format->writePaths(tell, place); };
     if (isDryRun) {
         requireFeasibleOutput(file);
         const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"", u"");

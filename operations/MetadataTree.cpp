@@ -55,26 +55,32 @@ MetadataTree readFile(const host::Path& file) {
 
 class TreeReader {
 public:
-    TreeReader(const pm::MetadataManager& store, Progress& progress, std::vector<pm::MetadataDamage>* leftOut)
-        : store_(store), reading_(store), progress_(progress), leftOut_(leftOut) {}
+    TreeReader(const pm::MetadataManager& store, Progress& progress, std::vector<pm::MetadataDamage>* leftOut,
+               pm::PathSink& sink)
+        : store_(store), reading_(store), progress_(progress), leftOut_(leftOut), sink_(sink) {}
 
-    /// Fills `tree` with what the store has at `path` and below.
-    void fill(PathTree& tree, const pm::MetadataPath& path) {
+    /// Tells what the store has at `path`, whose last step is `step`, and below.
+    void tell(const pm::MetadataPath& path, const pm::PathElement& step) {
         progress_.advance();
+        sink_.begin(step, getNode(path));
+        for (const pm::MetadataPath& child : store_.getChildren(path))
+            tell(child, child.getPath().back());
+        sink_.end();
+    }
+
+private:
+    /// Null for a node that is left out, too.
+    NodePtr getNode(const pm::MetadataPath& path) {
         try {
-            tree.node = store_.getNode(path);
+            return store_.getNode(path);
         } catch (const pm::MetadataReadFailure& error) {
             if (!leftOut_ || !isDamaged(path))
                 throw;
             leftOut_->push_back({getNodeFile(path), store_support::getReadProblem(error)});
-        }
-        for (const pm::MetadataPath& child : store_.getChildren(path)) {
-            tree.children.emplace_back().step = child.getPath().back();
-            fill(tree.children.back(), child);
+            return nullptr;
         }
     }
 
-private:
     /// Whether the store says that the file with the node at `path` is damaged.
     bool isDamaged(const pm::MetadataPath& path) {
         if (!damagedFiles_) {
@@ -94,6 +100,7 @@ private:
     const pm::RepeatableRead reading_;
     Progress& progress_;
     std::vector<pm::MetadataDamage>* const leftOut_;
+    pm::PathSink& sink_;
     std::optional<std::set<host::Path>> damagedFiles_;  // found when they are first asked for
 };
 
@@ -147,16 +154,20 @@ PathTree readPaths(const pm::MetadataManager& store, Progress& progress) {
     return readSubtree(store, {}, progress);
 }
 
-PathTree readSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress,
-                     std::vector<pm::MetadataDamage>* leftOut) {
-    PathTree tree;
-    PathTree* at = &tree;
+PathTree readSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress) {
+    return pm::collectPaths([&](pm::PathSink& sink) { tellSubtree(store, top, progress, nullptr, sink); });
+}
+
+void tellSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress,
+                 std::vector<pm::MetadataDamage>* leftOut, pm::PathSink& sink) {
+    pm::PathElement last({}, {});
     for (const pm::PathElement& step : top.getPath()) {
-        at = &at->children.emplace_back();
-        at->step = step;
+        sink.begin(last, nullptr);
+        last = step;
     }
-    TreeReader(store, progress, leftOut).fill(*at, top);
-    return tree;
+    TreeReader(store, progress, leftOut, sink).tell(top, last);
+    for (std::size_t above = 0; above < top.getPath().size(); ++above)
+        sink.end();
 }
 
 const PathTree* findPath(const PathTree& tree, const pm::MetadataPath& top) {

@@ -49,9 +49,13 @@ MetadataTree readTree(const pm::MetadataManager& store, const host::Path& root, 
 PathTree readPaths(const pm::MetadataManager& store, Progress& progress);
 
 /// As that, but only `top` with everything below it, and the paths above it without their nodes.
+PathTree readSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress);
+
+/// Tells `sink` what `readSubtree` answers, while it is read.
 /// @param leftOut gets a node's damage instead of the error, if the store says that its file is damaged; may be null
-PathTree readSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress,
-                     std::vector<pm::MetadataDamage>* leftOut = nullptr);
+/// @throws as `readPaths`; whatever `sink` throws
+void tellSubtree(const pm::MetadataManager& store, const pm::MetadataPath& top, Progress& progress,
+                 std::vector<pm::MetadataDamage>* leftOut, pm::PathSink& sink);
 
 /// The path `top` in `tree`, which is that of the root path; null if it is not there.
 const PathTree* findPath(const PathTree& tree, const pm::MetadataPath& top);

@@ -91,6 +91,9 @@ public:
     void writeFile(const FileContent& content, const Path& file) const override {
         kind().fileFormat->writeFile(content, file);
     }
+    void writePaths(const project::metadata::PathTeller& tell, const Path& file) const override {
+        kind().fileFormat->writePaths(tell, file);
+    }
 };
 
 std::unique_ptr<MetadataManager> StoreFactory::createManager(const host::Path& root) {

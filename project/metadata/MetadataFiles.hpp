@@ -2,6 +2,7 @@
 /// them holds by itself. All interfaces are optional.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -81,6 +82,34 @@ struct PathTree {
     std::vector<PathTree> children;
 };
 
+/// Takes a path with everything below it: each path before what is below it, siblings in their order.
+class PROJECT_METADATA_EXPORT PathSink {
+public:
+    virtual ~PathSink() = default;
+
+    /// Begins the first path, or the next child of the one that was begun last and has not ended.
+    /// @param step the path's last step; empty texts for the root path
+    /// @param node null for a branch; nobody changes it any more
+    virtual void begin(const PathElement& step, const std::shared_ptr<const MetadataNode>& node) = 0;
+
+    /// Ends the path that was begun last and has not ended.
+    virtual void end() = 0;
+
+protected:
+    PathSink() = default;
+    PathSink(const PathSink&) = default;
+    PathSink& operator=(const PathSink&) = default;
+};
+
+/// Tells a path with everything below it. What it throws passes, and it lets pass what the sink throws.
+using PathTeller = std::function<void(PathSink& sink)>;
+
+/// Tells `tree`, but for the places of its paths: their order says those.
+PROJECT_METADATA_EXPORT void tellPaths(const PathTree& tree, PathSink& sink);
+
+/// What `tell` tells, in memory.
+PROJECT_METADATA_EXPORT PathTree collectPaths(const PathTeller& tell);
+
 /// What a file holds by itself. A value type.
 struct FileContent {
     bool isRoot;  ///< whether `tree` is that of the root path; otherwise only the path's last step is known
@@ -107,6 +136,12 @@ public:
     /// @throws project::metadata::MetadataWriteFailure, also for content that could not be read back; and as
     ///         `writeToFile`
     virtual void writeFile(const FileContent& content, const host::Path& file) const = 0;
+
+    /// As that, for content that nobody need have in memory at once. Without an implementation of the store's own, it
+    /// is collected for `writeFile`.
+    /// @param tell tells the root path with everything below it; may be called again, after a failure to write
+    /// @throws as `writeFile`; whatever `tell` throws. `file` is then as it was.
+    virtual void writePaths(const PathTeller& tell, const host::Path& file) const;
 
 protected:
     MetadataFileFormat() = default;

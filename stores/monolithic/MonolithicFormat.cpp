@@ -1,5 +1,11 @@
 #include "stores/monolithic/MonolithicFormat.hpp"
 
+#include <algorithm>
+#include <optional>
+
+#include "host/FileSystem.hpp"
+#include "host/TempDirGuard.hpp"
+#include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/SharedNode.hpp"
 #include "store_support/FileReplacement.hpp"
 #include "store_support/PathXml.hpp"
@@ -11,6 +17,8 @@
 namespace stores::monolithic {
 
 using project::metadata::FileContent;
+using project::metadata::PathSink;
+using project::metadata::XmlSink;
 
 namespace {
 
@@ -18,25 +26,96 @@ bool isOwn(const MetadataNode& root) {
     return root.getName() == projectElementName && root.get(metadataTypeKey()) == monolithicName;
 }
 
-void copyTo(project::metadata::PathTree& to, const SharedTree& from) {
-    to.node = from.node;
-    for (const SharedTree::Child& child : from.getChildren())
-        copyTo(to.children.emplace_back(project::metadata::PathTree{child.element, nullptr, {}, {}}), child.tree);
+/// A node is proved with as many others in one scratch file.
+constexpr std::size_t nodesInProof = 1000;
+
+/// In UTF-16 units. A tag that is longer, or some of them together, may be too much for a reader.
+constexpr std::size_t longTag = 10'000;
+
+bool hasLongTag(const MetadataNode& node) {
+    std::size_t size = node.getName().size();
+    project::metadata::visitAttributes(node,
+                                       [&](const auto& key, const auto& value) { size += key.size() + value.size(); });
+    const auto& children = node.getChildNodes();
+    return size > longTag ||
+           std::any_of(children.begin(), children.end(), [](const auto& child) { return hasLongTag(*child); });
 }
 
-/// @param depth how many elements lie above that of the path
-/// @param file for the error
-void copyTo(SharedTree& to, const project::metadata::PathTree& from, int depth, const Path& file) {
-    requireDepth(depth, file);
-    if (from.node)
-        requireReadable(project::metadata::getShared(*from.node), depth + 2, file);
-    to.node = from.node;
-    for (const project::metadata::PathTree& child : from.children) {
-        if (to.find(child.step))
-            raise<MetadataWriteFailure>(file.text(), u"a path would stand twice under one parent in it");
-        copyTo(to.add(child.step), child, depth + 1, file);
+/// Hands on to a file what can be read back from it.
+class ProvedPaths : public PathSink {
+public:
+    /// @param file for errors
+    ProvedPaths(XmlSink& xml, const Path& file) : paths_(xml), file_(file) {}
+
+    void begin(const PathElement& step, const std::shared_ptr<const MetadataNode>& node) override {
+        isEmpty_ = siblings_.empty() && !node;
+        if (!siblings_.empty())
+            addSibling(step);
+        const int depth = static_cast<int>(siblings_.size());
+        requireDepth(depth, file_);
+        if (node)
+            requireReadable(project::metadata::getShared(*node), depth + 2, file_);
+        if (node && project::metadata::needsProof(*node)) {
+            isLong_ = isLong_ || hasLongTag(project::metadata::getShared(*node));
+            doubtful_.push_back(node);
+            if (doubtful_.size() == nodesInProof)
+                proveNodes();
+        }
+        siblings_.emplace_back();
+        paths_.begin(step, node);
     }
-}
+
+    void end() override {
+        siblings_.pop_back();
+        paths_.end();
+    }
+
+    bool isEmpty() const noexcept { return isEmpty_; }
+
+    /// @param written the file, which is complete
+    void prove(const Path& written) {
+        if (!doubtful_.empty())
+            proveNodes();
+        if (!isLong_)
+            return;
+        try {
+            static_cast<void>(project::metadata::readFromFile(written));
+        } catch (const project::exception::ProjectException&) {
+            raise<MetadataWriteFailure>(file_.text(), u"it could not be read back");
+        }
+    }
+
+private:
+    void addSibling(const PathElement& step) {
+        SharedTree& siblings = siblings_.back();
+        if (siblings.find(step))
+            raise<MetadataWriteFailure>(file_.text(), u"a path would stand twice under one parent in it");
+        siblings.add(step);
+        if (step.getType().size() + step.getLocation().size() > longTag) {
+            requireStorable(project::metadata::MetadataPath({step}), file_);
+            isLong_ = true;
+        }
+    }
+
+    void proveNodes() {
+        const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"metadata-", u"");
+        const auto tell = [&](XmlSink& xml) {
+            xml.begin(projectElementName);
+            for (const auto& node : doubtful_)
+                putNode(xml, node);
+            xml.end();
+        };
+        writeProved(tell, Path(scratch.getDirectoryName()) / u"nodes.xml", false, file_);
+        doubtful_.clear();
+    }
+
+    XmlPaths paths_;
+    const Path& file_;
+    std::vector<SharedTree> siblings_;  // those that have come of the next path, for each path that is open
+    bool isEmpty_ = true;
+    std::vector<std::shared_ptr<const MetadataNode>> doubtful_;
+    bool isLong_ = false;
+};
 
 }  // namespace
 
@@ -53,19 +132,23 @@ std::optional<FileContent> MonolithicFormat::readFile(const Path& file) const {
     if (!damage.empty())
         raise<MetadataReadFailure>(file.text(), damage.front().problem);
     requireNothingLost(*xml, *toXml(tree), file);
-    FileContent content{true, {}};
-    copyTo(content.tree, tree);
-    return content;
+    return FileContent{true, project::metadata::collectPaths([&](PathSink& sink) { tellPaths(tree, sink); })};
 }
 
 void MonolithicFormat::writeFile(const FileContent& content, const Path& file) const {
     if (!content.isRoot)
         raise<MetadataWriteFailure>(file.text(), u"a file of this store holds all paths from the root path on");
-    SharedTree tree;
-    copyTo(tree, content.tree, 0, file);
-    const bool isEmpty = !tree.node && tree.getChildren().empty();
+    writePaths([&](PathSink& sink) { project::metadata::tellPaths(content.tree, sink); }, file);
+}
+
+void MonolithicFormat::writePaths(const project::metadata::PathTeller& tell, const Path& file) const {
     replaceFile(file, [&](const Path& staged) {
-        writeProved([&](auto& sink) { tellXml(tree, sink); }, staged, isEmpty, file);
+        std::optional<ProvedPaths> paths;
+        const auto tellFile = [&](XmlSink& xml) { tell(paths.emplace(xml, file)); };
+        project::metadata::writeToFile(tellFile, staged, false);
+        if (paths->isEmpty())
+            project::metadata::writeToFile([](XmlSink& xml) { tellXml({}, xml); }, staged, true);
+        paths->prove(staged);
     });
 }
 

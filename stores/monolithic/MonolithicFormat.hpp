@@ -12,6 +12,7 @@ public:
     std::vector<std::u16string> getFilePatterns() const override;
     std::optional<project::metadata::FileContent> readFile(const Path& file) const override;
     void writeFile(const project::metadata::FileContent& content, const Path& file) const override;
+    void writePaths(const project::metadata::PathTeller& tell, const Path& file) const override;
 };
 
 }  // namespace stores::monolithic

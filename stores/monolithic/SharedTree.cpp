@@ -30,6 +30,7 @@
 namespace stores::monolithic {
 
 using project::metadata::MetadataNodeSpecification;
+using project::metadata::PathSink;
 using project::metadata::XmlSink;
 
 namespace {
@@ -111,14 +112,11 @@ private:
     std::vector<MetadataDamage>& damage_;
 };
 
-void tellChildren(const SharedTree& tree, XmlSink& sink) {
-    putNode(sink, tree.node);
-    for (const SharedTree::Child& child : tree.getChildren()) {
-        sink.begin(pathElementName);
-        putPathElement(sink, child.element);
-        tellChildren(child.tree, sink);
-        sink.end();
-    }
+void tell(const PathElement& step, const SharedTree& tree, PathSink& sink) {
+    sink.begin(step, tree.node);
+    for (const SharedTree::Child& child : tree.getChildren())
+        tell(child.element, child.tree, sink);
+    sink.end();
 }
 
 std::size_t hash(const PathElement& element) {
@@ -304,11 +302,25 @@ bool isAllSeen(const SharedTree& tree) {
                                          [](const SharedTree::Child& child) { return isAllSeen(child.tree); });
 }
 
+void tellPaths(const SharedTree& tree, PathSink& sink) {
+    tell({{}, {}}, tree, sink);
+}
+
+void XmlPaths::begin(const PathElement& step, const std::shared_ptr<const MetadataNode>& node) {
+    if (hasRoot_) {
+        xml_.begin(pathElementName);
+        putPathElement(xml_, step);
+    } else {
+        xml_.begin(projectElementName);
+        xml_.put(metadataTypeKey(), monolithicName);
+        hasRoot_ = true;
+    }
+    putNode(xml_, node);
+}
+
 void tellXml(const SharedTree& tree, XmlSink& sink) {
-    sink.begin(projectElementName);
-    sink.put(metadataTypeKey(), monolithicName);
-    tellChildren(tree, sink);
-    sink.end();
+    XmlPaths paths(sink);
+    tellPaths(tree, paths);
 }
 
 std::shared_ptr<const MetadataNode> toXml(const SharedTree& tree) {

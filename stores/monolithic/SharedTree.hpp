@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataXml.hpp"
 #include "store_support/XmlFile.hpp"
 #include "stores/Names.hpp"
@@ -101,6 +102,22 @@ void findGone(const SharedTree& before, const SharedTree* now, std::vector<PathE
 
 /// Whether nothing in `tree` is unseen.
 bool isAllSeen(const SharedTree& tree);
+
+/// Tells `sink` what `tree` holds. The root path is that of the project.
+void tellPaths(const SharedTree& tree, project::metadata::PathSink& sink);
+
+/// Tells a file what it is told of a project: the root path with everything below it.
+class XmlPaths : public project::metadata::PathSink {
+public:
+    explicit XmlPaths(project::metadata::XmlSink& xml) : xml_(xml) {}
+
+    void begin(const PathElement& step, const std::shared_ptr<const MetadataNode>& node) override;
+    void end() override { xml_.end(); }
+
+private:
+    project::metadata::XmlSink& xml_;
+    bool hasRoot_ = false;
+};
 
 /// Tells `sink` the file that holds `tree`.
 void tellXml(const SharedTree& tree, project::metadata::XmlSink& sink);

@@ -261,6 +261,10 @@ TEST_F(FileFormatTest, WhatAFileCannotHoldIsNotWritten) {
     const PathTree leaf{{u"t", u"a"}, nullptr, u"a1", {}};
     const PathTree invalid{{u"t", u"a"}, node(u"1", u"no name"), u"a1", {}};
     refused(u"fixedPath", {true, {{u"", u""}, nullptr, {}, {leaf}}}, "holds one path");
+    const auto tell = [&](auto& sink) { tellPaths({{u"", u""}, nullptr, {}, {leaf}}, sink); };
+    const std::string told =
+        messageOf<MetadataWriteFailure>([&] { format(u"fixedPath").writePaths(tell, toPath(file_)); });
+    EXPECT_NE(told.find("holds one path"), std::string::npos) << told;
     refused(u"fixedPath", {false, {{u"t", u"a"}, nullptr, u"first", {}}}, "no rank: \"first\"");
     refused(u"monolithic", {false, leaf}, "all paths");
     refused(u"monolithic", {true, {{u"", u""}, nullptr, {}, {leaf, leaf}}}, "twice");
@@ -270,6 +274,31 @@ TEST_F(FileFormatTest, WhatAFileCannotHoldIsNotWritten) {
     const PathTree large{{u"t", u"a"}, node(std::u16string(10'000'001, u'x')), u"a1", {}};
     refused(u"fixedPath", {false, large}, "could not be read back");
     refused(u"monolithic", {true, {{u"", u""}, nullptr, {}, {large}}}, "could not be read back");
+    // Each of these could be, and as many as are tried together, but a reader keeps the names of all.
+    PathTree longNames{{u"", u""}, nullptr, {}, {}};
+    for (std::size_t i = 0; i < 4000; ++i) {
+        const auto tag = i % 10 == 0 ? std::u16string(40'000 + i, u'n') : u"ns:name";
+        longNames.children.push_back({{u"t", std::u16string(i, u'x')}, node(u"1", tag), {}, {}});
+    }
+    try {
+        format(u"monolithic").writeFile({true, longNames}, toPath(file_));
+        EXPECT_TRUE(format(u"monolithic").readFile(toPath(file_)));
+    } catch (const std::bad_alloc&) {
+        EXPECT_EQ(readBytes(file_).substr(0, 10), "before");
+    }
+    writeBytes(file_, "before");
+    // One that is dropped by readers, among many that are tried together.
+    const auto namespaced = node(u"1");
+    namespaced->put(u"xmlns:a", u"");
+    for (const std::size_t bad : {0U, 1700U, 3400U}) {
+        PathTree undeclared{{u"", u""}, nullptr, {}, {}};
+        for (std::size_t i = 0; i <= 3400; ++i) {
+            undeclared.children.push_back({{u"t", std::u16string(i, u'x')}, node(u"1", u"ns:name"), {}, {}});
+            if (i == bad)
+                undeclared.children.back().node = namespaced;
+        }
+        refused(u"monolithic", {true, undeclared}, "<Info> would read back differently");
+    }
 }
 
 }  // namespace
