@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "project/exception/ProjectException.hpp"
+#include "project/metadata/AttributeRules.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "store_support/TreeRules.hpp"
 
@@ -98,11 +99,12 @@ public:
             fail();
         const std::string_view text = bytes_.substr(0, size);
         if (!isPlain(text)) {
-            hasPlainTexts_ = false;
-            if (toUtf8(fromUtf8(text)) != text) {
+            const std::u16string units = fromUtf8(text);
+            if (toUtf8(units) != text) {
                 fail();
                 return {};
             }
+            hasValidTexts_ = hasValidTexts_ && project::metadata::isValidAttribute(units);
         }
         bytes_.remove_prefix(text.size());
         return text;
@@ -120,8 +122,8 @@ public:
     /// Whether `requireReadable` has nothing against all names that were read.
     bool hasPlainNames() const { return hasPlainNames_; }
 
-    /// Nor against any value.
-    bool isPlainThroughout() const { return hasPlainNames_ && hasPlainTexts_; }
+    /// Nor anybody against any value.
+    bool isNodeForSure() const { return hasPlainNames_ && hasValidTexts_; }
 
     void fail() {
         failed_ = true;
@@ -132,7 +134,7 @@ private:
     std::string_view bytes_;
     bool failed_ = false;
     bool hasPlainNames_ = true;
-    bool hasPlainTexts_ = true;
+    bool hasValidTexts_ = true;
 };
 
 /// @param builder to make a node; null to read it only
@@ -193,7 +195,7 @@ bool isNode(std::string_view bytes) {
     readNode(reader, nullptr, 0);
     if (reader.hasFailed() || !reader.isAtEnd())
         return false;
-    return reader.isPlainThroughout() || NodeDecoder().decode(bytes);
+    return reader.isNodeForSure() || NodeDecoder().decode(bytes);
 }
 
 }  // namespace store_support

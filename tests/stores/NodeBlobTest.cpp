@@ -49,6 +49,28 @@ TEST(NodeDecoderTest, ThereMayBeAnyNumberOfKinds) {
     EXPECT_EQ(describe(*kept.front()), u"<n0 Value='0' k0=''>");
 }
 
+TEST(NodeDecoderTest, WhatIsANodeIsSaidWithoutMakingIt) {
+    const std::pair<std::string, bool> values[] = {{"", true},
+                                                   {"\t\x7F", true},
+                                                   {"\xC2\xB0"
+                                                    "C",
+                                                    true},
+                                                   {"\xF0\x9D\x84\x9E", true},
+                                                   {"a\x01", false},
+                                                   {"\xC3", false},
+                                                   {"\xEF\xBF\xBE", false},
+                                                   {"\xF0\x9F\x90\x80", false},
+                                                   {"\xC1\x81", false},
+                                                   {"\xED\xA0\x81", false}};
+    for (const auto& [value, isNode] : values) {
+        std::string bytes("\1n\1\1k");
+        bytes += static_cast<char>(value.size());
+        bytes += value + '\0';
+        EXPECT_EQ(store_support::isNode(bytes), isNode) << value;
+        EXPECT_EQ(NodeDecoder().decode(bytes) != nullptr, isNode) << value;
+    }
+}
+
 TEST(NodeDecoderTest, NoNameHoldsAZero) {
     using namespace std::string_view_literals;
     NodeDecoder decoder;
