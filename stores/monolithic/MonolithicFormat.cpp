@@ -88,9 +88,10 @@ public:
 private:
     void addSibling(const PathElement& step) {
         SharedTree& siblings = siblings_.back();
-        if (siblings.find(step))
-            raise<MetadataWriteFailure>(file_.text(), u"a path would stand twice under one parent in it");
+        const std::size_t count = siblings.getChildren().size();
         siblings.add(step);
+        if (siblings.getChildren().size() == count)
+            raise<MetadataWriteFailure>(file_.text(), u"a path would stand twice under one parent in it");
         if (step.getType().size() + step.getLocation().size() > longTag) {
             requireStorable(project::metadata::MetadataPath({step}), file_);
             isLong_ = true;
