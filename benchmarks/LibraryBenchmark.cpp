@@ -3,6 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,8 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&count, arguments.data());
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data()))
         return 1;
+    // The command keeps there what it remembers of its scans.
+    setenv("XDG_STATE_HOME", (benchmarks::scratchFolder() / u"state").accessName().c_str(), 1);
     benchmarks::addXmlBenchmarks();
     benchmarks::addPathBenchmarks();
     benchmarks::addNodeBenchmarks();

@@ -5,9 +5,12 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <valgrind/valgrind.h>
 
 #include <filesystem>
 #include <stdexcept>
+
+#include "benchmarks/Measuring.hpp"
 
 namespace benchmarks {
 
@@ -30,6 +33,20 @@ double run(std::vector<std::string> words) {
         return 1000.0 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1000.0;
     };
     return milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
+}
+
+void timedRun(benchmark::State& state, std::vector<std::string> words, const std::function<void()>& finish) {
+    if (RUNNING_ON_VALGRIND) {
+        const std::string profile = std::filesystem::current_path() / "callgrind.out.%p";
+        words.insert(words.begin(), {"valgrind", "--tool=callgrind", "--quiet", "--trace-children=yes",
+                                     "--callgrind-out-file=" + profile});
+    }
+    double processor = 0;
+    timed(state, [&] {
+        processor = run(words);
+        finish();
+    });
+    addProcessorTime(state, processor);
 }
 
 std::string findCommand() {

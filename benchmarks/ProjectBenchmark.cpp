@@ -128,9 +128,7 @@ void addExports(const std::u16string& store, std::size_t count, const char* refe
         const std::string target = (scratchFolder() / u"exported.xml").accessName();
         for (auto _ : state) {
             std::filesystem::remove(target);
-            double processor = 0;
-            timed(state, [&] { processor = run({findCommand(), "export", root.accessName(), "--output", target}); });
-            addProcessorTime(state, processor);
+            timedRun(state, {findCommand(), "export", root.accessName(), "--output", target});
         }
     });
 }
@@ -206,12 +204,7 @@ void addWriteBenchmarks(std::size_t count) {
             const host::Path root = newFolder(u"tar");
             std::filesystem::create_directory(root.accessName());
             sync();
-            double processor = 0;
-            timed(state, [&] {
-                processor = run({"tar", "xf", archive, "-C", root.accessName()});
-                flushAll(root);
-            });
-            addProcessorTime(state, processor);
+            timedRun(state, {"tar", "xf", archive, "-C", root.accessName()}, [&] { flushAll(root); });
         }
     });
 }
@@ -272,11 +265,11 @@ void addProjectBenchmarks() {
     for (const std::size_t count : {10000U, 100000U}) {
         addExportBenchmarks(count);
         addReadBenchmarks(count);
+        addWriteBenchmarks(count);
     }
-    addWriteBenchmarks(100000);
     constexpr std::size_t large = 1'000'000;
     for (const std::u16string store : {u"fixedPath", u"monolithic", u"sqlite"}) {
-        for (const std::size_t count : {std::size_t{1000}, large}) {
+        for (const std::size_t count : {std::size_t{1000}, std::size_t{100'000}, large}) {
             addChangeBenchmark(store, count);
             addOpenBenchmark(store, count);
         }

@@ -1,10 +1,13 @@
 """The goals of the library, and how far it is from them. As a program, runs just what they compare: see --help."""
 
 import argparse
+import functools
+import glob
 import json
 import math
 import os
 import re
+import shutil
 import subprocess
 import sys
 from typing import NamedTuple, Optional, Tuple
@@ -40,16 +43,17 @@ GOALS = [
          1 / 6, small=("200000", "20000")),
     Goal("copyMetadata, 200,000 against 20,000 paths", f"copy/200000/{OURS}", f"copy/20000/{OURS}",
          13, small=("00/", "0/")),
-    Goal("copyMetadata, 2,000,000 against 200,000 paths", f"copy/2000000/{OURS}", f"copy/200000/{OURS}", 13),
+    Goal("copyMetadata, 2,000,000 against 200,000 paths", f"copy/2000000/{OURS}", f"copy/200000/{OURS}",
+         13, small=("00/", "0/")),
     Goal("put", f"put/50000/{OURS}", "put/50000/map", 3, small=("50000", "50000")),
     *(Goal(f"export, {store}", f"export_{store}/100000/{OURS}", f"export_{store}/100000/{reference}", goal,
            figure="processor", small=("100000", "10000"))
       for store, reference, goal in [("monolithic", "read_and_write", 2.5), ("fixedPath", "read_and_write", 2),
                                      ("sqlite", "select_and_write", 3)]),
     *(Goal(f"command export, {store}", f"export_{store}/100000/command", f"export_{store}/100000/{OURS}", 1.2,
-           figure="processor") for store in ("monolithic", "fixedPath", "sqlite")),
+           figure="processor", small=("100000", "10000")) for store in ("monolithic", "fixedPath", "sqlite")),
     *(Goal(f"command {what}, {store}", f"command_{what}_{store}/100000/{OURS}", reference.format(store), goal,
-           figure="processor")
+           figure="processor", small=("100000", "10000"))
       for what, reference, goal in [("find", "command_find/100000/grep", 3), ("scan", "command_scan/100000/git_status", 3),
                                     ("report", "command_find/100000/grep", 3),
                                     ("move", f"command_set_{{}}/100000/{OURS}", 1.5)]
@@ -58,13 +62,14 @@ GOALS = [
          figure="processor", small=("100000", "10000")),
     Goal("full read, fixedPath", f"readAll_fixedPath/100000/{OURS}", "readAll_fixedPath/100000/text_reader", 1.5,
          figure="processor", small=("100000", "10000")),
-    Goal("first write, fixedPath", f"firstWrite_fixedPath/100000/{OURS}", "firstWrite_fixedPath/100000/tar", 2),
+    Goal("first write, fixedPath", f"firstWrite_fixedPath/100000/{OURS}", "firstWrite_fixedPath/100000/tar",
+         2, small=("100000", "10000")),
     *(Goal(f"{what}, {store}, 1,000,000 against 1,000 nodes", f"{name}_{store}/1000000/{OURS}",
-           f"{name}_{store}/1000/{OURS}", goal)
+           f"{name}_{store}/1000/{OURS}", goal, small=("1000000", "100000"))
       for what, name in [("open", "open"), ("one change", "change")]
       for store, goal in [("fixedPath", 1.5), ("monolithic", 1300), ("sqlite", 1.5)]),
     *(Goal(f"{what}, {store}, 1,000,000 against 100,000 nodes", f"{name}_{store}/1000000/{OURS}",
-           f"{name}_{store}/100000/{OURS}", 13, figure="processor")
+           f"{name}_{store}/100000/{OURS}", 13, figure="processor", small=("0000/", "000/"))
       for what, name in [("full read", "readAll"), ("export", "export")]
       for store in ("fixedPath", "monolithic", "sqlite")),
     *(Goal(f"memory of 1,000,000 nodes, {store}", f"memory_{store}/1000000/{OURS}",
@@ -94,23 +99,28 @@ def read_figures(raw_file):
 
 
 def run(program, folder, names, prefix=(), options=()):
-    """The figures of these benchmarks, with the program run with `options` by the command `prefix`."""
+    """The figures of these benchmarks, with the program run in the folder, with `options`, by the command `prefix`."""
     raw_file = os.path.join(folder, "goals.json")
     names = "|".join(map(re.escape, sorted(names)))
     subprocess.run([*prefix, program, f"--benchmark_filter=^({names})/iterations", f"--benchmark_out={raw_file}",
-                    "--benchmark_out_format=json", *options], stdout=sys.stderr, check=True)
+                    "--benchmark_out_format=json", *options], cwd=folder, stdout=sys.stderr, check=True)
     return read_figures(raw_file)
 
 
+@functools.cache
 def count_instructions(program, folder, name):
-    """The instructions of one iteration of a benchmark. Leaves the profile in the folder."""
-    profile = os.path.join(folder, f"callgrind.{name.replace('/', '.')}.out")
+    """The instructions of one iteration of a benchmark, with those of the programs that it starts for it. Leaves the
+    profiles in a folder of their own."""
+    folder = os.path.join(folder, f"callgrind.{name.replace('/', '.')}")
+    shutil.rmtree(folder, ignore_errors=True)
+    os.makedirs(folder)
     figures = run(program, folder, [name],
-                  ["valgrind", "--tool=callgrind", "--quiet", "--collect-atstart=no",
-                   f"--callgrind-out-file={profile}"],
+                  ["valgrind", "--tool=callgrind", "--quiet", "--instr-atstart=no", "--collect-atstart=no"],
                   ["--benchmark_repetitions=1"])
-    with open(profile, encoding="utf-8") as stream:
-        total = int(re.search(r"^totals: (\d+)", stream.read(), re.MULTILINE).group(1))
+    total = 0
+    for profile in glob.glob(os.path.join(glob.escape(folder), "callgrind.out.*")):
+        with open(profile, encoding="utf-8") as stream:
+            total += int(re.search(r"^totals: (\d+)", stream.read(), re.MULTILINE).group(1))
     return total // figures[name]["iterations"]
 
 
@@ -169,9 +179,10 @@ def main():
                         help="where raw figures, callgrind's profiles and, for all goals, instructions.json go")
     parser.add_argument("word", nargs="*", help="only goals whose names contain one of these")
     arguments = parser.parse_args()
-    os.makedirs(arguments.folder, exist_ok=True)
+    program, folder = os.path.abspath(arguments.program), os.path.abspath(arguments.folder)
+    os.makedirs(folder, exist_ok=True)
     goals = [goal for goal in GOALS if not arguments.word or any(word in goal.name for word in arguments.word)]
-    (print_instructions if arguments.instructions else print_times)(goals, arguments.program, arguments.folder)
+    (print_instructions if arguments.instructions else print_times)(goals, program, folder)
 
 
 if __name__ == "__main__":
