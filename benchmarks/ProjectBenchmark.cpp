@@ -74,6 +74,13 @@ void readAll(const MetadataManager& store, const MetadataPath& path) {
         readAll(store, child);
 }
 
+/// A full read: the project is opened, and read as one reading.
+void readProject(const std::u16string& store, const host::Path& root) {
+    const auto opened = openStore(store, root);
+    const project::metadata::RepeatableRead reading(*opened);
+    readAll(*opened, {});
+}
+
 /// Every row of the table of paths, with its node. @return how many nodes there were
 std::size_t selectAll(const host::Path& root) {
     using namespace stores::sqlite;
@@ -153,11 +160,7 @@ void addReadBenchmarks(std::size_t count) {
     const std::string end = "/" + std::to_string(count) + "/";
     for (const std::u16string store : {u"fixedPath", u"monolithic", u"sqlite"}) {
         addWork("readAll_" + host::toUtf8(store) + end + "project_metadata", store, count,
-                [=](const host::Path& root, const host::Path&) {
-                    const auto opened = openStore(store, root);
-                    const project::metadata::RepeatableRead reading(*opened);
-                    readAll(*opened, {});
-                });
+                [=](const host::Path& root, const auto&) { readProject(store, root); });
     }
     addWork("readAll_fixedPath" + end + "text_reader", u"fixedPath", count, [](const host::Path& root, const auto&) {
         for (const std::string& file : listFiles(root))
@@ -242,7 +245,7 @@ void addLargeBenchmarks(const std::u16string& store, std::size_t count) {
         addWork(name, store, count, work)->Repetitions(1);
     };
     addOnce("readAll" + end + "project_metadata",
-            [=](const host::Path& root, const auto&) { readAll(*openStore(store, root), {}); });
+            [=](const host::Path& root, const auto&) { readProject(store, root); });
     addOnce("export" + end + "project_metadata", [](const host::Path& root, const host::Path& target) {
         project::metadata::writeMetadataToSingleFile(root, target);
     });
@@ -254,7 +257,7 @@ void addLargeBenchmarks(const std::u16string& store, std::size_t count) {
     };
     addMemory("project_metadata", [=] {
         const host::Path root = projectOf(store, count);
-        return measureHeap([&] { readAll(*openStore(store, root), {}); }).peak;
+        return measureHeap([&] { readProject(store, root); }).peak;
     });
     addMemory("one_kilobyte", [=] { return static_cast<std::int64_t>(1024 * count); });
 }
