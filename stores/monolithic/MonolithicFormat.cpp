@@ -26,19 +26,26 @@ bool isOwn(const MetadataNode& root) {
     return root.getName() == projectElementName && root.get(metadataTypeKey()) == monolithicName;
 }
 
-/// A node is proved with as many others in one scratch file.
+/// So many nodes are proved in one scratch file, or nodes of so many UTF-16 units.
 constexpr std::size_t nodesInProof = 1000;
+constexpr std::size_t unitsInProof = 1'000'000;
 
 /// In UTF-16 units. A tag that is longer, or some of them together, may be too much for a reader.
 constexpr std::size_t longTag = 10'000;
 
-bool hasLongTag(const MetadataNode& node) {
-    std::size_t size = node.getName().size();
+/// In UTF-16 units.
+struct NodeSize {
+    std::size_t all = 0;
+    std::size_t longestTag = 0;
+};
+
+void measure(const MetadataNode& node, NodeSize& size) {
+    std::size_t tag = node.getName().size();
     project::metadata::visitAttributes(node,
-                                       [&](const auto& key, const auto& value) { size += key.size() + value.size(); });
-    const auto& children = node.getChildNodes();
-    return size > longTag ||
-           std::any_of(children.begin(), children.end(), [](const auto& child) { return hasLongTag(*child); });
+                                       [&](const auto& key, const auto& value) { tag += key.size() + value.size(); });
+    size = {size.all + tag, std::max(size.longestTag, tag)};
+    for (const auto& child : node.getChildNodes())
+        measure(*child, size);
 }
 
 /// Hands on to a file what can be read back from it.
@@ -55,12 +62,8 @@ public:
         requireDepth(depth, file_);
         if (node)
             requireReadable(project::metadata::getShared(*node), depth + 2, file_);
-        if (node && project::metadata::needsProof(*node)) {
-            isLong_ = isLong_ || hasLongTag(project::metadata::getShared(*node));
-            doubtful_.push_back(node);
-            if (doubtful_.size() == nodesInProof)
-                proveNodes();
-        }
+        if (node && project::metadata::needsProof(*node))
+            addDoubtful(node);
         siblings_.emplace_back();
         paths_.begin(step, node);
     }
@@ -98,6 +101,16 @@ private:
         }
     }
 
+    void addDoubtful(const std::shared_ptr<const MetadataNode>& node) {
+        NodeSize size;
+        measure(project::metadata::getShared(*node), size);
+        isLong_ = isLong_ || size.longestTag > longTag;
+        doubtful_.push_back(node);
+        doubtfulUnits_ += size.all;
+        if (doubtful_.size() == nodesInProof || doubtfulUnits_ > unitsInProof)
+            proveNodes();
+    }
+
     void proveNodes() {
         const host::TempDirGuard scratch(host::FileSystem::temp_directory_name().text(), u"metadata-", u"");
         const auto tell = [&](XmlSink& xml) {
@@ -108,13 +121,15 @@ private:
         };
         writeProved(tell, Path(scratch.getDirectoryName()) / u"nodes.xml", false, file_);
         doubtful_.clear();
+        doubtfulUnits_ = 0;
     }
 
     XmlPaths paths_;
     const Path& file_;
     std::vector<SharedTree> siblings_;  // those that have come of the next path, for each path that is open
     bool isEmpty_ = true;
-    std::vector<std::shared_ptr<const MetadataNode>> doubtful_;
+    std::vector<std::shared_ptr<const MetadataNode>> doubtful_;  // what is still to be proved
+    std::size_t doubtfulUnits_ = 0;
     bool isLong_ = false;
 };
 

@@ -215,7 +215,7 @@ TEST_F(CommandPluginsTest, noneIsAnErrorThatSaysSo) {
     surroundings.variables["PROJECT_METADATA_PREFIX"] = folder / "empty";
     expectFailure(run({"stores"}, surroundings), 3,
                   {"There are no metadata stores", "looked for in \"" + plugins.native() + '"', folder / "empty"});
-    expectFailure(run({"init", root}, surroundings), 3, {"no default store"});
+    expectFailure(run({"init", root}, surroundings), 3, {"no store \"fixedPath\"", "there are: none"});
 
     init();
     expectFailure(run({"tree", root}, surroundings), 3, {"\"fixedPath\"", coreFile});
