@@ -108,6 +108,13 @@ private:
     bool isGood_ = true;
 };
 
+/// Makes `key` that of `path`; what it was before saves memory from being asked for.
+void fillKey(std::u16string& key, const pm::MetadataPath& path) {
+    key.clear();
+    for (const pm::PathElement& step : path.getPath())
+        key.append(step.getType()).append(1, u'\0').append(step.getLocation()).append(1, u'\0');
+}
+
 }  // namespace
 
 ScanRecord::ScanRecord(const host::Path& folder) {
@@ -178,21 +185,25 @@ void ScanRecord::keep(const Traces& traces, const Fingerprints& fingerprints,
     std::copy_if(fingerprints_.begin(), fingerprints_.end(), std::inserter(known, known.end()),
                  [&](const auto& entry) { return isOfInterest(entry.first); });
     std::string bytes = heading_;
+    bytes.reserve(bytes_.size());
     putNumber(bytes, static_cast<std::uint32_t>(known.size()));
-    for (const auto& [key, fingerprint] : known) {
-        putText(bytes, key);
+    for (const auto& [folder, fingerprint] : known) {
+        putText(bytes, folder);
         putText(bytes, fingerprint);
     }
-    for (const auto& [path, trace] : traces)
-        putTrace(bytes, makeKey(path), trace);
+    std::u16string key;
+    for (const auto& [path, trace] : traces) {
+        fillKey(key, path);
+        putTrace(bytes, key, trace);
+    }
     if (bytes == bytes_)
         return;
     parseTraces();
     for (const auto& [path, trace] : traces)
         traces_->erase(makeKey(path));
-    for (const auto& [key, trace] : *traces_) {
-        if (isOfInterest(key))
-            putTrace(bytes, key, trace);
+    for (const auto& [other, trace] : *traces_) {
+        if (isOfInterest(other))
+            putTrace(bytes, other, trace);
     }
     if (bytes == bytes_)
         return;
@@ -202,8 +213,7 @@ void ScanRecord::keep(const Traces& traces, const Fingerprints& fingerprints,
 
 std::u16string ScanRecord::makeKey(const pm::MetadataPath& path) {
     std::u16string key;
-    for (const pm::PathElement& step : path.getPath())
-        key.append(step.getType()).append(1, u'\0').append(step.getLocation()).append(1, u'\0');
+    fillKey(key, path);
     return key;
 }
 

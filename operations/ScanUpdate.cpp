@@ -9,9 +9,6 @@
 #include <string>
 #include <tuple>
 
-#include <boost/uuid/name_generator_sha1.hpp>
-#include <boost/uuid/uuid_io.hpp>
-
 #include "operations/ScannedNode.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataPath.hpp"
@@ -144,7 +141,7 @@ private:
                 put(file.trace.modified.second);
             }
         }
-        return boost::uuids::to_string(boost::uuids::name_generator_sha1(boost::uuids::ns::oid())(bytes));
+        return bytes;
     }
 
     /// Whether there is nothing to do in `folder`, since there was not, and neither its files nor what is said of them

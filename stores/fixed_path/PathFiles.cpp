@@ -18,9 +18,6 @@
 #include <optional>
 #include <utility>
 
-#include <boost/uuid/name_generator_sha1.hpp>
-#include <boost/uuid/uuid_io.hpp>
-
 #include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "project/metadata/CoreFile.hpp"
@@ -69,16 +66,17 @@ struct NamedVersion {
     store_support::FileVersion version;  // all 0 for a folder
 };
 
-/// A text of bounded length: the UUID that RFC 4122 gives to names, by SHA-1.
+/// All of it, so that no two are the same by chance.
 std::string makeFingerprint(std::vector<NamedVersion> entries) {
     std::sort(entries.begin(), entries.end(),
               [](const NamedVersion& a, const NamedVersion& b) { return a.name < b.name; });
-    std::string bytes;
+    const std::size_t count = entries.size();
+    std::string bytes(reinterpret_cast<const char*>(&count), sizeof count);
     for (const auto& [name, version] : entries) {
         bytes.append(name).append(1, '\0');
         bytes.append(reinterpret_cast<const char*>(&version), sizeof version);
     }
-    return boost::uuids::to_string(boost::uuids::name_generator_sha1(boost::uuids::ns::oid())(bytes));
+    return bytes;
 }
 
 /// A path whose file is missing.
