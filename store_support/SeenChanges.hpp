@@ -59,9 +59,14 @@ public:
     ToldNodes& told() noexcept { return told_; }
 
     /// Whether he takes a node to be at the ancestor of `path` that has `depth` steps. To be asked where there is none:
-    /// then somebody else has removed it.
+    /// then somebody else has removed it, or may have.
     bool isGone(const MetadataPath& path, std::size_t depth) const noexcept {
         return (last_ != known_ || isReplaced_) && told_.isExpected(path, depth);
+    }
+
+    /// What is wrong with putting that node back.
+    const char16_t* explainGone(const MetadataPath& path, std::size_t depth) const {
+        return told_.explainAbsence(path, depth);
     }
 
     /// Makes sure that the next `addOwn` needs no memory.

@@ -123,6 +123,13 @@ ToldNodes::Change ToldNodes::removing(const std::vector<MetadataPath>& paths) {
     return change;
 }
 
+const char16_t* ToldNodes::explainAbsence(const MetadataPath& path, std::size_t depth) const {
+    const Known* const known = find(getKey(getAncestor(path, depth)));
+    return known && known->told != 0 ? removedUnseen
+                                     : u"may have been removed by somebody else; after so many paths nobody knows "
+                                       u"whether it was read before; read it again first";
+}
+
 ToldNodes::Change ToldNodes::renaming(const MetadataPath& path, const MetadataPath& target) {
     Change change = removing({path});
     if (isExpected(path)) {

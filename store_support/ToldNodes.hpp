@@ -15,7 +15,7 @@
 
 namespace store_support {
 
-/// What is wrong with setting such a node.
+/// What is wrong with setting a node that is known to have been there.
 constexpr const char16_t* removedUnseen = u"has been removed by somebody else since it was read; read it again first";
 
 /// The ancestor of `path` that has `depth` steps, or `path` itself.
@@ -34,6 +34,9 @@ public:
     /// Whether a node is taken to be at the ancestor of `path` that has `depth` steps, or at `path` itself.
     bool isExpected(const MetadataPath& path, std::size_t depth) const noexcept;
     bool isExpected(const MetadataPath& path) const noexcept { return isExpected(path, path.getPath().size()); }
+
+    /// What is wrong with setting that node, where it is expected and not there.
+    const char16_t* explainAbsence(const MetadataPath& path, std::size_t depth) const;
 
     bool isEmpty() const noexcept { return size_ == 0 && forgotten_ == 0; }
 

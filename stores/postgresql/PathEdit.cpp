@@ -87,7 +87,7 @@ void PathEdit::requireRemovable(const Row& row, const SeenChanges& seen,
 
 void PathEdit::requireNotGone(const MetadataPath& path, std::size_t depth, const SeenChanges& seen) const {
     if (seen.isGone(path, depth))
-        refuse(getAncestor(path, depth), removedUnseen);
+        refuse(getAncestor(path, depth), seen.explainGone(path, depth));
 }
 
 const Row* PathEdit::find(const Answer& answer, const PathId& id, const MetadataPath& path) const {

@@ -182,7 +182,7 @@ void PathEdit::requireNothingGone(const MetadataPath& path) const {
 
 void PathEdit::requireNotGone(const MetadataPath& path, std::size_t depth) const {
     if (seen_.isGone(path, depth))
-        refuse(getAncestor(path, depth), removedUnseen);
+        refuse(getAncestor(path, depth), seen_.explainGone(path, depth));
 }
 
 void PathEdit::refuse(const MetadataPath& path, const std::u16string& problem) const {

@@ -106,6 +106,8 @@ TEST(ToldNodesTest, WhatWasForgottenMayHaveBeenThere) {
     told.tell(path({u"d"}), true);
     for (const char16_t* name : {u"a", u"d", u"new"})
         EXPECT_TRUE(told.isExpected(path({name})));
+    EXPECT_EQ(told.explainAbsence(path({u"d", u"x"}), 1), std::u16string(store_support::removedUnseen));
+    EXPECT_NE(told.explainAbsence(path({u"a"}), 1), std::u16string(store_support::removedUnseen));
     told.tell(path({u"new"}), false);
     told.removing({path({u"a"})}).done();
     for (const char16_t* name : {u"a", u"new"})
