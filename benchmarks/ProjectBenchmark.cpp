@@ -200,7 +200,7 @@ void addWriteBenchmarks(std::size_t count) {
         }
     });
     add(name + "tar", 1, [=](benchmark::State& state) {
-        const std::string archive = (scratchFolder() / u"first.tar").accessName();
+        const std::string archive = (scratchFolder() / (u"first" + number(count) + u".tar")).accessName();
         if (!std::filesystem::exists(archive))
             run({"tar", "cf", archive, "-C", projectOf(u"fixedPath", count).accessName(), "."});
         for (auto _ : state) {
