@@ -397,7 +397,7 @@ TEST(MonolithicStoreTest, AWholeContentIsWrittenOnce) {
     EXPECT_EQ(describe(*store->getNode(path({u"c"}))), describe(*node(u"2")));
     {
         const project::metadata::WholeContentWrite writing(*store);
-        store->setNodes({{path({u"d"}), node(u"1")}});
+        store->setNodes({{path({u"c"}), node(u"4")}});
         EXPECT_THROW(store->setNodes({{path({u"e"}), node(std::u16string(1, u'\xD800'))}}), MetadataWriteFailure);
     }
     store->setPaths({path({u"c"}), path({u"a"}), path({u"b"})});
