@@ -56,8 +56,8 @@ public:
     /// What tells the children of `path`, as they are on disk now, from all others: another text if any of them has
     /// come or gone, or has another node or place, or if there is other damage. It says nothing of what is below them.
     /// Of their files only the status is asked for.
-    /// @return empty if the system does not tell, or somebody is changing them
-    /// @throws project::metadata::MetadataReadFailure as all reading operations
+    /// @return empty if a file vanishes meanwhile, or the system does not tell
+    /// @throws project::metadata::ListChildFilesFailure, MetadataReadFailure if they cannot be looked through
     virtual std::string getFingerprint(const MetadataPath& path) const = 0;
 
     /// The fingerprint of what was read of the children of `path` in the `RepeatableRead` that is under way; another
