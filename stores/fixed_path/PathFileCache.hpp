@@ -13,7 +13,8 @@
 
 namespace stores::fixed_path {
 
-/// What was read or written last. It forgets what was not asked for since, so as to take some 400 MB at most.
+/// What was read or written last. It forgets what was not asked for since, so as to take some 400 MB at most; and
+/// another 1.5 GB of what a reading came by and has not asked for yet, which it would have to read again.
 ///
 /// Files are told apart by their inodes: that takes less memory than their names.
 class PathFileCache {
@@ -29,10 +30,19 @@ public:
     PathFilePtr findAnyVersion(const host::Path& file, std::uint64_t inode) const;
 
     /// Whether it is known what a file with that inode said, under any name.
-    bool hasInode(std::uint64_t inode) const { return young_.count(inode) != 0 || old_.count(inode) != 0; }
+    bool hasInode(std::uint64_t inode) const {
+        return young_.count(inode) != 0 || old_.count(inode) != 0 || ahead_.count(inode) != 0;
+    }
 
     void insert(const host::Path& file, PathFilePtr content);
+
+    /// As `insert`, for what will probably be asked for before `endReading`, though others may come between.
+    void insertAhead(const host::Path& file, PathFilePtr content);
+
     void erase(std::uint64_t inode);
+
+    /// Nothing is waited for any more.
+    void endReading() noexcept;
 
 private:
     struct Entry {
@@ -44,6 +54,9 @@ private:
     /// The entry of a file, young from now on; null if there is none.
     const Entry* touch(std::uint64_t inode);
 
+    /// Makes one of `entries` young.
+    const Entry* rejuvenate(Entries& entries, Entries::iterator entry);
+
     void makeRoom(const PathFile& content);
 
     // When there are enough of the young ones, they become the old ones, and the old ones go. An old one that is asked
@@ -51,6 +64,8 @@ private:
     Entries young_;
     Entries old_;
     std::size_t youngBytes_ = 0;
+    Entries ahead_;  // what was not asked for since `insertAhead`
+    std::size_t aheadBytes_ = 0;
 };
 
 }  // namespace stores::fixed_path

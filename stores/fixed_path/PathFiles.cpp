@@ -196,7 +196,10 @@ PathFilePtr PathFiles::readEntry(const Path& file, const Descriptor& folder, con
         return read(file, Extent::place);
     host::Interruption::throwIfRequested();
     PathFilePtr content = note(file, *xml);
-    cache_.insert(file, content);
+    if (readings_ > 0)
+        cache_.insertAhead(file, content);
+    else
+        cache_.insert(file, content);
     return content;
 }
 
@@ -309,8 +312,10 @@ Listing PathFiles::readChildren(const Path& childFolder) const {
 }
 
 void PathFiles::endReading() noexcept {
-    if (--readings_ == 0)
-        listings_.clear();
+    if (--readings_ > 0)
+        return;
+    listings_.clear();
+    cache_.endReading();
 }
 
 void PathFiles::lookAgain() noexcept {
