@@ -50,7 +50,12 @@ public:
 
     /// Appends `relative` with one separator between; an absolute `relative` replaces the path.
     Path& operator/=(const Path& relative);
-    friend Path operator/(Path left, const Path& right) { return left /= right; }
+    friend Path operator/(const Path& left, const Path& right) {
+        Path path;
+        path.text_.reserve(left.text_.size() + 1 + right.text_.size());
+        path.text_ = left.text_;
+        return path /= right;
+    }
 
     /// Element by element by their code units, the empty path first, then the absolute ones: negative, zero or positive
     /// as this path sorts before, with or after `other`. Repeated separators do not count.

@@ -52,6 +52,8 @@ using project::metadata::getParentFolder;
 
 namespace {
 
+constexpr std::u16string_view scratchName = u".pending";
+
 constexpr std::string_view header = "project_metadata batch 1\n";
 
 /// In bytes; a journal has some hundred a file.
@@ -65,8 +67,19 @@ Path getBackJournalFile(const Path& folder) {
     return getScratchFolder(folder) / u"journal-back";
 }
 
+/// The file with the number `index` in the folder `name` of the scratch folder. Asked for each file of a batch, this
+/// makes no more texts than that.
+Path getScratchFile(const Path& folder, std::u16string_view name, std::size_t index) {
+    const std::string number = std::to_string(index);
+    std::u16string text;
+    text.reserve(folder.text().size() + scratchName.size() + name.size() + number.size() + 3);
+    text.append(folder.text()).append(u"/").append(scratchName).append(u"/").append(name).append(u"/");
+    text.append(number.begin(), number.end());
+    return text;
+}
+
 Path getOldFile(const Path& folder, std::size_t index) {
-    return getScratchFolder(folder) / u"old" / Path::fromAccessName(std::to_string(index));
+    return getScratchFile(folder, u"old", index);
 }
 
 void rename(const Path& from, const Path& to, const Path& blamed) {
@@ -239,11 +252,11 @@ void undoStep(const Path& folder, const JournalEntry& entry, std::size_t index) 
 template <class Predicate>
 std::set<Path> getFolders(const Path& folder, const Journal& journal, const Predicate& isWanted) {
     std::set<Path> folders;
-    std::string last;  // entries of one folder mostly follow each other
+    std::string_view last;  // entries of one folder mostly follow each other
     for (const JournalEntry& entry : journal) {
         if (!isWanted(entry))
             continue;
-        const std::string parent = entry.file.substr(0, entry.file.rfind('/') + 1);
+        const std::string_view parent = std::string_view(entry.file).substr(0, entry.file.rfind('/') + 1);
         if (folders.empty() || parent != last)
             folders.insert(getParentFolder(folder / Path::fromAccessName(entry.file)));
         last = parent;
@@ -335,11 +348,11 @@ void doAllOrNone(const Path& folder, const Journal& journal) {
 }  // namespace
 
 Path getScratchFolder(const Path& folder) {
-    return folder / u".pending";
+    return folder / std::u16string(scratchName);
 }
 
 Path getStagedFile(const Path& folder, std::size_t index) {
-    return getScratchFolder(folder) / u"new" / Path::fromAccessName(std::to_string(index));
+    return getScratchFile(folder, u"new", index);
 }
 
 void makeStagingFolder(const Path& folder) {

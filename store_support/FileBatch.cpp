@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <optional>
@@ -28,6 +29,14 @@ using project::metadata::getParentFolder;
 
 namespace {
 
+/// Whether `file` is in `folder` and not deeper. Asked for every file, this makes no texts.
+bool isDirectlyIn(const Path& folder, const Path& file) {
+    const std::u16string& above = folder.text();
+    const std::u16string& text = file.text();
+    return text.size() > above.size() && text[above.size()] == u'/' &&
+           std::equal(above.begin(), above.end(), text.begin()) && text.find(u'/', above.size() + 1) == text.npos;
+}
+
 /// What is at the files of a batch before anything is changed. The folder of a file is looked at only if it is not that
 /// of the file before, which it mostly is, and nothing is looked for in a folder that does not exist.
 class Places {
@@ -48,9 +57,9 @@ public:
 
 private:
     void enterFolder(const Path& file) {
-        Path folder = getParentFolder(file);
-        if (folder.text() == folder_.text())
+        if (isDirectlyIn(folder_, file))
             return;
+        Path folder = getParentFolder(file);
         status_ = findStatus(folder);
         isThere_ = status_.has_value();
         for (Path above = folder; !status_ && above != top_;)
@@ -64,8 +73,24 @@ private:
     bool isThere_ = status_.has_value();
 };
 
+/// Gives the new files of a batch to the owners of their folders. All are made in one folder by one process, so whose
+/// they are until then has to be looked up only once.
+class NewFiles {
+public:
+    void giveToOwner(const Path& staged, const struct stat& folder) {
+        if (!made_)
+            made_ = findStatus(staged);
+        if (!made_ || made_->st_uid != folder.st_uid || made_->st_gid != folder.st_gid)
+            store_support::giveToOwner(staged, folder);
+    }
+
+private:
+    std::optional<struct stat> made_;  // what the first one was
+};
+
 void requireFeasible(const Path& file, const std::optional<struct stat>& status) {
-    if (file.accessName().size() >= PATH_MAX)
+    constexpr std::size_t mostBytesOfUnit = 3;
+    if (mostBytesOfUnit * file.text().size() >= PATH_MAX && file.accessName().size() >= PATH_MAX)
         raiseSystemError(file, ENAMETOOLONG);
     if (status && S_ISDIR(status->st_mode))
         raiseSystemError(file, EISDIR);
@@ -118,9 +143,9 @@ void requireFeasible(const FileBatch& batch) {
             if (!status && file.text() == coreFile.text())
                 requireNoOtherMetadata(batch.folder);
             requireFeasible(file, status);
-            Path folder = getParentFolder(file);
-            if (folder.text() == last.text())
+            if (isDirectlyIn(last, file))
                 continue;
+            Path folder = getParentFolder(file);
             last = folder;
             while (folder != batch.folder && folders.insert(folder).second)
                 folder = getParentFolder(folder);
@@ -133,7 +158,8 @@ void requireFeasible(const FileBatch& batch) {
 /// Writes the new content of the file with the number `index`. What replaces a file takes its attributes, and is its
 /// owner's only until it has them. What is new belongs to the owner of the folder that it comes into, or of the nearest
 /// one above that is there.
-void stage(const FileBatch& batch, std::size_t index, Places& places, const std::optional<struct stat>& old) {
+void stage(const FileBatch& batch, std::size_t index, Places& places, NewFiles& newFiles,
+           const std::optional<struct stat>& old) {
     const Path& file = batch.filesToWrite[index];
     const Path staged = getStagedFile(batch.folder, index);
     const bool replaces = old && S_ISREG(old->st_mode);
@@ -143,19 +169,20 @@ void stage(const FileBatch& batch, std::size_t index, Places& places, const std:
     if (replaces)
         takeAttributes(Descriptor(staged.accessName(), O_RDONLY | O_NOFOLLOW), file, *old, file);
     else if (const auto& folder = places.findFolder(file))
-        giveToOwner(staged, *folder);
+        newFiles.giveToOwner(staged, *folder);
 }
 
 /// Writes the new files. An error names the file itself, not the staged one. @return the steps that are to follow
 Journal stage(const FileBatch& batch) {
     const std::size_t prefixLength = (batch.folder / u"-").accessName().size() - 1;
     Places places(batch.folder);
+    NewFiles newFiles;
     Journal journal;
     for (std::size_t i = 0; i < batch.filesToWrite.size(); ++i) {
         host::Interruption::throwIfRequested();
         const Path& file = batch.filesToWrite[i];
         const auto old = places.find(file);
-        stage(batch, i, places, old);
+        stage(batch, i, places, newFiles, old);
         journal.push_back({old ? FileStep::replace : FileStep::create, file.accessName().substr(prefixLength)});
     }
     for (const Path& file : batch.filesToRemove)

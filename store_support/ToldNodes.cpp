@@ -73,6 +73,7 @@ void ToldNodes::tell(const MetadataPath& path, bool hasNode) {
         return;
     }
     use(key).tell(now_, hasNode);
+    hasTold_ = hasTold_ || hasNode;
 }
 
 bool ToldNodes::isExpected(const MetadataPath& path, std::size_t depth) const noexcept {
@@ -173,6 +174,7 @@ void ToldNodes::Change::done() noexcept {
     for (const auto& [key, hasNode] : set_) {
         if (Known* const known = told.find(key))
             known->tell(told.now_, hasNode);
+        told.hasTold_ = told.hasTold_ || hasNode;
     }
 }
 

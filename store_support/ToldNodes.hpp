@@ -38,7 +38,8 @@ public:
     /// What is wrong with setting that node, where it is expected and not there.
     const char16_t* explainAbsence(const MetadataPath& path, std::size_t depth) const;
 
-    bool isEmpty() const noexcept { return size_ == 0 && forgotten_ == 0; }
+    /// Whether no node is taken to be anywhere.
+    bool isEmpty() const noexcept { return !hasTold_ && forgotten_ == 0; }
 
     /// What a change by the user himself makes of it. Noted beforehand as far as that needs memory, so that a change
     /// that has succeeded cannot fail for the lack of it; without effect until `done` is called.
@@ -96,6 +97,7 @@ private:
     std::size_t size_ = 0;  // how many there are
     std::uint64_t now_ = 1;
     std::uint64_t forgotten_ = 0;  // when that happened last; 0 for never
+    bool hasTold_ = false;         // whether there ever was a node that was told of or put there
 };
 
 }  // namespace store_support

@@ -52,7 +52,11 @@ Path& Path::operator/=(const Path& relative) {
     const bool absolute = !relative.empty() && relative.text_.front() == separator;
     if (absolute || text_.empty())
         return *this = relative;
-    text_ = text_.back() == separator ? text_ + relative.text_ : text_ + separator + relative.text_;
+    const std::size_t size = relative.text_.size();  // as it is now: it may be this path itself
+    text_.reserve(text_.size() + 1 + size);
+    if (text_.back() != separator)
+        text_ += separator;
+    text_.append(relative.text_, 0, size);
     return *this;
 }
 

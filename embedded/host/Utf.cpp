@@ -5,6 +5,8 @@
 #include <boost/locale/utf.hpp>
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <iterator>
 #include <type_traits>
 
@@ -44,11 +46,41 @@ void append(std::basic_string<Unit>& text, utf::code_point codePoint) {
     utf::utf_traits<Unit>::encode(codePoint, std::back_inserter(text));
 }
 
+/// How many units at a time compilers look at or copy in a few instructions.
+constexpr std::size_t block = 32;
+
 /// How many units of `text` come before the first that is not ASCII.
 template <class Unit>
 std::size_t countAscii(std::basic_string_view<Unit> text) {
-    const auto isAscii = [](Unit unit) { return static_cast<std::make_unsigned_t<Unit>>(unit) < 0x80; };
-    return static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isAscii) - text.begin());
+    using Unsigned = std::make_unsigned_t<Unit>;
+    const Unit* from = text.data();
+    const Unit* const end = from + text.size();
+    for (; end - from >= static_cast<std::ptrdiff_t>(block); from += block) {
+        Unsigned bits = 0;
+        for (std::size_t i = 0; i < block; ++i)
+            bits |= static_cast<Unsigned>(from[i]);
+        if (bits >= 0x80)
+            break;
+    }
+    while (from != end && static_cast<Unsigned>(*from) < 0x80)
+        ++from;
+    return static_cast<std::size_t>(from - text.data());
+}
+
+/// The first `count` units of `text`, which are ASCII.
+template <class Result, class Unit>
+std::basic_string<Result> takeAscii(std::basic_string_view<Unit> text, std::size_t count) {
+    std::basic_string<Result> result(count, Result());
+    const Unit* from = text.data();
+    auto to = result.begin();
+    for (; count >= block; count -= block, from += block) {
+        std::array<Result, block> piece;
+        for (std::size_t i = 0; i < block; ++i)
+            piece[i] = static_cast<Result>(from[i]);
+        to = std::copy(piece.begin(), piece.end(), to);
+    }
+    std::transform(from, from + count, to, [](Unit unit) { return static_cast<Result>(unit); });
+    return result;
 }
 
 /// How many units of UTF-16 the UTF-8 text `bytes` makes, if it is well-formed.
@@ -82,7 +114,7 @@ bool canBeShown(utf::code_point codePoint) {
 std::u16string decodeUtf8(std::string_view bytes, IllFormed policy) {
     // Most text is ASCII, at least where it begins, and that is taken over as it stands.
     const std::size_t asciiCount = countAscii(bytes);
-    std::u16string text(bytes.begin(), bytes.begin() + asciiCount);
+    std::u16string text = takeAscii<char16_t>(bytes, asciiCount);
     if (asciiCount == bytes.size())
         return text;
     bytes.remove_prefix(asciiCount);
@@ -98,9 +130,7 @@ std::u16string decodeUtf8(std::string_view bytes, IllFormed policy) {
 
 std::string encodeUtf8(std::u16string_view text, IllFormed policy) {
     const std::size_t asciiCount = countAscii(text);
-    std::string bytes(asciiCount, '\0');
-    std::transform(text.begin(), text.begin() + asciiCount, bytes.begin(),
-                   [](char16_t unit) { return static_cast<char>(unit); });
+    std::string bytes = takeAscii<char>(text, asciiCount);
     text.remove_prefix(asciiCount);
     decode(
         text, [&](utf::code_point codePoint) { append(bytes, codePoint); },

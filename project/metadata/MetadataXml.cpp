@@ -119,7 +119,6 @@ std::unique_ptr<MetadataNode> read(const host::Path& file, detail::Extent extent
 /// @return whether it needs proof
 template <class Tree>
 bool write(const Tree& tree, const host::Path& file, bool compactEnding) {
-    const host::Path folder = getParentFolder(file);
     std::optional<bool> needsProof;
     int reason = 0;
     const auto attempt = [&] {
@@ -127,8 +126,10 @@ bool write(const Tree& tree, const host::Path& file, bool compactEnding) {
         reason = errno;
     };
     attempt();
-    // Mostly it is there.
-    if (!needsProof && !host::FileUtils::existNoExcept(folder)) {
+    if (needsProof)
+        return *needsProof;
+    const host::Path folder = getParentFolder(file);
+    if (!host::FileUtils::existNoExcept(folder)) {
         makeFolder(folder);
         attempt();
     }

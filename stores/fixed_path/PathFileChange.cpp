@@ -1,6 +1,7 @@
 #include "stores/fixed_path/PathFileChange.hpp"
 
 #include <algorithm>
+#include <string_view>
 #include <unordered_set>
 
 #include "host/Interruption.hpp"
@@ -59,6 +60,14 @@ bool isNamed(const Path& file, const PathFile& content) {
     return file.fileName().text() == nodeFileName(content.element);
 }
 
+/// The name of the folder that goes with the file `name`; of a folder's name, nothing that could be one.
+std::u16string_view stem(const Path& name) {
+    const std::u16string_view text = name.text();
+    return project::metadata::ends_with(name.text(), nodeFileExtension)
+               ? text.substr(0, text.size() - nodeFileExtension.size())
+               : std::u16string_view();
+}
+
 /// Of what a file says now, or will say.
 struct Sibling {
     const PathElement* element;
@@ -109,7 +118,7 @@ PathFileChange::Index PathFileChange::find(Index parent, const PathElement& elem
     if (known != index_.end())
         return known->second;
     Path file = getFolder(parent) / nodeFileName(element);
-    const PathFilePtr content = files_.readForChange(file, Extent::place);
+    const PathFilePtr content = hasFolder(parent) ? files_.readForChange(file, Extent::place) : nullptr;
     const Index index = items_.size();
     items_.push_back({parent, element, {}});
     lastFile_ = {index, std::move(file)};
@@ -123,6 +132,15 @@ std::optional<PathFileChange::Index> PathFileChange::find(const MetadataPath& pa
     for (const PathElement& element : path.getPath())
         index = find(index, element);
     return items_[index].isThere() ? std::optional(index) : std::nullopt;
+}
+
+bool PathFileChange::hasFolder(Index index) {
+    Item& item = items_[index];
+    if (item.exists || index == rootItem)
+        return true;
+    if (!item.hasFolder)
+        item.hasFolder = store_support::exists(getFolder(index));
+    return *item.hasFolder;
 }
 
 const Path& PathFileChange::getFolder(Index index) {
@@ -286,26 +304,33 @@ void PathFileChange::arrange(const std::vector<MetadataPath>& paths) {
 
 void PathFileChange::arrangeFolder(const WantedTree& wanted, WantedTree::Index parent, Index index) {
     host::Interruption::throwIfRequested();
-    if (!isDecided())
-        arrangeChildren(wanted, parent, index);
+    if (isDecided())
+        return;
+    std::vector<std::u16string> names;  // of the children's folders
+    names.reserve(wanted.getChildren(parent).size());
+    for (const WantedTree::Index child : wanted.getChildren(parent))
+        names.push_back(nodeFolderName(wanted.getElement(child)));
+    arrangeChildren(wanted, parent, index, names);
     if (isDecided())
         return;
     const Path folder = getFolder(index);
-    std::unordered_map<std::u16string, WantedTree::Index> children;  // by the name of the folder
-    for (const WantedTree::Index child : wanted.getChildren(parent))
-        children.emplace(nodeFolderName(wanted.getElement(child)), child);
+    std::unordered_map<std::u16string_view, WantedTree::Index> children;  // by the name of the folder
+    children.reserve(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i)
+        children.emplace(names[i], wanted.getChildren(parent)[i]);
     std::vector<WantedTree::Index> below;
-    for (const std::string& name : store_support::listNames(folder)) {
-        const Path entry = folder / Path::fromAccessName(name);
+    for (const std::string& accessName : store_support::listNames(folder)) {
+        const Path name = Path::fromAccessName(accessName);
+        // Of most files that is all there is to find out.
+        if (children.count(stem(name)) != 0)
+            continue;
+        const Path entry = folder / name;
         if (isNodeFile(entry)) {
-            const std::u16string text = entry.fileName().text();
-            if (children.count(text.substr(0, text.size() - nodeFileExtension.size())) != 0)
-                continue;
             const PathFilePtr content = files_.readForChange(entry, Extent::place);
             if (content && isNamed(entry, *content))
                 removeFile(entry);
         } else if (isNodeFolder(entry) && store_support::isFolder(entry)) {
-            const auto child = children.find(entry.fileName().text());
+            const auto child = children.find(name.text());
             if (child == children.end())
                 removeNamedFiles(entry);
             else if (wanted.getChildren(child->second).empty())
@@ -320,13 +345,16 @@ void PathFileChange::arrangeFolder(const WantedTree& wanted, WantedTree::Index p
         arrangeFolder(wanted, child, find(index, wanted.getElement(child)));
 }
 
-void PathFileChange::arrangeChildren(const WantedTree& wanted, WantedTree::Index parent, Index index) {
+void PathFileChange::arrangeChildren(const WantedTree& wanted, WantedTree::Index parent, Index index,
+                                     const std::vector<std::u16string>& names) {
     const Path folder = getFolder(index);
     std::vector<Sibling> siblings;
     std::vector<std::optional<Rank>> ranks;
-    for (const WantedTree::Index child : wanted.getChildren(parent)) {
-        const PathElement& element = wanted.getElement(child);
-        const PathFilePtr now = files_.readForChange(folder / nodeFileName(element), Extent::place);
+    siblings.reserve(names.size());
+    ranks.reserve(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const PathElement& element = wanted.getElement(wanted.getChildren(parent)[i]);
+        const PathFilePtr now = files_.readForChange(folder / Path(names[i] + nodeFileExtension), Extent::place);
         // The place of a damaged one is the last.
         if (now && now->isBroken())
             continue;
@@ -345,13 +373,13 @@ void PathFileChange::arrangeChildren(const WantedTree& wanted, WantedTree::Index
     }
 }
 
-void PathFileChange::writeStaged(Index index, const Path& staged) {
+void PathFileChange::writeStaged(Index index, const Path& file, const Path& staged) {
     const Item& item = items_[index];
     const auto node = item.keepsNode ? readNode(index) : item.newNode;
     const PathFile content{item.element, item.rank, node, {}, {}, node != nullptr};
     const bool isRoot = index == rootItem;
     const auto tell = [&](project::metadata::XmlSink& sink) { tellXml(content, isRoot, sink); };
-    store_support::writeProved(tell, staged, isRoot && !node, getFile(index));
+    store_support::writeProved(tell, staged, isRoot && !node, file);
 }
 
 void PathFileChange::requireSeen() {
@@ -403,35 +431,37 @@ void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
     batch.filesToRemove.reserve(removals_.size());
     for (Removal& removal : removals_)
         batch.filesToRemove.push_back(std::move(removal.file));
-    batch.write = [this](std::size_t number, const Path& staged) {
-        writeStaged(writes_[number], staged);
+    batch.write = [&](std::size_t number, const Path& staged) {
+        const Path& file = batch.filesToWrite[number];
+        writeStaged(writes_[number], file, staged);
         Item& item = items_[writes_[number]];
         // But for the time of the last change it keeps this version when it is put into place.
         item.staged = getFileVersion(staged).value_or(item.staged);
         if (item.isSeen)
-            files_.seen().add(getFile(writes_[number]), item.staged);
+            files_.seen().add(file, item.staged);
     };
     runJob(project::metadata::FileJob(batch.filesToWrite, batch.filesToRemove, [&] {
         try {
             store_support::commit(batch, lock);
         } catch (...) {
-            keepSeen();
+            keepSeen(batch.filesToWrite);
             throw;
         }
         for (std::size_t i = 0; i < removals_.size(); ++i)
             files_.seen().remove(batch.filesToRemove[i], removals_[i].version);
+        std::vector<Path> written = std::move(batch.filesToWrite);
         batch = {};
-        noteDone();
+        noteDone(std::move(written));
         lock.release();
     }));
 }
 
-void PathFileChange::noteDone() noexcept {
+void PathFileChange::noteDone(std::vector<Path> files) noexcept {
     // What cannot be noted will be looked up again.
     try {
-        for (const Index index : writes_) {
-            Item& item = items_[index];
-            const Path file = getFile(index);
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            const Path file = std::move(files[i]);
+            const Item& item = items_[writes_[i]];
             if (item.exists)
                 files_.seen().remove(file, item.old);
             const auto version = getFileVersion(file);
@@ -447,14 +477,13 @@ void PathFileChange::noteDone() noexcept {
     }
 }
 
-void PathFileChange::keepSeen() noexcept {
+void PathFileChange::keepSeen(const std::vector<Path>& files) noexcept {
     try {
-        for (const Index index : writes_) {
-            if (!items_[index].isSeen)
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            if (!items_[writes_[i]].isSeen)
                 continue;
-            const Path file = getFile(index);
-            if (const auto version = getFileVersion(file); version && files_.seen().isNews(*version))
-                files_.seen().add(file, *version);
+            if (const auto version = getFileVersion(files[i]); version && files_.seen().isNews(*version))
+                files_.seen().add(files[i], *version);
         }
     } catch (...) {
     }

@@ -91,7 +91,8 @@ private:
         bool keepsNode = false;  // whether the new content has the node of the old
         bool isWritten = false;
         bool replacesNode = false;
-        bool isSeen = false;  // whether the user knows what is replaced
+        bool isSeen = false;                           // whether the user knows what is replaced
+        std::optional<bool> hasFolder = std::nullopt;  // for its children, if that has been looked for
 
         bool isThere() const noexcept { return exists || isWritten; }
     };
@@ -120,6 +121,9 @@ private:
 
     project::metadata::MetadataPath getPath(Index index) const;
 
+    /// Whether there may be files of children: mostly they come with that of their parent.
+    bool hasFolder(Index index);
+
     /// Both are valid until the next item is asked about.
     const host::Path& getFile(Index index);
     const host::Path& getFolder(Index index);
@@ -138,21 +142,25 @@ private:
     void requireSeen();
 
     /// After a change that failed, for old files that have come back as copies.
-    void keepSeen() noexcept;
+    void keepSeen(const std::vector<host::Path>& files) noexcept;
 
     /// After a change that succeeded.
-    void noteDone() noexcept;
+    /// @param files what was written, in the order of `writes_`
+    void noteDone(std::vector<host::Path> files) noexcept;
 
     /// Makes what `wanted` has below `parent` the content of the folder of `index`.
     void arrangeFolder(const store_support::WantedTree& wanted, store_support::WantedTree::Index parent, Index index);
 
     /// The same for the order of the children only, without those that are not wanted.
-    void arrangeChildren(const store_support::WantedTree& wanted, store_support::WantedTree::Index parent, Index index);
+    /// @param names of the folders of the children that are wanted
+    void arrangeChildren(const store_support::WantedTree& wanted, store_support::WantedTree::Index parent, Index index,
+                         const std::vector<std::u16string>& names);
 
     /// The rank after all children of `parent`.
     Rank makeLastRank(Index parent);
 
-    void writeStaged(Index index, const host::Path& staged);
+    /// @param file that of `index`
+    void writeStaged(Index index, const host::Path& file, const host::Path& staged);
 
     PathFiles& files_;
     const store_support::ToldNodes& told_;
