@@ -22,7 +22,8 @@ struct ChildStep {
 };
 
 struct ChildStepHash {
-    std::size_t operator()(const ChildStep& step) const noexcept {
+    // Not `noexcept`, so that maps of the standard library keep the hashes: making one again takes two texts.
+    std::size_t operator()(const ChildStep& step) const {
         const std::hash<std::u16string_view> hash;
         constexpr std::size_t factor = 1099511628211U;  // of the FNV hash
         return ((step.parent * factor) ^ hash(step.element->getType())) * factor ^ hash(step.element->getLocation());

@@ -3,16 +3,22 @@
 namespace store_support {
 
 WantedTree::WantedTree(const std::vector<MetadataPath>& paths) : elements_(1), children_(1) {
+    std::vector<Index> walk(1);  // to the last path, which mostly begins like the next one
     for (const MetadataPath& path : paths) {
-        Index parent = 0;
-        for (const PathElement& element : path.getPath()) {
-            const auto [place, isNew] = indices_.emplace(ChildStep{parent, &element}, elements_.size());
+        const auto& steps = path.getPath();
+        std::size_t depth = 0;
+        while (depth < steps.size() && depth + 1 < walk.size() && *elements_[walk[depth + 1]] == steps[depth])
+            ++depth;
+        walk.resize(depth + 1);
+        for (; depth < steps.size(); ++depth) {
+            const Index parent = walk.back();
+            const auto [place, isNew] = indices_.try_emplace(ChildStep{parent, &steps[depth]}, elements_.size());
             if (isNew) {
                 children_[parent].push_back(place->second);
                 children_.emplace_back();
-                elements_.push_back(&element);
+                elements_.push_back(&steps[depth]);
             }
-            parent = place->second;
+            walk.push_back(place->second);
         }
     }
 }

@@ -127,10 +127,19 @@ PathFileChange::Index PathFileChange::find(Index parent, const PathElement& elem
     return index;
 }
 
+PathFileChange::Index PathFileChange::follow(std::size_t depth, const PathElement& element) {
+    if (depth + 1 >= walk_.size() || !(items_[walk_[depth + 1]].element == element)) {
+        walk_.resize(depth + 1);
+        walk_.push_back(find(walk_.back(), element));
+    }
+    return walk_[depth + 1];
+}
+
 std::optional<PathFileChange::Index> PathFileChange::find(const MetadataPath& path) {
     Index index = rootItem;
+    std::size_t depth = 0;
     for (const PathElement& element : path.getPath())
-        index = find(index, element);
+        index = follow(depth++, element);
     return items_[index].isThere() ? std::optional(index) : std::nullopt;
 }
 
@@ -207,8 +216,9 @@ PathFileChange::Index PathFileChange::addPath(const MetadataPath& path) {
     if (!items_[rootItem].isThere())
         write(rootItem);  // with the core file a project has metadata
     Index index = rootItem;
+    std::size_t depth = 0;
     for (const PathElement& element : path.getPath()) {
-        index = find(index, element);
+        index = follow(depth++, element);
         if (items_[index].isThere())
             continue;
         requireStorable(path, getFile(index));

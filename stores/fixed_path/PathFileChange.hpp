@@ -107,6 +107,9 @@ private:
     /// The child `element` of the path `parent`, whose file is looked at if it has not been yet.
     Index find(Index parent, const project::metadata::PathElement& element);
 
+    /// As `find` for the step `element` of a path, behind the first `depth` steps, which have been followed before.
+    Index follow(std::size_t depth, const project::metadata::PathElement& element);
+
     /// The path `path`, if its file and those of its ancestors exist or will.
     std::optional<Index> find(const project::metadata::MetadataPath& path);
 
@@ -167,7 +170,8 @@ private:
     Mode mode_;
     std::deque<Item> items_;  // they do not move: `index_` points to their elements
     store_support::ChildNumbers index_;
-    std::vector<Index> writes_;  // in the order in which they were asked for
+    std::vector<Index> walk_{rootItem};  // to the path that was followed last, which mostly begins like the next one
+    std::vector<Index> writes_;          // in the order in which they were asked for
     std::vector<Removal> removals_;
     std::unordered_map<Index, Rank> lastRanks_;  // by the parent
     std::pair<Index, host::Path> lastFolder_;    // of the item that was asked for last
