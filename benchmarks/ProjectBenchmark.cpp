@@ -241,8 +241,7 @@ void addOpenBenchmark(const std::u16string& store, std::size_t count) {
 /// What a large project costs to read and to export, and what memory it takes while it is open.
 void addLargeBenchmarks(const std::u16string& store, std::size_t count) {
     const std::string end = "_" + host::toUtf8(store) + "/" + std::to_string(count) + "/";
-    // More than once, as what they are compared with: the first time memory is had from the system, later from the
-    // heap.
+    // As what they are compared with: only the first of them gets its memory from the system.
     const auto addRepeated = [&](const std::string& name, const Work& work) {
         addWork(name, store, count, work)->Repetitions(3);
     };
