@@ -1,6 +1,7 @@
 #include "project/metadata/MetadataCopy.hpp"
 
-#include <deque>
+#include <algorithm>
+#include <cstddef>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -9,21 +10,19 @@
 namespace project::metadata {
 
 void copyMetadata(const MetadataManager& source, MetadataManager& destination) {
-    std::deque<MetadataPath> queue(1);
-    std::vector<MetadataPath> visited;
+    // Paths and nodes go with the map, one by one. What is large goes before: an allocator takes the freeing of that
+    // for an occasion to tidy up what small parts were freed, which takes as long again.
     std::map<MetadataPath, std::shared_ptr<MetadataNode>> nodes;
+    std::vector<MetadataPath> visited(1);  // and after those the ones that are going to be
     // Siblings are visited one after the other. Where a store has them in the order of the map, the place of each is
     // behind the one before, and need not be searched for.
     auto place = nodes.end();
-    while (!queue.empty()) {
-        visited.push_back(std::move(queue.front()));
-        queue.pop_front();
-        const MetadataPath& path = visited.back();
+    for (std::size_t i = 0; i < visited.size(); ++i) {
         // The first of several paths with one text keeps its node.
-        if (source.hasNode(path))
-            place = std::next(nodes.emplace_hint(place, path, source.getNode(path)));
-        for (MetadataPath& child : source.getChildren(path))
-            queue.push_back(std::move(child));
+        if (source.hasNode(visited[i]))
+            place = std::next(nodes.emplace_hint(place, visited[i], source.getNode(visited[i])));
+        std::vector<MetadataPath> children = source.getChildren(visited[i]);
+        std::move(children.begin(), children.end(), std::back_inserter(visited));
     }
     // The root node belongs to the store itself and is not handed on.
     nodes.erase(MetadataPath());
