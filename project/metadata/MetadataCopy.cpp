@@ -10,8 +10,8 @@
 namespace project::metadata {
 
 void copyMetadata(const MetadataManager& source, MetadataManager& destination) {
-    // Paths and nodes go with the map, one by one. What is large goes before: an allocator takes the freeing of that
-    // for an occasion to tidy up what small parts were freed, which takes as long again.
+    // Destroyed after the list: an allocator takes the freeing of what is large for the time to tidy up all small parts
+    // that were freed before, which takes as long as the copy.
     std::map<MetadataPath, std::shared_ptr<MetadataNode>> nodes;
     std::vector<MetadataPath> visited(1);  // and after those the ones that are going to be
     // Siblings are visited one after the other. Where a store has them in the order of the map, the place of each is
