@@ -78,7 +78,8 @@ const ReadAhead::Entry* ReadAhead::read(PathTable& table, const MetadataPath& pa
 }
 
 bool ReadAhead::readOn(const PathTable& table, Run& run, RowId last, const PathElement& leaf, std::size_t size) {
-    std::vector<Entry> entries;
+    std::vector<Entry> entries = std::exchange(run.entries, {});  // for its memory
+    entries.clear();
     std::size_t bytes = 0;
     std::int64_t position = run.position;
     table.visitChildrenAfter(run.parent, run.position, last, [&](FullRow row) {

@@ -122,11 +122,14 @@ std::vector<MetadataPath> SqliteManager::getChildren(const MetadataPath& path) c
         std::vector<ChildRow> rows = table.getChildren(*parent, &leftOut);
         for (const DamagedRow& row : leftOut)
             tellDamage(describeBadStep(table.getPath(row.id), row.id), row.changed);
+        children.reserve(rows.size());
         for (ChildRow& row : rows) {
             // Of a branch there is no more to know than that it exists.
             if (!row.hasNode)
                 seen.addRow(row.id, row.changed);
-            std::vector<PathElement> elements = path.getPath();
+            std::vector<PathElement> elements;
+            elements.reserve(path.getPath().size() + 1);
+            elements = path.getPath();
             elements.push_back(std::move(row.element));
             children.emplace_back(std::move(elements));
         }
