@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 
 #include "host/Interruption.hpp"
 #include "project/metadata/PathRenamer.hpp"
+#include "project/metadata/WholeContentWrite.hpp"
 #include "store_support/EqualTrees.hpp"
 
 namespace operations {
@@ -83,6 +85,11 @@ void applyChange(pm::MetadataManager& store, const StoreChange& change, Interrup
         if (node)
             addNode(batches, path, node);
     }
+    const bool removesNodes =
+        std::any_of(change.nodes.begin(), change.nodes.end(), [](const auto& entry) { return !entry.second; });
+    std::optional<pm::WholeContentWrite> both;
+    if (change.paths && batches.size() == 1 && !removesNodes)
+        both.emplace(store);
     for (const NewNodes& nodes : batches) {
         store.setNodes(nodes);
         noteBatch();

@@ -52,7 +52,8 @@ StoreChange findChange(const PathTree& before, const PathTree& after);
 enum class Interruptible { untilFirstBatch, always };
 
 /// Makes `change`: new and changed nodes first, and paths that go last. It takes one batch if it only changes nodes or
-/// only paths; two if it does both; and one more for each node that goes, and for paths that have one text.
+/// only paths; two if it does both, or one in a store that is a `WholeContentWriter`; and one more for each node that
+/// goes, and for paths that have one text.
 /// @param interruptible `always` only for a store that nobody will miss
 /// @throws whatever the store throws; host::InterruptedException, by default only while nothing has been changed
 void applyChange(pm::MetadataManager& store, const StoreChange& change,
