@@ -78,14 +78,14 @@ private:
 class NewFiles {
 public:
     void giveToOwner(const Path& staged, const struct stat& folder) {
-        if (!made_)
-            made_ = findStatus(staged);
-        if (!made_ || made_->st_uid != folder.st_uid || made_->st_gid != folder.st_gid)
+        isKnown_ = isKnown_ || lstat(staged.accessName().c_str(), &made_) == 0;
+        if (!isKnown_ || made_.st_uid != folder.st_uid || made_.st_gid != folder.st_gid)
             store_support::giveToOwner(staged, folder);
     }
 
 private:
-    std::optional<struct stat> made_;  // what the first one was
+    struct stat made_ {};  // what the first one was
+    bool isKnown_ = false;
 };
 
 void requireFeasible(const Path& file, const std::optional<struct stat>& status) {
