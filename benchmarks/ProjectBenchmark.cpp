@@ -22,6 +22,7 @@
 #include "project/metadata/MetadataXml.hpp"
 #include "project/metadata/RepeatableRead.hpp"
 #include "project/metadata/SingleFileExport.hpp"
+#include "project/metadata/WholeContentWrite.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "stores/sqlite/Sqlite.hpp"
 
@@ -194,6 +195,7 @@ void addWriteBenchmarks(std::size_t count) {
             const auto store = openStore(u"fixedPath", root);
             sync();
             timed(state, [&] {
+                const project::metadata::WholeContentWrite writing(*store);
                 store->setNodes(nodes);
                 store->setPaths(paths);
             });

@@ -48,6 +48,9 @@ public:
         /// One that makes nothing of it.
         explicit Change(ToldNodes& told) : told_(&told) {}
 
+        /// Makes it include `later`, which comes after it and removes nothing.
+        void add(const Change& later) { set_.insert(set_.end(), later.set_.begin(), later.set_.end()); }
+
         void done() noexcept;
 
     private:

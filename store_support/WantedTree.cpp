@@ -6,6 +6,7 @@ WantedTree::WantedTree(const std::vector<MetadataPath>& paths) : elements_(1), c
     std::vector<Index> walk(1);  // to the last path, which mostly begins like the next one
     for (const MetadataPath& path : paths) {
         const auto& steps = path.getPath();
+        hasRoot_ = hasRoot_ || steps.empty();
         std::size_t depth = 0;
         while (depth < steps.size() && depth + 1 < walk.size() && *elements_[walk[depth + 1]] == steps[depth])
             ++depth;
@@ -26,6 +27,16 @@ WantedTree::WantedTree(const std::vector<MetadataPath>& paths) : elements_(1), c
 std::optional<WantedTree::Index> WantedTree::find(Index parent, const PathElement& element) const {
     const auto place = indices_.find(ChildStep{parent, &element});
     return place == indices_.end() ? std::nullopt : std::optional(place->second);
+}
+
+bool WantedTree::has(const MetadataPath& path) const {
+    std::optional<Index> index = 0;
+    for (const PathElement& element : path.getPath()) {
+        index = find(*index, element);
+        if (!index)
+            return false;
+    }
+    return *index != 0 || hasRoot_;
 }
 
 }  // namespace store_support

@@ -30,10 +30,14 @@ public:
     /// No value if the path is not wanted.
     std::optional<Index> find(Index parent, const PathElement& element) const;
 
+    /// Whether `path` is in the list, or an ancestor of one that is; the root path has to be in it itself.
+    bool has(const MetadataPath& path) const;
+
 private:
     std::vector<const PathElement*> elements_;  // null for the root path
     std::vector<std::vector<Index>> children_;
     ChildNumbers indices_;
+    bool hasRoot_ = false;  // whether the root path is in the list
 };
 
 }  // namespace store_support

@@ -1,5 +1,6 @@
 #include "stores/fixed_path/FixedPathManager.hpp"
 
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include "store_support/Disk.hpp"
 #include "store_support/Renaming.hpp"
 #include "store_support/StoreFiles.hpp"
+#include "store_support/WantedTree.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
@@ -20,6 +22,19 @@ using store_support::FolderLock;
 using store_support::JobRunner;
 using store_support::requireMetadataType;
 using store_support::ToldNodes;
+using store_support::WantedTree;
+
+namespace {
+
+void setAll(PathFileChange& change, const FixedPathManager::Nodes& nodes) {
+    for (const auto& [path, node] : nodes) {
+        if (change.isDecided())
+            return;
+        change.setNode(path, node.get());
+    }
+}
+
+}  // namespace
 
 FixedPathManager::FixedPathManager(const host::Path& folder, JobRunner runJob)
     : files_(folder), runJob_(std::move(runJob)) {}
@@ -51,14 +66,14 @@ std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path
     return project::metadata::copyKeptNode(content->node);
 }
 
-void FixedPathManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
-    change(told_.setting(nodes), [&](PathFileChange& change) {
-        for (const auto& [path, node] : nodes) {
-            change.setNode(path, node.get());
-            if (change.isDecided())
-                break;
-        }
-    });
+void FixedPathManager::setNodes(const Nodes& nodes) {
+    if (content_) {
+        Nodes content = nodes;
+        content.insert(content_->begin(), content_->end());  // what is not set anew
+        content_ = std::move(content);
+    } else {
+        change(told_.setting(nodes), [&](PathFileChange& change) { setAll(change, nodes); });
+    }
 }
 
 void FixedPathManager::removePaths(const std::vector<MetadataPath>& paths) {
@@ -108,7 +123,16 @@ bool FixedPathManager::hasPath(const MetadataPath& path) const {
 }
 
 void FixedPathManager::setPaths(const std::vector<MetadataPath>& paths) {
-    change(told_.keeping(paths), [&](PathFileChange& change) { change.arrange(paths); });
+    const WantedTree wanted(paths);
+    Nodes nodes = std::exchange(content_, std::nullopt).value_or(Nodes());
+    for (auto node = nodes.begin(); node != nodes.end();)
+        node = wanted.has(node->first) ? std::next(node) : nodes.erase(node);
+    ToldNodes::Change told = told_.keeping(paths);
+    told.add(told_.setting(nodes));
+    change(std::move(told), [&](PathFileChange& change) {
+        change.arrange(paths, wanted);
+        setAll(change, nodes);
+    });
 }
 
 void FixedPathManager::renamePath(const MetadataPath& path, const project::metadata::PathElement& element) {

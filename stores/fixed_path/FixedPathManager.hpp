@@ -5,6 +5,10 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
 
 #include "host/Path.hpp"
 #include "project/metadata/MetadataDamage.hpp"
@@ -12,6 +16,7 @@
 #include "project/metadata/MetadataManager.hpp"
 #include "project/metadata/PathRenamer.hpp"
 #include "project/metadata/RepeatableRead.hpp"
+#include "project/metadata/WholeContentWrite.hpp"
 #include "store_support/StoreFactory.hpp"
 #include "stores/fixed_path/PathFileChange.hpp"
 #include "stores/fixed_path/PathFiles.hpp"
@@ -30,8 +35,11 @@ class FixedPathManager : public project::metadata::MetadataManager,
                          public project::metadata::DamageReporter,
                          public project::metadata::PathFileLister,
                          public project::metadata::PathRenamer,
-                         public project::metadata::RepeatableReader {
+                         public project::metadata::RepeatableReader,
+                         public project::metadata::WholeContentWriter {
 public:
+    using Nodes = std::map<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>;
+
     /// @param folder the metadata folder, which need not exist
     FixedPathManager(const host::Path& folder, store_support::JobRunner runJob);
 
@@ -41,8 +49,7 @@ public:
     void removePath(const project::metadata::MetadataPath& path) override;
     std::unique_ptr<project::metadata::MetadataNode> getNode(
         const project::metadata::MetadataPath& path) const override;
-    void setNodes(const std::map<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>&
-                      nodes) override;
+    void setNodes(const Nodes& nodes) override;
     void removePaths(const std::vector<project::metadata::MetadataPath>& paths) override;
     bool hasNode(const project::metadata::MetadataPath& path) const override;
     std::vector<project::metadata::MetadataPath> getChildren(
@@ -60,6 +67,8 @@ public:
                     const project::metadata::PathElement& element) override;
     void beginReading() const noexcept override { files_.beginReading(); }
     void endReading() const noexcept override { files_.endReading(); }
+    void beginContent() noexcept override { content_.emplace(); }
+    void endContent() noexcept override { content_.reset(); }
 
 private:
     /// What the file of `path` says for the user of this store; null if it does not exist.
@@ -80,6 +89,7 @@ private:
     mutable PathFiles files_;  // reading notes in it what the user of the store has seen
     mutable store_support::ToldNodes told_;
     store_support::JobRunner runJob_;
+    std::optional<Nodes> content_;  // between `beginContent` and the next `setPaths`
 };
 
 }  // namespace stores::fixed_path

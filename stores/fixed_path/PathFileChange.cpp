@@ -300,15 +300,14 @@ void PathFileChange::rename(const MetadataPath& path, const PathElement& element
     removeFile(file);
 }
 
-void PathFileChange::arrange(const std::vector<MetadataPath>& paths) {
+void PathFileChange::arrange(const std::vector<MetadataPath>& paths, const WantedTree& wanted) {
     addPath(MetadataPath());
     for (const MetadataPath& path : paths) {
         if (path.getPath().size() > store_support::maximumSteps && !find(path))
             requireStorable(path, files_.locate(path).file);
     }
-    const WantedTree wanted(paths);
     arrangeFolder(wanted, 0, rootItem);
-    if (std::find(paths.begin(), paths.end(), MetadataPath()) == paths.end())
+    if (!wanted.has(MetadataPath()))
         removeNode(MetadataPath());
 }
 

@@ -58,8 +58,9 @@ public:
     void rename(const project::metadata::MetadataPath& path, const project::metadata::PathElement& element);
 
     /// Makes `paths` and their ancestors the whole content, in that order. Damaged files that do not tell which path
-    /// they belong to stay. Not together with other changes.
-    void arrange(const std::vector<project::metadata::MetadataPath>& paths);
+    /// they belong to stay. Not together with other changes, but for `setNode` of those paths after it.
+    /// @param wanted what `paths` amount to
+    void arrange(const std::vector<project::metadata::MetadataPath>& paths, const store_support::WantedTree& wanted);
 
     /// Whether this only looks, and has found something to change: there is nothing more to find out.
     bool isDecided() const noexcept { return mode_ == Mode::look && !isEmpty(); }

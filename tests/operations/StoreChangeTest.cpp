@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <memory>
+#include <string>
 
-#include "operations/MetadataTree.hpp"
+#include "host/Text.hpp"
 #include "operations/StoreChange.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
@@ -16,29 +18,28 @@ namespace {
 
 namespace pm = project::metadata;
 
-/// Counts what comes into a folder under a new name, which is how stores write.
-class ArrivalCounter {
+/// Counts the batches that are written in a metadata folder, by the scratch folders that come and go there.
+class BatchCounter {
 public:
-    explicit ArrivalCounter(const std::filesystem::path& folder) : queue_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-        // What else happens there keeps the kernel from taking two arrivals of one name for one.
-        inotify_add_watch(queue_, folder.c_str(), IN_MOVED_TO | IN_CREATE);
+    explicit BatchCounter(const std::filesystem::path& folder) : queue_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+        inotify_add_watch(queue_, folder.c_str(), IN_CREATE | IN_DELETE);
     }
-    ~ArrivalCounter() { close(queue_); }
+    ~BatchCounter() { close(queue_); }
 
-    ArrivalCounter(const ArrivalCounter&) = delete;
-    ArrivalCounter& operator=(const ArrivalCounter&) = delete;
+    BatchCounter(const BatchCounter&) = delete;
+    BatchCounter& operator=(const BatchCounter&) = delete;
 
     /// Since this was asked last.
     int count() const {
         alignas(inotify_event) std::array<char, 4096> events{};
         const ssize_t size = read(queue_, events.data(), events.size());
-        int arrivals = 0;
+        int batches = 0;
         for (ssize_t place = 0; place < size;) {
             const auto* const event = reinterpret_cast<const inotify_event*>(events.data() + place);
-            arrivals += (event->mask & IN_MOVED_TO) != 0 ? 1 : 0;
+            batches += (event->mask & IN_CREATE) != 0 && std::string(event->name) == ".pending" ? 1 : 0;
             place += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
         }
-        return arrivals;
+        return batches;
     }
 
 private:
@@ -49,18 +50,23 @@ pm::MetadataPath makePath(const char16_t* location) {
     return pm::MetadataPath({pm::PathElement(u"File", location)});
 }
 
-TEST(StoreChangeTest, NodesAndTheirOrderAreOneBatchWhereTheStoreCanDoThat) {
+class StoreChangeTest : public testing::TestWithParam<const char16_t*> {};
+
+INSTANTIATE_TEST_SUITE_P(Stores, StoreChangeTest, testing::Values(u"fixedPath", u"monolithic"),
+                         [](const auto& store) { return host::toUtf8(store.param); });
+
+TEST_P(StoreChangeTest, NodesAndTheirOrderAreOneBatch) {
     const test::TempFolder folder;
-    const auto store = pm::getNamedFactory(u"monolithic")->createManager(folder.path());
+    const auto store = pm::getNamedFactory(GetParam())->createManager(folder.path());
     const auto node = std::make_shared<pm::MetadataNodeSpecification>(u"Info");
     store->setNode(makePath(u"b"), *node);
-    const ArrivalCounter written(folder / "resources/project");
+    const BatchCounter batches(folder / "resources/project");
 
     operations::StoreChange change;
     change.nodes = {{makePath(u"a"), node}, {makePath(u"c"), node}};
     change.paths = {{makePath(u"c"), makePath(u"b"), makePath(u"a")}};
     operations::applyChange(*store, change);
-    EXPECT_EQ(written.count(), 1);
+    EXPECT_EQ(batches.count(), 1);
     EXPECT_EQ(store->getChildren({}), *change.paths);
     EXPECT_TRUE(store->hasNode(makePath(u"a")));
 
@@ -68,7 +74,7 @@ TEST(StoreChangeTest, NodesAndTheirOrderAreOneBatchWhereTheStoreCanDoThat) {
     change.nodes = {{makePath(u"a"), nullptr}, {makePath(u"d"), node}};
     change.paths = {{makePath(u"d"), makePath(u"a")}};
     operations::applyChange(*store, change);
-    EXPECT_EQ(written.count(), 3);
+    EXPECT_EQ(batches.count(), 3);
     EXPECT_EQ(store->getChildren({}), *change.paths);
     EXPECT_FALSE(store->hasNode(makePath(u"a")));
     EXPECT_TRUE(store->hasNode(makePath(u"d")));
