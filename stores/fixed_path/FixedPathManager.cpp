@@ -11,6 +11,7 @@
 #include "store_support/Renaming.hpp"
 #include "store_support/StoreFiles.hpp"
 #include "store_support/WantedTree.hpp"
+#include "stores/fixed_path/Fingerprint.hpp"
 #include "stores/fixed_path/NodeFileName.hpp"
 
 namespace stores::fixed_path {
@@ -168,11 +169,12 @@ bool FixedPathManager::hasLossIn(const Path& entry) const {
 
 std::string FixedPathManager::getFingerprint(const MetadataPath& path) const {
     files_.settle();
-    return files_.getFingerprint(files_.locate(path).folder);
+    return readFingerprint(files_.locate(path).folder);
 }
 
 std::string FixedPathManager::getFingerprintOfRead(const MetadataPath& path) const {
-    return files_.getFingerprintOfRead(files_.locate(path).folder);
+    const auto known = files_.recallChildren(files_.locate(path).folder);
+    return known ? makeFingerprint(*known, files_.seen()) : std::string();
 }
 
 bool FixedPathManager::isNewBranch(const PathFile& content) const {

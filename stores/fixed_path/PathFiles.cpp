@@ -60,25 +60,6 @@ const std::string& getExtension() {
     return extension;
 }
 
-/// Of the file of a path, or of the folder for those below it.
-struct NamedVersion {
-    std::string name;
-    store_support::FileVersion version;  // all 0 for a folder
-};
-
-/// All of it, so that no two are the same by chance.
-std::string makeFingerprint(std::vector<NamedVersion> entries) {
-    std::sort(entries.begin(), entries.end(),
-              [](const NamedVersion& a, const NamedVersion& b) { return a.name < b.name; });
-    const std::size_t count = entries.size();
-    std::string bytes(reinterpret_cast<const char*>(&count), sizeof count);
-    for (const auto& [name, version] : entries) {
-        bytes.append(name).append(1, '\0');
-        bytes.append(reinterpret_cast<const char*>(&version), sizeof version);
-    }
-    return bytes;
-}
-
 /// A path whose file is missing.
 PathFilePtr makeBranch(const PathElement& element) {
     auto content = std::make_shared<PathFile>();
@@ -464,40 +445,6 @@ bool PathFiles::hasLossIn(const Path& entry) const {
         parseNodeFolderName(entry.fileName().text()) || findStatus(Path(entry.text() + nodeFileExtension)).has_value();
     return (hasPaths && !isNamed) ||
            std::any_of(damages.begin(), damages.end(), [](const auto& damage) { return !damage.second.readsAsBranch; });
-}
-
-std::string PathFiles::getFingerprint(const Path& childFolder) const {
-    const Descriptor folder(childFolder.accessName(), O_PATH | O_DIRECTORY);
-    std::vector<NamedVersion> entries;
-    for (FolderEntry& entry : listEntries(childFolder)) {
-        const Path path = childFolder / Path::fromAccessName(entry.name);
-        struct stat status {};
-        if (isNodeFile(path)) {
-            if (fstatat(folder.number(), entry.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-                return {};
-            entries.push_back({std::move(entry.name), makeFileVersion(status)});
-        } else if (isNodeFolder(path)) {
-            entries.push_back({std::move(entry.name), {}});
-        }
-    }
-    return makeFingerprint(std::move(entries));
-}
-
-std::string PathFiles::getFingerprintOfRead(const Path& childFolder) const {
-    const auto known = listings_.find(childFolder, cache_);
-    if (!known)
-        return {};
-    std::vector<NamedVersion> entries;
-    entries.reserve(known->children.size());
-    for (const auto& [content, hasFolder] : known->children) {
-        if (content->damage || seen_.isNews(content->version))
-            return {};
-        std::string name = Path(nodeFolderName(content->element)).accessName();
-        if (hasFolder)
-            entries.push_back({name, {}});
-        entries.push_back({name + getExtension(), content->version});
-    }
-    return makeFingerprint(std::move(entries));
 }
 
 void PathFiles::noteWritten(const Path& file, PathFile content) {

@@ -118,11 +118,6 @@ public:
     /// Whether `findDamage` would name anything but branches in the file or folder `entry`, or below.
     bool hasLossIn(const host::Path& entry) const;
 
-    /// What tells the files in `childFolder`, and what they say, from all others, as `PathFileLister` says; the second
-    /// one of what `recallChildren` answers. Empty if that cannot be told.
-    std::string getFingerprint(const host::Path& childFolder) const;
-    std::string getFingerprintOfRead(const host::Path& childFolder) const;
-
     /// Lets go of what was read in that version.
     void drop(const store_support::FileVersion& version) { cache_.erase(version.inode); }
 
