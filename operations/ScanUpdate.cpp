@@ -5,10 +5,10 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
-#include <tuple>
+#include <utility>
 
+#include "operations/MovedFiles.hpp"
 #include "operations/ScannedNode.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/MetadataPath.hpp"
@@ -20,35 +20,13 @@ namespace {
 
 using Scan = std::vector<ScannedFile>;
 
-constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
-
-/// The element of `scan` that `step` leads to from the folder `folder`; `nowhere` if there is none.
-std::size_t findChild(const Scan& scan, std::size_t folder, const pm::PathElement& step) {
-    const auto first = scan.begin() + static_cast<std::ptrdiff_t>(scan[folder].firstChild);
-    const auto last = first + static_cast<std::ptrdiff_t>(scan[folder].childCount);
-    const auto found =
-        std::lower_bound(first, last, step.getLocation(),
-                         [](const ScannedFile& file, const std::u16string& name) { return file.name < name; });
-    if (found == last || found->name != step.getLocation() || scannedTypeOf(*found) != step.getType())
-        return nowhere;
-    return static_cast<std::size_t>(found - scan.begin());
-}
-
-/// A path that is in a scanned folder, and not on disk, or that lies below such a one.
-struct Gone {
-    pm::MetadataPath path;
-    std::shared_ptr<pm::MetadataNode> node;  // null for a branch
-    std::size_t parent = nowhere;            // `nowhere` for one whose parent is still there
-    bool isFile = false;                     // of a file or folder: all others belong to somebody else
-    bool isScanned = false;                  // a scan has written all of it
-
-    // What becomes of it.
+/// What becomes of a path that has no file any more.
+struct Fate {
     std::size_t target = nowhere;  // the file that it stands for now
     bool isUnseen = false;         // it is in a folder that has moved and cannot be read
     bool isPruned = false;         // it goes, whatever is there
     bool isKept = false;           // it stays, though there is no file for it
     pm::MetadataPath newPath;      // if it is kept or has a target
-    std::vector<std::size_t> children;
 };
 
 class ScanComparison {
@@ -188,9 +166,9 @@ private:
         progress_.advance();
         const std::size_t index = gone_.size();
         goneByPath_.emplace(path, index);
-        Gone& gone = gone_.emplace_back();
+        GonePath& gone = gone_.emplace_back();
         const std::u16string& type = path.getPath().back().getType();
-        const bool isInFolder = parent == nowhere || (gone_[parent].isFile && isFolder(gone_[parent].path));
+        const bool isInFolder = parent == nowhere || (gone_[parent].isFile && gone_[parent].isFolder());
         gone.isFile = isInFolder && isScannedType(type);
         gone.node = store_.getNode(path);
         gone.isScanned = gone.isFile && gone.node && isScannedNode(*gone.node);
@@ -202,143 +180,49 @@ private:
             addGone(std::move(child), index);
     }
 
-    static bool isFolder(const pm::MetadataPath& path) { return path.getPath().back().getType() == scannedFolderType; }
-
-    /// Whether `index` is a file that has been described by no path so far.
-    bool isNew(std::size_t index) const {
-        return !isKnown_[index] && !scan_[index].isLeftOut && sources_[index] == nowhere;
-    }
-
-    void setTarget(std::size_t gone, std::size_t file) {
-        gone_[gone].target = file;
-        sources_[file] = gone;
-    }
-
     void findTargets() {
-        std::vector<std::optional<FileTrace>> traces(gone_.size());
-        std::transform(gone_.begin(), gone_.end(), traces.begin(),
-                       [&](const Gone& gone) { return gone.isFile ? record_.find(gone.path) : std::nullopt; });
-        findByIdentity(traces);
-        findByTime(traces);
-        // What has moved with its folder.
+        std::vector<bool> isNew(scan_.size());
+        for (std::size_t i = 1; i < scan_.size(); ++i)
+            isNew[i] = !isKnown_[i] && !scan_[i].isLeftOut;
+        const std::vector<std::size_t> targets = findMovedFiles(gone_, scan_, std::move(isNew), record_);
+        fates_.resize(gone_.size());
         for (std::size_t i = 0; i < gone_.size(); ++i) {
-            const std::size_t above = gone_[i].parent == nowhere ? nowhere : gone_[gone_[i].parent].target;
-            if (above == nowhere || !gone_[i].isFile || gone_[i].target != nowhere)
-                continue;
-            const std::size_t file = findChild(scan_, above, gone_[i].path.getPath().back());
-            if (file != nowhere && isNew(file))
-                setTarget(i, file);
-        }
-    }
-
-    void findByIdentity(const std::vector<std::optional<FileTrace>>& traces) {
-        std::multimap<FileIdentity, std::size_t> files;
-        for (std::size_t i = 1; i < scan_.size(); ++i) {
-            if (isNew(i))
-                files.emplace(scan_[i].trace.identity, i);
-        }
-        std::map<std::size_t, std::vector<std::size_t>> claims;  // by file
-        for (std::size_t i = 0; i < gone_.size(); ++i) {
-            if (!traces[i])
-                continue;
-            const auto [first, last] = files.equal_range(traces[i]->identity);
-            std::vector<std::size_t> same;
-            for (auto file = first; file != last; ++file) {
-                if (isSame(gone_[i], *traces[i], scan_[file->second]))
-                    same.push_back(file->second);
-            }
-            if (const std::size_t file = chooseByName(same, [&](std::size_t each) { return hasName(i, each); });
-                file != nowhere)
-                claims[file].push_back(i);
-        }
-        for (const auto& [file, sources] : claims) {
-            const std::size_t each = file;
-            if (const std::size_t source = chooseByName(sources, [&](std::size_t gone) { return hasName(gone, each); });
-                source != nowhere)
-                setTarget(source, file);
-        }
-    }
-
-    /// The only one of `candidates`; of several, links to one file, the only one for which `hasName` holds.
-    template <class HasName>
-    static std::size_t chooseByName(const std::vector<std::size_t>& candidates, const HasName& hasName) {
-        if (candidates.size() == 1)
-            return candidates.front();
-        const auto first = std::find_if(candidates.begin(), candidates.end(), hasName);
-        const bool isOnly = first != candidates.end() && std::none_of(first + 1, candidates.end(), hasName);
-        return isOnly ? *first : nowhere;
-    }
-
-    bool hasName(std::size_t gone, std::size_t file) const {
-        return gone_[gone].path.getPath().back().getLocation() == scan_[file].name;
-    }
-
-    static bool isSame(const Gone& gone, const FileTrace& before, const ScannedFile& file) {
-        const FileTrace& now = file.trace;
-        if (gone.path.getPath().back().getType() != scannedTypeOf(file) || !(before.identity == now.identity))
-            return false;
-        if (before.born != Instant() || now.born != Instant())
-            return before.born == now.born;
-        return before.modified == now.modified && (isFolder(gone.path) || before.size == now.size);
-    }
-
-    void findByTime(const std::vector<std::optional<FileTrace>>& traces) {
-        using Look = std::tuple<std::u16string, std::uint64_t, std::u16string>;  // name, size, time
-        std::map<Look, std::pair<std::vector<std::size_t>, std::vector<std::size_t>>> pairs;
-        for (std::size_t i = 0; i < gone_.size(); ++i) {
-            const Gone& gone = gone_[i];
-            if (gone.target != nowhere || !gone.isFile || isFolder(gone.path))
-                continue;
-            Description known;
-            if (traces[i])
-                known = {traces[i]->size, formatTime(traces[i]->modified)};
-            else if (gone.node)
-                known = getDescription(*gone.node);
-            if (known.size != 0 && !known.time.empty())
-                pairs[{gone.path.getPath().back().getLocation(), known.size, known.time}].first.push_back(i);
-        }
-        if (pairs.empty())
-            return;
-        for (std::size_t i = 1; i < scan_.size(); ++i) {
-            if (!isNew(i) || scan_[i].kind != FileKind::file)
-                continue;
-            const auto found = pairs.find({scan_[i].name, scan_[i].trace.size, formatTime(scan_[i].trace.modified)});
-            if (found != pairs.end())
-                found->second.second.push_back(i);
-        }
-        for (const auto& [look, pair] : pairs) {
-            if (pair.first.size() == 1 && pair.second.size() == 1)
-                setTarget(pair.first.front(), pair.second.front());
+            fates_[i].target = targets[i];
+            if (targets[i] != nowhere)
+                sources_[targets[i]] = i;
         }
     }
 
     /// Decides on what has no file any more.
     void decide() {
-        for (Gone& gone : gone_) {
-            const Gone* const parent = gone.parent == nowhere ? nullptr : &gone_[gone.parent];
-            gone.isUnseen =
+        for (std::size_t i = 0; i < gone_.size(); ++i) {
+            Fate& fate = fates_[i];
+            const Fate* const parent = gone_[i].parent == nowhere ? nullptr : &fates_[gone_[i].parent];
+            fate.isUnseen =
                 parent && (parent->target == nowhere ? parent->isUnseen : !scan_[parent->target].isComplete);
-            gone.isPruned = wish_.prune && gone.target == nowhere && !gone.isUnseen &&
-                            (gone.isFile || (parent && parent->isPruned));
+            fate.isPruned = wish_.prune && fate.target == nowhere && !fate.isUnseen &&
+                            (gone_[i].isFile || (parent && parent->isPruned));
         }
         for (std::size_t i = gone_.size(); i-- > 0;) {
-            Gone& gone = gone_[i];
-            const bool isAbove = std::any_of(gone.children.begin(), gone.children.end(),
-                                             [&](std::size_t child) { return gone_[child].isKept; });
-            gone.isKept = gone.target == nowhere && !gone.isPruned && (gone.isUnseen || !gone.isScanned || isAbove);
+            Fate& fate = fates_[i];
+            const bool isAbove = std::any_of(gone_[i].children.begin(), gone_[i].children.end(),
+                                             [&](std::size_t child) { return fates_[child].isKept; });
+            fate.isKept = fate.target == nowhere && !fate.isPruned && (fate.isUnseen || !gone_[i].isScanned || isAbove);
         }
-        for (Gone& gone : gone_) {
-            gone.newPath = gone.path;
-            if (gone.target != nowhere) {
-                gone.newPath = paths_[gone.target];
-            } else if (gone.parent != nowhere && gone.isKept) {
+        for (std::size_t i = 0; i < gone_.size(); ++i) {
+            const GonePath& gone = gone_[i];
+            Fate& fate = fates_[i];
+            fate.newPath = gone.path;
+            if (fate.target != nowhere) {
+                fate.newPath = paths_[fate.target];
+            } else if (gone.parent != nowhere && fate.isKept) {
                 // Where the place is taken, by a file that was found to be another one, it stays.
-                const Gone& parent = gone_[gone.parent];
+                const Fate& parent = fates_[gone.parent];
                 const pm::PathElement step = gone.path.getPath().back();
                 const bool isTaken = parent.target != nowhere && findChild(scan_, parent.target, step) != nowhere &&
                                      !scan_[findChild(scan_, parent.target, step)].isLeftOut;
                 if (!isTaken)
-                    gone.newPath = childPath(parent.newPath, step);
+                    fate.newPath = childPath(parent.newPath, step);
             }
         }
     }
@@ -370,31 +254,33 @@ private:
 
     void changeGone() {
         StoreChange& change = result_.change;
-        for (const Gone& gone : gone_) {
-            if (gone.target != nowhere)
+        for (std::size_t i = 0; i < gone_.size(); ++i) {
+            const GonePath& gone = gone_[i];
+            const Fate& fate = fates_[i];
+            if (fate.target != nowhere)
                 continue;
-            if (!gone.isKept) {
+            if (!fate.isKept) {
                 change.removed.push_back(gone.path);
                 continue;
             }
-            const bool isMoved = gone.newPath != gone.path;
-            const bool isMissing = gone.isFile && !gone.isUnseen;
+            const bool isMoved = fate.newPath != gone.path;
+            const bool isMissing = gone.isFile && !fate.isUnseen;
             const bool isMarked = isMissing && !isMarkedMissing(gone.node.get());
             if (isMoved)
-                result_.moved.emplace_back(gone.path, gone.newPath);
+                result_.moved.emplace_back(gone.path, fate.newPath);
             else if (isMarked)
                 change.updated.push_back(gone.path);
             if (isMissing)
-                result_.missing.push_back(gone.newPath);
+                result_.missing.push_back(fate.newPath);
             if (gone.isFile) {
                 if (const auto trace = record_.find(gone.path))
-                    result_.traces.emplace_back(gone.newPath, *trace);
+                    result_.traces.emplace_back(fate.newPath, *trace);
             }
             std::shared_ptr<pm::MetadataNode> node = gone.node;
             if (isMarked)
                 node = markMissing(node.get());
             if (node && (isMoved || isMarked))
-                change.nodes.emplace_back(gone.newPath, std::move(node));
+                change.nodes.emplace_back(fate.newPath, std::move(node));
         }
     }
 
@@ -411,11 +297,15 @@ private:
     }
 
     /// What has no file, below its new path.
-    void arrangeKept(const Gone& gone) {
-        addPath(gone.newPath);
-        for (const std::size_t child : gone.children) {
-            if (gone_[child].isKept)
-                arrangeKept(gone_[child]);
+    void arrangeKept(std::size_t gone) {
+        addPath(fates_[gone].newPath);
+        arrangeKeptBelow(gone);
+    }
+
+    void arrangeKeptBelow(std::size_t gone) {
+        for (const std::size_t child : gone_[gone].children) {
+            if (fates_[child].isKept)
+                arrangeKept(child);
         }
     }
 
@@ -443,7 +333,7 @@ private:
                 const pm::PathElement& leaf = child.getPath().back();
                 const std::size_t file = isScannedType(leaf.getType()) ? findChild(scan_, index, leaf) : nowhere;
                 const auto gone = goneByPath_.find(child);
-                if (gone == goneByPath_.end() || gone_[gone->second].isKept)
+                if (gone == goneByPath_.end() || fates_[gone->second].isKept)
                     places.push_back({std::move(child), file});
             }
         }
@@ -465,12 +355,8 @@ private:
         arrangeNew(nullptr);
         for (auto place = lastFile; place != places.end(); ++place)
             arrangePlace(place->path, place->file);
-        if (sources_[index] != nowhere) {
-            for (const std::size_t child : gone_[sources_[index]].children) {
-                if (gone_[child].isKept)
-                    arrangeKept(gone_[child]);
-            }
-        }
+        if (sources_[index] != nowhere)
+            arrangeKeptBelow(sources_[index]);
     }
 
     void arrangePlace(const pm::MetadataPath& path, std::size_t file) {
@@ -478,7 +364,7 @@ private:
         if (file != nowhere)
             arrange(file);
         else if (gone != goneByPath_.end())
-            arrangeKept(gone_[gone->second]);
+            arrangeKept(gone->second);
         else
             arrangeOther(path);
     }
@@ -499,7 +385,8 @@ private:
     std::vector<bool> isKnown_;            // whether it is in the store
     std::vector<FolderState> folders_;     // meaningless for files
     std::vector<std::size_t> sources_;     // what has moved there
-    std::vector<Gone> gone_;
+    std::vector<GonePath> gone_;
+    std::vector<Fate> fates_;  // of each of `gone_`
     std::map<pm::MetadataPath, std::size_t, BySteps> goneByPath_;
     ScanChange result_;
 };

@@ -68,6 +68,17 @@ bool isScannedType(const std::u16string& type) {
     return type == scannedFolderType || type == fileType;
 }
 
+std::size_t findChild(const std::vector<ScannedFile>& scan, std::size_t folder, const pm::PathElement& step) {
+    const auto first = scan.begin() + static_cast<std::ptrdiff_t>(scan[folder].firstChild);
+    const auto last = first + static_cast<std::ptrdiff_t>(scan[folder].childCount);
+    const auto found =
+        std::lower_bound(first, last, step.getLocation(),
+                         [](const ScannedFile& file, const std::u16string& name) { return file.name < name; });
+    if (found == last || found->name != step.getLocation() || scannedTypeOf(*found) != step.getType())
+        return nowhere;
+    return static_cast<std::size_t>(found - scan.begin());
+}
+
 bool isScannedNode(const pm::MetadataNode& node) {
     const std::vector<std::u16string> keys = node.getAttributeKeys();
     return node.getName() == pm::getDefaultMetadataNodeName() && node.getChildNodes().empty() &&

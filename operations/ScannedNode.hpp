@@ -11,9 +11,11 @@
 /// No function keeps state; all may be called from any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "operations/FolderScan.hpp"
 #include "operations/Library.hpp"
@@ -28,6 +30,12 @@ const std::u16string& scannedTypeOf(const ScannedFile& file);
 
 /// Whether `type` is one of these types.
 bool isScannedType(const std::u16string& type);
+
+/// No element of a scan.
+constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
+
+/// The element of `scan` that `step` leads to from the folder `folder`; `nowhere` if there is none.
+std::size_t findChild(const std::vector<ScannedFile>& scan, std::size_t folder, const pm::PathElement& step);
 
 /// Whether all of `node` was written by a scan.
 bool isScannedNode(const pm::MetadataNode& node);
