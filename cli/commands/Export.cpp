@@ -7,8 +7,8 @@
 
 #include "cli/Command.hpp"
 #include "cli/Streams.hpp"
+#include "cli/text/Damage.hpp"
 #include "cli/text/Progress.hpp"
-#include "cli/text/Warnings.hpp"
 #include "host/Interruption.hpp"
 #include "operations/Export.hpp"
 #include "operations/Project.hpp"
@@ -64,21 +64,7 @@ Status exportProject(const host::Path& root, const Request& request) {
         if (std::none_of(damages.begin(), damages.end(), [&](const auto& damage) { return damage.file == lost.file; }))
             damages.push_back(std::move(lost));
     }
-    const auto foreign =
-        std::stable_partition(damages.begin(), damages.end(), [](const auto& damage) { return !damage.isForeign; });
-    const std::size_t foreignCount = keepDamage({foreign, damages.end()});
-    const std::size_t damageCount = keepDamage({damages.begin(), foreign});
-    if (damageCount > 0) {
-        reportError("The export lacks what is damaged in the metadata of " + quoted(root) + ": " +
-                    formatCount(damageCount, "file"));
-    }
-    if (foreignCount > 0) {
-        reportError(
-            "The export has all metadata that can be read, but lacks what files of it hold besides, such as a "
-            "comment, in " +
-            quoted(root) + ": " + formatCount(foreignCount, "file"));
-    }
-    return damageCount + foreignCount > 0 ? Status::foundProblems : Status::done;
+    return reportDamage(sortDamage(damages), "The export", root);
 }
 
 Command::Action configure(CLI::App& app) {

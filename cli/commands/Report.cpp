@@ -3,7 +3,6 @@
 /// The page lies in cli/report/; this file gives it the data, as JSON inside a <script type="application/json">. All
 /// texts in it are safe to show already, so that the page need not know what is not.
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
@@ -16,6 +15,7 @@
 #include "cli/Command.hpp"
 #include "cli/Streams.hpp"
 #include "cli/report/ReportPage.hpp"
+#include "cli/text/Damage.hpp"
 #include "cli/text/Progress.hpp"
 #include "cli/text/Warnings.hpp"
 #include "host/FileUtils.hpp"
@@ -140,10 +140,8 @@ void writePaths(const pm::MetadataManager& store, Names& names, PageFile& page) 
     }
 }
 
-using Damages = std::vector<pm::MetadataDamage>;
-
 /// Each file with what is wrong with it.
-Json listDamage(const Damages& damages) {
+Json listDamage(const std::vector<pm::MetadataDamage>& damages) {
     Json list = Json::array();
     for (const pm::MetadataDamage& damage : damages) {
         const std::u16string problem = explainProblem(damage.file, damage.problem);
@@ -153,12 +151,11 @@ Json listDamage(const Damages& damages) {
 }
 
 struct Outcome {
-    std::size_t damages = 0;  // files that are damaged
-    std::size_t foreign = 0;  // files that hold something besides their metadata
-    std::uint64_t size = 0;   // of the page, in bytes
+    SortedDamage damage;
+    std::uint64_t size = 0;  // of the page, in bytes
 };
 
-Outcome writeData(const host::Path& root, const pm::MetadataManager& store, PageFile& page) {
+SortedDamage writeData(const host::Path& root, const pm::MetadataManager& store, PageFile& page) {
     const host::Path absoluteRoot = host::FileUtils::normalize(host::FileUtils::makeAbsolute(root));
     const std::string time = escapeText(formatTime({std::time(nullptr), 0}));
     page << "{\"project\":" << format(escapeName(absoluteRoot.fileName().text())) << ",\"time\":" << format(time)
@@ -168,23 +165,18 @@ Outcome writeData(const host::Path& root, const pm::MetadataManager& store, Page
     writePaths(store, names, page);
     page << "],\n\"names\":" << format(names.list());
 
-    Damages damages = findDamage(store);
-    const auto isDamaged = [](const pm::MetadataDamage& damage) { return !damage.isForeign; };
-    const auto middle = std::stable_partition(damages.begin(), damages.end(), isDamaged);
-    const Damages foreign(middle, damages.end());
-    damages.erase(middle, damages.end());
-    page << ",\n\"damages\":" << format(listDamage(damages)) << ",\n\"foreign\":" << format(listDamage(foreign)) << "}";
-    const Outcome outcome{keepDamage(damages), keepDamage(foreign)};
-    if (outcome.damages + outcome.foreign > 0)
-        takeWarnings();  // the page tells them
-    return outcome;
+    SortedDamage damage = sortDamage(findDamage(store));
+    page << ",\n\"damages\":" << format(listDamage(damage.lacking))
+         << ",\n\"harmless\":" << format(listDamage(damage.harmless))
+         << ",\n\"foreign\":" << format(listDamage(damage.foreign)) << "}";
+    return damage;
 }
 
 /// Writes the page to `file`.
 Outcome writePage(const host::Path& root, const pm::MetadataManager& store, const host::Path& file) {
     PageFile page(file);
     page << reportPageBegin;
-    Outcome outcome = writeData(root, store, page);
+    Outcome outcome{writeData(root, store, page)};
     page << reportPageEnd;
     outcome.size = page.close();
     return outcome;
@@ -220,17 +212,10 @@ Status report(const host::Path& root, const Wish& wish) {
     else if (!file.isStandard())
         printNote(escapeName(name.text()) + ", " + formatSize(outcome.size) + '\n');
     flushOutput();
-    if (outcome.damages > 0) {
-        reportError("The report lacks what is damaged in the metadata of " + quoted(root) +
-                    ", and says so: " + formatCount(outcome.damages, "file"));
-    }
-    if (outcome.foreign > 0) {
-        reportError(
-            "The report has all metadata that can be read, but lacks what files of it hold besides, such as a comment, "
-            "in " +
-            quoted(root) + ", and says so: " + formatCount(outcome.foreign, "file"));
-    }
-    return outcome.damages + outcome.foreign > 0 ? Status::foundProblems : Status::done;
+    const Status status = reportDamage(outcome.damage, "The report", root, ", and says so");
+    if (status != Status::done)
+        takeWarnings();  // the page tells them
+    return status;
 }
 
 Command::Action configure(CLI::App& app) {

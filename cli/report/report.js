@@ -116,7 +116,7 @@ function showHeader() {
     const withNode = data.paths.filter(path => path[3]).length;
     document.getElementById("summary").textContent =
         `${formatCount(pathCount - 1, "path")}, ${withNode.toLocaleString("en")} with metadata; as of ${data.time}`;
-    for (const id of ["damages", "foreign"]) {
+    for (const id of ["damages", "harmless", "foreign"]) {
         const section = document.getElementById(id);
         section.hidden = data[id].length === 0;
         for (const [file, problem] of data[id])

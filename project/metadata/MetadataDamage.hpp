@@ -18,6 +18,8 @@ struct MetadataDamage {
     bool readsAsBranch = false;
     /// Whether all metadata in it is read as ever. It holds something else, and is not overwritten.
     bool isForeign = false;
+    /// Whether no metadata is kept in it, so that all is read as ever. It is not overwritten either.
+    bool holdsNoMetadata = false;
 };
 
 /// Learns of damage. Called on the thread that uses the store, also by several at once; must not throw.

@@ -338,9 +338,11 @@ SharedTree& MonolithicManager::load() const {
 void MonolithicManager::requireSound() const {
     if (damage_.empty())
         return;
-    const auto& [file, problem, readsAsBranch, isForeign] = damage_.front();
-    raise<MetadataWriteFailure>(
-        file.text(), isForeign ? problem : u"it is damaged, and not overwritten before it is repaired: " + problem);
+    const MetadataDamage& first = damage_.front();
+    raise<MetadataWriteFailure>(first.file.text(),
+                                first.isForeign
+                                    ? first.problem
+                                    : u"it is damaged, and not overwritten before it is repaired: " + first.problem);
 }
 
 void MonolithicManager::requireNothingGone(const Draft& draft) const {

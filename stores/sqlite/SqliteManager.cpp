@@ -152,7 +152,7 @@ void SqliteManager::setPaths(const std::vector<MetadataPath>& paths) {
 std::vector<MetadataDamage> SqliteManager::findDamage() const {
     std::vector<MetadataDamage> damage;
     if (auto problem = database_.findCoreFileDamage())
-        damage.push_back({database_.getCoreFile(), std::move(*problem)});
+        damage.push_back({database_.getCoreFile(), std::move(*problem), false, false, true});
     else if (auto foreign = database_.findForeignInCoreFile(); !foreign.empty())
         damage.push_back({database_.getCoreFile(), std::move(foreign), false, true});
     database_.read([&](PathTable& table, SeenChanges& /*seen*/) {
