@@ -26,7 +26,7 @@ Status reportDamage(const SortedDamage& damage, const std::string& product, cons
         status = Status::foundProblems;
     };
     report(damage.lacking, " lacks what is damaged in the metadata of ");
-    report(damage.harmless, " lacks nothing by damage of files without metadata in ");
+    report(damage.harmless, " lacks nothing, though files that hold no metadata are damaged in ");
     report(damage.foreign,
            " has all metadata that can be read, but lacks what files of it hold besides, such as a comment, in ");
     return status;

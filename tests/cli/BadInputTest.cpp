@@ -93,12 +93,12 @@ TEST_F(DamagedProjectTest, saysThatNothingIsLackingWhereTheDamagedFileHoldsNoMet
     test::writeBytes(coreFile, "<Project Meta");
     const Outcome whole = run({"export", root, "-o", folder / "whole.xml"});
     EXPECT_EQ(whole.status, 1);
-    EXPECT_THAT(whole.err, MatchesRegex("[^\n]+ lacks nothing [^\n]+: 1 file\n    \"" + coreFile.native() +
+    EXPECT_THAT(whole.err, MatchesRegex("[^\n]+ lacks nothing, [^\n]+: 1 file\n    \"" + coreFile.native() +
                                         "\" is damaged: in line 1, it is no well-formed XML[^\n]+\n"));
     EXPECT_EQ(test::readBytes(folder / "whole.xml"), test::readBytes(folder / "sound.xml"));
     const Outcome reported = run({"report", root, "-o", folder / "page.html"});
     EXPECT_EQ(reported.status, 1);
-    EXPECT_THAT(reported.err, MatchesRegex("[^\n]+ lacks nothing [^\n]+: 1 file\n"));
+    EXPECT_THAT(reported.err, MatchesRegex("[^\n]+ lacks nothing, [^\n]+: 1 file\n"));
     EXPECT_THAT(test::readBytes(folder / "page.html"), HasSubstr("\"damages\":[],\n\"harmless\":[["));
 
     // Beside damage by which a node is lacking, both are told.
@@ -107,7 +107,7 @@ TEST_F(DamagedProjectTest, saysThatNothingIsLackingWhereTheDamagedFileHoldsNoMet
     bytes.at(bytes.find("Kind") - 1) = '\xff';
     test::writeBytes(database, bytes);
     EXPECT_THAT(run({"export", root, "-o", folder / "lacking.xml"}).err,
-                MatchesRegex("[^\n]+ lacks what is damaged [^\n]+: 1 file\n[^\n]+ lacks nothing [^\n]+: 1 file\n"
+                MatchesRegex("[^\n]+ lacks what is damaged [^\n]+: 1 file\n[^\n]+ lacks nothing, [^\n]+: 1 file\n"
                              "(    \"[^\n]+\" is damaged: [^\n]+\n)+"));
 }
 
