@@ -14,8 +14,8 @@ public:
     /// From now on, up to the end of the next `setPaths`, what `setNodes` is given may be put aside instead of stored;
     /// `setPaths` then stores it too, in one change, or refuses both for what either would be refused for. Until then
     /// the store may answer as if it were not there, and nobody may change the nodes.
-    /// `setPaths` throws `MetadataWriteFailure` if what it would replace or remove was changed in between, and may do so
-    /// if anything was.
+    /// `setPaths` throws `MetadataWriteFailure` if what it would replace or remove was changed in between, and may do
+    /// so if anything was.
     virtual void beginContent() noexcept = 0;
 
     /// What was put aside and not stored is dropped. Without effect after `setPaths`.
