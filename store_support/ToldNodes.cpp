@@ -102,16 +102,6 @@ ToldNodes::Change ToldNodes::setting(const MetadataPath& path, bool hasNode) {
     return change;
 }
 
-ToldNodes::Change ToldNodes::setting(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
-    Change change(*this);
-    change.set_.reserve(nodes.size());
-    for (const auto& [path, node] : nodes) {
-        change.set_.emplace_back(getKey(path), node != nullptr);
-        use(change.set_.back().first);
-    }
-    return change;
-}
-
 ToldNodes::Change ToldNodes::removing(const std::vector<MetadataPath>& paths) {
     Change change(*this);
     if (isEmpty())

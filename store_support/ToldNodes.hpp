@@ -62,7 +62,17 @@ public:
     };
 
     Change setting(const MetadataPath& path, bool hasNode);
-    Change setting(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes);
+    /// @param nodes pairs of a path and its node, of which the last one for a path counts
+    template <class Nodes = std::map<MetadataPath, std::shared_ptr<MetadataNode>>>
+    Change setting(const Nodes& nodes) {
+        Change change(*this);
+        change.set_.reserve(nodes.size());
+        for (const auto& [path, node] : nodes) {
+            change.set_.emplace_back(getKey(path), node != nullptr);
+            use(change.set_.back().first);
+        }
+        return change;
+    }
     Change removing(const std::vector<MetadataPath>& paths);
     Change renaming(const MetadataPath& path, const MetadataPath& target);
 

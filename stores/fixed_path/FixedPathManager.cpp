@@ -1,6 +1,6 @@
 #include "stores/fixed_path/FixedPathManager.hpp"
 
-#include <iterator>
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -27,7 +27,9 @@ using store_support::WantedTree;
 
 namespace {
 
-void setAll(PathFileChange& change, const FixedPathManager::Nodes& nodes) {
+/// @param nodes pairs of a path and its node
+template <class Nodes>
+void setAll(PathFileChange& change, const Nodes& nodes) {
     for (const auto& [path, node] : nodes) {
         if (change.isDecided())
             return;
@@ -67,11 +69,9 @@ std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path
     return project::metadata::copyKeptNode(content->node);
 }
 
-void FixedPathManager::setNodes(const Nodes& nodes) {
+void FixedPathManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
     if (content_) {
-        Nodes content = nodes;
-        content.insert(content_->begin(), content_->end());  // what is not set anew
-        content_ = std::move(content);
+        content_->insert(content_->end(), nodes.begin(), nodes.end());
     } else {
         change(told_.setting(nodes), [&](PathFileChange& change) { setAll(change, nodes); });
     }
@@ -125,9 +125,9 @@ bool FixedPathManager::hasPath(const MetadataPath& path) const {
 
 void FixedPathManager::setPaths(const std::vector<MetadataPath>& paths) {
     const WantedTree wanted(paths);
-    Nodes nodes = std::exchange(content_, std::nullopt).value_or(Nodes());
-    for (auto node = nodes.begin(); node != nodes.end();)
-        node = wanted.has(node->first) ? std::next(node) : nodes.erase(node);
+    Content nodes = std::exchange(content_, std::nullopt).value_or(Content());
+    nodes.erase(std::remove_if(nodes.begin(), nodes.end(), [&](const auto& entry) { return !wanted.has(entry.first); }),
+                nodes.end());
     ToldNodes::Change told = told_.keeping(paths);
     told.add(told_.setting(nodes));
     change(std::move(told), [&](PathFileChange& change) {

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "host/Path.hpp"
@@ -38,8 +39,6 @@ class FixedPathManager : public project::metadata::MetadataManager,
                          public project::metadata::RepeatableReader,
                          public project::metadata::WholeContentWriter {
 public:
-    using Nodes = std::map<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>;
-
     /// @param folder the metadata folder, which need not exist
     FixedPathManager(const host::Path& folder, store_support::JobRunner runJob);
 
@@ -49,7 +48,8 @@ public:
     void removePath(const project::metadata::MetadataPath& path) override;
     std::unique_ptr<project::metadata::MetadataNode> getNode(
         const project::metadata::MetadataPath& path) const override;
-    void setNodes(const Nodes& nodes) override;
+    void setNodes(const std::map<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>&
+                      nodes) override;
     void removePaths(const std::vector<project::metadata::MetadataPath>& paths) override;
     bool hasNode(const project::metadata::MetadataPath& path) const override;
     std::vector<project::metadata::MetadataPath> getChildren(
@@ -71,6 +71,10 @@ public:
     void endContent() noexcept override { content_.reset(); }
 
 private:
+    /// What `setNodes` was given, one after the other.
+    using Content =
+        std::vector<std::pair<project::metadata::MetadataPath, std::shared_ptr<project::metadata::MetadataNode>>>;
+
     /// What the file of `path` says for the user of this store; null if it does not exist.
     PathFilePtr read(const project::metadata::MetadataPath& path, Extent extent) const;
 
@@ -89,7 +93,7 @@ private:
     mutable PathFiles files_;  // reading notes in it what the user of the store has seen
     mutable store_support::ToldNodes told_;
     store_support::JobRunner runJob_;
-    std::optional<Nodes> content_;  // between `beginContent` and the next `setPaths`
+    std::optional<Content> content_;  // between `beginContent` and the next `setPaths`
 };
 
 }  // namespace stores::fixed_path

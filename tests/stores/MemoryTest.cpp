@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 
+#include "project/metadata/WholeContentWrite.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/ChildProcess.hpp"
 
@@ -89,6 +90,18 @@ TEST_P(MemoryTest, IsBoundedForEachNode) {
             store->setPaths(paths);
         });
     };
+    const auto writeWhole = [&] {
+        const TempFolder other;
+        const auto paths = makePaths();
+        const auto nodes = makeNodes(paths, 0);
+        checkPeak(limit, "first write as one change", [&] {
+            const auto store = openStore(GetParam(), other.path());
+            const project::metadata::WholeContentWrite writing(*store);
+            store->setNodes(nodes);
+            store->setPaths(paths);
+        });
+    };
+    inItsOwnProcess(writeWhole);
     inItsOwnProcess([&] { write("first write", 0); });
     inItsOwnProcess([&] {
         checkPeak(limit, "reading", [&] {
