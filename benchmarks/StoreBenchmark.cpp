@@ -25,6 +25,7 @@
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/MetadataFiles.hpp"
 #include "project/metadata/SingleFileExport.hpp"
+#include "project/metadata/WholeContentWrite.hpp"
 
 namespace {
 
@@ -100,8 +101,11 @@ void writeAll(benchmark::State& state, Project& project) {
         auto nodes = project.makeNodes();
         auto store = project.open();
         state.ResumeTiming();
-        store->setNodes(nodes);
-        store->setPaths(project.paths());
+        {
+            const project::metadata::WholeContentWrite writing(*store);
+            store->setNodes(nodes);
+            store->setPaths(project.paths());
+        }
         state.PauseTiming();
         nodes.clear();
         store.reset();

@@ -87,12 +87,16 @@ void applyChange(pm::MetadataManager& store, const StoreChange& change, Interrup
     }
     const bool removesNodes =
         std::any_of(change.nodes.begin(), change.nodes.end(), [](const auto& entry) { return !entry.second; });
-    std::optional<pm::WholeContentWrite> both;
-    if (change.paths && batches.size() == 1 && !removesNodes)
-        both.emplace(store);
+    // Then the nodes wait for the paths, and nothing has been changed before.
+    const bool areOne = change.paths && batches.size() == 1 && !removesNodes &&
+                        dynamic_cast<const pm::WholeContentWriter*>(&store) != nullptr;
+    std::optional<pm::WholeContentWrite> writing;
+    if (areOne)
+        writing.emplace(store);
     for (const NewNodes& nodes : batches) {
         store.setNodes(nodes);
-        noteBatch();
+        if (!areOne)
+            noteBatch();
     }
     for (const auto& [path, node] : change.nodes) {
         if (node)

@@ -11,7 +11,7 @@ class PROJECT_METADATA_EXPORT WholeContentWriter {
 public:
     virtual ~WholeContentWriter() = default;
 
-    /// From now on, up to the end of the next `setPaths`, what `setNodes` is given may be put aside instead of stored;
+    /// From now on, up to the end of the next `setPaths`, what `setNodes` is given is put aside instead of stored;
     /// `setPaths` then stores it too, in one change, or refuses both for what either would be refused for. Until then
     /// the store may answer as if it were not there, and nobody may change the nodes.
     /// `setPaths` throws `MetadataWriteFailure` if what it would replace or remove was changed in between, and may do
