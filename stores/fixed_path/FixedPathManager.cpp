@@ -173,7 +173,7 @@ std::string FixedPathManager::getFingerprint(const MetadataPath& path) const {
 }
 
 std::string FixedPathManager::getFingerprintOfRead(const MetadataPath& path) const {
-    const auto known = files_.recallChildren(files_.locate(path).folder);
+    const auto known = files_.recallListing(files_.locate(path).folder);
     return known ? makeFingerprint(*known, files_.seen()) : std::string();
 }
 

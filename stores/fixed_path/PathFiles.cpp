@@ -318,7 +318,7 @@ std::optional<Child> PathFiles::recall(const MetadataPath& path) const {
 }
 
 std::optional<Listing> PathFiles::recallChildren(const Path& childFolder) const {
-    auto listing = listings_.find(childFolder, cache_);
+    auto listing = recallListing(childFolder);
     if (listing)
         sort(*listing);
     return listing;

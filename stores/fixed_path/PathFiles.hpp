@@ -89,7 +89,12 @@ public:
     /// may be left out.
     std::optional<Child> recall(const project::metadata::MetadataPath& path) const;
 
-    /// The same for what `readChildren` finds.
+    /// The same for what `readChildren` finds, in no particular order.
+    std::optional<Listing> recallListing(const host::Path& childFolder) const {
+        return listings_.find(childFolder, cache_);
+    }
+
+    /// The same in the order of `readChildren`.
     std::optional<Listing> recallChildren(const host::Path& childFolder) const;
 
     /// Lets go of what `remember` was told, since it is going to change.
