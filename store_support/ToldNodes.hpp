@@ -62,6 +62,7 @@ public:
     };
 
     Change setting(const MetadataPath& path, bool hasNode);
+
     /// @param nodes pairs of a path and its node, of which the last one for a path counts
     template <class Nodes = std::map<MetadataPath, std::shared_ptr<MetadataNode>>>
     Change setting(const Nodes& nodes) {
@@ -73,6 +74,7 @@ public:
         }
         return change;
     }
+
     Change removing(const std::vector<MetadataPath>& paths);
     Change renaming(const MetadataPath& path, const MetadataPath& target);
 

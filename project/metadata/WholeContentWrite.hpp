@@ -12,10 +12,9 @@ public:
     virtual ~WholeContentWriter() = default;
 
     /// From now on, up to the end of the next `setPaths`, what `setNodes` is given is put aside instead of stored;
-    /// `setPaths` then stores it too, in one change, or refuses both for what either would be refused for. Until then
-    /// the store may answer as if it were not there, and nobody may change the nodes.
-    /// `setPaths` throws `MetadataWriteFailure` if what it would replace or remove was changed in between, and may do
-    /// so if anything was.
+    /// `setPaths` then stores what of it belongs to its paths, in one change with them, or refuses all of it. Until
+    /// then the store may answer as if it were not there, and nobody may change the nodes. `setPaths` throws
+    /// `MetadataWriteFailure` if what it would replace or remove was changed in between, and may do so if anything was.
     virtual void beginContent() noexcept = 0;
 
     /// What was put aside and not stored is dropped. Without effect after `setPaths`.

@@ -70,11 +70,10 @@ std::unique_ptr<MetadataNode> FixedPathManager::getNode(const MetadataPath& path
 }
 
 void FixedPathManager::setNodes(const std::map<MetadataPath, std::shared_ptr<MetadataNode>>& nodes) {
-    if (content_) {
+    if (content_)
         content_->insert(content_->end(), nodes.begin(), nodes.end());
-    } else {
+    else
         change(told_.setting(nodes), [&](PathFileChange& change) { setAll(change, nodes); });
-    }
 }
 
 void FixedPathManager::removePaths(const std::vector<MetadataPath>& paths) {

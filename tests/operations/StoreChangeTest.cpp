@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "host/Interruption.hpp"
 #include "host/Text.hpp"
 #include "operations/StoreChange.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
@@ -78,6 +79,26 @@ TEST_P(StoreChangeTest, NodesAndTheirOrderAreOneBatch) {
     EXPECT_EQ(store->getChildren({}), *change.paths);
     EXPECT_FALSE(store->hasNode(makePath(u"a")));
     EXPECT_TRUE(store->hasNode(makePath(u"d")));
+}
+
+TEST_P(StoreChangeTest, StopsBeforeTheOneBatchIsWritten) {
+    const test::TempFolder folder;
+    const auto store = pm::getNamedFactory(GetParam())->createManager(folder.path());
+    const auto node = std::make_shared<pm::MetadataNodeSpecification>(u"Info");
+    store->setNode(makePath(u"b"), *node);
+    operations::StoreChange change;
+    change.nodes = {{makePath(u"a"), node}};
+    change.paths = {{makePath(u"a"), makePath(u"b")}};
+
+    host::Interruption stop;
+    stop.request();
+    {
+        const host::Interruption::Scope scope(stop);
+        EXPECT_THROW(operations::applyChange(*store, change), host::InterruptedException);
+    }
+    EXPECT_EQ(store->getChildren({}), std::vector{makePath(u"b")});
+    operations::applyChange(*store, change);
+    EXPECT_EQ(store->getChildren({}), *change.paths);
 }
 
 }  // namespace
