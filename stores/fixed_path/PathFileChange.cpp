@@ -357,13 +357,15 @@ void PathFileChange::arrangeFolder(const WantedTree& wanted, WantedTree::Index p
 void PathFileChange::arrangeChildren(const WantedTree& wanted, WantedTree::Index parent, Index index,
                                      const std::vector<std::u16string>& names) {
     const Path folder = getFolder(index);
+    const bool isFolderThere = hasFolder(index);
     std::vector<Sibling> siblings;
     std::vector<std::optional<Rank>> ranks;
     siblings.reserve(names.size());
     ranks.reserve(names.size());
     for (std::size_t i = 0; i < names.size(); ++i) {
         const PathElement& element = wanted.getElement(wanted.getChildren(parent)[i]);
-        const PathFilePtr now = files_.readForChange(folder / Path(names[i] + nodeFileExtension), Extent::place);
+        const PathFilePtr now =
+            isFolderThere ? files_.readForChange(folder / Path(names[i] + nodeFileExtension), Extent::place) : nullptr;
         // The place of a damaged one is the last.
         if (now && now->isBroken())
             continue;
