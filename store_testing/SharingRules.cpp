@@ -71,6 +71,12 @@ void staleNodeIsNotReplaced(const ScratchProject& project) {
     stale->getNode(path("b"));
     batch(*stale);
     requireContent("after reading the node and changing it again", *project.open(), "a(3) b(3) c(3)");
+
+    project.open()->setNodes({{MetadataPath(), node("4")}, {path("b"), node("4")}});
+    stale->setPaths(paths("/ c b a"));
+    requireRefused("setNode over another store's change, after an order of all paths", *stale, single);
+    requireRefused("setNode of the root path over another store's change, after an order of all paths", *stale,
+                   [](MetadataManager& store) { store.setNode(MetadataPath(), *node("5")); });
 }
 
 void removedNodeDoesNotComeBack(const ScratchProject& project) {

@@ -134,6 +134,7 @@ void requireSeen(const SharedTree& old, const SharedTree* arranged, std::vector<
 Draft arrange(const SharedTree& old, const std::vector<MetadataPath>& paths, const Path& file) {
     Draft draft;
     draft.makesProject = true;
+    draft.tree.isUnseen = old.isUnseen;
     for (const MetadataPath& path : paths) {
         if (path.getPath().empty())
             draft.tree.node = old.node;
