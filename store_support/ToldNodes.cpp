@@ -134,12 +134,14 @@ ToldNodes::Change ToldNodes::keeping(const std::vector<MetadataPath>& paths) {
     Change change = removing({MetadataPath()});
     if (change.removed_.empty())
         return change;
-    std::vector<Key> walk;  // to the last path, whose ancestors mostly are those of the next one too
+    // To the last path, whose ancestors mostly are those of the next one too. The root path has to be listed itself.
+    std::vector<Key> walk{rootKey};
     for (const MetadataPath& path : paths) {
         Key key = rootKey;
-        for (std::size_t depth = 0; depth <= path.getPath().size(); ++depth) {
-            if (depth > 0)
-                key = getChildKey(key, path.getPath()[depth - 1]);
+        if (path.getPath().empty() && isExpected(path))
+            change.set_.emplace_back(key, true);
+        for (std::size_t depth = 1; depth <= path.getPath().size(); ++depth) {
+            key = getChildKey(key, path.getPath()[depth - 1]);
             if (depth < walk.size() && walk[depth] == key)
                 continue;
             walk.resize(depth);

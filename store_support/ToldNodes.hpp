@@ -78,7 +78,7 @@ public:
     Change removing(const std::vector<MetadataPath>& paths);
     Change renaming(const MetadataPath& path, const MetadataPath& target);
 
-    /// `paths` and their ancestors become all that there is.
+    /// `paths` and their ancestors become all that there is; the root path keeps its node only if it is one of them.
     Change keeping(const std::vector<MetadataPath>& paths);
 
 private:

@@ -132,6 +132,9 @@ void removedNodeDoesNotComeBack(const ScratchProject& project) {
         requireContent("after a removal by the store itself", *stale, content);
         set(*stale);
     }
+    stale->setNode(MetadataPath(), *node("1"));
+    stale->setPaths(paths("c"));
+    stale->setNode(MetadataPath(), *node("2"));
     project.open("removeNode")->removePath(path("c"));
     stale->setNode(path("d"), *node("1"));
 }

@@ -82,7 +82,7 @@ TEST(ToldNodesTest, AreThoseOfAModel) {
                 change = told.keeping(kept);
                 for (auto& [steps, isThere] : model) {
                     isThere = isThere && std::any_of(kept.begin(), kept.end(), [&, &top = steps](const auto& each) {
-                                  return isIn(top, each.getPath());
+                                  return isIn(top, each.getPath()) && (!top.empty() || each.getPath().empty());
                               });
                 }
             }
