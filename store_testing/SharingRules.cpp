@@ -123,6 +123,12 @@ void removedNodeDoesNotComeBack(const ScratchProject& project) {
         stale->hasNode(path("a/b"));
         set(*stale);
     }
+    // Nor if it has been changed before, which the store has come upon.
+    project.open("removeNode")->setNode(path("a/b"), *node("3"));
+    stale->hasPath(path("c"));
+    project.open("removeNode")->removeNode(path("a/b"));
+    requireRefused("setNode of a node that another store has changed and then removed", *stale, set);
+    stale->hasNode(path("a/b"));
     // What a store has removed itself is its to set, and what was not there is everybody's.
     for (const auto& [remove, content] : removals) {
         stale->getNode(path("c"));

@@ -100,7 +100,7 @@ private:
     mutable bool hasLostSight_ = false;           // then nobody knows any more what the user has seen
     mutable std::vector<MetadataDamage> damage_;  // of that file
 
-    /// Steps to nodes that somebody else has removed, and nobody has asked for since.
+    /// Steps to nodes that somebody else has removed, or changed and may remove, and nobody has asked for since.
     mutable std::set<std::vector<PathElement>> gone_;
 
     std::optional<Content> content_;

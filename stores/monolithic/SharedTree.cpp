@@ -287,7 +287,7 @@ void markUnseen(const SharedTree& now, const SharedTree* before) {
 
 void findGone(const SharedTree& before, const SharedTree* now, std::vector<PathElement>& steps,
               std::set<std::vector<PathElement>>& gone) {
-    if (before.hasNode() && !before.isUnseen && !(now && now->hasNode()))
+    if (before.hasNode() && !before.isUnseen && !(now && now->hasNode() && !now->isUnseen))
         gone.insert(steps);
     for (const SharedTree::Child& child : before.getChildren()) {
         steps.push_back(child.element);

@@ -95,7 +95,8 @@ SharedTree fromXml(MetadataNode& xml, Elements elements, const std::vector<Lack>
 /// Marks as unseen what is in `now`, and was unseen or not the same in `before`.
 void markUnseen(const SharedTree& now, const SharedTree* before);
 
-/// Adds to `gone` the steps to the nodes of `before` and of what is below it that were seen and are missing in `now`.
+/// Adds to `gone` the steps to the nodes of `before` and of what is below it that were seen and, in `now`, are missing
+/// or marked as unseen.
 /// @param steps to `before`; the same again afterwards
 void findGone(const SharedTree& before, const SharedTree* now, std::vector<PathElement>& steps,
               std::set<std::vector<PathElement>>& gone);
