@@ -77,6 +77,11 @@ void staleNodeIsNotReplaced(const ScratchProject& project) {
     requireRefused("setNode over another store's change, after an order of all paths", *stale, single);
     requireRefused("setNode of the root path over another store's change, after an order of all paths", *stale,
                    [](MetadataManager& store) { store.setNode(MetadataPath(), *node("5")); });
+    // What the store has written it knows, also where it did not know of the path.
+    project.open()->addPath(path("d"));
+    stale->setNode(path("d"), *node("5"));
+    stale->setNode(path("d"), *node("6"));
+    requireContent("after changes of a path that another store added", *project.open(), "c(3) b(4) a(3) d(6)");
 }
 
 void removedNodeDoesNotComeBack(const ScratchProject& project) {

@@ -448,7 +448,8 @@ void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
         Item& item = items_[writes_[number]];
         // But for the time of the last change it keeps this version when it is put into place.
         item.staged = getFileVersion(staged).value_or(item.staged);
-        if (item.isSeen)
+        // A branch that he did not know he knows once he has given it a node.
+        if (item.isSeen || item.newNode)
             files_.seen().add(file, item.staged);
     };
     runJob(project::metadata::FileJob(batch.filesToWrite, batch.filesToRemove, [&] {
