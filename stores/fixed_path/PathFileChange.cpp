@@ -453,6 +453,8 @@ void PathFileChange::commit(const JobRunner& runJob, FolderLock& lock) {
             files_.seen().add(file, item.staged);
     };
     runJob(project::metadata::FileJob(batch.filesToWrite, batch.filesToRemove, [&] {
+        // Subscribers may have read since the change began.
+        files_.lookAgain();
         try {
             store_support::commit(batch, lock);
         } catch (...) {
