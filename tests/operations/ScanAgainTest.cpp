@@ -1,11 +1,8 @@
 // Scans after a scan that found nothing to do: what they need not read again, and what they must.
 
 #include <gtest/gtest.h>
-#include <sys/inotify.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <functional>
 
@@ -15,6 +12,7 @@
 #include "project/metadata/MetadataNodeSpecification.hpp"
 #include "project/metadata/RepeatableRead.hpp"
 #include "tests/stores/CollectedDamage.hpp"
+#include "tests/support/FolderEvents.hpp"
 #include "tests/support/TempFolder.hpp"
 
 namespace {
@@ -49,20 +47,9 @@ protected:
 
     /// Scans, and says how many files with nodes of what lies in "src" that took.
     std::size_t countRead() const {
-        const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-        inotify_add_watch(watch, nodes().c_str(), IN_OPEN);
+        const test::FolderEvents opened(nodes(), IN_OPEN);
         EXPECT_EQ(scan().files, 2U + extraFiles_);
-        std::size_t count = 0;
-        alignas(inotify_event) std::array<char, 65536> buffer{};
-        for (ssize_t size = 0; (size = read(watch, buffer.data(), buffer.size())) > 0;) {
-            for (ssize_t at = 0; at < size;) {
-                const auto* const event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
-                count += (event->mask & IN_ISDIR) == 0 ? 1 : 0;
-                at += static_cast<ssize_t>(sizeof *event + event->len);
-            }
-        }
-        close(watch);
-        return count;
+        return opened.count(".xml");
     }
 
     /// Nothing is to be done now, and once that is seen nothing is read.

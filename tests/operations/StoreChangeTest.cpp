@@ -1,10 +1,7 @@
 // What a change of a whole project takes.
 
 #include <gtest/gtest.h>
-#include <sys/inotify.h>
-#include <unistd.h>
 
-#include <array>
 #include <memory>
 #include <string>
 
@@ -13,39 +10,12 @@
 #include "operations/StoreChange.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/MetadataNodeSpecification.hpp"
+#include "tests/support/FolderEvents.hpp"
 #include "tests/support/TempFolder.hpp"
 
 namespace {
 
 namespace pm = project::metadata;
-
-/// Counts the batches that are written in a metadata folder, by the scratch folders that come and go there.
-class BatchCounter {
-public:
-    explicit BatchCounter(const std::filesystem::path& folder) : queue_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-        inotify_add_watch(queue_, folder.c_str(), IN_CREATE | IN_DELETE);
-    }
-    ~BatchCounter() { close(queue_); }
-
-    BatchCounter(const BatchCounter&) = delete;
-    BatchCounter& operator=(const BatchCounter&) = delete;
-
-    /// Since this was asked last.
-    int count() const {
-        alignas(inotify_event) std::array<char, 4096> events{};
-        const ssize_t size = read(queue_, events.data(), events.size());
-        int batches = 0;
-        for (ssize_t place = 0; place < size;) {
-            const auto* const event = reinterpret_cast<const inotify_event*>(events.data() + place);
-            batches += (event->mask & IN_CREATE) != 0 && std::string(event->name) == ".pending" ? 1 : 0;
-            place += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-        }
-        return batches;
-    }
-
-private:
-    int queue_;
-};
 
 pm::MetadataPath makePath(const char16_t* location) {
     return pm::MetadataPath({pm::PathElement(u"File", location)});
@@ -61,13 +31,14 @@ TEST_P(StoreChangeTest, NodesAndTheirOrderAreOneBatch) {
     const auto store = pm::getNamedFactory(GetParam())->createManager(folder.path());
     const auto node = std::make_shared<pm::MetadataNodeSpecification>(u"Info");
     store->setNode(makePath(u"b"), *node);
-    const BatchCounter batches(folder / "resources/project");
+    // Each batch has a scratch folder.
+    const test::FolderEvents made(folder / "resources/project", IN_CREATE);
 
     operations::StoreChange change;
     change.nodes = {{makePath(u"a"), node}, {makePath(u"c"), node}};
     change.paths = {{makePath(u"c"), makePath(u"b"), makePath(u"a")}};
     operations::applyChange(*store, change);
-    EXPECT_EQ(batches.count(), 1);
+    EXPECT_EQ(made.count(".pending"), 1U);
     EXPECT_EQ(store->getChildren({}), *change.paths);
     EXPECT_TRUE(store->hasNode(makePath(u"a")));
 
@@ -75,7 +46,7 @@ TEST_P(StoreChangeTest, NodesAndTheirOrderAreOneBatch) {
     change.nodes = {{makePath(u"a"), nullptr}, {makePath(u"d"), node}};
     change.paths = {{makePath(u"d"), makePath(u"a")}};
     operations::applyChange(*store, change);
-    EXPECT_EQ(batches.count(), 3);
+    EXPECT_EQ(made.count(".pending"), 3U);
     EXPECT_EQ(store->getChildren({}), *change.paths);
     EXPECT_FALSE(store->hasNode(makePath(u"a")));
     EXPECT_TRUE(store->hasNode(makePath(u"d")));

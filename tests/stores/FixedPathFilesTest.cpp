@@ -15,6 +15,7 @@
 #include "project/metadata/Uuid.hpp"
 #include "store_support/BatchJournal.hpp"
 #include "tests/stores/StoreHelpers.hpp"
+#include "tests/support/FolderEvents.hpp"
 #include "tests/support/MessageOf.hpp"
 
 using namespace test;
@@ -250,6 +251,28 @@ TEST_F(FixedPathFilesTest, WhatAReadingKnowsHidesNoDamage) {
         EXPECT_EQ(outlineOfReadable(), read);
         EXPECT_EQ(damagedFiles(), expected);
     }
+}
+
+TEST_F(FixedPathFilesTest, ACopyOpensEachFileOnce) {
+    // More than a store keeps of what nobody waits for, by the sizes of the files. Blanks are read fast.
+    constexpr std::size_t count = 9'500;
+    store_->setNode(path({u"1000"}), *node(u"1"));
+    std::string bytes = readBytes(file("t=1000.xml"));
+    bytes.insert(bytes.rfind('<'), 16'000 - bytes.size(), ' ');
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::string name = std::to_string(1000 + i);
+        std::string other = bytes;
+        writeBytes(file("t=" + name + ".xml"), other.replace(other.find("1000"), 4, name));
+    }
+    store_ = openStore(u"fixedPath", folder_.path());
+    const FolderEvents opened(file(""), IN_OPEN);
+    const TempFolder other;
+    {
+        const project::metadata::RepeatableRead reading(*store_);
+        project::metadata::copyMetadata(*store_, *openStore(u"monolithic", other.path()));
+    }
+    EXPECT_EQ(opened.count(".xml"), count + 1);  // with the core file
+    EXPECT_EQ(openStore(u"monolithic", other.path())->getChildren({}).size(), count);
 }
 
 TEST_F(FixedPathFilesTest, ADamagedCoreFileHidesNothingElse) {
