@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "project/metadata/PathRenamer.hpp"
+#include "project/metadata/WholeContentWrite.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 
 namespace test {
@@ -51,6 +52,14 @@ inline void arrangePaths(MetadataManager& store) {
                     path({u"a", u"new"}), path({u"a", u"b"})});
 }
 
+/// Nodes too, where that is one change.
+inline void writeContent(MetadataManager& store) {
+    const project::metadata::WholeContentWrite writing(store);
+    if (dynamic_cast<project::metadata::WholeContentWriter*>(&store))
+        changeNodes(store);
+    arrangePaths(store);
+}
+
 /// Once it is done there is nothing to do any more.
 inline void renameLeaf(MetadataManager& store) {
     if (store.hasPath(path({u"a", u"b", u"c"})))
@@ -63,6 +72,7 @@ inline const std::vector<Scenario>& allScenarios() {
         {"removal", makeProject, removeFolders, true, false}, {"order", makeProject, arrangePaths, false, false},
         {"creation", nullptr, changeNodes, false, false},     {"reading", makeProject, nullptr, true, false},
         {"recovery", makeProject, removeFolders, true, true}, {"renaming", makeProject, renameLeaf, false, false},
+        {"content", makeProject, writeContent, false, false},
     };
     return scenarios;
 }
