@@ -122,6 +122,8 @@ const char16_t* ToldNodes::explainAbsence(const MetadataPath& path, std::size_t 
 }
 
 ToldNodes::Change ToldNodes::renaming(const MetadataPath& path, const MetadataPath& target) {
+    if (path == target)
+        return Change(*this);
     Change change = removing({path});
     if (isExpected(path)) {
         change.set_.emplace_back(getKey(target), true);

@@ -69,6 +69,8 @@ TEST(ToldNodesTest, AreThoseOfAModel) {
                 break;
             case 4:
                 change = told.renaming(path, other);
+                if (path == other)
+                    break;
                 remove(path.getPath());
                 if (before.count(path.getPath()) != 0 && before.at(path.getPath()))
                     model[other.getPath()] = true;
