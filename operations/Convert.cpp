@@ -156,14 +156,16 @@ void requireUnchanged(const FolderVersion& before, const fs::path& folder, const
     }
 }
 
-/// Opens the project, which must not be damaged.
+/// Opens the project, which must not be damaged: what the files say besides would go with them.
 std::unique_ptr<pm::MetadataManager> openSource(const host::Path& root, Observer& observer) {
     // A store that was killed may have left something to put away, which happens when the next one closes.
     openProject(root).reset();
     auto source = openProject(root);
     const auto progress = observer.start("Reading");
-    if (const auto loss = findLoss(*source)) {
-        refuse(root, quoted(loss->file) + " is damaged: " + host::toUtf8(loss->problem) +
+    for (const pm::MetadataDamage& damage : findDamage(*source)) {
+        if (damage.readsAsBranch)
+            continue;
+        refuse(root, quoted(damage.file) + " is damaged: " + host::toUtf8(damage.problem) +
                          "; \"project-metadata check\" finds all damage");
     }
     return source;

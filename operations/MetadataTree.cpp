@@ -107,7 +107,10 @@ private:
 /// @param root for the error sentence
 MetadataTree readStore(const pm::MetadataManager& store, const host::Path& root, Progress& progress) {
     const pm::RepeatableRead reading(store);
-    if (findLoss(store)) {
+    for (const pm::MetadataDamage& damage : findDamage(store)) {
+        if (damage.readsAsBranch || damage.holdsNoMetadata)
+            continue;
+        pm::tellDamage(damage);
         throw OperationError(ErrorKind::failure,
                              "The metadata of " + quoted(root) +
                                  " is damaged, and what is not read of it would pass for removed; see "

@@ -112,14 +112,6 @@ bool isOutOfReach(const host::Path& file) {
     }
 }
 
-std::optional<pm::MetadataDamage> findLoss(const pm::MetadataManager& store) {
-    for (pm::MetadataDamage& damage : findDamage(store)) {
-        if (!damage.readsAsBranch)
-            return std::move(damage);
-    }
-    return std::nullopt;
-}
-
 std::string listStoreNames() {
     std::string names;
     for (const auto& factory : pm::getRegisteredFactories()) {

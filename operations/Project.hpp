@@ -54,10 +54,6 @@ std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store);
 /// Whether the system does not hand out `file`, which exists, or not now: then nothing says that it is damaged.
 bool isOutOfReach(const host::Path& file);
 
-/// The first damage by which something is not read, so that it would pass for removed; no value if there is none.
-/// @throws whatever the store throws
-std::optional<pm::MetadataDamage> findLoss(const pm::MetadataManager& store);
-
 /// The names of all stores that users may choose, for an error sentence.
 std::string listStoreNames();
 

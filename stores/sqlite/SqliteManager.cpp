@@ -154,7 +154,7 @@ std::vector<MetadataDamage> SqliteManager::findDamage() const {
     if (auto problem = database_.findCoreFileDamage())
         damage.push_back({database_.getCoreFile(), std::move(*problem), false, false, true});
     else if (auto foreign = database_.findForeignInCoreFile(); !foreign.empty())
-        damage.push_back({database_.getCoreFile(), std::move(foreign), false, true});
+        damage.push_back({database_.getCoreFile(), std::move(foreign), false, true, true});
     database_.read([&](PathTable& table, SeenChanges& /*seen*/) {
         for (std::u16string& problem : sqlite::findDamage(table))
             damage.push_back({database_.getFile(), std::move(problem)});

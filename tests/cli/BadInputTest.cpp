@@ -90,6 +90,16 @@ TEST_F(DamagedProjectTest, saysThatNothingIsLackingWhereTheDamagedFileHoldsNoMet
     init("sqlite");
     ASSERT_EQ(run({"scan", root, sample}).status, 0);
     ASSERT_EQ(run({"export", root, "-o", folder / "sound.xml"}).status, 0);
+    const std::string soundCore = test::readBytes(coreFile);
+    for (const std::string& damaged : {std::string("<Project Meta"), soundCore + "<!-- mine -->"}) {
+        test::writeBytes(coreFile, damaged);
+        test::expectSuccess(run({"diff", root, folder / "sound.xml"}), "");
+        test::expectSuccess(run({"merge", root, root, folder / "sound.xml"}), "");
+        const auto before = readTree(root);
+        const std::string cause = damaged.size() > soundCore.size() ? "a comment" : "no well-formed XML";
+        expectFailure(run({"convert", root, "--store", "fixedPath"}), 3, {coreFile, cause});
+        EXPECT_EQ(readTree(root), before);
+    }
     test::writeBytes(coreFile, "<Project Meta");
     const Outcome whole = run({"export", root, "-o", folder / "whole.xml"});
     EXPECT_EQ(whole.status, 1);
