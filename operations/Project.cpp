@@ -3,11 +3,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <system_error>
 
 #include "operations/Errors.hpp"
+#include "operations/TreeWalk.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
 #include "project/metadata/ProjectMetadataLocation.hpp"
 #include "store_support/BatchJournal.hpp"
@@ -94,9 +96,12 @@ std::optional<std::u16string> findType(const host::Path& file) {
     return type.empty() ? std::nullopt : std::optional(type);
 }
 
-std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store) {
+std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store, const pm::MetadataPath& top) {
     const auto* const reporter = dynamic_cast<const pm::DamageReporter*>(&store);
-    return reporter ? reporter->findDamage() : std::vector<pm::MetadataDamage>();
+    auto damages = reporter ? reporter->findDamage() : std::vector<pm::MetadataDamage>();
+    const auto isElsewhere = [&](const auto& damage) { return damage.path && !isAtOrBelow(*damage.path, top); };
+    damages.erase(std::remove_if(damages.begin(), damages.end(), isElsewhere), damages.end());
+    return damages;
 }
 
 bool isOutOfReach(const host::Path& file) {

@@ -47,9 +47,9 @@ std::unique_ptr<pm::MetadataManager> openProject(const host::Path& root);
 /// As `openProject`, for a look that disturbs nobody: null if a change is being made, or waits to be completed.
 std::unique_ptr<pm::MetadataManager> openIdleProject(const host::Path& root);
 
-/// What is damaged in `store`; nothing for a store that cannot tell.
+/// What is damaged in `store` at `top` or below, and what may be; nothing for a store that cannot tell.
 /// @throws whatever the store throws
-std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store);
+std::vector<pm::MetadataDamage> findDamage(const pm::MetadataManager& store, const pm::MetadataPath& top = {});
 
 /// Whether the system does not hand out `file`, which exists, or not now: then nothing says that it is damaged.
 bool isOutOfReach(const host::Path& file);

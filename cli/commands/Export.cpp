@@ -9,6 +9,7 @@
 #include "cli/Streams.hpp"
 #include "cli/text/Damage.hpp"
 #include "cli/text/Progress.hpp"
+#include "cli/text/Warnings.hpp"
 #include "host/Interruption.hpp"
 #include "operations/Export.hpp"
 #include "operations/Project.hpp"
@@ -58,12 +59,14 @@ Status exportProject(const host::Path& root, const Request& request) {
         file.finish();
     tell(file, request);
     flushOutput();
-    std::vector<pm::MetadataDamage> damages = findDamage(*store);
+    std::vector<pm::MetadataDamage> damages = findDamage(*store, top);
     for (pm::MetadataDamage& lost : leftOut) {
         // What has been mended meanwhile is not in the export all the same.
         if (std::none_of(damages.begin(), damages.end(), [&](const auto& damage) { return damage.file == lost.file; }))
             damages.push_back(std::move(lost));
     }
+    if (request.top && dynamic_cast<const pm::DamageReporter*>(store.get()))
+        forgetDamage();  // it need not be at this path
     return reportDamage(sortDamage(damages), "The export", root);
 }
 

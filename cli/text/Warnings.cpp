@@ -75,6 +75,18 @@ std::size_t keepDamage(const std::vector<pm::MetadataDamage>& damages) {
     return files.size();
 }
 
+void forgetDamage() {
+    const std::lock_guard lock(kept().mutex);
+    std::vector<Warning> others;
+    for (Warning& warning : kept().warnings) {
+        if (warning.file.empty())
+            others.push_back(std::move(warning));
+        else
+            kept().known.erase({warning.file, warning.text});
+    }
+    kept().warnings = std::move(others);
+}
+
 void ignoreWarningsAbout(const host::Path& folder) {
     const std::lock_guard lock(kept().mutex);
     kept().ignoredFolders.push_back(folder.text() + u'/');

@@ -21,6 +21,9 @@ void collectWarnings();
 /// @return how many files it is in
 std::size_t keepDamage(const std::vector<pm::MetadataDamage>& damages);
 
+/// Forgets all damage that is kept, for commands that find out which of it matters.
+void forgetDamage();
+
 /// Leaves out, from now on, what names something in `folder`: a scratch folder, which nobody knows.
 void ignoreWarningsAbout(const host::Path& folder);
 

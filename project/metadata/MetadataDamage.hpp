@@ -2,11 +2,13 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/Path.hpp"
 #include "project/Export.hpp"
+#include "project/metadata/MetadataPath.hpp"
 
 namespace project::metadata {
 
@@ -20,6 +22,8 @@ struct MetadataDamage {
     bool isForeign = false;
     /// Whether no metadata is kept in it, so that all is read as ever. It is not overwritten either.
     bool holdsNoMetadata = false;
+    /// All that it concerns is at this path, or is below it and cannot be read; no value if nobody can tell.
+    std::optional<MetadataPath> path = std::nullopt;
 };
 
 /// Learns of damage. Called on the thread that uses the store, also by several at once; must not throw.

@@ -421,6 +421,8 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
     } catch (const MetadataReadFailure& error) {
         damages[coreFile_] = {coreFile_, getReadProblem(error)};
     }
+    for (auto& [file, found] : damages)
+        found.path = findPath(file);
     if (const auto journal = store_support::findJournalDamage(folder_))
         damages[journal->file] = *journal;
     std::vector<MetadataDamage> result;
@@ -428,6 +430,27 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
     for (auto& [file, found] : damages)
         result.push_back(std::move(found));
     return result;
+}
+
+MetadataPath PathFiles::findPath(const Path& entry) const {
+    if (entry == coreFile_ || entry == folder_)
+        return {};
+    const Path folder(stripExtension(entry.text(), nodeFileExtension));
+    const MetadataPath above = findPath(folder.parentPath());
+    auto element = parseNodeFolderName(folder.fileName().text());
+    try {
+        // A name that was cut does not tell the path, but a sound file does.
+        const PathFilePtr content = element ? nullptr : read(Path(folder.text() + nodeFileExtension), Extent::place);
+        if (content && !content->isBroken())
+            element = content->element;
+    } catch (const MetadataReadFailure&) {
+        // It does not.
+    }
+    if (!element)
+        return above;
+    auto steps = above.getPath();
+    steps.push_back(*element);
+    return MetadataPath(std::move(steps));
 }
 
 bool PathFiles::hasLossIn(const Path& entry) const {

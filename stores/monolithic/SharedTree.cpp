@@ -41,7 +41,7 @@ public:
     Reader(const Path& file, Elements elements, const std::vector<Lack>& lacks, std::vector<MetadataDamage>& damage)
         : file_(file), elements_(elements), damage_(damage) {
         for (const Lack& lack : lacks) {
-            lacking_.try_emplace(lack.node, std::make_shared<const std::u16string>(lack.problem));
+            lacking_.emplace(lack.node, damage.size());
             damage.push_back({file, lack.problem});
         }
     }
@@ -50,7 +50,7 @@ public:
         attempt(
             [&] {
                 const auto node = getNode(xml, file_);
-                if (const auto lack = node ? findLack(*node) : nullptr)
+                if (const auto lack = node ? placeLacks(*node) : nullptr)
                     tree.setProblem(lack);
                 else
                     tree.node = node;
@@ -59,7 +59,7 @@ public:
         const bool isPath = xml.getName() == pathElementName;
         const auto foreign = isPath ? findForeign(xml, {}, true) : findForeign(xml, {metadataTypeKey()}, true);
         if (!foreign.empty())
-            damage_.push_back({file_, describeLoss(foreign), false, true});
+            damage_.push_back({file_, describeLoss(foreign), false, true, false, MetadataPath(steps_)});
         // All that is read from files is of this type.
         auto children = elements_ == Elements::go ? dynamic_cast<MetadataNodeSpecification&>(xml).takeChildNodes()
                                                   : xml.getChildNodes();
@@ -67,49 +67,59 @@ public:
         if (count > 0)
             tree.reserve(count);
         for (auto& child : children) {
-            if (child->getName() != nodeElementName && lacking_.count(child.get()) == 0)
-                attempt([&] { add(tree, *child); });
+            if (child->getName() != nodeElementName) {
+                if (lacking_.count(child.get()) == 0)
+                    attempt([&] { add(tree, *child); });
+                else
+                    placeLacks(*child);
+            }
             child.reset();
         }
     }
 
 private:
     void add(SharedTree& tree, MetadataNode& xml) {
-        const PathElement element = getPathElement(xml, file_);
-        if (tree.find(element))
+        steps_.push_back(getPathElement(xml, file_));
+        if (tree.find(steps_.back()))
             raise<MetadataReadFailure>(file_.text(), u"a path element stands twice under one parent in it");
-        fill(tree.add(element), xml);
+        fill(tree.add(steps_.back()), xml);
     }
 
-    /// The first in the tree `node`, null if there is none.
-    std::shared_ptr<const std::u16string> findLack(const MetadataNode& node) const {
+    /// Notes that what the tree `node` lacks is at the current path. @return one of it, null if it lacks nothing
+    std::shared_ptr<const std::u16string> placeLacks(const MetadataNode& node) {
+        std::shared_ptr<const std::u16string> found;
         if (lacking_.empty())
-            return nullptr;
-        const auto entry = lacking_.find(&node);
-        if (entry != lacking_.end())
-            return entry->second;
-        for (const auto& child : node.getChildNodes()) {
-            if (auto lack = findLack(*child))
-                return lack;
+            return found;
+        const auto [begin, end] = lacking_.equal_range(&node);
+        for (auto lack = begin; lack != end; ++lack) {
+            damage_[lack->second].path = MetadataPath(steps_);
+            found = std::make_shared<const std::u16string>(damage_[lack->second].problem);
         }
-        return nullptr;
+        for (const auto& child : node.getChildNodes()) {
+            if (auto below = placeLacks(*child); !found)
+                found = std::move(below);
+        }
+        return found;
     }
 
     template <class Step>
     void attempt(const Step& step, SharedTree* damaged = nullptr) {
+        const std::size_t depth = steps_.size();
         try {
             step();
         } catch (const MetadataReadFailure& error) {
-            damage_.push_back({file_, getReadProblem(error)});
+            damage_.push_back({file_, getReadProblem(error), false, false, false, MetadataPath(steps_)});
             if (damaged)
                 damaged->setProblem(std::make_shared<const std::u16string>(damage_.back().problem));
         }
+        steps_.erase(steps_.begin() + static_cast<std::ptrdiff_t>(depth), steps_.end());
     }
 
     const Path& file_;
     const Elements elements_;
-    std::unordered_map<const MetadataNode*, std::shared_ptr<const std::u16string>> lacking_;
+    std::unordered_multimap<const MetadataNode*, std::size_t> lacking_;  // places in `damage_`
     std::vector<MetadataDamage>& damage_;
+    std::vector<PathElement> steps_;  // of the current path
 };
 
 void tell(const PathElement& step, const SharedTree& tree, PathSink& sink) {

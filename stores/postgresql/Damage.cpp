@@ -4,6 +4,7 @@
 
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include "store_support/NodeBlob.hpp"
 #include "store_support/TreeRules.hpp"
@@ -38,6 +39,19 @@ std::unordered_set<PathId> findReached(const std::vector<Row>& rows) {
     return reached;
 }
 
+/// No value if not all rows up to the root path say where they are.
+std::optional<MetadataPath> findPath(const std::unordered_map<PathId, const Row*>& rows, PathId id) {
+    std::vector<PathElement> steps;
+    while (id != rootId) {
+        const auto row = rows.find(id);
+        if (row == rows.end() || !row->second->isSound())
+            return std::nullopt;
+        steps.push_back(*row->second->element);
+        id = row->second->parent;
+    }
+    return MetadataPath({steps.rbegin(), steps.rend()});
+}
+
 }  // namespace
 
 std::u16string describeMisfit(const Row& row) {
@@ -48,22 +62,26 @@ std::u16string describeBadNode(const Row& row) {
     return describe(row) + u" has a node that cannot be read";
 }
 
-std::vector<std::u16string> findDamage(const std::vector<Row>& rows) {
+std::vector<MetadataDamage> findDamage(const std::vector<Row>& rows) {
     const std::unordered_set<PathId> reached = findReached(rows);
-    std::vector<std::u16string> problems;
-    bool hasRoot = false;
+    std::unordered_map<PathId, const Row*> rowsById;
+    for (const Row& row : rows)
+        rowsById.emplace(row.id, &row);
+    std::vector<MetadataDamage> damage;
+    const auto add = [&](std::u16string problem, std::optional<MetadataPath> path = std::nullopt) {
+        damage.push_back({{}, std::move(problem), false, false, false, std::move(path)});
+    };
     for (const Row& row : rows) {
-        hasRoot = hasRoot || row.id == rootId;
         if (!row.isSound())
-            problems.push_back(describeMisfit(row));
+            add(describeMisfit(row));
         else if (reached.count(row.id) == 0)
-            problems.push_back(describe(row) + u" has no way to the root path");
+            add(describe(row) + u" has no way to the root path");
         if (row.node && !store_support::isNode(*row.node))
-            problems.push_back(describeBadNode(row));
+            add(describeBadNode(row), findPath(rowsById, row.id));
     }
-    if (!hasRoot)
-        problems.emplace_back(u"the row of the root path is missing");
-    return problems;
+    if (rowsById.count(rootId) == 0)
+        add(u"the row of the root path is missing");
+    return damage;
 }
 
 }  // namespace stores::postgresql

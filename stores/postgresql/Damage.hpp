@@ -15,8 +15,8 @@ std::u16string describeMisfit(const Row& row);
 std::u16string describeBadNode(const Row& row);
 
 /// @param rows all rows of a project, with their steps and nodes
-/// @return a line for each damage: rows that do not say which path they are, those that have no way to the root path,
-///         and nodes that are none
-std::vector<std::u16string> findDamage(const std::vector<Row>& rows);
+/// @return each damage, without a file: rows that do not say which path they are, those that have no way to the root
+///         path, and nodes that are none
+std::vector<MetadataDamage> findDamage(const std::vector<Row>& rows);
 
 }  // namespace stores::postgresql

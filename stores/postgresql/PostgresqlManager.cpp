@@ -100,8 +100,11 @@ std::vector<MetadataDamage> PostgresqlManager::findDamage() const {
     Question question;
     question.allBut.emplace();
     if (const auto answer = project_.ask(question)) {
-        for (std::u16string& problem : postgresql::findDamage(answer->all))
-            damage.push_back({project_.getCoreFile(), project_.describe() + u": " + problem});
+        damage = postgresql::findDamage(answer->all);
+        for (MetadataDamage& found : damage) {
+            found.file = project_.getCoreFile();
+            found.problem.insert(0, project_.describe() + u": ");
+        }
     }
     return damage;
 }

@@ -1,6 +1,7 @@
 #include "stores/sqlite/Damage.hpp"
 
 #include <algorithm>
+#include <string>
 #include <utility>
 
 #include "store_support/NodeBlob.hpp"
@@ -46,45 +47,68 @@ bool isAllReachable(sqlite3& connection) {
     return true;
 }
 
-/// @param problems is filled as far as the database can be read
-void findDamage(PathTable& table, std::vector<std::u16string>& problems) {
-    sqlite3& connection = table.getConnection();
-    const Statement integrity = prepare(connection, "PRAGMA integrity_check");
-    for (Query query(integrity); query.next();) {
-        if (query.bytes(0) != "ok")
-            problems.push_back(fromUtf8(query.bytes(0)));
+class DamageFinder {
+public:
+    DamageFinder(PathTable& table, const Path& file) : table_(table), file_(file) {}
+
+    /// Finds all as far as the database can be read.
+    std::vector<MetadataDamage> find() {
+        try {
+            findUnsound();
+            findBadRows();
+        } catch (const SqliteError& error) {
+            add(fromUtf8(error.what()));
+        }
+        return std::move(damage_);
     }
-    const Statement root = prepare(connection, selectRoot);
-    if (Query query(root); !query.next() || query.integer(0) == 0)
-        problems.emplace_back(u"the row of the root path (row 0) is missing, or says that it is another path");
-    if (!problems.empty() || !isAllReachable(connection)) {
+
+private:
+    void add(std::u16string problem, std::optional<MetadataPath> path = std::nullopt) {
+        damage_.push_back({file_, std::move(problem), false, false, false, std::move(path)});
+    }
+
+    void findUnsound() {
+        sqlite3& connection = table_.getConnection();
+        const Statement integrity = prepare(connection, "PRAGMA integrity_check");
+        for (Query query(integrity); query.next();) {
+            if (query.bytes(0) != "ok")
+                add(fromUtf8(query.bytes(0)));
+        }
+        const Statement root = prepare(connection, selectRoot);
+        if (Query query(root); !query.next() || query.integer(0) == 0)
+            add(u"the row of the root path (row 0) is missing, or says that it is another path");
+        if (damage_.empty() && isAllReachable(connection))
+            return;
         const Statement unreachable = prepare(connection, selectUnreachable);
         for (Query query(unreachable, std::int64_t{maximumSteps}); query.next();) {
             const RowId id = query.integer(0);
-            problems.push_back(describe(table.getPath(id), id) + u" has no way to the root path, or one of more than " +
-                               host::fromUtf8(std::to_string(maximumSteps)) + u" steps");
+            add(describe(table_.getPath(id), id) + u" has no way to the root path, or one of more than " +
+                host::fromUtf8(std::to_string(maximumSteps)) + u" steps");
         }
     }
-    const Statement rows = prepare(connection, "SELECT id, type, location, node FROM path ORDER BY id");
-    for (Query query(rows); query.next();) {
-        const RowId id = query.integer(0);
-        if (!query.text(1) || !query.text(2))
-            problems.push_back(describeBadStep(table.getPath(id), id));
-        if (!query.isNull(3) && !store_support::isNode(query.bytes(3)))
-            problems.push_back(describeBadNode(table.getPath(id), id));
+
+    void findBadRows() {
+        const Statement rows = prepare(table_.getConnection(), "SELECT id, type, location, node FROM path ORDER BY id");
+        for (Query query(rows); query.next();) {
+            const RowId id = query.integer(0);
+            if (!query.text(1) || !query.text(2)) {
+                const MetadataPath path = table_.getPath(id);
+                add(describeBadStep(path, id), id == rootRow ? path : path.getParent());
+            }
+            if (!query.isNull(3) && !store_support::isNode(query.bytes(3)))
+                add(describeBadNode(table_.getPath(id), id), table_.getPath(id));
+        }
     }
-}
+
+    PathTable& table_;
+    const Path& file_;
+    std::vector<MetadataDamage> damage_;
+};
 
 }  // namespace
 
-std::vector<std::u16string> findDamage(PathTable& table) {
-    std::vector<std::u16string> problems;
-    try {
-        findDamage(table, problems);
-    } catch (const SqliteError& error) {
-        problems.push_back(fromUtf8(error.what()));
-    }
-    return problems;
+std::vector<MetadataDamage> findDamage(PathTable& table, const Path& file) {
+    return DamageFinder(table, file).find();
 }
 
 }  // namespace stores::sqlite

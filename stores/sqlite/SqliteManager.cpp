@@ -156,8 +156,8 @@ std::vector<MetadataDamage> SqliteManager::findDamage() const {
     else if (auto foreign = database_.findForeignInCoreFile(); !foreign.empty())
         damage.push_back({database_.getCoreFile(), std::move(foreign), false, true, true});
     database_.read([&](PathTable& table, SeenChanges& /*seen*/) {
-        for (std::u16string& problem : sqlite::findDamage(table))
-            damage.push_back({database_.getFile(), std::move(problem)});
+        for (MetadataDamage& found : sqlite::findDamage(table, database_.getFile()))
+            damage.push_back(std::move(found));
     });
     if (auto journal = findJournalDamage(database_.getFile().parentPath()))
         damage.push_back(*std::move(journal));

@@ -121,6 +121,32 @@ TEST_F(DamagedProjectTest, saysThatNothingIsLackingWhereTheDamagedFileHoldsNoMet
                              "(    \"[^\n]+\" is damaged: [^\n]+\n)+"));
 }
 
+TEST_F(DamagedProjectTest, tellsOfDamageOnlyAtThePathThatIsExported) {
+    struct Damage {
+        std::string store, file, sound, damaged;
+    };
+    for (const auto& [store, name, sound, damaged] :
+         std::vector<Damage>{{"fixedPath", "Folder=one.xml", "Path", "P"},
+                             {"fixedPath", "Folder=one/T=b.xml", "Path", "P"},
+                             {"monolithic", "Project.xml", "mark", "&#x1F400;"},
+                             {"monolithic", "Project.xml", "Path Location=\"b\"", "Path Location=\"a\""},
+                             {"sqlite", "metadata.db", "\4mark", "\xffmark"}}) {
+        fs::remove_all(root);
+        fs::create_directory(root);
+        init(store);
+        for (const std::string path : {"Folder:one", "Folder:one|T:a", "Folder:one|T:b", "Folder:two"})
+            ASSERT_EQ(run({"set", "-C", root, path, "--create", path == "Folder:one" ? "K=mark" : "K=1"}).status, 0);
+        const fs::path file = coreFile.parent_path() / name;
+        std::string bytes = test::readBytes(file);
+        bytes.replace(bytes.find(sound), sound.size(), damaged);
+        test::writeBytes(file, bytes);
+        const std::string exported = folder / "out.xml";
+        test::expectSuccess(run({"export", root, "-o", exported, "--replace", "--path", "Folder:two"}),
+                            exported + "\n");
+        EXPECT_EQ(run({"export", root, "-o", exported, "--replace", "--path", "Folder:one"}).status, 1) << name;
+    }
+}
+
 TEST_F(FullDiskTest, keepsTheOldContent) {
     for (const std::string store : {"fixedPath", "monolithic"}) {
         fs::remove_all(root);

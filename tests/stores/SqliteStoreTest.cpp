@@ -388,10 +388,11 @@ TEST_F(SqliteStoreTest, DamageIsNamedAndStays) {
     std::string all;
     for (const auto& damage : dynamic_cast<const project::metadata::DamageReporter&>(*store).findDamage()) {
         EXPECT_EQ(damage.file, toPath(database()));
-        all += host::toUtf8(damage.problem) + "\n";
+        all += (damage.path ? host::toUtf8(damage.path->string()) + ": " : "") + host::toUtf8(damage.problem) + "\n";
     }
-    for (const char* problem : {"\"t:a|t:x\" (row 2) has a node", "\"t:b|t:x\" (row 4) has no way",
-                                "\"t:c|t:?\" (row 6) has a type or a location", "(row 8) has no way"})
+    for (const char* problem :
+         {"t:a|t:x: the path \"t:a|t:x\" (row 2) has a node", "\nthe path \"t:b|t:x\" (row 4) has no way",
+          "t:c: the path \"t:c|t:?\" (row 6) has a type or a location", "(row 8) has no way"})
         EXPECT_NE(all.find(problem), std::string::npos) << problem << " is not in:\n" << all;
 
     const std::string message = messageOf<MetadataReadFailure>([&] { store->getNode(path({u"a", u"x"})); });

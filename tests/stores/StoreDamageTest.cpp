@@ -360,6 +360,7 @@ TEST(RefusedAttributeTest, IsDamageOfItsNodeAndToldWithItsLine) {
             const auto damage = dynamic_cast<project::metadata::DamageReporter&>(*store).findDamage();
             ASSERT_EQ(damage.size(), 1U);
             EXPECT_EQ(damage.front().file.accessName(), file);
+            EXPECT_EQ(damage.front().path, path({u"a", u"b"}));
             EXPECT_NE(damage.front().problem.find(host::fromUtf8(" line " + line + ' ')), std::u16string::npos)
                 << host::toUtf8(damage.front().problem) << ", not in line " << line;
             EXPECT_THROW(store->setNode(path({u"a", u"b"}), *node(u"3")), MetadataWriteFailure);
