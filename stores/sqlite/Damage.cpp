@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "host/Interruption.hpp"
 #include "store_support/NodeBlob.hpp"
 #include "store_support/TreeRules.hpp"
 
@@ -57,6 +58,8 @@ public:
             findUnsound();
             findBadRows();
         } catch (const SqliteError& error) {
+            if (error.isGivenUp())
+                host::Interruption::throwIfRequested();
             add(fromUtf8(error.what()));
         }
         return std::move(damage_);

@@ -14,6 +14,7 @@
 #include <set>
 #include <sstream>
 
+#include "host/Interruption.hpp"
 #include "project/metadata/FileJob.hpp"
 #include "project/metadata/MetadataErrors.hpp"
 #include "project/metadata/RepeatableRead.hpp"
@@ -404,6 +405,19 @@ TEST_F(SqliteStoreTest, DamageIsNamedAndStays) {
     EXPECT_ANY_THROW(store->setPaths({}));
     EXPECT_EQ(run("SELECT count(*) FROM path"), "9");
     EXPECT_EQ(run("SELECT length(node) FROM path WHERE id = 2"), "7");
+}
+
+TEST_F(SqliteStoreTest, ALookForDamageThatIsStoppedFindsNone) {
+    const auto store = open();
+    store->setNode(path({u"a"}), *node(u"1"));
+    run("WITH RECURSIVE number (n) AS (SELECT 100 UNION ALL SELECT n + 1 FROM number WHERE n < 20000) INSERT INTO path "
+        "SELECT n, 0, 't', CAST(n AS TEXT), n, NULL, 1 FROM number");
+    const auto& reporter = dynamic_cast<const project::metadata::DamageReporter&>(*store);
+    EXPECT_EQ(reporter.findDamage().size(), 0U);
+    host::Interruption wish;
+    const host::Interruption::Scope scope(wish);
+    wish.request();
+    EXPECT_THROW(reporter.findDamage(), host::InterruptedException);
 }
 
 TEST_F(SqliteStoreTest, DamageIsToldOnceAsItIsComeUpon) {
