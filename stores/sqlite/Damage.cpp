@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "host/Interruption.hpp"
@@ -18,6 +19,9 @@ constexpr const char* selectUnreachable =
     " WHERE steps < ?1 AND entry.parent = reached.id AND row.id = entry.id AND row.parent = reached.id AND row.id <> 0)"
     " SELECT id FROM path WHERE id NOT IN (SELECT id FROM reached) AND id <> 0 ORDER BY id";
 constexpr const char* selectRoot = "SELECT parent IS NULL AND type = '' AND location = '' FROM path WHERE id = 0";
+
+/// What stands before the first finding about the database.
+constexpr std::string_view heading = "*** in database main ***\n";
 
 /// Whether each row has a way to the root path that is not too long. Asks less than `selectUnreachable`, which also
 /// says which have none: indices are not looked at, and parents must have come before their children, as they do
@@ -74,8 +78,11 @@ private:
         sqlite3& connection = table_.getConnection();
         const Statement integrity = prepare(connection, "PRAGMA integrity_check");
         for (Query query(integrity); query.next();) {
-            if (query.bytes(0) != "ok")
-                add(fromUtf8(query.bytes(0)));
+            std::string_view line = query.bytes(0);
+            if (line.substr(0, heading.size()) == heading)
+                line.remove_prefix(heading.size());
+            if (line != "ok")
+                add(fromUtf8(line));
         }
         const Statement root = prepare(connection, selectRoot);
         if (Query query(root); !query.next() || query.integer(0) == 0)

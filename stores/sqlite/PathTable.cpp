@@ -131,6 +131,8 @@ std::int64_t getSchemaVersion(sqlite3& connection) {
 std::int64_t requireTables(sqlite3& connection, const Path& file) {
     const std::int64_t id = getNumber(connection, "PRAGMA application_id");
     if (id != applicationId) {
+        if (getNumber(connection, "PRAGMA page_count") == 0)
+            raise<MetadataReadFailure>(file.text(), u"it is empty");
         raise<MetadataReadFailure>(file.text(), u"it is a database of another application, with the application_id " +
                                                     toText(id) + u" instead of " + toText(applicationId));
     }

@@ -109,7 +109,7 @@ TEST_F(SqliteStoreTest, RefusesWhatIsNoDatabaseOfItsVersionAndLeavesItAlone) {
          "the table \"path\" in it is not as a store makes it"},
         {"this is text, and long enough to be taken for the header of a database of SQLite if nobody looks closely",
          "file is not a database"},
-        {"", "another application"},
+        {"", "it is empty"},
     };
     for (const auto& [content, reason] : cases) {
         writeBytes(database(), content);
@@ -329,6 +329,7 @@ TEST_F(SqliteStoreTest, ADamagedPageIsAnErrorWhereverItIs) {
     for (std::size_t page = pageSize; page < good.size(); page += pageSize) {
         writeBytes(database(), std::string(good).replace(page, 8, 8, '\xFF'));
         try {
+            EXPECT_EQ(damage().find('*'), std::string::npos) << "a heading in: " << damage();
             read(*open());
         } catch (const MetadataReadFailure&) {
             ++errors;
