@@ -90,7 +90,7 @@ ScanResult scanInto(const host::Path& root, const ScanRequest& request, Observer
     requireNoGitFolder(folder, wayInProject ? way : *findWay(host::Path(u"/"), folder));
     const FolderScan found = readFolder(root, folder, way, request, *observer.start("Scanning"));
 
-    ScanRecord record(metadata);
+    ScanRecord record(root, metadata);
     ScanResult result;
     result.change = findScanChange(*store, found.files, request.wish, record, *observer.start("Comparing"));
     result.problems = found.problems;

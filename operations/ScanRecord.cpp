@@ -1,18 +1,25 @@
-// The file is a heading, which names the metadata folder; the number of fingerprints, and for each the key of its path
-// and itself; and for each path that was described the key and the numbers of its trace. Before each text stands the
-// number of its units. All of that is as it is in the memory of this machine.
+// The file is a heading, which names the metadata folder; the project's root folder, and the device that it was on; the
+// number of fingerprints, and for each the key of its path and itself; and for each path that was described the key and
+// the numbers of its trace. Before each text stands the number of its units. All of that is as it is in the memory of
+// this machine.
 //
 // The number in the heading is another one if this is written in another way, and if a scan describes files otherwise:
 // then there is something to do in folders in which there was not.
 
 #include "operations/ScanRecord.hpp"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <iterator>
+#include <string_view>
 
 #include "host/FileUtils.hpp"
 #include "operations/FileOutput.hpp"
@@ -22,6 +29,10 @@
 namespace operations {
 
 namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view start = "project-metadata scan 3\n";
 
 /// The user's folder for states; empty if there is none.
 host::Path findStateFolder() {
@@ -115,11 +126,49 @@ void fillKey(std::u16string& key, const pm::MetadataPath& path) {
         key.append(step.getType()).append(1, u'\0').append(step.getLocation()).append(1, u'\0');
 }
 
+/// Whether there is no folder `root` any more on the disk `device`, which is there: so is the folder above.
+bool isGone(const fs::path& root, std::uint64_t device) {
+    struct stat status {};
+    fs::path left = root;
+    while (stat(left.c_str(), &status) != 0) {
+        if ((errno != ENOENT && errno != ENOTDIR) || !left.has_relative_path())
+            return false;
+        left = left.parent_path();
+    }
+    return left != root && status.st_dev == device;
+}
+
+/// Removes the records of projects that are gone from `folder`.
+void removeGone(const fs::path& folder) {
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error); !error && entry != fs::end(entry); entry.increment(error)) {
+        std::error_code unknown;
+        if (!fs::is_regular_file(entry->symlink_status(unknown)))
+            continue;
+        std::string bytes(std::size_t{1} << 14U, '\0');
+        std::ifstream stream(entry->path(), std::ios::binary);
+        stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        bytes.resize(static_cast<std::size_t>(stream.gcount()));
+        Taker taker(bytes, std::min(start.size(), bytes.size()));
+        const auto place = taker.takeText<std::string>();
+        const auto root = taker.takeText<std::string>();
+        std::uint64_t device = 0;
+        taker.takeNumber(device);
+        const bool isRecord =
+            taker.isGood() && bytes.compare(0, start.size(), start) == 0 && entry->path().filename() == makeName(place);
+        if (isRecord && isGone(root, device))
+            fs::remove(entry->path(), unknown);
+    }
+}
+
 }  // namespace
 
-ScanRecord::ScanRecord(const host::Path& folder) {
+ScanRecord::ScanRecord(const host::Path& root, const host::Path& folder) : heading_(start) {
     const std::string place = host::FileUtils::followLink(host::FileUtils::makeAbsolute(folder)).accessName();
-    heading_ = "project-metadata scan 2\n" + place + '\n';
+    putText(heading_, place);
+    std::error_code unknown;
+    putText(project_, fs::canonical(root.accessName(), unknown).native());
+    putNumber(project_, FileIdentity::of(root).value_or(FileIdentity()).device);
     const host::Path states = findStateFolder();
     if (states.empty())
         return;
@@ -139,6 +188,9 @@ void ScanRecord::parseFingerprints() {
     if (bytes_.empty())
         return;
     Taker taker(bytes_, heading_.size());
+    taker.takeText<std::string>();
+    std::uint64_t device = 0;
+    taker.takeNumber(device);
     std::uint32_t count = 0;
     taker.takeNumber(count);
     for (; count > 0 && taker.isGood(); --count) {
@@ -184,7 +236,7 @@ void ScanRecord::keep(const Traces& traces, const Fingerprints& fingerprints,
         known.emplace(makeKey(path), fingerprint);
     std::copy_if(fingerprints_.begin(), fingerprints_.end(), std::inserter(known, known.end()),
                  [&](const auto& entry) { return isOfInterest(entry.first); });
-    std::string bytes = heading_;
+    std::string bytes = heading_ + project_;
     bytes.reserve(bytes_.size());
     putNumber(bytes, static_cast<std::uint32_t>(known.size()));
     for (const auto& [folder, fingerprint] : known) {
@@ -209,6 +261,7 @@ void ScanRecord::keep(const Traces& traces, const Fingerprints& fingerprints,
         return;
     pm::makeFolder(pm::getParentFolder(file_));
     replaceFile(file_, bytes);
+    removeGone(pm::getParentFolder(file_).accessName());
 }
 
 std::u16string ScanRecord::makeKey(const pm::MetadataPath& path) {

@@ -20,8 +20,8 @@ namespace operations {
 
 class ScanRecord {
 public:
-    /// That of the project with the metadata folder `folder`. What is no record counts as none.
-    explicit ScanRecord(const host::Path& folder);
+    /// That of the project `root` with the metadata folder `folder`. What is no record counts as none.
+    ScanRecord(const host::Path& root, const host::Path& folder);
 
     /// What is known of the file that `path` stands for; no value if nothing is.
     std::optional<FileTrace> find(const pm::MetadataPath& path);
@@ -33,7 +33,8 @@ public:
     using Traces = std::vector<std::pair<pm::MetadataPath, FileTrace>>;
     using Fingerprints = std::vector<std::pair<pm::MetadataPath, std::string>>;
 
-    /// Remembers these, and what was known before of the other paths that are still of interest.
+    /// Remembers these, and what was known before of the other paths that are still of interest. Where that is anything
+    /// new, what is remembered of projects that are gone is removed.
     /// @param isOfInterest asked for a key as `makeKey` makes it
     /// @throws MetadataWriteFailure; nothing if the user has no folder for states
     void keep(const Traces& traces, const Fingerprints& fingerprints,
@@ -48,6 +49,7 @@ private:
 
     host::Path file_;  // empty if there is no folder for states
     std::string heading_;
+    std::string project_;          // what tells later whether the project is gone
     std::string bytes_;            // of the file; empty if there is none
     std::size_t tracesBegin_ = 0;  // in `bytes_`
     std::map<std::u16string, std::string> fingerprints_;

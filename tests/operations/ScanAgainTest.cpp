@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <set>
 
 #include "operations/Scan.hpp"
 #include "project/metadata/FactoryRegistry.hpp"
@@ -184,6 +185,51 @@ TEST_F(ScanAgainTest, WhatHasChangedSinceTheStoreWasOpenedHasNoFingerprint) {
     overwrite("File=a.c.xml", "\"1\"", "\"9\"");
     EXPECT_EQ(read(*store), "");
     EXPECT_NE(read(*pm::getMetadataManagerFor(test::toPath(root()))), "");
+}
+
+TEST_F(ScanAgainTest, TheRecordsOfProjectsThatAreGoneGo) {
+    const fs::path records = folder_ / "state/project-metadata/scans";
+    const auto list = [&] {
+        std::set<std::string> names;
+        for (const auto& entry : fs::directory_iterator(records))
+            names.insert(entry.path().filename());
+        return names;
+    };
+    std::set<std::string> kept = list();
+    const auto addProject = [&](const std::string& name) {
+        const std::set<std::string> before = list();
+        pm::getNamedFactory(u"fixedPath")
+            ->createManager(test::toPath(folder_ / name))
+            ->addPath(inSource(u"File", u"x"));
+        operations::Observer observer;
+        operations::scanInto(test::toPath(folder_ / name), request_, observer);
+        for (const std::string& record : list()) {
+            if (before.count(record) == 0)
+                return record;
+        }
+        return std::string();
+    };
+    addProject("gone");
+    kept.insert(addProject("without metadata"));
+    kept.insert(addProject("elsewhere"));
+    // As it is when the disk with the project is not there: the folder that is left is on another one.
+    const fs::path elsewhere = records / addProject("unmounted");
+    std::string bytes = test::readBytes(elsewhere);
+    const std::string place = folder_ / "unmounted";
+    bytes.at(bytes.rfind(place) + place.size()) ^= 1;
+    test::writeBytes(elsewhere, bytes);
+    kept.insert(elsewhere.filename());
+    // Whatever else lies there is not ours: one that does not say of itself what its name does, too.
+    fs::copy(elsewhere, records / "0123456789abcdef");
+    test::writeBytes(records / "notes", "mine");
+    kept.insert({"0123456789abcdef", "notes"});
+
+    fs::remove_all(folder_ / "gone");
+    fs::remove_all(folder_ / "unmounted");
+    fs::remove_all(folder_ / "without metadata/resources");
+    test::writeBytes(root() / "src/c.c", "1");
+    scan();
+    EXPECT_EQ(list(), kept);
 }
 
 }  // namespace
