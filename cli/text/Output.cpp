@@ -1,7 +1,10 @@
 #include "cli/text/Output.hpp"
 
+#include <stdio_ext.h>
+
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <system_error>
 
@@ -13,6 +16,10 @@ namespace cli {
 namespace {
 
 [[noreturn]] void raiseWriteError(int error) {
+    if (error == EINTR) {
+        __fpurge(stdout);  // whoever stops the command does not wait for one who reads it to the end
+        host::Interruption::throwIfRequested();
+    }
     if (error == EPIPE)
         throw OutputClosed();
     throw std::system_error(error, std::generic_category(), "The standard output cannot be written");
@@ -21,9 +28,16 @@ namespace {
 }  // namespace
 
 void print(std::string_view text) {
-    host::Interruption::throwIfRequested();
-    if (std::fwrite(text.data(), 1, text.size(), stdout) < text.size())
-        raiseWriteError(errno);
+    // Of so much, a pipe takes all or waits: a signal ends the wait for a reader only where nothing was taken yet.
+    while (true) {
+        host::Interruption::throwIfRequested();
+        const std::string_view piece = text.substr(0, PIPE_BUF);
+        if (std::fwrite(piece.data(), 1, piece.size(), stdout) < piece.size())
+            raiseWriteError(errno);
+        text.remove_prefix(piece.size());
+        if (text.empty())
+            return;
+    }
 }
 
 void printNote(std::string_view text) {

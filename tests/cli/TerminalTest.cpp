@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <thread>
 
 #include "tests/cli/ProjectFixture.hpp"
+#include "tests/support/ChildProcess.hpp"
 
 namespace {
 
@@ -96,6 +98,27 @@ TEST_F(TerminalTest, longWorkShowsProgressAndEndsWithCtrlCWithoutAChange) {
     EXPECT_EQ(readTree(root), before);
     close(lock);
     EXPECT_EQ(run({"scan", root, folder / "source"}).status, 0);
+}
+
+TEST_F(TerminalTest, ctrlCEndsWhatWaitsForAReader) {
+    init();
+    ASSERT_EQ(run({"set", root, "File:a", "--create", "Text=" + std::string(100'000, 'x')}).status, 0);
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    const int room = fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    test::ChildProcess command([&] {
+        dup2(ends[1], STDOUT_FILENO);
+        execl(CLI_TEST_PREFIX "/bin/project-metadata", "project-metadata", "get", "-C", root.c_str(), "File:a", "Text",
+              nullptr);
+    });
+    alarm(60);  // rather than for ever
+    for (int filled = 0; filled < room; std::this_thread::sleep_for(std::chrono::milliseconds(100)))
+        ASSERT_EQ(ioctl(ends[0], FIONREAD, &filled), 0);
+    command.signal(SIGINT);
+    EXPECT_EQ(command.wait(), 130);
+    alarm(0);
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST_F(TerminalTest, theSecondCtrlCEndsWhatCannotBeStopped) {

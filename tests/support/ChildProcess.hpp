@@ -50,6 +50,8 @@ public:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
 
+    void signal(int number) const { ::kill(id_, number); }
+
     /// Kills it, if it lives. @return as `wait`: -SIGKILL, unless it had ended by itself
     int kill() {
         ::kill(id_, SIGKILL);
