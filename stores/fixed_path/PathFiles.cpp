@@ -433,23 +433,27 @@ std::vector<MetadataDamage> PathFiles::findDamage() const {
 }
 
 MetadataPath PathFiles::findPath(const Path& entry) const {
-    if (entry == coreFile_ || entry == folder_)
-        return {};
-    const Path folder(stripExtension(entry.text(), nodeFileExtension));
-    const MetadataPath above = findPath(folder.parentPath());
-    auto element = parseNodeFolderName(folder.fileName().text());
-    try {
-        // A name that was cut does not tell the path, but a sound file does.
-        const PathFilePtr content = element ? nullptr : read(Path(folder.text() + nodeFileExtension), Extent::place);
-        if (content && !content->isBroken())
-            element = content->element;
-    } catch (const MetadataReadFailure&) {
-        // It does not.
+    std::vector<Path> folders;  // from the path itself up
+    for (Path folder(stripExtension(entry.text(), nodeFileExtension)); entry != coreFile_ && folder != folder_;
+         folder = folder.parentPath()) {
+        folders.push_back(folder);
     }
-    if (!element)
-        return above;
-    auto steps = above.getPath();
-    steps.push_back(*element);
+    std::vector<PathElement> steps;
+    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
+        auto element = parseNodeFolderName(folder->fileName().text());
+        try {
+            // A name that was cut does not tell the path, but a sound file does.
+            const PathFilePtr content =
+                element ? nullptr : read(Path(folder->text() + nodeFileExtension), Extent::place);
+            if (content && !content->isBroken())
+                element = content->element;
+        } catch (const MetadataReadFailure&) {
+            // It does not.
+        }
+        if (!element)
+            break;
+        steps.push_back(*std::move(element));
+    }
     return MetadataPath(std::move(steps));
 }
 

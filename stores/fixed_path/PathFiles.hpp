@@ -167,7 +167,7 @@ private:
     /// Adds what is damaged in `childFolder` and below. @return whether there are paths in it
     bool findDamage(const host::Path& childFolder, Damages& damages) const;
 
-    /// The path that the file or folder `entry` is of; the one above it if that cannot be told.
+    /// The path that the file or folder `entry` is of, or the nearest one above it that can be told.
     project::metadata::MetadataPath findPath(const host::Path& entry) const;
 
     PathFile interpret(const host::Path& file, const store_support::XmlFile& xml) const;

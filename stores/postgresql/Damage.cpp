@@ -39,7 +39,8 @@ std::unordered_set<PathId> findReached(const std::vector<Row>& rows) {
     return reached;
 }
 
-/// No value if not all rows up to the root path say where they are.
+/// @param id of a row that can be reached from the root path. @return no value if not all rows on the way say where
+///        they are
 std::optional<MetadataPath> findPath(const std::unordered_map<PathId, const Row*>& rows, PathId id) {
     std::vector<PathElement> steps;
     while (id != rootId) {
@@ -77,7 +78,7 @@ std::vector<MetadataDamage> findDamage(const std::vector<Row>& rows) {
         else if (reached.count(row.id) == 0)
             add(describe(row) + u" has no way to the root path");
         if (row.node && !store_support::isNode(*row.node))
-            add(describeBadNode(row), findPath(rowsById, row.id));
+            add(describeBadNode(row), reached.count(row.id) == 0 ? std::nullopt : findPath(rowsById, row.id));
     }
     if (rowsById.count(rootId) == 0)
         add(u"the row of the root path is missing");
