@@ -12,7 +12,6 @@
 #include "host/FileUtils.hpp"
 #include "host/ServiceFramework.hpp"
 #include "project/metadata/FileJobManager.hpp"
-#include "project/metadata/RepeatableRead.hpp"
 #include "store_testing/RuleGroups.hpp"
 #include "store_testing/ScratchProject.hpp"
 
@@ -143,15 +142,6 @@ void announcesItsChanges(const ScratchProject& project) {
     store->removePaths(paths("a d"));
     store->setPaths({MetadataPath()});
     requireAnnounced("changes that change nothing", 5);
-    // What a subscriber reads before the change is the old content, also for a reading that is under way.
-    store->setNode(path("a/b"), *node("1"));
-    manager->onPreWrite([&store](const Files&, const Files&, const Files&) {
-        requireContent("before a change, for a subscriber,", *store, "a a/b(1)");
-        return nullptr;
-    });
-    const metadata::RepeatableRead reading(*store);
-    store->setNodes({{path("a/b"), node("2")}, {path("a/c"), node("2")}});
-    requireContent("within a reading, after a change of which a subscriber was told,", *store, "a a/b(2) a/c(2)");
 }
 
 void subscribersCanStopAChange(const ScratchProject& project) {

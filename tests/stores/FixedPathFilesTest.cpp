@@ -14,6 +14,7 @@
 #include "project/metadata/RepeatableRead.hpp"
 #include "project/metadata/Uuid.hpp"
 #include "store_support/BatchJournal.hpp"
+#include "stores/fixed_path/FixedPathManager.hpp"
 #include "tests/stores/StoreHelpers.hpp"
 #include "tests/support/FolderEvents.hpp"
 #include "tests/support/MessageOf.hpp"
@@ -251,6 +252,20 @@ TEST_F(FixedPathFilesTest, WhatAReadingKnowsHidesNoDamage) {
         EXPECT_EQ(outlineOfReadable(), read);
         EXPECT_EQ(damagedFiles(), expected);
     }
+}
+
+TEST_F(FixedPathFilesTest, WhatASubscriberReadsDuringAReadingHidesNoChange) {
+    std::string before;
+    store_ = std::make_unique<stores::fixed_path::FixedPathManager>(toPath(folder_ / "resources/project"),
+                                                                    [&](project::metadata::FileJob job) {
+                                                                        before = outline(*store_);
+                                                                        job.run();
+                                                                    });
+    store_->setNode(path({u"a", u"b"}), *node(u"1"));
+    const project::metadata::RepeatableRead reading(*store_);
+    store_->setNodes({{path({u"a", u"b"}), node(u"2")}, {path({u"a", u"c"}), node(u"2")}});
+    EXPECT_EQ(before, "a a/b(1)");
+    EXPECT_EQ(outline(*store_), "a a/b(2) a/c(2)");
 }
 
 TEST_F(FixedPathFilesTest, ACopyOpensEachFileOnce) {
