@@ -41,7 +41,7 @@ PathTree readExported(const host::Path& file) {
     try {
         content = format ? format->readFile(file) : std::nullopt;
     } catch (const pm::MetadataReadFailure& error) {
-        if (access(file.accessName().c_str(), R_OK) != 0)
+        if (access(file.accessName().c_str(), R_OK) != 0 || !isFile(file.accessName()))
             throw;
         const auto& cause = std::get<std::u16string>(error.GetBaseMsgIDObj().arguments.at(1));
         refuse(file, " is damaged, so nothing is imported: " + host::toUtf8(explainProblem(file, cause)));

@@ -265,6 +265,7 @@ TEST_F(ImportTest, namesTheFileThatItRefuses) {
         expectFailure(run({"import", file, root, "--replace"}), 3, {file, cause});
     }
     expectFailure(run({"import", folder / "absent", root, "--replace"}), 3, {folder / "absent"});
+    expectFailure(run({"import", root, root, "--replace"}), 3, {"Cannot read", root, "no regular file"});
     test::writeBytes(file, "<Project MetadataType=\"monolithic\"><Other/></Project>");
     expectFailure(run({"import", file, root, "--replace"}), 3,
                   {"project-metadata: \"" + file.native() + "\" is damaged"});
