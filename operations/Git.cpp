@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <boost/algorithm/string/trim_all.hpp>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -128,8 +130,7 @@ GitOutcome runGit(const std::string& folder, std::vector<std::string> arguments,
     if (!WIFEXITED(status))
         throw OperationError(ErrorKind::failure, "git was stopped before its end");
     outcome.status = WEXITSTATUS(status);
-    while (!outcome.error.empty() && outcome.error.back() == '\n')
-        outcome.error.pop_back();
+    boost::algorithm::trim_fill(outcome.error, " ");
     return outcome;
 }
 

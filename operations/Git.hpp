@@ -9,7 +9,7 @@ namespace operations {
 struct GitOutcome {
     int status;         ///< with which git ended; 128 for its own errors
     std::string out;    ///< what it printed, byte for byte
-    std::string error;  ///< what it complained of, without the line break at its end
+    std::string error;  ///< what it complained of, in one line
 };
 
 /// Runs git in `folder`, in English, and waits for its end. Of the environment, what names another repository is left

@@ -102,6 +102,13 @@ TEST_F(HistoryTest, logTellsWhoChangedAPathOrAnAttributeThroughMergesAndConversi
 TEST_F(HistoryTest, logNeedsARepository) {
     init();
     expectFailure(run({"log", root, "F:a"}), 3, {root, "git repository"});
+    // What git says in several lines.
+    git("init -q");
+    test::Surroundings others;
+    others.variables["GIT_TEST_ASSUME_DIFFERENT_OWNER"] = "1";
+    const Outcome outcome = run({"log", root, "F:a"}, others);
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.err, testing::AllOf(HasSubstr("safe.directory"), testing::Not(HasSubstr("\\n"))));
 }
 
 TEST_F(HistoryTest, watchNeedsAPathThatIsThere) {
