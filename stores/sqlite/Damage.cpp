@@ -1,9 +1,11 @@
 #include "stores/sqlite/Damage.hpp"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "host/Interruption.hpp"
 #include "store_support/NodeBlob.hpp"
@@ -101,13 +103,31 @@ private:
         const Statement rows = prepare(table_.getConnection(), "SELECT id, type, location, node FROM path ORDER BY id");
         for (Query query(rows); query.next();) {
             const RowId id = query.integer(0);
-            if (!query.text(1) || !query.text(2)) {
-                const MetadataPath path = table_.getPath(id);
-                add(describeBadStep(path, id), id == rootRow ? path : path.getParent());
-            }
+            if (!query.text(1) || !query.text(2))
+                add(describeBadStep(table_.getPath(id), id), findPath(id));
             if (!query.isNull(3) && !store_support::isNode(query.bytes(3)))
-                add(describeBadNode(table_.getPath(id), id), table_.getPath(id));
+                add(describeBadNode(table_.getPath(id), id), findPath(id));
         }
+    }
+
+    /// That of the row, or the nearest one above it that can be read; no value if it has no way to the root path.
+    std::optional<MetadataPath> findPath(RowId id) {
+        const Statement select =
+            prepare(table_.getConnection(), "SELECT parent, type, location FROM path WHERE id = ?1");
+        std::vector<PathElement> steps;
+        for (std::size_t count = 0; id != rootRow; ++count) {
+            Query query(select, id);
+            if (count == maximumSteps || !query.next() || query.isNull(0))
+                return std::nullopt;
+            const auto type = query.text(1);
+            const auto location = query.text(2);
+            if (type && location)
+                steps.emplace_back(*type, *location);
+            else
+                steps.clear();
+            id = query.integer(0);
+        }
+        return MetadataPath({steps.rbegin(), steps.rend()});
     }
 
     PathTable& table_;
