@@ -118,7 +118,8 @@ void execute(sqlite3& connection, const char* sql) {
 // Header", and https://sqlite.org/walformat.html, "The WAL-Index Header".
 
 bool hasLog(sqlite3& connection) {
-    constexpr int versionPlace = 18;
+    // That for reading: by this one SQLite decides, also where damage makes the one for writing differ.
+    constexpr int versionPlace = 19;
     constexpr char versionWithLog = 2;
     char version = 0;
     sqlite3_file* const file = findFile(connection);
